@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "front/cmd_params.h"
+#include "platform/console.h"
+
+namespace front {
+
+// Ties a run to its console. At the end of the run it restores the console's mode, wipes a progress
+// line, reports the time that the run took and raises the event of -signal, in this order.
+class cmdline_ctx {
+public:
+    cmdline_ctx();
+    ~cmdline_ctx();
+    cmdline_ctx(const cmdline_ctx&) = delete;
+    cmdline_ctx& operator=(const cmdline_ctx&) = delete;
+
+    // Takes what it needs at the end out of the parsed options.
+    void bind_options(const cmd_params& params);
+
+private:
+    platform::utf8_console console_;
+    std::uint32_t saved_console_mode_;
+    bool clear_progress_ = false;
+    std::uint64_t start_time_ = 0; // FILETIME ticks; 0 when no time is taken
+    bool report_elapsed_ = false;
+    std::string diag_path_;
+    std::string signal_name_;
+};
+
+} // namespace front

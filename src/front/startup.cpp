@@ -1,0 +1,144 @@
+#include "front/startup.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "platform/host.h"
+#include "uni/notice.h"
+#include "uni/text.h"
+#include "uni/time.h"
+
+namespace front {
+
+namespace {
+
+constexpr std::string_view banner = "quilt ver: 0.45";
+constexpr std::string_view default_date_format = "mm/dd/yyyy";
+constexpr std::string_view run_time_format = "hh:mm:ss";
+constexpr char os_text_separator = ';';
+
+// It names two options that nothing takes, and has a word of its own for a snapshot: meant.
+constexpr std::string_view usage_lines =
+    "Usage\n"
+    " quilt -listsdb              = list SDB files on system volume\n"
+    " quilt -stats                = pull stats from SDB files on system volume\n"
+    " quilt -sdb <DB> [opts]      = target SDB file w/ specific option\n"
+    "\n"
+    " Enumerate options\n"
+    "  -apps                      = all apps (exes, packages, driverblocks,..)\n"
+    "  -exes                      = filter only exe tags\n"
+    "  -fixes                     = all types of fixes (shims, flags,..)\n"
+    "  -shims                     = filter only shim tag fixes\n"
+    "  -patches                   = filter only patch tag fixes\n"
+    "  -tag <#>                   = filter specific tag type\n"
+    "  -guids                     = enumerate guids\n"
+    "  -stringtable               = enumerate stringtable\n"
+    "\n"
+    " Find Options\n"
+    "  -strings \"str1 | str2 |..\" = finds partial strings [case insensitive]\n"
+    "  -guid <guid to find>       = syntax: 11111111-1111-1111-1111-111111111111\n"
+    "  -tagids \"id1 | id2 |..\"    = finds specified tagids\n"
+    "  -patchbytes \"pattern\"      = find patch, std::hex bytes w/ space delimiters\n"
+    "  -match                     = use w/ -pe <PE file> to check for shims\n"
+    "\n"
+    " Additional Options\n"
+    "  -vss <index>               = target Volume snapshop at index\n"
+    "  -partition <letter>        = target Shim DB locations in this volume\n"
+    "  -pipe                      = use stdin to identify files to process\n"
+    "  -stats -sdb <file>         = pull stats (on SDB File). [-reg <sw hive>]\n"
+    "  -stats -pe <file>          = pull stats (on PE File)\n"
+    "  -enumsdb                   = list SDB files\n"
+    "  -filter <*partial*|*.ext>  = filters stdin data from -pipe option\n"
+    "\n"
+    " General Examples\n"
+    "  quilt -sdb <file> -apps    = pull all apps from DB\n"
+    "  quilt -sdb <file> -patches = pull all patches from DB\n"
+    "  quilt -sdb <file> -stats   = pull DB stats\n"
+    "  quilt -pe <file> -stats    = pull stats from PE file\n"
+    "\n"
+    " Pulling stats from multiple SDB's\n"
+    "  dir c:\\windows\\AppPatch\\*.sdb /b /s | quilt -stats -pipe -csv > out.csv\n"
+    "  quilt -vss 2 -stats -csv > out.csv\n"
+    "  quilt -partition c: -exes > out.txt\n"
+    "  quilt -enumdir <location sdb> -num_subdirs <#> [options]\n"
+    "\n";
+
+std::string os_text(const platform::host_facts& facts)
+{
+    std::string build = facts.os_build_text;
+    if (const std::size_t dot = build.find('.'); facts.known_version && dot != std::string::npos) {
+        // A known build is cut behind the third character after its first dot: meant.
+        build.resize(std::min(build.size(), dot + 4));
+    }
+    std::string text;
+    for (const std::string& item : {facts.os_name, facts.os_version_text, build}) {
+        std::string clean = item;
+        uni::replace_char(clean, os_text_separator, ' ');
+        text += clean;
+        text += os_text_separator;
+    }
+    return text + (facts.is_64bit ? "64" : "32");
+}
+
+std::string run_line(const argument_list& args)
+{
+    std::string format(default_date_format);
+    peek_option_value("-dateformat", format, args);
+    std::string date;
+    std::string time;
+    uni::format_date_time(date, time,
+                          uni::time_value_from(uni::now_filetime(), uni::time_kind::filetime),
+                          uni::lowered(format), run_time_format);
+    const platform::host_facts facts = platform::read_host_facts();
+    std::string line = "run time: " + date + " " + time + " [UTC]; host: " + facts.host_name +
+                       "; os: " + os_text(facts);
+    if (facts.runs_remote) {
+        line += "; <~>";
+    } else if (facts.runs_removable) {
+        line += "; :=";
+    }
+    return line;
+}
+
+std::string command_line(const argument_list& args)
+{
+    std::string line = "\"cmdline: ";
+    if (peek_option_flag("-pipe", args)) {
+        line += "<filelist> ... | ";
+    }
+    bool first = true;
+    for (const std::string& argument : args) {
+        if (!first) {
+            line += ' ';
+        }
+        first = false;
+        const bool quoted = argument.find(' ') != std::string::npos;
+        line += quoted ? "'" + argument + "'" : argument;
+    }
+    return line + "\"";
+}
+
+} // namespace
+
+std::string make_run_header(const argument_list& args)
+{
+    return std::string(banner) + "\n" + run_line(args) + "\n" + command_line(args);
+}
+
+bool asks_for_help(argument_list& args)
+{
+    for (const std::string_view name : {"-h", "-help", "/?", "--help"}) {
+        if (find_option_flag(name, args)) {
+            return true;
+        }
+    }
+    return args.size() <= 1;
+}
+
+void print_usage()
+{
+    uni::write_error_text(std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n");
+    uni::write_error_text(usage_lines);
+}
+
+} // namespace front

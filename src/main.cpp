@@ -1,0 +1,15 @@
+#include <exception>
+
+#include "front/run_driver.h"
+#include "platform/arguments.h"
+#include "uni/notice.h"
+
+int main(int count, char** arguments)
+{
+    try {
+        return front::run_driver(platform::program_arguments(count, arguments));
+    } catch (const std::exception& fault) {
+        uni::print_notice("quilt: %s\n", fault.what());
+    }
+    return -1;
+}

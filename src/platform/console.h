@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+namespace platform {
+
+// Sets the console's output code page to UTF-8 while it lives and gives the saved pages back at its
+// end. Nothing to do where text is UTF-8 anyway.
+class utf8_console {
+public:
+    utf8_console();
+    ~utf8_console();
+    utf8_console(const utf8_console&) = delete;
+    utf8_console& operator=(const utf8_console&) = delete;
+
+private:
+    std::uint32_t output_page_ = 0;
+    std::uint32_t input_page_ = 0;
+};
+
+// Turns on processed output, wrapping and terminal sequences for the error stream's console and
+// gives the mode it had before; 0 when that is not known (no console, or no such modes here).
+std::uint32_t enable_error_console_sequences();
+void restore_error_console_mode(std::uint32_t mode);
+
+// Lets standard input give its bytes untranslated; false on failure.
+bool set_standard_input_binary();
+
+} // namespace platform

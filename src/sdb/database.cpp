@@ -1,0 +1,450 @@
+#include "sdb/database.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/files.h"
+#include "sdb/child_relation.h"
+#include "sdb/inflate.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/fileio.h"
+#include "uni/utf.h"
+
+namespace sdb {
+
+namespace {
+
+// Bytes from a tag word to the next tag, by the type's top four bits; for strings and binaries
+// without their payload. An unknown type is stepped over by its tag word alone.
+constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
+                                                        6, 6, 2, 2, 2, 2,  2, 2};
+constexpr std::uint64_t list_header = 6;
+constexpr std::uint64_t index_entry_size = 12;
+
+std::uint64_t step_over(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
+{
+    std::uint64_t step = bytes_to_next[tag >> 12];
+    if (tag_type(tag) == type::string) {
+        step += image.u32(position + 2);
+    } else if (tag_type(tag) == type::binary_) {
+        const std::uint64_t length = image.u32(position + 2);
+        step += length + length % 2;
+    }
+    return step;
+}
+
+std::vector<index_entry> decode_entries(uni::byte_view bits)
+{
+    std::vector<index_entry> entries(static_cast<std::size_t>(bits.size() / index_entry_size));
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        entries[i] = {bits.u64(i * index_entry_size), bits.u32(i * index_entry_size + 8)};
+    }
+    std::ranges::stable_sort(entries, {}, &index_entry::key);
+    return entries;
+}
+
+} // namespace
+
+// Ordinals of equal tags side by side: those of tag t stand from starts[t] to starts[t + 1].
+struct tag_ordinals {
+    std::vector<std::uint32_t> starts;
+    std::vector<std::uint32_t> ordinals;
+};
+
+struct sdb_database::lazy_indexes {
+    std::optional<tag_ordinals> by_tag;
+    std::optional<std::vector<sdb_index_record>> indexes;
+    std::optional<std::vector<bool>> indexed;
+    std::optional<std::vector<std::pair<std::uint32_t, std::uint32_t>>> referrers;
+    std::optional<child_relation> children;
+};
+
+sdb_database::sdb_database() : lazy_(std::make_unique<lazy_indexes>()) {}
+
+sdb_database::~sdb_database() = default;
+
+void sdb_database::clear()
+{
+    loaded_ = false;
+    version_major_ = version_minor_ = 0;
+    indexes_offset_ = database_offset_ = library_offset_ = 0;
+    string_table_offset_ = string_table_size_ = 0;
+    last_index_key_ = 0;
+    tags_.clear();
+    ordinal_by_offset_.clear();
+    raw_indexes_.clear();
+    leading_referrers_.clear();
+    *lazy_ = {};
+}
+
+bool sdb_database::load(const std::string& path, front::sdb_opts& options)
+{
+    std::vector<std::uint8_t> bytes;
+    if (!uni::load_file_bytes(bytes, path, largest_file)) {
+        image_.clear();
+        clear();
+        return false;
+    }
+    platform::file_facts facts;
+    platform::read_file_facts(path, facts);
+    options.file_write_time = facts.write_time;
+    options.file_access_time = facts.access_time;
+    options.file_creation_time = facts.creation_time;
+    return load_image(std::move(bytes), options);
+}
+
+bool sdb_database::load_image(std::vector<std::uint8_t> image, front::sdb_opts& options)
+{
+    image_ = std::move(image);
+    if (scan(options) == scan_outcome::compressed) {
+        std::vector<std::uint8_t> inflated;
+        if (inflate_image(this->image(), inflated)) {
+            image_ = std::move(inflated);
+            scan(options);
+        }
+    }
+    if (!loaded_) {
+        image_.clear();
+        clear();
+    }
+    return loaded_;
+}
+
+sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
+{
+    clear();
+    if (image_.size() < header_size) {
+        return scan_outcome::no_database;
+    }
+    const uni::byte_view head = image();
+    const std::uint32_t magic = head.u32(8);
+    if (magic == compressed_magic) {
+        front::cmd_log_write(options, "Compressed file");
+        return scan_outcome::compressed;
+    }
+    if (magic != plain_magic) {
+        return scan_outcome::no_database;
+    }
+    version_major_ = head.u32(0);
+    version_minor_ = head.u32(4);
+    tags_.reserve(image_.size() / 8);
+    ordinal_by_offset_.reset(image_.size());
+    scan_recorded_part(scan_leading_part());
+    ordinal_by_offset_.finish();
+    options.last_index_key = last_index_key_;
+    loaded_ = true;
+    return scan_outcome::scanned;
+}
+
+// Walks the tags before the database list, of which only indexes and string references are kept.
+// Gives the position of the database list, or of the image's end.
+std::uint64_t sdb_database::scan_leading_part()
+{
+    const uni::byte_view bytes = image();
+    sdb_index_record pending;
+    std::uint64_t position = header_size;
+    while (bytes.contains(position, 2)) {
+        const sdb_tag_item item = decode(position);
+        if (item.tag == tag::database) {
+            break;
+        }
+        if (item.valid) {
+            note_leading_tag(item, pending);
+        }
+        position += step_over(bytes, position, item.tag);
+    }
+    return position;
+}
+
+void sdb_database::note_leading_tag(const sdb_tag_item& item, sdb_index_record& pending)
+{
+    if (tag_type(item.tag) == type::stringref && item.value.size() == 4) {
+        leading_referrers_.emplace_back(item.size, item.offset);
+        return;
+    }
+    switch (item.tag) {
+    case tag::stringtable:
+    case tag::library:
+        note_list(item.offset, item.tag);
+        break;
+    case tag::indexes:
+        indexes_offset_ = item.offset;
+        break;
+    case tag::index_tag:
+        pending.index_tag = item.value.u16(0);
+        break;
+    case tag::index_key:
+        pending.index_key = item.value.u16(0);
+        break;
+    case tag::index_flags:
+        // Only 16 bits of this dword are ever kept: meant.
+        pending.index_flags = item.value.u16(0);
+        break;
+    case tag::index:
+        pending = {};
+        pending.list_offset = item.offset;
+        pending.list_size = item.size;
+        break;
+    case tag::index_bits:
+        if (pending.index_tag != 0 && pending.index_key != 0) {
+            note_index_entries(item, pending);
+            pending = {};
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void sdb_database::note_index_entries(const sdb_tag_item& item, const sdb_index_record& pending)
+{
+    last_index_key_ = pending.index_key;
+    if (item.value.size() < index_entry_size) {
+        return;
+    }
+    raw_index found{pending, item.value};
+    found.record.bits_position =
+        item.offset - static_cast<std::uint32_t>(pending.list_offset) + std::uint32_t{list_header};
+    found.record.bits_size = item.size;
+    raw_indexes_.push_back(std::move(found));
+}
+
+void sdb_database::note_list(std::uint64_t position, std::uint16_t tag)
+{
+    const auto offset = static_cast<std::uint32_t>(position);
+    if (tag == tag::stringtable) {
+        string_table_offset_ = offset;
+        string_table_size_ = image().u32(position + 2);
+    } else if (tag == tag::database) {
+        database_offset_ = offset;
+    } else if (tag == tag::library) {
+        library_offset_ = offset;
+    }
+}
+
+void sdb_database::scan_recorded_part(std::uint64_t position)
+{
+    const uni::byte_view bytes = image();
+    while (bytes.contains(position, 2)) {
+        const std::uint16_t tag = bytes.u16(position);
+        if (is_known_type(tag_type(tag))) {
+            const auto offset = static_cast<std::uint32_t>(position);
+            tags_.push_back({offset, tag});
+            ordinal_by_offset_.add(offset);
+            if (tag_type(tag) == type::list) {
+                note_list(position, tag);
+            }
+        }
+        position += step_over(bytes, position, tag);
+    }
+}
+
+sdb_tag_item sdb_database::decode(std::uint64_t position) const
+{
+    const uni::byte_view bytes = image();
+    sdb_tag_item item;
+    item.offset = static_cast<std::uint32_t>(position);
+    item.tag = bytes.u16(position);
+    item.valid = is_known_type(tag_type(item.tag));
+    switch (tag_type(item.tag)) {
+    case type::stringref:
+    case type::list:
+        item.size = bytes.u32(position + 2);
+        item.value = bytes.slice(position + 2, 4);
+        break;
+    case type::string:
+    case type::binary_:
+        item.size = bytes.u32(position + 2);
+        item.value = bytes.slice(position + list_header, item.size);
+        break;
+    default:
+        item.value = bytes.slice(position + 2, bytes_to_next[item.tag >> 12] - 2u);
+        break;
+    }
+    return item;
+}
+
+sdb_tag_item sdb_database::item_at(std::uint32_t ordinal) const
+{
+    return decode(tags_[ordinal].offset);
+}
+
+bool sdb_database::read_item(sdb_tag_item& item, std::uint64_t offset) const
+{
+    item = {};
+    const std::optional<std::uint32_t> ordinal = ordinal_of(offset);
+    if (!loaded_ || !ordinal) {
+        return false;
+    }
+    item = item_at(*ordinal);
+    item.indexed = is_indexed(*ordinal);
+    return true;
+}
+
+uni::byte_view sdb_database::string_bytes(std::uint32_t reference) const
+{
+    const std::uint64_t position = std::uint64_t{string_table_offset_} + reference;
+    return is_recorded(position) ? decode(position).value : uni::byte_view();
+}
+
+bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) const
+{
+    text.clear();
+    const uni::byte_view stored = string_bytes(reference);
+    uni::utf16_to_text(stored, text);
+    return !stored.empty();
+}
+
+std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) const
+{
+    std::optional<tag_ordinals>& index = lazy_->by_tag;
+    if (!index) {
+        index.emplace();
+        index->starts.resize(0x10001);
+        for (const tag_row& row : tags_) {
+            ++index->starts[row.tag + 1u];
+        }
+        for (std::size_t i = 1; i < index->starts.size(); ++i) {
+            index->starts[i] += index->starts[i - 1];
+        }
+        index->ordinals.resize(tags_.size());
+        std::vector<std::uint32_t> next = index->starts;
+        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
+            index->ordinals[next[tags_[ordinal].tag]++] = ordinal;
+        }
+    }
+    const std::uint32_t first = index->starts[tag];
+    return std::span(index->ordinals).subspan(first, index->starts[tag + 1u] - first);
+}
+
+const std::vector<sdb_index_record>& sdb_database::indexes() const
+{
+    if (!lazy_->indexes) {
+        std::vector<sdb_index_record> records;
+        for (const raw_index& raw : raw_indexes_) {
+            records.push_back(raw.record);
+            records.back().entries = decode_entries(raw.entries);
+        }
+        std::ranges::stable_sort(records, {}, &sdb_index_record::index_tag);
+        lazy_->indexes = std::move(records);
+    }
+    return *lazy_->indexes;
+}
+
+bool sdb_database::is_indexed(std::uint32_t ordinal) const
+{
+    if (!lazy_->indexed) {
+        std::vector<bool> marks(tags_.size());
+        for (const sdb_index_record& record : indexes()) {
+            for (const index_entry& entry : record.entries) {
+                if (const auto found = ordinal_of(entry.tag_offset)) {
+                    marks[*found] = true;
+                }
+            }
+        }
+        lazy_->indexed = std::move(marks);
+    }
+    return (*lazy_->indexed)[ordinal];
+}
+
+std::vector<searchable_string> sdb_database::searchable_strings() const
+{
+    std::vector<searchable_string> found;
+    const std::uint64_t start = string_table_offset_;
+    const std::uint64_t size = string_table_size_;
+    if (start == 0 || size <= list_header || image_.size() <= start + size) {
+        return found;
+    }
+    const uni::byte_view table = image().from(start);
+    std::uint64_t position = list_header;
+    while (position < size) {
+        const std::uint64_t length = table.u32(position + 2);
+        if (length != 0) {
+            // The table's last string stays out of the search: meant.
+            if (position + length + list_header >= size) {
+                break;
+            }
+            found.push_back({static_cast<std::uint32_t>(position),
+                             table.slice(position + list_header, length)});
+        }
+        position += list_header + length;
+    }
+    return found;
+}
+
+std::vector<std::uint32_t> sdb_database::string_referrers(std::uint32_t reference) const
+{
+    using row = std::pair<std::uint32_t, std::uint32_t>;
+    if (!lazy_->referrers) {
+        std::vector<row> rows = leading_referrers_;
+        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
+            if (tag_type(tags_[ordinal].tag) == type::stringref) {
+                const sdb_tag_item item = item_at(ordinal);
+                if (item.value.size() == 4) {
+                    rows.emplace_back(item.size, item.offset);
+                }
+            }
+        }
+        std::ranges::sort(rows);
+        lazy_->referrers = std::move(rows);
+    }
+    std::vector<std::uint32_t> offsets;
+    for (const row& found :
+         std::ranges::equal_range(*lazy_->referrers, reference, {}, &row::first)) {
+        offsets.push_back(found.second);
+    }
+    return offsets;
+}
+
+const child_relation& sdb_database::children() const
+{
+    if (!lazy_->children) {
+        lazy_->children.emplace(*this);
+    }
+    return *lazy_->children;
+}
+
+bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
+                                 std::uint32_t parent_offset) const
+{
+    rows.clear();
+    const std::optional<std::uint32_t> parent = ordinal_of(parent_offset);
+    if (!loaded_ || !parent) {
+        return false;
+    }
+    const child_relation& relation = children();
+    relation.for_each_child(*parent, [&](std::uint32_t child) {
+        const sdb_tag_item item = item_at(child);
+        const bool is_list = tag_type(item.tag) == type::list;
+        rows.push_back({item.offset, item.offset, item.tag, relation.depth(child), is_list,
+                        is_list ? item.size : 0});
+    });
+    return !rows.empty();
+}
+
+bool sdb_database::find_enclosing_list(std::uint32_t& result, std::uint32_t offset,
+                                       bool want_parent) const
+{
+    result = 0;
+    if (!loaded_ || offset == 0) {
+        return false;
+    }
+    const std::optional<std::uint32_t> ordinal = ordinal_of(offset);
+    const child_relation& relation = children();
+    std::optional<std::uint32_t> found;
+    if (!want_parent) {
+        found = ordinal && relation.has_children(*ordinal)
+                    ? ordinal
+                    : relation.list_before(ordinal_from(offset));
+    } else if (ordinal && relation.has_children(*ordinal)) {
+        found = relation.list_around(*ordinal);
+    }
+    if (found) {
+        result = offset_at(*found);
+    }
+    return found.has_value();
+}
+
+} // namespace sdb

@@ -1,0 +1,227 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "front/sdb_opts.h"
+#include "sdb/tag_index.h"
+#include "uni/byte_view.h"
+
+// A shim database in memory.
+//
+// The file, plain form; all numbers are little-endian:
+//
+//   offset  width  field
+//   0       u32    major version
+//   4       u32    minor version
+//   8       u32    magic: "sdbf"
+//   12             the first tag; root tags follow one another to the end of the file
+//
+// Compressed form: the same head with the magic "zdbf", 8 reserved bytes at offset 12, and from
+// offset 20 on one zlib stream that holds a whole plain file, head included.
+//
+// A tag starts at any byte with a u16 tag word whose top four bits are its type:
+//
+//   type    name        behind the tag word                        value           bytes to the
+//   next 0x1000  null        nothing                                    none            2 0x2000
+//   byte        1 byte                                     that byte       3 0x3000  word u16 2
+//   bytes         4 0x4000  dword       u32                                        4 bytes 6 0x5000
+//   qword       u64                                        8 bytes         10 0x6000  stringref u32
+//   reference                              4 bytes         6 0x7000  list        u32 size of its
+//   contents, then these       the size word   6: its first child 0x8000  string      u32 length n,
+//   n bytes of UTF-16LE          the n bytes     6 + n 0x9000  binary      u32 length n, n bytes, a
+//   pad byte if odd   the n bytes     6 + n + n mod 2 other   unknown     not decoded none 2
+//
+// Root tags: an optional index collection (0x7802) of index lists (0x7803), the database list
+// (0x7001), from which on every tag is recorded, and the string table (0x7801), a list of strings
+// (0x8801). A string reference is the distance from the tag word of the string table to the tag
+// word of the string, so that the first string has the reference 6.
+//
+// Input is never trusted: a value that the image's end cuts off holds the bytes that exist, its tag
+// is recorded, and the scan ends behind it.
+namespace sdb {
+
+inline constexpr std::uint32_t plain_magic = 0x66626473;
+inline constexpr std::uint32_t compressed_magic = 0x6662647a;
+inline constexpr std::uint64_t header_size = 12;
+inline constexpr std::uint64_t compressed_header_size = 20;
+// A longer file is read up to here and handled as if it ended here.
+inline constexpr std::uint64_t largest_file = 20'971'520;
+
+// One decoded tag. `value` looks into the image of the database that gave it.
+struct sdb_tag_item {
+    std::uint32_t offset = 0; // of the tag word, from the image's first byte
+    std::uint16_t tag = 0;
+    bool valid = false;   // the tag's type is a known one
+    bool indexed = false; // an index entry of the file refers to this offset
+    // The size word of a list, string or binary, as read; a string reference's value; else 0.
+    std::uint32_t size = 0;
+    uni::byte_view value;
+};
+
+// One entry of an index: the key and the offset of the tag that it leads to.
+struct index_entry {
+    std::uint64_t key;
+    std::uint32_t tag_offset;
+};
+
+// One index of the file.
+struct sdb_index_record {
+    std::uint16_t index_tag = 0;      // the tag that the index is over
+    std::uint16_t index_key = 0;      // the tag of its key
+    std::uint32_t index_flags = 0;    // 16 bits of the flags
+    std::uint64_t list_offset = 0;    // of the 0x7803 list
+    std::uint32_t list_size = 0;      // its size word
+    std::uint32_t bits_position = 0;  // where the entries' tag stands in the list, plus 6
+    std::uint32_t bits_size = 0;      // size word of the entries' tag
+    std::vector<index_entry> entries; // ascending by key, equal keys in file order
+};
+
+// A row of the relation between lists and the tags in them.
+struct sdb_child_record {
+    std::uint32_t parent = 0; // offset of the enclosing list
+    std::uint32_t offset = 0;
+    std::uint16_t tag = 0;
+    std::uint16_t depth = 0; // the children of a root list have depth 2
+    bool is_list = false;
+    std::uint32_t list_size = 0; // the list's size word, 0 when not a list
+};
+
+// A string of the string table that can be searched for.
+struct searchable_string {
+    std::uint32_t reference;
+    uni::byte_view stored; // UTF-16LE
+};
+
+class child_relation;
+
+// One database: loads a file, scans it once and answers from what the scan left. Indexes that not
+// every report needs are made when they are first asked for. One thread only.
+class sdb_database {
+public:
+    sdb_database();
+    ~sdb_database();
+    sdb_database(const sdb_database&) = delete;
+    sdb_database& operator=(const sdb_database&) = delete;
+
+    // Forgets what was loaded and loads the file at `path`, inflating a compressed one. Sets the
+    // file times in `options`. False when nothing could be read or the head is not a database's;
+    // the object is then empty. A file with the right head always loads, whatever follows.
+    bool load(const std::string& path, front::sdb_opts& options);
+    // The same over bytes in memory.
+    bool load_image(std::vector<std::uint8_t> image, front::sdb_opts& options);
+    void clear();
+
+    bool loaded() const noexcept { return loaded_; }
+    uni::byte_view image() const noexcept { return uni::byte_view(image_); }
+    std::uint32_t version_major() const noexcept { return version_major_; }
+    std::uint32_t version_minor() const noexcept { return version_minor_; }
+
+    // Offsets of the lists that the scan noted, 0 for one that is not there. Of several of a kind
+    // the last counts.
+    std::uint32_t database_offset() const noexcept { return database_offset_; }
+    std::uint32_t library_offset() const noexcept { return library_offset_; }
+    std::uint32_t indexes_offset() const noexcept { return indexes_offset_; }
+    std::uint32_t string_table_offset() const noexcept { return string_table_offset_; }
+    std::uint32_t string_table_size() const noexcept { return string_table_size_; }
+
+    // Recorded tags, counted by ordinal in file order.
+    std::uint32_t tag_count() const noexcept { return static_cast<std::uint32_t>(tags_.size()); }
+    std::uint16_t tag_at(std::uint32_t ordinal) const noexcept { return tags_[ordinal].tag; }
+    std::uint32_t offset_at(std::uint32_t ordinal) const noexcept { return tags_[ordinal].offset; }
+    std::optional<std::uint32_t> ordinal_of(std::uint64_t offset) const noexcept
+    {
+        return ordinal_by_offset_.ordinal_of(offset);
+    }
+    // The first ordinal whose tag does not lie below `offset`.
+    std::uint32_t ordinal_from(std::uint64_t offset) const noexcept
+    {
+        return ordinal_by_offset_.count_below(offset);
+    }
+    // The tag of that ordinal, decoded; `indexed` is left out, is_indexed() answers it.
+    sdb_tag_item item_at(std::uint32_t ordinal) const;
+    // Whether the tag that stands at an offset is recorded.
+    bool is_recorded(std::uint64_t offset) const noexcept
+    {
+        return ordinal_by_offset_.contains(offset);
+    }
+
+    // The tag at exactly `offset`; false, and an empty item, if none is recorded there.
+    bool read_item(sdb_tag_item& item, std::uint64_t offset) const;
+    // The stored UTF-16LE text of the string that a reference names: the value of whatever tag
+    // stands there. Empty when none does, or when its value is.
+    uni::byte_view string_bytes(std::uint32_t reference) const;
+    // The same as UTF-8 text, up to its first zero unit; false when nothing stands there.
+    bool read_string_ref(std::string& text, std::uint32_t reference) const;
+
+    // Ordinals of all tags with that tag word, ascending.
+    std::span<const std::uint32_t> ordinals_by_tag(std::uint16_t tag) const;
+    // The index lists before the database list, ascending by index_tag, equal ones in file order.
+    const std::vector<sdb_index_record>& indexes() const;
+    // Whether an index entry leads to the tag of that ordinal.
+    bool is_indexed(std::uint32_t ordinal) const;
+    std::uint16_t last_index_key() const noexcept { return last_index_key_; }
+    // The strings that a text search sees, in file order: those of the string table but its last,
+    // which is left out: meant.
+    std::vector<searchable_string> searchable_strings() const;
+    // The offsets of the tags that hold a string reference, those before the database list
+    // included, in file order.
+    std::vector<std::uint32_t> string_referrers(std::uint32_t reference) const;
+    // The children of the list at `parent_offset`, in file order, with their own offset in `parent`
+    // as in `offset`; false if it has none.
+    bool child_records(std::vector<sdb_child_record>& rows, std::uint32_t parent_offset) const;
+    // The list around `offset`, 0 and false if there is none.
+    //
+    // Without `want_parent`, `offset` itself if it is a list with children, else the list with
+    // children that starts last before it, though it may have ended already: meant.
+    // With `want_parent`, the list around the list at `offset`. One around whose list the relation
+    // has only its very first row has no parent here: meant.
+    bool find_enclosing_list(std::uint32_t& result, std::uint32_t offset, bool want_parent) const;
+    const child_relation& children() const;
+
+private:
+    struct tag_row {
+        std::uint32_t offset;
+        std::uint16_t tag;
+    };
+    // An index list as the scan met it, its entries not decoded yet.
+    struct raw_index {
+        sdb_index_record record;
+        uni::byte_view entries;
+    };
+    struct lazy_indexes;
+
+    enum class scan_outcome { no_database, compressed, scanned };
+    scan_outcome scan(front::sdb_opts& options);
+    std::uint64_t scan_leading_part();
+    void scan_recorded_part(std::uint64_t position);
+    void note_leading_tag(const sdb_tag_item& item, sdb_index_record& pending);
+    void note_index_entries(const sdb_tag_item& item, const sdb_index_record& pending);
+    void note_list(std::uint64_t position, std::uint16_t tag);
+    void record(std::uint64_t position, std::uint16_t tag);
+    sdb_tag_item decode(std::uint64_t position) const;
+    lazy_indexes& lazy() const;
+
+    bool loaded_ = false;
+    std::vector<std::uint8_t> image_;
+    std::uint32_t version_major_ = 0;
+    std::uint32_t version_minor_ = 0;
+    std::uint32_t indexes_offset_ = 0;
+    std::uint32_t database_offset_ = 0;
+    std::uint32_t library_offset_ = 0;
+    std::uint32_t string_table_offset_ = 0;
+    std::uint32_t string_table_size_ = 0;
+    std::uint16_t last_index_key_ = 0;
+    std::vector<tag_row> tags_;
+    tag_index ordinal_by_offset_;
+    std::vector<raw_index> raw_indexes_;
+    // String references before the database list: reference and tag offset.
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> leading_referrers_;
+    mutable std::unique_ptr<lazy_indexes> lazy_;
+};
+
+} // namespace sdb

@@ -1,0 +1,57 @@
+#include "sdb/inflate.h"
+
+#include <algorithm>
+
+#define ZLIB_CONST
+#include <zlib.h>
+
+#include "sdb/database.h"
+
+namespace sdb {
+
+namespace {
+
+constexpr int zlib_window_bits = 15;
+constexpr std::uint64_t largest_growth = 10;
+
+// Inflates all of `input`, at first into four times its size, then into as much as is allowed.
+bool inflate_whole(z_stream& stream, std::uint64_t limit, std::vector<std::uint8_t>& out)
+{
+    out.resize(
+        static_cast<std::size_t>(std::min<std::uint64_t>(limit, stream.avail_in * 4ull + 64)));
+    for (;;) {
+        stream.next_out = out.data() + stream.total_out;
+        stream.avail_out = static_cast<uInt>(out.size() - stream.total_out);
+        const int answer = ::inflate(&stream, Z_FINISH);
+        if (answer == Z_STREAM_END) {
+            out.resize(stream.total_out);
+            return true;
+        }
+        if (answer != Z_BUF_ERROR || stream.avail_out != 0 || out.size() == limit) {
+            return false;
+        }
+        out.resize(static_cast<std::size_t>(std::min<std::uint64_t>(limit, out.size() * 2ull)));
+    }
+}
+
+} // namespace
+
+bool inflate_image(uni::byte_view image, std::vector<std::uint8_t>& out)
+{
+    out.clear();
+    const auto input = image.from(compressed_header_size).bytes();
+    z_stream stream{};
+    stream.next_in = input.data();
+    stream.avail_in = static_cast<uInt>(input.size());
+    if (input.empty() || ::inflateInit2(&stream, zlib_window_bits) != Z_OK) {
+        return false;
+    }
+    const bool whole = inflate_whole(stream, image.size() * largest_growth, out);
+    ::inflateEnd(&stream);
+    if (!whole) {
+        out.clear();
+    }
+    return whole && !out.empty();
+}
+
+} // namespace sdb

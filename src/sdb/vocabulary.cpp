@@ -1,0 +1,137 @@
+#include "sdb/vocabulary.h"
+
+#include <array>
+#include <cstddef>
+
+namespace sdb {
+
+namespace {
+
+// The names lie in one dense table: a block of slots for each type, and in a block first the low
+// numbers, then the few that start at 0x801.
+constexpr std::size_t type_count = 9;
+constexpr std::size_t low_slots = 0x60;
+constexpr std::size_t high_base = 0x800;
+constexpr std::size_t high_slots = 4;
+constexpr std::size_t block = low_slots + high_slots;
+constexpr std::size_t no_slot = type_count * block; // a last slot, always empty
+
+constexpr std::size_t slot_of(std::uint16_t tag) noexcept
+{
+    if (!is_known_type(tag_type(tag))) {
+        return no_slot;
+    }
+    const std::size_t start = ((tag >> 12) - 1u) * block;
+    const std::size_t number = tag & 0x0fffu;
+    if (number < low_slots) {
+        return start + number;
+    }
+    if (number >= high_base && number < high_base + high_slots) {
+        return start + low_slots + number - high_base;
+    }
+    return no_slot;
+}
+
+consteval auto make_names()
+{
+    struct known_tag {
+        std::uint16_t tag;
+        std::string_view name;
+    };
+    constexpr known_tag known_tags[] = {
+#define SDB_TAG(number, name) {number, #name},
+#include "sdb/tag_list.inc"
+    };
+    std::array<std::string_view, no_slot + 1> names{};
+    for (const known_tag& known : known_tags) {
+        const std::size_t slot = slot_of(known.tag);
+        if (slot == no_slot || !names[slot].empty()) {
+            throw "a tag that the table has no room for, or that is listed twice";
+        }
+        names[slot] = known.name;
+    }
+    return names;
+}
+
+constexpr auto names = make_names();
+
+constexpr std::array<std::string_view, type_count> type_names = {
+    "null", "byte", "word", "dword", "qword", "stringref", "list", "string", "binary"};
+
+std::string numbered(std::uint16_t number)
+{
+    return "tag_" + std::to_string(number);
+}
+
+} // namespace
+
+bool is_expanded_dword_tag(std::uint16_t tag) noexcept
+{
+    switch (tag) {
+    case tag::shim_tagid:
+    case tag::patch_tagid:
+    case tag::layer_tagid:
+    case tag::msi_transform_tagid:
+    case tag::flag_tagid:
+    case tag::context_tagid:
+    case tag::quirk_tagid:
+    case tag::migration_data_tagid:
+    case tag::tagid:
+    case tag::unnamed_tagid_4888:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The names are no guide: layer and matching_reg count as references, kflag_ref does not. Meant.
+bool is_reference_list_tag(std::uint16_t tag) noexcept
+{
+    switch (tag) {
+    case tag::shim_ref:
+    case tag::patch_ref:
+    case tag::layer:
+    case tag::msi_transform_ref:
+    case tag::flag_ref:
+    case tag::context_ref:
+    case tag::kshim_ref:
+    case tag::quirk_ref:
+    case tag::migration_data_ref:
+    case tag::matching_reg:
+    case tag::migration_shim_ref:
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::string_view known_tag_name(std::uint16_t tag) noexcept
+{
+    return names[slot_of(tag)];
+}
+
+std::string tag_name(std::uint16_t tag)
+{
+    if (const std::string_view name = known_tag_name(tag); !name.empty()) {
+        return std::string(name);
+    }
+    if (tag_type(tag) == type::byte_) {
+        return "byte";
+    }
+    return is_known_type(tag_type(tag)) ? numbered(tag) : "unk";
+}
+
+std::string_view known_type_name(std::uint16_t type_bits) noexcept
+{
+    return is_known_type(type_bits) ? type_names[(type_bits >> 12) - 1u] : std::string_view();
+}
+
+std::string tag_type_name(std::uint16_t type_bits)
+{
+    if (const std::string_view name = known_type_name(type_bits); !name.empty()) {
+        return std::string(name);
+    }
+    return numbered(tag_type(type_bits));
+}
+
+} // namespace sdb

@@ -1,0 +1,51 @@
+// What tags and tag types are called, and which kinds of tag need special care.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "sdb/tags.h"
+
+namespace sdb {
+
+// The type bits of a tag: one of the constants in namespace type, or an unknown type.
+constexpr std::uint16_t tag_type(std::uint16_t tag) noexcept
+{
+    return tag & 0xf000;
+}
+
+// Whether the type bits are one of the nine types that a database stores.
+constexpr bool is_known_type(std::uint16_t type_bits) noexcept
+{
+    return type_bits >= type::null_ && type_bits <= type::binary_ && (type_bits & 0x0fff) == 0;
+}
+
+// A tag that stands in no database but is made up by a report for a row of its own.
+constexpr bool is_pseudo_tag(std::uint16_t tag) noexcept
+{
+    return tag_type(tag) == type::pseudo;
+}
+
+// A dword whose value is the offset of another tag, which listings expand.
+bool is_expanded_dword_tag(std::uint16_t tag) noexcept;
+
+// A list that stands for a reference to another record.
+bool is_reference_list_tag(std::uint16_t tag) noexcept;
+
+// The display text of a known tag, in constant time; empty for every other tag, all tags of the
+// byte type included. The view stays good for the whole run.
+std::string_view known_tag_name(std::uint16_t tag) noexcept;
+
+// The display text of any tag: that of known_tag_name, "byte" for the byte type, "unk" for an
+// unknown type, and "tag_" with the tag word in decimal for the rest.
+std::string tag_name(std::uint16_t tag);
+
+// The display text of one of the nine types, given as type bits; empty for anything else.
+std::string_view known_type_name(std::uint16_t type_bits) noexcept;
+
+// The display text of a type. It takes type bits as tag_type gives them: anything but one of the
+// nine types, a whole tag included, gives "tag_" with its type bits in decimal.
+std::string tag_type_name(std::uint16_t type_bits);
+
+} // namespace sdb

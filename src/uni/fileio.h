@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "uni/output_sink.h"
+
+namespace uni {
+
+class fileio;
+
+// The buffered stream on a file. Unless the file is in byte mode, each line end goes out as CR LF.
+class fileio_output : public output_sink {
+public:
+    fileio_output(fileio& file, bool line_ends_as_cr_lf);
+    ~fileio_output() override;
+
+private:
+    bool write_block(std::string_view block) override;
+
+    fileio& file_;
+    bool line_ends_as_cr_lf_;
+    std::string translated_;
+};
+
+// A file, or a block of memory, behind one interface. Either closed, open on a file, or in memory
+// mode; an object that fails to open stays valid and closed. Every operation answers false on
+// failure and words nothing. Paths are UTF-8.
+class fileio {
+public:
+    fileio() = default;
+    ~fileio();
+    fileio(const fileio&) = delete;
+    fileio& operator=(const fileio&) = delete;
+
+    // Opens `path`, its trailing separators cut, closing what was open. With `write`: for reading
+    // and writing; with `truncate` too the file is created or emptied, without it it must exist.
+    // `byte_mode` switches off the CR LF line ends of output_stream(). Refused in memory mode.
+    bool open_write(const std::string& path, bool write, bool byte_mode, bool truncate);
+    bool open_read(const std::string& path) { return open_write(path, false, true, false); }
+    // Memory mode over `bytes`.
+    void open_memory(std::vector<std::uint8_t> bytes);
+    void close();
+
+    bool is_open() const noexcept { return memory_mode_ || (descriptor_ >= 0 && opened_); }
+    // Length in bytes as of the last open or write.
+    std::int64_t size() const noexcept { return size_; }
+
+    // Up to `count` bytes at `offset` into `out`, fewer at the end of the file; false when closed
+    // or when `offset` lies at or past the end.
+    bool read_at(std::vector<std::uint8_t>& out, std::uint64_t count, std::int64_t offset);
+    // Writes at the end, or at `offset`.
+    bool append(std::span<const std::uint8_t> bytes);
+    bool write_at(std::span<const std::uint8_t> bytes, std::int64_t offset);
+
+    // The stream on this file, owned by it and flushed by close(); null when not open.
+    fileio_output* output_stream();
+
+private:
+    int descriptor_ = -1;
+    std::int64_t size_ = 0;
+    bool opened_ = false;
+    bool byte_mode_ = false;
+    bool memory_mode_ = false;
+    std::vector<std::uint8_t> memory_;
+    std::unique_ptr<fileio_output> output_;
+};
+
+// Reads the first `limit` bytes of the file at `path`. False, with an empty `out`, when the path is
+// empty, the file does not open or nothing was read.
+bool load_file_bytes(std::vector<std::uint8_t>& out, const std::string& path, std::uint64_t limit);
+
+// Whether a file that can be opened, or a directory, is at `path`; false for an empty path.
+bool file_exists(const std::string& path);
+
+} // namespace uni

@@ -1,0 +1,105 @@
+#include "uni/numbers.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "uni/text.h"
+
+namespace uni {
+
+namespace {
+
+// The number that the leading digits make: 0 without any, the largest value on overflow.
+std::uint64_t leading_digits(std::string_view text, int base)
+{
+    std::uint64_t value = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    return result.ec == std::errc::result_out_of_range ? std::numeric_limits<std::uint64_t>::max()
+                                                       : value;
+}
+
+bool starts_decimal(std::string_view text)
+{
+    return !text.empty() &&
+           ((text[0] >= '0' && text[0] <= '9') || text[0] == '+' || text[0] == '-');
+}
+
+bool has_sign(std::string_view text)
+{
+    return text[0] == '+' || text[0] == '-';
+}
+
+// The unsigned reader; `limit` is the type's largest value.
+std::optional<std::uint64_t> read_unsigned(std::string_view original, std::uint64_t limit)
+{
+    const std::string text = lowered(trimmed(original));
+    const std::string_view view = text;
+    // before the "x" rule, so that 'x' is a character too
+    if (view.size() == 3 && view[0] == '\'' && view[2] == '\'') {
+        return static_cast<unsigned char>(view[1]);
+    }
+    if (view.size() > 1 && view[1] == 'x') {
+        return std::min(leading_digits(view.substr(2), 16), limit);
+    }
+    if (view.starts_with('x')) {
+        return std::min(leading_digits(view.substr(1), 16), limit);
+    }
+    if (view.starts_with('o')) {
+        return std::min(leading_digits(view.substr(1), 8), limit);
+    }
+    if (!starts_decimal(view)) {
+        return std::nullopt;
+    }
+    const std::uint64_t magnitude = leading_digits(view.substr(has_sign(view) ? 1 : 0), 10);
+    if (magnitude > limit) {
+        return limit;
+    }
+    return view[0] == '-' ? (0 - magnitude) & limit : magnitude;
+}
+
+} // namespace
+
+std::optional<std::uint32_t> read_u32_auto(std::string_view text)
+{
+    const auto value = read_unsigned(text, std::numeric_limits<std::uint32_t>::max());
+    return value ? std::optional(static_cast<std::uint32_t>(*value)) : std::nullopt;
+}
+
+std::optional<std::uint64_t> read_u64_auto(std::string_view text)
+{
+    return read_unsigned(text, std::numeric_limits<std::uint64_t>::max());
+}
+
+std::optional<std::int32_t> read_i32_auto(std::string_view text)
+{
+    constexpr std::uint64_t largest = std::numeric_limits<std::int32_t>::max();
+    const std::string lower = lowered(trimmed(text));
+    const std::string_view view = lower;
+    if (const std::size_t x = view.find('x'); x != std::string_view::npos) {
+        return static_cast<std::int32_t>(std::min(leading_digits(view.substr(x + 1), 16), largest));
+    }
+    if (const std::size_t o = view.find('o'); o != std::string_view::npos) {
+        return static_cast<std::int32_t>(std::min(leading_digits(view.substr(o + 1), 8), largest));
+    }
+    if (!starts_decimal(view)) {
+        return std::nullopt;
+    }
+    const std::uint64_t magnitude = leading_digits(view.substr(has_sign(view) ? 1 : 0), 10);
+    if (view[0] != '-') {
+        return static_cast<std::int32_t>(std::min(magnitude, largest));
+    }
+    return static_cast<std::int32_t>(-static_cast<std::int64_t>(std::min(magnitude, largest + 1)));
+}
+
+std::string hex_text(std::span<const std::uint8_t> bytes)
+{
+    std::string out(bytes.size() * 2, '0');
+    char* end = out.data();
+    for (const std::uint8_t byte : bytes) {
+        end = put_hex(end, byte, 2);
+    }
+    return out;
+}
+
+} // namespace uni

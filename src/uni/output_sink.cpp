@@ -1,0 +1,40 @@
+#include "uni/output_sink.h"
+
+#include <algorithm>
+
+namespace uni {
+
+void output_sink::flush()
+{
+    const std::string_view block = view();
+    if (good_ && !block.empty()) {
+        good_ = write_block(block);
+    }
+    clear();
+}
+
+void output_sink::make_room(std::size_t count)
+{
+    flush();
+    if (capacity() < count) {
+        grow(std::max(count, buffer_bytes));
+    }
+}
+
+standard_output::standard_output()
+{
+    // Blocks are large already; a second buffer would only copy them.
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+}
+
+standard_output::~standard_output()
+{
+    flush();
+}
+
+bool standard_output::write_block(std::string_view block)
+{
+    return std::fwrite(block.data(), 1, block.size(), stdout) == block.size();
+}
+
+} // namespace uni

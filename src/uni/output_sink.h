@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string_view>
+
+#include "uni/text_buffer.h"
+
+namespace uni {
+
+// The stream that every report writes to. Text gathers in a buffer of `buffer_bytes` and goes out
+// in large blocks. Once a block cannot be written the sink is bad: what follows is dropped without
+// a word, and the report runs on into nothing.
+class output_sink : public text_buffer {
+public:
+    static constexpr std::size_t buffer_bytes = 0x40000;
+
+    bool good() const noexcept { return good_; }
+    void flush();
+
+protected:
+    // Writes the whole block; false on failure.
+    virtual bool write_block(std::string_view block) = 0;
+    void make_room(std::size_t count) final;
+
+private:
+    bool good_ = true;
+};
+
+// Standard output, in the platform's text mode.
+class standard_output : public output_sink {
+public:
+    standard_output();
+    ~standard_output() override;
+
+private:
+    bool write_block(std::string_view block) override;
+};
+
+// Drops everything: for code that must be handed a stream when nothing is wanted.
+class null_out_stream : public output_sink {
+private:
+    bool write_block(std::string_view) override { return true; }
+};
+
+} // namespace uni

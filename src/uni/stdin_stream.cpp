@@ -1,0 +1,25 @@
+#include "uni/stdin_stream.h"
+
+namespace uni {
+
+namespace {
+
+constexpr int line_buffer_bytes = 4096;
+
+} // namespace
+
+bool stdin_stream::stdin_list_next(std::string& out, bool trim)
+{
+    out.clear();
+    char line[line_buffer_bytes];
+    if (input_ == nullptr || std::fgets(line, line_buffer_bytes, input_) == nullptr) {
+        return false;
+    }
+    out = line;
+    if (trim) {
+        out.erase(out.find_last_not_of("\r\n") + 1);
+    }
+    return true;
+}
+
+} // namespace uni

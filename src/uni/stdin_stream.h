@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace uni {
+
+// Standard input as a list of entries, one a line.
+class stdin_stream {
+public:
+    // Without a stream every read answers false.
+    explicit stdin_stream(std::FILE* input = stdin) noexcept : input_(input) {}
+    virtual ~stdin_stream() = default;
+
+    // The next line as it came, bytes untouched; with `trim` any CR and LF at its end are cut. A
+    // line of more than 4095 bytes comes in several entries. False at the end of the input.
+    virtual bool stdin_list_next(std::string& out, bool trim);
+
+private:
+    std::FILE* input_;
+};
+
+} // namespace uni

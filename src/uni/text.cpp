@@ -1,0 +1,149 @@
+#include "uni/text.h"
+
+#include <algorithm>
+
+#include "uni/numbers.h"
+
+namespace uni {
+
+namespace {
+
+constexpr std::string_view blanks = " \t";
+
+// The LF form of line_end_markers: one pass, each line end taking the bytes that belong to it.
+std::string with_line_feed_markers(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size() + 16);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char next = i + 1 < text.size() ? text[i + 1] : '\0';
+        if (text[i] == '\r' && next == '\n') {
+            out += "[CRLF]";
+            ++i;
+        } else if (text[i] != '\n') {
+            out += text[i];
+        } else if (next == '\r' && i > 0) { // an LF at the very start never pairs; this is meant
+            out += "[LFCR]";
+            ++i;
+        } else {
+            out += "[LF]";
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+void lower_text(std::string& text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), lower_ascii);
+}
+
+std::string lowered(std::string_view text)
+{
+    std::string out(text);
+    lower_text(out);
+    return out;
+}
+
+bool equal_ignoring_case(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lower_ascii(x) == lower_ascii(y); });
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+void trim(std::string& text)
+{
+    text.erase(text.find_last_not_of(blanks) + 1);
+    text.erase(0, text.find_first_not_of(blanks));
+}
+
+void replace_char(std::string& text, char from, char to)
+{
+    std::replace(text.begin(), text.end(), from, to);
+}
+
+std::size_t remove_char(std::string& text, char c)
+{
+    return std::erase(text, c);
+}
+
+std::string replace_all(std::string_view text, std::string_view from, std::string_view to)
+{
+    std::string out;
+    if (from.empty()) {
+        return out; // meant: an empty search text gives nothing, not the text itself
+    }
+    std::size_t done = 0;
+    for (std::size_t at = text.find(from); at != std::string_view::npos;
+         at = text.find(from, done)) {
+        out.append(text, done, at - done).append(to);
+        done = at + from.size();
+    }
+    return out.append(text, done);
+}
+
+std::vector<std::string> split(std::string_view text, char separator, bool trim_items)
+{
+    std::vector<std::string> items;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t end = std::min(text.find(separator, start), text.size());
+        std::string_view item = text.substr(start, end - start);
+        if (trim_items) {
+            item = trimmed(item);
+        }
+        if (!item.empty()) {
+            items.emplace_back(item);
+        }
+        start = end + 1;
+    }
+    return items;
+}
+
+void append_xml_escaped(std::string& out, std::string_view text)
+{
+    for (const char c : text) {
+        if (c == '<') {
+            out += "&lt;";
+        } else if (c == '>') {
+            out += "&gt;";
+        } else if (c == '&') {
+            out += "&amp;";
+        } else if ((c >= 0x20 && c <= 0x7e) || c == '\r' || c == '\n') {
+            out += c;
+        } else {
+            char escape[3] = {'%'};
+            put_hex(escape + 1, static_cast<unsigned char>(c), 2);
+            out.append(escape, sizeof escape);
+        }
+    }
+}
+
+std::string xml_escape(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size());
+    append_xml_escaped(out, text);
+    return out;
+}
+
+void line_end_markers(std::string& text)
+{
+    if (text.find('\n') != std::string::npos) {
+        text = with_line_feed_markers(text);
+    } else if (text.find('\r') != std::string::npos) {
+        text = replace_all(text, "\r", "[CR]");
+    }
+}
+
+} // namespace uni

@@ -1,0 +1,60 @@
+// Exact text conversions shared by options and reports.
+//
+// All text is narrow UTF-8. Case is folded for the ASCII letters alone, byte by byte, and never
+// depends on a locale. None of these functions fails.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace uni {
+
+constexpr char lower_ascii(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Lower-cases in place.
+void lower_text(std::string& text);
+
+// The lower-cased copy of a text.
+std::string lowered(std::string_view text);
+
+// Whether both texts are the same when ASCII case does not count.
+bool equal_ignoring_case(std::string_view a, std::string_view b);
+
+// The part of the text without the blanks and tabs at both ends; a view into the argument.
+std::string_view trimmed(std::string_view text);
+
+// The same in place.
+void trim(std::string& text);
+
+// Replaces every `from` by `to`.
+void replace_char(std::string& text, char from, char to);
+
+// Takes out every `c`; answers how many there were.
+std::size_t remove_char(std::string& text, char c);
+
+// A copy of the text with every `from` replaced by `to`, left to right, without looking again at
+// what was put in. An empty `from` gives an empty text.
+std::string replace_all(std::string_view text, std::string_view from, std::string_view to);
+
+// The items between the separators. Empty items are dropped; with `trim_items` the items are
+// trimmed first, so that items of blanks alone are dropped too.
+std::vector<std::string> split(std::string_view text, char separator, bool trim_items);
+
+// The text as XML character data: "<", ">" and "&" as entities, CR and LF as they are, every other
+// byte outside 0x20..0x7e as "%" and two lower-case hexadecimal digits. The result is plain ASCII.
+std::string xml_escape(std::string_view text);
+
+// The same, appended to `out`.
+void append_xml_escaped(std::string& out, std::string_view text);
+
+// Makes line ends visible, in place: CR LF as "[CRLF]", LF CR as "[LFCR]", a single LF as "[LF]",
+// and, in a text that has no LF at all, CR as "[CR]". In a text with an LF, a CR beside none stays.
+// An LF that opens the text is always "[LF]", whatever follows it.
+void line_end_markers(std::string& text);
+
+} // namespace uni

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "uni/numbers.h"
+
+namespace uni {
+
+// Growing text that is written at its end. All report text is made through this one type: a
+// buffer of its own keeps what it is given, and an output_sink, which derives from it, hands the
+// text on whenever it is full. No call leaves a format (fill, base, width) behind for the next.
+class text_buffer {
+public:
+    text_buffer() = default;
+    virtual ~text_buffer() = default;
+    text_buffer(const text_buffer&) = delete;
+    text_buffer& operator=(const text_buffer&) = delete;
+
+    // Room for at least `count` bytes; written bytes count once taken() is told where they end.
+    char* room(std::size_t count)
+    {
+        if (static_cast<std::size_t>(limit_ - end_) < count) [[unlikely]] {
+            make_room(count);
+        }
+        return end_;
+    }
+    void taken(char* end) noexcept { end_ = end; }
+
+    void text(std::string_view text)
+    {
+        char* out = room(text.size());
+        if (!text.empty()) {
+            std::memcpy(out, text.data(), text.size());
+        }
+        taken(out + text.size());
+    }
+    void character(char c)
+    {
+        char* out = room(1);
+        *out = c;
+        taken(out + 1);
+    }
+    void line_end() { character('\n'); }
+    void blanks(std::size_t count)
+    {
+        char* out = room(count);
+        std::memset(out, ' ', count);
+        taken(out + count);
+    }
+    // Left-justified in `width` bytes, blank-filled; longer text stands whole.
+    void left(std::string_view value, std::size_t width)
+    {
+        text(value);
+        if (value.size() < width) {
+            blanks(width - value.size());
+        }
+    }
+    // Right-justified in `width` bytes, blank-filled.
+    void right(std::string_view value, std::size_t width)
+    {
+        if (value.size() < width) {
+            blanks(width - value.size());
+        }
+        text(value);
+    }
+    // Exactly `digits` lower-case hexadecimal digits, zero-filled, no prefix.
+    void hex(std::uint64_t value, unsigned digits) { taken(put_hex(room(16), value, digits)); }
+    // Hexadecimal without padding beyond `minimum_digits`.
+    void hex_min(std::uint64_t value, unsigned minimum_digits)
+    {
+        taken(put_hex_min(room(16), value, minimum_digits));
+    }
+    void decimal(std::uint64_t value) { taken(put_decimal(room(20), value)); }
+
+    // What is held at the moment.
+    std::string_view view() const noexcept
+    {
+        return {storage_.get(), static_cast<std::size_t>(end_ - storage_.get())};
+    }
+    void clear() noexcept { end_ = storage_.get(); }
+
+protected:
+    // Makes room for `count` more bytes behind what is held; here by growing.
+    virtual void make_room(std::size_t count) { grow(count); }
+
+    std::size_t capacity() const noexcept
+    {
+        return static_cast<std::size_t>(limit_ - storage_.get());
+    }
+
+    void grow(std::size_t count)
+    {
+        const auto held = static_cast<std::size_t>(end_ - storage_.get());
+        const std::size_t wanted = std::max({capacity() * 2, held + count, std::size_t{256}});
+        auto larger = std::make_unique_for_overwrite<char[]>(wanted);
+        if (held != 0) {
+            std::memcpy(larger.get(), storage_.get(), held);
+        }
+        storage_ = std::move(larger);
+        end_ = storage_.get() + held;
+        limit_ = storage_.get() + wanted;
+    }
+
+private:
+    std::unique_ptr<char[]> storage_;
+    char* end_ = nullptr;
+    char* limit_ = nullptr;
+};
+
+} // namespace uni

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "uni/byte_view.h"
+
+namespace uni {
+
+// Text is UTF-8 in narrow strings everywhere inside the program. These are the conversions at its
+// edges: strict ones for arguments and paths, where one bad unit fails the whole, and a lenient one
+// for texts stored in files, which must not vanish from a report because of one bad unit.
+
+// UTF-16 to UTF-8. A high surrogate without its partner fails: the result is empty. A lone low one
+// passes as three bytes, and utf16_from_utf8 gives it back.
+std::string utf8_from_utf16(std::u16string_view text);
+
+// UTF-8 to UTF-16. A byte that is no lead byte, a missing continuation byte or a value above
+// 0x10ffff fails: the result is empty. Overlong forms pass.
+std::u16string utf16_from_utf8(std::string_view text);
+
+// Appends stored UTF-16LE text to `out` as UTF-8, up to the first zero unit or the last whole unit;
+// a surrogate without its partner becomes U+FFFD. `out` must hold room for 3 bytes a unit.
+// Gives the end of what was written.
+char* put_stored_utf16(char* out, byte_view stored);
+
+// The same into a string that is replaced. Gives the number of stored bytes that the text took, its
+// terminating zero unit included where there is one; 0 for no text.
+std::uint64_t utf16_to_text(byte_view stored, std::string& text);
+
+} // namespace uni

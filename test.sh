@@ -1,0 +1,151 @@
+#!/usr/bin/env bash
+# Builds quilt and runs its tests; ends with the line "N passed, N failed".
+#   ./test.sh        the release build: quilt_tests and the report tests
+#   ./test.sh --all  also the format check, the sanitizer build, the Windows build under
+#                    Wine, and a short run of every fuzz target
+set -euo pipefail
+source "$(dirname "$(readlink -f "$0")")/cmake/prepare.sh"
+
+case "$*" in
+'') all=false ;;
+--all) all=true ;;
+*)
+    echo 'usage: ./test.sh [--all]' >&2
+    exit 2
+    ;;
+esac
+
+passed=0
+
+heading() { printf '== %s\n' "$1"; }
+
+# Shows what a failed step wrote and ends the run.
+fail() { # log failed-count
+    tail -n 500 "$1"
+    printf '%d passed, %d failed\n' "$passed" "$2"
+    exit 1
+}
+
+build() { # preset
+    heading "build $1"
+    alone configure_preset "$1"
+    alone build_preset "$1"
+}
+
+# Runs a GoogleTest program. A run that tells no number of tests, or none passed, has failed.
+unit_tests() { # name command...
+    local log=$logs/$1.log count bad status=0
+    heading "$1"
+    timeout 300 "${@:2}" --gtest_brief=1 </dev/null >"$log" 2>&1 || status=$?
+    count=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\?\..*/\1/p' "$log")
+    bad=$(sed -n 's/^\[  FAILED  \] \([0-9]*\) tests\?, .*/\1/p' "$log")
+    passed=$((passed + ${count:-0}))
+    if [ "$status" -ne 0 ] || [ "${count:-0}" -eq 0 ]; then
+        fail "$log" "${bad:-1}"
+    fi
+    grep -a '^\[  SKIPPED \] [0-9]* test' "$log" || true
+}
+
+# Runs the report tests, whose last line is "N passed, N failed".
+report_tests() { # name argument...
+    local log=$logs/$1.log status=0 words
+    [ -e tests/reports_test.py ] || return 0
+    heading "$1"
+    timeout 600 python3 tests/reports_test.py "${@:2}" </dev/null >"$log" 2>&1 || status=$?
+    if [[ $(tail -n 1 "$log") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
+        words=("${BASH_REMATCH[@]:1}")
+    else
+        words=(0 1)
+    fi
+    passed=$((passed + words[0]))
+    if [ "$status" -ne 0 ] || [ "${words[1]}" -ne 0 ] || [ "${words[0]}" -eq 0 ]; then
+        fail "$log" "$((words[1] > 0 ? words[1] : 1))"
+    fi
+}
+
+format_check() {
+    local folders=() folder files
+    heading 'format check'
+    for folder in src tests fuzz bench; do
+        [ ! -d "$folder" ] || folders+=("$folder")
+    done
+    mapfile -t files < <(find "${folders[@]}" -name '*.cpp' -o -name '*.h')
+    clang-format --dry-run -Werror "${files[@]}" >"$logs/format.log" 2>&1 ||
+        fail "$logs/format.log" 1
+    passed=$((passed + 1))
+}
+
+# A prefix of our own, and one Wine server for all runs: services that a test's own Wine
+# started would keep that test's pipes open.
+start_wine() {
+    export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
+    export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
+    unset DISPLAY WAYLAND_DISPLAY
+    heading 'start wine'
+    trap 'wineserver -k || true' EXIT
+    mkdir -p "$WINEPREFIX"
+    logged wine wineserver -p
+    logged wine timeout 300 wineboot -u
+}
+
+# Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".
+fuzz_target() { # name
+    local place=build/fuzz/runs/$1 seeds=()
+    rm -rf "$place/corpus" "$place/status"
+    mkdir -p "$place/corpus" "$place/artifacts"
+    [ ! -d "fuzz/corpus/$1" ] || seeds+=("fuzz/corpus/$1")
+    [ ! -d build/fuzz/samples ] || seeds+=(build/fuzz/samples)
+    "build/fuzz/$1" -runs=20000 -max_total_time=30 -timeout=10 -seed=1 \
+        -artifact_prefix="$place/artifacts/" "$place/corpus" "${seeds[@]}" \
+        </dev/null >"$logs/fuzz-$1.log" 2>&1 && echo passed >"$place/status"
+}
+
+fuzz_smoke() {
+    local names name
+    [ -d fuzz ] || return 0
+    heading 'fuzz targets'
+    mapfile -t names < <(find fuzz -maxdepth 1 -name '*.cpp' -printf '%f\n' | sed 's/\.cpp$//' | sort)
+    [ ${#names[@]} -gt 0 ] || return 0
+    rm -rf build/fuzz/samples
+    if compgen -G 'examples/*.sdb' >/dev/null; then
+        mkdir build/fuzz/samples
+        cp examples/*.sdb build/fuzz/samples
+    fi
+    export logs
+    export -f fuzz_target
+    printf '%s\n' "${names[@]}" | xargs -P "$(nproc)" -I '{}' bash -c 'fuzz_target "$1" || true' - '{}'
+    for name in "${names[@]}"; do
+        [ -e "build/fuzz/runs/$name/status" ] || fail "$logs/fuzz-$name.log" 1
+        passed=$((passed + 1))
+    done
+}
+
+cd "$root"
+heading 'packages'
+if $all; then
+    alone install_packages "${all_packages[@]}"
+    format_check
+else
+    alone install_packages "${test_packages[@]}"
+fi
+
+build release
+unit_tests quilt_tests build/release/quilt_tests
+report_tests reports --quilt build/release/quilt
+
+if $all; then
+    export UBSAN_OPTIONS=print_stacktrace=1
+    build asan
+    unit_tests quilt_tests-asan build/asan/quilt_tests
+    report_tests reports-asan --quilt build/asan/quilt
+
+    build windows
+    start_wine
+    unit_tests quilt_tests-windows wine build/windows/quilt_tests.exe
+    report_tests reports-windows --quilt build/release/quilt --windows 'wine build/windows/quilt.exe'
+
+    build fuzz
+    fuzz_smoke
+fi
+
+printf '%d passed, 0 failed\n' "$passed"

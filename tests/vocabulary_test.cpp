@@ -1,0 +1,105 @@
+#include "sdb/vocabulary.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace {
+
+// The ranges of numbers that have a name, as an independent list beside the table.
+constexpr std::pair<unsigned, unsigned> named_ranges[] = {
+    {0x1001, 0x1012}, {0x3001, 0x3003}, {0x3802, 0x3803}, {0x4001, 0x4012}, {0x4014, 0x4029},
+    {0x4030, 0x4033}, {0x4036, 0x404c}, {0x404e, 0x4058}, {0x4801, 0x4801}, {0x5001, 0x501a},
+    {0x501c, 0x501f}, {0x6001, 0x6006}, {0x6008, 0x600b}, {0x6010, 0x6034}, {0x6036, 0x6036},
+    {0x7001, 0x701a}, {0x701c, 0x701c}, {0x701e, 0x703a}, {0x703c, 0x703f}, {0x7801, 0x7803},
+    {0x8801, 0x8801}, {0x9001, 0x9009}, {0x9010, 0x9013}, {0x9801, 0x9801}};
+
+std::set<unsigned> numbers_where(bool (*predicate)(std::uint16_t))
+{
+    std::set<unsigned> numbers;
+    for (unsigned tag = 0; tag <= 0xffff; ++tag) {
+        if (predicate(static_cast<std::uint16_t>(tag))) {
+            numbers.insert(tag);
+        }
+    }
+    return numbers;
+}
+
+TEST(vocabulary, exactly_the_known_tags_have_names_of_their_own)
+{
+    std::set<unsigned> expected;
+    for (const auto& [first, last] : named_ranges) {
+        for (unsigned tag = first; tag <= last; ++tag) {
+            expected.insert(tag);
+        }
+    }
+    EXPECT_EQ(expected.size(), 258u);
+    EXPECT_EQ(numbers_where([](std::uint16_t t) { return !sdb::known_tag_name(t).empty(); }),
+              expected);
+    std::set<std::string> names;
+    for (const unsigned tag : expected) {
+        names.insert(sdb::tag_name(static_cast<std::uint16_t>(tag)));
+    }
+    EXPECT_EQ(names.size(), expected.size());
+}
+
+TEST(vocabulary, names_of_tags)
+{
+    const std::pair<std::uint16_t, std::string_view> cases[] = {
+        {0x1001, "include"},      {0x1012, "upgrade_action_proceed_to_mediasetup"},
+        {0x3803, "index_key"},    {0x4023, "os_platform"},
+        {0x4058, "upgrade_mode"}, {0x4801, "tagid"},
+        {0x5001, "time"},         {0x6017, "s16bit_description"},
+        {0x7007, "exe"},          {sdb::tag::matching_file, "matching_file"},
+        {0x7803, "index"},        {0x8801, "stringtable_item"},
+        {0x9001, "binary_9001"},  {0x9801, "index_bits"},
+        {0x2005, "byte"},         {0x2fff, "byte"},
+        {0xa001, "unk"},          {0xe003, "unk"},
+        {0x0001, "unk"},          {0x7fff, "tag_32767"},
+        {0x404d, "tag_16461"},    {0x4013, "tag_16403"},
+        {0x4034, "tag_16436"},    {0x4035, "tag_16437"},
+        {0x7804, "tag_30724"},    {0x9800, "tag_38912"},
+        {0x7000, "tag_28672"},
+    };
+    for (const auto& [tag, expected] : cases) {
+        EXPECT_EQ(sdb::tag_name(tag), expected) << tag;
+    }
+}
+
+TEST(vocabulary, names_of_types)
+{
+    const std::pair<std::uint16_t, std::string_view> cases[] = {
+        {0x1000, "null"},
+        {0x2000, "byte"},
+        {0x3000, "word"},
+        {0x4000, "dword"},
+        {0x5000, "qword"},
+        {0x6000, "stringref"},
+        {sdb::tag_type(0x7008), "list"},
+        {0x8000, "string"},
+        {0x9000, "binary"},
+        {0xa000, "tag_40960"},
+        {0x0000, "tag_0"},
+        {0xf000, "tag_61440"},
+        {0x7008, "tag_28672"}, // a whole tag is no type
+    };
+    for (const auto& [type, expected] : cases) {
+        EXPECT_EQ(sdb::tag_type_name(type), expected) << type;
+    }
+}
+
+TEST(vocabulary, predicates_hold_for_their_tags_alone)
+{
+    EXPECT_EQ(numbers_where(sdb::is_expanded_dword_tag),
+              (std::set<unsigned>{0x4004, 0x4005, 0x401a, 0x401b, 0x4020, 0x4030, 0x404c, 0x4050,
+                                  0x4801, 0x4888}));
+    EXPECT_EQ(numbers_where(sdb::is_reference_list_tag),
+              (std::set<unsigned>{0x7009, 0x700a, 0x700b, 0x7011, 0x7015, 0x7019, 0x7026, 0x702c,
+                                  0x7031, 0x7032, 0x703c}));
+    const auto pseudo = numbers_where(sdb::is_pseudo_tag);
+    EXPECT_EQ(pseudo.size(), 0x1000u);
+    EXPECT_EQ(*pseudo.begin(), 0xe000u);
+    EXPECT_EQ(*pseudo.rbegin(), 0xefffu);
+}
+
+} // namespace
