@@ -14,8 +14,9 @@ public:
     utf8_console& operator=(const utf8_console&) = delete;
 
 private:
-    std::uint32_t output_page_ = 0;
-    std::uint32_t input_page_ = 0;
+    // Pages to give back; 0 where there are none.
+    [[maybe_unused]] std::uint32_t output_page_ = 0;
+    [[maybe_unused]] std::uint32_t input_page_ = 0;
 };
 
 // Turns on processed output, wrapping and terminal sequences for the error stream's console and

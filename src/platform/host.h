@@ -16,7 +16,6 @@ struct host_facts {
     std::string os_version_text; // major.minor, role, service pack
     std::string os_build_text;   // major.minor.build
     std::string host_name;       // "<unk>" where the system gives none
-    std::string user_name;       // may be empty
     bool runs_remote = false;    // the program runs from a remote location
     bool runs_removable = false; // the program runs from a removable drive
 };

@@ -1,14 +1,15 @@
 #include "report/listings.h"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "report/tag_line.h"
-#include "report/tag_text.h"
-#include "report/xml_framing.h"
 #include "sdb/tags.h"
-#include "sdb/vocabulary.h"
 #include "uni/notice.h"
+#include "uni/text.h"
+#include "uni/utf.h"
 
 namespace report {
 
@@ -20,13 +21,13 @@ constexpr std::string_view record_rule = "-------------------- ";
 
 // Lists records tag by tag, each tag's followed by an empty line; `nothing_found` stands in for a
 // listing without any.
-void list_tags(record_collector& collector, uni::output_sink& out, front::sdb_opts& options,
+void list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
                const std::set<std::uint16_t>& tags, std::string_view nothing_found)
 {
     bool found = false;
     options.listed_items = 0;
     for (const std::uint16_t tag : tags) {
-        if (list_records_by_tag(collector, out, options, tag)) {
+        if (printer.list_records_by_tag(tag)) {
             out.line_end();
             found = true;
         }
@@ -37,15 +38,10 @@ void list_tags(record_collector& collector, uni::output_sink& out, front::sdb_op
     }
 }
 
-struct single_listing {
-    bool wanted;
-    std::uint16_t tag;
-};
-
 // The listings of one tag each, in the order in which they come.
-std::vector<single_listing> single_listings(const front::sdb_opts& options)
+bool list_single_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options)
 {
-    return {
+    const std::pair<bool, std::uint16_t> listings[] = {
         {options.exes_only, tag::exe},
         {options.shims_only, tag::shim},
         {options.patches_only, tag::patch},
@@ -53,65 +49,16 @@ std::vector<single_listing> single_listings(const front::sdb_opts& options)
         {options.list_700b, tag::layer},
         {options.list_7013, tag::flag},
     };
-}
-
-bool list_single_tags(record_collector& collector, uni::output_sink& out, front::sdb_opts& options)
-{
     bool asked = false;
-    for (const single_listing& listing : single_listings(options)) {
-        if (listing.wanted) {
+    for (const auto& [wanted, tag] : listings) {
+        if (wanted) {
             options.listed_items = 0;
-            list_records_by_tag(collector, out, options, listing.tag);
+            printer.list_records_by_tag(tag);
             out.line_end();
             asked = true;
         }
     }
     return asked;
-}
-
-void set_record_name(const sdb::sdb_database& database, front::sdb_opts& options,
-                     std::span<const record_item> group)
-{
-    options.record_name.clear();
-    for (const record_item& item : group) {
-        if (item.tag == tag::name) {
-            options.record_name = tag_text(database, item.offset, options, false, true);
-            return;
-        }
-    }
-}
-
-void print_plain_record(const record_collector& collector, uni::output_sink& out,
-                        front::sdb_opts& options)
-{
-    if (!options.section_rules) {
-        return;
-    }
-    out.text(record_rule);
-    out.character('[');
-    out.text(options.current_path);
-    out.text("]\n");
-    const record_groups& groups = collector.groups();
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        for (const record_item& item : groups[group]) {
-            print_tag_line(out, collector.database(), options, item);
-        }
-        out.line_end();
-    }
-    out.line_end();
-}
-
-void print_xml_record(const record_collector& collector, uni::output_sink& out,
-                      front::sdb_opts& options)
-{
-    const record_groups& groups = collector.groups();
-    xml_record_writer writer(out, collector.database(), options);
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        const bool has_nested = group + 1 < groups.size() &&
-                                groups[group + 1].front().depth > groups[group].front().depth;
-        writer.write_group(groups[group], has_nested);
-    }
-    writer.close_all();
 }
 
 } // namespace
@@ -152,39 +99,65 @@ std::set<std::uint16_t> fix_tags(const sdb::sdb_database& database)
     return tags;
 }
 
-bool print_record(record_collector& collector, uni::output_sink& out, front::sdb_opts& options,
-                  std::uint32_t tag_offset)
+void record_printer::set_record_name(std::span<const record_item> group)
 {
-    if (!collector.collect(options, tag_offset) || !has_substance(collector.groups())) {
+    options_.record_name.clear();
+    const auto named = std::ranges::find(group, tag::name, &record_item::tag);
+    if (named != group.end()) {
+        const std::uint32_t reference = database_.word_behind(named->offset);
+        uni::utf16_to_text(database_.string_bytes(reference), options_.record_name);
+        uni::replace_char(options_.record_name, '"', '\'');
+    }
+}
+
+void record_printer::print_plain_groups(const record_groups& groups)
+{
+    if (!options_.section_rules) {
+        return;
+    }
+    out_.text(record_rule);
+    out_.character('[');
+    out_.text(options_.current_path);
+    out_.literal("]\n");
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const record_item& item : groups[group]) {
+            print_tag_line(out_, database_, options_, item);
+        }
+        out_.line_end();
+    }
+    out_.line_end();
+}
+
+bool record_printer::print_record(std::uint32_t tag_offset)
+{
+    if (!collector_.collect(options_, tag_offset) || !has_substance(collector_.groups())) {
         return false;
     }
-    set_record_name(collector.database(), options, collector.groups()[0]);
-    if (options.xml) {
-        print_xml_record(collector, out, options);
+    set_record_name(collector_.groups()[0]);
+    if (options_.xml) {
+        xml_writer_.write_record(collector_.groups());
     } else {
-        print_plain_record(collector, out, options);
+        print_plain_groups(collector_.groups());
     }
     return true;
 }
 
-bool list_records_by_tag(record_collector& collector, uni::output_sink& out,
-                         front::sdb_opts& options, std::uint16_t tag)
+bool record_printer::list_records_by_tag(std::uint16_t tag)
 {
-    const bool owns_document = options.print_header && options.xml;
+    const bool owns_document = options_.print_header && options_.xml;
     if (owns_document) {
-        write_xml_prologue(out, options);
+        write_xml_prologue(out_, options_);
     }
-    options.print_header = false;
-    const sdb::sdb_database& database = collector.database();
+    options_.print_header = false;
     bool printed = false;
-    for (const std::uint32_t ordinal : database.ordinals_by_tag(tag)) {
-        if (options.no_results) {
+    for (const std::uint32_t ordinal : database_.ordinals_by_tag(tag)) {
+        if (options_.no_results) {
             break;
         }
-        printed |= print_record(collector, out, options, database.offset_at(ordinal));
+        printed |= print_record(database_.offset_at(ordinal));
     }
     if (owns_document) {
-        write_xml_closing(out);
+        write_xml_closing(out_);
     }
     return printed;
 }
@@ -192,22 +165,22 @@ bool list_records_by_tag(record_collector& collector, uni::output_sink& out,
 bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
                          front::sdb_opts& options)
 {
-    record_collector collector(database);
+    record_printer printer(out, database, options);
     bool asked = false;
     if (options.xml) {
         write_xml_prologue(out, options);
         options.print_header = false;
     }
     if (options.list_apps) {
-        list_tags(collector, out, options, application_tags(database), "No Apps found");
+        list_tags(printer, out, options, application_tags(database), "No Apps found");
         asked = true;
     }
     if (options.list_fixes) {
         options.print_header = false;
-        list_tags(collector, out, options, fix_tags(database), "No fixes found");
+        list_tags(printer, out, options, fix_tags(database), "No fixes found");
         asked = true;
     }
-    asked |= list_single_tags(collector, out, options);
+    asked |= list_single_tags(printer, out, options);
     if (options.xml) {
         write_xml_closing(out);
     }

@@ -5,6 +5,7 @@
 
 #include "front/sdb_opts.h"
 #include "report/record.h"
+#include "report/xml_framing.h"
 #include "sdb/database.h"
 #include "uni/output_sink.h"
 
@@ -15,13 +16,30 @@ namespace report {
 bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
                          front::sdb_opts& options);
 
-// Lists all records with that tag; answers whether one was printed.
-bool list_records_by_tag(record_collector& collector, uni::output_sink& out,
-                         front::sdb_opts& options, std::uint16_t tag);
+// Prints records of one database into one stream.
+class record_printer {
+public:
+    record_printer(uni::output_sink& out, const sdb::sdb_database& database,
+                   front::sdb_opts& options)
+        : out_(out), database_(database), options_(options), collector_(database),
+          xml_writer_(out, database, options)
+    {}
 
-// Prints the record at `tag_offset`; answers whether it passed the filters and was printed.
-bool print_record(record_collector& collector, uni::output_sink& out, front::sdb_opts& options,
-                  std::uint32_t tag_offset);
+    // Lists all records with that tag; answers whether one was printed.
+    bool list_records_by_tag(std::uint16_t tag);
+    // Prints the record at `tag_offset`; answers whether it passed the filters and was printed.
+    bool print_record(std::uint32_t tag_offset);
+
+private:
+    void set_record_name(std::span<const record_item> group);
+    void print_plain_groups(const record_groups& groups);
+
+    uni::output_sink& out_;
+    const sdb::sdb_database& database_;
+    front::sdb_opts& options_;
+    record_collector collector_;
+    xml_record_writer xml_writer_;
+};
 
 // The tags of the records that a listing of applications runs over, ascending: lists that stand in
 // the database list, but for the library and layers.

@@ -19,125 +19,133 @@ constexpr std::uint64_t listing_share_of_a_tag = 64;
 
 } // namespace
 
-bool is_list(const record_item& item)
-{
-    return sdb::tag_type(item.tag) == type::list;
-}
-
-record_expander::record_expander(const sdb::sdb_database& database)
-    : database_(database), relation_(database.children()), on_chain_(database.tag_count())
-{}
+record_expander::record_expander(const sdb::sdb_database& database) : database_(database) {}
 
 std::span<const record_item> record_expander::subrecord(std::size_t index) const noexcept
 {
-    const group& found = subrecords_[index];
-    return std::span(pool_).subspan(found.first, found.last - found.first);
+    return items_of(subrecords_[index]);
+}
+
+std::span<const record_item> record_expander::items_of(const group& found) const noexcept
+{
+    return found.is_followed
+               ? bodies(found.first, found.last)
+               : std::span(references_).subspan(found.first, found.last - found.first);
 }
 
 bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
                              std::uint64_t& listed_items)
 {
-    items_.clear();
-    pool_.clear();
+    bodies_.clear();
+    references_.clear();
     subrecords_.clear();
-    record_items_ = 0;
+    own_count_ = 0;
     const std::optional<std::uint32_t> ordinal = database_.ordinal_of(tag_offset);
     if (!ordinal) {
         return false;
     }
-    head_ = item_of(*ordinal, 1);
-    gather_descendants(*ordinal, 2);
-    if (gathered_.empty()) {
-        return false;
+    if (relation_ == nullptr) {
+        relation_ = &database_.children();
+        on_chain_.resize(database_.tag_count());
     }
-    count_gathered(listed_items);
-    split_gathered(items_, 0);
+    const record_item head = item_of(*ordinal, 1);
+    bodies_.push_back(head);
+    record_items_ = gather(head, 2, 0);
+    listed_items += record_items_;
+    own_count_ = bodies_.size();
     while (!work_.empty()) {
         const group next = work_.back();
         work_.pop_back();
         walk_group(next, follow_references, listed_items);
     }
-    enter_chain({0, 0, 0, false});
-    return true;
+    enter_chain(0);
+    return record_items_ != 0;
 }
 
 record_item record_expander::item_of(std::uint32_t ordinal, std::uint16_t depth) const
 {
-    const std::uint32_t offset = database_.offset_at(ordinal);
-    const std::uint16_t tag = database_.tag_at(ordinal);
-    const std::uint32_t size =
-        sdb::tag_type(tag) == type::list ? database_.image().u32(std::uint64_t{offset} + 2) : 0;
-    return {offset, ordinal, size, tag, depth};
+    return {database_.offset_at(ordinal), ordinal, database_.tag_at(ordinal), depth};
 }
 
-// Gathers all rows of the relation whose list starts in the span that the tag's size claims, in
-// file order, at depths from `base_depth` on.
-void record_expander::gather_descendants(std::uint32_t ordinal, std::uint16_t base_depth)
+std::uint32_t record_expander::list_size(const record_item& item) const
 {
-    gathered_.clear();
-    const record_item self = item_of(ordinal, 0);
-    const std::uint64_t last_key = std::uint64_t{self.offset} + self.list_size + list_header - 1;
-    const std::uint32_t behind = database_.ordinal_from(last_key + 1);
-    const std::uint32_t end = relation_.end(ordinal);
-    if (end != behind) {
-        gather_irregular(ordinal, behind, base_depth);
-        return;
+    return is_list(item) ? database_.word_behind(item.offset) : 0;
+}
+
+// Gathers all rows of the relation whose list starts in the span that the head's size claims, in
+// file order, at depths from `base_depth` on. Reference lists with all that stands in them become
+// groups to be walked; the rest goes behind bodies_. Gives the number of rows.
+std::size_t record_expander::gather(const record_item& head, std::uint16_t base_depth,
+                                    std::size_t chain_length)
+{
+    const std::uint64_t last_key = std::uint64_t{head.offset} + list_size(head) + list_header - 1;
+    const std::uint32_t first = head.ordinal + 1;
+    const std::uint32_t end = relation_->end(head.ordinal);
+    const bool ends_in_span = database_.offset_at(end - 1) <= last_key;
+    const bool goes_on_behind = end == database_.tag_count() || database_.offset_at(end) > last_key;
+    if (!ends_in_span || !goes_on_behind) {
+        return gather_irregular(head.ordinal, database_.ordinal_from(last_key + 1), base_depth,
+                                chain_length);
     }
-    if (end == ordinal + 1) {
-        return;
+    if (end == first) {
+        return 0;
     }
-    const auto shift = static_cast<std::uint16_t>(base_depth - relation_.depth(ordinal + 1));
-    for (std::uint32_t row = ordinal + 1; row < end; ++row) {
-        gathered_.push_back(item_of(row, static_cast<std::uint16_t>(relation_.depth(row) + shift)));
-    }
+    const auto shift = static_cast<std::uint16_t>(base_depth - relation_->depth(first));
+    return split_rows(
+        end - first,
+        [&](std::size_t row) {
+            const std::uint32_t ordinal = first + static_cast<std::uint32_t>(row);
+            return item_of(ordinal, static_cast<std::uint16_t>(relation_->depth(ordinal) + shift));
+        },
+        chain_length);
 }
 
 // The same where what stands in the list is not what its size claims: damaged sizes, or a list that
 // stayed open too long.
-void record_expander::gather_irregular(std::uint32_t ordinal, std::uint32_t behind,
-                                       std::uint16_t base_depth)
+std::size_t record_expander::gather_irregular(std::uint32_t list, std::uint32_t behind,
+                                              std::uint16_t base_depth, std::size_t chain_length)
 {
-    std::uint16_t shift = 0;
-    for (std::uint32_t list = ordinal; list < behind; ++list) {
-        relation_.for_each_child(list, [&](std::uint32_t row) {
-            if (gathered_.empty()) {
-                shift = static_cast<std::uint16_t>(base_depth - relation_.depth(row));
-            }
-            gathered_.push_back(
-                item_of(row, static_cast<std::uint16_t>(relation_.depth(row) + shift)));
-        });
+    std::vector<std::uint32_t> rows;
+    for (; list < behind; ++list) {
+        relation_->for_each_child(list, [&](std::uint32_t row) { rows.push_back(row); });
     }
-    std::ranges::sort(gathered_, {}, &record_item::ordinal);
+    if (rows.empty()) {
+        return 0;
+    }
+    const auto shift = static_cast<std::uint16_t>(base_depth - relation_->depth(rows.front()));
+    std::ranges::sort(rows);
+    return split_rows(
+        rows.size(),
+        [&](std::size_t row) {
+            return item_of(rows[row],
+                           static_cast<std::uint16_t>(relation_->depth(rows[row]) + shift));
+        },
+        chain_length);
 }
 
-void record_expander::count_gathered(std::uint64_t& listed_items)
+template <typename source>
+std::size_t record_expander::split_rows(std::size_t count, source&& row, std::size_t chain_length)
 {
-    record_items_ += gathered_.size();
-    listed_items += gathered_.size();
-}
-
-// Takes the reference lists with all that stands in them out of what was gathered, each a group to
-// be walked; the rest goes to `others`.
-void record_expander::split_gathered(std::vector<record_item>& others, std::size_t chain_length)
-{
-    for (std::size_t i = 0; i < gathered_.size();) {
-        const record_item& item = gathered_[i];
+    std::size_t kept = bodies_.size();
+    bodies_.resize(kept + count);
+    for (std::size_t i = 0; i < count;) {
+        record_item item = row(i++);
         if (!sdb::is_reference_list_tag(item.tag)) {
-            others.push_back(item);
-            ++i;
+            bodies_[kept++] = item;
             continue;
         }
-        const std::uint64_t limit = std::uint64_t{item.offset} + item.list_size + list_header;
-        const std::size_t first = pool_.size();
-        pool_.push_back(item);
-        ++i;
-        if (item.list_size >= list_header) {
-            for (; i < gathered_.size() && gathered_[i].offset < limit; ++i) {
-                pool_.push_back(gathered_[i]);
-            }
+        const std::uint32_t size = list_size(item);
+        const std::uint64_t limit = std::uint64_t{item.offset} + size + list_header;
+        const std::size_t first = references_.size();
+        references_.push_back(item);
+        while (size >= list_header && i < count && (item = row(i)).offset < limit) {
+            references_.push_back(item);
+            ++i;
         }
-        work_.push_back({first, pool_.size(), chain_length, false});
+        work_.push_back({first, references_.size(), chain_length, false});
     }
+    bodies_.resize(kept);
+    return count;
 }
 
 void record_expander::walk_group(const group& walked, bool follow_references,
@@ -147,119 +155,116 @@ void record_expander::walk_group(const group& walked, bool follow_references,
     if (!follow_references) {
         return;
     }
-    enter_chain(walked);
-    for (std::size_t i = walked.first + 1; i < walked.last; ++i) {
-        const record_item item = pool_[i];
+    // Groups are walked depth first, so what leads to this one is still the chain's beginning.
+    enter_chain(walked.chain_length);
+    if (walked.is_followed) {
+        chain_.push_back(items_of(walked).front().ordinal);
+        on_chain_[chain_.back()] = true;
+    }
+    const std::size_t count = walked.last - walked.first;
+    for (std::size_t i = 1; i < count; ++i) {
+        const record_item item = items_of(walked)[i];
         if (sdb::is_expanded_dword_tag(item.tag)) {
-            follow(item, chain_.size(), listed_items);
+            follow(item, listed_items);
         }
     }
 }
 
-void record_expander::follow(const record_item& reference, std::size_t chain_length,
-                             std::uint64_t& listed_items)
+void record_expander::follow(const record_item& reference, std::uint64_t& listed_items)
 {
     const std::uint64_t listing_limit =
         largest_listing + listing_share_of_a_tag * database_.tag_count();
     if (record_items_ > largest_record || listed_items > listing_limit) {
         return;
     }
-    const std::uint32_t place = database_.item_at(reference.ordinal).value.u32(0);
-    const std::optional<std::uint32_t> ordinal = database_.ordinal_of(place);
+    const std::optional<std::uint32_t> ordinal =
+        database_.ordinal_of(database_.word_behind(reference.offset));
     if (!ordinal || is_on_chain(*ordinal)) {
         return;
     }
-    gather_descendants(*ordinal, static_cast<std::uint16_t>(reference.depth + 1));
-    if (gathered_.empty()) {
+    const record_item head = item_of(*ordinal, reference.depth);
+    const std::size_t first = bodies_.size();
+    bodies_.push_back(head);
+    const std::size_t gathered =
+        gather(head, static_cast<std::uint16_t>(reference.depth + 1), chain_.size() + 1);
+    if (gathered == 0) {
+        bodies_.pop_back();
         return;
     }
-    count_gathered(listed_items);
-    others_.clear();
-    others_.push_back(item_of(*ordinal, reference.depth));
-    split_gathered(others_, chain_length + 1);
-    const std::size_t first = pool_.size();
-    pool_.insert(pool_.end(), others_.begin(), others_.end());
-    work_.push_back({first, pool_.size(), chain_length, true});
+    record_items_ += gathered;
+    listed_items += gathered;
+    work_.push_back({first, bodies_.size(), chain_.size(), true});
 }
 
-// Groups are walked depth first, so the chain that leads to one is the present chain cut back to
-// its length, with the group itself behind it when it is a followed record.
-void record_expander::enter_chain(const group& walked)
+void record_expander::enter_chain(std::size_t length)
 {
-    while (chain_.size() > walked.chain_length) {
+    while (chain_.size() > length) {
         on_chain_[chain_.back()] = false;
         chain_.pop_back();
-    }
-    if (walked.is_followed) {
-        chain_.push_back(pool_[walked.first].ordinal);
-        on_chain_[chain_.back()] = true;
     }
 }
 
 bool record_expander::is_on_chain(std::uint32_t ordinal) const
 {
-    return ordinal == head_.ordinal || on_chain_[ordinal];
+    return ordinal == bodies_.front().ordinal || on_chain_[ordinal];
 }
 
 void record_groups::clear()
 {
-    items_.clear();
-    group_of_.clear();
-    counts_.clear();
+    groups_.clear();
+    copied_.clear();
     reachable_.clear();
     is_open_ = false;
-    sorted_ = true;
 }
 
-void record_groups::add(const record_item& item)
+void record_groups::add(std::span<const record_item> items)
 {
-    if (is_list(item)) {
-        const auto group = static_cast<std::uint32_t>(counts_.size());
-        counts_.push_back(0);
-        while (!reachable_.empty() && reachable_.back().depth >= item.depth) {
-            reachable_.pop_back();
+    for (std::size_t i = 0; i < items.size();) {
+        if (!is_list(items[i])) {
+            add_scalar(items[i++]);
+            continue;
         }
-        reachable_.push_back({item.depth, group});
-        is_open_ = true;
-        open_depth_ = item.depth;
-        append(item, group);
-        return;
+        const std::size_t first = i++;
+        start_group(items[first]);
+        while (i < items.size() && !is_list(items[i]) && items[i].depth > items[first].depth) {
+            ++i;
+        }
+        groups_.back() = items.subspan(first, i - first);
     }
-    if (is_open_ && item.depth > open_depth_) {
-        append(item, static_cast<std::uint32_t>(counts_.size() - 1));
+}
+
+void record_groups::start_group(const record_item& head)
+{
+    while (!reachable_.empty() && reachable_.back().depth >= head.depth) {
+        reachable_.pop_back();
+    }
+    reachable_.push_back({head.depth, groups_.size()});
+    groups_.emplace_back();
+    is_open_ = true;
+}
+
+// A scalar that does not simply follow its list's others.
+void record_groups::add_scalar(const record_item& item)
+{
+    if (is_open_ && item.depth > groups_.back().front().depth) {
+        append(groups_.size() - 1, item);
         return;
     }
     is_open_ = false;
     const auto behind = std::ranges::lower_bound(reachable_, item.depth, {}, &depth_mark::depth);
     if (behind != reachable_.begin()) {
-        append(item, (behind - 1)->group);
+        append((behind - 1)->group, item);
     }
 }
 
-void record_groups::append(const record_item& item, std::uint32_t group)
+void record_groups::append(std::size_t group, const record_item& item)
 {
-    sorted_ = sorted_ && (group_of_.empty() || group_of_.back() <= group);
-    items_.push_back(item);
-    group_of_.push_back(group);
-    ++counts_[group];
-}
-
-void record_groups::finish()
-{
-    starts_.resize(counts_.size());
-    std::uint32_t start = 0;
-    for (std::size_t group = 0; group < counts_.size(); ++group) {
-        starts_[group] = start;
-        start += counts_[group];
+    const auto [copy, is_new] = copied_.try_emplace(group);
+    if (is_new) {
+        copy->second.assign(groups_[group].begin(), groups_[group].end());
     }
-    if (sorted_) {
-        return;
-    }
-    ordered_.resize(items_.size());
-    std::vector<std::uint32_t> next = starts_;
-    for (std::size_t i = 0; i < items_.size(); ++i) {
-        ordered_[next[group_of_[i]]++] = items_[i];
-    }
+    copy->second.push_back(item);
+    groups_[group] = copy->second;
 }
 
 bool record_collector::collect(front::sdb_opts& options, std::uint32_t tag_offset)
@@ -268,22 +273,27 @@ bool record_collector::collect(front::sdb_opts& options, std::uint32_t tag_offse
     if (options.no_results || !expander_.expand(tag_offset, true, options.listed_items)) {
         return false;
     }
-    groups_.add(expander_.head());
-    for (const record_item& item : expander_.items()) {
-        groups_.add(item);
-    }
+    groups_.add(expander_.own_items());
     for (std::size_t i = 0; i < expander_.subrecord_count(); ++i) {
-        for (const record_item& item : expander_.subrecord(i)) {
-            groups_.add(item);
+        groups_.add(expander_.subrecord(i));
+    }
+    return !groups_.empty() && passes_search(options);
+}
+
+bool record_collector::passes_search(const front::sdb_opts& options) const
+{
+    const auto is_found = [&](const record_item& item) {
+        return std::ranges::binary_search(options.found_offsets, item.offset);
+    };
+    if (options.found_offsets.empty()) {
+        return true;
+    }
+    for (std::size_t group = 0; group < groups_.size(); ++group) {
+        if (std::ranges::any_of(groups_[group], is_found)) {
+            return true;
         }
     }
-    groups_.finish();
-    if (groups_.empty() || options.found_offsets.empty()) {
-        return !groups_.empty();
-    }
-    return std::ranges::any_of(groups_.all_items(), [&](const record_item& item) {
-        return std::ranges::binary_search(options.found_offsets, item.offset);
-    });
+    return false;
 }
 
 bool has_substance(const record_groups& groups)

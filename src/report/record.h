@@ -1,12 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <vector>
 
 #include "front/sdb_opts.h"
 #include "sdb/child_relation.h"
 #include "sdb/database.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/large_vector.h"
 
 // A record is one list of the database with what belongs to it: its descendants, and the records
 // that its reference lists lead to, folded in as sub-records. A report sees it as groups: each
@@ -18,12 +22,14 @@ namespace report {
 struct record_item {
     std::uint32_t offset;
     std::uint32_t ordinal;
-    std::uint32_t list_size; // 0 when not a list
     std::uint16_t tag;
     std::uint16_t depth;
 };
 
-bool is_list(const record_item& item);
+constexpr bool is_list(const record_item& item) noexcept
+{
+    return sdb::tag_type(item.tag) == sdb::type::list;
+}
 
 // Gathers records of one database, one at a time; keeps its memory between them.
 class record_expander {
@@ -36,41 +42,44 @@ public:
     // `listed_items` is raised, more than 1,000,000 and 64 for each tag of the database.
     bool expand(std::uint32_t tag_offset, bool follow_references, std::uint64_t& listed_items);
 
-    // The record last expanded. Sub-records come in the reverse of file order; in each, the head is
-    // the first item.
-    const record_item& head() const noexcept { return head_; }
-    std::span<const record_item> items() const noexcept { return items_; }
+    // The record last expanded: its head with the items of its own, then each sub-record, in the
+    // reverse of file order, as its head with its items. Good until the next expand().
+    std::span<const record_item> own_items() const noexcept { return bodies(0, own_count_); }
     std::size_t subrecord_count() const noexcept { return subrecords_.size(); }
     std::span<const record_item> subrecord(std::size_t index) const noexcept;
 
 private:
-    // A sub-record, found or still to be walked: where its items lie in pool_, how many followed
-    // records lead to it, and the ordinal of its head when it is one of these itself.
+    // A sub-record, found or still to be walked. A reference list lies in references_ with all that
+    // stands in it, a followed record in bodies_ without its reference lists.
     struct group {
         std::size_t first;
         std::size_t last;
-        std::size_t chain_length;
+        std::size_t chain_length; // followed records that lead to it
         bool is_followed;
     };
 
+    std::span<const record_item> bodies(std::size_t first, std::size_t last) const noexcept
+    {
+        return std::span(bodies_).subspan(first, last - first);
+    }
+    std::span<const record_item> items_of(const group& found) const noexcept;
     record_item item_of(std::uint32_t ordinal, std::uint16_t depth) const;
-    void gather_descendants(std::uint32_t ordinal, std::uint16_t base_depth);
-    void gather_irregular(std::uint32_t ordinal, std::uint32_t behind, std::uint16_t base_depth);
-    void split_gathered(std::vector<record_item>& others, std::size_t chain_length);
+    std::uint32_t list_size(const record_item& item) const;
+    std::size_t gather(const record_item& head, std::uint16_t base_depth, std::size_t chain_length);
+    std::size_t gather_irregular(std::uint32_t list, std::uint32_t behind, std::uint16_t base_depth,
+                                 std::size_t chain_length);
+    template <typename source>
+    std::size_t split_rows(std::size_t count, source&& row, std::size_t chain_length);
     void walk_group(const group& walked, bool follow_references, std::uint64_t& listed_items);
-    void follow(const record_item& reference, std::size_t chain_length,
-                std::uint64_t& listed_items);
-    void enter_chain(const group& walked);
+    void follow(const record_item& reference, std::uint64_t& listed_items);
+    void enter_chain(std::size_t length);
     bool is_on_chain(std::uint32_t ordinal) const;
-    void count_gathered(std::uint64_t& listed_items);
 
     const sdb::sdb_database& database_;
-    const sdb::child_relation& relation_;
-    record_item head_{};
-    std::vector<record_item> items_;
-    std::vector<record_item> gathered_;
-    std::vector<record_item> others_;
-    std::vector<record_item> pool_;
+    const sdb::child_relation* relation_ = nullptr; // asked for with the first record
+    uni::large_vector<record_item> bodies_;
+    uni::large_vector<record_item> references_;
+    std::size_t own_count_ = 0;
     std::vector<group> work_;
     std::vector<group> subrecords_;
     // The followed records that lead to the group in work, and a mark for each.
@@ -83,39 +92,34 @@ private:
 class record_groups {
 public:
     void clear();
-    // Takes the next item. A list starts a group. A scalar goes to the open group if it is deeper
-    // than the group's list; otherwise it closes that group and goes to the last group whose list
-    // is less deep, or is dropped when there is none.
-    void add(const record_item& item);
-    // To be called behind the last item.
-    void finish();
+    // Takes the next items, which stay where they are. A list starts a group. A scalar goes to the
+    // open group if it is deeper than the group's list; otherwise it closes that group and goes to
+    // the last group whose list is less deep, or is dropped when there is none.
+    void add(std::span<const record_item> items);
 
-    std::size_t size() const noexcept { return counts_.size(); }
-    bool empty() const noexcept { return counts_.empty(); }
+    std::size_t size() const noexcept { return groups_.size(); }
+    bool empty() const noexcept { return groups_.empty(); }
     std::span<const record_item> operator[](std::size_t group) const noexcept
     {
-        return std::span(sorted_ ? items_ : ordered_).subspan(starts_[group], counts_[group]);
+        return groups_[group];
     }
-    std::span<const record_item> all_items() const noexcept { return items_; }
 
 private:
     struct depth_mark {
         std::uint16_t depth;
-        std::uint32_t group;
+        std::size_t group;
     };
 
-    void append(const record_item& item, std::uint32_t group);
+    void start_group(const record_item& head);
+    void add_scalar(const record_item& item);
+    void append(std::size_t group, const record_item& item);
 
-    std::vector<record_item> items_;
-    std::vector<std::uint32_t> group_of_;
-    std::vector<std::uint32_t> counts_;
-    std::vector<std::uint32_t> starts_;
-    std::vector<record_item> ordered_;
+    std::vector<std::span<const record_item>> groups_;
+    // Groups that took an item from elsewhere, copied to grow, by their place in groups_.
+    std::map<std::size_t, std::vector<record_item>> copied_;
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
     std::vector<depth_mark> reachable_;
-    std::uint16_t open_depth_ = 0;
     bool is_open_ = false;
-    bool sorted_ = true;
 };
 
 // Collects records for printing or counting.
@@ -133,6 +137,8 @@ public:
     const sdb::sdb_database& database() const noexcept { return database_; }
 
 private:
+    bool passes_search(const front::sdb_opts& options) const;
+
     const sdb::sdb_database& database_;
     record_expander expander_;
     record_groups groups_;

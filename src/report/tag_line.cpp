@@ -58,12 +58,12 @@ void print_tag_line(uni::text_buffer& out, const sdb::sdb_database& database,
     }
     const std::string_view separator = options.csv_separator;
     write_depth(out, options, item.depth);
-    out.hex(item.offset, item.offset > 0xffffff ? 8 : 6);
+    out.hex_min(item.offset, 6);
     out.text(separator);
     out.hex(item.tag, 4);
     out.text(separator);
     if (is_list(item)) {
-        out.hex_min(item.list_size, 5);
+        out.hex_min(database.word_behind(item.offset), 5);
     } else {
         out.text(no_list_size);
     }
@@ -78,7 +78,7 @@ void print_tag_line(uni::text_buffer& out, const sdb::sdb_database& database,
     }
     if (!is_list(item)) {
         out.text(separator);
-        write_tag_text(out, database, database.item_at(item.ordinal), options);
+        write_tag_text(out, database, item.tag, item.offset, options);
     }
     out.line_end();
 }

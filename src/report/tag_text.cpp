@@ -1,5 +1,6 @@
 #include "report/tag_text.h"
 
+#include <array>
 #include <span>
 
 #include "sdb/tags.h"
@@ -20,40 +21,44 @@ constexpr std::uint64_t shortest_index_bits = 12;
 constexpr std::string_view set_word = "set";
 constexpr std::string_view cut_mark = "...";
 
-unsigned digits_of(std::uint16_t type_bits)
+// Hexadecimal digits of a number of the tag's type.
+unsigned digits_of(std::uint16_t tag)
 {
-    switch (type_bits) {
+    return (sdb::bytes_to_next[tag >> 12] - 2u) * 2;
+}
+
+std::uint64_t number_at(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
+{
+    switch (sdb::tag_type(tag)) {
     case type::byte_:
-        return 2;
+        return image.u8(position);
     case type::word:
-        return 4;
+        return image.u16(position);
     case type::dword:
-        return 8;
+        return image.u32(position);
     default:
-        return 16;
+        return image.u64(position);
     }
 }
 
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
                   const front::sdb_opts& options)
 {
-    if (options.base16) {
-        out.text("0x");
-        out.hex(value, digits);
-    } else {
+    if (!options.base16) {
         out.decimal(value);
+        return;
     }
+    char* const start = out.room(2 + 16);
+    start[0] = '0';
+    start[1] = 'x';
+    out.taken(uni::put_hex(start + 2, value, digits));
 }
 
 void write_moment(uni::text_buffer& out, const uni::time_value& moment,
                   const front::sdb_opts& options)
 {
-    std::string date;
-    std::string time;
-    uni::filetime_text(date, time, moment, options.date_style);
-    out.text(date);
-    out.character(' ');
-    out.text(time);
+    char* const text = out.room(uni::longest_moment_text);
+    out.taken(uni::put_moment(text, moment, options.date_style));
 }
 
 // The four words from the highest down, up to the first that is 0xffff.
@@ -72,21 +77,62 @@ void write_version(uni::text_buffer& out, std::uint64_t version)
     }
 }
 
-bool holds_unix_time(std::uint16_t tag)
+// What a value is shown as.
+enum class value_form : std::uint8_t {
+    nothing,
+    null_word,
+    number,
+    word,        // a word that looks like a tag is shown as that tag's name
+    tag_offset,  // the bare offset of another tag
+    unix_time,   // seconds since 1970, signed
+    filetime,    // FILETIME ticks
+    version,     // four words
+    reference,   // text of the string table
+    stored_text, // text in the tag itself
+    guid,
+    index_bits,
+};
+
+constexpr value_form form_of_type(std::uint16_t tag)
 {
-    return tag == tag::link_date || tag == tag::upto_link_date;
+    switch (sdb::tag_type(tag)) {
+    case type::null_:
+        return value_form::null_word;
+    case type::word:
+        return value_form::word;
+    case type::byte_:
+    case type::dword:
+    case type::qword:
+        return value_form::number;
+    case type::stringref:
+        return value_form::reference;
+    case type::string:
+        return value_form::stored_text;
+    default:
+        return value_form::nothing;
+    }
 }
 
-// A reference of the listings that is shown as a bare offset. Unlike is_expanded_dword_tag this
-// leaves one tag out, which shows as a plain dword: meant.
-bool shows_as_offset(std::uint16_t tag)
-{
-    return sdb::is_expanded_dword_tag(tag) && tag != tag::unnamed_tagid_4888;
-}
-
-bool holds_version(std::uint16_t tag)
+// The tags that are shown otherwise than others of their type. The offsets of other tags are those
+// that listings expand, but for one tag, which shows as a plain dword: meant.
+constexpr value_form form_of_tag(std::uint16_t tag)
 {
     switch (tag) {
+    case tag::link_date:
+    case tag::upto_link_date:
+        return value_form::unix_time;
+    case tag::shim_tagid:
+    case tag::patch_tagid:
+    case tag::layer_tagid:
+    case tag::msi_transform_tagid:
+    case tag::flag_tagid:
+    case tag::context_tagid:
+    case tag::quirk_tagid:
+    case tag::migration_data_tagid:
+    case tag::tagid:
+        return value_form::tag_offset;
+    case tag::time:
+        return value_form::filetime;
     case tag::bin_file_version:
     case tag::bin_product_version:
     case tag::upto_bin_product_version:
@@ -97,15 +143,7 @@ bool holds_version(std::uint16_t tag)
     case tag::upto_packageid_version:
     case tag::from_osmaxversiontested:
     case tag::upto_osmaxversiontested:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool holds_guid(std::uint16_t tag)
-{
-    switch (tag) {
+        return value_form::version;
     case tag::exe_id:
     case tag::msi_package_id:
     case tag::database_id:
@@ -113,15 +151,31 @@ bool holds_guid(std::uint16_t tag)
     case tag::context_branch_id:
     case tag::fix_id:
     case tag::app_id:
-        return true;
+        return value_form::guid;
+    case tag::index_bits:
+        return value_form::index_bits;
     default:
-        return false;
+        return form_of_type(tag);
     }
+}
+
+const auto forms = [] {
+    std::array<value_form, sdb::tag_slots> table{};
+    for (unsigned number = 0x1000; number < 0xa000; ++number) {
+        const auto tag = static_cast<std::uint16_t>(number);
+        table[sdb::tag_slot(tag)] = form_of_tag(tag);
+    }
+    return table;
+}();
+
+value_form form_of(std::uint16_t tag)
+{
+    const std::size_t slot = sdb::tag_slot(tag);
+    return slot == sdb::tag_slots - 1 ? form_of_type(tag) : forms[slot];
 }
 
 void write_word(uni::text_buffer& out, std::uint16_t value, const front::sdb_opts& options)
 {
-    // A word that looks like a tag is shown as that tag's name.
     if (sdb::is_known_type(sdb::tag_type(value))) {
         write_tag_name(out, value);
     } else {
@@ -129,49 +183,32 @@ void write_word(uni::text_buffer& out, std::uint16_t value, const front::sdb_opt
     }
 }
 
-void write_dword(uni::text_buffer& out, std::uint16_t tag, std::uint32_t value,
-                 const front::sdb_opts& options)
+void write_unix_time(uni::text_buffer& out, std::uint32_t value, const front::sdb_opts& options)
 {
-    if (holds_unix_time(tag)) {
-        const std::int64_t seconds = static_cast<std::int32_t>(value);
-        write_moment(
-            out,
-            uni::time_value_from(static_cast<std::uint64_t>(seconds), uni::time_kind::unix_seconds),
-            options);
-    } else if (shows_as_offset(tag)) {
-        out.hex_min(value, 1);
-    } else {
-        write_number(out, value, 8, options);
-    }
+    const std::int64_t seconds = static_cast<std::int32_t>(value);
+    write_moment(
+        out,
+        uni::time_value_from(static_cast<std::uint64_t>(seconds), uni::time_kind::unix_seconds),
+        options);
 }
 
-void write_qword(uni::text_buffer& out, std::uint16_t tag, std::uint64_t value,
-                 const front::sdb_opts& options)
+bool write_guid(uni::text_buffer& out, uni::byte_view value)
 {
-    if (tag == tag::time) {
-        write_moment(out, uni::time_value_from(value, uni::time_kind::filetime), options);
-    } else if (holds_version(tag)) {
-        write_version(out, value);
-    } else {
-        write_number(out, value, 16, options);
+    if (value.size() != uni::guid_size) {
+        return false;
     }
+    char* const text = out.room(uni::guid_text_length);
+    out.taken(uni::put_guid(text, value.bytes().first<uni::guid_size>()));
+    return true;
 }
 
-bool write_binary(uni::text_buffer& out, const sdb::sdb_tag_item& item)
+bool write_index_mark(uni::text_buffer& out, uni::byte_view value)
 {
-    if (holds_guid(item.tag)) {
-        if (item.value.size() != uni::guid_size) {
-            return false;
-        }
-        char* const text = out.room(uni::guid_text_length);
-        out.taken(uni::put_guid(text, item.value.bytes().first<uni::guid_size>()));
-        return true;
+    if (value.size() < shortest_index_bits) {
+        return false;
     }
-    if (item.tag == tag::index_bits && item.value.size() >= shortest_index_bits) {
-        out.text(cut_mark);
-        return true;
-    }
-    return false;
+    out.text(cut_mark);
+    return true;
 }
 
 // In the plain form an operation is only counted, by an empty line; other forms show nothing.
@@ -209,46 +246,64 @@ void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
     }
 }
 
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored)
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain)
 {
-    char* const start = out.room(static_cast<std::size_t>(stored.size()) / 2 * 3);
-    char* const end = uni::put_stored_utf16(start, stored);
+    char* const start = out.room(uni::stored_text_room(stored.size()));
+    char* const end = uni::put_stored_utf16(start, stored, plain);
     out.taken(end);
     return {start, static_cast<std::size_t>(end - start)};
 }
 
-bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database,
-                    const sdb::sdb_tag_item& item, const front::sdb_opts& options)
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored)
 {
-    switch (sdb::tag_type(item.tag)) {
-    case type::null_:
+    bool plain = false;
+    return write_stored_text(out, stored, plain);
+}
+
+bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
+                    std::uint32_t offset, const front::sdb_opts& options)
+{
+    const uni::byte_view image = database.image();
+    const std::uint64_t value = std::uint64_t{offset} + 2;
+    switch (form_of(tag)) {
+    case value_form::nothing:
+        return false;
+    case value_form::null_word:
         out.text(set_word);
         return true;
-    case type::byte_:
-        write_number(out, item.value.u8(0), 2, options);
+    case value_form::number:
+        write_number(out, number_at(image, value, tag), digits_of(tag), options);
         return true;
-    case type::word:
-        write_word(out, item.value.u16(0), options);
+    case value_form::word:
+        write_word(out, image.u16(value), options);
         return true;
-    case type::dword:
-        write_dword(out, item.tag, item.value.u32(0), options);
+    case value_form::tag_offset:
+        out.hex_min(image.u32(value), 1);
         return true;
-    case type::qword:
-        write_qword(out, item.tag, item.value.u64(0), options);
+    case value_form::unix_time:
+        write_unix_time(out, image.u32(value), options);
         return true;
-    case type::stringref: {
-        const uni::byte_view stored = database.string_bytes(item.size);
+    case value_form::filetime:
+        write_moment(out, uni::time_value_from(image.u64(value), uni::time_kind::filetime),
+                     options);
+        return true;
+    case value_form::version:
+        write_version(out, image.u64(value));
+        return true;
+    case value_form::reference: {
+        const uni::byte_view stored = database.string_bytes(image.u32(value));
         write_stored_text(out, stored);
         return !stored.empty();
     }
-    case type::string:
-        write_stored_text(out, item.value);
+    case value_form::stored_text:
+        write_stored_text(out, database.payload_at(offset));
         return true;
-    case type::binary_:
-        return write_binary(out, item);
-    default:
-        return false;
+    case value_form::guid:
+        return write_guid(out, database.payload_at(offset));
+    case value_form::index_bits:
+        return write_index_mark(out, database.payload_at(offset));
     }
+    return false;
 }
 
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
@@ -276,8 +331,7 @@ rendered_value render_tag_value(const sdb::sdb_database& database, const sdb::sd
 {
     rendered_value rendered;
     uni::text_buffer text;
-    const std::uint16_t type_bits = sdb::tag_type(item.tag);
-    switch (type_bits) {
+    switch (sdb::tag_type(item.tag)) {
     case type::null_:
         rendered.value_text = set_word;
         rendered.value_number = 1;
@@ -287,7 +341,7 @@ rendered_value render_tag_value(const sdb::sdb_database& database, const sdb::sd
     case type::dword:
     case type::qword:
         rendered.value_number = item.value.u64(0);
-        write_number(text, rendered.value_number, digits_of(type_bits), options);
+        write_number(text, rendered.value_number, digits_of(item.tag), options);
         rendered.value_text = text.view();
         text.clear();
         break;
@@ -303,7 +357,7 @@ rendered_value render_tag_value(const sdb::sdb_database& database, const sdb::sd
     }
     if (item.tag == tag::patch_bits) {
         rendered.lines = patch_lines(item, options);
-    } else if (write_tag_text(text, database, item, options)) {
+    } else if (write_tag_text(text, database, item.tag, item.offset, options)) {
         rendered.lines.emplace(item.offset, text.view());
     }
     return rendered;

@@ -34,12 +34,14 @@ std::string tag_text(const sdb::sdb_database& database, std::uint32_t tag_offset
                      const front::sdb_opts& options, bool all_lines, bool quote);
 
 // Writes the first line of any tag but a patch value; false, and nothing written, if it has none.
-bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database,
-                    const sdb::sdb_tag_item& item, const front::sdb_opts& options);
+bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
+                    std::uint32_t offset, const front::sdb_opts& options);
 
 // Writes stored UTF-16LE text up to its first zero unit; gives what was written, which the next
 // write to `out` makes invalid.
 std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored);
+// The same, which also tells whether the text is plain (see uni::put_stored_utf16).
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain);
 
 // Writes a patch operation as its XML element.
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "report/tag_line.h"
 #include "report/tag_text.h"
@@ -9,6 +10,7 @@
 #include "sdb/vocabulary.h"
 #include "uni/numbers.h"
 #include "uni/text.h"
+#include "uni/utf.h"
 
 namespace report {
 
@@ -24,24 +26,18 @@ constexpr std::string_view win32_word = "win32";
 constexpr std::string_view app_word = "app";
 constexpr std::string_view softblock_word = "softblock";
 constexpr std::string_view hardblock_word = "hardblock";
-constexpr std::string_view cdata_word = "CDATA";
+constexpr char cdata_word[] = "CDATA";
 constexpr std::string_view any_name = "*";
 constexpr std::string_view zero_dword = "0x00000000";
 // Text of that many bytes stands on a line of its own inside its CDATA.
 constexpr std::size_t long_cdata = 80;
 
 // What a byte of text calls for.
-enum byte_need : std::uint8_t { needs_cdata = 1, needs_single_quote = 2, needs_escape = 4 };
+enum byte_need : std::uint8_t { needs_cdata = 1, needs_single_quote = 2 };
 
 constexpr std::array<std::uint8_t, 256> byte_needs = [] {
     std::array<std::uint8_t, 256> needs{};
-    for (std::size_t byte = 0; byte < needs.size(); ++byte) {
-        const bool line_end = byte == '\r' || byte == '\n';
-        if ((byte < 0x20 || byte > 0x7e) && !line_end) {
-            needs[byte] = needs_escape;
-        }
-    }
-    needs['<'] = needs['>'] = needs['&'] = needs_cdata | needs_escape;
+    needs['<'] = needs['>'] = needs['&'] = needs_cdata;
     needs['"'] = needs_single_quote;
     return needs;
 }();
@@ -89,6 +85,46 @@ bool moves_to_app_element(std::uint16_t tag)
 
 } // namespace
 
+// The beginning of an attribute, as in ` name="`, for every known tag, in slots of one size that
+// are copied whole.
+struct xml_record_writer::attribute_openings {
+    static constexpr std::size_t slot_size = 48;
+    struct slot {
+        char text[slot_size];
+        std::uint64_t length;
+        std::uint64_t unused; // makes the size a power of two
+    };
+    std::array<slot, sdb::tag_slots> slots{};
+
+    attribute_openings()
+    {
+        for (unsigned number = 0; number <= 0xffff; ++number) {
+            const auto tag = static_cast<std::uint16_t>(number);
+            const std::string_view name = sdb::known_tag_name(tag);
+            if (name.empty() || name.size() > slot_size - 4) {
+                continue;
+            }
+            slot& opening = slots[sdb::tag_slot(tag)];
+            opening.text[0] = ' ';
+            name.copy(opening.text + 1, name.size());
+            opening.text[name.size() + 1] = '=';
+            opening.text[name.size() + 2] = '"';
+            opening.length = name.size() + 3;
+        }
+    }
+};
+
+const xml_record_writer::attribute_openings& xml_record_writer::openings()
+{
+    static const attribute_openings table;
+    return table;
+}
+
+xml_record_writer::xml_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
+                                     const front::sdb_opts& options)
+    : out_(out), database_(database), options_(options), openings_(openings())
+{}
+
 void write_xml_prologue(uni::text_buffer& out, const front::sdb_opts& options)
 {
     out.text("<shimdb>\n");
@@ -115,10 +151,16 @@ void write_xml_closing(uni::text_buffer& out)
 
 void xml_record_writer::write_name(std::uint16_t tag, std::string_view name)
 {
-    if (name.empty()) {
+    const attribute_openings::slot& opening = openings_.slots[sdb::tag_slot(tag)];
+    if (!name.empty()) {
+        out_.text(name);
+    } else if (opening.length == 0) {
         write_tag_name(out_, tag);
     } else {
-        out_.text(name);
+        // The blank in front and what stands behind the name are left out.
+        char* const out = out_.room(attribute_openings::slot_size);
+        std::memcpy(out, opening.text + 1, attribute_openings::slot_size - 1);
+        out_.taken(out + opening.length - 3);
     }
 }
 
@@ -128,114 +170,155 @@ void xml_record_writer::close_down_to(std::uint16_t depth)
         const open_element closed = open_.back();
         open_.pop_back();
         out_.blanks(closed.depth);
-        out_.text("</");
+        out_.literal("</");
         write_name(closed.tag, closed.name);
-        out_.text(">\n");
+        out_.literal(">\n");
     }
 }
 
-void xml_record_writer::write_group(std::span<const record_item> group, bool has_nested)
+void xml_record_writer::collect_entries(const record_groups& groups)
 {
-    const record_item& head = group.front();
+    std::size_t count = 0;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        count += groups[group].size();
+    }
+    entries_.resize(count);
+    references_.resize(count);
+    entry* next = entries_.data();
+    std::size_t references = 0;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const record_item& item : groups[group]) {
+            next->item = item;
+            references_[references] = next;
+            references += sdb::tag_type(item.tag) == type::stringref ? 1 : 0;
+            ++next;
+        }
+    }
+    for (std::size_t i = 0; i < references; ++i) {
+        entry& one = *references_[i];
+        one.stored = database_.string_bytes(database_.word_behind(one.item.offset));
+    }
+}
+
+void xml_record_writer::write_record(const record_groups& groups)
+{
+    collect_entries(groups);
+    entries rest = entries_;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        const std::size_t count = groups[group].size();
+        const bool has_nested =
+            rest.size() > count && rest[count].item.depth > rest.front().item.depth;
+        write_group(rest.first(count), has_nested);
+        rest = rest.subspan(count);
+    }
+    close_down_to(0);
+}
+
+void xml_record_writer::write_group(entries group, bool has_nested)
+{
+    const record_item& head = group.front().item;
     close_down_to(head.depth);
     cdata_children_.clear();
-    has_tag_children_ = std::ranges::any_of(
-        group.subspan(1), [](const record_item& item) { return is_child_element(item.tag); });
+    const auto children = std::ranges::count_if(
+        group, [](const entry& one) { return is_child_element(one.item.tag); });
+    has_tag_children_ = children != 0;
     self_closed_ = !has_nested && !has_tag_children_;
     open_.push_back({head.depth, head.tag, {}});
-    write_head(group);
-    out_.text(self_closed_ ? " />\n" : ">\n");
-    write_children(group.subspan(1));
-    if (self_closed_) {
-        open_.pop_back();
-    }
-}
-
-// Writes the element's name and attributes, up to what closes its tag.
-void xml_record_writer::write_head(std::span<const record_item> group)
-{
-    const record_item& head = group.front();
-    const std::span<const record_item> scalars = group.subspan(1);
-    const bool has_attributes = std::ranges::any_of(
-        scalars, [](const record_item& item) { return !is_child_element(item.tag); });
-    if (head.tag == tag::inexclude && has_attributes) {
+    if (head.tag == tag::inexclude && group.size() > static_cast<std::size_t>(children) + 1) {
         const bool includes = std::ranges::any_of(
-            scalars, [](const record_item& item) { return item.tag == tag::include; });
+            group, [](const entry& one) { return one.item.tag == tag::include; });
         open_.back().name = includes ? include_word : exclude_word;
     }
     out_.blanks(head.depth);
     out_.character('<');
     write_name(head.tag, open_.back().name);
     write_attributes(group);
+    if (self_closed_) {
+        out_.literal(" />\n");
+        open_.pop_back();
+    } else {
+        out_.literal(">\n");
+        write_children(group.subspan(1));
+    }
 }
 
-void xml_record_writer::write_attributes(std::span<const record_item> group)
+void xml_record_writer::write_attributes(entries group)
 {
-    const std::uint16_t head_tag = group.front().tag;
-    const std::span<const record_item> scalars = group.subspan(1);
+    const std::uint16_t head_tag = group.front().item.tag;
+    const entries scalars = group.subspan(1);
     if (has_app_element(head_tag)) {
         write_application(scalars);
         return;
     }
     const bool escapes = head_tag == tag::matching_file && !options_.record_name.empty();
-    for (const record_item& item : scalars) {
-        if (is_child_element(item.tag)) {
+    for (const entry& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
             continue;
         }
         if (escapes) {
-            write_matching(item);
+            write_matching(scalar);
         } else if (head_tag == tag::apphelp) {
-            write_apphelp(item);
-        } else if (head_tag != tag::inexclude || item.tag != tag::include) {
-            write_general(item);
+            write_apphelp(scalar);
+        } else if (head_tag != tag::inexclude || scalar.item.tag != tag::include) {
+            write_general(scalar);
         }
     }
+}
+
+void xml_record_writer::open_attribute(std::uint16_t tag)
+{
+    const attribute_openings::slot& opening = openings_.slots[sdb::tag_slot(tag)];
+    if (opening.length == 0) {
+        out_.character(' ');
+        write_tag_name(out_, tag);
+        out_.literal("=\"");
+        return;
+    }
+    char* const out = out_.room(attribute_openings::slot_size);
+    std::memcpy(out, opening.text, attribute_openings::slot_size);
+    out_.taken(out + opening.length);
 }
 
 void xml_record_writer::write_pair(std::uint16_t tag, std::string_view value)
 {
-    out_.character(' ');
-    write_tag_name(out_, tag);
-    out_.text("=\"");
+    open_attribute(tag);
     out_.text(value);
     out_.character('"');
 }
 
-void xml_record_writer::write_general(const record_item& item)
+void xml_record_writer::write_general(const entry& scalar)
 {
-    out_.character(' ');
-    write_tag_name(out_, item.tag);
-    out_.text("=\"");
-    write_value(out_, item);
+    open_attribute(scalar.item.tag);
+    bool plain = true;
+    write_value(out_, scalar, plain);
     out_.character('"');
 }
 
 // In a matching file values are escaped, and the name "*" stands for the record's own.
-void xml_record_writer::write_matching(const record_item& item)
+void xml_record_writer::write_matching(const entry& scalar)
 {
-    const std::uint16_t type_bits = sdb::tag_type(item.tag);
-    if (type_bits != type::stringref && type_bits != type::string) {
-        write_general(item);
-        return;
+    open_attribute(scalar.item.tag);
+    bool plain = true;
+    const std::string_view value = write_value(out_, scalar, plain);
+    const bool is_own_name = scalar.item.tag == tag::name && value == any_name;
+    if (is_own_name || !plain) {
+        const std::string escaped =
+            uni::xml_escape(is_own_name ? std::string_view(options_.record_name) : value);
+        out_.take_back(value.size());
+        out_.text(escaped);
     }
-    const std::string_view value = value_aside(item);
-    const bool is_own_name = item.tag == tag::name && value == any_name;
-    if (is_own_name || (needs_of(value) & needs_escape) != 0) {
-        write_pair(item.tag, uni::xml_escape(is_own_name ? options_.record_name : value));
-    } else {
-        write_pair(item.tag, value);
-    }
+    out_.character('"');
 }
 
-void xml_record_writer::write_apphelp(const record_item& item)
+void xml_record_writer::write_apphelp(const entry& scalar)
 {
-    if (item.tag == tag::langid) {
+    if (scalar.item.tag == tag::langid) {
         return;
     }
-    const std::string_view value = value_aside(item);
-    if (item.tag != tag::problemseverity) {
+    const std::string_view value = value_aside(scalar);
+    if (scalar.item.tag != tag::problemseverity) {
         if (value != zero_dword) {
-            write_pair(item.tag, value);
+            write_pair(scalar.item.tag, value);
         }
         return;
     }
@@ -247,23 +330,23 @@ void xml_record_writer::write_apphelp(const record_item& item)
     if ((severity & 2) != 0) {
         words.append(words.empty() ? "" : " ").append(hardblock_word);
     }
-    write_pair(item.tag, words.empty() ? value : words);
+    write_pair(scalar.item.tag, words.empty() ? value : words);
 }
 
-void xml_record_writer::write_application(std::span<const record_item> scalars)
+void xml_record_writer::write_application(entries scalars)
 {
     bool has_app = false;
-    for (const record_item& item : scalars) {
-        if (is_child_element(item.tag)) {
+    for (const entry& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
             continue;
         }
-        if (moves_to_app_element(item.tag)) {
+        if (moves_to_app_element(scalar.item.tag)) {
             has_app = true;
-        } else if (item.tag == tag::os_platform) {
-            const bool wide = value_aside(item).find('2') != std::string_view::npos;
-            write_pair(item.tag, wide ? win64_word : win32_word);
+        } else if (scalar.item.tag == tag::os_platform) {
+            const bool wide = value_aside(scalar).find('2') != std::string_view::npos;
+            write_pair(scalar.item.tag, wide ? win64_word : win32_word);
         } else {
-            write_general(item);
+            write_general(scalar);
         }
     }
     if (!has_app) {
@@ -275,90 +358,100 @@ void xml_record_writer::write_application(std::span<const record_item> scalars)
     out_.blanks(open_.back().depth + 1u);
     out_.character('<');
     out_.text(app_word);
-    for (const record_item& item : scalars) {
-        if (moves_to_app_element(item.tag)) {
-            write_general(item);
+    for (const entry& scalar : scalars) {
+        if (moves_to_app_element(scalar.item.tag)) {
+            write_general(scalar);
         }
     }
     out_.text(" /");
 }
 
-void xml_record_writer::write_value(uni::text_buffer& out, const record_item& item)
+// Gives what was written of a value that is text, and whether that is plain; other values are.
+std::string_view xml_record_writer::write_value(uni::text_buffer& out, const entry& scalar,
+                                                bool& plain)
 {
-    const sdb::sdb_tag_item decoded = database_.item_at(item.ordinal);
-    if (sdb::tag_type(item.tag) == type::stringref) {
-        write_reference_value(out, item, database_.string_bytes(decoded.size));
-    } else {
-        write_tag_text(out, database_, decoded, options_);
+    const std::uint16_t type_bits = sdb::tag_type(scalar.item.tag);
+    if (type_bits == type::stringref) {
+        const std::string_view text = write_stored_text(out, scalar.stored, plain);
+        return plain ? text : protect_reference(out, scalar, text);
     }
+    if (type_bits == type::string) {
+        return write_stored_text(out, database_.payload_at(scalar.item.offset), plain);
+    }
+    write_tag_text(out, database_, scalar.item.tag, scalar.item.offset, options_);
+    return {};
 }
 
-void xml_record_writer::write_reference_value(uni::text_buffer& out, const record_item& item,
-                                              uni::byte_view stored)
+// Puts what stands for it in the place of text that no attribute can hold as it is.
+std::string_view xml_record_writer::protect_reference(uni::text_buffer& out, const entry& scalar,
+                                                      std::string_view text)
 {
-    // With the room taken beforehand the text stays where it is written and can be changed there.
-    char* const start = out.room(static_cast<std::size_t>(stored.size()) / 2 * 3);
-    const std::string_view text = write_stored_text(out, stored);
     const unsigned needs = needs_of(text);
     if ((needs & needs_cdata) != 0) {
-        out.taken(start);
-        out.text(cdata_word);
-        cdata_children_.push_back(&item);
+        out.take_back(text.size());
+        out.literal(cdata_word);
+        cdata_children_.push_back(&scalar);
         self_closed_ = false;
-    } else if ((needs & needs_single_quote) != 0) {
-        std::replace(start, start + text.size(), '"', '\'');
+        return {};
     }
+    if ((needs & needs_single_quote) == 0) {
+        return text;
+    }
+    const std::string quoted = uni::replace_all(text, "\"", "'");
+    out.take_back(text.size());
+    out.text(quoted);
+    return out.view().substr(out.view().size() - quoted.size());
 }
 
-std::string_view xml_record_writer::value_aside(const record_item& item)
+std::string_view xml_record_writer::value_aside(const entry& scalar)
 {
     aside_.clear();
-    write_value(aside_, item);
+    bool plain = true;
+    write_value(aside_, scalar, plain);
     return aside_.view();
 }
 
-void xml_record_writer::write_children(std::span<const record_item> scalars)
+void xml_record_writer::write_children(entries scalars)
 {
     // In the order of the group, though an <app> element's come later.
     std::ranges::sort(cdata_children_);
-    for (const record_item* const item : cdata_children_) {
-        write_cdata_child(*item);
+    for (const entry* const scalar : cdata_children_) {
+        write_cdata_child(*scalar);
     }
     if (!has_tag_children_) {
         return;
     }
-    for (const record_item& item : scalars) {
-        if (is_child_element(item.tag)) {
-            print_tag_element(out_, database_, options_, item);
+    for (const entry& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
+            print_tag_element(out_, database_, options_, scalar.item);
         }
     }
 }
 
-void xml_record_writer::write_cdata_child(const record_item& item)
+void xml_record_writer::write_cdata_child(const entry& scalar)
 {
     aside_.clear();
-    const sdb::sdb_tag_item decoded = database_.item_at(item.ordinal);
-    const std::string_view text = write_stored_text(aside_, database_.string_bytes(decoded.size));
+    const std::string_view text = write_stored_text(aside_, scalar.stored);
     const bool on_own_line = text.size() >= long_cdata;
-    out_.blanks(item.depth);
+    out_.blanks(scalar.item.depth);
     out_.character('<');
-    write_tag_name(out_, item.tag);
+    write_tag_name(out_, scalar.item.tag);
     out_.text(">\n");
-    out_.blanks(item.depth + 1u);
+    out_.blanks(scalar.item.depth + 1u);
     out_.text("<![CDATA[");
     if (on_own_line) {
         out_.line_end();
-        out_.blanks(item.depth + 2u);
+        out_.blanks(scalar.item.depth + 2u);
     }
     out_.text(text);
     if (on_own_line) {
         out_.line_end();
-        out_.blanks(item.depth + 1u);
+        out_.blanks(scalar.item.depth + 1u);
     }
     out_.text("]]>\n");
-    out_.blanks(item.depth);
+    out_.blanks(scalar.item.depth);
     out_.text("</");
-    write_tag_name(out_, item.tag);
+    write_tag_name(out_, scalar.item.tag);
     out_.text(">\n");
 }
 

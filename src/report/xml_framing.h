@@ -6,6 +6,7 @@
 #include "front/sdb_opts.h"
 #include "report/record.h"
 #include "sdb/database.h"
+#include "uni/large_vector.h"
 #include "uni/text_buffer.h"
 
 // The XML form of the listings: one <shimdb> document for each database, in which a list tag is an
@@ -20,51 +21,62 @@ namespace report {
 void write_xml_prologue(uni::text_buffer& out, const front::sdb_opts& options);
 void write_xml_closing(uni::text_buffer& out);
 
-// Writes one record, group by group, as nested elements.
+// Writes records as nested elements, one after the other.
 class xml_record_writer {
 public:
     xml_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
-                      const front::sdb_opts& options)
-        : out_(out), database_(database), options_(options)
-    {}
+                      const front::sdb_opts& options);
 
-    // Writes a group; the element stays open when the next group stands deeper or when it has a
+    // Writes one record. An element stays open when the next group stands deeper or when it has a
     // child element of its own.
-    void write_group(std::span<const record_item> group, bool has_nested);
-    // Closes what is still open.
-    void close_all() { close_down_to(0); }
+    void write_record(const record_groups& groups);
 
 private:
+    struct attribute_openings;
     // An element that is open, under the name it was opened with.
     struct open_element {
         std::uint16_t depth;
         std::uint16_t tag;
         std::string_view name; // empty for the tag's own
     };
+    // A tag of the record with the stored text that it refers to, if it is a string reference.
+    struct entry {
+        record_item item;
+        uni::byte_view stored;
+    };
+    using entries = std::span<const entry>;
 
+    static const attribute_openings& openings();
+    void collect_entries(const record_groups& groups);
+    void write_group(entries group, bool has_nested);
     void close_down_to(std::uint16_t depth);
     void write_name(std::uint16_t tag, std::string_view name);
-    void write_head(std::span<const record_item> group);
-    void write_attributes(std::span<const record_item> group);
-    void write_general(const record_item& item);
-    void write_matching(const record_item& item);
-    void write_apphelp(const record_item& item);
-    void write_application(std::span<const record_item> scalars);
+    void write_attributes(entries group);
+    void open_attribute(std::uint16_t tag);
+    void write_general(const entry& scalar);
+    void write_matching(const entry& scalar);
+    void write_apphelp(const entry& scalar);
+    void write_application(entries scalars);
     void write_pair(std::uint16_t tag, std::string_view value);
-    void write_value(uni::text_buffer& out, const record_item& item);
-    void write_reference_value(uni::text_buffer& out, const record_item& item,
-                               uni::byte_view stored);
+    std::string_view write_value(uni::text_buffer& out, const entry& scalar, bool& plain);
+    std::string_view protect_reference(uni::text_buffer& out, const entry& scalar,
+                                       std::string_view text);
     // The value as write_value writes it; good until the next call.
-    std::string_view value_aside(const record_item& item);
-    void write_cdata_child(const record_item& item);
-    void write_children(std::span<const record_item> scalars);
+    std::string_view value_aside(const entry& scalar);
+    void write_cdata_child(const entry& scalar);
+    void write_children(entries scalars);
 
     uni::text_buffer& out_;
     const sdb::sdb_database& database_;
     const front::sdb_opts& options_;
+    const attribute_openings& openings_;
     std::vector<open_element> open_;
+    // The record in work, all its strings looked up before the first is written: the look-ups go
+    // all over the image, and so the processor can wait for many of them at a time.
+    uni::large_vector<entry> entries_;
+    uni::large_vector<entry*> references_;
     // State of the group in work.
-    std::vector<const record_item*> cdata_children_;
+    std::vector<const entry*> cdata_children_;
     uni::text_buffer aside_;
     bool has_tag_children_ = false;
     bool self_closed_ = true;

@@ -17,18 +17,15 @@ struct open_list {
 };
 
 // What a tag takes from the list around it. A list is charged its head; its contents are charged
-// when it closes.
-std::uint32_t charge_of(const sdb_tag_item& item)
+// when it closes. (A value that the image's end cuts off is charged whole: nothing comes behind
+// it.)
+std::uint32_t charge_of(const sdb_database& database, std::uint32_t ordinal)
 {
-    switch (tag_type(item.tag)) {
-    case type::list:
-        return 6;
-    case type::string:
-    case type::binary_:
-        return 6 + item.size;
-    default:
-        return 2 + static_cast<std::uint32_t>(item.value.size());
-    }
+    const std::uint16_t type_bits = tag_type(database.tag_at(ordinal));
+    const std::uint32_t head = bytes_to_next[type_bits >> 12];
+    return type_bits == type::string || type_bits == type::binary_
+               ? head + database.word_behind(database.offset_at(ordinal))
+               : head;
 }
 
 } // namespace
@@ -39,16 +36,18 @@ child_relation::child_relation(const sdb_database& database)
     std::vector<open_list> open;
     std::uint16_t depth = 1;
     for (std::uint32_t ordinal = 0; ordinal < database.tag_count(); ++ordinal) {
-        const sdb_tag_item item = database.item_at(ordinal);
         if (!open.empty()) {
-            open.back().remaining -= charge_of(item);
+            open.back().remaining -= charge_of(database, ordinal);
         }
         depths_[ordinal] = depth;
         ends_[ordinal] = ordinal + 1;
-        if (tag_type(item.tag) == type::list && item.size != 0) {
-            open.push_back({ordinal, item.size, item.size});
-            ++depth;
-            continue;
+        if (tag_type(database.tag_at(ordinal)) == type::list) {
+            const std::uint32_t size = database.word_behind(database.offset_at(ordinal));
+            if (size != 0) {
+                open.push_back({ordinal, size, size});
+                ++depth;
+                continue;
+            }
         }
         while (!open.empty() && open.back().remaining < 2) {
             const open_list closed = open.back();

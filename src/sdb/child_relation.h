@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "uni/large_vector.h"
+
 namespace sdb {
 
 class sdb_database;
@@ -53,8 +55,8 @@ private:
     const std::vector<std::uint32_t>& lists() const;
     const std::vector<keyed_list>& lists_by_depth() const;
 
-    std::vector<std::uint16_t> depths_;
-    std::vector<std::uint32_t> ends_;
+    uni::large_vector<std::uint16_t> depths_;
+    uni::large_vector<std::uint32_t> ends_;
     mutable std::optional<std::vector<std::uint32_t>> lists_;
     mutable std::optional<std::vector<keyed_list>> lists_by_depth_;
 };

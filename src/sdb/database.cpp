@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <utility>
 
 #include "platform/files.h"
@@ -16,23 +17,16 @@ namespace sdb {
 
 namespace {
 
-// Bytes from a tag word to the next tag, by the type's top four bits; for strings and binaries
-// without their payload. An unknown type is stepped over by its tag word alone.
-constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
-                                                        6, 6, 2, 2, 2, 2,  2, 2};
-constexpr std::uint64_t list_header = 6;
 constexpr std::uint64_t index_entry_size = 12;
 
-std::uint64_t step_over(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
+inline std::uint64_t step_over(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
 {
-    std::uint64_t step = bytes_to_next[tag >> 12];
-    if (tag_type(tag) == type::string) {
-        step += image.u32(position + 2);
-    } else if (tag_type(tag) == type::binary_) {
-        const std::uint64_t length = image.u32(position + 2);
-        step += length + length % 2;
+    const std::uint64_t step = bytes_to_next[tag >> 12];
+    if (tag_type(tag) != type::string && tag_type(tag) != type::binary_) [[likely]] {
+        return step;
     }
-    return step;
+    const std::uint64_t length = image.u32(position + 2);
+    return step + length + (tag_type(tag) == type::binary_ ? length % 2 : 0);
 }
 
 std::vector<index_entry> decode_entries(uni::byte_view bits)
@@ -47,14 +41,15 @@ std::vector<index_entry> decode_entries(uni::byte_view bits)
 
 } // namespace
 
-// Ordinals of equal tags side by side: those of tag t stand from starts[t] to starts[t + 1].
+// Ordinals of the tags of one type, equal tags side by side: those of a tag stand from
+// starts[number] to starts[number + 1], the number being what tells it apart within the type.
 struct tag_ordinals {
     std::vector<std::uint32_t> starts;
-    std::vector<std::uint32_t> ordinals;
+    uni::large_vector<std::uint32_t> ordinals;
 };
 
 struct sdb_database::lazy_indexes {
-    std::optional<tag_ordinals> by_tag;
+    std::array<std::optional<tag_ordinals>, bytes_to_next.size()> by_type;
     std::optional<std::vector<sdb_index_record>> indexes;
     std::optional<std::vector<bool>> indexed;
     std::optional<std::vector<std::pair<std::uint32_t, std::uint32_t>>> referrers;
@@ -81,7 +76,7 @@ void sdb_database::clear()
 
 bool sdb_database::load(const std::string& path, front::sdb_opts& options)
 {
-    std::vector<std::uint8_t> bytes;
+    uni::byte_vector bytes;
     if (!uni::load_file_bytes(bytes, path, largest_file)) {
         image_.clear();
         clear();
@@ -95,11 +90,11 @@ bool sdb_database::load(const std::string& path, front::sdb_opts& options)
     return load_image(std::move(bytes), options);
 }
 
-bool sdb_database::load_image(std::vector<std::uint8_t> image, front::sdb_opts& options)
+bool sdb_database::load_image(uni::byte_vector image, front::sdb_opts& options)
 {
     image_ = std::move(image);
     if (scan(options) == scan_outcome::compressed) {
-        std::vector<std::uint8_t> inflated;
+        uni::byte_vector inflated;
         if (inflate_image(this->image(), inflated)) {
             image_ = std::move(inflated);
             scan(options);
@@ -206,7 +201,7 @@ void sdb_database::note_index_entries(const sdb_tag_item& item, const sdb_index_
     }
     raw_index found{pending, item.value};
     found.record.bits_position =
-        item.offset - static_cast<std::uint32_t>(pending.list_offset) + std::uint32_t{list_header};
+        item.offset - static_cast<std::uint32_t>(pending.list_offset) + std::uint32_t{tag_header};
     found.record.bits_size = item.size;
     raw_indexes_.push_back(std::move(found));
 }
@@ -241,36 +236,6 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
     }
 }
 
-sdb_tag_item sdb_database::decode(std::uint64_t position) const
-{
-    const uni::byte_view bytes = image();
-    sdb_tag_item item;
-    item.offset = static_cast<std::uint32_t>(position);
-    item.tag = bytes.u16(position);
-    item.valid = is_known_type(tag_type(item.tag));
-    switch (tag_type(item.tag)) {
-    case type::stringref:
-    case type::list:
-        item.size = bytes.u32(position + 2);
-        item.value = bytes.slice(position + 2, 4);
-        break;
-    case type::string:
-    case type::binary_:
-        item.size = bytes.u32(position + 2);
-        item.value = bytes.slice(position + list_header, item.size);
-        break;
-    default:
-        item.value = bytes.slice(position + 2, bytes_to_next[item.tag >> 12] - 2u);
-        break;
-    }
-    return item;
-}
-
-sdb_tag_item sdb_database::item_at(std::uint32_t ordinal) const
-{
-    return decode(tags_[ordinal].offset);
-}
-
 bool sdb_database::read_item(sdb_tag_item& item, std::uint64_t offset) const
 {
     item = {};
@@ -283,12 +248,6 @@ bool sdb_database::read_item(sdb_tag_item& item, std::uint64_t offset) const
     return true;
 }
 
-uni::byte_view sdb_database::string_bytes(std::uint32_t reference) const
-{
-    const std::uint64_t position = std::uint64_t{string_table_offset_} + reference;
-    return is_recorded(position) ? decode(position).value : uni::byte_view();
-}
-
 bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) const
 {
     text.clear();
@@ -299,24 +258,27 @@ bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) c
 
 std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) const
 {
-    std::optional<tag_ordinals>& index = lazy_->by_tag;
+    constexpr std::uint16_t number_mask = 0x0fff;
+    std::optional<tag_ordinals>& index = lazy_->by_type[tag >> 12];
     if (!index) {
+        const std::uint16_t type_bits = tag_type(tag);
         index.emplace();
-        index->starts.resize(0x10001);
+        index->starts.resize(number_mask + std::size_t{2});
         for (const tag_row& row : tags_) {
-            ++index->starts[row.tag + 1u];
+            index->starts[(row.tag & number_mask) + 1u] += tag_type(row.tag) == type_bits ? 1 : 0;
         }
-        for (std::size_t i = 1; i < index->starts.size(); ++i) {
-            index->starts[i] += index->starts[i - 1];
-        }
-        index->ordinals.resize(tags_.size());
+        std::partial_sum(index->starts.begin(), index->starts.end(), index->starts.begin());
+        index->ordinals.resize(index->starts.back());
         std::vector<std::uint32_t> next = index->starts;
         for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-            index->ordinals[next[tags_[ordinal].tag]++] = ordinal;
+            if (tag_type(tags_[ordinal].tag) == type_bits) {
+                index->ordinals[next[tags_[ordinal].tag & number_mask]++] = ordinal;
+            }
         }
     }
-    const std::uint32_t first = index->starts[tag];
-    return std::span(index->ordinals).subspan(first, index->starts[tag + 1u] - first);
+    const std::uint32_t first = index->starts[tag & number_mask];
+    const std::uint32_t behind = index->starts[(tag & number_mask) + 1u];
+    return std::span(index->ordinals).subspan(first, behind - first);
 }
 
 const std::vector<sdb_index_record>& sdb_database::indexes() const
@@ -354,22 +316,22 @@ std::vector<searchable_string> sdb_database::searchable_strings() const
     std::vector<searchable_string> found;
     const std::uint64_t start = string_table_offset_;
     const std::uint64_t size = string_table_size_;
-    if (start == 0 || size <= list_header || image_.size() <= start + size) {
+    if (start == 0 || size <= tag_header || image_.size() <= start + size) {
         return found;
     }
     const uni::byte_view table = image().from(start);
-    std::uint64_t position = list_header;
+    std::uint64_t position = tag_header;
     while (position < size) {
         const std::uint64_t length = table.u32(position + 2);
         if (length != 0) {
             // The table's last string stays out of the search: meant.
-            if (position + length + list_header >= size) {
+            if (position + length + tag_header >= size) {
                 break;
             }
-            found.push_back({static_cast<std::uint32_t>(position),
-                             table.slice(position + list_header, length)});
+            found.push_back(
+                {static_cast<std::uint32_t>(position), table.slice(position + tag_header, length)});
         }
-        position += list_header + length;
+        position += tag_header + length;
     }
     return found;
 }
@@ -391,9 +353,9 @@ std::vector<std::uint32_t> sdb_database::string_referrers(std::uint32_t referenc
         lazy_->referrers = std::move(rows);
     }
     std::vector<std::uint32_t> offsets;
-    for (const row& found :
-         std::ranges::equal_range(*lazy_->referrers, reference, {}, &row::first)) {
-        offsets.push_back(found.second);
+    auto found = std::ranges::lower_bound(*lazy_->referrers, reference, {}, &row::first);
+    for (; found != lazy_->referrers->end() && found->first == reference; ++found) {
+        offsets.push_back(found->second);
     }
     return offsets;
 }

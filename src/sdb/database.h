@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -9,7 +10,9 @@
 
 #include "front/sdb_opts.h"
 #include "sdb/tag_index.h"
+#include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
+#include "uni/large_vector.h"
 
 // A shim database in memory.
 //
@@ -48,6 +51,12 @@ namespace sdb {
 inline constexpr std::uint32_t plain_magic = 0x66626473;
 inline constexpr std::uint32_t compressed_magic = 0x6662647a;
 inline constexpr std::uint64_t header_size = 12;
+// Bytes from a tag word to the next tag, by the type's top four bits; for strings and binaries
+// without their payload. An unknown type is stepped over by its tag word alone.
+inline constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
+                                                               6, 6, 2, 2, 2, 2,  2, 2};
+// Tag word and size word.
+inline constexpr std::uint64_t tag_header = 6;
 inline constexpr std::uint64_t compressed_header_size = 20;
 // A longer file is read up to here and handled as if it ended here.
 inline constexpr std::uint64_t largest_file = 20'971'520;
@@ -113,7 +122,7 @@ public:
     // the object is then empty. A file with the right head always loads, whatever follows.
     bool load(const std::string& path, front::sdb_opts& options);
     // The same over bytes in memory.
-    bool load_image(std::vector<std::uint8_t> image, front::sdb_opts& options);
+    bool load_image(uni::byte_vector image, front::sdb_opts& options);
     void clear();
 
     bool loaded() const noexcept { return loaded_; }
@@ -143,7 +152,17 @@ public:
         return ordinal_by_offset_.count_below(offset);
     }
     // The tag of that ordinal, decoded; `indexed` is left out, is_indexed() answers it.
-    sdb_tag_item item_at(std::uint32_t ordinal) const;
+    sdb_tag_item item_at(std::uint32_t ordinal) const { return decode(tags_[ordinal].offset); }
+    // The u32 behind the tag word at `offset`: a dword's value, a reference, or a size word.
+    std::uint32_t word_behind(std::uint32_t offset) const noexcept
+    {
+        return image().u32(std::uint64_t{offset} + 2);
+    }
+    // The payload of the string or binary at `offset`, as far as it exists.
+    uni::byte_view payload_at(std::uint32_t offset) const noexcept
+    {
+        return image().slice(offset + tag_header, word_behind(offset));
+    }
     // Whether the tag that stands at an offset is recorded.
     bool is_recorded(std::uint64_t offset) const noexcept
     {
@@ -154,7 +173,11 @@ public:
     bool read_item(sdb_tag_item& item, std::uint64_t offset) const;
     // The stored UTF-16LE text of the string that a reference names: the value of whatever tag
     // stands there. Empty when none does, or when its value is.
-    uni::byte_view string_bytes(std::uint32_t reference) const;
+    uni::byte_view string_bytes(std::uint32_t reference) const
+    {
+        const std::uint64_t position = std::uint64_t{string_table_offset_} + reference;
+        return is_recorded(position) ? value_at(position) : uni::byte_view();
+    }
     // The same as UTF-8 text, up to its first zero unit; false when nothing stands there.
     bool read_string_ref(std::string& text, std::uint32_t reference) const;
 
@@ -203,11 +226,36 @@ private:
     void note_index_entries(const sdb_tag_item& item, const sdb_index_record& pending);
     void note_list(std::uint64_t position, std::uint16_t tag);
     void record(std::uint64_t position, std::uint16_t tag);
-    sdb_tag_item decode(std::uint64_t position) const;
+    sdb_tag_item decode(std::uint64_t position) const
+    {
+        const uni::byte_view bytes = image();
+        sdb_tag_item item;
+        item.offset = static_cast<std::uint32_t>(position);
+        item.tag = bytes.u16(position);
+        item.valid = is_known_type(tag_type(item.tag));
+        const std::uint16_t type_bits = tag_type(item.tag);
+        if (type_bits == type::string || type_bits == type::binary_) {
+            item.size = bytes.u32(position + 2);
+            item.value = bytes.slice(position + tag_header, item.size);
+            return item;
+        }
+        if (type_bits == type::stringref || type_bits == type::list) {
+            item.size = bytes.u32(position + 2);
+        }
+        item.value = bytes.slice(position + 2, bytes_to_next[item.tag >> 12] - 2u);
+        return item;
+    }
+    uni::byte_view value_at(std::uint64_t position) const
+    {
+        const uni::byte_view bytes = image();
+        return tag_type(bytes.u16(position)) == type::string
+                   ? bytes.slice(position + tag_header, bytes.u32(position + 2))
+                   : decode(position).value;
+    }
     lazy_indexes& lazy() const;
 
     bool loaded_ = false;
-    std::vector<std::uint8_t> image_;
+    uni::byte_vector image_;
     std::uint32_t version_major_ = 0;
     std::uint32_t version_minor_ = 0;
     std::uint32_t indexes_offset_ = 0;
@@ -216,7 +264,7 @@ private:
     std::uint32_t string_table_offset_ = 0;
     std::uint32_t string_table_size_ = 0;
     std::uint16_t last_index_key_ = 0;
-    std::vector<tag_row> tags_;
+    uni::large_vector<tag_row> tags_;
     tag_index ordinal_by_offset_;
     std::vector<raw_index> raw_indexes_;
     // String references before the database list: reference and tag offset.

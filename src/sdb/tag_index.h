@@ -1,9 +1,9 @@
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <optional>
-#include <vector>
+
+#include "uni/large_vector.h"
 
 namespace sdb {
 
@@ -33,7 +33,7 @@ public:
         std::uint32_t count = 0;
         for (std::size_t i = 0; i < words_.size(); ++i) {
             counts_[i] = count;
-            count += static_cast<std::uint32_t>(std::popcount(words_[i]));
+            count += count_bits(words_[i]);
         }
     }
 
@@ -48,11 +48,11 @@ public:
             return 0;
         }
         if (offset / 64 >= words_.size()) {
-            return counts_.back() + static_cast<std::uint32_t>(std::popcount(words_.back()));
+            return counts_.back() + count_bits(words_.back());
         }
         const std::uint64_t below = (std::uint64_t{1} << (offset % 64)) - 1;
         const auto word = static_cast<std::size_t>(offset / 64);
-        return counts_[word] + static_cast<std::uint32_t>(std::popcount(words_[word] & below));
+        return counts_[word] + count_bits(words_[word] & below);
     }
     std::optional<std::uint32_t> ordinal_of(std::uint64_t offset) const noexcept
     {
@@ -60,8 +60,17 @@ public:
     }
 
 private:
-    std::vector<std::uint64_t> words_;
-    std::vector<std::uint32_t> counts_;
+    // Written out, since a build for any processor calls a slow routine for std::popcount.
+    static constexpr std::uint32_t count_bits(std::uint64_t word) noexcept
+    {
+        word -= (word >> 1) & 0x5555555555555555;
+        word = (word & 0x3333333333333333) + ((word >> 2) & 0x3333333333333333);
+        word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
+        return static_cast<std::uint32_t>((word * 0x0101010101010101) >> 56);
+    }
+
+    uni::large_vector<std::uint64_t> words_;
+    uni::large_vector<std::uint32_t> counts_;
 };
 
 } // namespace sdb

@@ -7,31 +7,6 @@ namespace sdb {
 
 namespace {
 
-// The names lie in one dense table: a block of slots for each type, and in a block first the low
-// numbers, then the few that start at 0x801.
-constexpr std::size_t type_count = 9;
-constexpr std::size_t low_slots = 0x60;
-constexpr std::size_t high_base = 0x800;
-constexpr std::size_t high_slots = 4;
-constexpr std::size_t block = low_slots + high_slots;
-constexpr std::size_t no_slot = type_count * block; // a last slot, always empty
-
-constexpr std::size_t slot_of(std::uint16_t tag) noexcept
-{
-    if (!is_known_type(tag_type(tag))) {
-        return no_slot;
-    }
-    const std::size_t start = ((tag >> 12) - 1u) * block;
-    const std::size_t number = tag & 0x0fffu;
-    if (number < low_slots) {
-        return start + number;
-    }
-    if (number >= high_base && number < high_base + high_slots) {
-        return start + low_slots + number - high_base;
-    }
-    return no_slot;
-}
-
 consteval auto make_names()
 {
     struct known_tag {
@@ -42,10 +17,10 @@ consteval auto make_names()
 #define SDB_TAG(number, name) {number, #name},
 #include "sdb/tag_list.inc"
     };
-    std::array<std::string_view, no_slot + 1> names{};
+    std::array<std::string_view, tag_slots> names{};
     for (const known_tag& known : known_tags) {
-        const std::size_t slot = slot_of(known.tag);
-        if (slot == no_slot || !names[slot].empty()) {
+        const std::size_t slot = tag_slot(known.tag);
+        if (slot == tag_slots - 1 || !names[slot].empty()) {
             throw "a tag that the table has no room for, or that is listed twice";
         }
         names[slot] = known.name;
@@ -55,7 +30,7 @@ consteval auto make_names()
 
 constexpr auto names = make_names();
 
-constexpr std::array<std::string_view, type_count> type_names = {
+constexpr std::array<std::string_view, slots::types> type_names = {
     "null", "byte", "word", "dword", "qword", "stringref", "list", "string", "binary"};
 
 std::string numbered(std::uint16_t number)
@@ -107,7 +82,7 @@ bool is_reference_list_tag(std::uint16_t tag) noexcept
 
 std::string_view known_tag_name(std::uint16_t tag) noexcept
 {
-    return names[slot_of(tag)];
+    return names[tag_slot(tag)];
 }
 
 std::string tag_name(std::uint16_t tag)

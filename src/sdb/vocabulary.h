@@ -1,6 +1,7 @@
 // What tags and tag types are called, and which kinds of tag need special care.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -32,6 +33,31 @@ bool is_expanded_dword_tag(std::uint16_t tag) noexcept;
 
 // A list that stands for a reference to another record.
 bool is_reference_list_tag(std::uint16_t tag) noexcept;
+
+// Tables over known tags are dense: a block of slots for each type, in a block first the low
+// numbers, then the few from 0x801 on. Every other tag has the last slot, which stays empty.
+namespace slots {
+inline constexpr std::size_t types = 9;
+inline constexpr std::size_t low = 0x60;
+inline constexpr std::size_t high_base = 0x800;
+inline constexpr std::size_t high = 4;
+} // namespace slots
+inline constexpr std::size_t tag_slots = slots::types * (slots::low + slots::high) + 1;
+
+constexpr std::size_t tag_slot(std::uint16_t tag) noexcept
+{
+    const std::size_t type = (tag >> 12) - std::size_t{1};
+    const std::size_t number = tag & 0x0fffu;
+    if (type >= slots::types) {
+        return tag_slots - 1;
+    }
+    const std::size_t start = type * (slots::low + slots::high);
+    if (number < slots::low) [[likely]] {
+        return start + number;
+    }
+    return number - slots::high_base < slots::high ? start + slots::low + number - slots::high_base
+                                                   : tag_slots - 1;
+}
 
 // The display text of a known tag, in constant time; empty for every other tag, all tags of the
 // byte type included. The view stays good for the whole run.

@@ -61,16 +61,18 @@ private:
     template <typename number>
     number read(std::uint64_t position) const noexcept
     {
-        number value = 0;
-        if (contains(position, sizeof(number))) [[likely]] {
-            std::memcpy(&value, bytes_.data() + position, sizeof(number));
-        } else if (position < size()) {
-            std::memcpy(&value, bytes_.data() + position,
-                        static_cast<std::size_t>(size() - position));
-        }
         static_assert(std::endian::native == std::endian::little);
+        if (!contains(position, sizeof(number))) [[unlikely]] {
+            return static_cast<number>(read_cut(position));
+        }
+        number value;
+        std::memcpy(&value, bytes_.data() + position, sizeof(number));
         return value;
     }
+
+    // The bytes from `position` to the end, fewer than a number has. Not here, so that the usual
+    // read stays small.
+    std::uint64_t read_cut(std::uint64_t position) const noexcept;
 
     std::span<const std::uint8_t> bytes_;
 };

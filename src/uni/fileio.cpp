@@ -85,7 +85,7 @@ bool fileio::open_write(const std::string& path, bool write, bool byte_mode, boo
     return true;
 }
 
-void fileio::open_memory(std::vector<std::uint8_t> bytes)
+void fileio::open_memory(byte_vector bytes)
 {
     close();
     memory_ = std::move(bytes);
@@ -106,7 +106,7 @@ void fileio::close()
     memory_mode_ = false;
 }
 
-bool fileio::read_at(std::vector<std::uint8_t>& out, std::uint64_t count, std::int64_t offset)
+bool fileio::read_at(byte_vector& out, std::uint64_t count, std::int64_t offset)
 {
     out.clear();
     if (!is_open() || offset < 0 || offset >= size_) {
@@ -136,7 +136,9 @@ bool fileio::read_at(std::vector<std::uint8_t>& out, std::uint64_t count, std::i
 
 bool fileio::append(std::span<const std::uint8_t> bytes)
 {
-    return write_at(bytes, size_);
+    // The end as it is now: another may have written to the file.
+    const bool on_disk = !memory_mode_ && is_open();
+    return write_at(bytes, on_disk ? platform::file_length(descriptor_) : size_);
 }
 
 bool fileio::write_at(std::span<const std::uint8_t> bytes, std::int64_t offset)
@@ -170,7 +172,7 @@ fileio_output* fileio::output_stream()
     return output_.get();
 }
 
-bool load_file_bytes(std::vector<std::uint8_t>& out, const std::string& path, std::uint64_t limit)
+bool load_file_bytes(byte_vector& out, const std::string& path, std::uint64_t limit)
 {
     fileio file;
     out.clear();

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "uni/large_vector.h"
 #include "uni/output_sink.h"
 
 namespace uni {
@@ -41,7 +41,7 @@ public:
     bool open_write(const std::string& path, bool write, bool byte_mode, bool truncate);
     bool open_read(const std::string& path) { return open_write(path, false, true, false); }
     // Memory mode over `bytes`.
-    void open_memory(std::vector<std::uint8_t> bytes);
+    void open_memory(byte_vector bytes);
     void close();
 
     bool is_open() const noexcept { return memory_mode_ || (descriptor_ >= 0 && opened_); }
@@ -50,7 +50,7 @@ public:
 
     // Up to `count` bytes at `offset` into `out`, fewer at the end of the file; false when closed
     // or when `offset` lies at or past the end.
-    bool read_at(std::vector<std::uint8_t>& out, std::uint64_t count, std::int64_t offset);
+    bool read_at(byte_vector& out, std::uint64_t count, std::int64_t offset);
     // Writes at the end, or at `offset`.
     bool append(std::span<const std::uint8_t> bytes);
     bool write_at(std::span<const std::uint8_t> bytes, std::int64_t offset);
@@ -64,13 +64,13 @@ private:
     bool opened_ = false;
     bool byte_mode_ = false;
     bool memory_mode_ = false;
-    std::vector<std::uint8_t> memory_;
+    byte_vector memory_;
     std::unique_ptr<fileio_output> output_;
 };
 
 // Reads the first `limit` bytes of the file at `path`. False, with an empty `out`, when the path is
 // empty, the file does not open or nothing was read.
-bool load_file_bytes(std::vector<std::uint8_t>& out, const std::string& path, std::uint64_t limit);
+bool load_file_bytes(byte_vector& out, const std::string& path, std::uint64_t limit);
 
 // Whether a file that can be opened, or a directory, is at `path`; false for an empty path.
 bool file_exists(const std::string& path);

@@ -40,7 +40,9 @@ char* put_guid(char* out, std::span<const std::uint8_t, guid_size> bytes)
         if (index == hyphen) {
             *out++ = '-';
         } else {
-            out = put_hex(out, bytes[index], 2);
+            const std::size_t pair = bytes[index] * std::size_t{2};
+            *out++ = hex_pairs[pair];
+            *out++ = hex_pairs[pair + 1];
         }
     }
     return out;

@@ -6,6 +6,7 @@
 // asked for.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -55,11 +56,26 @@ constexpr unsigned decimal_digit_count(std::uint64_t value) noexcept
     return count;
 }
 
+// All byte values as two digits each.
+inline constexpr auto hex_pairs = [] {
+    std::array<char, 512> pairs{};
+    for (std::size_t byte = 0; byte < 256; ++byte) {
+        pairs[byte * 2] = "0123456789abcdef"[byte >> 4];
+        pairs[byte * 2 + 1] = "0123456789abcdef"[byte & 15];
+    }
+    return pairs;
+}();
+
 // Exactly `digits` lower-case hexadecimal digits, filled with zeros; higher digits are cut.
 constexpr char* put_hex(char* out, std::uint64_t value, unsigned digits) noexcept
 {
-    for (unsigned i = digits; i > 0; --i, value >>= 4) {
-        out[i - 1] = "0123456789abcdef"[value & 15];
+    unsigned left = digits;
+    for (; left >= 2; left -= 2, value >>= 8) {
+        out[left - 2] = hex_pairs[(value & 0xff) * 2];
+        out[left - 1] = hex_pairs[(value & 0xff) * 2 + 1];
+    }
+    if (left != 0) {
+        out[0] = hex_pairs[(value & 0xf) * 2 + 1];
     }
     return out + digits;
 }
@@ -71,9 +87,20 @@ constexpr char* put_hex_min(char* out, std::uint64_t value, unsigned minimum_dig
     return put_hex(out, value, needed > minimum_digits ? needed : minimum_digits);
 }
 
+// Exactly two decimal digits of a number below 100.
+constexpr char* put_two_decimals(char* out, unsigned value) noexcept
+{
+    out[0] = static_cast<char>('0' + value / 10);
+    out[1] = static_cast<char>('0' + value % 10);
+    return out + 2;
+}
+
 // At least `minimum_digits` decimal digits, filled with zeros.
 constexpr char* put_decimal_min(char* out, std::uint64_t value, unsigned minimum_digits) noexcept
 {
+    if (value < 100 && minimum_digits == 2) {
+        return put_two_decimals(out, static_cast<unsigned>(value));
+    }
     const unsigned needed = decimal_digit_count(value);
     const unsigned digits = needed > minimum_digits ? needed : minimum_digits;
     for (unsigned i = digits; i > 0; --i, value /= 10) {
@@ -85,6 +112,13 @@ constexpr char* put_decimal_min(char* out, std::uint64_t value, unsigned minimum
 // As many decimal digits as the number needs.
 constexpr char* put_decimal(char* out, std::uint64_t value) noexcept
 {
+    if (value < 10) {
+        *out = static_cast<char>('0' + value);
+        return out + 1;
+    }
+    if (value < 100) {
+        return put_two_decimals(out, static_cast<unsigned>(value));
+    }
     return put_decimal_min(out, value, 1);
 }
 

@@ -39,6 +39,14 @@ public:
         }
         taken(out + text.size());
     }
+    // A literal, whose length the compiler knows.
+    template <std::size_t size>
+    void literal(const char (&text)[size])
+    {
+        char* out = room(size - 1);
+        std::memcpy(out, text, size - 1);
+        taken(out + size - 1);
+    }
     void character(char c)
     {
         char* out = room(1);
@@ -76,6 +84,9 @@ public:
         taken(put_hex_min(room(16), value, minimum_digits));
     }
     void decimal(std::uint64_t value) { taken(put_decimal(room(20), value)); }
+
+    // Drops the last `count` bytes, which must have been written since room was last made.
+    void take_back(std::size_t count) noexcept { end_ -= count; }
 
     // What is held at the moment.
     std::string_view view() const noexcept

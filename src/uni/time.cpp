@@ -358,6 +358,19 @@ bool compile_date_style(date_style& style, std::string_view dateformat, std::str
     return true;
 }
 
+char* put_moment(char* out, const time_value& value, const date_style& style)
+{
+    date_style compiled = style;
+    if (style.flags == 0) {
+        compile_date_style(compiled, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
+    }
+    if (value.valid) {
+        out = put_date(out, value, compiled.flags);
+    }
+    *out++ = ' ';
+    return value.valid ? put_time(out, value, compiled.flags) : out;
+}
+
 bool filetime_text(std::string& date_out, std::string& time_out, const time_value& value,
                    const date_style& style)
 {

@@ -1,6 +1,7 @@
 // Moments and their text. All times are UTC, and no text shows an offset.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -78,6 +79,11 @@ bool compile_date_style(date_style& style, std::string_view dateformat, std::str
 // with it prints no year.
 bool filetime_text(std::string& date_out, std::string& time_out, const time_value& value,
                    const date_style& style);
+
+// The date, one blank and the time, the blank alone for a value that is not valid, as filetime_text
+// makes them. `out` must have room for longest_moment_text; gives the end of the text.
+inline constexpr std::size_t longest_moment_text = 80;
+char* put_moment(char* out, const time_value& value, const date_style& style);
 
 // The same for format texts that are used once. A date format that cannot be compiled gives an
 // empty date; a value that is not valid gives two empty texts.

@@ -1,5 +1,8 @@
 #include "uni/utf.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 
 namespace uni {
@@ -61,21 +64,63 @@ int continuation_count(std::uint8_t lead)
     return (lead & 0xf8) == 0xf0 ? 3 : -1;
 }
 
-// Four units at once, when none of them is zero or beyond ASCII.
-bool four_ascii_units(std::uint64_t units)
+// A unit that is no printable ASCII, or that markup gives a meaning.
+constexpr bool is_special(std::uint16_t unit)
 {
-    constexpr std::uint64_t lows = 0x0001000100010001;
-    constexpr std::uint64_t beyond_ascii = 0xff80ff80ff80ff80;
-    constexpr std::uint64_t highs = 0x8000800080008000;
-    return (units & beyond_ascii) == 0 && ((units - lows) & highs) == 0;
+    // "<" and ">" differ in one bit, and so do "&" and the double quote.
+    return (unit | 2) == '>' || (unit | 4) == '&' || static_cast<std::uint16_t>(unit - 0x20) > 0x5e;
 }
 
-char* put_four_ascii(char* out, std::uint64_t units)
+// Writes `length` units, at least `count`, as one byte each, `count` at a time, the last ones
+// overlapping those before them. Gives false if any of them is special, when what was written does
+// not count. Loops of a fixed count without branches, so that the compiler can do them at once.
+template <std::size_t count>
+bool put_plain_blocks(char* out, const std::uint8_t* units, std::size_t length)
 {
-    units = (units | (units >> 8)) & 0x0000ffff0000ffff;
-    const auto packed = static_cast<std::uint32_t>(units | (units >> 16));
-    std::memcpy(out, &packed, sizeof packed);
-    return out + sizeof packed;
+    std::array<std::uint16_t, count> specials{};
+    for (std::size_t done = 0; done < length; done += count) {
+        const std::size_t at = std::min(done, length - count);
+        std::array<std::uint16_t, count> block;
+        std::memcpy(block.data(), units + at * 2, sizeof block);
+        for (std::size_t i = 0; i < count; ++i) {
+            specials[i] |= static_cast<std::uint16_t>((block[i] | 2) == '>');
+            specials[i] |= static_cast<std::uint16_t>((block[i] | 4) == '&');
+            specials[i] |=
+                static_cast<std::uint16_t>(static_cast<std::uint16_t>(block[i] - 0x20) > 0x5e);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            out[at + i] = static_cast<char>(block[i]);
+        }
+    }
+    std::uint64_t any = 0;
+    for (const std::uint64_t lanes :
+         std::bit_cast<std::array<std::uint64_t, count / 4>>(specials)) {
+        any |= lanes;
+    }
+    return any == 0;
+}
+
+// Writes all units as one byte each and gives true if none of them is special.
+bool put_plain(char* out, byte_view units)
+{
+    constexpr std::size_t large = 8;
+    constexpr std::size_t small = 4;
+    const auto length = static_cast<std::size_t>(units.size() / 2);
+    const std::uint8_t* const first = units.bytes().data();
+    if (length >= large) {
+        return put_plain_blocks<large>(out, first, length);
+    }
+    if (length >= small) {
+        return put_plain_blocks<small>(out, first, length);
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        const std::uint16_t unit = units.u16(i * 2);
+        if (is_special(unit)) {
+            return false;
+        }
+        out[i] = static_cast<char>(unit);
+    }
+    return true;
 }
 
 } // namespace
@@ -129,26 +174,20 @@ std::u16string utf16_from_utf8(std::string_view text)
     return out;
 }
 
-char* put_stored_utf16(char* out, byte_view stored)
+char* put_stored_utf16(char* out, byte_view stored, bool& plain)
 {
-    const std::uint64_t end = stored.size() / 2 * 2;
-    std::uint64_t at = 0;
-    while (at < end) {
-        if (end - at >= 8) {
-            const std::uint64_t units = stored.u64(at);
-            if (four_ascii_units(units)) {
-                out = put_four_ascii(out, units);
-                at += 8;
-                continue;
-            }
-        }
-        std::uint32_t code = stored.u16(at);
-        at += 2;
+    const byte_view units = without_terminator(stored);
+    plain = put_plain(out, units);
+    if (plain) {
+        return out + units.size() / 2;
+    }
+    for (std::uint64_t at = 0; at < units.size(); at += 2) {
+        std::uint32_t code = units.u16(at);
         if (code == 0) {
             break;
         }
-        if (is_high_surrogate(code) && at < end && is_low_surrogate(stored.u16(at))) {
-            code = joined(code, stored.u16(at));
+        if (is_high_surrogate(code) && is_low_surrogate(units.u16(at + 2))) {
+            code = joined(code, units.u16(at + 2));
             at += 2;
         } else if (is_high_surrogate(code) || is_low_surrogate(code)) {
             code = replacement_character;
@@ -158,6 +197,12 @@ char* put_stored_utf16(char* out, byte_view stored)
     return out;
 }
 
+char* put_stored_utf16(char* out, byte_view stored)
+{
+    bool plain = false;
+    return put_stored_utf16(out, stored, plain);
+}
+
 std::uint64_t utf16_to_text(byte_view stored, std::string& text)
 {
     const std::uint64_t whole = stored.size() / 2 * 2;
@@ -165,7 +210,7 @@ std::uint64_t utf16_to_text(byte_view stored, std::string& text)
     while (length < whole && stored.u16(length) != 0) {
         length += 2;
     }
-    text.resize(static_cast<std::size_t>(length) / 2 * 3);
+    text.resize(stored_text_room(length));
     char* const end = put_stored_utf16(text.data(), stored.slice(0, length));
     text.resize(static_cast<std::size_t>(end - text.data()));
     if (length == 0) {

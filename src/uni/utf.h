@@ -20,10 +20,25 @@ std::string utf8_from_utf16(std::u16string_view text);
 // 0x10ffff fails: the result is empty. Overlong forms pass.
 std::u16string utf16_from_utf8(std::string_view text);
 
+// The whole units of stored UTF-16LE text without the zero unit at its end, if it has one.
+inline byte_view without_terminator(byte_view stored) noexcept
+{
+    const std::uint64_t whole = stored.size() / 2 * 2;
+    const bool is_terminated = whole != 0 && stored.u16(whole - 2) == 0;
+    return stored.slice(0, is_terminated ? whole - 2 : whole);
+}
+
 // Appends stored UTF-16LE text to `out` as UTF-8, up to the first zero unit or the last whole unit;
-// a surrogate without its partner becomes U+FFFD. `out` must hold room for 3 bytes a unit.
+// a surrogate without its partner becomes U+FFFD. `out` must have stored_text_room().
 // Gives the end of what was written.
+constexpr std::size_t stored_text_room(std::uint64_t stored_bytes) noexcept
+{
+    return static_cast<std::size_t>(stored_bytes / 2 * 3);
+}
 char* put_stored_utf16(char* out, byte_view stored);
+// The same, which also tells whether the text is plain: nothing but printable ASCII without "<",
+// ">", "&" and the double quote. It may answer no for a text that is.
+char* put_stored_utf16(char* out, byte_view stored, bool& plain);
 
 // The same into a string that is replaced. Gives the number of stored bytes that the text took, its
 // terminating zero unit included where there is one; 0 for no text.

@@ -90,8 +90,12 @@ bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_
 {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t put = ::pwrite(descriptor, bytes.data() + done, bytes.size() - done,
-                                     offset + static_cast<off_t>(done));
+        ssize_t put = ::pwrite(descriptor, bytes.data() + done, bytes.size() - done,
+                               offset + static_cast<off_t>(done));
+        if (put < 0 && errno == ESPIPE) {
+            // A pipe or a terminal has no places, only a next byte.
+            put = ::write(descriptor, bytes.data() + done, bytes.size() - done);
+        }
         if (put < 0 && errno == EINTR) {
             continue;
         }

@@ -1,12 +1,9 @@
 #include "platform/host.h"
 
-#include <cctype>
 #include <cstdlib>
 #include <string_view>
-#include <vector>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <semaphore.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -34,18 +31,6 @@ std::string leading_numbers(std::string_view release, int wanted)
     return out;
 }
 
-std::string current_user_name()
-{
-    std::vector<char> buffer(4096);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 ||
-        found == nullptr) {
-        return {};
-    }
-    return found->pw_name;
-}
-
 } // namespace
 
 std::optional<std::string> environment_variable(const std::string& name)
@@ -65,7 +50,6 @@ host_facts read_host_facts()
     host_facts facts;
     facts.is_64bit = sizeof(void*) == 8;
     facts.host_name = host_name();
-    facts.user_name = current_user_name();
     struct utsname system {};
     if (::uname(&system) == 0) {
         facts.os_name = system.sysname;

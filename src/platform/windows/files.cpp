@@ -11,6 +11,7 @@
 
 #include "platform/windows/paths.h"
 #include "platform/windows/wide.h"
+#include "uni/time.h"
 
 namespace platform {
 
@@ -63,7 +64,8 @@ bool facts_from_stat(const std::wstring& path, file_facts& facts)
         return false;
     }
     const auto ticks = [](__time64_t seconds) {
-        return (static_cast<std::uint64_t>(seconds) + 11'644'473'600) * 10'000'000;
+        return (static_cast<std::uint64_t>(seconds) + uni::seconds_1601_to_1970) *
+               uni::ticks_per_second;
     };
     facts.write_time = ticks(status.st_mtime);
     facts.access_time = ticks(status.st_atime);

@@ -2,8 +2,9 @@
 
 #include <vector>
 
-#include <shlobj.h>
 #include <windows.h>
+
+#include <shlobj.h>
 
 #include "platform/windows/wide.h"
 
@@ -76,7 +77,8 @@ bool has_product_type(BYTE product_type)
 
 BYTE product_type()
 {
-    for (const BYTE type : {VER_NT_WORKSTATION, VER_NT_DOMAIN_CONTROLLER, VER_NT_SERVER}) {
+    for (const BYTE type :
+         {BYTE{VER_NT_WORKSTATION}, BYTE{VER_NT_DOMAIN_CONTROLLER}, BYTE{VER_NT_SERVER}}) {
         if (has_product_type(type)) {
             return type;
         }
@@ -107,26 +109,22 @@ std::string service_pack_text()
     return {};
 }
 
-// What the drive of the program's own file is, a DRIVE_ constant; 0 when the path has no drive.
-UINT own_drive_type()
+struct program_place {
+    bool is_remote = false;
+    bool is_removable = false;
+};
+
+// Where the program's own file lies; a path without a drive is remote.
+program_place own_place()
 {
     std::vector<wchar_t> path(1023);
     const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), 1022);
     if (length < 2 || path[1] != L':') {
-        return DRIVE_UNKNOWN;
+        return {true, false};
     }
     const char drive[] = {static_cast<char>(path[0]), ':', '\\', '\0'};
-    return ::GetDriveTypeA(drive);
-}
-
-std::string user_name()
-{
-    std::vector<wchar_t> name(512);
-    DWORD length = static_cast<DWORD>(name.size());
-    if (!::GetUserNameW(name.data(), &length) || length == 0) {
-        return {};
-    }
-    return utf8_from_wide({name.data(), length - 1});
+    const UINT type = ::GetDriveTypeA(drive);
+    return {type == DRIVE_REMOTE, type == DRIVE_REMOVABLE};
 }
 
 struct token_handle {
@@ -198,10 +196,9 @@ host_facts read_host_facts()
     facts.os_version_text = numbers + "." + role_word(product_type()) + service_pack_text();
     facts.os_build_text = numbers + "." + std::to_string(version.build);
     facts.host_name = host_name();
-    facts.user_name = user_name();
-    const UINT drive = own_drive_type();
-    facts.runs_remote = drive == DRIVE_UNKNOWN || drive == DRIVE_REMOTE;
-    facts.runs_removable = drive == DRIVE_REMOVABLE;
+    const program_place place = own_place();
+    facts.runs_remote = place.is_remote;
+    facts.runs_removable = place.is_removable;
     return facts;
 }
 

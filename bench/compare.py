@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""Measures quilt as a whole process against md5sum, side by side in one run.
+
+    bench/compare.py [build folder] [--pairs N]
+
+Builds nothing: takes quilt and make_large_database of the folder (build/release). The two commands
+of a row run in turn, A B A B, and the ratio is the median of the ratios of the pairs, so that a slow
+moment of the machine touches both. Clock and processor time stand side by side. Ends with 1 when a
+figure is not reached by the clock.
+"""
+
+import argparse
+import os
+import statistics
+import sys
+import tempfile
+import time
+
+MIB = 1 << 20
+
+
+class Run:
+    """What one process took: seconds by the clock and of the processor, peak memory in bytes."""
+
+    def __init__(self, command, output=None):
+        if output is not None and os.path.exists(output):
+            os.unlink(output)  # some file systems write a file out that replaces another
+        flags = os.O_WRONLY | os.O_CREAT
+        actions = [(os.POSIX_SPAWN_OPEN, 1, output or os.devnull, flags, 0o644)]
+        begin = time.perf_counter()
+        child = os.posix_spawnp(command[0], command, os.environ, file_actions=actions)
+        _, status, usage = os.wait4(child, 0)
+        self.wall = time.perf_counter() - begin
+        self.cpu = usage.ru_utime + usage.ru_stime
+        self.peak = usage.ru_maxrss * 1024
+        if status != 0:
+            sys.exit(f"compare.py: {' '.join(command)} ended with status {status}")
+
+
+class Table:
+    def __init__(self, pairs):
+        self.pairs = pairs
+        self.missed = 0
+        print(f"{'':36} {'A':>9} {'B':>9} {'clock':>7} {'cpu':>7} {'reach':>6}")
+
+    def row(self, name, first, second, reach):
+        """Two commands, each with its output file, and the ratio of their times to reach."""
+        runs = []
+        for number in range(self.pairs + 1):
+            pair = (Run(*first), Run(*second))
+            if number > 0:  # the first pair fills the caches
+                runs.append(pair)
+        walls = [[run.wall * 1000 for run in side] for side in zip(*runs)]
+        clock, cpu = (
+            statistics.median(getattr(a, kind) / max(getattr(b, kind), 1e-9) for a, b in runs)
+            for kind in ("wall", "cpu")
+        )
+        a, b = (f"{statistics.median(side):.1f} ms" for side in walls)
+        self.line(name, a, b, f"{clock:.2f}", f"{cpu:.2f}", reach, clock <= reach)
+
+    def memory(self, name, peak, limit):
+        a, b = (f"{value / MIB:.1f} MiB" for value in (peak, limit))
+        self.line(name, a, b, f"{peak / limit:.2f}", "", 1, peak <= limit)
+
+    def line(self, name, a, b, clock, cpu, reach, reached):
+        self.missed += not reached
+        word = "" if reached else "  missed"
+        print(f"{name:36} {a:>9} {b:>9} {clock:>7} {cpu:>7} {reach:>6}{word}", flush=True)
+
+
+def compare(folder, pairs, place):
+    quilt = os.path.join(folder, "quilt")
+    databases = {}
+    for size in (1, 16):
+        databases[size] = os.path.join(place, f"{size}.sdb")
+        Run([os.path.join(folder, "make_large_database"), str(size * MIB), databases[size]])
+
+    def listing(size, *options):
+        return [quilt, "-sdb", databases[size], "-quiet", *options]
+
+    load = {size: (listing(size, "-tag", "0x7fff"),) for size in databases}
+    report = os.path.join(place, "report")
+    xml = {size: (listing(size, "-apps"), f"{report}-{size}.xml") for size in databases}
+    plain = (listing(16, "-apps", "-multiline"), f"{report}.txt")
+
+    table = Table(pairs)
+    table.row("load / md5sum of the database", load[16], (["md5sum", databases[16]],), 1.0)
+    for name, command in (("XML", xml[16]), ("plain", plain)):
+        Run(*command)
+        table.row(f"-apps {name} / md5sum of the report", command, (["md5sum", command[1]],), 1.5)
+    table.row("load, 16 MiB / 1 MiB", load[16], load[1], 20)
+    table.row("-apps, 16 MiB / 1 MiB", xml[16], xml[1], 20)
+    limit = 4 * os.path.getsize(databases[16]) + 16 * MIB
+    for name, command in (("XML", xml[16]), ("plain", plain)):
+        peak = max(Run(*command).peak for _ in range(3))
+        table.memory(f"peak of -apps {name} / 4 images + 16 MiB", peak, limit)
+    return table.missed
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("folder", nargs="?", default="build/release")
+    parser.add_argument("--pairs", type=int, default=11)
+    arguments = parser.parse_args()
+    with tempfile.TemporaryDirectory() as place:
+        return 1 if compare(arguments.folder, arguments.pairs, place) else 0
+
+
+sys.exit(main())

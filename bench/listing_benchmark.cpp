@@ -1,0 +1,125 @@
+// The hot paths one by one, over generated databases of 1 MiB and 16 MiB. Bytes per second are
+// those of the database.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "report/listings.h"
+#include "sdb/child_relation.h"
+#include "sdb/database.h"
+#include "sdb/inflate.h"
+#include "sdb/tags.h"
+#include "support/large_database.h"
+
+namespace {
+
+constexpr std::int64_t mebibyte = 1 << 20;
+
+// Generating takes longer than what is measured: each size is made once.
+const test_support::bytes& image_of(std::int64_t mebibytes)
+{
+    static const test_support::bytes small = test_support::large_database(mebibyte, 1);
+    static const test_support::bytes large = test_support::large_database(16 * mebibyte, 1);
+    return mebibytes == 1 ? small : large;
+}
+
+// A database that is loaded, with the options of its run.
+struct loaded_database {
+    explicit loaded_database(const test_support::bytes& image)
+    {
+        database.load_image(uni::byte_vector(image.begin(), image.end()), options);
+    }
+    front::sdb_opts options;
+    sdb::sdb_database database;
+};
+
+void count_bytes(benchmark::State& state)
+{
+    const auto size = static_cast<std::int64_t>(image_of(state.range(0)).size());
+    state.SetBytesProcessed(state.iterations() * size);
+}
+
+void load_and_scan(benchmark::State& state)
+{
+    const test_support::bytes& image = image_of(state.range(0));
+    for (auto _ : state) {
+        state.PauseTiming();
+        uni::byte_vector copy(image.begin(), image.end());
+        front::sdb_opts options;
+        auto database = std::make_unique<sdb::sdb_database>();
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(database->load_image(std::move(copy), options));
+        state.PauseTiming();
+        database.reset();
+        state.ResumeTiming();
+    }
+    count_bytes(state);
+}
+
+void inflate(benchmark::State& state)
+{
+    const test_support::bytes packed = test_support::compress(image_of(state.range(0)));
+    uni::byte_vector plain;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(sdb::inflate_image(uni::byte_view(packed), plain));
+    }
+    count_bytes(state);
+}
+
+// The child relation and the other indexes are made when first asked for, once for a database.
+void child_relation(benchmark::State& state)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto loaded = std::make_unique<loaded_database>(image_of(state.range(0)));
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(&loaded->database.children());
+        state.PauseTiming();
+        loaded.reset();
+        state.ResumeTiming();
+    }
+    count_bytes(state);
+}
+
+void expand_executables(benchmark::State& state)
+{
+    const loaded_database loaded(image_of(state.range(0)));
+    report::record_expander expander(loaded.database);
+    for (auto _ : state) {
+        std::uint64_t listed_items = 0;
+        for (const std::uint32_t ordinal : loaded.database.ordinals_by_tag(sdb::tag::exe)) {
+            expander.expand(loaded.database.offset_at(ordinal), true, listed_items);
+        }
+        benchmark::DoNotOptimize(listed_items);
+    }
+    count_bytes(state);
+}
+
+void list_applications(benchmark::State& state, bool xml)
+{
+    loaded_database loaded(image_of(state.range(0)));
+    loaded.options.xml = xml;
+    loaded.options.list_apps = true;
+    for (auto _ : state) {
+        uni::null_out_stream nowhere;
+        report::run_database_report(nowhere, loaded.database, loaded.options);
+    }
+    count_bytes(state);
+}
+
+void sizes(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->Arg(1)->Arg(16)->ArgName("MiB")->Unit(benchmark::kMillisecond);
+}
+
+BENCHMARK(load_and_scan)->Apply(sizes);
+BENCHMARK(inflate)->Apply(sizes);
+BENCHMARK(child_relation)->Apply(sizes);
+BENCHMARK(expand_executables)->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, xml, true)->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, plain, false)->Apply(sizes);
+
+} // namespace

@@ -1,0 +1,17 @@
+#include "platform/memory.h"
+
+#include <new>
+
+namespace platform {
+
+void* allocate_large(std::size_t bytes)
+{
+    return ::operator new(bytes);
+}
+
+void free_large(void* memory, std::size_t) noexcept
+{
+    ::operator delete(memory);
+}
+
+} // namespace platform

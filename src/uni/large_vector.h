@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "platform/memory.h"
+
+namespace uni {
+
+// Allocator for arrays that may grow to many megabytes: these come from platform::allocate_large.
+// Elements that are made without a value are left undefined, since they are about to be filled.
+template <typename element>
+class large_allocator {
+public:
+    using value_type = element;
+
+    large_allocator() = default;
+    template <typename other>
+    large_allocator(const large_allocator<other>&) noexcept
+    {}
+
+    element* allocate(std::size_t count)
+    {
+        if (count > static_cast<std::size_t>(-1) / 2 / sizeof(element)) {
+            throw std::bad_array_new_length();
+        }
+        return static_cast<element*>(is_large(count) ? platform::allocate_large(count * size)
+                                                     : ::operator new(count* size));
+    }
+    void deallocate(element* memory, std::size_t count) noexcept
+    {
+        if (is_large(count)) {
+            platform::free_large(memory, count * size);
+        } else {
+            ::operator delete(memory);
+        }
+    }
+    template <typename other>
+    void construct(other* place) noexcept
+    {
+        ::new (static_cast<void*>(place)) other;
+    }
+    template <typename other, typename... values>
+    void construct(other* place, values&&... given)
+    {
+        std::construct_at(place, std::forward<values>(given)...);
+    }
+    friend bool operator==(const large_allocator&, const large_allocator&) noexcept { return true; }
+
+private:
+    static constexpr std::size_t size = sizeof(element);
+    static constexpr std::size_t large = std::size_t{1} << 20;
+    static bool is_large(std::size_t count) noexcept { return count >= large / size; }
+};
+
+template <typename element>
+using large_vector = std::vector<element, large_allocator<element>>;
+
+// Bytes of a file or an image.
+using byte_vector = large_vector<std::uint8_t>;
+
+} // namespace uni

@@ -1,0 +1,356 @@
+#include "report/listings.h"
+
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "sdb/tags.h"
+#include "support/sdb_builder.h"
+
+namespace {
+
+namespace tag = sdb::tag;
+using test_support::bytes;
+using test_support::node;
+using test_support::sdb_builder;
+using setter = std::function<void(front::sdb_opts&)>;
+
+class text_sink : public uni::output_sink {
+public:
+    std::string gathered;
+
+private:
+    bool write_block(std::string_view block) override
+    {
+        gathered += block;
+        return true;
+    }
+};
+
+struct report_result {
+    std::string text;
+    std::string notices;
+    bool asked;
+};
+
+report_result run(const bytes& image, const setter& prepare)
+{
+    front::sdb_opts options;
+    sdb::sdb_database database;
+    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    options.current_path = "c:\\a&b.sdb";
+    uni::compile_date_style(options.date_style, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
+    prepare(options);
+    text_sink out;
+    testing::internal::CaptureStderr();
+    report_result result;
+    result.asked = report::run_database_report(out, database, options);
+    result.notices = testing::internal::GetCapturedStderr();
+    out.flush();
+    result.text = out.gathered;
+    return result;
+}
+
+// The records with that tag, without the document around them.
+std::string xml_records(const bytes& image, std::uint16_t tag, const setter& more = {})
+{
+    const std::string text = run(image, [&](front::sdb_opts& options) {
+                                 options.tag_filter_on = true;
+                                 options.tag_filter = tag;
+                                 if (more) {
+                                     more(options);
+                                 }
+                             }).text;
+    constexpr std::string_view opening = "<shimdb>\n";
+    constexpr std::string_view closing = "\n</shimdb>\n";
+    EXPECT_TRUE(text.starts_with(opening) && text.ends_with(closing)) << text;
+    return text.substr(opening.size(), text.size() - opening.size() - closing.size());
+}
+
+// The one record of a database that holds it alone.
+std::string xml_record(sdb_builder& b, std::uint16_t tag, std::initializer_list<node> children,
+                       const setter& more = {})
+{
+    b.add(b.list(tag, children));
+    return xml_records(b.build(), tag, more);
+}
+
+void decimal(front::sdb_opts& options)
+{
+    options.base16 = false;
+}
+
+TEST(listing, nothing_to_list)
+{
+    sdb_builder b;
+    b.add({b.list(tag::exe, {b.text(tag::name, "bare")}), b.list(tag::library, {})});
+    const bytes image = b.build();
+    const std::tuple<bool, bool, std::string> cases[] = {
+        {true, false, "No Apps found\nNo fixes found\n"},
+        {false, true, "\n\n"}, // a line end for each tag, and no words
+        {true, true, "No Apps found\nNo fixes found\n\n\n"},
+        {false, false, ""},
+    };
+    for (const auto& [all, single, expected] : cases) {
+        for (const bool xml : {false, true}) {
+            const report_result result = run(image, [&](front::sdb_opts& options) {
+                options.xml = xml;
+                options.list_apps = options.list_fixes = all;
+                options.exes_only = options.shims_only = single;
+            });
+            EXPECT_EQ(result.text, xml ? "<shimdb>\n" + expected + "</shimdb>\n" : expected);
+            EXPECT_EQ(result.asked, all || single);
+            EXPECT_EQ(
+                result.notices,
+                result.asked
+                    ? ""
+                    : "\x1b[2K\r                           \r"
+                      "Check the options you passed in [either erroneous or a mismatch]...\n");
+        }
+    }
+}
+
+TEST(listing, plain_lines)
+{
+    sdb_builder b;
+    b.add(b.list(tag::library,
+                 {b.list(tag::patch,
+                         {b.text(tag::name, "P \"1\""),
+                          b.patch_bits({test_support::match_op("m", 1, {1, 2}),
+                                        test_support::replace_op("m", 2, {})}),
+                          b.binary(tag::patch_bits, {1}),
+                          b.list(tag::data, {b.dword(tag::data_dword, 0x12), b.null(tag::general),
+                                             b.qword(0x5abc, 1), b.binary(tag::file_bits, {1})}),
+                          b.string_ref(tag::description, 0x999)})}));
+    std::string expected = R"(-------------------- [c:\a&b.sdb]
+1 | 000018 | 7005 | 000e4 | patch                          | list      $
+2 | 00001e | 6001 |       | name                           | stringref  | P "1"
+2 | 000024 | 9002 |       | patch_bits                     | binary    $
+$
+$
+2 | 0000d4 | 9002 |       | patch_bits                     | binary    $
+$
+2 | 0000fc | 6002 |       | description                    | stringref  | $
+
+2 | 0000dc | 700f | 0001a | data                           | list      $
+3 | 0000e2 | 4019 |       | data_dword                     | dword      | 0x00000012
+3 | 0000e8 | 1002 |       | general                        | null       | set
+3 | 0000ea | 5abc |       | tag_23228                      | qword      | 0x0000000000000001
+3 | 0000f4 | 9003 |       | file_bits                      | binary     | $
+
+
+
+)";
+    std::erase(expected, '$'); // shows where a line ends
+    const bytes image = b.build();
+    for (const bool section_rules : {true, false}) { // delimited forms write no record
+        const report_result result = run(image, [&](front::sdb_opts& options) {
+            options.xml = false;
+            options.patches_only = true;
+            options.section_rules = section_rules;
+        });
+        EXPECT_EQ(result.text, section_rules ? expected : "\n");
+    }
+}
+
+TEST(listing, depths_are_hexadecimal_and_wide_fields_stand_whole)
+{
+    sdb_builder b;
+    node inner = b.list(tag::exe, {b.null(tag::upgrade_action_proceed_to_mediasetup)});
+    for (int depth = 0; depth < 15; ++depth) {
+        inner = b.list(tag::data, {inner});
+    }
+    // Offsets beyond 24 bits and sizes beyond 20 take the digits that they need.
+    const node far = b.list(tag::flag, {b.dword(tag::flags, 1)});
+    b.add(b.list(tag::app, {inner, b.binary(tag::file_bits, bytes(0xfffffe)), far}));
+    const std::string text = run(b.build(), [](front::sdb_opts& options) {
+                                 options.xml = false;
+                                 options.csv_separator = "|";
+                                 options.list_apps = true;
+                             }).text;
+    for (const std::string_view line :
+         {"1|000012|7006|1000072|app  ", "2|000018|700f|0005c|data  ", "9|000042|700f|00032|data ",
+          "a|000048|700f|0002c|data  ", "10|00006c|700f|00008|data  ",
+          "12|000078|1012|     |upgrade_action_proceed_to_mediasetup|null      |set\n",
+          "2|100007e|7013|00006|flag  ", "3|1000084|4017|     |flags  "}) {
+        EXPECT_NE(text.find("\n" + std::string(line)), std::string::npos) << line;
+    }
+    EXPECT_EQ(b.offset_of(far), 0x100007eu);
+}
+
+TEST(listing, nested_elements)
+{
+    sdb_builder b;
+    const node fix = b.list(
+        tag::shim, {b.text(tag::name, "Fix"), b.text(tag::dllfile, "f.dll"),
+                    b.list(tag::inexclude, {b.null(tag::include), b.text(tag::module, "m.dll")}),
+                    b.list(tag::inexclude, {b.text(tag::module, "a&b"), b.null(tag::general)}),
+                    b.list(tag::inexclude, {b.list(tag::data, {b.text(tag::name, "d")})}),
+                    b.list(tag::inexclude,
+                           {b.text(tag::name, "i"), b.null(tag::include), b.list(tag::data, {})}),
+                    b.list(tag::data, {b.text(tag::name, "d"), b.binary(tag::data_bits, {1, 2})})});
+    b.add(b.list(tag::library, {fix}));
+    EXPECT_EQ(xml_record(b, tag::exe,
+                         {b.text(tag::name, "svc.exe"), b.text(tag::vendor, "V <i>"),
+                          b.text(tag::app_name, "\"Svc\""), b.dword(tag::os_platform, 2),
+                          b.text(tag::description, "D & E"),
+                          b.list(tag::matching_file,
+                                 {b.text(tag::name, "*"), b.text(tag::company_name, "A & B")}),
+                          b.list(tag::shim_ref, {b.reference(tag::shim_tagid, fix)})}),
+              R"( <exe name="svc.exe" os_platform="win64" description="CDATA">
+  <app vendor="CDATA" app_name="'Svc'" />
+  <vendor>
+   <![CDATA[V <i>]]>
+  </vendor>
+  <description>
+   <![CDATA[D & E]]>
+  </description>
+  <matching_file name="svc.exe" company_name="CDATA">
+   <company_name>
+    <![CDATA[A & B]]>
+   </company_name>
+  </matching_file>
+  <shim_ref shim_tagid="18">
+   <shim name="Fix" dllfile="f.dll">
+    <include module="m.dll" />
+    <exclude module="CDATA" general="set">
+     <module>
+      <![CDATA[a&b]]>
+     </module>
+    </exclude>
+    <inexclude>
+     <data name="d" />
+    </inexclude>
+    <include name="i">
+     <data />
+    </include>
+    <data name="d">
+     <data_bits binary="" />
+    </data>
+   </shim>
+  </shim_ref>
+ </exe>
+)");
+}
+
+TEST(listing, an_application_element_without_children_ends_doubled)
+{
+    const std::uint16_t heads[] = {0x7007, 0x7017, 0x702d, 0x702e, 0x702f,
+                                   0x7034, 0x7035, 0x7036, 0x703a, 0x7012};
+    for (const std::uint16_t head : heads) {
+        sdb_builder b;
+        EXPECT_EQ(xml_record(b, head,
+                             {b.text(tag::app_name, "A"), b.dword(tag::os_platform, 1),
+                              b.text(tag::vendor, "V"), b.text(tag::name, "n")}),
+                  " <" + sdb::tag_name(head) + " os_platform=\"win32\" name=\"n\">\n" +
+                      "  <app app_name=\"A\" vendor=\"V\" / />\n");
+    }
+    sdb_builder b; // other lists keep all of it on their element
+    EXPECT_EQ(xml_record(b, tag::kdriver, {b.text(tag::vendor, "V"), b.dword(tag::os_platform, 1)}),
+              " <kdriver vendor=\"V\" os_platform=\"0x00000001\" />\n");
+}
+
+TEST(listing, os_platform_is_told_by_the_digit_2)
+{
+    const std::tuple<std::uint32_t, std::string, std::string> cases[] = {{1, "win32", "win32"},
+                                                                         {2, "win64", "win64"},
+                                                                         {0x20, "win64", "win64"},
+                                                                         {18, "win64", "win32"}};
+    for (const auto& [value, hexadecimal_word, decimal_word] : cases) {
+        for (const bool base16 : {true, false}) {
+            sdb_builder b;
+            EXPECT_EQ(xml_record(b, tag::exe, {b.dword(tag::os_platform, value), b.null(0x1002)},
+                                 base16 ? setter() : decimal),
+                      " <exe os_platform=\"" + (base16 ? hexadecimal_word : decimal_word) +
+                          "\" general=\"set\" />\n");
+        }
+    }
+}
+
+TEST(listing, application_help)
+{
+    const std::pair<std::uint32_t, std::string> cases[] = {
+        {0, "0x00000000"},          {1, "softblock"},  {2, "hardblock"},
+        {3, "softblock hardblock"}, {4, "0x00000004"},
+    };
+    for (const auto& [value, word] : cases) {
+        sdb_builder b;
+        EXPECT_EQ(xml_record(b, tag::apphelp,
+                             {b.dword(tag::htmlhelpid, 0), b.dword(tag::langid, 0x409),
+                              b.dword(tag::problemseverity, value), b.dword(tag::flags, 1),
+                              b.text(tag::apphelp_title, "0x00000000")}),
+                  " <apphelp problemseverity=\"" + word + "\" flags=\"0x00000001\" />\n");
+    }
+    sdb_builder b;
+    EXPECT_EQ(xml_record(b, tag::apphelp,
+                         {b.dword(tag::flags, 0), b.dword(tag::problemseverity, 2)}, decimal),
+              " <apphelp flags=\"0\" problemseverity=\"hardblock\" />\n");
+}
+
+TEST(listing, matching_files_are_escaped)
+{
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"\xc3\x84 \"&\t", "*", "name=\"%c3%84 '&amp;%09\" module=\"*\""},
+        {"e", "\x7f", "name=\"%7f\" module=\"*\""},
+        {"e", "12345\x7f", "name=\"12345%7f\" module=\"*\""},
+        {"e", "\xc3\xa9*", "name=\"%c3%a9*\" module=\"*\""},
+        {"", "*", "name=\"*\" module=\"*\""},
+        {"", "\xc3\xa9", "name=\"\xc3\xa9\" module=\"*\""}, // escaped only beside a record's name
+    };
+    for (const auto& [record_name, name, expected] : cases) {
+        sdb_builder b;
+        const node match =
+            b.list(tag::matching_file,
+                   {b.text(tag::name, name), b.text(tag::module, "*"), b.string(0x8801, "\"<>\"")});
+        const std::string text =
+            record_name.empty() ? xml_record(b, tag::exe, {match})
+                                : xml_record(b, tag::exe, {b.text(tag::name, record_name), match});
+        const std::string inline_text = record_name.empty() ? "\"<>\"" : "\"&lt;&gt;\"";
+        EXPECT_NE(text.find("  <matching_file " + expected + " stringtable_item=\"" + inline_text +
+                            "\" />\n"),
+                  std::string::npos)
+            << text;
+    }
+}
+
+TEST(listing, long_text_stands_on_a_line_of_its_own_in_its_cdata)
+{
+    const std::string accents = "\xc3\xa9\xc3\xa9"; // two bytes each, and bytes are what counts
+    for (const std::size_t length : {79u, 80u}) {
+        const std::string text = accents + std::string(length - 5, '"') + "&";
+        const std::string cdata = length < 80 ? text : "\n    " + text + "\n   ";
+        sdb_builder b;
+        EXPECT_EQ(xml_record(b, tag::app, {b.text(tag::vendor, text), b.text(tag::name, text)}),
+                  " <app vendor=\"CDATA\" name=\"CDATA\">\n"
+                  "  <vendor>\n   <![CDATA[" +
+                      cdata +
+                      "]]>\n  </vendor>\n"
+                      "  <name>\n   <![CDATA[" +
+                      cdata + "]]>\n  </name>\n </app>\n");
+    }
+}
+
+TEST(listing, binaries_that_are_child_elements)
+{
+    sdb_builder b;
+    EXPECT_EQ(xml_record(b, tag::patch,
+                         {b.binary(tag::text, {1, 2}),
+                          b.patch_bits({test_support::match_op("m<", 0x10, {1, 0xab})}),
+                          b.text(tag::name, "a>b"), b.binary(tag::patch_bits, {}),
+                          b.binary(0x9012, {1}), b.binary(tag::file_bits, {})}),
+              R"( <patch name="CDATA" reg_value_data_binary="">
+  <name>
+   <![CDATA[a>b]]>
+  </name>
+  <text binary="" />
+  <patch_bits>
+   <op module="m<" type="match" address="0x00000010">01 ab</op>
+  </patch_bits>
+  <patch_bits>
+  </patch_bits>
+  <file_bits binary="" />
+ </patch>
+)");
+}
+
+} // namespace
