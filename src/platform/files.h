@@ -30,7 +30,8 @@ std::size_t read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t 
 // Writes all of `bytes` at `offset`; false on failure.
 bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_t offset);
 
-// Removes a regular file; anything else (a device that was named as an output, say) stays.
+// Removes a regular file; anything else (a device or a link that was named as an output, say)
+// stays.
 bool delete_file(const std::string& path);
 
 // A path as this system's users write it, for paths that messages show; it names the same file.

@@ -29,15 +29,17 @@
 //
 // A tag starts at any byte with a u16 tag word whose top four bits are its type:
 //
-//   type    name        behind the tag word                        value           bytes to the
-//   next 0x1000  null        nothing                                    none            2 0x2000
-//   byte        1 byte                                     that byte       3 0x3000  word u16 2
-//   bytes         4 0x4000  dword       u32                                        4 bytes 6 0x5000
-//   qword       u64                                        8 bytes         10 0x6000  stringref u32
-//   reference                              4 bytes         6 0x7000  list        u32 size of its
-//   contents, then these       the size word   6: its first child 0x8000  string      u32 length n,
-//   n bytes of UTF-16LE          the n bytes     6 + n 0x9000  binary      u32 length n, n bytes, a
-//   pad byte if odd   the n bytes     6 + n + n mod 2 other   unknown     not decoded none 2
+//   type    name        behind the tag word                        value          bytes to the next
+//   0x1000  null        nothing                                    none           2
+//   0x2000  byte        1 byte                                     that byte      3
+//   0x3000  word        u16                                        2 bytes        4
+//   0x4000  dword       u32                                        4 bytes        6
+//   0x5000  qword       u64                                        8 bytes        10
+//   0x6000  stringref   u32 reference                              4 bytes        6
+//   0x7000  list        u32 size of its contents, then these       the size word  6: its first child
+//   0x8000  string      u32 length n, n bytes of UTF-16LE          the n bytes    6 + n
+//   0x9000  binary      u32 length n, n bytes, a pad byte if odd   the n bytes    6 + n + n mod 2
+//   other   unknown     not decoded                                none           2
 //
 // Root tags: an optional index collection (0x7802) of index lists (0x7803), the database list
 // (0x7001), from which on every tag is recorded, and the string table (0x7801), a list of strings

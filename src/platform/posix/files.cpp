@@ -111,7 +111,7 @@ bool delete_file(const std::string& path)
 {
     const std::string found = find_path(path);
     struct stat status {};
-    return ::stat(found.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+    return ::lstat(found.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            ::unlink(found.c_str()) == 0;
 }
 
