@@ -1,8 +1,12 @@
 #include "front/filter.h"
 
 #include <algorithm>
+#include <optional>
 
+#include "platform/files.h"
+#include "uni/fileio.h"
 #include "uni/numbers.h"
+#include "uni/paths.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -64,6 +68,143 @@ filter_entry make_entry(std::string_view item)
     return entry;
 }
 
+// A piece of a path as patterns are written. What is no UTF-8 is compared byte by byte, so that
+// plain patterns find it all the same.
+std::u16string comparable(std::string text)
+{
+    uni::lower_text(text);
+    std::u16string units = uni::utf16_from_utf8(text);
+    if (units.empty()) {
+        for (const char byte : text) {
+            units.push_back(static_cast<unsigned char>(byte));
+        }
+    }
+    return units;
+}
+
+bool lies_before(std::uint64_t time, const window_end& end, uni::time_kind kind)
+{
+    return kind == uni::time_kind::filetime
+               ? time < end.filetime
+               : static_cast<std::int64_t>(time) < static_cast<std::int64_t>(end.unix_time);
+}
+
+bool lies_behind(std::uint64_t time, const window_end& end, uni::time_kind kind)
+{
+    return kind == uni::time_kind::filetime
+               ? time > end.filetime
+               : static_cast<std::int64_t>(time) > static_cast<std::int64_t>(end.unix_time);
+}
+
+bool read_times(const std::string& path, file_times& times)
+{
+    platform::file_facts facts;
+    if (!platform::read_file_facts(path, facts)) {
+        return false;
+    }
+    times = {true, uni::time_kind::filetime, facts.write_time, facts.creation_time};
+    return true;
+}
+
+// One time behind the start is enough, but no time may be behind the stop: meant.
+bool lies_in_window(const cmd_params& params, const file_times& times)
+{
+    const auto& [known, kind, written, created] = times;
+    if (kind != uni::time_kind::filetime && kind != uni::time_kind::unix_seconds) {
+        return false;
+    }
+    const window_end& start = params.time_window_start;
+    const window_end& stop = params.time_window_stop;
+    if (start.set && lies_before(written, start, kind) && lies_before(created, start, kind)) {
+        return false;
+    }
+    return !(stop.set && (lies_behind(written, stop, kind) || lies_behind(created, stop, kind)));
+}
+
+bool window_accepts(const cmd_params& params, const std::string& path, file_times* times)
+{
+    if (times == nullptr || !(params.time_window_start.set || params.time_window_stop.set)) {
+        return true;
+    }
+    return (times->known || read_times(path, *times)) && lies_in_window(params, *times);
+}
+
+// One path as the entries look at it.
+class filtered_path {
+public:
+    explicit filtered_path(const std::string& path) : path_(path)
+    {
+        std::string name;
+        uni::split_path(path, directory_, name);
+        name_ = comparable(std::move(name));
+    }
+
+    bool is_accepted_by(const filter_entry& entry, bool& open_failed)
+    {
+        return (entry.is_path && is_below(entry.pattern)) || entry.match_all ||
+               is_named_like(entry) ||
+               (!entry.signature.empty() && holds_signature(entry, open_failed));
+    }
+
+private:
+    // Whether `pattern` names folders on the way to the file. Only the first place counts where it
+    // stands, and it must end there at the end of a folder's name; a backslash at its end is a
+    // character like others, behind which another one, or nothing, has to follow. All that is meant.
+    bool is_below(const std::u16string& pattern)
+    {
+        if (!folded_directory_) {
+            folded_directory_ = comparable(directory_);
+        }
+        const std::u16string* directory = &*folded_directory_;
+        std::u16string with_backslashes;
+        std::size_t at = directory->find(pattern);
+        if (at == std::u16string::npos) {
+            with_backslashes = *directory;
+            std::replace(with_backslashes.begin(), with_backslashes.end(), u'/', u'\\');
+            directory = &with_backslashes;
+            at = directory->find(pattern);
+        }
+        const std::size_t behind = at + pattern.size();
+        return at != std::u16string::npos &&
+               (behind == directory->size() || (*directory)[behind] == u'\\');
+    }
+
+    bool is_named_like(const filter_entry& entry) const
+    {
+        if (entry.star_front && entry.star_back) {
+            return name_.find(entry.pattern) != std::u16string::npos;
+        }
+        if (entry.star_front) {
+            return name_.ends_with(entry.pattern);
+        }
+        if (entry.star_back) {
+            return name_.starts_with(entry.pattern);
+        }
+        return !entry.pattern.empty() && name_ == entry.pattern;
+    }
+
+    bool holds_signature(const filter_entry& entry, bool& open_failed)
+    {
+        if (!file_.is_open() && !file_.open_read(path_)) {
+            open_failed = true;
+            return false;
+        }
+        const auto size = static_cast<std::uint64_t>(file_.size());
+        const std::uint64_t length = entry.signature.size();
+        uni::byte_vector bytes;
+        return length <= size && entry.signature_offset <= size - length &&
+               file_.read_at(bytes, length, static_cast<std::int64_t>(entry.signature_offset)) &&
+               std::equal(bytes.begin(), bytes.end(), entry.signature.begin(),
+                          entry.signature.end());
+    }
+
+    const std::string& path_;
+    std::string directory_;
+    std::optional<std::u16string> folded_directory_; // made when first needed
+    std::u16string name_;
+    uni::fileio file_; // opened when first needed
+};
+
 } // namespace
 
 bool parse_filter(std::vector<filter_entry>& entries, std::string_view text)
@@ -98,6 +239,22 @@ filter_entry parse_signature_filter(std::string_view text)
         entry.signature_offset = uni::read_u64_auto(text.substr(separator + 1)).value_or(0);
     }
     return entry;
+}
+
+bool filter_accepts(const cmd_params& params, bool& open_failed, const std::string& path,
+                    const std::vector<filter_entry>& entries, file_times* times)
+{
+    open_failed = false;
+    if (path.empty() || !window_accepts(params, path, times)) {
+        return false;
+    }
+    if (entries.empty() || (entries.size() == 1 && entries.front().match_all)) {
+        return true;
+    }
+    filtered_path candidate(path);
+    return std::any_of(entries.begin(), entries.end(), [&](const filter_entry& entry) {
+        return candidate.is_accepted_by(entry, open_failed);
+    });
 }
 
 } // namespace front

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "front/cmd_params.h"
+#include "uni/time.h"
 
 namespace front {
 
@@ -14,5 +17,28 @@ bool parse_filter(std::vector<filter_entry>& entries, std::string_view text);
 // Makes the entry of a -filter_sig text: blank-separated hexadecimal bytes, then "|" or "," and the
 // offset at which a file must hold them.
 filter_entry parse_signature_filter(std::string_view text);
+
+// The times of a file, for the window of -cmd_start_time and -cmd_stop_time.
+struct file_times {
+    bool known = false; // otherwise filter_accepts reads them, as FILETIME ticks
+    uni::time_kind kind = uni::time_kind::filetime;
+    std::uint64_t write_time = 0;
+    std::uint64_t creation_time = 0;
+};
+
+// Whether a path is to be worked on: its file's times lie in the window, when `times` are given,
+// and an entry accepts it; without entries that is all. `path` is UTF-8; its case does not count.
+//
+//   entry              accepts
+//   *                  everything
+//   name.sdb           that file name
+//   *.sdb  sys*  *ma*  file names that end, begin or hold the text; other stars are as if not there
+//   \folder            files below that folder: see is_path in filter.cpp
+//   a signature        files that hold these bytes at that offset
+//
+// Stream parts are not looked at. `open_failed` tells that a file could not be opened for its
+// signature, so that a refusal may be none.
+bool filter_accepts(const cmd_params& params, bool& open_failed, const std::string& path,
+                    const std::vector<filter_entry>& entries, file_times* times = nullptr);
 
 } // namespace front

@@ -1,17 +1,12 @@
 #include "front/run_driver.h"
 
-#include <optional>
-#include <string_view>
-#include <utility>
-
 #include "front/cmdline_ctx.h"
+#include "front/run_modes.h"
 #include "front/sdb_options.h"
 #include "front/sdb_opts.h"
 #include "front/startup.h"
 #include "platform/host.h"
 #include "platform/redirection.h"
-#include "report/listings.h"
-#include "sdb/database.h"
 #include "uni/fileio.h"
 #include "uni/notice.h"
 #include "uni/output_sink.h"
@@ -22,8 +17,6 @@ namespace {
 
 constexpr int success = 0;
 constexpr int failure = -1;
-constexpr std::string_view xml_declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-
 void set_run_defaults(sdb_opts& options)
 {
     options.xml = true;
@@ -31,75 +24,6 @@ void set_run_defaults(sdb_opts& options)
     options.csv = options.csvl2t = options.bodyfile = options.multiline = false;
     options.byte_dump_limit = 256;
     options.short_byte_dumps = true;
-}
-
-// A report that was asked for and that this version does not make yet.
-std::optional<std::string_view> missing_report(const sdb_opts& options)
-{
-    const std::pair<bool, std::string_view> reports[] = {
-        {options.pipe, "-pipe"},
-        {options.enumdir, "-enumdir"},
-        {options.list_sdb, "-listsdb"},
-        {options.stats, "-stats"},
-        {options.partition_given, "-partition"},
-        {options.vss_given, "-vss"},
-        {options.list_guids, "-guids"},
-        {options.list_stringtable, "-stringtable"},
-        {options.match_mode, "-match"},
-        {!options.patch_pattern.empty(), "-patchbytes"},
-        {!options.find_tagids_list.empty(), "-tagids"},
-        {!options.find_strings_list.empty(), "-strings"},
-    };
-    for (const auto& [wanted, name] : reports) {
-        if (wanted) {
-            return name;
-        }
-    }
-    return std::nullopt;
-}
-
-void report_on(const std::string& path, uni::output_sink& out, sdb_opts& options, int& result)
-{
-    reset_per_database(options);
-    options.current_path = path;
-    const platform::wow64_redirect_adt redirection;
-    sdb::sdb_database database;
-    if (!database.load(path, options)) {
-        return;
-    }
-    if (options.show_progress) {
-        uni::print_notice("processing %s\n", path.c_str());
-    }
-    const bool stands_alone = options.target_files.size() == 1;
-    if (stands_alone && options.print_header && options.xml && !options.pipe) {
-        out.text(xml_declaration);
-    }
-    report::run_database_report(out, database, options);
-    result = success;
-}
-
-int run_database_reports(uni::output_sink& out, sdb_opts& options)
-{
-    if (options.target_files.empty()) {
-        print_usage();
-        return failure;
-    }
-    const bool print_header = options.print_header;
-    int result = failure;
-    for (const std::string& path : options.target_files) {
-        options.print_header = print_header;
-        report_on(path, out, options, result);
-    }
-    return result;
-}
-
-int run_mode(uni::output_sink& out, sdb_opts& options)
-{
-    if (const auto missing = missing_report(options)) {
-        uni::print_notice("%s is not available in this version\n", std::string(*missing).c_str());
-        return failure;
-    }
-    return run_database_reports(out, options);
 }
 
 int run_to_output(sdb_opts& options, const std::string& run_header,
@@ -119,7 +43,7 @@ int run_to_output(sdb_opts& options, const std::string& run_header,
         out->text(run_header);
         out->line_end();
     }
-    return run_mode(*out, options);
+    return run_mode(*out, standard_output, options);
 }
 
 } // namespace

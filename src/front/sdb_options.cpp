@@ -4,6 +4,7 @@
 #include <array>
 
 #include "front/common_options.h"
+#include "front/discovery.h"
 #include "front/pattern_text.h"
 #include "platform/files.h"
 #include "platform/host.h"
@@ -276,6 +277,7 @@ void settle_hive(sdb_opts& options, argument_list& args)
 {
     if (find_option_value("-reg", options.software_hive_path, args)) {
         options.hive_given = true;
+        options.reg_given = true;
     } else if (!options.pe_stats && !options.volume_text.empty() &&
                (options.stats || options.list_sdb)) {
         options.hive_given = true;
@@ -313,6 +315,11 @@ bool parse_sdb_options(sdb_opts& options, argument_list& args, uni::output_sink&
         return false;
     }
     take_lists(options, args);
+    const bool searches_for_stats =
+        options.stats && !options.pe_stats && options.target_files.empty();
+    if (options.vss_given || options.partition_given || options.list_sdb || searches_for_stats) {
+        add_default_targets(options);
+    }
     settle_hive(options, args);
     return true;
 }

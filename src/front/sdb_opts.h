@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,17 @@
 #include "front/cmd_params.h"
 
 namespace front {
+
+// What the registry says of an installed database.
+struct installed_database {
+    std::string key_path;           // lower-cased path of the database's registry key
+    std::uint64_t key_modtime = 0;  // last write time of the key, FILETIME ticks
+    std::uint64_t install_time = 0; // FILETIME ticks
+    std::uint32_t database_type = 0;
+    std::string database_path; // as stored
+    std::string local_path;    // where this run finds the file
+    std::string description;
+};
 
 // What one run was asked for, and, behind the options, the state that a report keeps about the
 // database in work; reset_per_database wipes the latter.
@@ -45,8 +57,12 @@ struct sdb_opts : cmd_params {
     bool volume_given = false;
     std::string volume_text; // root of the volume, such as "c:" or a snapshot's device path
     std::vector<std::string> target_files;
+    bool reg_given = false; // the hive was named by -reg
     bool hive_given = false;
     std::string software_hive_path;
+
+    // Installed databases by their lower-cased file name.
+    std::map<std::string, installed_database> installed_databases;
 
     // The header of XML reports, line by line; no option fills it.
     std::string header_info_text;

@@ -12,7 +12,7 @@ public:
     wow64_redirect_adt& operator=(const wow64_redirect_adt&) = delete;
 
 private:
-    void* saved_ = nullptr;
+    [[maybe_unused]] void* saved_ = nullptr; // what to give back
 };
 
 } // namespace platform

@@ -5,7 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "report/identifiers.h"
 #include "report/tag_line.h"
+#include "sdb/finders.h"
 #include "sdb/tags.h"
 #include "uni/notice.h"
 #include "uni/text.h"
@@ -19,10 +21,9 @@ namespace tag = sdb::tag;
 
 constexpr std::string_view record_rule = "-------------------- ";
 
-// Lists records tag by tag, each tag's followed by an empty line; `nothing_found` stands in for a
-// listing without any.
-void list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
-               const std::set<std::uint16_t>& tags, std::string_view nothing_found)
+// Lists records tag by tag, each tag's followed by an empty line; answers whether there were any.
+bool list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
+               const std::set<std::uint16_t>& tags)
 {
     bool found = false;
     options.listed_items = 0;
@@ -32,10 +33,7 @@ void list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& 
             found = true;
         }
     }
-    if (!found) {
-        out.text(nothing_found);
-        out.line_end();
-    }
+    return found;
 }
 
 // The listings of one tag each, in the order in which they come.
@@ -130,7 +128,8 @@ void record_printer::print_plain_groups(const record_groups& groups)
 
 bool record_printer::print_record(std::uint32_t tag_offset)
 {
-    if (!collector_.collect(options_, tag_offset) || !has_substance(collector_.groups())) {
+    if (!collector_.collect(options_, tag_offset) ||
+        !has_substance(collector_.groups()[0], collector_.groups().size() == 1)) {
         return false;
     }
     set_record_name(collector_.groups()[0]);
@@ -162,25 +161,91 @@ bool record_printer::list_records_by_tag(std::uint16_t tag)
     return printed;
 }
 
-bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
-                         front::sdb_opts& options)
+namespace {
+
+void say_no_matches(const front::sdb_opts& options)
 {
-    record_printer printer(out, database, options);
-    bool asked = false;
-    if (options.xml) {
-        write_xml_prologue(out, options);
-        options.print_header = false;
+    uni::print_notice("no matches found: %s\n", options.current_path.c_str());
+}
+
+// Turns the pattern of -patchbytes into a search for the patches that hold it.
+bool search_patch_bytes(const sdb::sdb_database& database, front::sdb_opts& options)
+{
+    sdb::found_tags found;
+    if (!sdb::find_patch_bytes(database, found, options.patch_pattern)) {
+        return false;
     }
+    options.no_results = false;
+    options.found_offsets.clear();
+    options.find_tagids_list = found;
+    options.list_apps = options.list_apps || !options.exes_only;
+    return true;
+}
+
+bool is_search_pending(const front::sdb_opts& options)
+{
+    return !options.find_strings_list.empty() || !options.find_guid_text.empty() ||
+           !options.find_tagids_list.empty();
+}
+
+// A search that no listing was asked for lists the applications that hold what was found.
+void list_search(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
+                 const sdb::sdb_database& database)
+{
+    if (!list_tags(printer, out, options, application_tags(database))) {
+        say_no_matches(options);
+    }
+}
+
+bool make_listings(record_printer& printer, uni::output_sink& out,
+                   const sdb::sdb_database& database, front::sdb_opts& options)
+{
+    bool asked = !options.patch_pattern.empty();
     if (options.list_apps) {
-        list_tags(printer, out, options, application_tags(database), "No Apps found");
+        if (!list_tags(printer, out, options, application_tags(database))) {
+            out.literal("No Apps found\n");
+        }
         asked = true;
     }
     if (options.list_fixes) {
         options.print_header = false;
-        list_tags(printer, out, options, fix_tags(database), "No fixes found");
+        if (!list_tags(printer, out, options, fix_tags(database))) {
+            out.literal("No fixes found\n");
+        }
         asked = true;
     }
     asked |= list_single_tags(printer, out, options);
+    if (options.list_guids) {
+        list_identifiers(database, out, options);
+        asked = true;
+    }
+    if (options.list_stringtable) {
+        // Takes the place of a search: meant.
+        list_string_table(database, out);
+        asked = true;
+    } else if (!asked && is_search_pending(options)) {
+        list_search(printer, out, options, database);
+        asked = true;
+    }
+    return asked;
+}
+
+} // namespace
+
+bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
+                         front::sdb_opts& options)
+{
+    if (options.xml) {
+        write_xml_prologue(out, options);
+        options.print_header = false;
+    }
+    if (!options.patch_pattern.empty() && !search_patch_bytes(database, options)) {
+        // The document stays open: meant.
+        say_no_matches(options);
+        return true;
+    }
+    record_printer printer(out, database, options);
+    const bool asked = make_listings(printer, out, database, options);
     if (options.xml) {
         write_xml_closing(out);
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sdb/finders.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 
@@ -267,10 +268,77 @@ void record_groups::append(std::size_t group, const record_item& item)
     groups_[group] = copy->second;
 }
 
+search_sieve::search_sieve(const sdb::sdb_database& database,
+                           std::span<const std::uint32_t> found_offsets)
+    : database_(database)
+{
+    for (const std::uint32_t offset : found_offsets) {
+        if (const auto ordinal = database.ordinal_of(offset)) {
+            hits_.push_back(*ordinal);
+        }
+    }
+    // A reference to a record that holds a hit is a hit itself; chains of references are short.
+    constexpr int longest_chain = 32;
+    std::vector<reference> rest = all_references();
+    for (int round = 0; round < longest_chain; ++round) {
+        const auto leads_to_hit = std::ranges::partition(
+            rest, [this](const reference& one) { return !spans_hit(one.target); });
+        if (leads_to_hit.empty()) {
+            return;
+        }
+        for (const reference& one : leads_to_hit) {
+            hits_.push_back(one.ordinal);
+        }
+        rest.erase(leads_to_hit.begin(), rest.end());
+        std::ranges::sort(hits_);
+    }
+    lets_all_pass_ = true;
+}
+
+std::vector<search_sieve::reference> search_sieve::all_references() const
+{
+    std::vector<reference> references;
+    for (std::uint32_t ordinal = 0; ordinal < database_.tag_count(); ++ordinal) {
+        if (sdb::is_expanded_dword_tag(database_.tag_at(ordinal))) {
+            const std::uint32_t place = database_.word_behind(database_.offset_at(ordinal));
+            if (const auto target = database_.ordinal_of(place)) {
+                references.push_back({ordinal, *target});
+            }
+        }
+    }
+    return references;
+}
+
+// Whether a hit stands at a tag, in it, or anywhere that gathering its descendants may reach.
+bool search_sieve::spans_hit(std::uint32_t list) const
+{
+    const std::uint32_t offset = database_.offset_at(list);
+    const std::uint64_t claimed =
+        sdb::tag_type(database_.tag_at(list)) == type::list ? database_.word_behind(offset) : 0;
+    std::uint32_t behind = database_.children().end(list);
+    const std::uint32_t claimed_end = database_.ordinal_from(offset + claimed + list_header);
+    // A list in the span may itself reach beyond it.
+    for (std::uint32_t last = behind; last < claimed_end; last = database_.children().end(last)) {
+        behind = std::max(behind, database_.children().end(last));
+    }
+    const auto hit = std::ranges::lower_bound(hits_, list);
+    return hit != hits_.end() && *hit < behind;
+}
+
+bool search_sieve::may_hold_hit(std::uint32_t record_ordinal) const
+{
+    return lets_all_pass_ || spans_hit(record_ordinal);
+}
+
 bool record_collector::collect(front::sdb_opts& options, std::uint32_t tag_offset)
 {
     groups_.clear();
-    if (options.no_results || !expander_.expand(tag_offset, true, options.listed_items)) {
+    if (options.no_results || !run_pending_search(options)) {
+        return false;
+    }
+    const std::optional<std::uint32_t> ordinal = database_.ordinal_of(tag_offset);
+    if (!ordinal || (sieve_ && !sieve_->may_hold_hit(*ordinal)) ||
+        !expander_.expand(tag_offset, true, options.listed_items)) {
         return false;
     }
     groups_.add(expander_.own_items());
@@ -278,6 +346,32 @@ bool record_collector::collect(front::sdb_opts& options, std::uint32_t tag_offse
         groups_.add(expander_.subrecord(i));
     }
     return !groups_.empty() && passes_search(options);
+}
+
+// Runs the search that is asked for, if any has not been run; false if it finds nothing.
+bool record_collector::run_pending_search(front::sdb_opts& options)
+{
+    sdb::found_tags& found = options.found_offsets;
+    if (found.empty()) {
+        if (!options.find_strings_list.empty()) {
+            for (const std::string& pattern : options.find_strings_list) {
+                sdb::find_strings(database_, found, pattern);
+            }
+        } else if (!options.find_guid_text.empty()) {
+            sdb::find_guid(database_, found, options.find_guid_text);
+        } else {
+            // No id is checked against the database: one that is no tag's place finds nothing.
+            found = options.find_tagids_list;
+            std::ranges::sort(found);
+            found.erase(std::ranges::unique(found).begin(), found.end());
+        }
+        const bool searched = !options.find_strings_list.empty() || !options.find_guid_text.empty();
+        options.no_results = searched && found.empty();
+    }
+    if (!found.empty() && !sieve_) {
+        sieve_.emplace(database_, found);
+    }
+    return !options.no_results;
 }
 
 bool record_collector::passes_search(const front::sdb_opts& options) const
@@ -296,14 +390,55 @@ bool record_collector::passes_search(const front::sdb_opts& options) const
     return false;
 }
 
-bool has_substance(const record_groups& groups)
+bool record_collector::collect_first_group(front::sdb_opts& no_search, std::uint32_t tag_offset)
 {
-    const std::span<const record_item> first = groups[0];
-    if (std::ranges::any_of(
-            first, [](const record_item& item) { return sdb::is_expanded_dword_tag(item.tag); })) {
+    const std::optional<std::uint32_t> ordinal = database_.ordinal_of(tag_offset);
+    if (!ordinal || !database_.children().has_children(*ordinal) || !gather_first_group(*ordinal)) {
+        if (!collect(no_search, tag_offset)) {
+            return false;
+        }
+        first_group_.assign(groups_[0].begin(), groups_[0].end());
+        has_one_group_ = groups_.size() == 1;
+    }
+    return true;
+}
+
+// In a record whose lists are what their sizes claim, the first group is the head with the scalars
+// that stand in it, and every list in it starts another one. False for any other record.
+bool record_collector::gather_first_group(std::uint32_t ordinal)
+{
+    const sdb::child_relation& relation = database_.children();
+    const auto is_as_claimed = [&](std::uint32_t list) {
+        const std::uint32_t offset = database_.offset_at(list);
+        const std::uint64_t claimed =
+            offset + std::uint64_t{database_.word_behind(offset)} + list_header;
+        const std::uint32_t end = relation.end(list);
+        return database_.offset_at(end - 1) < claimed &&
+               (end == database_.tag_count() || database_.offset_at(end) >= claimed);
+    };
+    first_group_.assign(1, {database_.offset_at(ordinal), ordinal, database_.tag_at(ordinal), 1});
+    has_one_group_ = true;
+    bool regular = is_list(first_group_.front()) && is_as_claimed(ordinal);
+    relation.for_each_child(ordinal, [&](std::uint32_t child) {
+        const record_item item{database_.offset_at(child), child, database_.tag_at(child), 2};
+        if (is_list(item)) {
+            has_one_group_ = false;
+            regular = regular && is_as_claimed(child);
+        } else {
+            first_group_.push_back(item);
+        }
+    });
+    return regular;
+}
+
+bool has_substance(std::span<const record_item> first_group, bool has_one_group)
+{
+    if (std::ranges::any_of(first_group, [](const record_item& item) {
+            return sdb::is_expanded_dword_tag(item.tag);
+        })) {
         return false;
     }
-    return first.size() > 2 || first.front().tag == tag::inexclude || groups.size() > 1;
+    return first_group.size() > 2 || first_group.front().tag == tag::inexclude || !has_one_group;
 }
 
 } // namespace report

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -122,6 +123,29 @@ private:
     bool is_open_ = false;
 };
 
+// What a search found, as a quick test of whether a record can hold any of it, so that most records
+// need not be expanded. It may answer yes for a record that holds none, never no for one that does.
+class search_sieve {
+public:
+    search_sieve(const sdb::sdb_database& database, std::span<const std::uint32_t> found_offsets);
+    bool may_hold_hit(std::uint32_t record_ordinal) const;
+
+private:
+    struct reference {
+        std::uint32_t ordinal;
+        std::uint32_t target;
+        friend auto operator<=>(const reference&, const reference&) = default;
+    };
+
+    std::vector<reference> all_references() const;
+    bool spans_hit(std::uint32_t list) const;
+
+    const sdb::sdb_database& database_;
+    // Ordinals of what was found and of the references that lead to it, ascending.
+    std::vector<std::uint32_t> hits_;
+    bool lets_all_pass_ = false;
+};
+
 // Collects records for printing or counting.
 class record_collector {
 public:
@@ -134,19 +158,30 @@ public:
     // when one of its tags was found.
     bool collect(front::sdb_opts& options, std::uint32_t tag_offset);
     const record_groups& groups() const noexcept { return groups_; }
-    const sdb::sdb_database& database() const noexcept { return database_; }
+
+    // The first group of a record as collect() gives it when nothing is searched for, and whether
+    // that is its only group. False for a record that collect() turns down. `no_search` is options
+    // without a search; they carry what bounds the following of references.
+    bool collect_first_group(front::sdb_opts& no_search, std::uint32_t tag_offset);
+    std::span<const record_item> first_group() const noexcept { return first_group_; }
+    bool has_one_group() const noexcept { return has_one_group_; }
 
 private:
     bool passes_search(const front::sdb_opts& options) const;
+    bool run_pending_search(front::sdb_opts& options);
+    bool gather_first_group(std::uint32_t ordinal);
 
     const sdb::sdb_database& database_;
     record_expander expander_;
     record_groups groups_;
+    std::optional<search_sieve> sieve_;
+    std::vector<record_item> first_group_;
+    bool has_one_group_ = false;
 };
 
 // Whether a collected record has substance, which is what listings show and statistics count: no
 // tag of its first group may be a reference, and unless it is an include or exclude list or has
 // more groups than one, its first group needs three tags.
-bool has_substance(const record_groups& groups);
+bool has_substance(std::span<const record_item> first_group, bool has_one_group);
 
 } // namespace report

@@ -159,11 +159,10 @@ constexpr value_form form_of_tag(std::uint16_t tag)
     }
 }
 
-const auto forms = [] {
+constexpr auto forms = [] {
     std::array<value_form, sdb::tag_slots> table{};
-    for (unsigned number = 0x1000; number < 0xa000; ++number) {
-        const auto tag = static_cast<std::uint16_t>(number);
-        table[sdb::tag_slot(tag)] = form_of_tag(tag);
+    for (std::size_t slot = 0; slot + 1 < table.size(); ++slot) {
+        table[slot] = form_of_tag(sdb::tag_of_slot(slot));
     }
     return table;
 }();

@@ -98,8 +98,8 @@ struct xml_record_writer::attribute_openings {
 
     attribute_openings()
     {
-        for (unsigned number = 0; number <= 0xffff; ++number) {
-            const auto tag = static_cast<std::uint16_t>(number);
+        for (std::size_t place = 0; place + 1 < sdb::tag_slots; ++place) {
+            const std::uint16_t tag = sdb::tag_of_slot(place);
             const std::string_view name = sdb::known_tag_name(tag);
             if (name.empty() || name.size() > slot_size - 4) {
                 continue;

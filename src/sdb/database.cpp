@@ -53,6 +53,7 @@ struct sdb_database::lazy_indexes {
     std::optional<std::vector<sdb_index_record>> indexes;
     std::optional<std::vector<bool>> indexed;
     std::optional<std::vector<std::pair<std::uint32_t, std::uint32_t>>> referrers;
+    std::optional<std::vector<guid_item>> guids;
     std::optional<child_relation> children;
 };
 
@@ -309,6 +310,35 @@ bool sdb_database::is_indexed(std::uint32_t ordinal) const
         lazy_->indexed = std::move(marks);
     }
     return (*lazy_->indexed)[ordinal];
+}
+
+std::string guid_item::text() const
+{
+    std::array<std::uint8_t, uni::guid_size> bytes = shown;
+    uni::swap_guid_order(bytes);
+    return uni::guid_text(bytes);
+}
+
+const std::vector<guid_item>& sdb_database::guid_items() const
+{
+    if (!lazy_->guids) {
+        std::vector<guid_item> found;
+        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
+            if (tag_type(tags_[ordinal].tag) != type::binary_) {
+                continue;
+            }
+            const sdb_tag_item item = item_at(ordinal);
+            if (item.size == uni::guid_size && item.value.size() == uni::guid_size) {
+                guid_item& guid = found.emplace_back();
+                guid.ordinal = ordinal;
+                std::ranges::copy(item.value.bytes(), guid.shown.begin());
+                uni::swap_guid_order(guid.shown);
+            }
+        }
+        std::ranges::stable_sort(found, {}, &guid_item::shown);
+        lazy_->guids = std::move(found);
+    }
+    return *lazy_->guids;
 }
 
 std::vector<searchable_string> sdb_database::searchable_strings() const

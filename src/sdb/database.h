@@ -12,6 +12,7 @@
 #include "sdb/tag_index.h"
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
+#include "uni/guid.h"
 #include "uni/large_vector.h"
 
 // A shim database in memory.
@@ -108,6 +109,14 @@ struct searchable_string {
     uni::byte_view stored; // UTF-16LE
 };
 
+// A 16-byte binary, which is a GUID whatever its tag.
+struct guid_item {
+    std::array<std::uint8_t, uni::guid_size> shown; // its bytes in the order of its text
+    std::uint32_t ordinal;
+
+    std::string text() const;
+};
+
 class child_relation;
 
 // One database: loads a file, scans it once and answers from what the scan left. Indexes that not
@@ -190,6 +199,8 @@ public:
     // Whether an index entry leads to the tag of that ordinal.
     bool is_indexed(std::uint32_t ordinal) const;
     std::uint16_t last_index_key() const noexcept { return last_index_key_; }
+    // All GUIDs, ascending by their text, equal ones in file order.
+    const std::vector<guid_item>& guid_items() const;
     // The strings that a text search sees, in file order: those of the string table but its last,
     // which is left out: meant.
     std::vector<searchable_string> searchable_strings() const;

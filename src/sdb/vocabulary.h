@@ -59,6 +59,15 @@ constexpr std::size_t tag_slot(std::uint16_t tag) noexcept
                                                    : tag_slots - 1;
 }
 
+// The tag of a slot but the last.
+constexpr std::uint16_t tag_of_slot(std::size_t slot) noexcept
+{
+    const std::size_t number = slot % (slots::low + slots::high);
+    const std::size_t type = slot / (slots::low + slots::high) + 1;
+    return static_cast<std::uint16_t>(
+        type << 12 | (number < slots::low ? number : number - slots::low + slots::high_base));
+}
+
 // The display text of a known tag, in constant time; empty for every other tag, all tags of the
 // byte type included. The view stays good for the whole run.
 std::string_view known_tag_name(std::uint16_t tag) noexcept;

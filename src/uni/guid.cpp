@@ -48,6 +48,13 @@ char* put_guid(char* out, std::span<const std::uint8_t, guid_size> bytes)
     return out;
 }
 
+void swap_guid_order(std::span<std::uint8_t, guid_size> bytes)
+{
+    std::ranges::reverse(bytes.subspan<0, 4>());
+    std::ranges::reverse(bytes.subspan<4, 2>());
+    std::ranges::reverse(bytes.subspan<6, 2>());
+}
+
 std::string guid_text(std::span<const std::uint8_t> bytes)
 {
     if (bytes.size() < guid_size) {

@@ -28,6 +28,10 @@ inline constexpr std::size_t guid_text_length = 36;
 // Writes the 36 characters of the text without a terminator; answers their end.
 char* put_guid(char* out, std::span<const std::uint8_t, guid_size> bytes);
 
+// Turns bytes in their stored order into the order in which the text shows them, and back: the first
+// three groups are reversed. Bytes in shown order sort as the texts do.
+void swap_guid_order(std::span<std::uint8_t, guid_size> bytes);
+
 // The text of the first 16 bytes; empty when there are fewer.
 std::string guid_text(std::span<const std::uint8_t> bytes);
 

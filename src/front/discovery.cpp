@@ -1,0 +1,84 @@
+#include "front/discovery.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <string_view>
+
+#include "uni/text.h"
+
+namespace front {
+
+namespace {
+
+constexpr std::uint32_t default_depth = 8;
+
+bool comes_before(const platform::directory_entry& a, const platform::directory_entry& b)
+{
+    const auto folded_before = [](char x, char y) {
+        return static_cast<unsigned char>(uni::lower_ascii(x)) <
+               static_cast<unsigned char>(uni::lower_ascii(y));
+    };
+    if (uni::equal_ignoring_case(a.name, b.name)) {
+        return a.name < b.name;
+    }
+    return std::lexicographical_compare(a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
+                                        folded_before);
+}
+
+bool is_sdb_name(std::string_view name)
+{
+    constexpr std::string_view extension = ".sdb";
+    return name.size() >= extension.size() &&
+           uni::equal_ignoring_case(name.substr(name.size() - extension.size()), extension);
+}
+
+} // namespace
+
+std::vector<platform::directory_entry> list_in_order(const std::string& folder)
+{
+    std::vector<platform::directory_entry> entries;
+    platform::list_directory(folder, entries);
+    std::sort(entries.begin(), entries.end(), comes_before);
+    return entries;
+}
+
+void walk_sdb_files(const std::string& root, std::vector<std::string>& results, std::uint32_t depth)
+{
+    if (depth == 0 || root == "." || root == "..") {
+        return;
+    }
+    const std::string folder = platform::walkable_path(root);
+    const std::vector<platform::directory_entry> entries = list_in_order(folder);
+    for (const platform::directory_entry& entry : entries) {
+        // Folders of such a name come along: meant.
+        if (is_sdb_name(entry.name)) {
+            results.push_back(platform::join_path(folder, entry.name));
+        }
+    }
+    for (const platform::directory_entry& entry : entries) {
+        if (entry.kind == platform::entry_kind::directory) {
+            walk_sdb_files(platform::join_path(folder, entry.name), results, depth - 1);
+        }
+    }
+}
+
+void add_default_targets(sdb_opts& options)
+{
+    if (options.volume_text.empty()) {
+        options.volume_text = "c:";
+    }
+    const std::initializer_list<const char*> folders[] = {
+        {"Windows", "AppPatch"},
+        {"Windows", "System32", "CompatTel"},
+        {"Windows", "System32", "appraiser"},
+    };
+    for (const std::initializer_list<const char*>& names : folders) {
+        std::string folder = options.volume_text;
+        for (const char* const name : names) {
+            folder = platform::join_path(folder, name);
+        }
+        walk_sdb_files(folder, options.target_files, default_depth);
+    }
+}
+
+} // namespace front

@@ -1,0 +1,29 @@
+// What a run works on when the user names no single database.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "front/sdb_opts.h"
+#include "platform/directories.h"
+
+namespace front {
+
+// The entries of a folder in the order in which all walks take them, on every platform: ascending
+// by name, ASCII letters as their lower case, names that are then the same by their bytes. Empty
+// for what cannot be listed.
+std::vector<platform::directory_entry> list_in_order(const std::string& folder);
+
+// Appends the path of each entry *.sdb, in any case, of `root` and the folders below it; `depth`
+// counts the levels of folders that are looked at, `root` being the first. The entries of a folder
+// come before those of its subfolders; links to folders are not followed. A root "." or ".." is not
+// walked.
+void walk_sdb_files(const std::string& root, std::vector<std::string>& results,
+                    std::uint32_t depth);
+
+// Appends to `target_files` what the folders hold where a Windows volume keeps its databases. The
+// volume is that of `volume_text`, which becomes "c:" if it is empty.
+void add_default_targets(sdb_opts& options);
+
+} // namespace front

@@ -1,0 +1,117 @@
+#include "front/stdin_stream_ex.h"
+
+#include <string_view>
+#include <utility>
+
+#include "front/discovery.h"
+#include "front/filter.h"
+#include "platform/directories.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace mvportdir {
+
+namespace {
+
+constexpr std::string_view long_prefix = "\\\\?\\";
+
+// Whether a path that begins with the long prefix names a device, such as that of a snapshot.
+bool is_device_path(std::string_view path)
+{
+    constexpr std::string_view device_word = "global";
+    constexpr std::size_t longest_plain = 46; // units of UTF-16
+    return uni::equal_ignoring_case(path.substr(long_prefix.size(), device_word.size()),
+                                    device_word) &&
+           uni::utf16_from_utf8(path).size() > longest_plain;
+}
+
+} // namespace
+
+bool stdin_stream_ex::start_walk(const std::string& path, std::uint32_t depth,
+                                 const std::vector<front::filter_entry>& filters)
+{
+    if (path.empty()) {
+        return false;
+    }
+    forget_walk();
+    max_depth_ = depth;
+    filters_ = filters;
+    directory_mode_ = true;
+    std::string root = platform::walkable_path(path);
+    accept_path(root, true);
+    pending_dirs_.push_back({std::move(root), 0});
+    return true;
+}
+
+void stdin_stream_ex::reset()
+{
+    forget_walk();
+    options_ = nullptr;
+}
+
+void stdin_stream_ex::forget_walk()
+{
+    pending_dirs_.clear();
+    ready_files_.clear();
+    max_depth_ = 1;
+    filters_.clear();
+    directory_mode_ = false;
+}
+
+bool stdin_stream_ex::stdin_list_next(std::string& out, bool trim)
+{
+    return directory_mode_ ? next_entry(out) : stdin_stream::stdin_list_next(out, trim);
+}
+
+bool stdin_stream_ex::next_entry(std::string& out)
+{
+    out.clear();
+    while (ready_files_.empty()) {
+        if (pending_dirs_.empty()) {
+            return false;
+        }
+        const pending_directory directory = std::move(pending_dirs_.back());
+        pending_dirs_.pop_back();
+        enter(directory);
+    }
+    out = std::move(ready_files_.back());
+    ready_files_.pop_back();
+    return true;
+}
+
+// Links to folders are neither entered nor given out.
+void stdin_stream_ex::enter(const pending_directory& directory)
+{
+    for (const platform::directory_entry& entry : front::list_in_order(directory.path)) {
+        std::string path = platform::join_path(directory.path, entry.name);
+        if (entry.kind == platform::entry_kind::directory) {
+            if (directory.depth < max_depth_) {
+                pending_dirs_.push_back({std::move(path), directory.depth + 1});
+            }
+        } else if (entry.kind == platform::entry_kind::file && accept_path(path, false)) {
+            ready_files_.push_back(std::move(path));
+        }
+    }
+}
+
+// Asks the filters about a file, not about the root of a walk, and takes the long prefix away, so
+// that lists show plain paths; the paths of devices stay whole.
+bool stdin_stream_ex::accept_path(std::string& path, bool is_root) const
+{
+    if (!is_root) {
+        bool open_failed = false;
+        const bool accepted = options_ != nullptr
+                                  ? front::filter_accepts(*options_, open_failed, path, filters_)
+                                  : filters_.empty();
+        if (!accepted && !open_failed) {
+            return false;
+        }
+    }
+    if (path.size() > long_prefix.size() && path.starts_with(long_prefix) &&
+        !is_device_path(path)) {
+        path.erase(0, long_prefix.size());
+    }
+    return true;
+}
+
+} // namespace mvportdir

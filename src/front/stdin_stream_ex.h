@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "front/cmd_params.h"
+#include "uni/stdin_stream.h"
+
+namespace mvportdir {
+
+// The entries that a list form works on: the lines of standard input or, once a walk was started,
+// the files below a folder. Paths are UTF-8.
+class stdin_stream_ex : public uni::stdin_stream {
+public:
+    // Reads lines of `input`. `options` must outlive the stream or its next reset().
+    explicit stdin_stream_ex(const front::cmd_params& options, std::FILE* input = stdin) noexcept
+        : stdin_stream(input), options_(&options)
+    {}
+
+    // From now on the entries are the files below `path` that the filters accept. `depth` is the
+    // number of levels of subfolders that are entered; 0 for the files of `path` alone. What an
+    // earlier walk left is dropped. False, and no walk, for an empty path.
+    bool start_walk(const std::string& path, std::uint32_t depth,
+                    const std::vector<front::filter_entry>& filters);
+
+    // Back to the lines of the input; a walk, its filters and the options are forgotten.
+    void reset();
+
+    // The next line, as the base gives it, or the next path of the walk, as it is. A walk goes into
+    // the last folder first, and through the files of each folder from the last to the first.
+    bool stdin_list_next(std::string& out, bool trim) override;
+
+private:
+    struct pending_directory {
+        std::string path;
+        std::uint32_t depth = 0; // 0 for the walk's root
+    };
+
+    void forget_walk();
+    bool next_entry(std::string& out);
+    void enter(const pending_directory& directory);
+    bool accept_path(std::string& path, bool is_root) const;
+
+    std::vector<pending_directory> pending_dirs_; // taken from the end, as are the files
+    std::vector<std::string> ready_files_;
+    std::uint32_t max_depth_ = 1;
+    std::vector<front::filter_entry> filters_;
+    bool directory_mode_ = false;
+    const front::cmd_params* options_;
+};
+
+} // namespace mvportdir

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace platform {
+
+enum class digest_kind {
+    md5,  // RFC 1321, 16 bytes
+    sha1, // FIPS 180, 20 bytes
+};
+
+// The digest of `bytes` by the system's cryptographic library; empty if that refuses.
+std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::uint8_t> bytes);
+
+} // namespace platform

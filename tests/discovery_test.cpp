@@ -1,0 +1,249 @@
+#include "front/discovery.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "front/filter.h"
+#include "front/stdin_stream_ex.h"
+#include "uni/fileio.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using paths = std::vector<std::string>;
+
+fs::path path_of(const std::string& utf8)
+{
+    return {std::u8string(utf8.begin(), utf8.end())};
+}
+
+// A folder of its own for each test. Paths are written with "/" below that folder.
+class discovery : public testing::Test {
+protected:
+    discovery()
+    {
+        const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
+        const std::u8string folder =
+            (fs::path(testing::TempDir()) / (std::string("discovery_") + test->name())).u8string();
+        root_.assign(folder.begin(), folder.end());
+        fs::remove_all(root_);
+        fs::create_directories(root_);
+    }
+    ~discovery() override
+    {
+        std::error_code ignored;
+        fs::remove_all(long_form(root_), ignored);
+    }
+
+    static fs::path long_form(const std::string& path)
+    {
+        return path_of(platform::walkable_path(path));
+    }
+    void make(std::initializer_list<const char*> files) const
+    {
+        for (const char* const file : files) {
+            const fs::path path = path_of(root_) / path_of(file);
+            fs::create_directories(path.parent_path());
+            std::ofstream(path) << "x";
+        }
+    }
+    // Results without the root, with "/" between their components. A doubled separator stays one.
+    paths below_root(const paths& found) const
+    {
+        paths out;
+        for (const std::string& path : found) {
+            EXPECT_TRUE(path.starts_with(root_)) << path;
+            out.push_back(path.substr(std::min(path.size(), root_.size() + 1)));
+            std::replace(out.back().begin(), out.back().end(), '\\', '/');
+        }
+        return out;
+    }
+    paths sdb_files(std::uint32_t depth) const
+    {
+        paths found;
+        front::walk_sdb_files(root_, found, depth);
+        return below_root(found);
+    }
+    paths walked(const std::string& root, std::uint32_t depth, std::string_view filter = "*") const
+    {
+        const front::cmd_params options;
+        std::vector<front::filter_entry> filters;
+        front::parse_filter(filters, filter);
+        mvportdir::stdin_stream_ex stream(options, nullptr);
+        EXPECT_TRUE(stream.start_walk(root, depth, filters));
+        return entries_of(stream);
+    }
+    static paths entries_of(mvportdir::stdin_stream_ex& stream)
+    {
+        paths found;
+        for (std::string entry; stream.stdin_list_next(entry, true);) {
+            found.push_back(entry);
+        }
+        return found;
+    }
+
+    std::string root_;
+};
+
+TEST_F(discovery, sdb_walk_takes_a_folder_before_its_subfolders_in_order)
+{
+    make({"b/2.sdb", "b/1.SDB", "b/z/5.sdb", "A/3.sdb", "C.sdb/4.sdb", "x.sdb", "M.Sdb", "_.sdb",
+          "a.sdb", ".sdb", "a.sdb.bak", "a.sdbx", "sdb", "a.sd"});
+    EXPECT_EQ(sdb_files(8), (paths{".sdb", "_.sdb", "a.sdb", "C.sdb", "M.Sdb", "x.sdb", "A/3.sdb",
+                                   "b/1.SDB", "b/2.sdb", "b/z/5.sdb", "C.sdb/4.sdb"}));
+    EXPECT_EQ(sdb_files(1), (paths{".sdb", "_.sdb", "a.sdb", "C.sdb", "M.Sdb", "x.sdb"}));
+    EXPECT_EQ(sdb_files(0), paths());
+}
+
+TEST_F(discovery, sdb_walk_looks_at_as_many_levels_as_asked)
+{
+    make({"2/3/4/5/6/7/8/level8.sdb", "2/3/4/5/6/7/8/9/level9.sdb"});
+    EXPECT_EQ(sdb_files(7), paths());
+    EXPECT_EQ(sdb_files(8), (paths{"2/3/4/5/6/7/8/level8.sdb"}));
+    EXPECT_EQ(sdb_files(9), (paths{"2/3/4/5/6/7/8/level8.sdb", "2/3/4/5/6/7/8/9/level9.sdb"}));
+}
+
+TEST_F(discovery, what_cannot_be_listed_gives_nothing)
+{
+    make({"file", "a.sdb"});
+    for (const std::string& bad : {std::string(), root_ + "/absent", root_ + "/file"}) {
+        std::vector<platform::directory_entry> entries(1);
+        EXPECT_FALSE(platform::list_directory(bad, entries)) << bad;
+        EXPECT_TRUE(entries.empty());
+        paths found;
+        front::walk_sdb_files(bad, found, 8);
+        EXPECT_EQ(found, paths());
+    }
+    const fs::path old = fs::current_path();
+    fs::current_path(root_);
+    paths found;
+    front::walk_sdb_files(".", found, 8);
+    front::walk_sdb_files("..", found, 8);
+    EXPECT_EQ(found, paths()) << "these two are not walked";
+    EXPECT_EQ(walked(".", 0),
+              (paths{platform::join_path(".", "file"), platform::join_path(".", "a.sdb")}));
+    fs::current_path(old);
+}
+
+TEST_F(discovery, paths_have_one_separator_and_open_as_they_are)
+{
+    make({"sub/\xd0\xb1\xd0\xb0\xd0\xb7\xd0\xb0.sdb", "sub/\xe5\xba\x93 \xc3\xa9.sdb",
+          "sub/\xf0\x9f\xa7\xb5.SDB"});
+    const paths expected = {"sub/\xd0\xb1\xd0\xb0\xd0\xb7\xd0\xb0.sdb",
+                            "sub/\xe5\xba\x93 \xc3\xa9.sdb", "sub/\xf0\x9f\xa7\xb5.SDB"};
+    for (const char* const ending : {"", "/", "//"}) {
+        paths found;
+        front::walk_sdb_files(root_ + ending, found, 8);
+        EXPECT_EQ(below_root(found), expected);
+        paths listed = walked(root_ + ending, 1);
+        EXPECT_EQ(below_root(listed), paths(expected.rbegin(), expected.rend()));
+        for (const std::string& path : listed) {
+            EXPECT_TRUE(uni::file_exists(path)) << path;
+        }
+    }
+}
+
+TEST_F(discovery, walks_go_into_paths_of_any_length)
+{
+    const std::string name(100, 'n');
+    std::string folder = root_;
+    for (int level = 0; level < 5; ++level) {
+        folder = platform::join_path(folder, name);
+        fs::create_directory(long_form(folder));
+    }
+    const std::string file = platform::join_path(folder, "a.sdb");
+    uni::fileio writer;
+    ASSERT_TRUE(writer.open_write(file, true, true, true));
+    writer.close();
+    paths found;
+    front::walk_sdb_files(root_, found, 6);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0], platform::join_path(platform::walkable_path(folder), "a.sdb"));
+    EXPECT_EQ(walked(root_, 5), paths{file}) << "lists show plain paths";
+    EXPECT_EQ(walked(folder, 0), paths{file});
+    EXPECT_TRUE(uni::file_exists(found[0]) && uni::file_exists(file));
+}
+
+TEST_F(discovery, links_to_folders_are_not_followed)
+{
+    make({"real/a.sdb"});
+    std::error_code failure;
+    for (const char* const link : {"real/up", "real/again.sdb", "other"}) {
+        fs::create_directory_symlink("..", path_of(root_) / link, failure);
+    }
+    if (failure) {
+        GTEST_SKIP() << "no links here";
+    }
+    fs::create_symlink("nowhere", path_of(root_) / "broken.sdb");
+    fs::create_symlink("loop.sdb", path_of(root_) / "loop.sdb");
+    fs::create_symlink("real/a.sdb", path_of(root_) / "file.sdb");
+    EXPECT_EQ(sdb_files(8),
+              (paths{"broken.sdb", "file.sdb", "loop.sdb", "real/a.sdb", "real/again.sdb"}));
+    EXPECT_EQ(below_root(walked(root_, ~0u)),
+              (paths{"real/a.sdb", "loop.sdb", "file.sdb", "broken.sdb"}));
+    EXPECT_EQ(walked(root_ + "/real/up/real", 0).size(), 1u) << "but a root may be reached by one";
+}
+
+TEST_F(discovery, default_folders_are_found_in_any_spelling)
+{
+    make({"wINDOWS/APPpatch/sysmain.sdb", "wINDOWS/APPpatch/Custom/a.sdb",
+          "wINDOWS/system32/COMPATTEL/b.sdb", "wINDOWS/system32/appraiser/c.SDB",
+          "wINDOWS/system32/d.sdb", "e.sdb"});
+    front::sdb_opts options;
+    options.target_files = {"first.sdb"};
+    options.volume_text = root_;
+    front::add_default_targets(options);
+    EXPECT_EQ(options.target_files.front(), "first.sdb");
+    options.target_files.erase(options.target_files.begin());
+    for (std::string& path : options.target_files) {
+        EXPECT_TRUE(fs::exists(path_of(path))) << path;
+        path = path.substr(path.find_last_of("\\/") + 1);
+    }
+    EXPECT_EQ(options.target_files, (paths{"sysmain.sdb", "a.sdb", "b.sdb", "c.SDB"}));
+    front::sdb_opts without_volume;
+    front::add_default_targets(without_volume);
+    EXPECT_EQ(without_volume.volume_text, "c:");
+}
+
+TEST_F(discovery, list_walk_takes_the_last_folder_first_and_files_from_the_end)
+{
+    make({"a.sdb", "B.txt", "c.sdb", "x/1.sdb", "x/2.sdb", "x/deep/3.sdb", "y/4.sdb", "z/5.txt"});
+    EXPECT_EQ(below_root(walked(root_, 0)), (paths{"c.sdb", "B.txt", "a.sdb"}));
+    EXPECT_EQ(below_root(walked(root_, 1)),
+              (paths{"c.sdb", "B.txt", "a.sdb", "z/5.txt", "y/4.sdb", "x/2.sdb", "x/1.sdb"}));
+    EXPECT_EQ(below_root(walked(root_, ~0u, "*.sdb")),
+              (paths{"c.sdb", "a.sdb", "y/4.sdb", "x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
+    EXPECT_EQ(below_root(walked(root_, ~0u, "\\x")), (paths{"x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
+    EXPECT_EQ(walked(root_ + "/absent", 1), paths());
+}
+
+TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
+{
+    make({"old/1", "old/2", "old/sub/3", "new/a.sdb", "new/b"});
+    std::FILE* const input = std::tmpfile();
+    ASSERT_NE(input, nullptr);
+    const std::string start(4095, 'x');
+    std::fputs(("one\r\r\n\n\r\n" + start + std::string(905, 'y') + "\nlast").c_str(), input);
+    std::rewind(input);
+    const front::cmd_params options;
+    mvportdir::stdin_stream_ex stream(options, input);
+    std::string entry;
+    EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
+    EXPECT_TRUE(stream.stdin_list_next(entry, true));
+    EXPECT_FALSE(stream.start_walk("", 1, {}));
+    std::vector<front::filter_entry> filters;
+    front::parse_filter(filters, "*.sdb");
+    EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, filters));
+    EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb"}));
+    EXPECT_FALSE(stream.stdin_list_next(entry, true));
+    EXPECT_EQ(entry, "");
+    stream.reset();
+    EXPECT_EQ(entries_of(stream), (paths{"one", "", "", start, std::string(905, 'y'), "last"}));
+    std::fclose(input);
+}
+
+} // namespace
