@@ -184,7 +184,7 @@ TEST_F(discovery, links_to_folders_are_not_followed)
     EXPECT_EQ(sdb_files(8),
               (paths{"broken.sdb", "file.sdb", "loop.sdb", "real/a.sdb", "real/again.sdb"}));
     EXPECT_EQ(below_root(walked(root_, ~0u)),
-              (paths{"real/a.sdb", "loop.sdb", "file.sdb", "broken.sdb"}));
+              (paths{"loop.sdb", "file.sdb", "broken.sdb", "real/a.sdb"}));
     EXPECT_EQ(walked(root_ + "/real/up/real", 0).size(), 1u) << "but a root may be reached by one";
 }
 
@@ -219,6 +219,26 @@ TEST_F(discovery, list_walk_takes_the_last_folder_first_and_files_from_the_end)
               (paths{"c.sdb", "a.sdb", "y/4.sdb", "x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
     EXPECT_EQ(below_root(walked(root_, ~0u, "\\x")), (paths{"x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
     EXPECT_EQ(walked(root_ + "/absent", 1), paths());
+}
+
+TEST_F(discovery, list_walk_shows_plain_paths_but_keeps_those_of_devices)
+{
+    make({"a.sdb"});
+    const std::string prefix = "\\\\?\\";
+    EXPECT_EQ(walked(prefix + root_, 0), walked(root_, 0));
+    const std::string device = prefix + "GlobalRoot\\Device\\HarddiskVolumeShadowCopy";
+    const fs::path old = fs::current_path();
+    fs::current_path(root_);
+    std::error_code failure;
+    for (const std::string& folder : {device, device + "3"}) {
+        fs::create_directory(path_of(folder), failure);
+        std::ofstream(path_of(folder) / "a.sdb") << "x";
+    }
+    if (!failure) { // where a folder may have such a name
+        EXPECT_EQ(walked(device + "3", 0), paths{device + "3/a.sdb"});
+        EXPECT_EQ(walked(device, 0), paths()) << "too short for a device";
+    }
+    fs::current_path(old);
 }
 
 TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)

@@ -203,6 +203,8 @@ TEST(timeline, the_run_settles_the_form)
         " 04-Mar-2021 05:06:07 | UTC | M... | SHIM | Shim Database | DB Modified | me | here | "
         "a;b,c | desc | 2 | file | inode | notes | quilt (morvane) | extra\n");
     EXPECT_FALSE(params.print_header);
+    EXPECT_TRUE(writer.hex_numbers);
+    EXPECT_EQ(writer.dateformat, params.dateformat);
 
     params.no_whitespace = true;
     params.record_newline = false;

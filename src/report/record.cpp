@@ -299,7 +299,8 @@ std::vector<search_sieve::reference> search_sieve::all_references() const
 {
     std::vector<reference> references;
     for (std::uint32_t ordinal = 0; ordinal < database_.tag_count(); ++ordinal) {
-        if (sdb::is_expanded_dword_tag(database_.tag_at(ordinal))) {
+        const std::uint16_t tag = database_.tag_at(ordinal);
+        if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
             const std::uint32_t place = database_.word_behind(database_.offset_at(ordinal));
             if (const auto target = database_.ordinal_of(place)) {
                 references.push_back({ordinal, *target});

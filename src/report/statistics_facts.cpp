@@ -57,9 +57,9 @@ public:
         if (!app_ids_.empty()) {
             add_count(tag::app_id, "appid", app_ids_.size());
         }
-        std::vector<sdb::sdb_child_record> strings;
-        if (database_.child_records(strings, database_.string_table_offset())) {
-            add_count(tag::stringtable_item, "strings", strings.size());
+        const std::uint32_t strings = database_.child_count(database_.string_table_offset());
+        if (strings != 0) {
+            add_count(tag::stringtable_item, "strings", strings);
             widen(facts_.rows.back().value_text);
         }
     }

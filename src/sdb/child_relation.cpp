@@ -2,66 +2,36 @@
 
 #include <algorithm>
 
-#include "sdb/database.h"
-#include "sdb/tags.h"
-#include "sdb/vocabulary.h"
-
 namespace sdb {
 
-namespace {
-
-struct open_list {
-    std::uint32_t ordinal;
-    std::uint32_t remaining;
-    std::uint32_t total;
-};
-
-// What a tag takes from the list around it. A list is charged its head; its contents are charged
-// when it closes. (A value that the image's end cuts off is charged whole: nothing comes behind
-// it.)
-std::uint32_t charge_of(const sdb_database& database, std::uint32_t ordinal)
+void child_relation::reset(std::size_t expected_tags)
 {
-    const std::uint16_t type_bits = tag_type(database.tag_at(ordinal));
-    const std::uint32_t head = bytes_to_next[type_bits >> 12];
-    return type_bits == type::string || type_bits == type::binary_
-               ? head + database.word_behind(database.offset_at(ordinal))
-               : head;
+    *this = {};
+    depths_.reserve(expected_tags);
+    ends_.reserve(expected_tags);
 }
 
-} // namespace
-
-child_relation::child_relation(const sdb_database& database)
-    : depths_(database.tag_count()), ends_(database.tag_count())
+// Closes the lists that the tag before `end` has filled.
+void child_relation::close_finished(std::uint32_t end)
 {
-    std::vector<open_list> open;
-    std::uint16_t depth = 1;
-    for (std::uint32_t ordinal = 0; ordinal < database.tag_count(); ++ordinal) {
-        if (!open.empty()) {
-            open.back().remaining -= charge_of(database, ordinal);
-        }
-        depths_[ordinal] = depth;
-        ends_[ordinal] = ordinal + 1;
-        if (tag_type(database.tag_at(ordinal)) == type::list) {
-            const std::uint32_t size = database.word_behind(database.offset_at(ordinal));
-            if (size != 0) {
-                open.push_back({ordinal, size, size});
-                ++depth;
-                continue;
-            }
-        }
-        while (!open.empty() && open.back().remaining < 2) {
-            const open_list closed = open.back();
-            open.pop_back();
-            ends_[closed.ordinal] = ordinal + 1;
-            --depth;
-            if (!open.empty()) {
-                open.back().remaining -= closed.total;
-            }
+    while (top_.remaining < 2 && top_.ordinal != no_list) {
+        ends_[top_.ordinal] = end;
+        --depth_;
+        around_.back().remaining -= top_.total;
+        top_ = around_.back();
+        around_.pop_back();
+    }
+}
+
+void child_relation::finish()
+{
+    around_.push_back(top_);
+    for (const open_list& unfinished : around_) {
+        if (unfinished.ordinal != no_list) {
+            ends_[unfinished.ordinal] = static_cast<std::uint32_t>(ends_.size());
         }
     }
-    for (const open_list& unfinished : open) {
-        ends_[unfinished.ordinal] = database.tag_count();
-    }
+    around_.clear();
 }
 
 const std::vector<std::uint32_t>& child_relation::lists() const

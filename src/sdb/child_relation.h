@@ -4,11 +4,11 @@
 #include <optional>
 #include <vector>
 
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
 #include "uni/large_vector.h"
 
 namespace sdb {
-
-class sdb_database;
 
 // Which tags stand in which list, by ordinal.
 //
@@ -21,7 +21,24 @@ class sdb_database;
 // its lists are one run of ordinals, and a tag's children are found by stepping over their runs.
 class child_relation {
 public:
-    explicit child_relation(const sdb_database& database);
+    // To be built by the scan: reset(), then add() for each tag in file order with the u32 behind
+    // its tag word, then finish().
+    void reset(std::size_t expected_tags);
+    void add(std::uint16_t tag, std::uint32_t word)
+    {
+        const auto ordinal = static_cast<std::uint32_t>(ends_.size());
+        depths_.push_back(depth_);
+        ends_.push_back(ordinal + 1);
+        top_.remaining -= charge_of(tag, word);
+        if (tag_type(tag) == type::list && word != 0) {
+            around_.push_back(top_);
+            top_ = {ordinal, word, word};
+            ++depth_;
+        } else if (top_.remaining < 2) [[unlikely]] {
+            close_finished(ordinal + 1);
+        }
+    }
+    void finish();
 
     // Nesting depth: the children of a root list have depth 2. Wraps in 16 bits.
     std::uint16_t depth(std::uint32_t ordinal) const noexcept { return depths_[ordinal]; }
@@ -45,6 +62,24 @@ public:
     std::optional<std::uint32_t> list_around(std::uint32_t list) const;
 
 private:
+    static constexpr std::uint32_t no_list = 0xffffffff;
+    struct open_list {
+        std::uint32_t ordinal;
+        std::uint32_t remaining;
+        std::uint32_t total;
+    };
+
+    // What a tag takes from the list around it. A list is charged its head; its contents are
+    // charged when it closes. (A value that the image's end cuts off is charged whole: nothing
+    // comes behind it.)
+    static std::uint32_t charge_of(std::uint16_t tag, std::uint32_t word)
+    {
+        const std::uint32_t head = bytes_to_next[tag >> 12];
+        const bool has_payload = tag_type(tag) == type::string || tag_type(tag) == type::binary_;
+        return has_payload ? head + word : head;
+    }
+    void close_finished(std::uint32_t end);
+
     // A list with children, filed under the depth of its children.
     struct keyed_list {
         std::uint16_t child_depth;
@@ -54,6 +89,12 @@ private:
 
     const std::vector<std::uint32_t>& lists() const;
     const std::vector<keyed_list>& lists_by_depth() const;
+
+    // While the scan runs: the innermost open list, those around it, and the depth of what stands in
+    // it. Outside of all lists the innermost is no list, which never closes.
+    open_list top_{no_list, 0, 0};
+    std::vector<open_list> around_;
+    std::uint16_t depth_ = 1;
 
     uni::large_vector<std::uint16_t> depths_;
     uni::large_vector<std::uint32_t> ends_;

@@ -6,11 +6,11 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "sdb/child_relation.h"
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/fileio.h"
+#include "uni/text.h"
 #include "uni/utf.h"
 
 namespace sdb {
@@ -19,14 +19,14 @@ namespace {
 
 constexpr std::uint64_t index_entry_size = 12;
 
-inline std::uint64_t step_over(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
+// Bytes from a tag to the next, given the u32 behind its tag word.
+std::uint64_t step_over(std::uint16_t tag, std::uint32_t word)
 {
     const std::uint64_t step = bytes_to_next[tag >> 12];
     if (tag_type(tag) != type::string && tag_type(tag) != type::binary_) [[likely]] {
         return step;
     }
-    const std::uint64_t length = image.u32(position + 2);
-    return step + length + (tag_type(tag) == type::binary_ ? length % 2 : 0);
+    return step + word + (tag_type(tag) == type::binary_ ? word % 2 : 0);
 }
 
 std::vector<index_entry> decode_entries(uni::byte_view bits)
@@ -41,6 +41,9 @@ std::vector<index_entry> decode_entries(uni::byte_view bits)
 
 } // namespace
 
+// What tells a tag apart within its type.
+constexpr std::uint16_t number_mask = 0x0fff;
+
 // Ordinals of the tags of one type, equal tags side by side: those of a tag stand from
 // starts[number] to starts[number + 1], the number being what tells it apart within the type.
 struct tag_ordinals {
@@ -52,9 +55,8 @@ struct sdb_database::lazy_indexes {
     std::array<std::optional<tag_ordinals>, bytes_to_next.size()> by_type;
     std::optional<std::vector<sdb_index_record>> indexes;
     std::optional<std::vector<bool>> indexed;
-    std::optional<std::vector<std::pair<std::uint32_t, std::uint32_t>>> referrers;
+    std::optional<searchable_strings> strings;
     std::optional<std::vector<guid_item>> guids;
-    std::optional<child_relation> children;
 };
 
 sdb_database::sdb_database() : lazy_(std::make_unique<lazy_indexes>()) {}
@@ -70,6 +72,8 @@ void sdb_database::clear()
     last_index_key_ = 0;
     tags_.clear();
     ordinal_by_offset_.clear();
+    children_ = {};
+    lists_.clear();
     raw_indexes_.clear();
     leading_referrers_.clear();
     *lazy_ = {};
@@ -127,8 +131,10 @@ sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
     version_minor_ = head.u32(4);
     tags_.reserve(image_.size() / 8);
     ordinal_by_offset_.reset(image_.size());
+    children_.reset(tags_.capacity());
     scan_recorded_part(scan_leading_part());
     ordinal_by_offset_.finish();
+    children_.finish();
     options.last_index_key = last_index_key_;
     loaded_ = true;
     return scan_outcome::scanned;
@@ -149,7 +155,7 @@ std::uint64_t sdb_database::scan_leading_part()
         if (item.valid) {
             note_leading_tag(item, pending);
         }
-        position += step_over(bytes, position, item.tag);
+        position += step_over(item.tag, item.size);
     }
     return position;
 }
@@ -224,16 +230,21 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
 {
     const uni::byte_view bytes = image();
     while (bytes.contains(position, 2)) {
-        const std::uint16_t tag = bytes.u16(position);
-        if (is_known_type(tag_type(tag))) {
+        // The tag word and the u32 behind it in one read.
+        const std::uint64_t head = bytes.u64(position);
+        const auto tag = static_cast<std::uint16_t>(head);
+        const auto word = static_cast<std::uint32_t>(head >> 16);
+        if (is_known_type(tag_type(tag))) [[likely]] {
             const auto offset = static_cast<std::uint32_t>(position);
-            tags_.push_back({offset, tag});
-            ordinal_by_offset_.add(offset);
             if (tag_type(tag) == type::list) {
+                lists_.push_back(tag_count());
                 note_list(position, tag);
             }
+            tags_.push_back({offset, tag});
+            ordinal_by_offset_.add(offset);
+            children_.add(tag, word);
         }
-        position += step_over(bytes, position, tag);
+        position += step_over(tag, word);
     }
 }
 
@@ -253,29 +264,46 @@ bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) c
 {
     text.clear();
     const uni::byte_view stored = string_bytes(reference);
-    uni::utf16_to_text(stored, text);
+    text.resize(uni::stored_text_room(stored.size()));
+    char* const end = uni::put_stored_utf16(text.data(), stored);
+    text.resize(static_cast<std::size_t>(end - text.data()));
     return !stored.empty();
+}
+
+uni::large_vector<std::uint32_t> sdb_database::ordinals_of_type(std::uint16_t type_bits) const
+{
+    uni::large_vector<std::uint32_t> ordinals;
+    for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
+        if (tag_type(tags_[ordinal].tag) == type_bits) {
+            ordinals.push_back(ordinal);
+        }
+    }
+    return ordinals;
+}
+
+tag_ordinals
+sdb_database::sort_by_tag(const uni::large_vector<std::uint32_t>& ordinals_of_one_type) const
+{
+    tag_ordinals sorted;
+    sorted.starts.resize(number_mask + std::size_t{2});
+    for (const std::uint32_t ordinal : ordinals_of_one_type) {
+        ++sorted.starts[(tags_[ordinal].tag & number_mask) + 1u];
+    }
+    std::partial_sum(sorted.starts.begin(), sorted.starts.end(), sorted.starts.begin());
+    sorted.ordinals.resize(ordinals_of_one_type.size());
+    std::vector<std::uint32_t> next = sorted.starts;
+    for (const std::uint32_t ordinal : ordinals_of_one_type) {
+        sorted.ordinals[next[tags_[ordinal].tag & number_mask]++] = ordinal;
+    }
+    return sorted;
 }
 
 std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) const
 {
-    constexpr std::uint16_t number_mask = 0x0fff;
     std::optional<tag_ordinals>& index = lazy_->by_type[tag >> 12];
     if (!index) {
-        const std::uint16_t type_bits = tag_type(tag);
-        index.emplace();
-        index->starts.resize(number_mask + std::size_t{2});
-        for (const tag_row& row : tags_) {
-            index->starts[(row.tag & number_mask) + 1u] += tag_type(row.tag) == type_bits ? 1 : 0;
-        }
-        std::partial_sum(index->starts.begin(), index->starts.end(), index->starts.begin());
-        index->ordinals.resize(index->starts.back());
-        std::vector<std::uint32_t> next = index->starts;
-        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-            if (tag_type(tags_[ordinal].tag) == type_bits) {
-                index->ordinals[next[tags_[ordinal].tag & number_mask]++] = ordinal;
-            }
-        }
+        index = tag_type(tag) == type::list ? sort_by_tag(lists_)
+                                            : sort_by_tag(ordinals_of_type(tag_type(tag)));
     }
     const std::uint32_t first = index->starts[tag & number_mask];
     const std::uint32_t behind = index->starts[(tag & number_mask) + 1u];
@@ -341,61 +369,72 @@ const std::vector<guid_item>& sdb_database::guid_items() const
     return *lazy_->guids;
 }
 
-std::vector<searchable_string> sdb_database::searchable_strings() const
+const searchable_strings& sdb_database::string_offsets() const
 {
-    std::vector<searchable_string> found;
+    if (!lazy_->strings) {
+        lazy_->strings = read_string_table();
+    }
+    return *lazy_->strings;
+}
+
+searchable_strings sdb_database::read_string_table() const
+{
+    searchable_strings found;
     const std::uint64_t start = string_table_offset_;
     const std::uint64_t size = string_table_size_;
     if (start == 0 || size <= tag_header || image_.size() <= start + size) {
         return found;
     }
     const uni::byte_view table = image().from(start);
+    // Three bytes of text for the two of a unit at most, and the zero byte for the string's head.
+    found.text.resize(uni::stored_text_room(size));
+    char* end = found.text.data();
     std::uint64_t position = tag_header;
     while (position < size) {
         const std::uint64_t length = table.u32(position + 2);
         if (length != 0) {
-            // The table's last string stays out of the search: meant.
             if (position + length + tag_header >= size) {
                 break;
             }
-            found.push_back(
-                {static_cast<std::uint32_t>(position), table.slice(position + tag_header, length)});
+            found.starts.push_back(static_cast<std::uint32_t>(end - found.text.data()));
+            found.references.push_back(static_cast<std::uint32_t>(position));
+            end = uni::put_stored_utf16(end, table.slice(position + tag_header, length));
+            *end++ = '\0';
         }
         position += tag_header + length;
     }
+    found.text.resize(static_cast<std::size_t>(end - found.text.data()));
+    std::ranges::transform(found.text, found.text.begin(), uni::lower_ascii);
     return found;
 }
 
-std::vector<std::uint32_t> sdb_database::string_referrers(std::uint32_t reference) const
+std::vector<std::uint32_t>
+sdb_database::string_referrers(std::span<const std::uint32_t> references) const
 {
-    using row = std::pair<std::uint32_t, std::uint32_t>;
-    if (!lazy_->referrers) {
-        std::vector<row> rows = leading_referrers_;
-        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-            if (tag_type(tags_[ordinal].tag) == type::stringref) {
-                const sdb_tag_item item = item_at(ordinal);
-                if (item.value.size() == 4) {
-                    rows.emplace_back(item.size, item.offset);
-                }
-            }
-        }
-        std::ranges::sort(rows);
-        lazy_->referrers = std::move(rows);
+    std::vector<std::uint32_t> sorted(references.begin(), references.end());
+    std::ranges::sort(sorted);
+    // A mark for each hash of a wanted reference keeps nearly all others from being looked up.
+    constexpr std::uint32_t marks = 0x10000;
+    std::vector<std::uint8_t> marked(marks);
+    for (const std::uint32_t reference : sorted) {
+        marked[reference % marks] = 1;
     }
+    const auto is_wanted = [&](std::uint32_t reference) {
+        return marked[reference % marks] != 0 && std::ranges::binary_search(sorted, reference);
+    };
     std::vector<std::uint32_t> offsets;
-    auto found = std::ranges::lower_bound(*lazy_->referrers, reference, {}, &row::first);
-    for (; found != lazy_->referrers->end() && found->first == reference; ++found) {
-        offsets.push_back(found->second);
+    for (const auto& [reference, offset] : leading_referrers_) {
+        if (is_wanted(reference)) {
+            offsets.push_back(offset);
+        }
+    }
+    for (const tag_row& row : tags_) {
+        if (tag_type(row.tag) == type::stringref && is_wanted(word_behind(row.offset)) &&
+            image().contains(row.offset, tag_header)) {
+            offsets.push_back(row.offset);
+        }
     }
     return offsets;
-}
-
-const child_relation& sdb_database::children() const
-{
-    if (!lazy_->children) {
-        lazy_->children.emplace(*this);
-    }
-    return *lazy_->children;
 }
 
 bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
@@ -414,6 +453,16 @@ bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
                         is_list ? item.size : 0});
     });
     return !rows.empty();
+}
+
+std::uint32_t sdb_database::child_count(std::uint32_t parent_offset) const
+{
+    const std::optional<std::uint32_t> parent = ordinal_of(parent_offset);
+    std::uint32_t count = 0;
+    if (loaded_ && parent) {
+        children().for_each_child(*parent, [&count](std::uint32_t) { ++count; });
+    }
+    return count;
 }
 
 bool sdb_database::find_enclosing_list(std::uint32_t& result, std::uint32_t offset,

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "front/sdb_opts.h"
+#include "sdb/child_relation.h"
 #include "sdb/tag_index.h"
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
@@ -54,10 +55,6 @@ namespace sdb {
 inline constexpr std::uint32_t plain_magic = 0x66626473;
 inline constexpr std::uint32_t compressed_magic = 0x6662647a;
 inline constexpr std::uint64_t header_size = 12;
-// Bytes from a tag word to the next tag, by the type's top four bits; for strings and binaries
-// without their payload. An unknown type is stepped over by its tag word alone.
-inline constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
-                                                               6, 6, 2, 2, 2, 2,  2, 2};
 // Tag word and size word.
 inline constexpr std::uint64_t tag_header = 6;
 inline constexpr std::uint64_t compressed_header_size = 20;
@@ -103,11 +100,15 @@ struct sdb_child_record {
     std::uint32_t list_size = 0; // the list's size word, 0 when not a list
 };
 
-// A string of the string table that can be searched for.
-struct searchable_string {
-    std::uint32_t reference;
-    uni::byte_view stored; // UTF-16LE
+// The strings that a text search sees: those of the string table but its last, which is left out.
+// Meant. All texts, lower-cased (ASCII), stand in `text` in file order, a zero byte behind each.
+struct searchable_strings {
+    uni::large_vector<char> text;
+    std::vector<std::uint32_t> starts;     // where each begins in `text`, ascending
+    std::vector<std::uint32_t> references; // each one's reference value
 };
+
+struct tag_ordinals;
 
 // A 16-byte binary, which is a GUID whatever its tag.
 struct guid_item {
@@ -116,8 +117,6 @@ struct guid_item {
 
     std::string text() const;
 };
-
-class child_relation;
 
 // One database: loads a file, scans it once and answers from what the scan left. Indexes that not
 // every report needs are made when they are first asked for. One thread only.
@@ -201,15 +200,15 @@ public:
     std::uint16_t last_index_key() const noexcept { return last_index_key_; }
     // All GUIDs, ascending by their text, equal ones in file order.
     const std::vector<guid_item>& guid_items() const;
-    // The strings that a text search sees, in file order: those of the string table but its last,
-    // which is left out: meant.
-    std::vector<searchable_string> searchable_strings() const;
-    // The offsets of the tags that hold a string reference, those before the database list
-    // included, in file order.
-    std::vector<std::uint32_t> string_referrers(std::uint32_t reference) const;
+    const searchable_strings& string_offsets() const;
+    // The offsets of the tags that hold one of these string references, those before the database
+    // list included, in file order. One pass over all tags, however many references there are.
+    std::vector<std::uint32_t> string_referrers(std::span<const std::uint32_t> references) const;
     // The children of the list at `parent_offset`, in file order, with their own offset in `parent`
     // as in `offset`; false if it has none.
     bool child_records(std::vector<sdb_child_record>& rows, std::uint32_t parent_offset) const;
+    // How many there are.
+    std::uint32_t child_count(std::uint32_t parent_offset) const;
     // The list around `offset`, 0 and false if there is none.
     //
     // Without `want_parent`, `offset` itself if it is a list with children, else the list with
@@ -217,7 +216,7 @@ public:
     // With `want_parent`, the list around the list at `offset`. One around whose list the relation
     // has only its very first row has no parent here: meant.
     bool find_enclosing_list(std::uint32_t& result, std::uint32_t offset, bool want_parent) const;
-    const child_relation& children() const;
+    const child_relation& children() const noexcept { return children_; }
 
 private:
     struct tag_row {
@@ -265,7 +264,9 @@ private:
                    ? bytes.slice(position + tag_header, bytes.u32(position + 2))
                    : decode(position).value;
     }
-    lazy_indexes& lazy() const;
+    searchable_strings read_string_table() const;
+    uni::large_vector<std::uint32_t> ordinals_of_type(std::uint16_t type_bits) const;
+    tag_ordinals sort_by_tag(const uni::large_vector<std::uint32_t>& ordinals_of_one_type) const;
 
     bool loaded_ = false;
     uni::byte_vector image_;
@@ -279,6 +280,8 @@ private:
     std::uint16_t last_index_key_ = 0;
     uni::large_vector<tag_row> tags_;
     tag_index ordinal_by_offset_;
+    child_relation children_;
+    uni::large_vector<std::uint32_t> lists_; // ordinals of the list tags
     std::vector<raw_index> raw_indexes_;
     // String references before the database list: reference and tag offset.
     std::vector<std::pair<std::uint32_t, std::uint32_t>> leading_referrers_;

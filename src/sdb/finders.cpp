@@ -18,15 +18,21 @@ void sort_unique(found_tags& tags)
     tags.erase(std::ranges::unique(tags).begin(), tags.end());
 }
 
-// The text of a stored string in lower case, in a buffer that is used again.
-std::string_view lowered_text(std::string& buffer, uni::byte_view stored)
+// The references of the strings whose text holds `wanted`, which is not empty.
+std::vector<std::uint32_t> references_with(const searchable_strings& strings,
+                                           std::string_view wanted)
 {
-    buffer.resize(std::max(buffer.size(), uni::stored_text_room(stored.size())));
-    char* const end = uni::put_stored_utf16(buffer.data(), stored);
-    for (char* c = buffer.data(); c != end; ++c) {
-        *c = uni::lower_ascii(*c);
+    std::vector<std::uint32_t> references;
+    const std::string_view text(strings.text.data(), strings.text.size());
+    std::size_t hit = text.find(wanted);
+    while (hit != std::string_view::npos) {
+        const auto behind =
+            std::ranges::upper_bound(strings.starts, static_cast<std::uint32_t>(hit));
+        references.push_back(
+            strings.references[static_cast<std::size_t>(behind - strings.starts.begin()) - 1]);
+        hit = behind == strings.starts.end() ? std::string_view::npos : text.find(wanted, *behind);
     }
-    return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
+    return references;
 }
 
 bool value_holds(uni::byte_view value, std::span<const std::uint8_t> pattern)
@@ -43,15 +49,12 @@ bool value_holds(uni::byte_view value, std::span<const std::uint8_t> pattern)
 
 bool find_strings(const sdb_database& database, found_tags& result, std::string_view pattern)
 {
+    const searchable_strings& strings = database.string_offsets();
     const std::string wanted = uni::lowered(pattern);
-    std::string buffer;
-    for (const searchable_string& string : database.searchable_strings()) {
-        if (lowered_text(buffer, string.stored).find(wanted) != std::string_view::npos) {
-            const std::vector<std::uint32_t> referrers =
-                database.string_referrers(string.reference);
-            result.insert(result.end(), referrers.begin(), referrers.end());
-        }
-    }
+    const std::vector<std::uint32_t> references =
+        wanted.empty() ? strings.references : references_with(strings, wanted);
+    const std::vector<std::uint32_t> referrers = database.string_referrers(references);
+    result.insert(result.end(), referrers.begin(), referrers.end());
     sort_unique(result);
     return !result.empty();
 }

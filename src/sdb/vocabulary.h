@@ -1,6 +1,7 @@
 // What tags and tag types are called, and which kinds of tag need special care.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,6 +22,11 @@ constexpr bool is_known_type(std::uint16_t type_bits) noexcept
 {
     return type_bits >= type::null_ && type_bits <= type::binary_ && (type_bits & 0x0fff) == 0;
 }
+
+// Bytes from a tag word to the next tag, by the type's top four bits; for strings and binaries
+// without their payload. An unknown type is stepped over by its tag word alone.
+inline constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
+                                                               6, 6, 2, 2, 2, 2,  2, 2};
 
 // A tag that stands in no database but is made up by a report for a row of its own.
 constexpr bool is_pseudo_tag(std::uint16_t tag) noexcept
