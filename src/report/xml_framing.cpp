@@ -122,7 +122,7 @@ const xml_record_writer::attribute_openings& xml_record_writer::openings()
 
 xml_record_writer::xml_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
                                      const front::sdb_opts& options)
-    : out_(out), database_(database), options_(options), openings_(openings())
+    : out_(out), database_(database), options_(options), openings_(openings()), texts_(database)
 {}
 
 void write_xml_prologue(uni::text_buffer& out, const front::sdb_opts& options)
@@ -194,9 +194,10 @@ void xml_record_writer::collect_entries(const record_groups& groups)
             ++next;
         }
     }
+    texts_.begin_record();
     for (std::size_t i = 0; i < references; ++i) {
         entry& one = *references_[i];
-        one.stored = database_.string_bytes(database_.word_behind(one.item.offset));
+        one.text = texts_.look_up(database_.word_behind(one.item.offset));
     }
 }
 
@@ -372,7 +373,7 @@ std::string_view xml_record_writer::write_value(uni::text_buffer& out, const ent
 {
     const std::uint16_t type_bits = sdb::tag_type(scalar.item.tag);
     if (type_bits == type::stringref) {
-        const std::string_view text = write_stored_text(out, scalar.stored, plain);
+        const std::string_view text = write_reference(out, scalar, plain);
         return plain ? text : protect_reference(out, scalar, text);
     }
     if (type_bits == type::string) {
@@ -380,6 +381,20 @@ std::string_view xml_record_writer::write_value(uni::text_buffer& out, const ent
     }
     write_tag_text(out, database_, scalar.item.tag, scalar.item.offset, options_);
     return {};
+}
+
+std::string_view xml_record_writer::write_reference(uni::text_buffer& out, const entry& scalar,
+                                                    bool& plain)
+{
+    if (!scalar.text.is_kept) {
+        return write_stored_text(out, database_.string_bytes(scalar.text.reference), plain);
+    }
+    const std::string_view text = texts_.text(scalar.text);
+    char* const start = out.room(text.size());
+    std::memcpy(start, text.data(), text.size());
+    out.taken(start + text.size());
+    plain = scalar.text.plain;
+    return {start, text.size()};
 }
 
 // Puts what stands for it in the place of text that no attribute can hold as it is.
@@ -431,7 +446,8 @@ void xml_record_writer::write_children(entries scalars)
 void xml_record_writer::write_cdata_child(const entry& scalar)
 {
     aside_.clear();
-    const std::string_view text = write_stored_text(aside_, scalar.stored);
+    bool plain = false;
+    const std::string_view text = write_reference(aside_, scalar, plain);
     const bool on_own_line = text.size() >= long_cdata;
     out_.blanks(scalar.item.depth);
     out_.character('<');

@@ -5,6 +5,7 @@
 
 #include "front/sdb_opts.h"
 #include "report/record.h"
+#include "report/text_cache.h"
 #include "sdb/database.h"
 #include "uni/large_vector.h"
 #include "uni/text_buffer.h"
@@ -39,10 +40,10 @@ private:
         std::uint16_t tag;
         std::string_view name; // empty for the tag's own
     };
-    // A tag of the record with the stored text that it refers to, if it is a string reference.
+    // A tag of the record with the text that it refers to, if it is a string reference.
     struct entry {
         record_item item;
-        uni::byte_view stored;
+        text_cache::entry text;
     };
     using entries = std::span<const entry>;
 
@@ -59,6 +60,7 @@ private:
     void write_application(entries scalars);
     void write_pair(std::uint16_t tag, std::string_view value);
     std::string_view write_value(uni::text_buffer& out, const entry& scalar, bool& plain);
+    std::string_view write_reference(uni::text_buffer& out, const entry& scalar, bool& plain);
     std::string_view protect_reference(uni::text_buffer& out, const entry& scalar,
                                        std::string_view text);
     // The value as write_value writes it; good until the next call.
@@ -73,6 +75,7 @@ private:
     std::vector<open_element> open_;
     // The record in work, all its strings looked up before the first is written: the look-ups go
     // all over the image, and so the processor can wait for many of them at a time.
+    text_cache texts_;
     uni::large_vector<entry> entries_;
     uni::large_vector<entry*> references_;
     // State of the group in work.

@@ -1,0 +1,54 @@
+#include "report/text_cache.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "uni/utf.h"
+
+namespace report {
+
+// About a slot for each string of common length, within what a run may reasonably take.
+std::size_t text_cache::slot_count() const
+{
+    constexpr std::uint64_t image_bytes_of_a_string = 64;
+    constexpr std::uint64_t fewest = 256;
+    constexpr std::uint64_t most = std::uint64_t{1} << 18;
+    const std::uint64_t strings = database_.image().size() / image_bytes_of_a_string;
+    return static_cast<std::size_t>(std::bit_ceil(std::clamp(strings, fewest, most)));
+}
+
+std::size_t text_cache::most_text() const
+{
+    constexpr std::size_t always_allowed = 0x10000;
+    return std::max(static_cast<std::size_t>(database_.image().size() / 2), always_allowed);
+}
+
+void text_cache::begin_record()
+{
+    if (slots_.empty() || texts_.size() > most_text()) {
+        slots_.assign(slot_count(), entry());
+        texts_.clear();
+    }
+}
+
+void text_cache::convert(entry& slot, std::uint32_t reference)
+{
+    constexpr std::uint64_t longest_kept = 1024;
+    slot = {};
+    slot.reference = reference;
+    slot.is_used = true;
+    const uni::byte_view stored = database_.string_bytes(reference);
+    if (stored.size() > longest_kept || texts_.size() > most_text()) {
+        return;
+    }
+    const std::size_t start = texts_.size();
+    texts_.resize(start + uni::stored_text_room(stored.size()));
+    char* const end = uni::put_stored_utf16(texts_.data() + start, stored, slot.plain);
+    const auto behind = static_cast<std::size_t>(end - texts_.data());
+    texts_.resize(behind);
+    slot.position = static_cast<std::uint32_t>(start);
+    slot.length = static_cast<std::uint32_t>(behind - start);
+    slot.is_kept = true;
+}
+
+} // namespace report
