@@ -8,6 +8,8 @@ they must be the same bytes. With --update the expected reports in tests/golden 
 """
 
 import argparse
+import csv
+import ctypes
 import os
 import re
 import shlex
@@ -16,6 +18,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from pathlib import Path
 
@@ -95,15 +98,36 @@ REPORTS = {
     "all-fixes-twice.xml": ["-patches", "-shims", "-fixes", "-base10", "-base16"],
 }
 
+# Reports about a folder that looks like a system volume: "V" stands for its path. Those with -pipe
+# get all of its files on standard input.
+VOLUME_REPORTS = {
+    "volume-listsdb.txt": ["-listsdb", "-partition", "V"],
+    "volume-stats.txt": ["-stats", "-partition", "V"],
+    "volume-stats-csv.txt": ["-stats", "-csv", "-partition", "V"],
+    "volume-stats-l2t.txt": ["-stats", "-csvl2t", "-partition", "V"],
+    "volume-patches.txt": ["-patches", "-multiline", "-partition", "V"],
+    "volume-enumdir-0.txt": ["-stats", "-csv", "-enumdir", "V/Windows", "-num_subdirs", "0"],
+    "volume-enumdir-1.txt": ["-stats", "-csv", "-enumdir", "V/Windows", "-num_subdirs", "1"],
+    "volume-enumdir-8.txt": ["-stats", "-csv", "-enumdir", "V/Windows", "-num_subdirs", "8"],
+    "volume-pipe.txt": ["-stats", "-pipe", "-pair_datetime", "-csv"],
+    "volume-pipe-stats.txt": ["-stats", "-pipe", "-filter", "*.sdb"],
+    "volume-pipe-guids.txt": ["-guids", "-pipe", "-filter", "*main*"],
+    "volume-pipe-exes.txt": ["-exes", "-pipe", "-strings", "LEDGER"],
+}
+MESSAGES = b"messages:\n"
+
 
 class Program:
     def __init__(self, words):
         self.words = words
 
-    def run(self, *options, cwd=None, env=None):
+    def run(self, *options, cwd=None, env=None, lines=b""):
         # Files, not pipes: what wine starts in the background would keep those open.
-        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as messages:
-            result = subprocess.run([*self.words, *options], stdin=subprocess.DEVNULL, stdout=out,
+        with (tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out,
+              tempfile.TemporaryFile() as messages):
+            given.write(lines)
+            given.seek(0)
+            result = subprocess.run([*self.words, *options], stdin=given, stdout=out,
                                     stderr=messages, timeout=120, cwd=cwd,
                                     env={**os.environ, **(env or {})})
             out.seek(0)
@@ -153,6 +177,67 @@ class Database:
     def image(self, *children):
         return (struct.pack("<II4s", 2, 3, b"sdbf") + self.list(0x7001, *children)
                 + self.list(0x7801, self.strings))
+
+
+def small_database(number, name):
+    """A database with a name, an identifier and as many records as its number says."""
+    d = Database()
+    exes = [d.list(0x7007, d.text(0x6001, f"tool{i}.exe"), d.text(0x6006, "Tool, of all"),
+                   d.list(0x7008, d.text(0x6001, "*"), d.dword(0x4001, i))) for i in range(number)]
+    identifier = struct.pack("<HI", 0x9007, 16) + bytes([number] * 16)
+    moment = struct.pack("<HQ", 0x5001, 127_000_000_000_000_000 + number * 864_000_000_000)
+    return d.image(moment, d.text(0x6022, "v3.0"), d.text(0x6001, name), identifier, *exes)
+
+
+def volume_files():
+    """What lies on the volume: a dozen databases; the folders below are not those of fresh installs."""
+    sample = Path(SAMPLE).read_bytes()
+    patches, deep = "Windows/apppatch", "Windows/apppatch/1/2/3/4/5/6/7"
+    return {
+        "Windows/top.sdb": small_database(1, "Top"),
+        f"{patches}/sysmain.sdb": sample,
+        f"{patches}/DRVMAIN.SDB": small_database(2, "Drivers, and more\r\nof them"),
+        f"{patches}/packed.sdb": Path(COMPRESSED).read_bytes(),
+        f"{patches}/none.sdb": small_database(0, "None"),
+        f"{patches}/readme.sdb.txt": b"no database",
+        f"{patches}/de-DE/Чертёж 計測.sdb": small_database(3, "Чертёж 計測"),
+        f"{deep}/eight.sdb": small_database(4, "Eight"),
+        f"{deep}/8/nine.sdb": small_database(5, "Nine"),
+        "Windows/SYSTEM32/CompatTel/cut.sdb": sample[:3000],
+        "Windows/SYSTEM32/CompatTel/cut.txt": sample,
+        "Windows/SYSTEM32/CompatTel/damaged.sdb": b"\0" * 64 + sample,
+        "Windows/SYSTEM32/Appraiser/a.sdb": small_database(6, "Appraiser"),
+        "Windows/SYSTEM32/elsewhere.sdb": small_database(7, "Elsewhere"),
+    }
+
+
+def make_volume(folder):
+    for number, (name, contents) in enumerate(volume_files().items()):
+        path = Path(folder, name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(contents)
+        # An access time to come is not changed by reading.
+        os.utime(path, (2_208_988_800 + number, 1_400_000_000 + number * 86_400))
+
+
+def volume_lines(root):
+    """What `find` and `sort` would put on standard input."""
+    return "".join(f"{root}/{name}\n" for name in sorted(volume_files())).encode()
+
+
+def volume_report(program, name, folder, root):
+    """A report of VOLUME_REPORTS and its messages, without what changes from run to run: the place of
+    the volume, which the program knows as `root`, and the times of the files' making."""
+    options = [option.replace("V", root, 1) for option in VOLUME_REPORTS[name]]
+    lines = volume_lines(root) if "-pipe" in options else b""
+    result = program.run(*options, lines=lines)
+    report, messages = (text.replace(b"\r\n", b"\n").replace(root.encode(), b"<volume>")
+                        for text in (masked(result.stdout), result.stderr))
+    report = re.sub(rb"(?m)^(File CreateTime +\| ).*", rb"\1...", report)
+    report = re.sub(rb"(2040-01-01 *, [\d:.]{12},)[^,]*,[^,]*", rb"\1...,...", report)
+    report = re.sub(rb"(?m)^.*,File Created,.*\n", b"", report)
+    begin = messages.find(WIPE)  # behind those of wine
+    return report, MESSAGES, messages[begin:].replace(WIPE, b"") if begin >= 0 else b""
 
 
 class Folder(unittest.TestCase):
@@ -207,7 +292,7 @@ class Golden(unittest.TestCase):
         self.check_results_file(QUILT)
 
     def test_every_golden_file_is_some_report(self):
-        self.assertEqual({path.name for path in GOLDEN.iterdir()}, set(REPORTS))
+        self.assertEqual({path.name for path in GOLDEN.iterdir()}, {*REPORTS, *VOLUME_REPORTS})
 
     def test_windows_reports(self):
         if WINDOWS is None:
@@ -321,11 +406,11 @@ class Refusals(Folder):
         self.assertFalse(os.path.exists(out))
 
     def test_reports_of_later_versions(self):
-        for option in (["-stats"], ["-listsdb"], ["-guids"], ["-stringtable"], ["-strings", "a"],
-                       ["-tagids", "1"], ["-patchbytes", "eb"]):
-            with self.subTest(option=option):
-                result = run("-sdb", SAMPLE, *option)
-                message = f"{option[0]} is not available in this version\n"
+        for name, options in (("-pe", ["-pe", SAMPLE, "-stats"]), ("-reg", ["-stats", "-reg", "x"]),
+                              ("-match", ["-pe", SAMPLE, "-match"])):
+            with self.subTest(option=name):
+                result = run("-sdb", SAMPLE, *options)
+                message = f"{name} is not available in this version\n"
                 self.assertEqual((result.returncode, result.stderr), (FAILED, notice(message) + WIPE))
 
 
@@ -411,6 +496,272 @@ class Conflicts(Folder):
                 result = run("-sdb", SAMPLE, "-apps", "-quiet", option, value)
                 self.assertEqual(result.returncode, 0)
                 self.assertEqual(result.stderr, notice(message) if message else b"")
+
+
+class Volume(Folder):
+    maxDiff = None
+
+    def setUp(self):
+        super().setUp()
+        make_volume(self.folder)
+
+    def expected(self, name):
+        report, mark, messages = (GOLDEN / name).read_bytes().partition(MESSAGES)
+        self.assertEqual(mark, MESSAGES)
+        return report, messages
+
+    def test_reports(self):
+        for name in VOLUME_REPORTS:
+            with self.subTest(report=name):
+                report, _, messages = volume_report(QUILT, name, self.folder, self.folder)
+                self.assertEqual((report.decode(), messages.decode()),
+                                 tuple(text.decode() for text in self.expected(name)))
+
+    def test_windows_reports(self):
+        """The same but for separators and for the case of the folders that the program names."""
+        if WINDOWS is None:
+            self.skipTest("no Windows program")
+        prefix = os.environ.get("WINEPREFIX", os.path.expanduser("~/.wine"))
+        drive = os.path.join(prefix, "dosdevices", "q:")
+        os.symlink(self.folder, drive)
+        self.addCleanup(os.unlink, drive)
+        for name in VOLUME_REPORTS:
+            with self.subTest(report=name):
+                report, _, messages = volume_report(WINDOWS, name, self.folder, "q:")
+                self.assertEqual(*(tuple(text.decode().replace("\\", "/").lower() for text in texts)
+                                   for texts in ((report, messages), self.expected(name))))
+
+    def test_machines_read_the_delimited_forms(self):
+        for form, separator in (("-csv", ","), ("-csv -no_whitespace", ","), ("-csvl2t", ","),
+                                ("-csv -pair_datetime", ","), ("-csvl2t -pair_datetime", ","),
+                                ("-csv -hostname H", ","), ("-bodyfile", "|"),
+                                ("-csv -enable_quoted_csv_fields -csv_separator TAB", "\t"),
+                                ("-csvl2t -csv_separator |", "|")):
+            with self.subTest(form=form):
+                result = run("-stats", "-pipe", "-quiet", *form.split(),
+                             lines=volume_lines(self.folder))
+                lines = result.stdout.decode().split("\n")[3:]
+                header, *rows = csv.reader(lines, delimiter=separator)
+                self.assertEqual({len(row) for row in rows if row}, {len(header)})
+                moments = "csvl2t" in form or "bodyfile" in form
+                names = [row[header.index("short" if moments else "source file")].strip()
+                         for row in rows if row]
+                bases = {os.path.basename(name) for name in volume_files()}
+                self.assertEqual(set(names), bases - {"damaged.sdb", "readme.sdb.txt"})
+                fact = "desc" if moments else "DB name"
+                clean = "Drivers; and more" if separator == "|" else "Drivers"
+                facts = {row[header.index(fact)] for row in rows if row}
+                self.assertTrue(any("Drivers" in text and "[CRLF]of them" in text for text in facts))
+
+
+class Lists(Folder):
+    def setUp(self):
+        super().setUp()
+        for name in ("a.sdb", "b.SDB", "sysmain.sdb", "a.sdb.bak", "计.sdb"):
+            self.write(name, small_database(1, name))
+        os.mkdir(self.path("AppPatch"))
+        self.write("AppPatch/c.sdb", small_database(1, "c"))
+        self.write("AppPatch/packed.sdb", Path(COMPRESSED).read_bytes())
+
+    def databases(self, *options, lines=None):
+        """The names of the databases that a list form reports on."""
+        form = ["-pipe"] if lines is not None else ["-enumdir", self.folder, "-num_subdirs", "1"]
+        report = run("-stats", *form, *options, lines=lines or b"").stdout.decode()
+        return re.findall(rf"(?m)^Database Path/File +\| {re.escape(self.folder)}/(.*)$", report)
+
+    def lines(self, *names, end="\n"):
+        return "".join(self.path(name) + end for name in names).encode()
+
+    def test_lines(self):
+        a, b = self.path("a.sdb").encode(), self.path("计.sdb").encode()
+        for lines, expected in (
+            (a + b"\n" + b, ["a.sdb", "计.sdb"]),
+            (a + b"\r\r\n\n\r\n\r\r\n" + b + b"\r\n", ["a.sdb", "计.sdb"]),
+            (self.path("none.sdb").encode() + b"\n" + a + b"\n", ["a.sdb"]),
+            (b"x" * 5000 + b"\n" + a, ["a.sdb"]),
+            (b"x" * 4095 + a + b"\n" + b, ["a.sdb", "计.sdb"]),  # a long line is two entries
+            (b"\xff\xfe.sdb\n" + a + b"\n", ["a.sdb"]),
+        ):
+            with self.subTest(lines=lines):
+                self.assertEqual(self.databases(lines=lines), expected)
+
+    def test_exit_values_and_messages(self):
+        good, bad = self.lines("a.sdb"), self.lines("nowhere.sdb")
+        notices = notice(f"Prob analyzing file {self.path('nowhere.sdb')}\n")
+        for options, lines, code, messages in (
+            (["-stats"], b"", FAILED, b""),
+            (["-stats"], b"\n\r\n", FAILED, b""),
+            (["-apps"], b"", FAILED, b""),
+            (["-stats"], bad, FAILED, notices),
+            (["-stats"], good + bad, 0, notices),
+            (["-stats"], bad + good, 0, notices),
+            (["-stats", "-filter", "b*"], good, FAILED, b""),
+            (["-apps"], bad, FAILED, b""),
+            (["-apps"], bad + good, 0, b""),
+        ):
+            with self.subTest(options=options, lines=lines):
+                result = run("-pipe", "-quiet", *options, lines=lines)
+                self.assertEqual((result.returncode, result.stderr), (code, messages))
+        for folder, code in ((self.folder, 0), (self.path("nowhere"), FAILED), ("", FAILED)):
+            with self.subTest(folder=folder):
+                result = run("-stats", "-quiet", "-enumdir", folder)
+                self.assertEqual((result.returncode, result.stderr), (code, b""))
+        self.assertEqual(run("-stats", "-pipe", lines=b"").stderr, WIPE)
+
+    def test_filters(self):
+        all_names = ["a.sdb", "b.SDB", "sysmain.sdb", "a.sdb.bak", "计.sdb", "AppPatch/c.sdb",
+                     "AppPatch/packed.sdb"]
+        below, sdb = all_names[5:], [name for name in all_names if not name.endswith(".bak")]
+        for options, expected in (
+            (["*"], all_names), (["*.sdb"], sdb), (["*.SDB"], sdb), (["*sys*"], ["sysmain.sdb"]),
+            (["a.sdb"], ["a.sdb"]), (["a"], []), (["a*"], ["a.sdb", "a.sdb.bak"]),
+            (["计*"], ["计.sdb"]), (["b.sdb|c.sdb"], ["b.SDB", "AppPatch/c.sdb"]),
+            (["b.sdb, c.sdb"], ["b.SDB", "AppPatch/c.sdb"]), (["b.sdb|*"], all_names),
+            ([r"\apppatch"], below), ([r"\APP"], []), ([r"\apppatch\*"], []),
+            (["a.sdb:stream"], ["a.sdb"]), (["*:stream"], all_names),
+            (["a.sdb", "-filter", "b.sdb"], ["a.sdb", "b.SDB"]),
+            (["x", "-filter_path", "y"], []), (["x", "-filter_sig", "53 44 42 43|0"], below[1:]),
+            (["x", "-filter_sig", "73 64 62 66|8"], all_names[:6]),
+            (["x", "-filter_sig", "73 64 62 66,8"], all_names[:6]),
+            (["*", "-cmd_start_time", "2001-01-01"], all_names),
+            (["*", "-cmd_start_time", "2100-01-01"], []),
+        ):
+            with self.subTest(filter=options):
+                listed = self.databases("-filter", *options, lines=self.lines(*all_names))
+                self.assertEqual(listed, expected)
+                self.assertEqual(sorted(self.databases("-filter", *options)), sorted(expected))
+
+    def test_results_file(self):
+        for form in ("-stats", "-csv"):
+            with self.subTest(form=form):
+                options = ["-stats", form, "-pipe", "-quiet"]
+                lines = self.lines("a.sdb", "b.SDB")
+                printed = run(*options, lines=lines).stdout
+                to_file = run(*options, "-out", self.path("out"), lines=lines)
+                self.assertEqual((to_file.returncode, to_file.stdout), (0, b""))
+                self.assertEqual(self.read("out").count(b"\n"), self.read("out").count(b"\r\n"))
+                self.assertEqual(masked(self.read("out")), masked(printed))
+        listing = run("-listsdb", "-partition", self.folder, "-out", self.path("out"))
+        self.assertEqual((listing.returncode, listing.stdout), (FAILED, b"\n"))
+        self.assertEqual(self.read("out").count(b"\n"), 3)
+
+
+class Searches(Folder):
+    def check(self, options, printed, messages, lines=b""):
+        with self.subTest(options=options):
+            target = ["-pipe"] if lines else ["-sdb", SAMPLE]
+            result = run(*target, *options, "-quiet", lines=lines)
+            self.assertEqual(result.returncode, 0)
+            self.assertEqual(result.stdout.split(b"\n", 3)[3], printed)  # behind the run header
+            self.assertEqual(result.stderr, notice(messages) if messages else b"")
+
+    def test_words_and_streams_when_nothing_is_found(self):
+        none = f"no matches found: {SAMPLE}\n"
+        guid = "11111111-1111-1111-1111-111111111111"
+        for search in (["-strings", "not there | nor this"], ["-tagids", "0x99999999"]):
+            for listing, printed, messages in (
+                ([], b"", none), (["-apps"], b"No Apps found\n", ""),
+                (["-fixes"], b"No fixes found\n", ""), (["-exes"], b"\n", ""),
+                (["-shims"], b"\n", ""), (["-patches"], b"\n", ""), (["-tag", "0x7003"], b"\n", ""),
+                (["-apps", "-fixes", "-exes"], b"No Apps found\nNo fixes found\n\n", ""),
+            ):
+                self.check(["-multiline", *search, *listing], printed, messages)
+        for listing in ([], ["-apps"], ["-exes"], ["-fixes"], ["-guids"], ["-stringtable"]):
+            self.check(["-multiline", "-patchbytes", "de ad be ef 99", *listing], b"", none)
+        found = ["-multiline", "-patchbytes", "PATTERN", "-patchbytes", guid]
+        self.check(found, b"No Apps found\n", "")
+        self.check([*found, "-exes"], b"\n", "")
+        self.check(["-multiline", "-tagids", "seven"], b"", "Check the options you passed in "
+                   "[either erroneous or a mismatch]...\n")
+
+    def records(self, *options):
+        result = run("-sdb", SAMPLE, "-multiline", "-quiet", *options)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        heads = result.stdout.split(RULE)[1:]
+        return [re.search(r"name +stringref (.*)", head.decode())[1] for head in heads]
+
+    def test_what_is_found(self):
+        for options, names in (
+            (["-strings", "QUELLMARK LEDGER"], ["ledger.exe"]),
+            (["-strings", "ledger.exe | RecordSvc"], ["recordsvc.exe", "ledger.exe"]),
+            (["-strings", "ledger.exe", "-exes"], ["ledger.exe"]),
+            (["-strings", "recordservicehotfix", "-patches"], ["RecordServiceHotfix"]),
+            (["-tagids", "0x5f8 | 0x518"], ["recordsvc.exe", "ledger.exe"]),
+            (["-patchbytes", "PATTERN"], ["recordsvc.exe"]),
+            (["-patchbytes", "PATTERN", "-exes"], ["recordsvc.exe"]),
+            (["-patchbytes", "PATTERN", "-patchbytes", "96f0a3de-7c21-4e85-8b4a-d5012f9c6b78"],
+             ["ledger.exe"]),
+            (["-patchbytes", "PATTERN", "-patchbytes",
+              "DE A3 F0 96 21 7C 85 4E 8B 4A D5 01 2F 9C 6B 78"], ["ledger.exe"]),
+        ):
+            with self.subTest(options=options):
+                self.assertEqual(self.records(*options), names)
+
+    def test_each_database_of_a_list_is_searched_anew(self):
+        other = self.write("other.sdb", small_database(1, "x"))
+        for paths in ([other, SAMPLE], [SAMPLE, other]):
+            with self.subTest(paths=paths):
+                lines = "".join(f"{path}\n" for path in paths).encode()
+                result = run("-pipe", "-quiet", "-strings", "ledger.exe", lines=lines)
+                self.assertEqual(result.stderr, notice(f"no matches found: {other}\n"))
+                self.assertEqual(result.stdout.count(b"quilt ver"), 1)
+                self.assertIn(b"recordsvc" if False else b"ledger.exe", result.stdout)
+
+
+class Signals(unittest.TestCase):
+    """A second process waits for the end of a run."""
+    NAME = f"quilt-test-{os.getpid()}"
+    WAITER = r"""
+        #include <windows.h>
+        #include <stdio.h>
+        int main(int count, char** arguments)
+        {
+            HANDLE event = CreateEventA(NULL, TRUE, FALSE, arguments[count - 1]);
+            puts("waits");
+            fflush(stdout);
+            return WaitForSingleObject(event, 60000) == WAIT_OBJECT_0 ? 7 : 1;
+        }"""
+
+    def test_semaphore(self):
+        libc = ctypes.CDLL(None, use_errno=True)
+        libc.sem_open.restype = ctypes.c_void_p
+        name = f"/{self.NAME}".encode()
+        self.addCleanup(libc.sem_unlink, name)
+        for options in (["-sdb", SAMPLE, "-shims"], ["-apps"]):  # the second run fails
+            with self.subTest(options=options):
+                run(*options, "-signal", self.NAME)
+                # A new one would be at 0; this one was left by the run.
+                event = ctypes.c_void_p(libc.sem_open(name, os.O_CREAT, 0o600, 0))
+                self.assertEqual(libc.sem_trywait(event), 0)
+                self.assertNotEqual(libc.sem_trywait(event), 0)  # raised once
+        waiter = subprocess.Popen([sys.executable, "-c", f"""
+import ctypes
+libc = ctypes.CDLL(None)
+libc.sem_open.restype = ctypes.c_void_p
+event = ctypes.c_void_p(libc.sem_open({name!r}, {os.O_CREAT}, 0o600, 0))
+print("waits", flush=True)
+libc.sem_wait(event)"""], stdout=subprocess.PIPE)
+        self.wait_for(waiter, QUILT, 0)
+
+    def wait_for(self, waiter, program, code):
+        self.addCleanup(waiter.stdout.close)
+        self.addCleanup(waiter.kill)
+        self.assertEqual(waiter.stdout.readline().strip(), b"waits")
+        time.sleep(0.2)
+        self.assertIsNone(waiter.poll())
+        program.run("-sdb", SAMPLE, "-shims", "-signal", self.NAME)
+        self.assertEqual(waiter.wait(60), code)
+
+    def test_windows_event(self):
+        compiler = shutil.which("x86_64-w64-mingw32-gcc")
+        if WINDOWS is None or compiler is None:
+            self.skipTest("no Windows program, or no compiler for the one that waits")
+        with tempfile.TemporaryDirectory() as folder:
+            source, waiter = os.path.join(folder, "wait.c"), os.path.join(folder, "wait.exe")
+            Path(source).write_text(self.WAITER)
+            subprocess.run([compiler, "-o", waiter, source], check=True)
+            self.wait_for(subprocess.Popen([*WINDOWS.words[:-1], waiter, self.NAME],
+                                           stdout=subprocess.PIPE), WINDOWS, 7)
 
 
 class Files(Folder):
@@ -501,6 +852,10 @@ def update_golden():
         old.unlink()
     for name, options in REPORTS.items():
         (GOLDEN / name).write_bytes(masked(run("-sdb", SAMPLE, "-quiet", *options).stdout))
+    with tempfile.TemporaryDirectory(prefix="quilt-") as volume:
+        make_volume(volume)
+        for name in VOLUME_REPORTS:
+            (GOLDEN / name).write_bytes(b"".join(volume_report(QUILT, name, volume, volume)))
 
 
 def main():

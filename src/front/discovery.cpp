@@ -73,12 +73,18 @@ void add_default_targets(sdb_opts& options)
         {"Windows", "System32", "appraiser"},
     };
     for (const std::initializer_list<const char*>& names : folders) {
-        std::string folder = options.volume_text;
-        for (const char* const name : names) {
-            folder = platform::join_path(folder, name);
-        }
-        walk_sdb_files(folder, options.target_files, default_depth);
+        walk_sdb_files(path_on_volume(options.volume_text, names), options.target_files,
+                       default_depth);
     }
+}
+
+std::string path_on_volume(const std::string& volume, std::initializer_list<const char*> names)
+{
+    std::string path = volume;
+    for (const char* const name : names) {
+        path = platform::join_path(path, name);
+    }
+    return platform::walkable_path(path);
 }
 
 } // namespace front

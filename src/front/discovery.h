@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,9 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results,
 // Appends to `target_files` what the folders hold where a Windows volume keeps its databases. The
 // volume is that of `volume_text`, which becomes "c:" if it is empty.
 void add_default_targets(sdb_opts& options);
+
+// The path of what lies on a volume under these names, one below the other, in its spelling on disk
+// where it exists.
+std::string path_on_volume(const std::string& volume, std::initializer_list<const char*> names);
 
 } // namespace front

@@ -147,9 +147,8 @@ public:
     }
 
 private:
-    // Whether `pattern` names folders on the way to the file. Only the first place counts where it
-    // stands, and it must end there at the end of a folder's name; a backslash at its end is a
-    // character like others, behind which another one, or nothing, has to follow. All that is meant.
+    // Only the first place where the pattern stands counts, and a backslash at its end is a
+    // character like others, behind which another one, or nothing, has to follow: both meant.
     bool is_below(const std::u16string& pattern)
     {
         if (!folded_directory_) {
@@ -189,11 +188,10 @@ private:
             open_failed = true;
             return false;
         }
-        const auto size = static_cast<std::uint64_t>(file_.size());
-        const std::uint64_t length = entry.signature.size();
+        // A read that reaches the file's end gives fewer bytes.
         uni::byte_vector bytes;
-        return length <= size && entry.signature_offset <= size - length &&
-               file_.read_at(bytes, length, static_cast<std::int64_t>(entry.signature_offset)) &&
+        return file_.read_at(bytes, entry.signature.size(),
+                             static_cast<std::int64_t>(entry.signature_offset)) &&
                std::equal(bytes.begin(), bytes.end(), entry.signature.begin(),
                           entry.signature.end());
     }

@@ -32,8 +32,9 @@ struct file_times {
 //   entry              accepts
 //   *                  everything
 //   name.sdb           that file name
-//   *.sdb  sys*  *ma*  file names that end, begin or hold the text; other stars are as if not there
-//   \folder            files below that folder: see is_path in filter.cpp
+//   *.sdb  sys*  *ma*  file names that end with, begin with or hold the text
+//   \folder            files whose directory holds the text, slashes being taken for backslashes,
+//                      with a backslash or the directory's end behind it
 //   a signature        files that hold these bytes at that offset
 //
 // Stream parts are not looked at. `open_failed` tells that a file could not be opened for its

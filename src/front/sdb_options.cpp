@@ -18,8 +18,6 @@ namespace front {
 
 namespace {
 
-constexpr std::string_view software_hive = "\\Windows\\System32\\Config\\Software";
-
 std::string expanded(const std::string& text)
 {
     return uni::expand_path(text, true, platform::environment_variable);
@@ -281,7 +279,8 @@ void settle_hive(sdb_opts& options, argument_list& args)
     } else if (!options.pe_stats && !options.volume_text.empty() &&
                (options.stats || options.list_sdb)) {
         options.hive_given = true;
-        options.software_hive_path = options.volume_text + std::string(software_hive);
+        options.software_hive_path =
+            path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
     }
 }
 
