@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures quilt as a whole process against md5sum, side by side in one run.
+"""Measures quilt as a whole process against common tools, side by side in one run.
 
     bench/compare.py [build folder] [--pairs N]
 
@@ -10,23 +10,28 @@ figure is not reached by the clock.
 """
 
 import argparse
+import collections
 import os
+import re
 import statistics
 import sys
 import tempfile
 import time
 
 MIB = 1 << 20
+SMALL_DATABASES = 1000
 
 
 class Run:
     """What one process took: seconds by the clock and of the processor, peak memory in bytes."""
 
-    def __init__(self, command, output=None):
+    def __init__(self, command, output=None, given=os.devnull):
         if output is not None and os.path.exists(output):
             os.unlink(output)  # some file systems write a file out that replaces another
         flags = os.O_WRONLY | os.O_CREAT
-        actions = [(os.POSIX_SPAWN_OPEN, 1, output or os.devnull, flags, 0o644)]
+        actions = [(os.POSIX_SPAWN_OPEN, 0, given, os.O_RDONLY, 0),
+                   (os.POSIX_SPAWN_OPEN, 1, output or os.devnull, flags, 0o644),
+                   (os.POSIX_SPAWN_OPEN, 2, os.devnull, os.O_WRONLY, 0)]  # "no matches found"
         begin = time.perf_counter()
         child = os.posix_spawnp(command[0], command, os.environ, file_actions=actions)
         _, status, usage = os.wait4(child, 0)
@@ -68,12 +73,54 @@ class Table:
         print(f"{name:36} {a:>9} {b:>9} {clock:>7} {cpu:>7} {reach:>6}{word}", flush=True)
 
 
+def make_small_databases(maker, place):
+    """Many databases of 100 KiB, and the file that lists them."""
+    names = [os.path.join(place, f"small-{number}.sdb") for number in range(SMALL_DATABASES)]
+    for name in names:
+        Run([maker, str(100 << 10), name])
+    with open(list_path := os.path.join(place, "list"), "w", encoding="utf-8") as file:
+        file.writelines(f"{name}\n" for name in names)
+    return list_path
+
+
+def rare_word(apps):
+    """The name of a program that one record alone holds, in two places."""
+    with open(apps, "rb") as file:
+        report = file.read()
+    counts = collections.Counter(re.findall(rb'"(\w+\.exe)"', report))
+    return next(name.decode() for name, count in counts.items()
+                if count == report.count(name) == 2)
+
+
+def shell(line):
+    return ["sh", "-c", line]
+
+
+def compare_finding(table, maker, place, quilt, large, load, apps):
+    """Searches, statistics and lists; `apps` is the XML of -apps of the large database."""
+    run = [quilt, "-sdb", large, "-quiet"]
+    table.row("-stats / md5sum, then sha1sum", ([*run, "-stats"],),
+              (shell(f"md5sum {large}; sha1sum {large}"),), 1.5)
+    table.row("-stringtable / strings -el", ([*run, "-stringtable"], f"{place}/table"),
+              (["strings", "-el", large], f"{place}/strings"), 1.0)
+    word = rare_word(apps)
+    table.row("-strings / grep -c in the XML of -apps", ([*run, "-strings", word], f"{place}/found"),
+              (["grep", "-c", word, apps], f"{place}/count"), 2.0)  # it would see /dev/null
+    table.row("-patchbytes with no hit / load", ([*run, "-patchbytes", "de ad be ef de ad be ef"],),
+              load, 1.2)
+    listed = make_small_databases(maker, place)
+    table.row("-pipe -stats -csv, 1,000 of 100 KiB", ([quilt, "-pipe", "-stats", "-csv", "-quiet"],
+                                                      f"{place}/csv", listed),
+              (shell("xargs md5sum <%s; xargs sha1sum <%s" % (listed, listed)),), 1.5)
+
+
 def compare(folder, pairs, place):
     quilt = os.path.join(folder, "quilt")
+    maker = os.path.join(folder, "make_large_database")
     databases = {}
     for size in (1, 16):
         databases[size] = os.path.join(place, f"{size}.sdb")
-        Run([os.path.join(folder, "make_large_database"), str(size * MIB), databases[size]])
+        Run([maker, str(size * MIB), databases[size]])
 
     def listing(size, *options):
         return [quilt, "-sdb", databases[size], "-quiet", *options]
@@ -94,6 +141,7 @@ def compare(folder, pairs, place):
     for name, command in (("XML", xml[16]), ("plain", plain)):
         peak = max(Run(*command).peak for _ in range(3))
         table.memory(f"peak of -apps {name} / 4 images + 16 MiB", peak, limit)
+    compare_finding(table, maker, place, quilt, databases[16], load[16], xml[16][1])
     return table.missed
 
 

@@ -8,8 +8,9 @@
 #include <utility>
 
 #include "report/listings.h"
-#include "sdb/child_relation.h"
+#include "report/statistics.h"
 #include "sdb/database.h"
+#include "sdb/finders.h"
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
 #include "support/large_database.h"
@@ -69,21 +70,6 @@ void inflate(benchmark::State& state)
     count_bytes(state);
 }
 
-// The child relation and the other indexes are made when first asked for, once for a database.
-void child_relation(benchmark::State& state)
-{
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto loaded = std::make_unique<loaded_database>(image_of(state.range(0)));
-        state.ResumeTiming();
-        benchmark::DoNotOptimize(&loaded->database.children());
-        state.PauseTiming();
-        loaded.reset();
-        state.ResumeTiming();
-    }
-    count_bytes(state);
-}
-
 void expand_executables(benchmark::State& state)
 {
     const loaded_database loaded(image_of(state.range(0)));
@@ -110,6 +96,28 @@ void list_applications(benchmark::State& state, bool xml)
     count_bytes(state);
 }
 
+// A search for what no string holds looks at all of them.
+void search_strings(benchmark::State& state)
+{
+    const loaded_database loaded(image_of(state.range(0)));
+    for (auto _ : state) {
+        sdb::found_tags found;
+        benchmark::DoNotOptimize(sdb::find_strings(loaded.database, found, "no such word"));
+    }
+    count_bytes(state);
+}
+
+// Counts, expansions and both digests.
+void gather_statistics(benchmark::State& state)
+{
+    const loaded_database loaded(image_of(state.range(0)));
+    for (auto _ : state) {
+        report::database_facts facts;
+        benchmark::DoNotOptimize(report::gather_facts(facts, loaded.database, loaded.options));
+    }
+    count_bytes(state);
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
     benchmark->Arg(1)->Arg(16)->ArgName("MiB")->Unit(benchmark::kMillisecond);
@@ -117,8 +125,9 @@ void sizes(benchmark::internal::Benchmark* benchmark)
 
 BENCHMARK(load_and_scan)->Apply(sizes);
 BENCHMARK(inflate)->Apply(sizes);
-BENCHMARK(child_relation)->Apply(sizes);
 BENCHMARK(expand_executables)->Apply(sizes);
+BENCHMARK(search_strings)->Apply(sizes);
+BENCHMARK(gather_statistics)->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, xml, true)->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, plain, false)->Apply(sizes);
 

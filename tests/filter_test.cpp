@@ -45,8 +45,8 @@ TEST(filter, paths)
         {"/apppatch", {}, {"/mnt/apppatch/a"}},
         // A backslash at the end asks for another one, or for the end, behind it.
         {"\\apppatch\\*",
-         {"c:\\apppatch\\\\a", "c:\\apppatch\\\\custom\\a"},
-         {"c:\\apppatch\\a", "c:\\apppatch\\custom\\a"}},
+         {"c:\\apppatch\\a", "c:\\apppatch\\custom\\a"},
+         {"c:\\apppatch", "c:\\apppatch64\\a", "c:\\myapppatch\\a"}},
     };
     for (const auto& [filter, accepted, refused] : rows) {
         std::vector<front::filter_entry> entries;

@@ -1,4 +1,4 @@
-// Damaged databases: whatever the bytes, loading and listing end by themselves. The sanitizers see
+// Damaged databases: whatever the bytes, loading and every report end by themselves. The sanitizers see
 // every byte that is read beside the image, since each image is an allocation of its own size.
 
 #include <gtest/gtest.h>
@@ -6,7 +6,9 @@
 #include <string>
 
 #include "report/listings.h"
+#include "report/statistics.h"
 #include "sdb/database.h"
+#include "sdb/finders.h"
 #include "sdb/tags.h"
 #include "support/sample_database.h"
 
@@ -59,6 +61,54 @@ bool list_both(const bytes& image)
     return loads;
 }
 
+// Searches for what the sample holds; every change leaves some of it.
+void search_every_way(const sdb::sdb_database& database, uni::output_sink& out)
+{
+    front::sdb_opts searches[4];
+    searches[0].find_strings_list = {"drawplan", "e"};
+    searches[1].find_guid_text = "2a85d3f7-b096-4c1e-9f68-431e7bd0ca52";
+    searches[2].find_tagids_list = {12, 0x100, 0x1a0, 0xffffffff};
+    const bytes pattern = {0x85, 0xc0};
+    sdb::found_tags found;
+    if (sdb::find_patch_bytes(database, found, pattern)) { // a failure would be worded
+        searches[3].patch_pattern = pattern;
+    }
+    for (front::sdb_opts& options : searches) {
+        options.xml = false;
+        options.list_apps = options.list_guids = true;
+        EXPECT_TRUE(report::run_database_report(out, database, options));
+    }
+}
+
+void make_statistics(const sdb::sdb_database& database, uni::output_sink& out)
+{
+    for (bool front::cmd_params::*const form :
+         {&front::cmd_params::xml, &front::cmd_params::csv, &front::cmd_params::csvl2t}) {
+        front::sdb_opts options;
+        options.xml = false;
+        options.*form = true; // plain for the first: statistics have no XML form
+        options.file_write_time = 1;
+        report::run_database_stats(database, out, options);
+    }
+}
+
+// Searches, identifiers, the string table and statistics; answers whether the image loaded.
+bool report_all(const bytes& image)
+{
+    static uni::null_out_stream nowhere;
+    front::sdb_opts options;
+    sdb::sdb_database database;
+    if (!database.load_image(uni::byte_vector(image.begin(), image.end()), options)) {
+        return false;
+    }
+    search_every_way(database, nowhere);
+    make_statistics(database, nowhere);
+    options.xml = false;
+    options.list_guids = options.list_stringtable = true;
+    EXPECT_TRUE(report::run_database_report(nowhere, database, options));
+    return true;
+}
+
 std::uint64_t listing_size(const bytes& image, form wanted)
 {
     counting_stream out;
@@ -76,6 +126,9 @@ TEST(malformed, every_prefix_with_a_whole_head_loads)
     const bytes sample = test_support::sample_database();
     for (std::size_t length = 0; length <= sample.size(); ++length) {
         ASSERT_EQ(list_both(prefix(sample, length)), length >= 12) << length << " bytes";
+        if (length % 3 == 0) {
+            ASSERT_EQ(report_all(prefix(sample, length)), length >= 12) << length << " bytes";
+        }
     }
 }
 
@@ -89,6 +142,8 @@ TEST(malformed, single_byte_changes_behind_the_magic_still_load)
             changed[position] = static_cast<std::uint8_t>(value);
             const bool has_magic = position < magic || position >= 12;
             ASSERT_EQ(list_both(changed), has_magic)
+                << "byte " << position << " changed to " << value;
+            ASSERT_EQ(report_all(changed), has_magic)
                 << "byte " << position << " changed to " << value;
         }
     }
@@ -112,6 +167,7 @@ TEST(malformed, forged_size_words)
                     static_cast<std::uint8_t>(size >> (8 * i));
             }
             ASSERT_TRUE(list_both(changed)) << "tag " << ordinal << ", size " << size;
+            ASSERT_TRUE(report_all(changed)) << "tag " << ordinal << ", size " << size;
         }
     }
 }

@@ -225,11 +225,12 @@ TEST(timeline, the_run_settles_the_form)
 TEST(timeline, fields_are_kept_on_one_line_and_free_of_the_separator)
 {
     full_writer writer;
-    writer.short_text = writer.desc_text = writer.filename = "1,2\r\n3";
+    writer.short_text = writer.desc_text = writer.filename = "1,2\r\n3\r";
     writer.notes_text = writer.extra_text = "a,b\nc";
     writer.inode_text = writer.m_desc = "4,5"; // not among the fields that are changed
     const std::string untouched = writer.desc_text;
-    EXPECT_TRUE(write(writer).ends_with(",4,5,user,host,1 2\r\n3,1 2[CRLF]3,2,1 2\r\n3,4,5,"
+    EXPECT_TRUE(write(writer).ends_with(",4,5,user,host,1 2[CRLF]3[CR],1 2[CRLF]3[CR],2,"
+                                        "1 2[CRLF]3[CR],4,5,"
                                         "a b[LF]c,-csvl2t,a b[LF]c\n"));
     EXPECT_EQ(writer.desc_text, untouched);
     for (char* const off : {&writer.field_char_from, &writer.field_char_to}) {

@@ -147,25 +147,20 @@ public:
     }
 
 private:
-    // Only the first place where the pattern stands counts, and a backslash at its end is a
-    // character like others, behind which another one, or nothing, has to follow: both meant.
+    // Whether the folder's path holds the pattern and the match ends at a boundary of folders: the
+    // folder's own end, or a separator, which may be the pattern's last character. Only the first
+    // place where the pattern stands counts: meant.
     bool is_below(const std::u16string& pattern)
     {
         if (!folded_directory_) {
             folded_directory_ = comparable(directory_);
+            std::replace(folded_directory_->begin(), folded_directory_->end(), u'/', u'\\');
+            folded_directory_->push_back(u'\\');
         }
-        const std::u16string* directory = &*folded_directory_;
-        std::u16string with_backslashes;
-        std::size_t at = directory->find(pattern);
-        if (at == std::u16string::npos) {
-            with_backslashes = *directory;
-            std::replace(with_backslashes.begin(), with_backslashes.end(), u'/', u'\\');
-            directory = &with_backslashes;
-            at = directory->find(pattern);
-        }
+        const std::size_t at = folded_directory_->find(pattern);
         const std::size_t behind = at + pattern.size();
         return at != std::u16string::npos &&
-               (behind == directory->size() || (*directory)[behind] == u'\\');
+               (pattern.ends_with(u'\\') || (*folded_directory_)[behind] == u'\\');
     }
 
     bool is_named_like(const filter_entry& entry) const

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -79,8 +80,22 @@ private:
         }
     }
 
+    // The first group alone is much cheaper than the record, which a search calls for.
+    bool collect_first_group(std::uint32_t list_offset)
+    {
+        if (!is_search_pending(options_)) {
+            const bool collected = collector_.collect_first_group(options_, list_offset);
+            first_group_ = collector_.first_group();
+            return collected;
+        }
+        const bool collected = collector_.collect(options_, list_offset);
+        first_group_ = collected ? collector_.groups()[0] : std::span<const record_item>();
+        return collected;
+    }
+
     const sdb::sdb_database& database_;
     front::sdb_opts& options_;
+    std::span<const record_item> first_group_;
     record_collector collector_;
     std::unordered_map<std::uint32_t, names> known_;
 };
@@ -90,6 +105,7 @@ private:
 void list_identifiers(const sdb::sdb_database& database, uni::output_sink& out,
                       front::sdb_opts& options)
 {
+    options.listed_items = 0;
     std::array<uni::text_buffer, tables.size()> rows;
     list_names names(database, options);
     const std::vector<sdb::guid_item>& guids = database.guid_items();

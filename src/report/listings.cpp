@@ -182,12 +182,6 @@ bool search_patch_bytes(const sdb::sdb_database& database, front::sdb_opts& opti
     return true;
 }
 
-bool is_search_pending(const front::sdb_opts& options)
-{
-    return !options.find_strings_list.empty() || !options.find_guid_text.empty() ||
-           !options.find_tagids_list.empty();
-}
-
 // A search that no listing was asked for lists the applications that hold what was found.
 void list_search(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
                  const sdb::sdb_database& database)

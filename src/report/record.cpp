@@ -70,7 +70,7 @@ record_item record_expander::item_of(std::uint32_t ordinal, std::uint16_t depth)
 
 std::uint32_t record_expander::list_size(const record_item& item) const
 {
-    return is_list(item) ? database_.word_behind(item.offset) : 0;
+    return database_.list_size_at(item.ordinal);
 }
 
 // Gathers all rows of the relation whose list starts in the span that the head's size claims, in
@@ -268,6 +268,33 @@ void record_groups::append(std::size_t group, const record_item& item)
     groups_[group] = copy->second;
 }
 
+namespace {
+
+// Whether every list of a database holds exactly what its size claims, and none is a reference list
+// too small for the size that makes it keep what stands in it.
+bool has_sound_lists(const sdb::sdb_database& database)
+{
+    return std::ranges::all_of(database.lists(), [&](std::uint32_t list) {
+        const std::uint32_t size = database.list_size_at(list);
+        const std::uint64_t claimed_end =
+            database.offset_at(list) + std::uint64_t{size} + list_header;
+        const std::uint32_t end = database.children().end(list);
+        const std::uint64_t next =
+            end == database.tag_count() ? database.image().size() : database.offset_at(end);
+        const bool keeps_items =
+            size == 0 || size >= list_header || !sdb::is_reference_list_tag(database.tag_at(list));
+        return keeps_items && next == claimed_end;
+    });
+}
+
+} // namespace
+
+bool is_search_pending(const front::sdb_opts& options)
+{
+    return !options.find_strings_list.empty() || !options.find_guid_text.empty() ||
+           !options.find_tagids_list.empty();
+}
+
 search_sieve::search_sieve(const sdb::sdb_database& database,
                            std::span<const std::uint32_t> found_offsets)
     : database_(database)
@@ -310,20 +337,18 @@ std::vector<search_sieve::reference> search_sieve::all_references() const
     return references;
 }
 
-// Whether a hit stands at a tag, in it, or anywhere that gathering its descendants may reach.
+// Whether a hit stands at a tag or in it. Where a tag claims more than it holds, gathering may reach
+// further, and the answer is yes.
 bool search_sieve::spans_hit(std::uint32_t list) const
 {
-    const std::uint32_t offset = database_.offset_at(list);
-    const std::uint64_t claimed =
-        sdb::tag_type(database_.tag_at(list)) == type::list ? database_.word_behind(offset) : 0;
-    std::uint32_t behind = database_.children().end(list);
-    const std::uint32_t claimed_end = database_.ordinal_from(offset + claimed + list_header);
-    // A list in the span may itself reach beyond it.
-    for (std::uint32_t last = behind; last < claimed_end; last = database_.children().end(last)) {
-        behind = std::max(behind, database_.children().end(last));
+    const std::uint32_t end = database_.children().end(list);
+    const std::uint64_t claimed_end =
+        database_.offset_at(list) + std::uint64_t{database_.list_size_at(list)} + list_header;
+    if (end != database_.tag_count() && database_.offset_at(end) < claimed_end) {
+        return true;
     }
     const auto hit = std::ranges::lower_bound(hits_, list);
-    return hit != hits_.end() && *hit < behind;
+    return hit != hits_.end() && *hit < end;
 }
 
 bool search_sieve::may_hold_hit(std::uint32_t record_ordinal) const
@@ -394,42 +419,35 @@ bool record_collector::passes_search(const front::sdb_opts& options) const
 bool record_collector::collect_first_group(front::sdb_opts& no_search, std::uint32_t tag_offset)
 {
     const std::optional<std::uint32_t> ordinal = database_.ordinal_of(tag_offset);
-    if (!ordinal || !database_.children().has_children(*ordinal) || !gather_first_group(*ordinal)) {
-        if (!collect(no_search, tag_offset)) {
-            return false;
-        }
-        first_group_.assign(groups_[0].begin(), groups_[0].end());
-        has_one_group_ = groups_.size() == 1;
+    if (!lists_are_sound_) {
+        lists_are_sound_ = has_sound_lists(database_);
     }
+    if (ordinal && *lists_are_sound_ && database_.children().has_children(*ordinal)) {
+        take_first_group(*ordinal);
+        return true;
+    }
+    if (!collect(no_search, tag_offset)) {
+        return false;
+    }
+    first_group_.assign(groups_[0].begin(), groups_[0].end());
+    has_one_group_ = groups_.size() == 1;
     return true;
 }
 
-// In a record whose lists are what their sizes claim, the first group is the head with the scalars
-// that stand in it, and every list in it starts another one. False for any other record.
-bool record_collector::gather_first_group(std::uint32_t ordinal)
+// Where all lists hold what their sizes claim, a record's first group is its head with the scalars
+// that stand in it, and every list in it starts another one.
+void record_collector::take_first_group(std::uint32_t ordinal)
 {
-    const sdb::child_relation& relation = database_.children();
-    const auto is_as_claimed = [&](std::uint32_t list) {
-        const std::uint32_t offset = database_.offset_at(list);
-        const std::uint64_t claimed =
-            offset + std::uint64_t{database_.word_behind(offset)} + list_header;
-        const std::uint32_t end = relation.end(list);
-        return database_.offset_at(end - 1) < claimed &&
-               (end == database_.tag_count() || database_.offset_at(end) >= claimed);
-    };
     first_group_.assign(1, {database_.offset_at(ordinal), ordinal, database_.tag_at(ordinal), 1});
     has_one_group_ = true;
-    bool regular = is_list(first_group_.front()) && is_as_claimed(ordinal);
-    relation.for_each_child(ordinal, [&](std::uint32_t child) {
+    database_.children().for_each_child(ordinal, [&](std::uint32_t child) {
         const record_item item{database_.offset_at(child), child, database_.tag_at(child), 2};
         if (is_list(item)) {
             has_one_group_ = false;
-            regular = regular && is_as_claimed(child);
         } else {
             first_group_.push_back(item);
         }
     });
-    return regular;
 }
 
 bool has_substance(std::span<const record_item> first_group, bool has_one_group)

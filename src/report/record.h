@@ -123,6 +123,9 @@ private:
     bool is_open_ = false;
 };
 
+// Whether the options ask for a search.
+bool is_search_pending(const front::sdb_opts& options);
+
 // What a search found, as a quick test of whether a record can hold any of it, so that most records
 // need not be expanded. It may answer yes for a record that holds none, never no for one that does.
 class search_sieve {
@@ -169,12 +172,13 @@ public:
 private:
     bool passes_search(const front::sdb_opts& options) const;
     bool run_pending_search(front::sdb_opts& options);
-    bool gather_first_group(std::uint32_t ordinal);
+    void take_first_group(std::uint32_t ordinal);
 
     const sdb::sdb_database& database_;
     record_expander expander_;
     record_groups groups_;
     std::optional<search_sieve> sieve_;
+    std::optional<bool> lists_are_sound_;
     std::vector<record_item> first_group_;
     bool has_one_group_ = false;
 };

@@ -194,7 +194,7 @@ private:
         if (options_.field_char_from != '\0' && options_.field_char_to != '\0') {
             uni::replace_char(text, options_.field_char_from, options_.field_char_to);
         }
-        uni::line_end_markers(text);
+        uni::keep_on_one_line(text);
         columns_.push_back({header, pads_ ? width : 0, std::move(text)});
     }
 

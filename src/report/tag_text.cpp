@@ -113,24 +113,20 @@ constexpr value_form form_of_type(std::uint16_t tag)
     }
 }
 
-// The tags that are shown otherwise than others of their type. The offsets of other tags are those
-// that listings expand, but for one tag, which shows as a plain dword: meant.
+// The offsets that listings expand are shown bare, but for one tag, which shows as a plain dword:
+// meant.
+constexpr bool shows_as_offset(std::uint16_t tag)
+{
+    return sdb::is_expanded_dword_tag(tag) && tag != tag::unnamed_tagid_4888;
+}
+
+// The tags that are shown otherwise than others of their type have a form of their own.
 constexpr value_form form_of_tag(std::uint16_t tag)
 {
     switch (tag) {
     case tag::link_date:
     case tag::upto_link_date:
         return value_form::unix_time;
-    case tag::shim_tagid:
-    case tag::patch_tagid:
-    case tag::layer_tagid:
-    case tag::msi_transform_tagid:
-    case tag::flag_tagid:
-    case tag::context_tagid:
-    case tag::quirk_tagid:
-    case tag::migration_data_tagid:
-    case tag::tagid:
-        return value_form::tag_offset;
     case tag::time:
         return value_form::filetime;
     case tag::bin_file_version:
@@ -155,7 +151,7 @@ constexpr value_form form_of_tag(std::uint16_t tag)
     case tag::index_bits:
         return value_form::index_bits;
     default:
-        return form_of_type(tag);
+        return shows_as_offset(tag) ? value_form::tag_offset : form_of_type(tag);
     }
 }
 

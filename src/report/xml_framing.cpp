@@ -390,9 +390,8 @@ std::string_view xml_record_writer::write_reference(uni::text_buffer& out, const
         return write_stored_text(out, database_.string_bytes(scalar.text.reference), plain);
     }
     const std::string_view text = texts_.text(scalar.text);
-    char* const start = out.room(text.size());
-    std::memcpy(start, text.data(), text.size());
-    out.taken(start + text.size());
+    const char* const start = out.room(text.size());
+    out.text(text);
     plain = scalar.text.plain;
     return {start, text.size()};
 }

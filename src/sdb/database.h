@@ -168,6 +168,13 @@ public:
     {
         return image().u32(std::uint64_t{offset} + 2);
     }
+    // The size word of the list of that ordinal; 0 for any other tag.
+    std::uint32_t list_size_at(std::uint32_t ordinal) const noexcept
+    {
+        return tag_type(tags_[ordinal].tag) == type::list ? word_behind(tags_[ordinal].offset) : 0;
+    }
+    // Ordinals of all lists, ascending.
+    std::span<const std::uint32_t> lists() const noexcept { return lists_; }
     // The payload of the string or binary at `offset`, as far as it exists.
     uni::byte_view payload_at(std::uint32_t offset) const noexcept
     {

@@ -40,46 +40,6 @@ std::string numbered(std::uint16_t number)
 
 } // namespace
 
-bool is_expanded_dword_tag(std::uint16_t tag) noexcept
-{
-    switch (tag) {
-    case tag::shim_tagid:
-    case tag::patch_tagid:
-    case tag::layer_tagid:
-    case tag::msi_transform_tagid:
-    case tag::flag_tagid:
-    case tag::context_tagid:
-    case tag::quirk_tagid:
-    case tag::migration_data_tagid:
-    case tag::tagid:
-    case tag::unnamed_tagid_4888:
-        return true;
-    default:
-        return false;
-    }
-}
-
-// The names are no guide: layer and matching_reg count as references, kflag_ref does not. Meant.
-bool is_reference_list_tag(std::uint16_t tag) noexcept
-{
-    switch (tag) {
-    case tag::shim_ref:
-    case tag::patch_ref:
-    case tag::layer:
-    case tag::msi_transform_ref:
-    case tag::flag_ref:
-    case tag::context_ref:
-    case tag::kshim_ref:
-    case tag::quirk_ref:
-    case tag::migration_data_ref:
-    case tag::matching_reg:
-    case tag::migration_shim_ref:
-        return true;
-    default:
-        return false;
-    }
-}
-
 std::string_view known_tag_name(std::uint16_t tag) noexcept
 {
     return names[tag_slot(tag)];

@@ -35,10 +35,46 @@ constexpr bool is_pseudo_tag(std::uint16_t tag) noexcept
 }
 
 // A dword whose value is the offset of another tag, which listings expand.
-bool is_expanded_dword_tag(std::uint16_t tag) noexcept;
+constexpr bool is_expanded_dword_tag(std::uint16_t tag) noexcept
+{
+    switch (tag) {
+    case tag::shim_tagid:
+    case tag::patch_tagid:
+    case tag::layer_tagid:
+    case tag::msi_transform_tagid:
+    case tag::flag_tagid:
+    case tag::context_tagid:
+    case tag::quirk_tagid:
+    case tag::migration_data_tagid:
+    case tag::tagid:
+    case tag::unnamed_tagid_4888:
+        return true;
+    default:
+        return false;
+    }
+}
 
 // A list that stands for a reference to another record.
-bool is_reference_list_tag(std::uint16_t tag) noexcept;
+// The names are no guide: layer and matching_reg count as references, kflag_ref does not. Meant.
+constexpr bool is_reference_list_tag(std::uint16_t tag) noexcept
+{
+    switch (tag) {
+    case tag::shim_ref:
+    case tag::patch_ref:
+    case tag::layer:
+    case tag::msi_transform_ref:
+    case tag::flag_ref:
+    case tag::context_ref:
+    case tag::kshim_ref:
+    case tag::quirk_ref:
+    case tag::migration_data_ref:
+    case tag::matching_reg:
+    case tag::migration_shim_ref:
+        return true;
+    default:
+        return false;
+    }
+}
 
 // Tables over known tags are dense: a block of slots for each type, in a block first the low
 // numbers, then the few from 0x801 on. Every other tag has the last slot, which stays empty.

@@ -146,4 +146,12 @@ void line_end_markers(std::string& text)
     }
 }
 
+void keep_on_one_line(std::string& text)
+{
+    line_end_markers(text);
+    if (text.find('\r') != std::string::npos) {
+        text = replace_all(text, "\r", "[CR]");
+    }
+}
+
 } // namespace uni

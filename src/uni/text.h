@@ -57,4 +57,8 @@ void append_xml_escaped(std::string& out, std::string_view text);
 // An LF that opens the text is always "[LF]", whatever follows it.
 void line_end_markers(std::string& text);
 
+// The same for a field of a delimited row, which no line end may break: a CR that the markers leave
+// becomes "[CR]" too.
+void keep_on_one_line(std::string& text);
+
 } // namespace uni

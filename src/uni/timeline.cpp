@@ -296,19 +296,14 @@ void put_row_columns(text_buffer& out, const timeline_row& row, const timeline_w
 }
 
 // The text with the separator kept out of it.
+// Free of the separator, and on one line.
 std::string clean_field(std::string_view text, const timeline_writer& writer)
 {
     std::string clean(text);
     if (writer.field_char_from != '\0' && writer.field_char_to != '\0') {
         replace_char(clean, writer.field_char_from, writer.field_char_to);
     }
-    return clean;
-}
-
-std::string clean_line(std::string_view text, const timeline_writer& writer)
-{
-    std::string clean = clean_field(text, writer);
-    line_end_markers(clean);
+    keep_on_one_line(clean);
     return clean;
 }
 
@@ -345,17 +340,17 @@ void put_extended_columns(text_buffer& out, const timeline_writer& writer)
 void put_record_columns(text_buffer& out, const timeline_writer& writer)
 {
     const std::string columns[] = {clean_field(writer.short_text, writer),
-                                   clean_line(writer.desc_text, writer),
+                                   clean_field(writer.desc_text, writer),
                                    std::to_string(writer.version),
                                    clean_field(writer.filename, writer),
                                    writer.inode_text,
-                                   clean_line(writer.notes_text, writer),
+                                   clean_field(writer.notes_text, writer),
                                    writer.format_text};
     for (const std::string& column : columns) {
         out.text(column);
         out.text(writer.csv_separator);
     }
-    out.text(clean_line(writer.extra_text, writer));
+    out.text(clean_field(writer.extra_text, writer));
     if (writer.extended) {
         put_extended_columns(out, writer);
     }

@@ -80,8 +80,12 @@ std::wstring absolute_form(std::wstring_view path)
 
 std::wstring long_path_form(std::wstring_view path)
 {
+    constexpr std::wstring_view share_prefix = L"\\\\";
     if (path.starts_with(long_prefix)) {
         return std::wstring(path);
+    }
+    if (path.starts_with(share_prefix)) {
+        return std::wstring(long_prefix) + L"UNC\\" + std::wstring(path.substr(2));
     }
     if (path.size() > 2 && path[1] != L':') {
         const std::wstring absolute = absolute_form(path);

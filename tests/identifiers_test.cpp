@@ -1,0 +1,193 @@
+#include "report/identifiers.h"
+
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "report/listings.h"
+#include "sdb/tags.h"
+#include "support/sdb_builder.h"
+
+namespace {
+
+namespace tag = sdb::tag;
+using test_support::node;
+using test_support::sdb_builder;
+
+class text_sink : public uni::output_sink {
+public:
+    std::string gathered;
+
+private:
+    bool write_block(std::string_view block) override
+    {
+        gathered += block;
+        return true;
+    }
+};
+
+// A GUID text that ends in a number.
+std::string id(int number)
+{
+    const std::string digits = std::to_string(number);
+    return "abcdef00-0000-0000-0000-" + std::string(12 - digits.size(), '0') + digits;
+}
+
+std::string report_of(sdb_builder& b, front::sdb_opts& options)
+{
+    const test_support::bytes image = b.build();
+    sdb::sdb_database database;
+    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    options.xml = false;
+    options.csv_separator = "|";
+    options.current_path = "a.sdb";
+    text_sink out;
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(report::run_database_report(out, database, options));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    out.flush();
+    return out.gathered;
+}
+
+std::string identifiers(sdb_builder& b)
+{
+    front::sdb_opts options;
+    options.list_guids = true;
+    return report_of(b, options);
+}
+
+TEST(identifiers, a_database_without_any_gives_nothing_at_all)
+{
+    sdb_builder b;
+    b.add(b.list(tag::exe, {b.text(tag::name, "x"), b.binary(tag::exe_id, {1, 2, 3})}));
+    EXPECT_EQ(identifiers(b), "");
+}
+
+TEST(identifiers, tables_are_told_by_the_tag_and_rows_come_in_ascending_order)
+{
+    sdb_builder b;
+    b.add({b.text(tag::name, "The database"), b.guid(tag::database_id, id(7))});
+    b.add(b.list(tag::library,
+                 {b.list(tag::shim, {b.text(tag::name, "fix"), b.guid(tag::fix_id, id(30))}),
+                  b.list(tag::shim, {b.text(tag::name, "Fix 2"), b.guid(tag::fix_id, id(4))})}));
+    b.add(b.list(tag::exe,
+                 {b.text(tag::name, "\"x\".exe"), b.text(tag::app_name, "X|1"),
+                  b.guid(tag::exe_id, id(9)), b.guid(tag::app_id, id(8)), b.guid(0x9abc, id(3))}));
+    b.add(b.list(tag::exe, {b.guid(tag::exe_id, id(1)), b.text(tag::app_name, "only an app")}));
+    EXPECT_EQ(identifiers(b), "Exe ID's [a.sdb]\n" + id(1) + "|exe_id|\n" + id(9) +
+                                  "|exe_id|\"x\".exe\n\n"
+                                  "App ID's [a.sdb]\n" +
+                                  id(8) +
+                                  "|app_id|X|1\n\n"
+                                  "Fix ID's [a.sdb]\n" +
+                                  id(4) + "|fix_id|Fix 2\n" + id(30) +
+                                  "|fix_id|fix\n\n"
+                                  "Other ID's [a.sdb]\n" +
+                                  id(3) + "|tag_39612|\"x\".exe\n" + id(7) +
+                                  "|database_id|The database\n\n");
+}
+
+TEST(identifiers, one_that_stands_twice_is_listed_under_its_first_tag)
+{
+    for (const bool app_first : {true, false}) {
+        sdb_builder b;
+        const node app = b.list(tag::exe, {b.text(tag::name, "n1"), b.text(tag::app_name, "a1"),
+                                           b.guid(tag::app_id, id(1))});
+        const node exe = b.list(tag::exe, {b.text(tag::name, "n2"), b.text(tag::app_name, "a2"),
+                                           b.guid(tag::exe_id, id(1))});
+        b.add(app_first ? app : exe);
+        b.add(app_first ? exe : app);
+        EXPECT_EQ(identifiers(b), app_first ? "App ID's [a.sdb]\n" + id(1) + "|app_id|a1\n\n"
+                                            : "Exe ID's [a.sdb]\n" + id(1) + "|exe_id|n2\n\n");
+    }
+}
+
+TEST(identifiers, names_come_from_the_first_group_of_the_list_that_starts_last_before)
+{
+    const std::tuple<const char*, std::function<std::vector<node>(sdb_builder&)>, std::string>
+        cases[] = {
+            {"the first name",
+             [](sdb_builder& b) {
+                 return std::vector{b.guid(tag::exe_id, id(1)), b.text(tag::name, "first"),
+                                    b.text(tag::name, "second")};
+             },
+             "first"},
+            {"a first name that leads nowhere",
+             [](sdb_builder& b) {
+                 return std::vector{b.guid(tag::exe_id, id(1)), b.string_ref(tag::name, 0xfff0),
+                                    b.text(tag::name, "second")};
+             },
+             ""},
+            {"a name behind a list",
+             [](sdb_builder& b) {
+                 return std::vector{b.guid(tag::exe_id, id(1)),
+                                    b.list(tag::data, {b.text(tag::name, "inner")}),
+                                    b.text(tag::name, "outer")};
+             },
+             "outer"},
+            {"behind a list that has ended",
+             [](sdb_builder& b) {
+                 return std::vector{b.text(tag::name, "outer"),
+                                    b.list(tag::data, {b.text(tag::name, "inner")}),
+                                    b.guid(tag::exe_id, id(1))};
+             },
+             "inner"},
+            {"behind an empty list",
+             [](sdb_builder& b) {
+                 return std::vector{b.text(tag::name, "outer"), b.list(tag::data, {}),
+                                    b.guid(tag::exe_id, id(1))};
+             },
+             "outer"},
+            {"a name in a list alone",
+             [](sdb_builder& b) {
+                 return std::vector{b.guid(tag::exe_id, id(1)),
+                                    b.list(tag::data, {b.text(tag::name, "inner")})};
+             },
+             ""},
+        };
+    for (const auto& [what, children, name] : cases) {
+        sdb_builder b;
+        b.add(b.list(tag::exe, children(b)));
+        EXPECT_EQ(identifiers(b), "Exe ID's [a.sdb]\n" + id(1) + "|exe_id|" + name + "\n\n")
+            << what;
+    }
+}
+
+TEST(identifiers, a_pending_search_takes_names_away_but_no_rows)
+{
+    sdb_builder b;
+    b.add({b.list(tag::exe, {b.text(tag::name, "one"), b.guid(tag::exe_id, id(1))}),
+           b.list(tag::exe, {b.text(tag::name, "two"), b.guid(tag::exe_id, id(2))})});
+    b.table_text("end");
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"one", "one", ""}, {"two", "", "two"}, {"o", "one", "two"}, {"zz", "", ""}};
+    for (const auto& [text, first, second] : cases) {
+        front::sdb_opts options;
+        options.list_guids = true;
+        options.find_strings_list = {text};
+        EXPECT_EQ(report_of(b, options), "Exe ID's [a.sdb]\n" + id(1) + "|exe_id|" + first + "\n" +
+                                             id(2) + "|exe_id|" + second + "\n\n");
+    }
+}
+
+TEST(identifiers, the_string_table_is_listed_wherever_its_strings_stand)
+{
+    sdb_builder b;
+    b.lead(b.string(tag::stringtable_item, "before the database"));
+    b.add(
+        b.list(tag::exe, {b.text(tag::name, "second"), b.string(tag::stringtable_item, "first")}));
+    b.add(b.text_units(tag::name, std::u16string_view(u"cut\0off", 7)));
+    b.table_text("\xd1\x87\xd0\xb5\n");
+    b.table_bytes(test_support::bytes{0x01, 0x88, 0, 0, 0, 0});
+    b.table_text("the last one");
+    b.trail(b.with_size(tag::stringtable_item, 200, {'x', 0})); // reaches beyond the end
+    front::sdb_opts options;
+    options.list_stringtable = true;
+    EXPECT_EQ(report_of(b, options), "first\nsecond\ncut\n\xd1\x87\xd0\xb5\n\n\nthe last one\n\n");
+
+    sdb_builder bare;
+    bare.without_string_table().add(bare.null(tag::general));
+    EXPECT_EQ(report_of(bare, options), "\n");
+}
+
+} // namespace
