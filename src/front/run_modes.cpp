@@ -32,7 +32,7 @@ std::string_view missing_report(const sdb_opts& options)
     if (options.match_mode) {
         return "-match";
     }
-    return options.reg_given ? "-reg" : "";
+    return options.reg_given && (options.stats || options.list_sdb) ? "-reg" : "";
 }
 
 bool is_list_form(const sdb_opts& options)

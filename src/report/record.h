@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "front/sdb_opts.h"
-#include "sdb/child_relation.h"
 #include "sdb/database.h"
+#include "sdb/tag_table.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/large_vector.h"
@@ -77,7 +77,7 @@ private:
     bool is_on_chain(std::uint32_t ordinal) const;
 
     const sdb::sdb_database& database_;
-    const sdb::child_relation* relation_ = nullptr; // asked for with the first record
+    const sdb::tag_table* relation_ = nullptr; // asked for with the first record
     uni::large_vector<record_item> bodies_;
     uni::large_vector<record_item> references_;
     std::size_t own_count_ = 0;

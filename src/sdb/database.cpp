@@ -18,6 +18,8 @@ namespace sdb {
 namespace {
 
 constexpr std::uint64_t index_entry_size = 12;
+// What a tag takes of an image on average, roughly; only a guess for how many to expect.
+constexpr std::uint64_t usual_tag_bytes = 8;
 
 // Bytes from a tag to the next, given the u32 behind its tag word.
 std::uint64_t step_over(std::uint16_t tag, std::uint32_t word)
@@ -70,10 +72,8 @@ void sdb_database::clear()
     indexes_offset_ = database_offset_ = library_offset_ = 0;
     string_table_offset_ = string_table_size_ = 0;
     last_index_key_ = 0;
-    tags_.clear();
     ordinal_by_offset_.clear();
-    children_ = {};
-    lists_.clear();
+    tags_ = {};
     raw_indexes_.clear();
     leading_referrers_.clear();
     *lazy_ = {};
@@ -129,12 +129,11 @@ sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
     }
     version_major_ = head.u32(0);
     version_minor_ = head.u32(4);
-    tags_.reserve(image_.size() / 8);
     ordinal_by_offset_.reset(image_.size());
-    children_.reset(tags_.capacity());
+    tags_.reset(image_.size() / usual_tag_bytes);
     scan_recorded_part(scan_leading_part());
     ordinal_by_offset_.finish();
-    children_.finish();
+    tags_.finish();
     options.last_index_key = last_index_key_;
     loaded_ = true;
     return scan_outcome::scanned;
@@ -237,12 +236,10 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
         if (is_known_type(tag_type(tag))) [[likely]] {
             const auto offset = static_cast<std::uint32_t>(position);
             if (tag_type(tag) == type::list) {
-                lists_.push_back(tag_count());
                 note_list(position, tag);
             }
-            tags_.push_back({offset, tag});
             ordinal_by_offset_.add(offset);
-            children_.add(tag, word);
+            tags_.add(offset, tag, word);
         }
         position += step_over(tag, word);
     }
@@ -274,26 +271,25 @@ uni::large_vector<std::uint32_t> sdb_database::ordinals_of_type(std::uint16_t ty
 {
     uni::large_vector<std::uint32_t> ordinals;
     for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-        if (tag_type(tags_[ordinal].tag) == type_bits) {
+        if (tag_type(tag_at(ordinal)) == type_bits) {
             ordinals.push_back(ordinal);
         }
     }
     return ordinals;
 }
 
-tag_ordinals
-sdb_database::sort_by_tag(const uni::large_vector<std::uint32_t>& ordinals_of_one_type) const
+tag_ordinals sdb_database::sort_by_tag(std::span<const std::uint32_t> ordinals_of_one_type) const
 {
     tag_ordinals sorted;
     sorted.starts.resize(number_mask + std::size_t{2});
     for (const std::uint32_t ordinal : ordinals_of_one_type) {
-        ++sorted.starts[(tags_[ordinal].tag & number_mask) + 1u];
+        ++sorted.starts[(tag_at(ordinal) & number_mask) + 1u];
     }
     std::partial_sum(sorted.starts.begin(), sorted.starts.end(), sorted.starts.begin());
     sorted.ordinals.resize(ordinals_of_one_type.size());
     std::vector<std::uint32_t> next = sorted.starts;
     for (const std::uint32_t ordinal : ordinals_of_one_type) {
-        sorted.ordinals[next[tags_[ordinal].tag & number_mask]++] = ordinal;
+        sorted.ordinals[next[tag_at(ordinal) & number_mask]++] = ordinal;
     }
     return sorted;
 }
@@ -302,7 +298,7 @@ std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) 
 {
     std::optional<tag_ordinals>& index = lazy_->by_type[tag >> 12];
     if (!index) {
-        index = tag_type(tag) == type::list ? sort_by_tag(lists_)
+        index = tag_type(tag) == type::list ? sort_by_tag(lists())
                                             : sort_by_tag(ordinals_of_type(tag_type(tag)));
     }
     const std::uint32_t first = index->starts[tag & number_mask];
@@ -352,7 +348,7 @@ const std::vector<guid_item>& sdb_database::guid_items() const
     if (!lazy_->guids) {
         std::vector<guid_item> found;
         for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-            if (tag_type(tags_[ordinal].tag) != type::binary_) {
+            if (tag_type(tag_at(ordinal)) != type::binary_) {
                 continue;
             }
             const sdb_tag_item item = item_at(ordinal);
@@ -428,10 +424,11 @@ sdb_database::string_referrers(std::span<const std::uint32_t> references) const
             offsets.push_back(offset);
         }
     }
-    for (const tag_row& row : tags_) {
-        if (tag_type(row.tag) == type::stringref && is_wanted(word_behind(row.offset)) &&
-            image().contains(row.offset, tag_header)) {
-            offsets.push_back(row.offset);
+    for (std::uint32_t ordinal = 0; ordinal < tag_count(); ++ordinal) {
+        const std::uint32_t offset = offset_at(ordinal);
+        if (tag_type(tag_at(ordinal)) == type::stringref && is_wanted(word_behind(offset)) &&
+            image().contains(offset, tag_header)) {
+            offsets.push_back(offset);
         }
     }
     return offsets;
@@ -445,7 +442,7 @@ bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
     if (!loaded_ || !parent) {
         return false;
     }
-    const child_relation& relation = children();
+    const tag_table& relation = children();
     relation.for_each_child(*parent, [&](std::uint32_t child) {
         const sdb_tag_item item = item_at(child);
         const bool is_list = tag_type(item.tag) == type::list;
@@ -473,7 +470,7 @@ bool sdb_database::find_enclosing_list(std::uint32_t& result, std::uint32_t offs
         return false;
     }
     const std::optional<std::uint32_t> ordinal = ordinal_of(offset);
-    const child_relation& relation = children();
+    const tag_table& relation = children();
     std::optional<std::uint32_t> found;
     if (!want_parent) {
         found = ordinal && relation.has_children(*ordinal)

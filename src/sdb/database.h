@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "front/sdb_opts.h"
-#include "sdb/child_relation.h"
 #include "sdb/tag_index.h"
+#include "sdb/tag_table.h"
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
 #include "uni/guid.h"
@@ -149,9 +149,9 @@ public:
     std::uint32_t string_table_size() const noexcept { return string_table_size_; }
 
     // Recorded tags, counted by ordinal in file order.
-    std::uint32_t tag_count() const noexcept { return static_cast<std::uint32_t>(tags_.size()); }
-    std::uint16_t tag_at(std::uint32_t ordinal) const noexcept { return tags_[ordinal].tag; }
-    std::uint32_t offset_at(std::uint32_t ordinal) const noexcept { return tags_[ordinal].offset; }
+    std::uint32_t tag_count() const noexcept { return tags_.size(); }
+    std::uint16_t tag_at(std::uint32_t ordinal) const noexcept { return tags_.tag(ordinal); }
+    std::uint32_t offset_at(std::uint32_t ordinal) const noexcept { return tags_.offset(ordinal); }
     std::optional<std::uint32_t> ordinal_of(std::uint64_t offset) const noexcept
     {
         return ordinal_by_offset_.ordinal_of(offset);
@@ -162,7 +162,7 @@ public:
         return ordinal_by_offset_.count_below(offset);
     }
     // The tag of that ordinal, decoded; `indexed` is left out, is_indexed() answers it.
-    sdb_tag_item item_at(std::uint32_t ordinal) const { return decode(tags_[ordinal].offset); }
+    sdb_tag_item item_at(std::uint32_t ordinal) const { return decode(offset_at(ordinal)); }
     // The u32 behind the tag word at `offset`: a dword's value, a reference, or a size word.
     std::uint32_t word_behind(std::uint32_t offset) const noexcept
     {
@@ -171,10 +171,10 @@ public:
     // The size word of the list of that ordinal; 0 for any other tag.
     std::uint32_t list_size_at(std::uint32_t ordinal) const noexcept
     {
-        return tag_type(tags_[ordinal].tag) == type::list ? word_behind(tags_[ordinal].offset) : 0;
+        return tag_type(tag_at(ordinal)) == type::list ? word_behind(offset_at(ordinal)) : 0;
     }
     // Ordinals of all lists, ascending.
-    std::span<const std::uint32_t> lists() const noexcept { return lists_; }
+    std::span<const std::uint32_t> lists() const noexcept { return tags_.lists(); }
     // The payload of the string or binary at `offset`, as far as it exists.
     uni::byte_view payload_at(std::uint32_t offset) const noexcept
     {
@@ -223,13 +223,9 @@ public:
     // With `want_parent`, the list around the list at `offset`. One around whose list the relation
     // has only its very first row has no parent here: meant.
     bool find_enclosing_list(std::uint32_t& result, std::uint32_t offset, bool want_parent) const;
-    const child_relation& children() const noexcept { return children_; }
+    const tag_table& children() const noexcept { return tags_; }
 
 private:
-    struct tag_row {
-        std::uint32_t offset;
-        std::uint16_t tag;
-    };
     // An index list as the scan met it, its entries not decoded yet.
     struct raw_index {
         sdb_index_record record;
@@ -273,7 +269,7 @@ private:
     }
     searchable_strings read_string_table() const;
     uni::large_vector<std::uint32_t> ordinals_of_type(std::uint16_t type_bits) const;
-    tag_ordinals sort_by_tag(const uni::large_vector<std::uint32_t>& ordinals_of_one_type) const;
+    tag_ordinals sort_by_tag(std::span<const std::uint32_t> ordinals_of_one_type) const;
 
     bool loaded_ = false;
     uni::byte_vector image_;
@@ -285,10 +281,8 @@ private:
     std::uint32_t string_table_offset_ = 0;
     std::uint32_t string_table_size_ = 0;
     std::uint16_t last_index_key_ = 0;
-    uni::large_vector<tag_row> tags_;
+    tag_table tags_;
     tag_index ordinal_by_offset_;
-    child_relation children_;
-    uni::large_vector<std::uint32_t> lists_; // ordinals of the list tags
     std::vector<raw_index> raw_indexes_;
     // String references before the database list: reference and tag offset.
     std::vector<std::pair<std::uint32_t, std::uint32_t>> leading_referrers_;

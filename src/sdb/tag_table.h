@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "sdb/tags.h"
@@ -10,7 +11,7 @@
 
 namespace sdb {
 
-// Which tags stand in which list, by ordinal.
+// All recorded tags in file order, by ordinal, and which of them stand in which list.
 //
 // The relation follows the described way of charging a list's size with its children, oddities
 // included: a binary's pad byte is not charged, and a list ends when less than 2 bytes of it are
@@ -19,37 +20,46 @@ namespace sdb {
 //
 // Whatever the sizes say, lists close in the order of a stack, so that the tags in a list and in
 // its lists are one run of ordinals, and a tag's children are found by stepping over their runs.
-class child_relation {
+class tag_table {
 public:
-    // To be built by the scan: reset(), then add() for each tag in file order with the u32 behind
+    // To be filled by the scan: reset(), then add() for each tag in file order with the u32 behind
     // its tag word, then finish().
     void reset(std::size_t expected_tags);
-    void add(std::uint16_t tag, std::uint32_t word)
+    void add(std::uint32_t offset, std::uint16_t tag, std::uint32_t word)
     {
-        const auto ordinal = static_cast<std::uint32_t>(ends_.size());
-        depths_.push_back(depth_);
-        ends_.push_back(ordinal + 1);
+        const std::uint32_t ordinal = size();
+        rows_.push_back({offset, ordinal + 1, tag, depth_});
         top_.remaining -= charge_of(tag, word);
-        if (tag_type(tag) == type::list && word != 0) {
-            around_.push_back(top_);
-            top_ = {ordinal, word, word};
-            ++depth_;
-        } else if (top_.remaining < 2) [[unlikely]] {
+        if (tag_type(tag) == type::list) {
+            lists_.push_back(ordinal);
+            if (word != 0) {
+                around_.push_back(top_);
+                top_ = {ordinal, word, word};
+                ++depth_;
+                return;
+            }
+        }
+        if (top_.remaining < 2) [[unlikely]] {
             close_finished(ordinal + 1);
         }
     }
     void finish();
 
+    std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(rows_.size()); }
+    std::uint32_t offset(std::uint32_t ordinal) const noexcept { return rows_[ordinal].offset; }
+    std::uint16_t tag(std::uint32_t ordinal) const noexcept { return rows_[ordinal].tag; }
     // Nesting depth: the children of a root list have depth 2. Wraps in 16 bits.
-    std::uint16_t depth(std::uint32_t ordinal) const noexcept { return depths_[ordinal]; }
+    std::uint16_t depth(std::uint32_t ordinal) const noexcept { return rows_[ordinal].depth; }
     // The first ordinal behind a tag and all that stands in it.
-    std::uint32_t end(std::uint32_t ordinal) const noexcept { return ends_[ordinal]; }
-    bool has_children(std::uint32_t ordinal) const noexcept { return ends_[ordinal] > ordinal + 1; }
+    std::uint32_t end(std::uint32_t ordinal) const noexcept { return rows_[ordinal].end; }
+    bool has_children(std::uint32_t ordinal) const noexcept { return end(ordinal) > ordinal + 1; }
+    // Ordinals of all lists, ascending.
+    std::span<const std::uint32_t> lists() const noexcept { return lists_; }
 
     template <typename action>
     void for_each_child(std::uint32_t list, action&& act) const
     {
-        for (std::uint32_t child = list + 1; child < ends_[list]; child = ends_[child]) {
+        for (std::uint32_t child = list + 1; child < end(list); child = end(child)) {
             act(child);
         }
     }
@@ -62,6 +72,13 @@ public:
     std::optional<std::uint32_t> list_around(std::uint32_t list) const;
 
 private:
+    struct row {
+        std::uint32_t offset;
+        std::uint32_t end;
+        std::uint16_t tag;
+        std::uint16_t depth;
+    };
+
     static constexpr std::uint32_t no_list = 0xffffffff;
     struct open_list {
         std::uint32_t ordinal;
@@ -87,7 +104,7 @@ private:
         friend auto operator<=>(const keyed_list&, const keyed_list&) = default;
     };
 
-    const std::vector<std::uint32_t>& lists() const;
+    const std::vector<std::uint32_t>& lists_with_children() const;
     const std::vector<keyed_list>& lists_by_depth() const;
 
     // While the scan runs: the innermost open list, those around it, and the depth of what stands in
@@ -96,9 +113,9 @@ private:
     std::vector<open_list> around_;
     std::uint16_t depth_ = 1;
 
-    uni::large_vector<std::uint16_t> depths_;
-    uni::large_vector<std::uint32_t> ends_;
-    mutable std::optional<std::vector<std::uint32_t>> lists_;
+    uni::large_vector<row> rows_;
+    uni::large_vector<std::uint32_t> lists_;
+    mutable std::optional<std::vector<std::uint32_t>> lists_with_children_;
     mutable std::optional<std::vector<keyed_list>> lists_by_depth_;
 };
 
