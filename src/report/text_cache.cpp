@@ -26,29 +26,31 @@ std::size_t text_cache::most_text() const
 void text_cache::begin_record()
 {
     if (slots_.empty() || texts_.size() > most_text()) {
-        slots_.assign(slot_count(), entry());
+        slots_.assign(slot_count(), slot());
         texts_.clear();
     }
 }
 
-void text_cache::convert(entry& slot, std::uint32_t reference)
+text_cache::entry text_cache::convert(slot& place, std::uint32_t reference)
 {
     constexpr std::uint64_t longest_kept = 1024;
-    slot = {};
-    slot.reference = reference;
-    slot.is_used = true;
     const uni::byte_view stored = database_.string_bytes(reference);
+    entry found;
+    found.reference = reference;
     if (stored.size() > longest_kept || texts_.size() > most_text()) {
-        return;
+        return found;
     }
-    const std::size_t start = texts_.size();
+    const std::size_t start = texts_.size() + sizeof(std::uint32_t);
     texts_.resize(start + uni::stored_text_room(stored.size()));
-    char* const end = uni::put_stored_utf16(texts_.data() + start, stored, slot.plain);
-    const auto behind = static_cast<std::size_t>(end - texts_.data());
-    texts_.resize(behind);
-    slot.position = static_cast<std::uint32_t>(start);
-    slot.length = static_cast<std::uint32_t>(behind - start);
-    slot.is_kept = true;
+    char* const end = uni::put_stored_utf16(texts_.data() + start, stored, found.plain);
+    texts_.resize(static_cast<std::size_t>(end - texts_.data()));
+    found.position = static_cast<std::uint32_t>(start);
+    found.length = static_cast<std::uint32_t>(texts_.size() - start);
+    found.is_kept = true;
+    const std::uint32_t facts = found.length << 1 | (found.plain ? 1 : 0);
+    std::memcpy(texts_.data() + start - sizeof facts, &facts, sizeof facts);
+    place = {reference, found.position};
+    return found;
 }
 
 } // namespace report

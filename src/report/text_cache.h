@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "sdb/database.h"
@@ -19,7 +20,6 @@ public:
         std::uint32_t reference = 0;
         std::uint32_t position = 0;
         std::uint32_t length = 0;
-        bool is_used = false;
         bool is_kept = false; // otherwise the text is too long to keep, or there are too many
         bool plain = false;
     };
@@ -29,11 +29,14 @@ public:
     void begin_record();
     entry look_up(std::uint32_t reference)
     {
-        entry& slot = slots_[hash(reference) & (slots_.size() - 1)];
-        if (!slot.is_used || slot.reference != reference) [[unlikely]] {
-            convert(slot, reference);
+        slot& found = slots_[hash(reference) & (slots_.size() - 1)];
+        if (found.position == 0 || found.reference != reference) [[unlikely]] {
+            return convert(found, reference);
         }
-        return slot;
+        // Reading this fetches the text's first bytes, too, long before they are written.
+        std::uint32_t facts;
+        std::memcpy(&facts, texts_.data() + found.position - sizeof facts, sizeof facts);
+        return {reference, found.position, facts >> 1, true, (facts & 1) != 0};
     }
     // The text of an entry that is kept; empty for a reference that leads nowhere. Good until the
     // next look-up.
@@ -43,16 +46,23 @@ public:
     }
 
 private:
+    // Where the text of a reference stands in texts_, 0 for none. Four bytes stand in front of it:
+    // its length, doubled, and one more if it is plain.
+    struct slot {
+        std::uint32_t reference = 0;
+        std::uint32_t position = 0;
+    };
+
     static std::size_t hash(std::uint32_t reference) noexcept
     {
         return (reference * std::uint32_t{0x9e3779b1}) >> 12;
     }
     std::size_t slot_count() const;
     std::size_t most_text() const;
-    void convert(entry& slot, std::uint32_t reference);
+    entry convert(slot& place, std::uint32_t reference);
 
     const sdb::sdb_database& database_;
-    uni::large_vector<entry> slots_;
+    uni::large_vector<slot> slots_;
     uni::large_vector<char> texts_;
 };
 

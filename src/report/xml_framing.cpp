@@ -186,14 +186,17 @@ void xml_record_writer::collect_entries(const record_groups& groups)
     references_.resize(count);
     entry* next = entries_.data();
     std::size_t references = 0;
+    std::size_t children = 0;
     for (std::size_t group = 0; group < groups.size(); ++group) {
         for (const record_item& item : groups[group]) {
             next->item = item;
+            children += is_child_element(item.tag) ? 1 : 0;
             references_[references] = next;
             references += sdb::tag_type(item.tag) == type::stringref ? 1 : 0;
             ++next;
         }
     }
+    record_has_children_ = children != 0;
     texts_.begin_record();
     for (std::size_t i = 0; i < references; ++i) {
         entry& one = *references_[i];
@@ -220,8 +223,10 @@ void xml_record_writer::write_group(entries group, bool has_nested)
     const record_item& head = group.front().item;
     close_down_to(head.depth);
     cdata_children_.clear();
-    const auto children = std::ranges::count_if(
-        group, [](const entry& one) { return is_child_element(one.item.tag); });
+    const auto children =
+        !record_has_children_ ? 0 : std::ranges::count_if(group, [](const entry& one) {
+            return is_child_element(one.item.tag);
+        });
     has_tag_children_ = children != 0;
     self_closed_ = !has_nested && !has_tag_children_;
     open_.push_back({head.depth, head.tag, {}});

@@ -78,6 +78,7 @@ private:
     text_cache texts_;
     uni::large_vector<entry> entries_;
     uni::large_vector<entry*> references_;
+    bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
     std::vector<const entry*> cdata_children_;
     uni::text_buffer aside_;
