@@ -165,7 +165,8 @@ TEST_F(database, what_the_images_end_cuts_off_keeps_the_bytes_that_exist)
         EXPECT_EQ(db.tag_count(), 3u);
         const auto number = static_cast<std::uint16_t>(tail[0] | tail[1] << 8);
         EXPECT_EQ(value_at(b.offset_of(cut), number, size), value);
-        EXPECT_EQ(db.string_referrers(offsets{6}), offsets{}) << "a reference cut short refers to nothing";
+        EXPECT_EQ(db.string_referrers(offsets{6}), offsets{})
+            << "a reference cut short refers to nothing";
     }
 }
 

@@ -104,7 +104,7 @@ struct system_time {
 // Reads a date and a time of day.
 //
 // `field_order` has a letter D, M or Y for each part of the date, as in "YMD"; `separator` stands
-// between the parts. A month may be an English name, of which the first three letters count. Parts
+// between them. A month may be an English name, of which the first three letters count. Parts
 // take the forms of read_u32_auto. The time is "hh", "hh:mm" or "hh:mm:ss.fff" with "am" or "pm"
 // anywhere behind the hour; empty means midnight. "pm" adds 12 to any hour, 12 included.
 //
