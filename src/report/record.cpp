@@ -308,15 +308,15 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
     constexpr int longest_chain = 32;
     std::vector<reference> rest = all_references();
     for (int round = 0; round < longest_chain; ++round) {
-        const auto leads_to_hit = std::ranges::partition(
-            rest, [this](const reference& one) { return !spans_hit(one.target); });
-        if (leads_to_hit.empty()) {
+        const auto leads_to_hit =
+            std::partition(rest.begin(), rest.end(),
+                           [this](const reference& one) { return !spans_hit(one.target); });
+        if (leads_to_hit == rest.end()) {
             return;
         }
-        for (const reference& one : leads_to_hit) {
-            hits_.push_back(one.ordinal);
-        }
-        rest.erase(leads_to_hit.begin(), rest.end());
+        std::for_each(leads_to_hit, rest.end(),
+                      [this](const reference& one) { hits_.push_back(one.ordinal); });
+        rest.erase(leads_to_hit, rest.end());
         std::ranges::sort(hits_);
     }
     lets_all_pass_ = true;
@@ -389,7 +389,7 @@ bool record_collector::run_pending_search(front::sdb_opts& options)
             // No id is checked against the database: one that is no tag's place finds nothing.
             found = options.find_tagids_list;
             std::ranges::sort(found);
-            found.erase(std::ranges::unique(found).begin(), found.end());
+            found.erase(std::unique(found.begin(), found.end()), found.end());
         }
         const bool searched = !options.find_strings_list.empty() || !options.find_guid_text.empty();
         options.no_results = searched && found.empty();

@@ -15,7 +15,7 @@ namespace {
 void sort_unique(found_tags& tags)
 {
     std::ranges::sort(tags);
-    tags.erase(std::ranges::unique(tags).begin(), tags.end());
+    tags.erase(std::unique(tags.begin(), tags.end()), tags.end());
 }
 
 // The references of the strings whose text holds `wanted`, which is not empty.
@@ -39,7 +39,8 @@ bool value_holds(uni::byte_view value, std::span<const std::uint8_t> pattern)
 {
     bool found = false;
     for_each_patch_op(value, [&](const patch_op& op, std::uint64_t) {
-        found = !std::ranges::search(op.data.bytes(), pattern).empty();
+        const auto data = op.data.bytes();
+        found = std::search(data.begin(), data.end(), pattern.begin(), pattern.end()) != data.end();
         return !found;
     });
     return found;
