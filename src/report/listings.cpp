@@ -21,6 +21,21 @@ namespace tag = sdb::tag;
 
 constexpr std::string_view record_rule = "-------------------- ";
 
+// The tags of the lists that stand directly in a list.
+std::set<std::uint16_t> list_tags_in(const sdb::sdb_database& database, std::uint32_t list_offset)
+{
+    std::set<std::uint16_t> tags;
+    if (const auto list = database.ordinal_of(list_offset)) {
+        database.children().for_each_child(*list, [&](std::uint32_t child) {
+            const std::uint16_t tag = database.tag_at(child);
+            if (sdb::tag_type(tag) == sdb::type::list) {
+                tags.insert(tag);
+            }
+        });
+    }
+    return tags;
+}
+
 // Lists records tag by tag, each tag's followed by an empty line; answers whether there were any.
 bool list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
                const std::set<std::uint16_t>& tags)
@@ -63,36 +78,22 @@ bool list_single_tags(record_printer& printer, uni::output_sink& out, front::sdb
 
 std::set<std::uint16_t> application_tags(const sdb::sdb_database& database)
 {
-    std::set<std::uint16_t> tags;
-    std::vector<sdb::sdb_child_record> children;
-    database.child_records(children, database.database_offset());
-    for (const sdb::sdb_child_record& child : children) {
-        if (child.is_list && child.tag != tag::library && child.tag != tag::layer) {
-            tags.insert(child.tag);
-        }
-    }
+    std::set<std::uint16_t> tags = list_tags_in(database, database.database_offset());
+    tags.erase(tag::library);
+    tags.erase(tag::layer);
     return tags;
 }
 
 std::set<std::uint16_t> fix_tags(const sdb::sdb_database& database)
 {
+    const std::set<std::uint16_t> in_database = list_tags_in(database, database.database_offset());
     std::set<std::uint16_t> tags;
-    std::vector<sdb::sdb_child_record> children;
-    database.child_records(children, database.database_offset());
-    bool has_library = false;
-    for (const sdb::sdb_child_record& child : children) {
-        has_library = has_library || child.tag == tag::library;
-        if (child.tag == tag::layer) {
-            tags.insert(child.tag);
-        }
+    if (in_database.contains(tag::library)) {
+        tags = list_tags_in(database, database.library_offset());
+        tags.erase(tag::inexclude);
     }
-    if (has_library) {
-        database.child_records(children, database.library_offset());
-        for (const sdb::sdb_child_record& child : children) {
-            if (child.is_list && child.tag != tag::inexclude) {
-                tags.insert(child.tag);
-            }
-        }
+    if (in_database.contains(tag::layer)) {
+        tags.insert(tag::layer);
     }
     return tags;
 }
