@@ -9,6 +9,7 @@
 #include "report/listings.h"
 #include "sdb/tags.h"
 #include "support/sdb_builder.h"
+#include "support/text_sink.h"
 
 namespace {
 
@@ -17,18 +18,7 @@ using test_support::bytes;
 using test_support::match_op;
 using test_support::node;
 using test_support::sdb_builder;
-
-class text_sink : public uni::output_sink {
-public:
-    std::string gathered;
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        gathered += block;
-        return true;
-    }
-};
+using test_support::text_sink;
 
 void load(sdb::sdb_database& database, const bytes& image)
 {

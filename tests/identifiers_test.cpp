@@ -7,24 +7,14 @@
 #include "report/listings.h"
 #include "sdb/tags.h"
 #include "support/sdb_builder.h"
+#include "support/text_sink.h"
 
 namespace {
 
 namespace tag = sdb::tag;
 using test_support::node;
 using test_support::sdb_builder;
-
-class text_sink : public uni::output_sink {
-public:
-    std::string gathered;
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        gathered += block;
-        return true;
-    }
-};
+using test_support::text_sink;
 
 // A GUID text that ends in a number.
 std::string id(int number)

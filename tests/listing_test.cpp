@@ -6,6 +6,7 @@
 
 #include "sdb/tags.h"
 #include "support/sdb_builder.h"
+#include "support/text_sink.h"
 
 namespace {
 
@@ -13,19 +14,8 @@ namespace tag = sdb::tag;
 using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
+using test_support::text_sink;
 using setter = std::function<void(front::sdb_opts&)>;
-
-class text_sink : public uni::output_sink {
-public:
-    std::string gathered;
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        gathered += block;
-        return true;
-    }
-};
 
 struct report_result {
     std::string text;

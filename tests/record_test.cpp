@@ -8,6 +8,7 @@
 #include "report/listings.h"
 #include "sdb/tags.h"
 #include "support/sdb_builder.h"
+#include "support/text_sink.h"
 #include "uni/text.h"
 
 namespace {
@@ -16,19 +17,8 @@ namespace tag = sdb::tag;
 using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
+using test_support::text_sink;
 using records = std::vector<std::string>;
-
-class text_sink : public uni::output_sink {
-public:
-    std::string gathered;
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        gathered += block;
-        return true;
-    }
-};
 
 // "2:name=a.exe", or "2:exe" for what is no string reference, out of a line of a plain listing.
 std::string brief(std::string_view line)

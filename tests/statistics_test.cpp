@@ -11,6 +11,7 @@
 #include "report/record.h"
 #include "sdb/tags.h"
 #include "support/sample_database.h"
+#include "support/text_sink.h"
 
 namespace {
 
@@ -19,18 +20,7 @@ using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
 using test_support::target;
-
-class text_sink : public uni::output_sink {
-public:
-    std::string gathered;
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        gathered += block;
-        return true;
-    }
-};
+using test_support::text_sink;
 
 struct loaded_database {
     explicit loaded_database(const bytes& image)

@@ -13,9 +13,8 @@ namespace sdb {
 
 // All recorded tags in file order, by ordinal, and which of them stand in which list.
 //
-// The relation comes from charging a list's size with its children, oddities
-// included: a binary's pad byte is not charged, and a list ends when less than 2 bytes of it are
-// left. A list with two odd-sized binaries thus stays open too long and takes its next sibling for
+// The relation comes from charging a list's size with its children, oddities included: a binary's
+// pad byte is not charged, and a list ends when less than 2 bytes of it are left. A list with two odd-sized binaries thus stays open too long and takes its next sibling for
 // a child, and a list whose remainder wraps stays open to the end of the file. That is meant.
 //
 // Whatever the sizes say, lists close in the order of a stack, so that the tags in a list and in
@@ -67,8 +66,8 @@ public:
     // The last list with children whose ordinal lies below the given one.
     std::optional<std::uint32_t> list_before(std::uint32_t ordinal) const;
 
-    // The list around a list with children, found backward over the rows of the
-    // relation, to the first whose depth is one less; the relation's very first row never counts.
+    // The list around a list with children, found backward over the rows of the relation, to the
+    // first whose depth is one less; the relation's very first row never counts.
     std::optional<std::uint32_t> list_around(std::uint32_t list) const;
 
 private:
