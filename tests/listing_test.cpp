@@ -1,10 +1,12 @@
 #include "report/listings.h"
 
+#include <algorithm>
 #include <functional>
 
 #include <gtest/gtest.h>
 
 #include "sdb/tags.h"
+#include "support/large_database.h"
 #include "support/sdb_builder.h"
 #include "support/text_sink.h"
 
@@ -341,6 +343,72 @@ TEST(listing, binaries_that_are_child_elements)
   <file_bits binary="" />
  </patch>
 )");
+}
+
+// What the records with that tag read, printed one after the other.
+std::string one_by_one(const bytes& image, std::uint16_t tag, const setter& prepare)
+{
+    front::sdb_opts options;
+    sdb::sdb_database database;
+    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    prepare(options);
+    text_sink out;
+    report::record_printer printer(out, database, options);
+    for (const std::uint32_t ordinal : database.ordinals_by_tag(tag)) {
+        printer.print_record(database.offset_at(ordinal));
+    }
+    out.flush();
+    return out.gathered;
+}
+
+std::string all_at_once(const bytes& image, std::uint16_t tag, const setter& prepare)
+{
+    front::sdb_opts options;
+    sdb::sdb_database database;
+    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    prepare(options);
+    options.print_header = false;
+    text_sink out;
+    report::record_printer(out, database, options).list_records_by_tag(tag);
+    out.flush();
+    return out.gathered;
+}
+
+TEST(listing, long_listings_read_as_if_made_one_record_after_the_other)
+{
+    // A listing whose first records are passed over, so that no line has set the base of depths.
+    sdb_builder late;
+    // One whose records come to more items than a listing may have, and to long stretches of text.
+    sdb_builder swollen;
+    std::vector<node> items(4000);
+    std::ranges::generate(items, [&] { return swollen.null(tag::general); });
+    const node shim = swollen.list(tag::shim, items);
+    for (int i = 0; i < 700; ++i) {
+        const std::string name = "n" + std::to_string(i);
+        late.add(i < 300 ? late.list(tag::exe, {late.text(tag::name, name)})
+                         : late.list(tag::exe, {late.text(tag::name, name), late.null(tag::general),
+                                                late.null(tag::include)}));
+        swollen.add(swollen.list(
+            tag::exe, {swollen.text(tag::name, name), swollen.null(tag::general),
+                       swollen.list(tag::shim_ref, {swollen.reference(tag::shim_tagid, shim)})}));
+    }
+    swollen.add(swollen.list(tag::library, {shim}));
+    const setter forms[] = {
+        [](front::sdb_opts&) {},
+        [](front::sdb_opts& options) { options.xml = false; },
+    };
+    for (const setter& form : forms) {
+        for (const bytes& image : {test_support::large_database(1 << 20, 1), late.build()}) {
+            const std::string listed = all_at_once(image, tag::exe, form);
+            EXPECT_GT(listed.size(), 10'000u);
+            EXPECT_TRUE(listed == one_by_one(image, tag::exe, form));
+        }
+    }
+    const bytes image = swollen.build();
+    const std::string listed = all_at_once(image, tag::exe, forms[0]);
+    EXPECT_TRUE(listed == one_by_one(image, tag::exe, forms[0]));
+    // The last records follow nothing any more.
+    EXPECT_LT(listed.size() - listed.rfind("n699"), 200u);
 }
 
 } // namespace

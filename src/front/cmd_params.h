@@ -42,7 +42,8 @@ struct window_end {
 struct cmd_params {
     cmd_params() : start_time(uni::now_filetime()) {}
     virtual ~cmd_params() = default;
-    cmd_params(const cmd_params&) = delete;
+    // A copy shares the log.
+    cmd_params(const cmd_params&) = default;
     cmd_params& operator=(const cmd_params&) = delete;
 
     std::uint64_t start_time; // FILETIME ticks at construction
@@ -82,7 +83,7 @@ struct cmd_params {
     bool log_on = false;
     std::uint32_t log_level = 0;
     std::string log_path;
-    std::unique_ptr<uni::fileio> cmd_log;
+    std::shared_ptr<uni::fileio> cmd_log;
 
     bool profile = false;
     std::string signal_name;

@@ -1,6 +1,8 @@
 #include "report/listings.h"
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -10,6 +12,7 @@
 #include "sdb/finders.h"
 #include "sdb/tags.h"
 #include "uni/notice.h"
+#include "uni/ordered_work.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -20,18 +23,24 @@ namespace {
 namespace tag = sdb::tag;
 
 constexpr std::string_view record_rule = "-------------------- ";
+// Long listings are made by several threads, that many records at a time.
+constexpr std::size_t stretch_records = 128;
+constexpr std::size_t fewest_stretches = 4;
+
+std::span<const std::uint32_t> stretch_of(std::span<const std::uint32_t> ordinals,
+                                          std::size_t number)
+{
+    const auto rest = ordinals.subspan(number * stretch_records);
+    return rest.first(std::min(stretch_records, rest.size()));
+}
 
 // The tags of the lists that stand directly in a list.
 std::set<std::uint16_t> list_tags_in(const sdb::sdb_database& database, std::uint32_t list_offset)
 {
     std::set<std::uint16_t> tags;
     if (const auto list = database.ordinal_of(list_offset)) {
-        database.children().for_each_child(*list, [&](std::uint32_t child) {
-            const std::uint16_t tag = database.tag_at(child);
-            if (sdb::tag_type(tag) == sdb::type::list) {
-                tags.insert(tag);
-            }
-        });
+        database.children().for_each_list_in(
+            *list, [&](const sdb::tag_table::list_row& child) { tags.insert(child.tag); });
     }
     return tags;
 }
@@ -142,6 +151,130 @@ bool record_printer::print_record(std::uint32_t tag_offset)
     return true;
 }
 
+bool record_printer::print_records(std::span<const std::uint32_t> ordinals)
+{
+    const bool are_lists =
+        !ordinals.empty() && sdb::tag_type(database_.tag_at(ordinals.front())) == sdb::type::list;
+    bool printed = false;
+    for (const std::uint32_t ordinal : ordinals) {
+        if (options_.no_results) {
+            break;
+        }
+        if (!are_lists || !collector_.rules_out(ordinal)) {
+            printed |= print_record(database_.offset_at(ordinal));
+        }
+    }
+    return printed;
+}
+
+namespace {
+
+// A stretch of a long listing, made ahead of its turn.
+struct stretch {
+    uni::text_buffer text;
+    std::uint64_t items = 0; // counted as in sdb_opts::listed_items
+    bool has_overflowed = false;
+    bool began_in_hexadecimal = false; // sdb_opts::depths_in_hexadecimal before and behind it
+    bool ended_in_hexadecimal = false;
+    bool printed = false;
+};
+
+// Keeps a text up to some length; a longer one is of no use and is dropped.
+class bounded_text : public uni::text_buffer {
+public:
+    // Gives what was written since, and begins anew.
+    void hand_over(stretch& made)
+    {
+        swap(made.text);
+        clear();
+        made.has_overflowed = std::exchange(overflowed_, false);
+    }
+
+private:
+    void make_room(std::size_t count) final
+    {
+        constexpr std::size_t longest = 0x400000;
+        if (view().size() + count > longest) {
+            overflowed_ = true;
+            clear();
+        }
+        if (capacity() - view().size() < count) {
+            grow(count);
+        }
+    }
+
+    bool overflowed_ = false;
+};
+
+// Makes stretches on a thread of its own, with options of its own, since they change as it goes.
+class stretch_maker {
+public:
+    stretch_maker(const sdb::sdb_database& database, const front::sdb_opts& options,
+                  std::span<const std::uint32_t> ordinals,
+                  const std::atomic<std::uint64_t>& listed_items)
+        : options_(options), printer_(text_, database, options_), ordinals_(ordinals),
+          listed_items_(listed_items)
+    {}
+
+    void make(std::size_t number, stretch& made)
+    {
+        // At least that many were counted before, which bounds how far it can go astray.
+        const std::uint64_t before = listed_items_;
+        options_.listed_items = before;
+        made.began_in_hexadecimal = options_.depths_in_hexadecimal;
+        made.printed = printer_.print_records(stretch_of(ordinals_, number));
+        made.ended_in_hexadecimal = options_.depths_in_hexadecimal;
+        made.items = options_.listed_items - before;
+        text_.hand_over(made);
+    }
+
+private:
+    front::sdb_opts options_;
+    bounded_text text_;
+    record_printer printer_;
+    std::span<const std::uint32_t> ordinals_;
+    const std::atomic<std::uint64_t>& listed_items_;
+};
+
+} // namespace
+
+// Has the records printed by several threads, a stretch at a time, and takes the stretches in their
+// order. How a record looks depends on those before it in two ways: the limit of the listing's
+// items, and the base of depths, which the first line sets. Where a stretch was made on a wrong
+// guess about these it is made again, in its place.
+bool record_printer::print_stretches(std::span<const std::uint32_t> ordinals, std::size_t threads)
+{
+    database_.make_shared_indexes();
+    bool printed = print_records(stretch_of(ordinals, 0));
+    const std::size_t count = (ordinals.size() + stretch_records - 1) / stretch_records;
+    const std::uint64_t limit = record_expander::listing_limit(database_);
+    std::atomic<std::uint64_t> listed_items = options_.listed_items;
+    uni::ordered_work<stretch> work(1, count);
+    const bool started = work.start(threads, [&] {
+        auto maker = std::make_unique<stretch_maker>(database_, options_, ordinals, listed_items);
+        return [maker = std::move(maker)](std::size_t number, stretch& made) {
+            maker->make(number, made);
+        };
+    });
+    for (std::size_t number = 1; number < count; ++number) {
+        const stretch* const made = started ? &work.next() : nullptr;
+        if (!made || options_.listed_items + made->items > limit) {
+            work.stop();
+            return print_records(ordinals.subspan(number * stretch_records)) || printed;
+        }
+        if (made->has_overflowed || made->began_in_hexadecimal != options_.depths_in_hexadecimal) {
+            printed |= print_records(stretch_of(ordinals, number));
+        } else {
+            out_.text(made->text.view());
+            options_.listed_items += made->items;
+            options_.depths_in_hexadecimal = made->ended_in_hexadecimal;
+            printed |= made->printed;
+        }
+        listed_items = options_.listed_items;
+    }
+    return printed;
+}
+
 bool record_printer::list_records_by_tag(std::uint16_t tag)
 {
     const bool owns_document = options_.print_header && options_.xml;
@@ -149,13 +282,12 @@ bool record_printer::list_records_by_tag(std::uint16_t tag)
         write_xml_prologue(out_, options_);
     }
     options_.print_header = false;
-    bool printed = false;
-    for (const std::uint32_t ordinal : database_.ordinals_by_tag(tag)) {
-        if (options_.no_results) {
-            break;
-        }
-        printed |= print_record(database_.offset_at(ordinal));
-    }
+    const std::span<const std::uint32_t> ordinals = database_.ordinals_by_tag(tag);
+    const std::size_t threads = uni::ordered_work<int>::useful_threads();
+    const bool is_long = ordinals.size() >= fewest_stretches * stretch_records;
+    const bool printed = is_long && threads > 1 && !is_search_pending(options_)
+                             ? print_stretches(ordinals, threads)
+                             : print_records(ordinals);
     if (owns_document) {
         write_xml_closing(out_);
     }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <set>
+#include <span>
 
 #include "front/sdb_opts.h"
 #include "report/record.h"
@@ -19,7 +20,7 @@ bool run_database_report(uni::output_sink& out, const sdb::sdb_database& databas
 // Prints records of one database into one stream.
 class record_printer {
 public:
-    record_printer(uni::output_sink& out, const sdb::sdb_database& database,
+    record_printer(uni::text_buffer& out, const sdb::sdb_database& database,
                    front::sdb_opts& options)
         : out_(out), database_(database), options_(options), collector_(database),
           xml_writer_(out, database, options)
@@ -30,11 +31,16 @@ public:
     // Prints the record at `tag_offset`; answers whether it passed the filters and was printed.
     bool print_record(std::uint32_t tag_offset);
 
+    // Prints the records of these ordinals, all lists of one tag or all no lists; answers whether
+    // one was printed.
+    bool print_records(std::span<const std::uint32_t> ordinals);
+
 private:
+    bool print_stretches(std::span<const std::uint32_t> ordinals, std::size_t threads);
     void set_record_name(std::span<const record_item> group);
     void print_plain_groups(const record_groups& groups);
 
-    uni::output_sink& out_;
+    uni::text_buffer& out_;
     const sdb::sdb_database& database_;
     front::sdb_opts& options_;
     record_collector collector_;

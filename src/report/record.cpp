@@ -22,6 +22,11 @@ constexpr std::uint64_t listing_share_of_a_tag = 64;
 
 record_expander::record_expander(const sdb::sdb_database& database) : database_(database) {}
 
+std::uint64_t record_expander::listing_limit(const sdb::sdb_database& database)
+{
+    return largest_listing + listing_share_of_a_tag * database.tag_count();
+}
+
 std::span<const record_item> record_expander::subrecord(std::size_t index) const noexcept
 {
     return items_of(subrecords_[index]);
@@ -173,9 +178,7 @@ void record_expander::walk_group(const group& walked, bool follow_references,
 
 void record_expander::follow(const record_item& reference, std::uint64_t& listed_items)
 {
-    const std::uint64_t listing_limit =
-        largest_listing + listing_share_of_a_tag * database_.tag_count();
-    if (record_items_ > largest_record || listed_items > listing_limit) {
+    if (record_items_ > largest_record || listed_items > listing_limit(database_)) {
         return;
     }
     const std::optional<std::uint32_t> ordinal =
@@ -274,17 +277,12 @@ namespace {
 // too small for the size that makes it keep what stands in it.
 bool has_sound_lists(const sdb::sdb_database& database)
 {
-    return std::ranges::all_of(database.lists(), [&](std::uint32_t list) {
-        const std::uint32_t size = database.list_size_at(list);
-        const std::uint64_t claimed_end =
-            database.offset_at(list) + std::uint64_t{size} + list_header;
-        const std::uint32_t end = database.children().end(list);
-        const std::uint64_t next =
-            end == database.tag_count() ? database.image().size() : database.offset_at(end);
-        const bool keeps_items =
-            size == 0 || size >= list_header || !sdb::is_reference_list_tag(database.tag_at(list));
-        return keeps_items && next == claimed_end;
-    });
+    return std::ranges::all_of(
+        database.children().lists(), [](const sdb::tag_table::list_row& list) {
+            const bool keeps_items =
+                list.size == 0 || list.size >= list_header || !sdb::is_reference_list_tag(list.tag);
+            return keeps_items && list.is_exact;
+        });
 }
 
 } // namespace
@@ -306,11 +304,21 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
     }
     // A reference to a record that holds a hit is a hit itself; chains of references are short.
     constexpr int longest_chain = 32;
-    std::vector<reference> rest = all_references();
+    struct reference {
+        std::uint32_t ordinal;
+        std::uint32_t target;
+    };
+    std::vector<reference> rest;
+    for (const sdb::tag_table::reference& one : database.children().references()) {
+        if (const auto target = database.ordinal_of(one.target)) {
+            rest.push_back({one.ordinal, *target});
+        }
+    }
     for (int round = 0; round < longest_chain; ++round) {
+        note_spanning_lists();
         const auto leads_to_hit =
             std::partition(rest.begin(), rest.end(),
-                           [this](const reference& one) { return !spans_hit(one.target); });
+                           [this](const reference& one) { return !may_hold_hit(one.target); });
         if (leads_to_hit == rest.end()) {
             return;
         }
@@ -322,38 +330,42 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
     lets_all_pass_ = true;
 }
 
-std::vector<search_sieve::reference> search_sieve::all_references() const
+// Notes the lists in which a hit stands, and those that claim more than they hold: there gathering
+// may reach further.
+void search_sieve::note_spanning_lists()
 {
-    std::vector<reference> references;
-    for (std::uint32_t ordinal = 0; ordinal < database_.tag_count(); ++ordinal) {
-        const std::uint16_t tag = database_.tag_at(ordinal);
-        if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
-            const std::uint32_t place = database_.word_behind(database_.offset_at(ordinal));
-            if (const auto target = database_.ordinal_of(place)) {
-                references.push_back({ordinal, *target});
-            }
+    spanning_lists_.clear();
+    auto hit = hits_.begin();
+    for (const sdb::tag_table::list_row& list : database_.children().lists()) {
+        while (hit != hits_.end() && *hit < list.ordinal) {
+            ++hit;
+        }
+        const bool holds_hit = hit != hits_.end() && *hit < list.end;
+        if (holds_hit || (!list.is_exact && claims_more(list.ordinal))) {
+            spanning_lists_.push_back(list.ordinal);
         }
     }
-    return references;
 }
 
-// Whether a hit stands at a tag or in it. Where a tag claims more than it holds, gathering may reach
-// further, and the answer is yes.
-bool search_sieve::spans_hit(std::uint32_t list) const
+// Whether a tag, with a list's head, claims more than it holds.
+bool search_sieve::claims_more(std::uint32_t ordinal) const
 {
-    const std::uint32_t end = database_.children().end(list);
+    const std::uint32_t end = database_.children().end(ordinal);
     const std::uint64_t claimed_end =
-        database_.offset_at(list) + std::uint64_t{database_.list_size_at(list)} + list_header;
-    if (end != database_.tag_count() && database_.offset_at(end) < claimed_end) {
-        return true;
-    }
-    const auto hit = std::ranges::lower_bound(hits_, list);
-    return hit != hits_.end() && *hit < end;
+        database_.offset_at(ordinal) + std::uint64_t{database_.list_size_at(ordinal)} + list_header;
+    return end != database_.tag_count() && database_.offset_at(end) < claimed_end;
 }
 
 bool search_sieve::may_hold_hit(std::uint32_t record_ordinal) const
 {
-    return lets_all_pass_ || spans_hit(record_ordinal);
+    return may_list_hold_hit(record_ordinal) ||
+           (sdb::tag_type(database_.tag_at(record_ordinal)) != type::list &&
+            (claims_more(record_ordinal) || std::ranges::binary_search(hits_, record_ordinal)));
+}
+
+bool search_sieve::may_list_hold_hit(std::uint32_t list) const
+{
+    return lets_all_pass_ || std::ranges::binary_search(spanning_lists_, list);
 }
 
 bool record_collector::collect(front::sdb_opts& options, std::uint32_t tag_offset)

@@ -37,10 +37,13 @@ class record_expander {
 public:
     explicit record_expander(const sdb::sdb_database& database);
 
+    // How many items the records of one listing may have together before no reference is followed.
+    static std::uint64_t listing_limit(const sdb::sdb_database& database);
+
     // Expands the list at `tag_offset`; false if there is none or nothing stands in it. With
     // `follow_references` the records referred to are gathered too, each once on a chain of
     // references, until this record has more than 100,000 items or the listing, whose count
-    // `listed_items` is raised, more than 1,000,000 and 64 for each tag of the database.
+    // `listed_items` is raised, more than the limit.
     bool expand(std::uint32_t tag_offset, bool follow_references, std::uint64_t& listed_items);
 
     // The record last expanded: its head with the items of its own, then each sub-record, in the
@@ -132,20 +135,17 @@ class search_sieve {
 public:
     search_sieve(const sdb::sdb_database& database, std::span<const std::uint32_t> found_offsets);
     bool may_hold_hit(std::uint32_t record_ordinal) const;
+    // The same for one that is known to be a list: without a look at the database.
+    bool may_list_hold_hit(std::uint32_t list) const;
 
 private:
-    struct reference {
-        std::uint32_t ordinal;
-        std::uint32_t target;
-        friend auto operator<=>(const reference&, const reference&) = default;
-    };
-
-    std::vector<reference> all_references() const;
-    bool spans_hit(std::uint32_t list) const;
+    void note_spanning_lists();
+    bool claims_more(std::uint32_t ordinal) const;
 
     const sdb::sdb_database& database_;
     // Ordinals of what was found and of the references that lead to it, ascending.
     std::vector<std::uint32_t> hits_;
+    std::vector<std::uint32_t> spanning_lists_; // lists that may hold a hit, ascending
     bool lets_all_pass_ = false;
 };
 
@@ -161,6 +161,8 @@ public:
     // when one of its tags was found.
     bool collect(front::sdb_opts& options, std::uint32_t tag_offset);
     const record_groups& groups() const noexcept { return groups_; }
+    // Whether the search, once it was run, rules the list of that ordinal out.
+    bool rules_out(std::uint32_t list) const { return sieve_ && !sieve_->may_list_hold_hit(list); }
 
     // The first group of a record as collect() gives it when nothing is searched for, and whether
     // that is its only group. False for a record that collect() turns down. `no_search` is options

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <future>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,6 +25,29 @@ namespace tag = sdb::tag;
 namespace pseudo_tag = sdb::pseudo_tag;
 
 using guid_bytes = std::array<std::uint8_t, uni::guid_size>;
+
+// The digests of an image. Those of a long one are computed on threads of their own, while the facts
+// are gathered; where no thread is to be had, when they are asked for.
+struct database_digests {
+    explicit database_digests(std::span<const std::uint8_t> image)
+        : md5(start(platform::digest_kind::md5, image)),
+          sha1(start(platform::digest_kind::sha1, image))
+    {}
+
+    std::future<std::vector<std::uint8_t>> md5;
+    std::future<std::vector<std::uint8_t>> sha1;
+
+private:
+    static std::future<std::vector<std::uint8_t>> start(platform::digest_kind kind,
+                                                        std::span<const std::uint8_t> image)
+    {
+        constexpr std::size_t worth_a_thread = 0x100000;
+        const auto policy = image.size() < worth_a_thread
+                                ? std::launch::deferred
+                                : std::launch::async | std::launch::deferred;
+        return std::async(policy, platform::compute_digest, kind, image);
+    }
+};
 
 // Gathers the facts of one database.
 class fact_gatherer {
@@ -64,14 +88,10 @@ public:
         }
     }
 
-    void take_digests()
+    void take_digests(database_digests& digests)
     {
-        const auto image = database_.image().bytes();
-        const auto digest = [image](platform::digest_kind kind) {
-            return uni::hex_text(platform::compute_digest(kind, image));
-        };
-        facts_.digest_md5 = digest(platform::digest_kind::md5);
-        facts_.digest_sha1 = digest(platform::digest_kind::sha1);
+        facts_.digest_md5 = uni::hex_text(digests.md5.get());
+        facts_.digest_sha1 = uni::hex_text(digests.sha1.get());
     }
 
     void take_registry_facts()
@@ -253,10 +273,11 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
     if (!database.child_records(children, database.database_offset())) {
         return false;
     }
+    database_digests digests(database.image().bytes());
     fact_gatherer gatherer(facts, database, options);
     gatherer.take_children(children);
     gatherer.count_names_and_strings();
-    gatherer.take_digests();
+    gatherer.take_digests(digests);
     gatherer.take_registry_facts();
     gatherer.sort_rows();
     return true;

@@ -57,7 +57,7 @@ struct sdb_database::lazy_indexes {
     std::array<std::optional<tag_ordinals>, bytes_to_next.size()> by_type;
     std::optional<std::vector<sdb_index_record>> indexes;
     std::optional<std::vector<bool>> indexed;
-    std::optional<searchable_strings> strings;
+    std::optional<std::vector<std::uint32_t>> strings;
     std::optional<std::vector<guid_item>> guids;
 };
 
@@ -239,7 +239,7 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
                 note_list(position, tag);
             }
             ordinal_by_offset_.add(offset);
-            tags_.add(offset, tag, word);
+            tags_.add(offset, tag, word, position + step_over(tag, word));
         }
         position += step_over(tag, word);
     }
@@ -267,39 +267,53 @@ bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) c
     return !stored.empty();
 }
 
-uni::large_vector<std::uint32_t> sdb_database::ordinals_of_type(std::uint16_t type_bits) const
+namespace {
+
+struct numbered_tag {
+    std::uint32_t ordinal;
+    std::uint16_t tag;
+};
+
+uni::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows,
+                                             std::uint16_t type_bits)
 {
-    uni::large_vector<std::uint32_t> ordinals;
-    for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
-        if (tag_type(tag_at(ordinal)) == type_bits) {
-            ordinals.push_back(ordinal);
+    uni::large_vector<numbered_tag> found;
+    std::uint32_t ordinal = 0;
+    for (const tag_table::row& row : rows) {
+        if (tag_type(row.tag) == type_bits) {
+            found.push_back({ordinal, row.tag});
         }
+        ++ordinal;
     }
-    return ordinals;
+    return found;
 }
 
-tag_ordinals sdb_database::sort_by_tag(std::span<const std::uint32_t> ordinals_of_one_type) const
+// Sorts tags of one type, each with its ordinal, by tag.
+tag_ordinals sort_by_tag(const auto& tags)
 {
     tag_ordinals sorted;
     sorted.starts.resize(number_mask + std::size_t{2});
-    for (const std::uint32_t ordinal : ordinals_of_one_type) {
-        ++sorted.starts[(tag_at(ordinal) & number_mask) + 1u];
+    for (const auto& one : tags) {
+        ++sorted.starts[(one.tag & number_mask) + 1u];
     }
     std::partial_sum(sorted.starts.begin(), sorted.starts.end(), sorted.starts.begin());
-    sorted.ordinals.resize(ordinals_of_one_type.size());
+    sorted.ordinals.resize(tags.size());
     std::vector<std::uint32_t> next = sorted.starts;
-    for (const std::uint32_t ordinal : ordinals_of_one_type) {
-        sorted.ordinals[next[tag_at(ordinal) & number_mask]++] = ordinal;
+    for (const auto& one : tags) {
+        sorted.ordinals[next[one.tag & number_mask]++] = one.ordinal;
     }
     return sorted;
 }
+
+} // namespace
 
 std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) const
 {
     std::optional<tag_ordinals>& index = lazy_->by_type[tag >> 12];
     if (!index) {
-        index = tag_type(tag) == type::list ? sort_by_tag(lists())
-                                            : sort_by_tag(ordinals_of_type(tag_type(tag)));
+        index = tag_type(tag) == type::list
+                    ? sort_by_tag(tags_.lists())
+                    : sort_by_tag(tags_of_type(tags_.rows(), tag_type(tag)));
     }
     const std::uint32_t first = index->starts[tag & number_mask];
     const std::uint32_t behind = index->starts[(tag & number_mask) + 1u];
@@ -322,6 +336,12 @@ const std::vector<sdb_index_record>& sdb_database::indexes() const
 
 bool sdb_database::is_indexed(std::uint32_t ordinal) const
 {
+    make_shared_indexes();
+    return (*lazy_->indexed)[ordinal];
+}
+
+void sdb_database::make_shared_indexes() const
+{
     if (!lazy_->indexed) {
         std::vector<bool> marks(tags_.size());
         for (const sdb_index_record& record : indexes()) {
@@ -333,7 +353,6 @@ bool sdb_database::is_indexed(std::uint32_t ordinal) const
         }
         lazy_->indexed = std::move(marks);
     }
-    return (*lazy_->indexed)[ordinal];
 }
 
 std::string guid_item::text() const
@@ -365,7 +384,7 @@ const std::vector<guid_item>& sdb_database::guid_items() const
     return *lazy_->guids;
 }
 
-const searchable_strings& sdb_database::string_offsets() const
+const std::vector<std::uint32_t>& sdb_database::string_offsets() const
 {
     if (!lazy_->strings) {
         lazy_->strings = read_string_table();
@@ -373,18 +392,15 @@ const searchable_strings& sdb_database::string_offsets() const
     return *lazy_->strings;
 }
 
-searchable_strings sdb_database::read_string_table() const
+std::vector<std::uint32_t> sdb_database::read_string_table() const
 {
-    searchable_strings found;
+    std::vector<std::uint32_t> references;
     const std::uint64_t start = string_table_offset_;
     const std::uint64_t size = string_table_size_;
     if (start == 0 || size <= tag_header || image_.size() <= start + size) {
-        return found;
+        return references;
     }
     const uni::byte_view table = image().from(start);
-    // Three bytes of text for the two of a unit at most, and the zero byte for the string's head.
-    found.text.resize(uni::stored_text_room(size));
-    char* end = found.text.data();
     std::uint64_t position = tag_header;
     while (position < size) {
         const std::uint64_t length = table.u32(position + 2);
@@ -392,16 +408,11 @@ searchable_strings sdb_database::read_string_table() const
             if (position + length + tag_header >= size) {
                 break;
             }
-            found.starts.push_back(static_cast<std::uint32_t>(end - found.text.data()));
-            found.references.push_back(static_cast<std::uint32_t>(position));
-            end = uni::put_stored_utf16(end, table.slice(position + tag_header, length));
-            *end++ = '\0';
+            references.push_back(static_cast<std::uint32_t>(position));
         }
         position += tag_header + length;
     }
-    found.text.resize(static_cast<std::size_t>(end - found.text.data()));
-    std::ranges::transform(found.text, found.text.begin(), uni::lower_ascii);
-    return found;
+    return references;
 }
 
 std::vector<std::uint32_t>
@@ -424,11 +435,12 @@ sdb_database::string_referrers(std::span<const std::uint32_t> references) const
             offsets.push_back(offset);
         }
     }
-    for (std::uint32_t ordinal = 0; ordinal < tag_count(); ++ordinal) {
-        const std::uint32_t offset = offset_at(ordinal);
-        if (tag_type(tag_at(ordinal)) == type::stringref && is_wanted(word_behind(offset)) &&
-            image().contains(offset, tag_header)) {
-            offsets.push_back(offset);
+    // Whatever the tag, its word is looked at first: that it is wanted is the rarer thing.
+    const uni::byte_view bytes = image();
+    for (const tag_table::row& row : tags_.rows()) {
+        if (is_wanted(bytes.u32(std::uint64_t{row.offset} + 2)) &&
+            tag_type(row.tag) == type::stringref && bytes.contains(row.offset, tag_header)) {
+            offsets.push_back(row.offset);
         }
     }
     return offsets;

@@ -100,14 +100,6 @@ struct sdb_child_record {
     std::uint32_t list_size = 0; // the list's size word, 0 when not a list
 };
 
-// The strings that a text search sees: those of the string table but its last, which is left out.
-// Meant. All texts, lower-cased (ASCII), stand in `text` in file order, a zero byte behind each.
-struct searchable_strings {
-    uni::large_vector<char> text;
-    std::vector<std::uint32_t> starts;     // where each begins in `text`, ascending
-    std::vector<std::uint32_t> references; // each one's reference value
-};
-
 struct tag_ordinals;
 
 // A 16-byte binary, which is a GUID whatever its tag.
@@ -119,7 +111,7 @@ struct guid_item {
 };
 
 // One database: loads a file, scans it once and answers from what the scan left. Indexes that not
-// every report needs are made when they are first asked for. One thread only.
+// every report needs are made when they are first asked for, by one thread only.
 class sdb_database {
 public:
     sdb_database();
@@ -173,8 +165,6 @@ public:
     {
         return tag_type(tag_at(ordinal)) == type::list ? word_behind(offset_at(ordinal)) : 0;
     }
-    // Ordinals of all lists, ascending.
-    std::span<const std::uint32_t> lists() const noexcept { return tags_.lists(); }
     // The payload of the string or binary at `offset`, as far as it exists.
     uni::byte_view payload_at(std::uint32_t offset) const noexcept
     {
@@ -195,7 +185,12 @@ public:
         const std::uint64_t position = std::uint64_t{string_table_offset_} + reference;
         return is_recorded(position) ? value_at(position) : uni::byte_view();
     }
-    // The same as UTF-8 text, up to its first zero unit; false when nothing stands there.
+    // The stored text of one of string_offsets(). (What is recorded as a tag may be another thing.)
+    uni::byte_view searchable_bytes(std::uint32_t reference) const noexcept
+    {
+        return payload_at(string_table_offset_ + reference);
+    }
+    // The stored text of a reference as UTF-8 text, up to its first zero unit; false when nothing stands there.
     bool read_string_ref(std::string& text, std::uint32_t reference) const;
 
     // Ordinals of all tags with that tag word, ascending.
@@ -204,10 +199,15 @@ public:
     const std::vector<sdb_index_record>& indexes() const;
     // Whether an index entry leads to the tag of that ordinal.
     bool is_indexed(std::uint32_t ordinal) const;
+    // Makes what is_indexed() and read_item() need, so that threads may share the database for
+    // these and for all that needs no index.
+    void make_shared_indexes() const;
     std::uint16_t last_index_key() const noexcept { return last_index_key_; }
     // All GUIDs, ascending by their text, equal ones in file order.
     const std::vector<guid_item>& guid_items() const;
-    const searchable_strings& string_offsets() const;
+    // The references of the strings that a text search sees: those of the string table but its
+    // last, which is left out. Meant.
+    const std::vector<std::uint32_t>& string_offsets() const;
     // The offsets of the tags that hold one of these string references, those before the database
     // list included, in file order. One pass over all tags, however many references there are.
     std::vector<std::uint32_t> string_referrers(std::span<const std::uint32_t> references) const;
@@ -267,9 +267,7 @@ private:
                    ? bytes.slice(position + tag_header, bytes.u32(position + 2))
                    : decode(position).value;
     }
-    searchable_strings read_string_table() const;
-    uni::large_vector<std::uint32_t> ordinals_of_type(std::uint16_t type_bits) const;
-    tag_ordinals sort_by_tag(std::span<const std::uint32_t> ordinals_of_one_type) const;
+    std::vector<std::uint32_t> read_string_table() const;
 
     bool loaded_ = false;
     uni::byte_vector image_;

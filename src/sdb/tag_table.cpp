@@ -4,17 +4,28 @@
 
 namespace sdb {
 
+namespace {
+
+constexpr std::uint64_t list_head = 6; // tag word and size word
+// As databases usually have them.
+constexpr std::size_t tags_of_a_list = 8;
+constexpr std::size_t tags_of_a_reference = 16;
+
+} // namespace
+
 void tag_table::reset(std::size_t expected_tags)
 {
     *this = {};
     rows_.reserve(expected_tags);
+    lists_.reserve(expected_tags / tags_of_a_list);
+    references_.reserve(expected_tags / tags_of_a_reference);
 }
 
-// Closes the lists that the tag before `end` has filled.
-void tag_table::close_finished(std::uint32_t end)
+// Closes the lists that the last tag, which ends at `behind`, has filled.
+void tag_table::close_finished(std::uint64_t behind)
 {
-    while (top_.remaining < 2 && top_.ordinal != no_list) {
-        rows_[top_.ordinal].end = end;
+    while (top_.remaining < 2 && top_.number != no_list) {
+        close(top_, behind);
         --depth_;
         around_.back().remaining -= top_.total;
         top_ = around_.back();
@@ -22,12 +33,21 @@ void tag_table::close_finished(std::uint32_t end)
     }
 }
 
+void tag_table::close(const open_list& closed, std::uint64_t behind)
+{
+    list_row& list = lists_[closed.number];
+    row& first = rows_[list.ordinal];
+    first.end = list.end = size();
+    list.is_exact = std::uint64_t{first.offset} + list_head + list.size == behind;
+}
+
+// What is still open lacks some of what it claims.
 void tag_table::finish()
 {
     around_.push_back(top_);
     for (const open_list& unfinished : around_) {
-        if (unfinished.ordinal != no_list) {
-            rows_[unfinished.ordinal].end = size();
+        if (unfinished.number != no_list) {
+            close(unfinished, 0);
         }
     }
     around_.clear();
@@ -37,9 +57,9 @@ const std::vector<std::uint32_t>& tag_table::lists_with_children() const
 {
     if (!lists_with_children_) {
         lists_with_children_.emplace();
-        for (const std::uint32_t list : lists_) {
-            if (has_children(list)) {
-                lists_with_children_->push_back(list);
+        for (const list_row& list : lists_) {
+            if (list.end > list.ordinal + 1) {
+                lists_with_children_->push_back(list.ordinal);
             }
         }
     }

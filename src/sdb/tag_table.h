@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -21,29 +22,56 @@ namespace sdb {
 // its lists are one run of ordinals, and a tag's children are found by stepping over their runs.
 class tag_table {
 public:
+    struct row {
+        std::uint32_t offset;
+        std::uint32_t end;
+        std::uint16_t tag;
+        std::uint16_t depth;
+    };
+
+    // A list, of which there are far fewer than tags: passes over these rows read little memory.
+    struct list_row {
+        std::uint32_t ordinal;
+        std::uint32_t end;  // as in its row
+        std::uint32_t size; // its size word
+        std::uint16_t tag;
+        bool is_exact; // it holds what its size claims, to the byte
+    };
+
+    // A dword that refers to another tag, as listings follow it.
+    struct reference {
+        std::uint32_t ordinal;
+        std::uint32_t target; // the offset that it names, whatever stands there
+    };
+
     // To be filled by the scan: reset(), then add() for each tag in file order with the u32 behind
-    // its tag word, then finish().
+    // its tag word and the position behind the tag, then finish().
     void reset(std::size_t expected_tags);
-    void add(std::uint32_t offset, std::uint16_t tag, std::uint32_t word)
+    void add(std::uint32_t offset, std::uint16_t tag, std::uint32_t word, std::uint64_t behind)
     {
         const std::uint32_t ordinal = size();
         rows_.push_back({offset, ordinal + 1, tag, depth_});
         top_.remaining -= charge_of(tag, word);
         if (tag_type(tag) == type::list) {
-            lists_.push_back(ordinal);
+            lists_.push_back({ordinal, ordinal + 1, word, tag, word == 0});
             if (word != 0) {
                 around_.push_back(top_);
-                top_ = {ordinal, word, word};
+                top_ = {static_cast<std::uint32_t>(lists_.size() - 1), word, word};
                 ++depth_;
                 return;
             }
         }
+        if (tag_type(tag) == type::dword && is_expanded_dword_tag(tag)) [[unlikely]] {
+            references_.push_back({ordinal, word});
+        }
         if (top_.remaining < 2) [[unlikely]] {
-            close_finished(ordinal + 1);
+            close_finished(behind);
         }
     }
     void finish();
 
+    // All rows, by ordinal: for passes over the whole database.
+    std::span<const row> rows() const noexcept { return rows_; }
     std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(rows_.size()); }
     std::uint32_t offset(std::uint32_t ordinal) const noexcept { return rows_[ordinal].offset; }
     std::uint16_t tag(std::uint32_t ordinal) const noexcept { return rows_[ordinal].tag; }
@@ -52,14 +80,30 @@ public:
     // The first ordinal behind a tag and all that stands in it.
     std::uint32_t end(std::uint32_t ordinal) const noexcept { return rows_[ordinal].end; }
     bool has_children(std::uint32_t ordinal) const noexcept { return end(ordinal) > ordinal + 1; }
-    // Ordinals of all lists, ascending.
-    std::span<const std::uint32_t> lists() const noexcept { return lists_; }
+    // All lists, ascending.
+    std::span<const list_row> lists() const noexcept { return lists_; }
+    // All references, ascending.
+    std::span<const reference> references() const noexcept { return references_; }
 
     template <typename action>
     void for_each_child(std::uint32_t list, action&& act) const
     {
         for (std::uint32_t child = list + 1; child < end(list); child = end(child)) {
             act(child);
+        }
+    }
+
+    // The children of a list that are lists.
+    template <typename action>
+    void for_each_list_in(std::uint32_t list, action&& act) const
+    {
+        std::uint32_t behind = list + 1;
+        for (auto child = std::ranges::lower_bound(lists_, behind, {}, &list_row::ordinal);
+             child != lists_.end() && child->ordinal < end(list); ++child) {
+            if (child->ordinal >= behind) {
+                act(*child);
+                behind = child->end;
+            }
         }
     }
 
@@ -71,16 +115,9 @@ public:
     std::optional<std::uint32_t> list_around(std::uint32_t list) const;
 
 private:
-    struct row {
-        std::uint32_t offset;
-        std::uint32_t end;
-        std::uint16_t tag;
-        std::uint16_t depth;
-    };
-
     static constexpr std::uint32_t no_list = 0xffffffff;
     struct open_list {
-        std::uint32_t ordinal;
+        std::uint32_t number; // its place in lists_
         std::uint32_t remaining;
         std::uint32_t total;
     };
@@ -94,7 +131,8 @@ private:
         const bool has_payload = tag_type(tag) == type::string || tag_type(tag) == type::binary_;
         return has_payload ? head + word : head;
     }
-    void close_finished(std::uint32_t end);
+    void close_finished(std::uint64_t behind);
+    void close(const open_list& closed, std::uint64_t behind);
 
     // A list with children, filed under the depth of its children.
     struct keyed_list {
@@ -113,7 +151,8 @@ private:
     std::uint16_t depth_ = 1;
 
     uni::large_vector<row> rows_;
-    uni::large_vector<std::uint32_t> lists_;
+    uni::large_vector<list_row> lists_;
+    uni::large_vector<reference> references_;
     mutable std::optional<std::vector<std::uint32_t>> lists_with_children_;
     mutable std::optional<std::vector<keyed_list>> lists_by_depth_;
 };

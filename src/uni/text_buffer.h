@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "uni/numbers.h"
 
@@ -94,6 +95,14 @@ public:
         return {storage_.get(), static_cast<std::size_t>(end_ - storage_.get())};
     }
     void clear() noexcept { end_ = storage_.get(); }
+
+    // Exchanges what two buffers hold, which must not be output_sinks.
+    void swap(text_buffer& other) noexcept
+    {
+        std::swap(storage_, other.storage_);
+        std::swap(end_, other.end_);
+        std::swap(limit_, other.limit_);
+    }
 
 protected:
     // Makes room for `count` more bytes behind what is held; here by growing.
