@@ -265,7 +265,7 @@ bool record_printer::print_stretches(std::span<const std::uint32_t> ordinals, st
         if (made->has_overflowed || made->began_in_hexadecimal != options_.depths_in_hexadecimal) {
             printed |= print_records(stretch_of(ordinals, number));
         } else {
-            out_.text(made->text.view());
+            out_.long_text(made->text.view());
             options_.listed_items += made->items;
             options_.depths_in_hexadecimal = made->ended_in_hexadecimal;
             printed |= made->printed;

@@ -13,6 +13,14 @@ void output_sink::flush()
     clear();
 }
 
+void output_sink::long_text(std::string_view whole)
+{
+    flush();
+    if (good_ && !whole.empty()) {
+        good_ = write_block(whole);
+    }
+}
+
 void output_sink::make_room(std::size_t count)
 {
     flush();

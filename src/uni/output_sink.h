@@ -17,6 +17,8 @@ public:
 
     bool good() const noexcept { return good_; }
     void flush();
+    // Goes out as it is, without a way through the buffer.
+    void long_text(std::string_view whole) final;
 
 protected:
     // Writes the whole block; false on failure.

@@ -40,6 +40,8 @@ public:
         }
         taken(out + text.size());
     }
+    // The same for text of many kilobytes.
+    virtual void long_text(std::string_view whole) { text(whole); }
     // A literal, whose length the compiler knows.
     template <std::size_t size>
     void literal(const char (&text)[size])
