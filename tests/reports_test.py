@@ -409,8 +409,7 @@ class Refusals(Folder):
         self.assertFalse(os.path.exists(out))
 
     def test_reports_of_later_versions(self):
-        for name, options in (("-pe", ["-pe", SAMPLE, "-stats"]), ("-reg", ["-stats", "-reg", "x"]),
-                              ("-match", ["-pe", SAMPLE, "-match"])):
+        for name, options in (("-reg", ["-stats", "-reg", "x"]),):
             with self.subTest(option=name):
                 result = run("-sdb", SAMPLE, *options)
                 message = f"{name} is not available in this version\n"
