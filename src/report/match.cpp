@@ -133,11 +133,13 @@ public:
         const std::uint64_t limit =
             largest_gathering + gathering_share_of_a_tag * database_.tag_count();
         std::uint64_t gathered = 0;
-        for (const std::uint32_t record : records_with_files()) {
+        const sdb::tag_table& relation = database_.children();
+        for (const std::uint32_t record : relation.lists_around(tag::matching_file)) {
             if (gathered > limit) {
                 break;
             }
-            if (expander.expand(record, false, gathered)) {
+            gathered += relation.end(record) - record;
+            if (may_hold_key(record) && expander.expand(relation.offset(record), false, gathered)) {
                 walk_record(expander.own_items());
             }
         }
@@ -147,30 +149,16 @@ public:
 private:
     using item_span = std::span<const record_item>;
 
-    // The lists around matching files, ascending.
-    std::vector<std::uint32_t> records_with_files() const
-    {
-        std::vector<std::uint32_t> records;
-        for (const std::uint32_t ordinal : database_.ordinals_by_tag(tag::matching_file)) {
-            const std::uint32_t list = database_.offset_at(ordinal);
-            std::uint32_t parent = 0;
-            if (database_.find_enclosing_list(parent, list, true) && parent != list) {
-                records.push_back(parent);
-            }
-        }
-        std::ranges::sort(records);
-        records.erase(std::unique(records.begin(), records.end()), records.end());
-        return records;
-    }
-
     void walk_record(item_span items)
     {
         const std::uint32_t record = items.front().offset;
-        name_.clear();
+        stored_name_ = {};
+        name_.reset();
         for (std::size_t i = 1; i < items.size();) {
             const record_item& item = items[i++];
-            if (item.tag == tag::name && name_.empty()) {
-                name_ = text_of(item).value_or("");
+            if (item.tag == tag::name && stored_name_.u16(0) == 0) {
+                stored_name_ = stored_text(item.offset);
+                name_.reset();
             } else if (item.tag == tag::matching_file) {
                 const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
                                           database_.list_size_at(item.ordinal);
@@ -202,11 +190,64 @@ private:
         }
     }
 
+    // A quick look that spares most records the rest: no only for one in which no list can have one
+    // of the keys for its file name.
+    bool may_hold_key(std::uint32_t record) const
+    {
+        const sdb::tag_table& relation = database_.children();
+        const std::uint32_t end = relation.end(record);
+        const std::uint64_t claimed_end = std::uint64_t{database_.offset_at(record)} +
+                                          database_.list_size_at(record) + sdb::tag_header;
+        if (end != database_.tag_count() && database_.offset_at(end) < claimed_end) {
+            return true; // it claims more than it holds
+        }
+        for (std::uint32_t ordinal = record + 1; ordinal < end; ++ordinal) {
+            if (relation.tag(ordinal) != tag::name) {
+                continue;
+            }
+            const uni::byte_view stored = stored_text(relation.offset(ordinal));
+            if (stored.u16(0) == 0 || may_be_key(stored)) {
+                return true; // a name without a text may take that of another property
+            }
+        }
+        return false;
+    }
+
+    bool may_be_key(uni::byte_view stored) const
+    {
+        return begins_like(stored, keys_.name) || begins_like(stored, keys_.full);
+    }
+    // Whether the first two characters are the same, if they can be compared this simply.
+    static bool begins_like(uni::byte_view stored, std::string_view key)
+    {
+        constexpr std::uint16_t first_beyond_ascii = 0x80;
+        for (std::size_t i = 0; i < 2 && i < key.size(); ++i) {
+            const std::uint16_t unit = stored.u16(i * 2);
+            const auto wanted = static_cast<unsigned char>(key[i]);
+            if (unit >= first_beyond_ascii || wanted >= first_beyond_ascii) {
+                return true;
+            }
+            if (uni::lower_ascii(static_cast<char>(unit)) != key[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The name of the record in work.
+    const std::string& name()
+    {
+        if (!name_) {
+            uni::utf16_to_text(stored_name_, name_.emplace());
+        }
+        return *name_;
+    }
+
     // The file name of a matching-file list: that of the record, unless the list has its own. The
     // view is good until the next list.
     std::string_view key_of(item_span members)
     {
-        key_ = name_;
+        key_ = name();
         std::string text;       // of the last member looked at: a member without one keeps it
         std::size_t looked = 0; // members whose text is settled
         for (std::size_t i = 0; i < members.size(); ++i) {
@@ -217,13 +258,13 @@ private:
             for (std::size_t at = i + 1; at > looked && !found; --at) {
                 found = text_of(members[at - 1]);
                 if (at <= i && found == any_name) {
-                    found = name_;
+                    found = name();
                 }
             }
             looked = i + 1;
             text = std::move(found).value_or(std::move(text));
             if (text == any_name) {
-                text = name_;
+                text = name();
             } else if (!text.empty()) {
                 key_ = text;
             }
@@ -231,7 +272,7 @@ private:
         return key_;
     }
 
-    std::vector<match_property> properties_of(item_span members) const
+    std::vector<match_property> properties_of(item_span members)
     {
         std::vector<match_property> properties;
         std::string text;
@@ -242,7 +283,7 @@ private:
                 text = value.lines.begin()->second;
             }
             if (text == any_name) {
-                text = name_;
+                text = name();
             }
             properties.push_back({member.tag, text, value.value_number});
         }
@@ -252,16 +293,15 @@ private:
         return properties;
     }
 
+    // The text in the string table that the name at an offset refers to.
+    uni::byte_view stored_text(std::uint32_t name_offset) const
+    {
+        return database_.string_bytes(database_.word_behind(name_offset));
+    }
+
     // The first text of a tag; nothing for one that has none.
     std::optional<std::string> text_of(const record_item& item) const
     {
-        if (item.tag == tag::name) {
-            std::string text;
-            const uni::byte_view stored =
-                database_.string_bytes(database_.word_behind(item.offset));
-            uni::utf16_to_text(stored, text);
-            return stored.empty() ? std::nullopt : std::optional(std::move(text));
-        }
         const rendered_value value =
             render_tag_value(database_, database_.item_at(item.ordinal), options_);
         return value.lines.empty() ? std::nullopt : std::optional(value.lines.begin()->second);
@@ -271,7 +311,9 @@ private:
     const front::sdb_opts& options_;
     const pe_list& file_;
     file_keys keys_;
-    std::string name_; // of the record in work
+    // Name of the record in work, as stored and once it was asked for.
+    uni::byte_view stored_name_;
+    std::optional<std::string> name_;
     std::string key_;
     bool name_is_known_ = false;
     match_results by_name_;
