@@ -96,6 +96,11 @@ FILE_STATS::FILE_STATS(const std::string& path) : path_(path)
     file_.open_read(path);
 }
 
+FILE_STATS::FILE_STATS(uni::byte_vector image)
+{
+    file_.open_memory(std::move(image));
+}
+
 platform::file_facts FILE_STATS::facts() const
 {
     platform::file_facts facts;

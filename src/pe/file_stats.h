@@ -36,6 +36,8 @@ bool is_high_entropy(const STATS& stats);
 class FILE_STATS : protected STATS {
 public:
     explicit FILE_STATS(const std::string& path);
+    // The same over bytes in memory, which have no path.
+    explicit FILE_STATS(uni::byte_vector image);
     FILE_STATS(const FILE_STATS&) = delete;
     FILE_STATS& operator=(const FILE_STATS&) = delete;
 

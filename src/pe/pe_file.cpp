@@ -45,6 +45,16 @@ std::string section_name(uni::byte_view header)
 
 PE_FILE_UTIL::PE_FILE_UTIL(const std::string& path) : FILE_STATS(path)
 {
+    parse();
+}
+
+PE_FILE_UTIL::PE_FILE_UTIL(uni::byte_vector image) : FILE_STATS(std::move(image))
+{
+    parse();
+}
+
+void PE_FILE_UTIL::parse()
+{
     valid_ = read_dos_header() && read_pe_headers() && read_sections();
     if (!valid_) {
         headers_ = {};

@@ -53,6 +53,7 @@ private:
 class PE_FILE_UTIL : public FILE_STATS {
 public:
     explicit PE_FILE_UTIL(const std::string& path);
+    explicit PE_FILE_UTIL(uni::byte_vector image);
 
     bool valid() const noexcept { return valid_; }
     bool is_64() const noexcept { return headers_.is_64; }
@@ -107,6 +108,7 @@ private:
         std::vector<pe_resource> resources;
     };
 
+    void parse();
     bool read_dos_header();
     bool read_pe_headers();
     bool read_sections();

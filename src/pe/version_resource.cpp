@@ -227,7 +227,12 @@ std::uint64_t read_version_block(version_block& block, uni::byte_view resource,
     block.value_length = resource.u16(position + 2);
     const bool is_text = resource.u16(position + 4) == text_type;
     const uni::byte_view bytes = resource.slice(position, block.length);
-    const std::uint64_t key_bytes = uni::utf16_to_text(bytes.from(key_place), block.key);
+    const uni::byte_view rest = bytes.from(key_place);
+    const std::uint64_t key_bytes = uni::utf16_to_text(rest, block.key);
+    const bool key_has_end = key_bytes != 0 && rest.u16(key_bytes - 2) == 0;
+    if (bytes.size() < block.length && !key_has_end) {
+        return 0; // only a part of its name is left
+    }
     if (block.value_length != 0) {
         // An empty key still has its zero unit.
         const std::uint64_t key_end = key_place + std::max<std::uint64_t>(key_bytes, 2);

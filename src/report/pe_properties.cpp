@@ -189,8 +189,13 @@ const pe_property* find_property(const pe_list& list, std::uint16_t tag)
 
 bool read_pe_stats(pe_list& list, const std::string& path)
 {
-    list.clear();
     pe::PE_FILE_UTIL file(path);
+    return read_pe_stats(list, file);
+}
+
+bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file)
+{
+    list.clear();
     if (!file.valid()) {
         return false;
     }

@@ -5,6 +5,10 @@
 #include <string_view>
 #include <vector>
 
+namespace pe {
+class PE_FILE_UTIL;
+}
+
 namespace report {
 
 // What a PE file says of itself, each fact filed under the tag with which a database would match
@@ -27,5 +31,6 @@ const pe_property* find_property(const pe_list& list, std::uint16_t tag);
 // Gathers the properties of the file at `path`, of which only its headers, its tree of resources
 // and its version resource are read. False, and an empty list, for what is no PE file.
 bool read_pe_stats(pe_list& list, const std::string& path);
+bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file);
 
 } // namespace report
