@@ -349,16 +349,21 @@ private:
 
 } // namespace
 
+bool is_version_resource(uni::byte_view head)
+{
+    std::string key;
+    uni::utf16_to_text(head.slice(key_place, longest_root_key * 2), key);
+    return head.u16(0) >= shortest_root && head.u16(2) != 0 &&
+           uni::equal_ignoring_case(key, root_key);
+}
+
 bool decode_version_resource(version_map& result, uni::byte_view bytes)
 {
-    const std::uint64_t length = bytes.u16(0);
-    const std::uint64_t value_length = bytes.u16(2);
-    std::string key;
-    uni::utf16_to_text(bytes.slice(key_place, longest_root_key * 2), key);
-    if (length < shortest_root || value_length == 0 || !uni::equal_ignoring_case(key, root_key)) {
+    if (!is_version_resource(bytes)) {
         return !result.empty();
     }
-    const std::uint64_t value = aligned(key_place + (root_key.size() + 1) * 2);
+    constexpr std::uint64_t value = aligned(key_place + (root_key.size() + 1) * 2);
+    const std::uint64_t value_length = bytes.u16(2);
     if (value_length == fixed_block_size) {
         fixed_block(result, bytes, value).decode();
     }

@@ -41,6 +41,10 @@ namespace pe {
 // first stays.
 using version_map = std::map<std::string, pe_segment>;
 
+// Whether bytes begin as a version resource does; its first `version_head` bytes tell.
+bool is_version_resource(uni::byte_view head);
+inline constexpr std::uint64_t version_head = 40;
+
 // Adds what a version resource holds; answers whether `result` then holds anything. A block that
 // claims more than there is ends the walk, and what came before it stays.
 bool decode_version_resource(version_map& result, uni::byte_view bytes);

@@ -162,17 +162,23 @@ void add_strings(pe_list& list, const pe::version_map& map)
     }
 }
 
-// The bytes of the first resource whose name holds the word; empty if there is none.
+bool is_version(pe::PE_FILE_UTIL& file, const pe::pe_resource& resource)
+{
+    return file.resource_name(resource).find(version_type) != std::string::npos &&
+           file.contains(resource.offset, resource.size) &&
+           pe::is_version_resource(file.peek(
+               resource.offset, std::min<std::uint64_t>(resource.size, pe::version_head)));
+}
+
+// The bytes of the first version resource; empty if there is none. Any resource may have the word in
+// its name: themes do in front of it.
 uni::byte_vector read_version_resource(pe::PE_FILE_UTIL& file)
 {
     uni::byte_vector bytes;
     for (const pe::pe_resource& resource : file.resources()) {
-        if (file.resource_name(resource).find(version_type) != std::string::npos) {
-            if (file.contains(resource.offset, resource.size)) {
-                file.read_into(bytes,
-                               std::min<std::uint64_t>(resource.size, largest_version_resource),
-                               resource.offset);
-            }
+        if (is_version(file, resource)) {
+            file.read_into(bytes, std::min<std::uint64_t>(resource.size, largest_version_resource),
+                           resource.offset);
             break;
         }
     }
