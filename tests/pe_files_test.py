@@ -219,6 +219,21 @@ class Made(Folder):
         self.assertEqual((result.returncode, result.stderr),
                          (0, notice(f"no matches found: {database}\n")))
 
+    def test_windows_reports(self):
+        """The same bytes, but for the folder."""
+        if reports.WINDOWS is None:
+            self.skipTest("no Windows program")
+        tool = self.make("x86_64-w64-mingw32", "tool.exe",
+                         resource_script(KINDS[1], {"040904b0": STRINGS, "040704e4": SECOND}))
+        shutil.copy(tool, "build/tool.exe")
+        self.addCleanup(os.unlink, "build/tool.exe")
+        for form in ([], ["-csv"], ["-csv", "-pair_datetime"], ["-base10"]):
+            with self.subTest(form=form):
+                here, there = (program.run("-pe", "build/tool.exe", "-stats", *form)
+                               for program in (reports.QUILT, reports.WINDOWS))
+                self.assertEqual((there.returncode, reports.masked(there.stdout)),
+                                 (0, reports.masked(here.stdout)))
+
     def test_a_sparse_file_of_three_gigabytes(self):
         tool = self.make("x86_64-w64-mingw32", "tool.exe",
                          resource_script(KINDS[0], {"040904b0": STRINGS}))

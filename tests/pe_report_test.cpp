@@ -115,6 +115,12 @@ TEST(pe_report, which_entries_become_properties)
     EXPECT_EQ(report::find_property(list, 0x6009)->name, "companydescription");
     EXPECT_EQ(report::find_property(list, 0x6012), nullptr);
     EXPECT_EQ(report::find_property(list, 0x4009)->text, "unk");
+    test_support::resource_node root = test_support::lone_resource(16, resource);
+    const bytes no_version(8);
+    root.entries.insert(root.entries.begin(),
+                        {.name = u"PACKTHEM_VERSION", .entries = {{.id = 1, .data = no_version}}});
+    EXPECT_EQ(properties(test_support::pe_with_resources(root).build()).size(), list.size())
+        << "another resource with the word in its name";
     EXPECT_EQ(properties(test_support::pe_plan().build()).size(), 12u) << "no resources";
     EXPECT_TRUE(properties(bytes(4096)).empty());
 }
