@@ -1,6 +1,7 @@
 #include "report/match.h"
 
 #include <algorithm>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,13 +26,6 @@ constexpr std::string_view any_name = "*";
 // Records that stand in one another are expanded again and again; no sound database comes near.
 constexpr std::uint64_t largest_gathering = 1'000'000;
 constexpr std::uint64_t gathering_share_of_a_tag = 16;
-
-// One property of a matching-file list.
-struct match_property {
-    std::uint16_t tag;
-    std::string text;
-    std::uint64_t number;
-};
 
 enum class bound { exact, upper, lower };
 
@@ -68,40 +62,28 @@ std::string_view text_to_match(const pe_property& property)
     return is_language ? std::string_view(property.text).substr(2) : property.text;
 }
 
-bool property_agrees(const pe_property& found, const match_property& wanted)
+// Whether what the file has under a tag agrees with what the database wants there.
+bool property_agrees(const pe_property& found, std::string_view wanted_text,
+                     std::uint64_t wanted_number)
 {
     const std::string_view text = text_to_match(found);
-    if (found.number != 0 && found.number == wanted.number) {
+    if (found.number != 0 && found.number == wanted_number) {
         return true;
     }
     // A number of 0 has a text on the database's side alone.
-    if (text == wanted.text ||
-        (is_numeric(wanted.tag) && text.empty() && found.number == wanted.number)) {
+    if (text == wanted_text ||
+        (is_numeric(found.tag) && text.empty() && found.number == wanted_number)) {
         return true;
     }
-    switch (bound_of(wanted.tag)) {
+    switch (bound_of(found.tag)) {
     case bound::upper:
-        return found.number <= wanted.number;
+        return found.number <= wanted_number;
     case bound::lower:
-        return found.number >= wanted.number;
+        return found.number >= wanted_number;
     case bound::exact:
         return false;
     }
     return false;
-}
-
-bool list_agrees(const pe_list& file, const std::vector<match_property>& properties)
-{
-    for (const match_property& wanted : properties) {
-        const pe_property* found = find_property(file, wanted.tag);
-        if (found == nullptr) {
-            return true; // meant, whatever comes behind
-        }
-        if (!property_agrees(*found, wanted)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // The names under which a database may know a file, lower-case.
@@ -173,21 +155,47 @@ private:
 
     void look_at_list(std::uint32_t record, item_span members)
     {
-        const std::string_view key = key_of(members);
+        members_ = members;
+        text_sources_.clear();
+        const std::string key = file_name();
         const bool is_name = uni::equal_ignoring_case(key, keys_.name);
-        if (!is_name && !uni::equal_ignoring_case(key, keys_.full)) {
+        name_is_known_ = name_is_known_ || is_name;
+        if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
             return;
         }
-        name_is_known_ = name_is_known_ || is_name;
-        if (!members.empty() && list_agrees(file_, properties_of(members))) {
-            // The property of the lowest tag, of equal ones the first.
-            const std::uint32_t first =
-                std::ranges::min_element(members, {}, &record_item::tag)->offset;
+        // Properties are compared by ascending tag, equal tags as they stand.
+        std::vector<std::uint32_t> order(members.size());
+        std::iota(order.begin(), order.end(), 0u);
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return members[a].tag < members[b].tag;
+        });
+        if (members_agree(order)) {
+            const std::uint32_t first = members[order.front()].offset;
             std::uint32_t list = 0;
             const bool found = database_.find_enclosing_list(list, first, false);
             // A name may be the path too, and then counts as a name.
             (is_name ? by_name_ : by_path_)[record].insert(found ? list : first);
         }
+    }
+
+    bool members_agree(const std::vector<std::uint32_t>& order)
+    {
+        for (const std::uint32_t member : order) {
+            const pe_property* found = find_property(file_, members_[member].tag);
+            if (found == nullptr) {
+                return true; // meant, whatever comes behind
+            }
+            const rendered_value value = rendered(member);
+            std::string text =
+                value.lines.empty() ? text_before(member) : value.lines.begin()->second;
+            if (text == any_name) {
+                text = name();
+            }
+            if (!property_agrees(*found, text, value.value_number)) {
+                return false;
+            }
+        }
+        return true;
     }
 
     // A quick look that spares most records the rest: no only for one in which no list can have one
@@ -243,68 +251,59 @@ private:
         return *name_;
     }
 
-    // The file name of a matching-file list: that of the record, unless the list has its own. The
-    // view is good until the next list.
-    std::string_view key_of(item_span members)
+    // The file name of the list in work: the text of its last name that is none of "" and "*", else
+    // that of the record.
+    std::string file_name()
     {
-        key_ = name();
-        std::string text;       // of the last member looked at: a member without one keeps it
-        std::size_t looked = 0; // members whose text is settled
-        for (std::size_t i = 0; i < members.size(); ++i) {
-            if (members[i].tag != tag::name) {
+        for (std::size_t i = members_.size(); i > 0; --i) {
+            if (members_[i - 1].tag != tag::name) {
                 continue;
             }
-            std::optional<std::string> found;
-            for (std::size_t at = i + 1; at > looked && !found; --at) {
-                found = text_of(members[at - 1]);
-                if (at <= i && found == any_name) {
-                    found = name();
-                }
-            }
-            looked = i + 1;
-            text = std::move(found).value_or(std::move(text));
-            if (text == any_name) {
-                text = name();
-            } else if (!text.empty()) {
-                key_ = text;
+            const rendered_value value = rendered(i - 1);
+            std::string text =
+                value.lines.empty() ? text_before(i - 1) : value.lines.begin()->second;
+            if (!text.empty() && text != any_name) {
+                return text;
             }
         }
-        return key_;
+        return name();
     }
 
-    std::vector<match_property> properties_of(item_span members)
+    // What a member without a text has for one: that of the last member before it that has one.
+    std::string text_before(std::size_t member)
     {
-        std::vector<match_property> properties;
-        std::string text;
-        for (const record_item& member : members) {
-            const rendered_value value =
-                render_tag_value(database_, database_.item_at(member.ordinal), options_);
-            if (!value.lines.empty()) {
-                text = value.lines.begin()->second;
+        if (text_sources_.empty()) {
+            std::uint32_t source = no_source;
+            for (std::uint32_t i = 0; i < members_.size(); ++i) {
+                source = has_text(members_[i]) ? i : source;
+                text_sources_.push_back(source);
             }
-            if (text == any_name) {
-                text = name();
-            }
-            properties.push_back({member.tag, text, value.value_number});
         }
-        std::stable_sort(
-            properties.begin(), properties.end(),
-            [](const match_property& a, const match_property& b) { return a.tag < b.tag; });
-        return properties;
+        const std::uint32_t source = text_sources_[member];
+        if (source == no_source) {
+            return {};
+        }
+        std::string text = rendered(source).lines.begin()->second;
+        return text == any_name ? name() : text;
     }
 
-    // The text in the string table that the name at an offset refers to.
-    uni::byte_view stored_text(std::uint32_t name_offset) const
+    rendered_value rendered(std::size_t member) const
     {
-        return database_.string_bytes(database_.word_behind(name_offset));
+        return render_tag_value(database_, database_.item_at(members_[member].ordinal), options_);
+    }
+    bool has_text(const record_item& item) const
+    {
+        if (sdb::tag_type(item.tag) == type::stringref) {
+            return !stored_text(item.offset).empty(); // without the pains of making it
+        }
+        const sdb::sdb_tag_item decoded = database_.item_at(item.ordinal);
+        return !render_tag_value(database_, decoded, options_).lines.empty();
     }
 
-    // The first text of a tag; nothing for one that has none.
-    std::optional<std::string> text_of(const record_item& item) const
+    // The text in the string table that the tag at an offset refers to.
+    uni::byte_view stored_text(std::uint32_t offset) const
     {
-        const rendered_value value =
-            render_tag_value(database_, database_.item_at(item.ordinal), options_);
-        return value.lines.empty() ? std::nullopt : std::optional(value.lines.begin()->second);
+        return database_.string_bytes(database_.word_behind(offset));
     }
 
     const sdb::sdb_database& database_;
@@ -314,7 +313,10 @@ private:
     // Name of the record in work, as stored and once it was asked for.
     uni::byte_view stored_name_;
     std::optional<std::string> name_;
-    std::string key_;
+    // The list in work, and for each member the one whose text it has, once that is asked for.
+    static constexpr std::uint32_t no_source = 0xffffffff;
+    item_span members_;
+    std::vector<std::uint32_t> text_sources_;
     bool name_is_known_ = false;
     match_results by_name_;
     match_results by_path_;
