@@ -46,12 +46,12 @@ unit_tests() { # name command...
     grep -a '^\[  SKIPPED \] [0-9]* test' "$log" || true
 }
 
-# Runs the report tests, whose last line is "N passed, N failed".
+# Runs the report tests, or another script of them, whose last line is "N passed, N failed".
 report_tests() { # name argument...
-    local log=$logs/$1.log status=0 words
-    [ -e tests/reports_test.py ] || return 0
+    local log=$logs/$1.log status=0 words script=${script:-tests/reports_test.py}
+    [ -e "$script" ] || return 0
     heading "$1"
-    timeout 600 python3 tests/reports_test.py "${@:2}" </dev/null >"$log" 2>&1 || status=$?
+    timeout 600 python3 "$script" "${@:2}" </dev/null >"$log" 2>&1 || status=$?
     if [[ $(tail -n 1 "$log") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
         words=("${BASH_REMATCH[@]:1}")
     else
@@ -138,11 +138,14 @@ if $all; then
     build asan
     unit_tests quilt_tests-asan build/asan/quilt_tests
     report_tests reports-asan --quilt build/asan/quilt
+    script=tests/pe_files_test.py report_tests pe-files --quilt build/asan/quilt
 
     build windows
     start_wine
     unit_tests quilt_tests-windows wine build/windows/quilt_tests.exe
     report_tests reports-windows --quilt build/release/quilt --windows 'wine build/windows/quilt.exe'
+    script=tests/pe_files_test.py report_tests pe-files-windows --quilt build/release/quilt \
+        --windows 'wine build/windows/quilt.exe'
 
     build fuzz
     fuzz_smoke

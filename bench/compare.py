@@ -3,7 +3,7 @@
 
     bench/compare.py [build folder] [--pairs N]
 
-Builds nothing: takes quilt and make_large_database of the folder (build/release). The two commands
+Builds nothing: takes quilt and its makers of large files from the folder (build/release). The two commands
 of a row run in turn, A B A B, and the ratio is the median of the ratios of the pairs, so that a slow
 moment of the machine touches both. Clock and processor time stand side by side. Ends with 1 when a
 figure is not reached by the clock.
@@ -20,6 +20,7 @@ import time
 
 MIB = 1 << 20
 SMALL_DATABASES = 1000
+WINE = "/usr/lib/x86_64-linux-gnu/wine"
 
 
 class Run:
@@ -114,6 +115,25 @@ def compare_finding(table, maker, place, quilt, large, load, apps):
               (shell("xargs md5sum <%s; xargs sha1sum <%s" % (listed, listed)),), 1.5)
 
 
+def compare_programs(table, folder, place, quilt, large, load):
+    """Reports on PE files; `load` is the command that loads the large database."""
+    program = os.path.join(place, "program.exe")
+    Run([os.path.join(folder, "make_program"), str(64 * MIB), program])
+    table.row("-pe -stats, 64 MiB / md5sum", ([quilt, "-pe", program, "-stats"],),
+              (["md5sum", program],), 1.0)
+    table.row("-match, 16 MiB / load", ([quilt, "-sdb", large, "-quiet", "-match", "-pe", program],),
+              load, 2.0)
+    files = sorted(os.path.join(path, name) for path, _, names in os.walk(WINE) for name in names)
+    if not files:
+        print("-pe -stats -pipe -csv: Wine is not installed")
+        return
+    with open(listed := os.path.join(place, "programs"), "w", encoding="utf-8") as file:
+        file.writelines(f"{name}\n" for name in files)
+    table.row("-pe -stats -pipe -csv, Wine / md5sum", ([quilt, "-pe", "-stats", "-pipe", "-csv"],
+                                                       f"{place}/pe.csv", listed),
+              (shell(f"xargs md5sum <{listed}"),), 1.5)
+
+
 def compare(folder, pairs, place):
     quilt = os.path.join(folder, "quilt")
     maker = os.path.join(folder, "make_large_database")
@@ -142,6 +162,7 @@ def compare(folder, pairs, place):
         peak = max(Run(*command).peak for _ in range(3))
         table.memory(f"peak of -apps {name} / 4 images + 16 MiB", peak, limit)
     compare_finding(table, maker, place, quilt, databases[16], load[16], xml[16][1])
+    compare_programs(table, folder, place, quilt, databases[16], load[16])
     return table.missed
 
 

@@ -171,6 +171,10 @@ class Database:
         return struct.pack("<HI", tag, value)
 
     @staticmethod
+    def qword(tag, value):
+        return struct.pack("<HQ", tag, value)
+
+    @staticmethod
     def list(tag, *children):
         return struct.pack("<HI", tag, len(contents := b"".join(children))) + contents
 
@@ -409,8 +413,7 @@ class Refusals(Folder):
         self.assertFalse(os.path.exists(out))
 
     def test_reports_of_later_versions(self):
-        for name, options in (("-pe", ["-pe", SAMPLE, "-stats"]), ("-reg", ["-stats", "-reg", "x"]),
-                              ("-match", ["-pe", SAMPLE, "-match"])):
+        for name, options in (("-reg", ["-stats", "-reg", "x"]),):
             with self.subTest(option=name):
                 result = run("-sdb", SAMPLE, *options)
                 message = f"{name} is not available in this version\n"
@@ -871,7 +874,7 @@ def update_golden():
             (GOLDEN / name).write_bytes(b"".join(volume_report(QUILT, name, volume, volume)))
 
 
-def main():
+def main(tests=sys.modules[__name__]):
     global QUILT, WINDOWS
     parser = argparse.ArgumentParser()
     parser.add_argument("--quilt", required=True)
@@ -882,7 +885,7 @@ def main():
     WINDOWS = Program(arguments.windows) if arguments.windows else None
     if arguments.update:
         update_golden()
-    suite = unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
+    suite = unittest.defaultTestLoader.loadTestsFromModule(tests)
     result = unittest.TextTestRunner(stream=sys.stdout, verbosity=1).run(suite)
     # A test with several bad cases is one failed test.
     failed = {getattr(test, "test_case", test).id() for test, _ in result.failures + result.errors}

@@ -10,6 +10,8 @@
 #include "platform/console.h"
 #include "platform/redirection.h"
 #include "report/listings.h"
+#include "report/pe_properties.h"
+#include "report/pe_report.h"
 #include "report/statistics.h"
 #include "sdb/database.h"
 #include "uni/notice.h"
@@ -26,12 +28,6 @@ constexpr std::size_t rule_length = 75;
 // A report that was asked for and that this version does not make yet.
 std::string_view missing_report(const sdb_opts& options)
 {
-    if (options.pe_stats) {
-        return "-pe";
-    }
-    if (options.match_mode) {
-        return "-match";
-    }
     return options.reg_given && (options.stats || options.list_sdb) ? "-reg" : "";
 }
 
@@ -99,7 +95,8 @@ int list_databases(uni::output_sink& standard_output, const sdb_opts& options)
     return options.target_files.empty() ? failure : success;
 }
 
-bool report_target(const std::string& path, uni::output_sink& out, sdb_opts& options)
+bool report_target(const std::string& path, uni::output_sink& out,
+                   uni::output_sink& standard_output, sdb_opts& options)
 {
     reset_per_database(options);
     options.current_path = path;
@@ -113,11 +110,11 @@ bool report_target(const std::string& path, uni::output_sink& out, sdb_opts& opt
     if (stands_alone && options.print_header && options.xml && !options.pipe) {
         out.text(xml_declaration);
     }
-    report::run_database_report(out, database, options);
+    report::run_database_report(out, standard_output, database, options);
     return true;
 }
 
-int report_targets(uni::output_sink& out, sdb_opts& options)
+int report_targets(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
 {
     if (options.target_files.empty()) {
         print_usage();
@@ -127,14 +124,14 @@ int report_targets(uni::output_sink& out, sdb_opts& options)
     int result = failure;
     for (const std::string& path : options.target_files) {
         options.print_header = print_header;
-        if (report_target(path, out, options)) {
+        if (report_target(path, out, standard_output, options)) {
             result = success;
         }
     }
     return result;
 }
 
-int report_entries(uni::output_sink& out, sdb_opts& options)
+int report_entries(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
 {
     const bool print_header = options.print_header;
     int result = failure;
@@ -146,7 +143,7 @@ int report_entries(uni::output_sink& out, sdb_opts& options)
         say_processing(options);
         sdb::sdb_database database;
         if (database.load(entry, options)) {
-            report::run_database_report(out, database, options);
+            report::run_database_report(out, standard_output, database, options);
             result = success;
         }
     });
@@ -201,6 +198,34 @@ int stats_of_entries(uni::output_sink& out, sdb_opts& options)
     return result;
 }
 
+int pe_stats_of_file(uni::output_sink& out, sdb_opts& options)
+{
+    const platform::wow64_redirect_adt redirection;
+    report::pe_list list;
+    if (!report::read_pe_stats(list, options.pe_path)) {
+        uni::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+        return failure;
+    }
+    report::print_pe_stats(out, list, options);
+    return success;
+}
+
+int pe_stats_of_entries(uni::output_sink& out, sdb_opts& options)
+{
+    const platform::wow64_redirect_adt redirection;
+    int result = failure;
+    report::pe_list list;
+    for_each_entry(options, options.pe_path, [&](const std::string& entry) {
+        options.pe_path = entry;
+        if (report::read_pe_stats(list, entry)) {
+            result = success;
+            report::print_pe_stats(out, list, options);
+            write_rule(out, options);
+        }
+    });
+    return result;
+}
+
 } // namespace
 
 int run_mode(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
@@ -209,11 +234,16 @@ int run_mode(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts&
         uni::print_notice("%s is not available in this version\n", std::string(missing).c_str());
         return failure;
     }
+    if (options.pe_stats) {
+        return is_list_form(options) ? pe_stats_of_entries(out, options)
+                                     : pe_stats_of_file(out, options);
+    }
     if (options.list_sdb) {
         return list_databases(standard_output, options);
     }
     if (!options.stats) {
-        return is_list_form(options) ? report_entries(out, options) : report_targets(out, options);
+        return is_list_form(options) ? report_entries(out, standard_output, options)
+                                     : report_targets(out, standard_output, options);
     }
     return is_list_form(options) ? stats_of_entries(out, options) : stats_of_targets(out, options);
 }

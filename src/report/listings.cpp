@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "report/identifiers.h"
+#include "report/match.h"
 #include "report/tag_line.h"
 #include "sdb/finders.h"
 #include "sdb/tags.h"
@@ -357,14 +358,40 @@ bool make_listings(record_printer& printer, uni::output_sink& out,
     return asked;
 }
 
+void list_matches(uni::output_sink& out, uni::output_sink& standard_output,
+                  const sdb::sdb_database& database, front::sdb_opts& options)
+{
+    match_results results;
+    if (!match_pe_file(results, database, options)) {
+        say_no_matches(options);
+        return;
+    }
+    options.listed_items = 0;
+    record_printer printer(out, database, options);
+    for (const auto& [record, lists] : results) {
+        for (const std::uint32_t list : lists) {
+            standard_output.literal("match tagid ");
+            standard_output.hex(list, 8);
+            standard_output.line_end();
+        }
+        printer.print_record(record);
+        standard_output.line_end();
+    }
+}
+
 } // namespace
 
-bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
-                         front::sdb_opts& options)
+bool run_database_report(uni::output_sink& out, uni::output_sink& standard_output,
+                         const sdb::sdb_database& database, front::sdb_opts& options)
 {
     if (options.xml) {
         write_xml_prologue(out, options);
         options.print_header = false;
+    }
+    if (options.match_mode) {
+        // The document stays open: meant.
+        list_matches(out, standard_output, database, options);
+        return true;
     }
     if (!options.patch_pattern.empty() && !search_patch_bytes(database, options)) {
         // The document stays open: meant.

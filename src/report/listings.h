@@ -14,8 +14,15 @@ namespace report {
 
 // Makes the listings that the options ask for, in a fixed order, in the XML form or the plain one.
 // Answers whether anything was asked for that could be acted on; if nothing was, a notice says so.
-bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
-                         front::sdb_opts& options);
+// Under -match the records that would catch a PE file are all that is listed, and a line for each
+// list that catches it goes to `standard_output`, whatever `out` is.
+bool run_database_report(uni::output_sink& out, uni::output_sink& standard_output,
+                         const sdb::sdb_database& database, front::sdb_opts& options);
+inline bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
+                                front::sdb_opts& options)
+{
+    return run_database_report(out, out, database, options);
+}
 
 // Prints records of one database into one stream.
 class record_printer {

@@ -66,14 +66,17 @@ const std::vector<std::uint32_t>& tag_table::lists_with_children() const
     return *lists_with_children_;
 }
 
-const std::vector<tag_table::keyed_list>& tag_table::lists_by_depth() const
+const std::vector<std::vector<std::uint32_t>>& tag_table::lists_by_depth() const
 {
     if (!lists_by_depth_) {
         lists_by_depth_.emplace();
         for (const std::uint32_t list : lists_with_children()) {
-            lists_by_depth_->push_back({depth(list + 1), list});
+            const std::size_t depth_inside = depth(list + 1);
+            if (lists_by_depth_->size() <= depth_inside) {
+                lists_by_depth_->resize(depth_inside + 1);
+            }
+            (*lists_by_depth_)[depth_inside].push_back(list);
         }
-        std::ranges::sort(*lists_by_depth_);
     }
     return *lists_by_depth_;
 }
@@ -90,17 +93,46 @@ std::optional<std::uint32_t> tag_table::list_around(std::uint32_t list) const
         return std::nullopt;
     }
     const auto wanted = static_cast<std::uint16_t>(depth(list + 1) - 1);
-    const std::vector<keyed_list>& keyed = lists_by_depth();
-    const auto behind = std::ranges::lower_bound(keyed, keyed_list{wanted, list});
-    if (behind == keyed.begin() || (behind - 1)->child_depth != wanted) {
+    if (wanted >= lists_by_depth().size()) {
         return std::nullopt;
     }
-    const std::uint32_t found = (behind - 1)->ordinal;
-    const bool has_one_row = end(found + 1) >= end(found);
-    if (found == lists_with_children().front() && has_one_row) {
+    const std::vector<std::uint32_t>& outer = lists_by_depth()[wanted];
+    const auto behind = std::ranges::lower_bound(outer, list);
+    if (behind == outer.begin()) {
         return std::nullopt;
     }
-    return found;
+    const std::uint32_t found = *(behind - 1);
+    return is_lone_first_row(found, lists_with_children().front()) ? std::nullopt
+                                                                   : std::optional(found);
+}
+
+std::vector<std::uint32_t> tag_table::lists_around(std::uint16_t tag) const
+{
+    std::vector<std::uint32_t> outer;
+    std::vector<std::uint32_t> last_by_depth; // by the depth of what stands in them
+    std::uint32_t first = no_list;
+    for (const std::uint32_t list : lists_) {
+        if (!has_children(list)) {
+            continue;
+        }
+        const std::uint16_t depth_inside = depth(list + 1);
+        const auto wanted = static_cast<std::uint16_t>(depth_inside - 1);
+        if (this->tag(list) == tag && wanted < last_by_depth.size()) {
+            const std::uint32_t found = last_by_depth[wanted];
+            if (found != no_list && !is_lone_first_row(found, first) &&
+                (outer.empty() || outer.back() != found)) {
+                outer.push_back(found);
+            }
+        }
+        if (last_by_depth.size() <= depth_inside) {
+            last_by_depth.resize(std::size_t{depth_inside} + 1, no_list);
+        }
+        last_by_depth[depth_inside] = list;
+        first = std::min(first, list);
+    }
+    std::ranges::sort(outer);
+    outer.erase(std::unique(outer.begin(), outer.end()), outer.end());
+    return outer;
 }
 
 } // namespace sdb

@@ -114,6 +114,10 @@ public:
     // first whose depth is one less; the relation's very first row never counts.
     std::optional<std::uint32_t> list_around(std::uint32_t list) const;
 
+    // The same for all lists of one tag in one pass: those that stand around them, ascending, each
+    // once.
+    std::vector<std::uint32_t> lists_around(std::uint16_t tag) const;
+
 private:
     static constexpr std::uint32_t no_list = 0xffffffff;
     struct open_list {
@@ -134,15 +138,14 @@ private:
     void close_finished(std::uint64_t behind);
     void close(const open_list& closed, std::uint64_t behind);
 
-    // A list with children, filed under the depth of its children.
-    struct keyed_list {
-        std::uint16_t child_depth;
-        std::uint32_t ordinal;
-        friend auto operator<=>(const keyed_list&, const keyed_list&) = default;
-    };
-
     const std::vector<std::uint32_t>& lists_with_children() const;
-    const std::vector<keyed_list>& lists_by_depth() const;
+    // Whether a list holds the one row of the relation in front of all others.
+    bool is_lone_first_row(std::uint32_t list, std::uint32_t first_list) const
+    {
+        return list == first_list && end(list + 1) >= end(list);
+    }
+    // The same by the depth of what stands in them.
+    const std::vector<std::vector<std::uint32_t>>& lists_by_depth() const;
 
     // While the scan runs: the innermost open list, those around it, and the depth of what stands in
     // it. Outside of all lists the innermost is no list, which never closes.
@@ -154,7 +157,7 @@ private:
     uni::large_vector<list_row> lists_;
     uni::large_vector<reference> references_;
     mutable std::optional<std::vector<std::uint32_t>> lists_with_children_;
-    mutable std::optional<std::vector<keyed_list>> lists_by_depth_;
+    mutable std::optional<std::vector<std::vector<std::uint32_t>>> lists_by_depth_;
 };
 
 } // namespace sdb

@@ -1,0 +1,47 @@
+// Takes arbitrary bytes apart as a PE file, names everything in it and makes both forms of the report.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "pe/pe_file.h"
+#include "report/pe_report.h"
+
+namespace {
+
+// Longer inputs find nothing that shorter ones do not.
+constexpr std::size_t longest_input = 65'536;
+// Testing a stretch takes as long as it is, and thousands may lie over one another.
+constexpr std::size_t most_tests = 16;
+
+void name_everything(pe::PE_FILE_UTIL& file)
+{
+    file.dos_stub();
+    file.segments();
+    std::size_t tested = 0;
+    for (const pe::pe_resource& resource : file.resources()) {
+        file.resource_name(resource);
+        if (++tested <= most_tests) {
+            file.resource_segment(resource);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    if (size > longest_input) {
+        return -1;
+    }
+    pe::PE_FILE_UTIL file(uni::byte_vector(data, data + size));
+    report::pe_list list;
+    if (report::read_pe_stats(list, file)) {
+        name_everything(file);
+        uni::null_out_stream nowhere;
+        front::sdb_opts options;
+        report::print_pe_stats(nowhere, list, options);
+        options.csv = true;
+        report::print_pe_stats(nowhere, list, options);
+    }
+    return 0;
+}

@@ -1,0 +1,252 @@
+#include "pe/pe_file.h"
+
+#include <algorithm>
+
+namespace pe {
+
+namespace {
+
+constexpr std::uint16_t dos_magic = 0x5a4d;
+constexpr std::uint32_t pe_magic = 0x4550;
+constexpr std::uint16_t magic_of_64 = 0x20b;
+constexpr std::uint64_t dos_header_size = 64;
+// PE signature and file header.
+constexpr std::uint64_t optional_header_place = 24;
+constexpr std::uint64_t section_header_size = 40;
+constexpr unsigned certificate_directory = 4;
+constexpr unsigned bound_import_directory = 11;
+constexpr std::string_view gap_name = "gap";
+// Stretches of up to and including the first, and beyond the second, are not tested.
+constexpr std::uint64_t too_small_to_test = 4096;
+constexpr std::uint64_t largest_to_test = 0x1000000;
+
+using segment_map = std::map<std::uint64_t, pe_segment>;
+
+// Of several segments at one offset the first stays.
+void add_segment(segment_map& map, std::string name, std::uint64_t offset, std::uint64_t size)
+{
+    pe_segment segment;
+    segment.name = std::move(name);
+    segment.offset = offset;
+    segment.size = size;
+    map.try_emplace(offset, std::move(segment));
+}
+
+std::string section_name(uni::byte_view header)
+{
+    std::string name;
+    for (std::uint64_t i = 0; i < 8 && header.u8(i) != 0; ++i) {
+        name += static_cast<char>(header.u8(i));
+    }
+    return name;
+}
+
+} // namespace
+
+PE_FILE_UTIL::PE_FILE_UTIL(const std::string& path) : FILE_STATS(path)
+{
+    parse();
+}
+
+PE_FILE_UTIL::PE_FILE_UTIL(uni::byte_vector image) : FILE_STATS(std::move(image))
+{
+    parse();
+}
+
+void PE_FILE_UTIL::parse()
+{
+    valid_ = read_dos_header() && read_pe_headers() && read_sections();
+    if (!valid_) {
+        headers_ = {};
+        return;
+    }
+    find_entry_point();
+    read_resources();
+}
+
+bool PE_FILE_UTIL::read_dos_header()
+{
+    if (!read_at(headers_.dos, 0) || dos_header().u16(0) != dos_magic) {
+        return false;
+    }
+    const auto place = static_cast<std::int32_t>(dos_header().u32(60));
+    const auto stub_size = std::int64_t{place} - static_cast<std::int64_t>(dos_header_size);
+    // A PE signature right behind the DOS header leaves no stub to read: refused, and meant.
+    if (stub_size <= 0 || !contains(0, static_cast<std::uint64_t>(place))) {
+        return false;
+    }
+    headers_.pe_offset = static_cast<std::uint64_t>(place);
+    return true;
+}
+
+bool PE_FILE_UTIL::read_pe_headers()
+{
+    const std::uint64_t start = headers_.pe_offset;
+    const uni::byte_view signature = peek(start, 4);
+    if (signature.empty() || signature.u32(0) != pe_magic || !read_at(headers_.file, start + 4) ||
+        !read_at(headers_.optional32, start + optional_header_place)) {
+        return false;
+    }
+    headers_.is_64 = optional_header32().u16(0) == magic_of_64;
+    const auto whole = std::span(headers_.optional64).first(optional_header_size());
+    if (!read_at(whole, start + optional_header_place)) {
+        return false;
+    }
+    headers_.entry_rva = optional_header64().u32(16);
+    headers_.image_base =
+        headers_.is_64 ? optional_header64().u64(24) : optional_header64().u32(28);
+    return true;
+}
+
+bool PE_FILE_UTIL::read_sections()
+{
+    const std::uint64_t count = file_header().u16(2);
+    uni::byte_vector table;
+    if (!read_into(table, count * section_header_size,
+                   headers_.pe_offset + optional_header_place + optional_header_size())) {
+        return false;
+    }
+    headers_.sections.resize(static_cast<std::size_t>(count));
+    for (std::size_t i = 0; i < headers_.sections.size(); ++i) {
+        const uni::byte_view header =
+            uni::byte_view(table).slice(i * section_header_size, section_header_size);
+        pe_section& section = headers_.sections[i];
+        section.name = section_name(header);
+        std::ranges::copy(header.bytes(), section.header.begin());
+    }
+    return true;
+}
+
+void PE_FILE_UTIL::find_entry_point()
+{
+    for (const pe_section& section : headers_.sections) {
+        const std::uint64_t start = section.virtual_address();
+        const bool holds_it =
+            headers_.entry_rva >= start && headers_.entry_rva < start + section.virtual_size();
+        if (holds_it && headers_.entry_file_offset == 0) {
+            headers_.entry_file_offset =
+                headers_.entry_rva - section.virtual_address() + section.raw_offset();
+        }
+    }
+}
+
+uni::byte_vector PE_FILE_UTIL::dos_stub()
+{
+    uni::byte_vector stub;
+    if (valid_) {
+        read_into(stub, headers_.pe_offset - dos_header_size, dos_header_size);
+    }
+    return stub;
+}
+
+const pe_section* PE_FILE_UTIL::find_section_rsrc() const noexcept
+{
+    const auto found = std::ranges::find(headers_.sections, ".rsrc", &pe_section::name);
+    return found == headers_.sections.end() ? nullptr : &*found;
+}
+
+// The address of an entry of the data directories.
+std::uint64_t PE_FILE_UTIL::data_directory(unsigned index, std::uint64_t& size) const
+{
+    const std::uint64_t place = (headers_.is_64 ? 112 : 96) + std::uint64_t{index} * 8;
+    size = optional_header64().u32(place + 4);
+    return optional_header64().u32(place);
+}
+
+segment_map PE_FILE_UTIL::claimed_segments() const
+{
+    segment_map claimed;
+    add_segment(claimed, "dos_headers", 0, headers_.pe_offset);
+    const std::pair<unsigned, const char*> directories[] = {
+        {certificate_directory, "digital_cert"}, {bound_import_directory, "bound_import"}};
+    for (const auto& [index, name] : directories) {
+        std::uint64_t size = 0;
+        const std::uint64_t offset = data_directory(index, size);
+        if (offset != 0 && size != 0) {
+            add_segment(claimed, name, offset, size);
+        }
+    }
+    add_segment(claimed, "pe_headers", headers_.pe_offset,
+                optional_header_place + optional_header_size() +
+                    section_header_size * headers_.sections.size());
+    for (const pe_section& section : headers_.sections) {
+        if (section.raw_size() != 0) {
+            add_segment(claimed, section.name, section.raw_offset(), section.raw_size());
+        }
+    }
+    return claimed;
+}
+
+// What is said of a stretch behind its name.
+std::string_view PE_FILE_UTIL::mark_of(std::uint64_t offset, std::uint64_t size)
+{
+    if (size > largest_to_test) {
+        return " [too large for analysis]";
+    }
+    STATS stats;
+    const bool is_random =
+        size > too_small_to_test && compute_stats(offset, size, stats) && is_high_entropy(stats);
+    return is_random ? " [entropy high]" : "";
+}
+
+const segment_map& PE_FILE_UTIL::segments()
+{
+    if (segments_) {
+        return *segments_;
+    }
+    segments_.emplace();
+    if (!valid_) {
+        return *segments_;
+    }
+    const auto add_gap = [this](std::uint64_t offset, std::uint64_t length) {
+        add_segment(*segments_, std::string(gap_name).append(mark_of(offset, length)), offset,
+                    length);
+    };
+    std::uint64_t position = 0;
+    for (auto& [offset, segment] : claimed_segments()) {
+        if (offset < position) {
+            continue; // overlaps what came before
+        }
+        if (offset > position) {
+            add_gap(position, offset - position);
+        }
+        position = offset + segment.size;
+        segments_->emplace(offset, segment);
+    }
+    if (position < size()) {
+        // In 32 bits: meant.
+        add_gap(position, static_cast<std::uint32_t>(size() - position));
+    }
+    return *segments_;
+}
+
+void PE_FILE_UTIL::read_resources()
+{
+    if (const pe_section* section = find_section_rsrc()) {
+        headers_.resources =
+            pe::read_resources(*this, {section->raw_offset(), section->virtual_address()});
+        std::stable_sort(
+            headers_.resources.begin(), headers_.resources.end(),
+            [](const pe_resource& a, const pe_resource& b) { return a.offset < b.offset; });
+    }
+}
+
+std::string PE_FILE_UTIL::resource_name(const pe_resource& resource)
+{
+    const pe_section* section = find_section_rsrc();
+    return section == nullptr
+               ? std::string()
+               : pe::resource_name(*this, {section->raw_offset(), section->virtual_address()},
+                                   resource);
+}
+
+pe_segment PE_FILE_UTIL::resource_segment(const pe_resource& resource)
+{
+    pe_segment segment;
+    segment.name = resource_name(resource).append(mark_of(resource.offset, resource.size));
+    segment.offset = resource.offset;
+    segment.size = resource.size;
+    return segment;
+}
+
+} // namespace pe

@@ -1,0 +1,340 @@
+#include "report/match.h"
+
+#include <algorithm>
+#include <numeric>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "report/record.h"
+#include "report/tag_text.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/notice.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+namespace type = sdb::type;
+
+constexpr std::string_view any_name = "*";
+// Records that stand in one another are expanded again and again; no sound database comes near.
+constexpr std::uint64_t largest_gathering = 1'000'000;
+constexpr std::uint64_t gathering_share_of_a_tag = 16;
+
+enum class bound { exact, upper, lower };
+
+constexpr bound bound_of(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::upto_link_date:
+    case tag::upto_bin_product_version:
+    case tag::upto_bin_file_version:
+    case tag::upto_packageid_version:
+    case tag::upto_osmaxversiontested:
+    case tag::quirk_enabled_version_lt:
+        return bound::upper;
+    case tag::from_link_date:
+    case tag::from_bin_product_version:
+    case tag::from_bin_file_version:
+    case tag::from_packageid_version:
+    case tag::from_osmaxversiontested:
+        return bound::lower;
+    default:
+        return bound::exact;
+    }
+}
+
+constexpr bool is_numeric(std::uint16_t tag)
+{
+    return sdb::tag_type(tag) >= type::byte_ && sdb::tag_type(tag) <= type::qword;
+}
+
+// A language stands without its prefix beside a database's.
+std::string_view text_to_match(const pe_property& property)
+{
+    const bool is_language = property.tag == tag::langid || property.tag == tag::ver_language;
+    return is_language ? std::string_view(property.text).substr(2) : property.text;
+}
+
+// Whether what the file has under a tag agrees with what the database wants there.
+bool property_agrees(const pe_property& found, std::string_view wanted_text,
+                     std::uint64_t wanted_number)
+{
+    const std::string_view text = text_to_match(found);
+    if (found.number != 0 && found.number == wanted_number) {
+        return true;
+    }
+    // A number of 0 has a text on the database's side alone.
+    if (text == wanted_text ||
+        (is_numeric(found.tag) && text.empty() && found.number == wanted_number)) {
+        return true;
+    }
+    switch (bound_of(found.tag)) {
+    case bound::upper:
+        return found.number <= wanted_number;
+    case bound::lower:
+        return found.number >= wanted_number;
+    case bound::exact:
+        return false;
+    }
+    return false;
+}
+
+// The names under which a database may know a file, lower-case.
+struct file_keys {
+    explicit file_keys(std::string path)
+    {
+        uni::lower_text(path);
+        uni::replace_char(path, '/', '\\');
+        constexpr std::string_view folder = "c:\\windows";
+        if (const std::size_t at = path.find(folder); at != std::string::npos) {
+            path.replace(at, folder.size(), "%windir%");
+        }
+        full = path;
+        name = path.substr(path.find_last_of('\\') + 1); // from the start if there is none
+    }
+    std::string full;
+    std::string name;
+};
+
+class matcher {
+public:
+    matcher(const sdb::sdb_database& database, const front::sdb_opts& options, const pe_list& file)
+        : database_(database), options_(options), file_(file), keys_(options.pe_path)
+    {}
+
+    void run(match_results& results)
+    {
+        record_expander expander(database_);
+        const std::uint64_t limit =
+            largest_gathering + gathering_share_of_a_tag * database_.tag_count();
+        std::uint64_t gathered = 0;
+        const sdb::tag_table& relation = database_.children();
+        for (const std::uint32_t record : relation.lists_around(tag::matching_file)) {
+            if (gathered > limit) {
+                break;
+            }
+            gathered += relation.end(record) - record;
+            if (may_hold_key(record) && expander.expand(relation.offset(record), false, gathered)) {
+                walk_record(expander.own_items());
+            }
+        }
+        results = name_is_known_ ? std::move(by_name_) : std::move(by_path_);
+    }
+
+private:
+    using item_span = std::span<const record_item>;
+
+    void walk_record(item_span items)
+    {
+        const std::uint32_t record = items.front().offset;
+        stored_name_ = {};
+        name_.reset();
+        for (std::size_t i = 1; i < items.size();) {
+            const record_item& item = items[i++];
+            if (item.tag == tag::name && stored_name_.u16(0) == 0) {
+                stored_name_ = stored_text(item.offset);
+                name_.reset();
+            } else if (item.tag == tag::matching_file) {
+                const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
+                                          database_.list_size_at(item.ordinal);
+                const std::size_t first = i;
+                while (i < items.size() && items[i].offset < end) {
+                    ++i;
+                }
+                look_at_list(record, items.subspan(first, i - first));
+            }
+        }
+    }
+
+    void look_at_list(std::uint32_t record, item_span members)
+    {
+        members_ = members;
+        text_sources_.clear();
+        const std::string key = file_name();
+        const bool is_name = uni::equal_ignoring_case(key, keys_.name);
+        name_is_known_ = name_is_known_ || is_name;
+        if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
+            return;
+        }
+        // Properties are compared by ascending tag, equal tags as they stand.
+        std::vector<std::uint32_t> order(members.size());
+        std::iota(order.begin(), order.end(), 0u);
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return members[a].tag < members[b].tag;
+        });
+        if (members_agree(order)) {
+            const std::uint32_t first = members[order.front()].offset;
+            std::uint32_t list = 0;
+            const bool found = database_.find_enclosing_list(list, first, false);
+            // A name may be the path too, and then counts as a name.
+            (is_name ? by_name_ : by_path_)[record].insert(found ? list : first);
+        }
+    }
+
+    bool members_agree(const std::vector<std::uint32_t>& order)
+    {
+        for (const std::uint32_t member : order) {
+            const pe_property* found = find_property(file_, members_[member].tag);
+            if (found == nullptr) {
+                return true; // meant, whatever comes behind
+            }
+            const rendered_value value = rendered(member);
+            std::string text =
+                value.lines.empty() ? text_before(member) : value.lines.begin()->second;
+            if (text == any_name) {
+                text = name();
+            }
+            if (!property_agrees(*found, text, value.value_number)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // A quick look that spares most records the rest: no only for one in which no list can have one
+    // of the keys for its file name.
+    bool may_hold_key(std::uint32_t record) const
+    {
+        const sdb::tag_table& relation = database_.children();
+        const std::uint32_t end = relation.end(record);
+        const std::uint64_t claimed_end = std::uint64_t{database_.offset_at(record)} +
+                                          database_.list_size_at(record) + sdb::tag_header;
+        if (end != database_.tag_count() && database_.offset_at(end) < claimed_end) {
+            return true; // it claims more than it holds
+        }
+        for (std::uint32_t ordinal = record + 1; ordinal < end; ++ordinal) {
+            if (relation.tag(ordinal) != tag::name) {
+                continue;
+            }
+            const uni::byte_view stored = stored_text(relation.offset(ordinal));
+            if (stored.u16(0) == 0 || may_be_key(stored)) {
+                return true; // a name without a text may take that of another property
+            }
+        }
+        return false;
+    }
+
+    bool may_be_key(uni::byte_view stored) const
+    {
+        return begins_like(stored, keys_.name) || begins_like(stored, keys_.full);
+    }
+    // Whether the first two characters are the same, if they can be compared this simply.
+    static bool begins_like(uni::byte_view stored, std::string_view key)
+    {
+        constexpr std::uint16_t first_beyond_ascii = 0x80;
+        for (std::size_t i = 0; i < 2 && i < key.size(); ++i) {
+            const std::uint16_t unit = stored.u16(i * 2);
+            const auto wanted = static_cast<unsigned char>(key[i]);
+            if (unit >= first_beyond_ascii || wanted >= first_beyond_ascii) {
+                return true;
+            }
+            if (uni::lower_ascii(static_cast<char>(unit)) != key[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The name of the record in work.
+    const std::string& name()
+    {
+        if (!name_) {
+            uni::utf16_to_text(stored_name_, name_.emplace());
+        }
+        return *name_;
+    }
+
+    // The file name of the list in work: the text of its last name that is none of "" and "*", else
+    // that of the record.
+    std::string file_name()
+    {
+        for (std::size_t i = members_.size(); i > 0; --i) {
+            if (members_[i - 1].tag != tag::name) {
+                continue;
+            }
+            const rendered_value value = rendered(i - 1);
+            std::string text =
+                value.lines.empty() ? text_before(i - 1) : value.lines.begin()->second;
+            if (!text.empty() && text != any_name) {
+                return text;
+            }
+        }
+        return name();
+    }
+
+    // What a member without a text has for one: that of the last member before it that has one.
+    std::string text_before(std::size_t member)
+    {
+        if (text_sources_.empty()) {
+            std::uint32_t source = no_source;
+            for (std::uint32_t i = 0; i < members_.size(); ++i) {
+                source = has_text(members_[i]) ? i : source;
+                text_sources_.push_back(source);
+            }
+        }
+        const std::uint32_t source = text_sources_[member];
+        if (source == no_source) {
+            return {};
+        }
+        std::string text = rendered(source).lines.begin()->second;
+        return text == any_name ? name() : text;
+    }
+
+    rendered_value rendered(std::size_t member) const
+    {
+        return render_tag_value(database_, database_.item_at(members_[member].ordinal), options_);
+    }
+    bool has_text(const record_item& item) const
+    {
+        if (sdb::tag_type(item.tag) == type::stringref) {
+            return !stored_text(item.offset).empty(); // without the pains of making it
+        }
+        const sdb::sdb_tag_item decoded = database_.item_at(item.ordinal);
+        return !render_tag_value(database_, decoded, options_).lines.empty();
+    }
+
+    // The text in the string table that the tag at an offset refers to.
+    uni::byte_view stored_text(std::uint32_t offset) const
+    {
+        return database_.string_bytes(database_.word_behind(offset));
+    }
+
+    const sdb::sdb_database& database_;
+    const front::sdb_opts& options_;
+    const pe_list& file_;
+    file_keys keys_;
+    // Name of the record in work, as stored and once it was asked for.
+    uni::byte_view stored_name_;
+    std::optional<std::string> name_;
+    // The list in work, and for each member the one whose text it has, once that is asked for.
+    static constexpr std::uint32_t no_source = 0xffffffff;
+    item_span members_;
+    std::vector<std::uint32_t> text_sources_;
+    bool name_is_known_ = false;
+    match_results by_name_;
+    match_results by_path_;
+};
+
+} // namespace
+
+bool match_pe_file(match_results& results, const sdb::sdb_database& database,
+                   const front::sdb_opts& options)
+{
+    results.clear();
+    pe_list file;
+    if (!read_pe_stats(file, options.pe_path)) {
+        uni::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+        return false;
+    }
+    matcher(database, options, file).run(results);
+    return !results.empty();
+}
+
+} // namespace report

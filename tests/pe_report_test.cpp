@@ -1,0 +1,183 @@
+#include "report/pe_report.h"
+
+#include <gtest/gtest.h>
+
+#include "pe/pe_file.h"
+#include "sdb/tags.h"
+#include "support/pe_builder.h"
+#include "support/text_sink.h"
+
+namespace {
+
+using test_support::bytes;
+using test_support::text_sink;
+
+report::pe_list properties(const bytes& image)
+{
+    report::pe_list list;
+    pe::PE_FILE_UTIL file(uni::byte_vector(image.begin(), image.end()));
+    EXPECT_EQ(report::read_pe_stats(list, file), file.valid());
+    return list;
+}
+
+struct run {
+    run()
+    {
+        uni::compile_date_style(options.date_style, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
+        options.xml = false;
+        options.pe_path = "C:\\Tools\\Tool.exe";
+    }
+    std::string text(const report::pe_list& list)
+    {
+        text_sink out;
+        report::print_pe_stats(out, list, options);
+        out.flush();
+        return out.gathered;
+    }
+    front::sdb_opts options;
+};
+
+TEST(pe_report, every_fact_is_filed_under_its_tags)
+{
+    const report::pe_list list = properties(test_support::sample_program(true));
+    struct row {
+        std::uint16_t tag;
+        const char* name;
+        const char* text;
+        std::uint64_t number;
+        std::uint16_t language = 0;
+    };
+    constexpr std::uint64_t file_version = 0x0001'0002'0003'ffff; // as the file has it
+    constexpr std::uint64_t product_version = 0x0004'0005'0006'0007;
+    const char* const german = "stringfileinfo_040704e4_companyname";
+    const row rows[] = {
+        {0x4001, "FileSize", "", test_support::sample_program(true).size()},
+        {0x4003, "PECheckSum", "", 0x12345},
+        {0x4006, "ModuleType", "Win32", 3},
+        {0x4009, "fileos", "nt, win32", 0x40004},
+        {0x400a, "filetype", "app", 1},
+        {0x400b, "PECheckSum", "", 0x12345},
+        {0x400c, "OSMajorVersion", "", 6},
+        {0x400d, "OSMinorVersion", "", 3},
+        {0x401c, "LinkerVersion", "", 0x20005},
+        {0x401d, "CompileTimestamp", "", 0x5f5e1000},
+        {0x401e, "CompileTimestamp", "", 0x5f5e1000},
+        {0x4033, "CompileTimestamp", "", 0x5f5e1000},
+        {0x5002, "fileversion", "1.2.3.65535", file_version},
+        {0x5003, "productversion", "4.5.6.7", product_version},
+        {0x5006, "productversion", "4.5.6.7", product_version},
+        {0x500d, "fileversion", "1.2.3.65535", file_version},
+        {0x5012, "productversion", "4.5.6.7", product_version},
+        {0x5013, "fileversion", "1.2.3.65535", file_version},
+        {0x5018, "OSMajorVersion", "", 6},
+        {0x5019, "OSMinorVersion", "", 3},
+        {0x6009, german, "Akme GmbH", 0, 0x407},
+        {0x6009, "stringfileinfo_040904b0_companyname", "Acme, Inc.", 0, 0x409},
+        {0x6010, "stringfileinfo_040704e4_productname", "Werkzeug", 0, 0x407},
+        {0x6010, "stringfileinfo_040904b0_productname", "Tools", 0, 0x409},
+        {0x6011, "productversion", "4.5.6.7", product_version},
+        {0x6012, "stringfileinfo_040904b0_filedescription", "Caf\u00e9 \u8a08", 0, 0x409},
+        {0x6013, "fileversion", "1.2.3.65535", file_version},
+        {0x6014, "stringfileinfo_040904b0_originalfilename", "Tool.exe", 0, 0x409},
+        {0x6015, "stringfileinfo_040904b0_internalname", "tool", 0, 0x409},
+        {0x6016, "stringfileinfo_040904b0_legalcopyright", "\u00a9 Acme\r\nAll of it", 0, 0x409},
+    };
+    ASSERT_EQ(list.size(), std::size(rows));
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        EXPECT_EQ(list[i].tag, rows[i].tag);
+        EXPECT_EQ(list[i].name, rows[i].name);
+        EXPECT_EQ(list[i].text, rows[i].text) << rows[i].tag;
+        EXPECT_EQ(list[i].number, rows[i].number) << rows[i].tag;
+        EXPECT_EQ(list[i].sub_tag, rows[i].language) << rows[i].tag;
+    }
+    EXPECT_EQ(report::find_property(list, 0x6009)->name, german);
+    EXPECT_EQ(report::find_property(list, 0x4011), nullptr);
+}
+
+TEST(pe_report, which_entries_become_properties)
+{
+    using test_support::version_block;
+    using test_support::version_text;
+    const bytes resource =
+        version_block(u"VS_VERSION_INFO", bytes(52),
+                      {version_block(u"Translation", {7, 4, 0xe4, 4}, {}),
+                       version_text(u"CompanyDescription", u"company comes first"),
+                       version_text(u"Description of StringFile_Info", u"left out"),
+                       version_text(u"LegalTrademarks", u"left out too")});
+    const auto list = properties(
+        test_support::pe_with_resources(test_support::lone_resource(16, resource)).build());
+    const report::pe_property* language = report::find_property(list, 0x4011);
+    ASSERT_NE(language, nullptr);
+    EXPECT_EQ(language->text, "0x0407");
+    EXPECT_EQ(language->number, 0x407u);
+    EXPECT_EQ(language->sub_tag, 0x407u);
+    EXPECT_NE(report::find_property(list, 0x4012), nullptr);
+    EXPECT_EQ(report::find_property(list, 0x6009)->name, "companydescription");
+    EXPECT_EQ(report::find_property(list, 0x6012), nullptr);
+    EXPECT_EQ(report::find_property(list, 0x4009)->text, "unk");
+    test_support::resource_node root = test_support::lone_resource(16, resource);
+    const bytes no_version(8);
+    root.entries.insert(root.entries.begin(),
+                        {.name = u"PACKTHEM_VERSION", .entries = {{.id = 1, .data = no_version}}});
+    EXPECT_EQ(properties(test_support::pe_with_resources(root).build()).size(), list.size())
+        << "another resource with the word in its name";
+    EXPECT_EQ(properties(test_support::pe_plan().build()).size(), 12u) << "no resources";
+    EXPECT_TRUE(properties(bytes(4096)).empty());
+}
+
+TEST(pe_report, lines)
+{
+    run r;
+    r.options.pe_path = "T.exe";
+    report::pe_list list = properties(test_support::pe_plan{.image_version = {0, 0}}.build());
+    EXPECT_EQ(r.text(list), "Source file      | T.exe     \n"
+                            "CompileTimestamp | 0x5f5e1000 [2020-09-13 12:26:40.000 UTC]\n"
+                            "FileSize         | 0x00001000\n"
+                            "LinkerVersion    | 0x00000000\n"
+                            "ModuleType       | Win32     \n"
+                            "OSMajorVersion   | 0x00000006\n"
+                            "OSMinorVersion   | 0x00000003\n"
+                            "PECheckSum       | 0x00012345\n");
+    list = {{"CompileTimestamp", "", 0xf0000000, 0x401d},
+            {"FileSize", "", 0x123456789a, 0x4001},
+            {"FileSize", "", 1, 0x4002},
+            {"text", "two\nlines", 0, 0x6001}};
+    r.options.csv_separator = ";";
+    EXPECT_EQ(r.text(list), "Source file     ;T.exe       \n"
+                            "CompileTimestamp;0xf0000000 [  UTC]\n" // a date before 1970
+                            "FileSize        ;0x123456789a\n"
+                            "text            ;two[LF]lines\n");
+    r.options.csvl2t = true;
+    EXPECT_EQ(r.text(list), "");
+}
+
+TEST(pe_report, rows)
+{
+    run r;
+    r.options.csv = true;
+    front::set_csv_separator(r.options, ",");
+    const auto list = properties(test_support::sample_program(false));
+    const std::string padded = r.text(list);
+    EXPECT_EQ(
+        padded,
+        "source file                               ,compile date, time-UTC    ,compile rawdate   ,"
+        "company name   ,description,file os           ,file size         ,file type,"
+        "file version   ,internal name,copyright                               ,"
+        "linker ver        ,os major ver      ,os minor ver      ,orig filename,"
+        "PE checksum       ,product name        ,product ver    ,path of file\n"
+        "Tool.exe                                  ,1970-01-01  , 20:42:45.000,74565             ,"
+        "Akme GmbH      ,Caf\u00e9 \u8a08,nt  win32         ,                  ,app   ,"
+        "1.2.3.65535    ,tool    ,\u00a9 Acme[CRLF]All of it                  ,"
+        "                  ,                  ,                  ,Tool.exe    ,"
+        "                  ,Werkzeug            ,4.5.6.7        ,C:\\Tools\n");
+    r.options.pe_path = "a,b";
+    r.options.no_whitespace = true;
+    EXPECT_EQ(r.text(properties(test_support::pe_plan{.checksum = 0}.build())),
+              "a b,, ,0, , , ,, , , , ,,,, ,, , ,.\n");
+    r.options.pad_separator = false;
+    r.options.print_header = true;
+    EXPECT_EQ(r.text({}).substr(0, 45), "source file,compile date,time-UTC,compile raw");
+    EXPECT_EQ(r.text({}), "a b, , , , , , , , , , , , , , , , , , ,.\n");
+}
+
+} // namespace
