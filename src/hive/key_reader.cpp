@@ -55,11 +55,9 @@ constexpr std::uint32_t inline_bit = 0x80000000;
 constexpr std::uint64_t largest_inline = 4;
 constexpr std::uint64_t largest_plain = 16351; // a longer value may be a big one
 
-// What a list entry costs beside its own bytes: at least what the cell that it leads to takes of the
-// image. A value is looked at once, a key a few times.
-constexpr std::uint64_t key_cost = 96;
-constexpr std::uint64_t value_cost = 96;
-constexpr std::uint64_t looks_for_each_byte = 4;
+// What keys and values take at least of an image, and what any image may give.
+constexpr std::uint64_t key_head = key_field::name;
+constexpr std::uint64_t value_head = value_field::name;
 constexpr std::uint64_t least_allowance = 0x10000;
 
 std::string bytes_as_text(uni::byte_view bytes)
@@ -99,19 +97,16 @@ std::string value_name(uni::byte_view stored)
 } // namespace
 
 key_reader::key_reader(const hive_image& image)
-    : image_(image), looks_left_(image.size() * looks_for_each_byte + least_allowance),
-      data_left_(image.size())
+    : image_(image), keys_left_(image.size() + least_allowance),
+      values_left_(image.size() + least_allowance), data_left_(image.size())
 {}
 
-// Whether these bytes may still be looked at.
-bool key_reader::look_at(std::uint64_t bytes) noexcept
+// Whether these bytes may still be taken; once they may not, nothing more may.
+bool key_reader::take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept
 {
-    if (bytes > looks_left_) {
-        looks_left_ = 0;
-        return false;
-    }
-    looks_left_ -= bytes;
-    return true;
+    const bool is_enough = bytes <= allowance;
+    allowance = is_enough ? allowance - bytes : 0;
+    return is_enough;
 }
 
 bool key_reader::open(std::string& name)
@@ -184,6 +179,7 @@ bool key_reader::has_sound_list(uni::byte_view key) const
 //
 // These differences are meant: they decide how much of a damaged list survives.
 key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_part,
+                                              reference_set& seen,
                                               std::vector<hive_key_item>& items)
 {
     const bool is_li = list.kind == li_list;
@@ -191,10 +187,14 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t))) {
             return list_end::entry_unreadable;
         }
-        if (!look_at(list.stride + key_cost)) {
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        const bool is_new = seen.insert(reference).second;
+        if (!take_from(keys_left_, list.stride + (is_new ? key_head : 0))) {
             return list_end::reached;
         }
-        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        if (!is_new) {
+            continue;
+        }
         const uni::byte_view key = referred(reference);
         const auto name = good_key_name(key);
         if (!name && !is_li && !is_part) {
@@ -211,18 +211,22 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
 }
 
 // Takes the keys of an "ri" list, whose parts have counts of their own.
-bool key_reader::take_parts(const subkey_list& list, std::vector<hive_key_item>& items)
+bool key_reader::take_parts(const subkey_list& list, reference_set& seen,
+                            std::vector<hive_key_item>& items)
 {
+    reference_set seen_parts;
     for (std::uint64_t i = 0; i < list.count; ++i) {
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t)) ||
-            !look_at(list.stride + list_entries_at)) {
+            !take_from(keys_left_, list.stride)) {
             break;
         }
-        const auto part = list_at(list.entries.u32(i * list.stride));
-        if (!part || (part->kind != lf_list && part->kind != lh_list && part->kind != li_list)) {
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        const auto part = list_at(reference);
+        if (!part || !seen_parts.insert(reference).second ||
+            (part->kind != lf_list && part->kind != lh_list && part->kind != li_list)) {
             continue;
         }
-        if (take_entries(*part, true, items) == list_end::entry_unreadable &&
+        if (take_entries(*part, true, seen, items) == list_end::entry_unreadable &&
             part->kind == li_list) {
             return false;
         }
@@ -245,8 +249,9 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
     if (!list) {
         return false;
     }
+    reference_set seen;
     if (list->kind == ri_list) {
-        const bool done = take_parts(*list, items);
+        const bool done = take_parts(*list, seen, items);
         if (!done) {
             items.clear();
         }
@@ -256,32 +261,35 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
         return false;
     }
     if (list->kind == lf_list || list->kind == lh_list || list->kind == li_list) {
-        take_entries(*list, false, items);
+        take_entries(*list, false, seen, items);
     }
     return true;
 }
 
-// The subkeys of a key by their lower-cased names, of those of one name the first. Kept, since the
-// keys on the way to what is looked for are asked for again and again.
-const key_reader::name_index& key_reader::index_of(std::uint64_t key)
+key_reader::known_subkeys& key_reader::known(std::uint64_t key)
 {
-    const auto [place, is_new] = indexes_.try_emplace(key);
+    const auto [place, is_new] = known_.try_emplace(key);
     if (is_new) {
-        std::vector<hive_key_item> items;
-        enum_subkeys(key, items);
-        for (hive_key_item& item : items) {
-            uni::lower_text(item.name);
-            place->second.emplace(std::move(item.name), item.cell);
-        }
+        enum_subkeys(key, place->second.items);
     }
     return place->second;
 }
 
+const std::vector<hive_key_item>& key_reader::subkeys_of(std::uint64_t key)
+{
+    return known(key).items;
+}
+
 std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::string_view name)
 {
-    const name_index& names = index_of(key);
-    const auto found = names.find(uni::lowered(name));
-    if (found == names.end()) {
+    known_subkeys& subkeys = known(key);
+    if (subkeys.cells_by_name.empty()) {
+        for (const hive_key_item& item : subkeys.items) {
+            subkeys.cells_by_name.emplace(uni::lowered(item.name), item.cell);
+        }
+    }
+    const auto found = subkeys.cells_by_name.find(uni::lowered(name));
+    if (found == subkeys.cells_by_name.end()) {
         return std::nullopt;
     }
     return found->second;
@@ -298,7 +306,8 @@ bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& it
     }
     const uni::byte_view list = referred(list_reference);
     const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
-    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(value_cost);
+    for (std::uint64_t at = 0;
+         at / 4 < count && entries.contains(at, 4) && take_from(values_left_, 4 + value_head);
          at += 4) {
         const uni::byte_view value = referred(entries.u32(at));
         const std::uint16_t name_length = value.u16(value_field::name_length);
@@ -327,7 +336,8 @@ bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
     }
     const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
     const std::uint64_t count = data_cell.u16(list_count_at);
-    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(4); at += 4) {
+    for (std::uint64_t at = 0;
+         at / 4 < count && entries.contains(at, 4) && take_from(values_left_, 4); at += 4) {
         if (referred(entries.u32(at)).contains(0, contents_at)) {
             data.segments.push_back(image_.offset_of(entries.u32(at)));
         }
@@ -379,11 +389,9 @@ std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std
         add(cell.slice(contents_at, size > segment_overhead ? size - segment_overhead : 0));
     }
     std::vector<std::uint8_t> copy;
-    if (total > data_left_) {
-        data_left_ = 0;
+    if (!take_from(data_left_, total)) {
         return copy; // a part of a text would be another text
     }
-    data_left_ -= total;
     copy.reserve(static_cast<std::size_t>(total));
     for (const uni::byte_view piece : pieces) {
         copy.insert(copy.end(), piece.bytes().begin(), piece.bytes().end());
