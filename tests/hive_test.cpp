@@ -19,7 +19,7 @@ using test_support::text_value;
 
 hive_image opened(const bytes& image)
 {
-    return hive_image(uni::byte_vector(image.begin(), image.end()));
+    return hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end())));
 }
 
 void put_text(bytes& image, std::size_t offset, std::string_view text)
@@ -137,10 +137,10 @@ TEST(HiveImage, FindsWhereTheBinsBegin)
 TEST(HiveImage, GivesCellsThatExist)
 {
     const hive_image hive = opened(hive_builder().build({.name = "root"}));
-    EXPECT_EQ(hive.cell_at(hive.size() - 4).size(), 4u);
-    EXPECT_TRUE(hive.cell_at(hive.size()).empty());
-    EXPECT_TRUE(hive.cell_at(0x80000000).empty());
-    EXPECT_TRUE(hive.cell_at(hive.offset_of(0xfffffff0)).empty());
+    EXPECT_EQ(hive.cell_at(hive.size() - 4, 9).size(), 4u);
+    EXPECT_TRUE(hive.cell_at(hive.size(), 1).empty());
+    EXPECT_TRUE(hive.cell_at(0x80000000, 1).empty());
+    EXPECT_TRUE(hive.cell_at(hive.offset_of(0xfffffff0), 1).empty());
 }
 
 TEST(HiveImage, IsNamedByItsBaseBlockOrBySubkeysOfItsRoot)

@@ -134,9 +134,30 @@ bool key_reader::open(std::string& name)
     return image_.is_open();
 }
 
+uni::byte_view key_reader::key_at(std::uint64_t offset) const
+{
+    const uni::byte_view head = image_.cell_at(offset, key_head);
+    return image_.cell_at(offset, key_head + head.u16(key_field::name_length));
+}
+
+uni::byte_view key_reader::value_at(std::uint64_t offset) const
+{
+    const uni::byte_view head = image_.cell_at(offset, value_head);
+    return image_.cell_at(offset, value_head + head.u16(value_field::name_length));
+}
+
+// The entries of a list, which stand behind its head: at most `most` bytes, and no more than the
+// cell says that it has.
+uni::byte_view key_reader::entries_at(std::uint64_t offset, std::uint64_t head,
+                                      std::uint64_t most) const
+{
+    const std::uint64_t size = hive_image::cell_size(image_.cell_at(offset, sizeof(std::uint32_t)));
+    return image_.cell_at(offset, std::min(size, head + most)).from(head);
+}
+
 std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t reference) const
 {
-    const uni::byte_view cell = referred(reference);
+    const uni::byte_view cell = referred(reference, list_entries_at);
     if (!cell.contains(0, list_entries_at)) {
         return std::nullopt;
     }
@@ -144,7 +165,8 @@ std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t referen
     list.kind = cell.u16(mark_at);
     list.count = cell.u16(list_count_at);
     list.stride = list.kind == lf_list || list.kind == lh_list ? 8 : 4;
-    list.entries = cell.slice(0, hive_image::cell_size(cell)).from(list_entries_at);
+    list.entries =
+        entries_at(image_.offset_of(reference), list_entries_at, list.count * list.stride);
     return list;
 }
 
@@ -155,7 +177,7 @@ bool key_reader::has_sound_security(uni::byte_view key) const
     if (reference == 0) {
         return true;
     }
-    const uni::byte_view cell = referred(reference);
+    const uni::byte_view cell = referred(reference, security_head);
     return cell.contains(0, security_head) && cell.u16(mark_at) == security_mark;
 }
 
@@ -195,7 +217,7 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
         if (!is_new) {
             continue;
         }
-        const uni::byte_view key = referred(reference);
+        const uni::byte_view key = key_at(image_.offset_of(reference));
         const auto name = good_key_name(key);
         if (!name && !is_li && !is_part) {
             continue;
@@ -237,7 +259,7 @@ bool key_reader::take_parts(const subkey_list& list, reference_set& seen,
 bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& items)
 {
     items.clear();
-    const uni::byte_view cell = image_.cell_at(key);
+    const uni::byte_view cell = image_.cell_at(key, key_head);
     if (!cell.contains(key_field::subkey_list, sizeof(std::uint32_t))) {
         return false;
     }
@@ -298,18 +320,17 @@ std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::str
 bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& items)
 {
     items.clear();
-    const uni::byte_view cell = image_.cell_at(key);
+    const uni::byte_view cell = key_at(key);
     const std::uint32_t count = cell.u32(key_field::value_count);
     const std::uint32_t list_reference = cell.u32(key_field::value_list);
     if (!good_key_name(cell) || count == 0 || list_reference == 0) {
         return false;
     }
-    const uni::byte_view list = referred(list_reference);
-    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
-    for (std::uint64_t at = 0;
-         at / 4 < count && entries.contains(at, 4) && take_from(values_left_, 4 + value_head);
+    const uni::byte_view entries =
+        entries_at(image_.offset_of(list_reference), contents_at, std::uint64_t{count} * 4);
+    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4 + value_head);
          at += 4) {
-        const uni::byte_view value = referred(entries.u32(at));
+        const uni::byte_view value = value_at(image_.offset_of(entries.u32(at)));
         const std::uint16_t name_length = value.u16(value_field::name_length);
         const bool is_value = value.u16(mark_at) == value_mark;
         if (!value.contains(0, sizeof(std::uint32_t)) ||
@@ -327,18 +348,19 @@ bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& it
 }
 
 // Whether a cell holds a big value; notes those of its segments that can be read.
-bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
+bool key_reader::find_segments(std::uint64_t data_cell, hive_value_data& data)
 {
-    const uni::byte_view list = referred(data_cell.u32(list_entries_at));
-    if (data_cell.u16(mark_at) != big_mark || !data_cell.contains(0, 12) ||
-        !list.contains(0, contents_at)) {
+    constexpr std::uint64_t big_head = 12;
+    const uni::byte_view head = image_.cell_at(data_cell, big_head);
+    const std::uint32_t list = head.u32(list_entries_at);
+    if (!head.contains(0, big_head) || head.u16(mark_at) != big_mark ||
+        !referred(list, contents_at).contains(0, contents_at)) {
         return false;
     }
-    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
-    const std::uint64_t count = data_cell.u16(list_count_at);
-    for (std::uint64_t at = 0;
-         at / 4 < count && entries.contains(at, 4) && take_from(values_left_, 4); at += 4) {
-        if (referred(entries.u32(at)).contains(0, contents_at)) {
+    const std::uint64_t count = head.u16(list_count_at);
+    const uni::byte_view entries = entries_at(image_.offset_of(list), contents_at, count * 4);
+    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4); at += 4) {
+        if (referred(entries.u32(at), contents_at).contains(0, contents_at)) {
             data.segments.push_back(image_.offset_of(entries.u32(at)));
         }
     }
@@ -348,8 +370,8 @@ bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
 bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
 {
     data = {};
-    const uni::byte_view cell = image_.cell_at(value);
-    if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_field::name)) {
+    const uni::byte_view cell = image_.cell_at(value, value_head);
+    if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_head)) {
         return false;
     }
     data.type = cell.u32(value_field::type);
@@ -357,18 +379,18 @@ bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
     if ((data.size & inline_bit) != 0) {
         data.size -= inline_bit;
         data.is_inline = true;
-        data.bytes = cell.slice(value_field::data, data.size > largest_inline ? 0 : data.size);
+        data.offset = data.size > largest_inline ? 0 : value + value_field::data;
         return true;
     }
-    const std::uint64_t data_cell_at = image_.offset_of(cell.u32(value_field::data));
-    const uni::byte_view data_cell = image_.cell_at(data_cell_at);
-    if (!data_cell.contains(contents_at, 1)) {
+    const std::uint64_t data_cell = image_.offset_of(cell.u32(value_field::data));
+    if (!image_.cell_at(data_cell, contents_at + 1).contains(contents_at, 1)) {
         return false;
     }
-    data.bytes = data_cell.from(contents_at);
+    data.offset = data_cell + contents_at;
     data.is_big = data.size > largest_plain && find_segments(data_cell, data);
-    const std::uint64_t stored = hive_image::cell_size(data_cell) & 0x0fffffff;
-    return data_cell.contains(0, stored);
+    const std::uint64_t stored =
+        hive_image::cell_size(image_.cell_at(data_cell, contents_at)) & 0x0fffffff;
+    return stored <= image_.size() - data_cell;
 }
 
 std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std::uint64_t count)
@@ -376,17 +398,16 @@ std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std
     constexpr std::uint64_t segment_overhead = 8;
     std::vector<uni::byte_view> pieces;
     std::uint64_t total = 0;
-    const auto add = [&](uni::byte_view bytes) {
-        pieces.push_back(bytes.slice(0, count - total));
+    const auto add = [&](std::uint64_t offset, std::uint64_t size) {
+        pieces.push_back(image_.cell_at(offset, std::min(size, count - total)));
         total += pieces.back().size();
     };
-    if (!data.is_big) {
-        add(data.bytes);
+    if (!data.is_big && data.offset != 0) {
+        add(data.offset, count);
     }
     for (const std::uint64_t segment : data.segments) {
-        const uni::byte_view cell = image_.cell_at(segment);
-        const std::uint64_t size = hive_image::cell_size(cell);
-        add(cell.slice(contents_at, size > segment_overhead ? size - segment_overhead : 0));
+        const std::uint64_t size = hive_image::cell_size(image_.cell_at(segment, contents_at));
+        add(segment + contents_at, size > segment_overhead ? size - segment_overhead : 0);
     }
     std::vector<std::uint8_t> copy;
     if (!take_from(data_left_, total)) {
@@ -410,10 +431,11 @@ std::optional<std::string> key_reader::resolve_current_control_set()
         return value.name == "Current"; // in this spelling alone: meant
     });
     hive_value_data data;
-    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline) {
+    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline ||
+        data.offset == 0) {
         return std::nullopt;
     }
-    const auto number = static_cast<std::int32_t>(data.bytes.u32(0));
+    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, 4).u32(0));
     std::string name = "ControlSet00" + std::to_string(number);
     if (!find_subkey(image_.root_cell(), name)) {
         return std::nullopt;
@@ -421,9 +443,9 @@ std::optional<std::string> key_reader::resolve_current_control_set()
     return name;
 }
 
-std::uint64_t key_reader::last_write_of(std::uint64_t key) const noexcept
+std::uint64_t key_reader::last_write_of(std::uint64_t key) const
 {
-    return image_.cell_at(key).u64(key_field::last_write);
+    return image_.cell_at(key, key_head).u64(key_field::last_write);
 }
 
 } // namespace hive

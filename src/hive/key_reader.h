@@ -48,7 +48,7 @@ struct hive_value_data {
     std::uint64_t size = 0;              // bytes, as the value tells
     bool is_inline = false;              // the data stands in the value's cell
     bool is_big = false;                 // the data stands in the segments
-    uni::byte_view bytes;                // those that exist
+    std::uint64_t offset = 0;            // in the image; 0 for no data
     std::vector<std::uint64_t> segments; // cells
 };
 
@@ -88,7 +88,7 @@ public:
     // The name of the root's subkey that is the control set in use.
     std::optional<std::string> resolve_current_control_set();
 
-    std::uint64_t last_write_of(std::uint64_t key) const noexcept;
+    std::uint64_t last_write_of(std::uint64_t key) const;
 
 private:
     struct subkey_list {
@@ -105,10 +105,13 @@ private:
         std::unordered_map<std::string, std::uint64_t> cells_by_name;
     };
 
-    uni::byte_view referred(std::uint32_t reference) const noexcept
+    uni::byte_view referred(std::uint32_t reference, std::uint64_t count) const
     {
-        return image_.cell_at(image_.offset_of(reference));
+        return image_.cell_at(image_.offset_of(reference), count);
     }
+    uni::byte_view key_at(std::uint64_t offset) const;
+    uni::byte_view value_at(std::uint64_t offset) const;
+    uni::byte_view entries_at(std::uint64_t offset, std::uint64_t head, std::uint64_t most) const;
     static bool take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept;
     std::optional<subkey_list> list_at(std::uint32_t reference) const;
     bool has_sound_security(uni::byte_view key) const;
@@ -118,7 +121,7 @@ private:
     bool take_parts(const subkey_list& list, reference_set& seen,
                     std::vector<hive_key_item>& items);
     known_subkeys& known(std::uint64_t key);
-    bool find_segments(uni::byte_view data_cell, hive_value_data& data);
+    bool find_segments(std::uint64_t data_cell, hive_value_data& data);
 
     const hive_image& image_;
     std::uint64_t keys_left_; // bytes that lists and keys may still take, and so on

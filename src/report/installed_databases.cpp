@@ -9,7 +9,6 @@
 #include "hive/hive_query.h"
 #include "platform/directories.h"
 #include "uni/byte_view.h"
-#include "uni/fileio.h"
 #include "uni/paths.h"
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -18,7 +17,6 @@ namespace report {
 
 namespace {
 
-constexpr std::uint64_t largest_hive = 0xffffffff;
 constexpr std::size_t drive_letter_and_colon = 2;
 
 std::string text_of(uni::byte_view data)
@@ -130,23 +128,25 @@ bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_va
     return !table.empty();
 }
 
-bool load_software_hive(uni::byte_vector& bytes, const front::sdb_opts& options)
+hive::hive_bytes load_software_hive(const front::sdb_opts& options)
 {
     try {
-        return uni::load_file_bytes(bytes, options.software_hive_path, largest_hive);
+        hive::hive_bytes bytes;
+        if (bytes.open(options.software_hive_path)) {
+            return bytes;
+        }
     } catch (const std::bad_alloc&) {
-        return false; // the run goes on without what does not fit
+        // The run goes on without what does not fit.
     }
+    return {};
 }
 
 void gather_installed_databases(front::sdb_opts& options)
 {
-    uni::byte_vector bytes;
-    if (!options.hive_given || options.software_hive_path.empty() ||
-        !load_software_hive(bytes, options)) {
+    if (!options.hive_given || options.software_hive_path.empty()) {
         return;
     }
-    const hive::hive_image image(std::move(bytes));
+    const hive::hive_image image(load_software_hive(options));
     std::vector<hive::hive_value_record> rows;
     installed_table table;
     if (!hive::hive_query(hive::query_installed_databases(), image, rows) ||

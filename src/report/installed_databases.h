@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "front/sdb_opts.h"
+#include "hive/hive_bytes.h"
 #include "hive/key_pattern.h"
-#include "uni/large_vector.h"
 
 namespace report {
 
@@ -18,8 +18,8 @@ using installed_table = std::map<std::string, front::installed_database>;
 // any entry.
 bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows);
 
-// Reads the run's hive whole into `bytes`. False, and nothing there, if it cannot be had.
-bool load_software_hive(uni::byte_vector& bytes, const front::sdb_opts& options);
+// The bytes of the run's hive; none if it cannot be had.
+hive::hive_bytes load_software_hive(const front::sdb_opts& options);
 
 // Fills `installed_databases` from the run's hive and appends to `target_files` the databases that
 // the run does not have yet, by file name. Without a hive, or one that cannot be read, nothing is
