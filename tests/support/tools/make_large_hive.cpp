@@ -1,7 +1,6 @@
 // Writes a generated software hive: make_large_hive <bytes> <installed databases> <output file>
 //
-// About half of the hive's bytes are keys and values of the ordinary kind, an eighth are large
-// values. The size is reached from below, to within a hundredth.
+// Beside the databases it holds keys of the ordinary kind, as many as it takes to come near the size.
 
 #include <cstdio>
 #include <cstdlib>
