@@ -9,6 +9,7 @@
 #include "front/stdin_stream_ex.h"
 #include "platform/console.h"
 #include "platform/redirection.h"
+#include "report/installed_databases.h"
 #include "report/listings.h"
 #include "report/pe_properties.h"
 #include "report/pe_report.h"
@@ -24,12 +25,6 @@ constexpr int success = 0;
 constexpr int failure = -1;
 constexpr std::string_view xml_declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 constexpr std::size_t rule_length = 75;
-
-// A report that was asked for and that this version does not make yet.
-std::string_view missing_report(const sdb_opts& options)
-{
-    return options.reg_given && (options.stats || options.list_sdb) ? "-reg" : "";
-}
 
 bool is_list_form(const sdb_opts& options)
 {
@@ -85,8 +80,9 @@ void write_rule(uni::output_sink& out, const sdb_opts& options)
     }
 }
 
-int list_databases(uni::output_sink& standard_output, const sdb_opts& options)
+int list_databases(uni::output_sink& standard_output, sdb_opts& options)
 {
+    report::gather_installed_databases(options);
     for (const std::string& path : options.target_files) {
         standard_output.text(path);
         standard_output.line_end();
@@ -158,6 +154,7 @@ void say_not_analyzed(const sdb_opts& options)
 int stats_of_targets(uni::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
+    report::gather_installed_databases(options);
     const platform::wow64_redirect_adt redirection;
     int result = failure;
     for (const std::string& path : options.target_files) {
@@ -180,6 +177,7 @@ int stats_of_targets(uni::output_sink& out, sdb_opts& options)
 int stats_of_entries(uni::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
+    report::gather_installed_databases(options);
     const platform::wow64_redirect_adt redirection;
     int result = failure;
     for_each_entry(options, options.current_path, [&](const std::string& entry) {
@@ -230,10 +228,6 @@ int pe_stats_of_entries(uni::output_sink& out, sdb_opts& options)
 
 int run_mode(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
 {
-    if (const std::string_view missing = missing_report(options); !missing.empty()) {
-        uni::print_notice("%s is not available in this version\n", std::string(missing).c_str());
-        return failure;
-    }
     if (options.pe_stats) {
         return is_list_form(options) ? pe_stats_of_entries(out, options)
                                      : pe_stats_of_file(out, options);

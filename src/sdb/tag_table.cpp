@@ -111,13 +111,13 @@ std::vector<std::uint32_t> tag_table::lists_around(std::uint16_t tag) const
     std::vector<std::uint32_t> outer;
     std::vector<std::uint32_t> last_by_depth; // by the depth of what stands in them
     std::uint32_t first = no_list;
-    for (const std::uint32_t list : lists_) {
-        if (!has_children(list)) {
+    for (const auto& [list, end, size, list_tag, is_exact] : lists_) {
+        if (end <= list + 1) {
             continue;
         }
         const std::uint16_t depth_inside = depth(list + 1);
         const auto wanted = static_cast<std::uint16_t>(depth_inside - 1);
-        if (this->tag(list) == tag && wanted < last_by_depth.size()) {
+        if (list_tag == tag && wanted < last_by_depth.size()) {
             const std::uint32_t found = last_by_depth[wanted];
             if (found != no_list && !is_lone_first_row(found, first) &&
                 (outer.empty() || outer.back() != found)) {
