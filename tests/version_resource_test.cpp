@@ -111,10 +111,10 @@ TEST(version_resource, strings_of_all_tables)
         {table(u"040904B0",
                {version_text(u"CompanyName", u"Caf\u00e9"), version_text(u"Odd", u"\xd800x"),
                 version_text(u"Empty", u""), version_text(u"companyname", u"not this one")}),
-         table(u"zzzz04e4", {version_text(u"no table", u"")}),
+         table(u"zzzz04e4", {version_text(u"CompanyName", u"Any key")}),
          table(u"040704e4", {version_text(u"CompanyName", u"Akme")})});
     const bytes vars =
-        version_block(u"VarFileInfo", {}, {version_block(u"Translation", {0, 0, 0xb0, 4}, {})});
+        version_block(u"VarFileInfo", {}, {version_block(u"Translation", {9, 4, 0xb0, 4}, {})});
     for (const bool vars_first : {false, true}) {
         const auto map =
             decode(root(fixed_version(0, 0, 0, 0),
@@ -122,12 +122,13 @@ TEST(version_resource, strings_of_all_tables)
         EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_companyname"), "Caf\u00e9");
         EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_odd"), "\ufffdx");
         EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_empty"), "");
+        EXPECT_EQ(text_of(map, "stringfileinfo_zzzz04e4_companyname"), "Any key");
         EXPECT_EQ(text_of(map, "stringfileinfo_040704e4_companyname"), "Akme");
         EXPECT_EQ(map.at("stringfileinfo_040704e4_companyname").language, 0x407u);
         EXPECT_EQ(map.at("stringfileinfo_040904b0_companyname").name,
                   "stringfileinfo_040904b0_CompanyName");
         EXPECT_TRUE(map.contains("stringfileinfo") && map.contains("stringfileinfo_040904b0"));
-        EXPECT_EQ(text_of(map, "varfileinfo_translation"), "0x4b00000");
+        EXPECT_EQ(text_of(map, "varfileinfo_translation"), "0x4b00409");
         const pe::pe_segment& company = map.at("stringfileinfo_040904b0_companyname");
         EXPECT_EQ(company.size, 10u);
         EXPECT_EQ(company.offset % 4, 0u);

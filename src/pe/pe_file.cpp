@@ -223,8 +223,8 @@ const segment_map& PE_FILE_UTIL::segments()
 void PE_FILE_UTIL::read_resources()
 {
     if (const pe_section* section = find_section_rsrc()) {
-        headers_.resources =
-            pe::read_resources(*this, {section->raw_offset(), section->virtual_address()});
+        headers_.resources_at = {section->raw_offset(), section->virtual_address()};
+        headers_.resources = pe::read_resources(*this, *headers_.resources_at);
         std::stable_sort(
             headers_.resources.begin(), headers_.resources.end(),
             [](const pe_resource& a, const pe_resource& b) { return a.offset < b.offset; });
@@ -233,11 +233,8 @@ void PE_FILE_UTIL::read_resources()
 
 std::string PE_FILE_UTIL::resource_name(const pe_resource& resource)
 {
-    const pe_section* section = find_section_rsrc();
-    return section == nullptr
-               ? std::string()
-               : pe::resource_name(*this, {section->raw_offset(), section->virtual_address()},
-                                   resource);
+    return headers_.resources_at ? pe::resource_name(*this, *headers_.resources_at, resource)
+                                 : std::string();
 }
 
 pe_segment PE_FILE_UTIL::resource_segment(const pe_resource& resource)

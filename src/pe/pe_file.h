@@ -105,6 +105,7 @@ private:
         std::uint32_t entry_file_offset = 0;
         std::uint64_t image_base = 0;
         std::vector<pe_section> sections;
+        std::optional<resource_place> resources_at; // the section of the resources
         std::vector<pe_resource> resources;
     };
 

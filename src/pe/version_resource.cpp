@@ -196,8 +196,8 @@ struct version_block {
 void read_value(version_block& block, uni::byte_view bytes, bool is_text, std::uint64_t key_end)
 {
     std::uint64_t place = key_end;
-    // A number may begin with zeros, so only in front of a text all of them are padding.
-    while (is_text && place < bytes.size() && bytes.u16(place) == 0) {
+    // A number that begins with zeros loses them, and then does not fit any more: meant.
+    while (place < bytes.size() && bytes.u16(place) == 0) {
         place += 2;
     }
     place = aligned(place);
@@ -242,14 +242,6 @@ std::uint64_t read_version_block(version_block& block, uni::byte_view resource,
     return aligned(block.length);
 }
 
-bool is_table_key(std::string_view key)
-{
-    return key.size() == table_key_digits && std::ranges::all_of(key, [](char c) {
-               const char lower = uni::lower_ascii(c);
-               return (lower >= '0' && lower <= '9') || (lower >= 'a' && lower <= 'f');
-           });
-}
-
 // The walk over the blocks behind the root's value. It does not descend: it steps over the heads of
 // the blocks that have children, so that these come next.
 class block_walk {
@@ -289,7 +281,7 @@ private:
             return true;
         }
         const bool is_behind_table = position_ >= table_end_ && position_ < tables_end_;
-        if (is_behind_table && is_table_key(block_.key)) {
+        if (is_behind_table) {
             return enter_table();
         }
         add(prefix_.empty() ? block_.key : prefix_ + "_" + block_.key);

@@ -24,7 +24,7 @@ namespace type = sdb::type;
 
 constexpr std::string_view any_name = "*";
 // Records that stand in one another are expanded again and again; no sound database comes near.
-constexpr std::uint64_t largest_gathering = 1'000'000;
+constexpr std::uint64_t largest_gathering = 2'000'000;
 constexpr std::uint64_t gathering_share_of_a_tag = 16;
 
 enum class bound { exact, upper, lower };
@@ -109,27 +109,45 @@ public:
         : database_(database), options_(options), file_(file), keys_(options.pe_path)
     {}
 
-    void run(match_results& results)
+    // False if records that hold others were left out, since there is no end of them.
+    bool run(match_results& results)
     {
         record_expander expander(database_);
         const std::uint64_t limit =
             largest_gathering + gathering_share_of_a_tag * database_.tag_count();
         std::uint64_t gathered = 0;
-        const sdb::tag_table& relation = database_.children();
-        for (const std::uint32_t record : relation.lists_around(tag::matching_file)) {
+        bool is_complete = true;
+        for (const std::uint32_t record : records_by_size()) {
             if (gathered > limit) {
+                is_complete = false;
                 break;
             }
-            gathered += relation.end(record) - record;
-            if (may_hold_key(record) && expander.expand(relation.offset(record), false, gathered)) {
+            if (expander.expand(database_.offset_at(record), false, gathered)) {
                 walk_record(expander.own_items());
             }
         }
         results = name_is_known_ ? std::move(by_name_) : std::move(by_path_);
+        return is_complete;
     }
 
 private:
     using item_span = std::span<const record_item>;
+
+    // The records that may hold a list for the file, the smallest first: what is made to use up the
+    // limit comes last.
+    std::vector<std::uint32_t> records_by_size() const
+    {
+        const sdb::tag_table& relation = database_.children();
+        std::vector<std::uint32_t> records = relation.lists_around(tag::matching_file);
+        const std::vector<std::uint32_t> names = possible_names();
+        std::erase_if(records, [&](std::uint32_t record) {
+            const auto name = std::ranges::upper_bound(names, record);
+            return !claims_more(record) && (name == names.end() || *name >= relation.end(record));
+        });
+        std::ranges::stable_sort(
+            records, {}, [&](std::uint32_t record) { return relation.end(record) - record; });
+        return records;
+    }
 
     void walk_record(item_span items)
     {
@@ -138,7 +156,7 @@ private:
         name_.reset();
         for (std::size_t i = 1; i < items.size();) {
             const record_item& item = items[i++];
-            if (item.tag == tag::name && stored_name_.u16(0) == 0) {
+            if (item.tag == tag::name && is_empty_text(stored_name_)) {
                 stored_name_ = stored_text(item.offset);
                 name_.reset();
             } else if (item.tag == tag::matching_file) {
@@ -157,7 +175,8 @@ private:
     {
         members_ = members;
         text_sources_.clear();
-        const std::string key = file_name();
+        std::string own;
+        const std::string_view key = file_name(own);
         const bool is_name = uni::equal_ignoring_case(key, keys_.name);
         name_is_known_ = name_is_known_ || is_name;
         if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
@@ -186,11 +205,9 @@ private:
                 return true; // meant, whatever comes behind
             }
             const rendered_value value = rendered(member);
-            std::string text =
+            const std::string own =
                 value.lines.empty() ? text_before(member) : value.lines.begin()->second;
-            if (text == any_name) {
-                text = name();
-            }
+            const std::string_view text = own == any_name ? std::string_view(name()) : own;
             if (!property_agrees(*found, text, value.value_number)) {
                 return false;
             }
@@ -198,27 +215,32 @@ private:
         return true;
     }
 
-    // A quick look that spares most records the rest: no only for one in which no list can have one
-    // of the keys for its file name.
-    bool may_hold_key(std::uint32_t record) const
+    // The names, ascending, without which no list in a record can have one of the keys for its file
+    // name: a quick look that spares most records the rest.
+    std::vector<std::uint32_t> possible_names() const
     {
-        const sdb::tag_table& relation = database_.children();
-        const std::uint32_t end = relation.end(record);
+        std::vector<std::uint32_t> names;
+        for (const std::uint32_t ordinal : database_.ordinals_by_tag(tag::name)) {
+            const uni::byte_view stored = stored_text(database_.offset_at(ordinal));
+            // A name without a text may take that of another property.
+            if (is_empty_text(stored) || may_be_key(stored)) {
+                names.push_back(ordinal);
+            }
+        }
+        return names;
+    }
+
+    bool claims_more(std::uint32_t record) const
+    {
+        const std::uint32_t end = database_.children().end(record);
         const std::uint64_t claimed_end = std::uint64_t{database_.offset_at(record)} +
                                           database_.list_size_at(record) + sdb::tag_header;
-        if (end != database_.tag_count() && database_.offset_at(end) < claimed_end) {
-            return true; // it claims more than it holds
-        }
-        for (std::uint32_t ordinal = record + 1; ordinal < end; ++ordinal) {
-            if (relation.tag(ordinal) != tag::name) {
-                continue;
-            }
-            const uni::byte_view stored = stored_text(relation.offset(ordinal));
-            if (stored.u16(0) == 0 || may_be_key(stored)) {
-                return true; // a name without a text may take that of another property
-            }
-        }
-        return false;
+        return end != database_.tag_count() && database_.offset_at(end) < claimed_end;
+    }
+
+    static bool is_empty_text(uni::byte_view stored)
+    {
+        return stored.size() < 2 || stored.u16(0) == 0;
     }
 
     bool may_be_key(uni::byte_view stored) const
@@ -252,24 +274,28 @@ private:
     }
 
     // The file name of the list in work: the text of its last name that is none of "" and "*", else
-    // that of the record.
-    std::string file_name()
+    // that of the record. `own` takes the former.
+    std::string_view file_name(std::string& own)
     {
         for (std::size_t i = members_.size(); i > 0; --i) {
             if (members_[i - 1].tag != tag::name) {
                 continue;
             }
             const rendered_value value = rendered(i - 1);
-            std::string text =
-                value.lines.empty() ? text_before(i - 1) : value.lines.begin()->second;
-            if (!text.empty() && text != any_name) {
-                return text;
+            own = value.lines.empty() ? text_before(i - 1) : value.lines.begin()->second;
+            // What a member takes over from one that stood for the record's name is that name.
+            if (own == any_name && value.lines.empty() && !name().empty() && name() != any_name) {
+                return name();
+            }
+            if (!own.empty() && own != any_name) {
+                return own;
             }
         }
         return name();
     }
 
-    // What a member without a text has for one: that of the last member before it that has one.
+    // What a member without a text has for one: that of the last member before it that has one,
+    // "*" for the record's name.
     std::string text_before(std::size_t member)
     {
         if (text_sources_.empty()) {
@@ -283,8 +309,7 @@ private:
         if (source == no_source) {
             return {};
         }
-        std::string text = rendered(source).lines.begin()->second;
-        return text == any_name ? name() : text;
+        return rendered(source).lines.begin()->second;
     }
 
     rendered_value rendered(std::size_t member) const
@@ -333,7 +358,10 @@ bool match_pe_file(match_results& results, const sdb::sdb_database& database,
         uni::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
         return false;
     }
-    matcher(database, options, file).run(results);
+    if (!matcher(database, options, file).run(results)) {
+        uni::print_notice("Not all nested records could be matched: %s\n",
+                          options.current_path.c_str());
+    }
     return !results.empty();
 }
 

@@ -29,12 +29,16 @@ struct moment_text {
     std::string time;
 };
 
+std::string on_one_line(std::string text)
+{
+    uni::keep_on_one_line(text);
+    return text;
+}
+
 std::string shown_value(const pe_property& property)
 {
     if (!property.text.empty()) {
-        std::string text = property.text;
-        uni::keep_on_one_line(text);
-        return text;
+        return on_one_line(property.text);
     }
     uni::text_buffer text;
     text.literal("0x");
@@ -50,9 +54,10 @@ void print_lines(uni::output_sink& out, const pe_list& list, const front::sdb_op
     std::size_t name_width = 0;
     std::size_t value_width = narrowest_value;
     for (const pe_property& property : list) {
-        const auto [line, is_new] = lines.try_emplace(property.name, shown_value(property));
-        name_width = std::max(name_width, property.name.size());
-        value_width = std::max(value_width, shown_value(property).size());
+        const std::string value = shown_value(property);
+        const auto [line, is_new] = lines.try_emplace(on_one_line(property.name), value);
+        name_width = std::max(name_width, line->first.size());
+        value_width = std::max(value_width, value.size());
         // The readable date does not count for the width: meant.
         if (is_new && property.tag == tag::link_date && property.text.empty()) {
             const moment_text moment(property.number, options);
@@ -65,7 +70,7 @@ void print_lines(uni::output_sink& out, const pe_list& list, const front::sdb_op
         out.left(value, value_width);
         out.line_end();
     };
-    write_line(path_label, options.pe_path);
+    write_line(path_label, on_one_line(options.pe_path));
     for (const auto& [name, value] : lines) {
         write_line(name, value);
     }
@@ -157,8 +162,7 @@ private:
         if (options_.field_char_from != '\0' && options_.field_char_to != '\0') {
             uni::replace_char(text, options_.field_char_from, options_.field_char_to);
         }
-        uni::keep_on_one_line(text);
-        return text;
+        return on_one_line(std::move(text));
     }
 
     void write_cell(const csv_column& column, std::string_view text)
