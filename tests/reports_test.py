@@ -409,7 +409,7 @@ class Refusals(Folder):
         self.assertFalse(os.path.exists(out))
 
     def test_reports_of_later_versions(self):
-        for name, options in (("-pe", ["-pe", SAMPLE, "-stats"]), ("-reg", ["-stats", "-reg", "x"]),
+        for name, options in (("-pe", ["-pe", SAMPLE, "-stats"]),
                               ("-match", ["-pe", SAMPLE, "-match"])):
             with self.subTest(option=name):
                 result = run("-sdb", SAMPLE, *options)

@@ -9,6 +9,7 @@
 #include "front/stdin_stream_ex.h"
 #include "platform/console.h"
 #include "platform/redirection.h"
+#include "report/installed_databases.h"
 #include "report/listings.h"
 #include "report/statistics.h"
 #include "sdb/database.h"
@@ -29,10 +30,7 @@ std::string_view missing_report(const sdb_opts& options)
     if (options.pe_stats) {
         return "-pe";
     }
-    if (options.match_mode) {
-        return "-match";
-    }
-    return options.reg_given && (options.stats || options.list_sdb) ? "-reg" : "";
+    return options.match_mode ? "-match" : "";
 }
 
 bool is_list_form(const sdb_opts& options)
@@ -89,8 +87,9 @@ void write_rule(uni::output_sink& out, const sdb_opts& options)
     }
 }
 
-int list_databases(uni::output_sink& standard_output, const sdb_opts& options)
+int list_databases(uni::output_sink& standard_output, sdb_opts& options)
 {
+    report::gather_installed_databases(options);
     for (const std::string& path : options.target_files) {
         standard_output.text(path);
         standard_output.line_end();
@@ -161,6 +160,7 @@ void say_not_analyzed(const sdb_opts& options)
 int stats_of_targets(uni::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
+    report::gather_installed_databases(options);
     const platform::wow64_redirect_adt redirection;
     int result = failure;
     for (const std::string& path : options.target_files) {
@@ -183,6 +183,7 @@ int stats_of_targets(uni::output_sink& out, sdb_opts& options)
 int stats_of_entries(uni::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
+    report::gather_installed_databases(options);
     const platform::wow64_redirect_adt redirection;
     int result = failure;
     for_each_entry(options, options.current_path, [&](const std::string& entry) {

@@ -275,7 +275,6 @@ void settle_hive(sdb_opts& options, argument_list& args)
 {
     if (find_option_value("-reg", options.software_hive_path, args)) {
         options.hive_given = true;
-        options.reg_given = true;
     } else if (!options.pe_stats && !options.volume_text.empty() &&
                (options.stats || options.list_sdb)) {
         options.hive_given = true;

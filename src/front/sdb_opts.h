@@ -57,7 +57,6 @@ struct sdb_opts : cmd_params {
     bool volume_given = false;
     std::string volume_text; // root of the volume, such as "c:" or a snapshot's device path
     std::vector<std::string> target_files;
-    bool reg_given = false; // the hive was named by -reg
     bool hive_given = false;
     std::string software_hive_path;
 

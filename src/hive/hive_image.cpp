@@ -1,0 +1,103 @@
+#include "hive/hive_image.h"
+
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "uni/utf.h"
+
+namespace hive {
+
+namespace {
+
+constexpr std::uint64_t base_block_size = 4096;
+constexpr std::uint64_t smallest_hive = 4496;
+constexpr std::uint64_t inner_bin = 560;
+constexpr std::uint64_t log_mark_at = 512;
+constexpr std::uint64_t largest_offset = 0x7fffffff;
+
+constexpr std::uint32_t word_of(std::string_view letters)
+{
+    std::uint32_t word = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        word |= std::uint32_t{static_cast<std::uint8_t>(letters[i])} << (8 * i);
+    }
+    return word;
+}
+
+constexpr std::uint32_t hive_mark = word_of("regf");
+constexpr std::uint32_t bin_mark = word_of("hbin");
+constexpr std::uint32_t log_mark = word_of("DIRT");
+constexpr std::uint32_t new_log_mark = word_of("HvLE");
+
+// The first "hbin" where a bin may begin or up to three bytes behind such a place.
+std::optional<std::uint64_t> find_bin(uni::byte_view image)
+{
+    const std::uint64_t step = image.u32(log_mark_at) == new_log_mark ? 8 : 512;
+    for (std::uint64_t place = 0; place < image.size() - 4; place += step) {
+        for (std::uint64_t at = place; at < place + 4 && at < image.size() - 4; ++at) {
+            if (image.u32(at) == bin_mark) {
+                return at;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+// Where the bins begin; nothing for a file without any.
+std::optional<std::uint64_t> find_bins_base(uni::byte_view image)
+{
+    if (image.u32(base_block_size) == bin_mark || image.u32(inner_bin) == bin_mark) {
+        return base_block_size;
+    }
+    const auto found = find_bin(image);
+    if (!found) {
+        return std::nullopt;
+    }
+    const std::uint32_t mark = image.u32(log_mark_at);
+    const bool is_first_bin = image.u32(*found + 4) == 0 && image.size() - *found > smallest_hive;
+    return is_first_bin && mark != log_mark && mark != new_log_mark ? *found : base_block_size;
+}
+
+std::string name_in(uni::byte_view image)
+{
+    constexpr std::uint64_t name_at = 48;
+    constexpr std::uint64_t name_bytes = 64;
+    std::string name;
+    uni::utf16_to_text(image.slice(name_at, name_bytes), name);
+    return name.substr(name.rfind('\\') + 1);
+}
+
+} // namespace
+
+hive_image::hive_image(uni::byte_vector bytes)
+{
+    constexpr std::uint64_t root_at = 36;
+    const uni::byte_view image(bytes);
+    if (image.size() < smallest_hive || image.u32(0) != hive_mark) {
+        return;
+    }
+    const auto base = find_bins_base(image);
+    if (!base) {
+        return;
+    }
+    hive_bins_base_ = *base;
+    root_cell_ = offset_of(image.u32(root_at));
+    hive_name_ = name_in(image);
+    is_new_log_ = image.u32(log_mark_at) == new_log_mark;
+    is_log_ = is_new_log_ || image.u32(log_mark_at) == log_mark;
+    image_ = std::move(bytes);
+}
+
+uni::byte_view hive_image::cell_at(std::uint64_t offset) const noexcept
+{
+    return offset > largest_offset ? uni::byte_view() : uni::byte_view(image_).from(offset);
+}
+
+std::uint64_t hive_image::cell_size(uni::byte_view cell) noexcept
+{
+    const std::uint32_t size = cell.u32(0);
+    return size > largest_offset ? std::uint64_t{0x100000000} - size : size;
+}
+
+} // namespace hive

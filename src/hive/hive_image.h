@@ -1,0 +1,68 @@
+// A registry hive: one file, read whole, that holds a tree of keys.
+//
+// All integers are little-endian. The file is a base block of 4096 bytes and a run of bins that are
+// filled with cells. What is looked at in the base block:
+//
+//   offset  width  field
+//   0       4      "regf"
+//   36      u32    reference of the root key's cell
+//   48      64     file name of the hive, UTF-16 up to the first NUL
+//   512     4      "DIRT" or "HvLE" in a transaction log
+//
+// The checksum and the sequence numbers are not looked at: what an interrupted write or an unsteady
+// hand left of a hive is read as it stands.
+//
+//   bin   0  4    "hbin"                                  4  u32  distance from the first bin
+//   cell  0  i32  size with its head, negative while used  4       contents, told by two letters
+//
+// A reference is a u32 counted from the first bin, which ordinarily stands at 4096. From here on
+// places in the file are 64-bit offsets from its first byte.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "uni/byte_view.h"
+#include "uni/large_vector.h"
+
+namespace hive {
+
+class hive_image {
+public:
+    hive_image() = default;
+    // Takes the bytes of a hive. They are kept if they are one; otherwise the image stays closed.
+    explicit hive_image(uni::byte_vector bytes);
+
+    bool is_open() const noexcept { return !image_.empty(); }
+    std::uint64_t size() const noexcept { return image_.size(); }
+    std::uint64_t hive_bins_base() const noexcept { return hive_bins_base_; }
+    std::uint64_t root_cell() const noexcept { return root_cell_; }
+    // The name in the base block behind its last backslash, UTF-8; often empty.
+    const std::string& hive_name() const noexcept { return hive_name_; }
+    bool is_log() const noexcept { return is_log_; }
+    bool is_new_log() const noexcept { return is_new_log_; } // "HvLE"
+
+    // Where the cell of a reference begins.
+    std::uint64_t offset_of(std::uint32_t reference) const noexcept
+    {
+        return hive_bins_base_ + reference;
+    }
+
+    // The image from a cell on, its size field first: a cell's own size is not trusted to bound
+    // what is read of it. Empty for what lies outside the image or where no signed 32-bit offset
+    // leads.
+    uni::byte_view cell_at(std::uint64_t offset) const noexcept;
+
+    // The size that a cell gives itself, as a positive number.
+    static std::uint64_t cell_size(uni::byte_view cell) noexcept;
+
+private:
+    uni::byte_vector image_;
+    std::uint64_t hive_bins_base_ = 0;
+    std::uint64_t root_cell_ = 0;
+    std::string hive_name_;
+    bool is_log_ = false;
+    bool is_new_log_ = false;
+};
+
+} // namespace hive

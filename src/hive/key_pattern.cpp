@@ -1,0 +1,303 @@
+#include "hive/key_pattern.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <utility>
+
+#include "uni/text.h"
+
+namespace hive {
+
+namespace {
+
+constexpr std::string_view any_key = "?*";
+constexpr std::string_view control_set_in_use = "currentcontrolset";
+
+struct kind_row {
+    std::string_view word;
+    hive_kind kind;
+};
+constexpr auto kinds = std::to_array<kind_row>({
+    {"system", hive_kind::system},
+    {"software", hive_kind::software},
+    {"security", hive_kind::security},
+    {"sam", hive_kind::sam},
+    {"amcache", hive_kind::amcache},
+    {"bcd", hive_kind::boot_data},
+    {"components", hive_kind::components},
+});
+
+bool holds(std::string_view text, std::string_view part)
+{
+    return text.find(part) != std::string_view::npos;
+}
+
+// What a first segment tells of the hive, which it names as `root_name`; nothing if it tells
+// nothing.
+std::optional<hive_kind> kind_of(const std::string& segment, std::string& root_name)
+{
+    const std::string word = uni::lowered(segment);
+    root_name = segment;
+    if (word == "hklm" || word == "hkcr") {
+        return std::nullopt;
+    }
+    if (holds(word, "ntuser") || holds(word, "hkcu")) {
+        root_name = "ntuser.dat";
+        return hive_kind::user;
+    }
+    if (holds(word, "usrclass")) {
+        root_name = "usrclass.dat";
+        return hive_kind::user_classes;
+    }
+    const auto row = std::find_if(kinds.begin(), kinds.end(),
+                                  [&](const kind_row& one) { return one.word == word; });
+    return row == kinds.end() ? hive_kind::other : row->kind;
+}
+
+// The segments up to the first `?*`, with the name of the control set in use.
+key_path beginning_of(key_reader& reader, const key_path& segments)
+{
+    constexpr std::size_t deepest_control_set = 2;
+    key_path beginning;
+    for (std::size_t i = 0; i < segments.size() && segments[i] != any_key; ++i) {
+        std::string name = segments[i];
+        if (i <= deepest_control_set && uni::equal_ignoring_case(name, control_set_in_use)) {
+            const auto control_set = reader.resolve_current_control_set();
+            if (!control_set) {
+                break;
+            }
+            name = *control_set;
+        }
+        beginning.push_back(std::move(name));
+    }
+    return beginning;
+}
+
+std::optional<std::uint64_t> find_key(key_reader& reader, const key_path& path)
+{
+    std::optional<std::uint64_t> key = reader.image().root_cell();
+    for (std::size_t i = 1; i < path.size() && key; ++i) {
+        key = reader.find_subkey(*key, path[i]);
+    }
+    return key;
+}
+
+key_path joined(const key_path& path, const std::string& name)
+{
+    key_path longer = path;
+    longer.push_back(name);
+    return longer;
+}
+
+// The keys of one level whose subkeys are looked at next.
+struct open_key {
+    std::uint64_t cell = 0;
+    shared_path path;
+};
+
+// Collects the values of one key, found by its segments.
+class value_collector {
+public:
+    value_collector(key_reader& reader, std::vector<hive_value_record>& records)
+        : reader_(reader), records_(records)
+    {}
+
+    // From the segment `first_pattern` on, a `?*` is any subkey; those before it are names.
+    bool collect(key_path segments, std::size_t first_pattern)
+    {
+        std::uint64_t key = reader_.image().root_cell();
+        std::optional<std::string> wanted;
+        for (std::size_t i = 1; i < segments.size(); ++i) {
+            if (i > 1 && i >= first_pattern && segments[i] == any_key) {
+                return collect_each(std::move(segments), i, key);
+            }
+            if (i == 1 && !settle_control_set(segments[i])) {
+                return false;
+            }
+            const auto child = reader_.find_subkey(key, segments[i]);
+            if (child) {
+                key = *child;
+            } else if (i + 1 == segments.size()) {
+                wanted = segments.back();
+            } else {
+                return false;
+            }
+        }
+        if (wanted) {
+            segments.pop_back();
+        }
+        return take_values(key, std::make_shared<const key_path>(std::move(segments)), wanted);
+    }
+
+private:
+    bool settle_control_set(std::string& segment)
+    {
+        if (!uni::equal_ignoring_case(segment, control_set_in_use)) {
+            return true;
+        }
+        const auto control_set = reader_.resolve_current_control_set();
+        segment = control_set.value_or(segment);
+        return control_set.has_value();
+    }
+
+    bool collect_each(key_path segments, std::size_t place, std::uint64_t key)
+    {
+        std::vector<hive_key_item> items;
+        reader_.enum_subkeys(key, items);
+        bool any = false;
+        for (const hive_key_item& item : items) {
+            segments[place] = item.name;
+            any = collect(segments, place + 1) || any;
+        }
+        return any;
+    }
+
+    bool take_values(std::uint64_t key, const shared_path& path,
+                     const std::optional<std::string>& wanted)
+    {
+        constexpr std::uint64_t largest_value_cell = 4096;
+        std::vector<hive_value_item> items;
+        if (!reader_.enum_values(key, items)) {
+            return false;
+        }
+        const std::uint64_t last_write = reader_.last_write_of(key);
+        if (items.empty()) {
+            records_.push_back({path, last_write, {}, hive_value_record::no_value, {}, false, 0});
+            return true;
+        }
+        for (const hive_value_item& item : items) {
+            if (wanted && !uni::equal_ignoring_case(item.name, *wanted)) {
+                continue;
+            }
+            hive_value_data data;
+            if (item.cell_size <= largest_value_cell && reader_.read_value_data(item.cell, data)) {
+                records_.push_back({path, last_write, item.name, data.type, bytes_of(data),
+                                    data.is_big, item.cell});
+                if (wanted) {
+                    break;
+                }
+            }
+        }
+        return true;
+    }
+
+    std::vector<std::uint8_t> bytes_of(const hive_value_data& data)
+    {
+        constexpr std::uint64_t size_bits = 0x0fffffff;
+        constexpr std::uint64_t too_large = 0x1000000;
+        const std::uint64_t count = data.size & size_bits;
+        return count < too_large ? reader_.copy_data(data, count) : std::vector<std::uint8_t>();
+    }
+
+    key_reader& reader_;
+    std::vector<hive_value_record>& records_;
+};
+
+// Collects the values of one name of the keys that match a pattern.
+bool collect_named_value(key_reader& reader, const key_path& pattern, const std::string& name,
+                         std::vector<hive_value_record>& records)
+{
+    if (!find_key(reader, beginning_of(reader, pattern))) {
+        return false;
+    }
+    std::vector<hive_value_record> all;
+    value_collector(reader, all).collect(pattern, 0);
+    for (hive_value_record& record : all) {
+        if (uni::equal_ignoring_case(record.value_name, name)) {
+            records.push_back(std::move(record));
+        }
+    }
+    return !records.empty();
+}
+
+} // namespace
+
+bool parse_key_path(std::string_view text, parsed_key_path& path)
+{
+    path = {};
+    const bool has_slashes_alone = !holds(text, "\\") && holds(text, "/");
+    for (std::string& segment : uni::split(text, has_slashes_alone ? '/' : '\\', false)) {
+        if (path.segments.empty()) {
+            const auto kind = kind_of(segment, path.root_name);
+            if (!kind) {
+                continue;
+            }
+            path.kind = *kind;
+        } else if (segment == "/") {
+            continue;
+        } else {
+            path.root_name += '\\' + segment;
+        }
+        path.segments.push_back(std::move(segment));
+    }
+    return !path.segments.empty();
+}
+
+bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_t level,
+                      std::vector<hive_key_record>& records)
+{
+    const auto beginning = std::make_shared<const key_path>(beginning_of(reader, segments));
+    const std::size_t cut = segments.size() - beginning->size();
+    const auto start = find_key(reader, *beginning);
+    if (!start) {
+        return false;
+    }
+    const auto matches = [&](std::size_t place, const std::string& name) {
+        return place >= segments.size() || segments[place] == any_key || segments[place].empty() ||
+               uni::equal_ignoring_case(segments[place], name);
+    };
+    std::vector<open_key> open_keys{{*start, beginning}};
+    const std::uint64_t passes = std::uint64_t{level} + cut + 1;
+    for (std::uint64_t pass = 0; pass < passes && !open_keys.empty(); ++pass) {
+        std::vector<open_key> next;
+        std::vector<hive_key_item> items;
+        for (const open_key& key : open_keys) {
+            reader.enum_subkeys(key.cell, items);
+            for (hive_key_item& item : items) {
+                if (!matches(key.path->size(), item.name)) {
+                    continue;
+                }
+                if (pass + 1 < passes) {
+                    next.push_back({item.cell, std::make_shared<const key_path>(
+                                                   joined(*key.path, item.name))});
+                }
+                if (cut == 0 || key.path->size() + 1 >= segments.size()) {
+                    records.push_back({key.path, std::move(item.name), item.last_write});
+                }
+            }
+        }
+        open_keys = std::move(next);
+    }
+    return true;
+}
+
+bool collect_values(key_reader& reader, const key_path& segments, std::uint32_t level,
+                    std::vector<hive_value_record>& records)
+{
+    if (segments.empty()) {
+        return false;
+    }
+    const bool is_pattern = std::find(segments.begin(), segments.end(), any_key) != segments.end();
+    const key_path parent(segments.begin(), segments.end() - 1);
+    std::vector<hive_key_record> keys;
+    if (!is_pattern) {
+        keys.push_back({std::make_shared<const key_path>(parent), segments.back(), 0});
+    }
+    const std::size_t depth = segments.size();
+    if (!walk_key_pattern(reader, segments, level, keys) || (is_pattern && keys.empty())) {
+        return collect_named_value(reader, parent, segments.back(), records);
+    }
+    value_collector collector(reader, records);
+    for (const hive_key_record& key : keys) {
+        const std::size_t key_depth = key.path_segments->size() + 1;
+        if (key_depth >= depth && key_depth - depth <= level) {
+            key_path whole = joined(*key.path_segments, key.name);
+            const std::size_t length = whole.size();
+            collector.collect(std::move(whole), length);
+        }
+    }
+    return !records.empty();
+}
+
+} // namespace hive

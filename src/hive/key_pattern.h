@@ -1,0 +1,77 @@
+// Keys and values by patterns such as HKLM\Software\Vendor\?*
+//
+// A pattern is cut into segments. The first names the hive and stands for its root key; the others
+// are names of keys, ASCII case aside, the last perhaps that of a value. `?*` stands for any one key;
+// it means that in a pattern alone, never in a name that a hive holds. "CurrentControlSet" near the
+// root is the control set in use.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hive/key_reader.h"
+
+namespace hive {
+
+using key_path = std::vector<std::string>;
+using shared_path = std::shared_ptr<const key_path>; // many records lie under one path
+
+enum class hive_kind {
+    system = 1,
+    software = 2,
+    security = 3,
+    sam = 4,
+    user = 5,
+    user_classes = 6,
+    amcache = 7,
+    boot_data = 8,
+    components = 9,
+    other = 99,
+};
+
+struct parsed_key_path {
+    hive_kind kind = hive_kind::other;
+    std::string root_name; // the segments, a backslash between two
+    key_path segments;     // from the one that tells the kind on
+};
+
+struct hive_key_record {
+    shared_path path_segments; // of the key above it, the hive's name first
+    std::string name;
+    std::uint64_t last_write = 0; // FILETIME ticks
+};
+
+// One value, or a key whose list of values cannot be read: that is a row without a name, of type
+// no_value.
+struct hive_value_record {
+    static constexpr std::int64_t no_value = -1;
+
+    shared_path path_segments;    // of the value's key, the hive's name first
+    std::uint64_t last_write = 0; // of the key, FILETIME ticks
+    std::string value_name;
+    std::int64_t value_type = no_value;
+    std::vector<std::uint8_t> data; // empty too for data of 16 MiB and more
+    bool is_big = false;            // the data came in segments
+    std::uint64_t value_cell = 0;   // offset in the image
+};
+
+// Cuts a path at its backslashes or, if it has none, at its slashes. False for a path that names
+// nothing but HKLM or HKCR.
+bool parse_key_path(std::string_view text, parsed_key_path& path);
+
+// Appends a record for each key that lies up to `level` + 1 levels below the key of the pattern or,
+// of a pattern with `?*`, for each that matches its beginning and lies at the pattern's depth or up
+// to `level` + 1 levels below. False if the keys in front of the first `?*` are not all there.
+bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_t level,
+                      std::vector<hive_key_record>& records);
+
+// Appends a record for each value of the keys that match a pattern and lie at its depth or up to
+// `level` levels below. Where no key does, the last segment is taken as a value's name. Answers
+// whether there is any record.
+bool collect_values(key_reader& reader, const key_path& segments, std::uint32_t level,
+                    std::vector<hive_value_record>& records);
+
+} // namespace hive

@@ -1,0 +1,421 @@
+#include "hive/key_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace hive {
+
+namespace {
+
+constexpr std::uint16_t letters(char first, char second)
+{
+    return static_cast<std::uint16_t>(static_cast<std::uint8_t>(first) |
+                                      static_cast<std::uint8_t>(second) << 8);
+}
+
+constexpr std::uint16_t key_mark = letters('n', 'k');
+constexpr std::uint16_t value_mark = letters('v', 'k');
+constexpr std::uint16_t security_mark = letters('s', 'k');
+constexpr std::uint16_t big_mark = letters('d', 'b');
+constexpr std::uint16_t lf_list = letters('l', 'f');
+constexpr std::uint16_t lh_list = letters('l', 'h');
+constexpr std::uint16_t li_list = letters('l', 'i');
+constexpr std::uint16_t ri_list = letters('r', 'i');
+
+constexpr std::uint64_t mark_at = 4;
+constexpr std::uint64_t contents_at = 4;
+constexpr std::uint64_t list_count_at = 6;
+constexpr std::uint64_t list_entries_at = 8;
+
+namespace key_field {
+constexpr std::uint64_t last_write = 8;
+constexpr std::uint64_t parent = 20;
+constexpr std::uint64_t subkey_count = 24;
+constexpr std::uint64_t subkey_list = 32;
+constexpr std::uint64_t value_count = 40;
+constexpr std::uint64_t value_list = 44;
+constexpr std::uint64_t security = 48;
+constexpr std::uint64_t name_length = 76;
+constexpr std::uint64_t name = 80;
+} // namespace key_field
+
+namespace value_field {
+constexpr std::uint64_t name_length = 6;
+constexpr std::uint64_t data_size = 8;
+constexpr std::uint64_t data = 12;
+constexpr std::uint64_t type = 16;
+constexpr std::uint64_t name = 24;
+} // namespace value_field
+
+constexpr std::uint32_t inline_bit = 0x80000000;
+constexpr std::uint64_t largest_inline = 4;
+constexpr std::uint64_t largest_plain = 16351; // a longer value may be a big one
+
+// What a list entry costs beside its own bytes: at least what the cell that it leads to takes of the
+// image. A value is looked at once, a key a few times.
+constexpr std::uint64_t key_cost = 96;
+constexpr std::uint64_t value_cost = 96;
+constexpr std::uint64_t looks_for_each_byte = 4;
+constexpr std::uint64_t least_allowance = 0x10000;
+
+std::string bytes_as_text(uni::byte_view bytes)
+{
+    return {bytes.bytes().begin(), bytes.bytes().end()};
+}
+
+// The name of a good key: one with its mark, a name, a parent and a time, whole in the image.
+std::optional<uni::byte_view> good_key_name(uni::byte_view key)
+{
+    const std::uint16_t length = key.u16(key_field::name_length);
+    if (!key.contains(key_field::name, length) || key.u16(mark_at) != key_mark || length == 0 ||
+        key.u32(key_field::parent) == 0 || key.u64(key_field::last_write) == 0) {
+        return std::nullopt;
+    }
+    return key.slice(key_field::name, length);
+}
+
+// Which of the two forms a name has is seen from its second byte, not from a flag.
+std::string value_name(uni::byte_view stored)
+{
+    constexpr std::uint64_t longest = 4095;
+    if (stored.empty() || stored.size() > longest) {
+        return {};
+    }
+    if (stored.size() == 1 || stored.u8(1) != 0) {
+        return bytes_as_text(stored);
+    }
+    std::string name;
+    const std::uint64_t taken = uni::utf16_to_text(stored, name);
+    if (stored.size() - taken > 2) {
+        name += bytes_as_text(stored); // what stands behind a zero shows too: meant
+    }
+    return name;
+}
+
+} // namespace
+
+key_reader::key_reader(const hive_image& image)
+    : image_(image), looks_left_(image.size() * looks_for_each_byte + least_allowance),
+      data_left_(image.size())
+{}
+
+// Whether these bytes may still be looked at.
+bool key_reader::look_at(std::uint64_t bytes) noexcept
+{
+    if (bytes > looks_left_) {
+        looks_left_ = 0;
+        return false;
+    }
+    looks_left_ -= bytes;
+    return true;
+}
+
+bool key_reader::open(std::string& name)
+{
+    struct clue {
+        std::string_view subkey;
+        std::string_view hive;
+    };
+    static constexpr auto clues = std::to_array<clue>({
+        {"Select", "System"},
+        {"control panel", "ntuser.dat"},
+        {"Classes", "Software"},
+        {"local settings", "usrclass.dat"},
+        {"sam", "SAM"},
+        {"RXACT", "Security"},
+        {"root", "AmCache.bin"},
+    });
+    name = image_.hive_name();
+    if (name.empty() && image_.is_open()) {
+        const auto found = std::find_if(clues.begin(), clues.end(), [this](const clue& one) {
+            return find_subkey(image_.root_cell(), one.subkey).has_value();
+        });
+        name = found == clues.end() ? "" : found->hive;
+    }
+    return image_.is_open();
+}
+
+std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t reference) const
+{
+    const uni::byte_view cell = referred(reference);
+    if (!cell.contains(0, list_entries_at)) {
+        return std::nullopt;
+    }
+    subkey_list list;
+    list.kind = cell.u16(mark_at);
+    list.count = cell.u16(list_count_at);
+    list.stride = list.kind == lf_list || list.kind == lh_list ? 8 : 4;
+    list.entries = cell.slice(0, hive_image::cell_size(cell)).from(list_entries_at);
+    return list;
+}
+
+bool key_reader::has_sound_security(uni::byte_view key) const
+{
+    constexpr std::uint64_t security_head = 24;
+    const std::uint32_t reference = key.u32(key_field::security);
+    if (reference == 0) {
+        return true;
+    }
+    const uni::byte_view cell = referred(reference);
+    return cell.contains(0, security_head) && cell.u16(mark_at) == security_mark;
+}
+
+bool key_reader::has_sound_list(uni::byte_view key) const
+{
+    if (key.u32(key_field::subkey_count) == 0) {
+        return true;
+    }
+    const auto list = list_at(key.u32(key_field::subkey_list));
+    return list && (list->kind == lf_list || list->kind == lh_list || list->kind == li_list ||
+                    list->kind == ri_list);
+}
+
+// Takes the keys of a list, or of a part of an "ri" list. Where it ends early:
+//
+//                            "lf", "lh"   "li"        part "lf", "lh"   part "li"
+//   entry unreadable         ends         ends        ends              all of "ri" fails
+//   child is no good key     goes on      ends        ends              ends
+//   child's list is unsound  goes on      ends        goes on           ends
+//   child's security is bad  ends         ends        ends              ends
+//
+// These differences are meant: they decide how much of a damaged list survives.
+key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_part,
+                                              std::vector<hive_key_item>& items)
+{
+    const bool is_li = list.kind == li_list;
+    for (std::uint64_t i = 0; i < list.count; ++i) {
+        if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t))) {
+            return list_end::entry_unreadable;
+        }
+        if (!look_at(list.stride + key_cost)) {
+            return list_end::reached;
+        }
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        const uni::byte_view key = referred(reference);
+        const auto name = good_key_name(key);
+        if (!name && !is_li && !is_part) {
+            continue;
+        }
+        if (!name || (is_part && !is_li && reference == 0) || (is_li && !has_sound_list(key)) ||
+            !has_sound_security(key)) {
+            return list_end::reached;
+        }
+        items.push_back(
+            {image_.offset_of(reference), bytes_as_text(*name), key.u64(key_field::last_write)});
+    }
+    return list_end::reached;
+}
+
+// Takes the keys of an "ri" list, whose parts have counts of their own.
+bool key_reader::take_parts(const subkey_list& list, std::vector<hive_key_item>& items)
+{
+    for (std::uint64_t i = 0; i < list.count; ++i) {
+        if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t)) ||
+            !look_at(list.stride + list_entries_at)) {
+            break;
+        }
+        const auto part = list_at(list.entries.u32(i * list.stride));
+        if (!part || (part->kind != lf_list && part->kind != lh_list && part->kind != li_list)) {
+            continue;
+        }
+        if (take_entries(*part, true, items) == list_end::entry_unreadable &&
+            part->kind == li_list) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& items)
+{
+    items.clear();
+    const uni::byte_view cell = image_.cell_at(key);
+    if (!cell.contains(key_field::subkey_list, sizeof(std::uint32_t))) {
+        return false;
+    }
+    const std::uint32_t count = cell.u32(key_field::subkey_count);
+    if (count == 0) {
+        return true;
+    }
+    const auto list = list_at(cell.u32(key_field::subkey_list));
+    if (!list) {
+        return false;
+    }
+    if (list->kind == ri_list) {
+        const bool done = take_parts(*list, items);
+        if (!done) {
+            items.clear();
+        }
+        return done;
+    }
+    if (list->count != count) {
+        return false;
+    }
+    if (list->kind == lf_list || list->kind == lh_list || list->kind == li_list) {
+        take_entries(*list, false, items);
+    }
+    return true;
+}
+
+// The subkeys of a key by their lower-cased names, of those of one name the first. Kept, since the
+// keys on the way to what is looked for are asked for again and again.
+const key_reader::name_index& key_reader::index_of(std::uint64_t key)
+{
+    const auto [place, is_new] = indexes_.try_emplace(key);
+    if (is_new) {
+        std::vector<hive_key_item> items;
+        enum_subkeys(key, items);
+        for (hive_key_item& item : items) {
+            uni::lower_text(item.name);
+            place->second.emplace(std::move(item.name), item.cell);
+        }
+    }
+    return place->second;
+}
+
+std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::string_view name)
+{
+    const name_index& names = index_of(key);
+    const auto found = names.find(uni::lowered(name));
+    if (found == names.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& items)
+{
+    items.clear();
+    const uni::byte_view cell = image_.cell_at(key);
+    const std::uint32_t count = cell.u32(key_field::value_count);
+    const std::uint32_t list_reference = cell.u32(key_field::value_list);
+    if (!good_key_name(cell) || count == 0 || list_reference == 0) {
+        return false;
+    }
+    const uni::byte_view list = referred(list_reference);
+    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
+    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(value_cost);
+         at += 4) {
+        const uni::byte_view value = referred(entries.u32(at));
+        const std::uint16_t name_length = value.u16(value_field::name_length);
+        const bool is_value = value.u16(mark_at) == value_mark;
+        if (!value.contains(0, sizeof(std::uint32_t)) ||
+            (is_value && !value.contains(value_field::name, name_length))) {
+            continue;
+        }
+        hive_value_item& item = items.emplace_back();
+        if (is_value) {
+            item.cell = image_.offset_of(entries.u32(at));
+            item.cell_size = hive_image::cell_size(value);
+            item.name = value_name(value.slice(value_field::name, name_length));
+        }
+    }
+    return true;
+}
+
+// Whether a cell holds a big value; notes those of its segments that can be read.
+bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
+{
+    const uni::byte_view list = referred(data_cell.u32(list_entries_at));
+    if (data_cell.u16(mark_at) != big_mark || !data_cell.contains(0, 12) ||
+        !list.contains(0, contents_at)) {
+        return false;
+    }
+    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
+    const std::uint64_t count = data_cell.u16(list_count_at);
+    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(4); at += 4) {
+        if (referred(entries.u32(at)).contains(0, contents_at)) {
+            data.segments.push_back(image_.offset_of(entries.u32(at)));
+        }
+    }
+    return true;
+}
+
+bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
+{
+    data = {};
+    const uni::byte_view cell = image_.cell_at(value);
+    if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_field::name)) {
+        return false;
+    }
+    data.type = cell.u32(value_field::type);
+    data.size = cell.u32(value_field::data_size);
+    if ((data.size & inline_bit) != 0) {
+        data.size -= inline_bit;
+        data.is_inline = true;
+        data.bytes = cell.slice(value_field::data, data.size > largest_inline ? 0 : data.size);
+        return true;
+    }
+    const std::uint64_t data_cell_at = image_.offset_of(cell.u32(value_field::data));
+    const uni::byte_view data_cell = image_.cell_at(data_cell_at);
+    if (!data_cell.contains(contents_at, 1)) {
+        return false;
+    }
+    data.bytes = data_cell.from(contents_at);
+    data.is_big = data.size > largest_plain && find_segments(data_cell, data);
+    const std::uint64_t stored = hive_image::cell_size(data_cell) & 0x0fffffff;
+    return data_cell.contains(0, stored);
+}
+
+std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std::uint64_t count)
+{
+    constexpr std::uint64_t segment_overhead = 8;
+    std::vector<uni::byte_view> pieces;
+    std::uint64_t total = 0;
+    const auto add = [&](uni::byte_view bytes) {
+        pieces.push_back(bytes.slice(0, count - total));
+        total += pieces.back().size();
+    };
+    if (!data.is_big) {
+        add(data.bytes);
+    }
+    for (const std::uint64_t segment : data.segments) {
+        const uni::byte_view cell = image_.cell_at(segment);
+        const std::uint64_t size = hive_image::cell_size(cell);
+        add(cell.slice(contents_at, size > segment_overhead ? size - segment_overhead : 0));
+    }
+    std::vector<std::uint8_t> copy;
+    if (total > data_left_) {
+        data_left_ = 0;
+        return copy; // a part of a text would be another text
+    }
+    data_left_ -= total;
+    copy.reserve(static_cast<std::size_t>(total));
+    for (const uni::byte_view piece : pieces) {
+        copy.insert(copy.end(), piece.bytes().begin(), piece.bytes().end());
+    }
+    return copy;
+}
+
+std::optional<std::string> key_reader::resolve_current_control_set()
+{
+    const auto select = find_subkey(image_.root_cell(), "Select");
+    std::vector<hive_value_item> values;
+    if (!select || !enum_values(*select, values)) {
+        return std::nullopt;
+    }
+    const auto current = std::find_if(values.begin(), values.end(), [](const auto& value) {
+        return value.name == "Current"; // in this spelling alone: meant
+    });
+    hive_value_data data;
+    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline) {
+        return std::nullopt;
+    }
+    const auto number = static_cast<std::int32_t>(data.bytes.u32(0));
+    std::string name = "ControlSet00" + std::to_string(number);
+    if (!find_subkey(image_.root_cell(), name)) {
+        return std::nullopt;
+    }
+    return name;
+}
+
+std::uint64_t key_reader::last_write_of(std::uint64_t key) const noexcept
+{
+    return image_.cell_at(key).u64(key_field::last_write);
+}
+
+} // namespace hive
