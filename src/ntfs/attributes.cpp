@@ -262,15 +262,9 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     return true;
 }
 
-const record_row* main_content(const std::vector<record_row>& rows)
+bool is_main_content(const record_row& row)
 {
-    const record_row* found = nullptr;
-    for (const record_row& row : rows) {
-        if (row.type == attribute_type::data && row.name.empty()) {
-            found = &row;
-        }
-    }
-    return found;
+    return row.type == attribute_type::data && row.name.empty();
 }
 
 bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)

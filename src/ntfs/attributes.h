@@ -44,8 +44,8 @@ inline constexpr std::uint32_t row_of_record = 272; // type of the row for the r
 bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
                             std::vector<record_row>& rows);
 
-// The unnamed data among the rows, the last if there are several; null for none.
-const record_row* main_content(const std::vector<record_row>& rows);
+// Whether the row is a file's content; named data are alternate streams.
+bool is_main_content(const record_row& row);
 
 // Reads an attribute's whole content, decompressed. True if anything was read; what cannot be read
 // ends it. Bytes behind the initialized size are zeros.

@@ -252,7 +252,8 @@ bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)
         mft_entries_ctx context(volume);
         std::vector<record_row> rows;
         if (list_record_attributes(context, bitmap_entry, rows)) {
-            if (const record_row* const bitmap = main_content(rows)) {
+            const auto bitmap = std::find_if(rows.begin(), rows.end(), is_main_content);
+            if (bitmap != rows.end()) {
                 volume.bitmap_extents = bitmap->extents;
             }
         }

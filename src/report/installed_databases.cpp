@@ -7,7 +7,9 @@
 
 #include "hive/hive_image.h"
 #include "hive/hive_query.h"
+#include "ntfs/locked_file.h"
 #include "platform/directories.h"
+#include "platform/files.h"
 #include "uni/byte_view.h"
 #include "uni/fileio.h"
 #include "uni/paths.h"
@@ -109,6 +111,28 @@ void add_targets(front::sdb_opts& options)
     }
 }
 
+// Snapshots and images of a volume are opened by their whole text, volumes by their letter. Without
+// a volume that is the first character of the database's path, whatever it is: meant.
+ntfs::volume_source source_of(const front::sdb_opts& options)
+{
+    const bool is_image =
+        options.partition_given && platform::volume_at(options.volume_text).has_value();
+    return options.vss_given || is_image ? ntfs::volume_source::device
+                                         : ntfs::volume_source::letter;
+}
+
+bool load_locked_hive(uni::byte_vector& bytes, front::sdb_opts& options,
+                      const platform::device_opener& open_device)
+{
+    ntfs::trace_text trace;
+    if (options.log_on) {
+        trace = [&options](std::string_view line) { front::cmd_log_write(options, line); };
+    }
+    return ntfs::load_locked_file(options.volume_text, source_of(options),
+                                  "\\windows\\system32\\config\\software", bytes, trace,
+                                  open_device);
+}
+
 } // namespace
 
 bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows)
@@ -130,10 +154,12 @@ bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_va
     return !table.empty();
 }
 
-bool load_software_hive(uni::byte_vector& bytes, const front::sdb_opts& options)
+bool load_software_hive(uni::byte_vector& bytes, front::sdb_opts& options,
+                        const platform::device_opener& open_device)
 {
     try {
-        return uni::load_file_bytes(bytes, options.software_hive_path, largest_hive);
+        return uni::load_file_bytes(bytes, options.software_hive_path, largest_hive) ||
+               load_locked_hive(bytes, options, open_device);
     } catch (const std::bad_alloc&) {
         return false; // the run goes on without what does not fit
     }
