@@ -254,7 +254,7 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     itself.type = row_of_record;
     itself.entry = entry;
     itself.sequence = record.sequence();
-    visit_attributes(context, entry, record, context.record_size, {},
+    visit_attributes(context, entry, record, context.volume.record_size, {},
                      [&rows](const attribute& found) { add_row(rows, found); });
     std::stable_sort(rows.begin(), rows.end(), [](const record_row& a, const record_row& b) {
         return rank_of(a) < rank_of(b);

@@ -310,7 +310,7 @@ bool resolve_path_to_inode(mft_entries_ctx& context, std::string_view path, std:
         trace_line(context, "path empty");
         if (is_rooted) {
             inode = root_entry;
-            canonical_path = "\\";
+            canonical_path.assign(1, '\\');
         }
         return is_rooted;
     }

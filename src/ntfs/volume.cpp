@@ -54,22 +54,18 @@ bool read_boot_sector(ntfs_volume& volume)
     if (record_size > largest_record || boot.u64(48) > last_byte / volume.cluster_size) {
         return false;
     }
-    volume.record_size = static_cast<std::uint32_t>(record_size);
+    volume.record_size =
+        record_size == 0 ? usual_record_size : static_cast<std::uint32_t>(record_size);
     volume.clusters_per_record = volume.record_size / volume.cluster_size;
     volume.total_clusters = boot.u64(40) / volume.sectors_per_cluster;
     volume.mft_offset = boot.u64(48) * volume.cluster_size;
     return true;
 }
 
-std::uint32_t settled_record_size(const ntfs_volume& volume)
-{
-    return volume.record_size == 0 ? usual_record_size : volume.record_size;
-}
-
 // Reads record 0, which tells where all others lie.
 bool read_first_record(ntfs_volume& volume, std::vector<std::uint8_t>& buffer)
 {
-    buffer.resize(settled_record_size(volume));
+    buffer.resize(volume.record_size);
     if (volume.reader->read_start(buffer, volume.volume_offset + volume.mft_offset) !=
         buffer.size()) {
         buffer.clear();
@@ -86,7 +82,7 @@ bool read_first_record_whole(ntfs_volume& volume, std::vector<std::uint8_t>& buf
     }
     const std::uint32_t updates = file_record(buffer).update_count();
     const std::uint32_t true_size = updates > 1 ? (updates - 1) * update_unit : 0;
-    if (true_size <= settled_record_size(volume)) {
+    if (true_size <= volume.record_size) {
         return true;
     }
     volume.record_size = true_size;
@@ -107,7 +103,7 @@ void find_mft_extents(ntfs_volume& volume, const std::vector<std::uint8_t>& firs
         }
     };
     const std::uint32_t types[] = {attribute_type::data};
-    visit_attributes(context, 0, file_record(first), settled_record_size(volume), types, take);
+    visit_attributes(context, 0, file_record(first), volume.record_size, types, take);
 }
 
 // Where a record lies in $MFT; beyond what the volume can hold there is none.
@@ -346,13 +342,9 @@ bool read_file_record(ntfs_volume& volume, std::uint64_t entry, std::vector<std:
 
 bool fixup_mft(mft_entries_ctx& context, std::uint64_t entry, std::vector<std::uint8_t>& buffer)
 {
-    if (!context.size_settled) {
-        context.record_size = settled_record_size(context.volume);
-        context.size_settled = true;
-    }
     context.bad = false;
     std::uint64_t disk_offset = 0;
-    if (read_record_bytes(context.volume, entry, buffer, context.record_size, disk_offset)) {
+    if (read_record_bytes(context.volume, entry, buffer, context.volume.record_size, disk_offset)) {
         const record_kind kind = fix_up(buffer);
         if (kind == record_kind::bad) {
             context.bad = true;

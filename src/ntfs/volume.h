@@ -8,7 +8,7 @@
 //       40      8  total sectors
 //       48      8  first cluster of $MFT, the file of all FILE records; entry n is its n-th record
 //       64      1  clusters per FILE record; if negative, its magnitude is the binary logarithm of
-//                  the record's size in bytes
+//                  the record's size in bytes; 0 unknown, then 1024 bytes
 //
 // It is written for volumes that are damaged or in use: a bad record is a skipped record, every
 // walk is bounded by lengths, and a failure leaves the volume usable. Nothing words a failure, but
@@ -53,7 +53,7 @@ struct ntfs_volume {
     std::uint32_t sectors_per_cluster = 0;
     std::uint32_t clusters_per_record = 0; // 0 where a cluster holds several records
     std::uint64_t mft_offset = 0;          // bytes
-    std::uint32_t record_size = 0;         // bytes; 0 unknown
+    std::uint32_t record_size = 0;         // bytes
     std::uint32_t record_alloc_size = 0;   // bytes from one record to the next
     std::uint64_t record_count = 0;
     bool mounted = false;
@@ -71,8 +71,6 @@ struct mft_entries_ctx {
 
     ntfs_volume& volume;
     trace_text trace; // gets what was met; empty for none
-    std::uint32_t record_size = 0;
-    bool size_settled = false;
     bool bad = false; // the record read last was given up by the file system
     // Records that extend another, and which. One that two claim belongs to the first, so that no
     // look-up reads records over and over.
