@@ -3,7 +3,8 @@
 
     bench/compare.py [build folder] [--pairs N]
 
-Builds nothing: takes quilt and make_large_database of the folder (build/release). The two commands
+Builds nothing: takes quilt, make_large_database and make_large_hive of the folder (build/release),
+and hivexget of the system. The two commands
 of a row run in turn, A B A B, and the ratio is the median of the ratios of the pairs, so that a slow
 moment of the machine touches both. Clock and processor time stand side by side. Ends with 1 when a
 figure is not reached by the clock.
@@ -114,6 +115,19 @@ def compare_finding(table, maker, place, quilt, large, load, apps):
               (shell("xargs md5sum <%s; xargs sha1sum <%s" % (listed, listed)),), 1.5)
 
 
+def compare_hive(table, folder, place, quilt):
+    """What the registry tells, from a large hive with many installed databases."""
+    hive = os.path.join(place, "SOFTWARE")
+    Run([os.path.join(folder, "make_large_hive"), str(128 * MIB), "1000", hive])
+    key = (r"Microsoft\Windows NT\CurrentVersion\AppCompatFlags\InstalledSDB"
+           r"\{000001f4-1234-4321-abcd-0123456789ab}")
+    run = ([quilt, "-listsdb", "-reg", hive, "-quiet"], os.path.join(place, "installed"))
+    table.row("-listsdb -reg, 128 MiB / hivexget", run, (["hivexget", hive, key],), 1.0)
+    table.row("-listsdb -reg, 128 MiB / cat", run, (["cat", hive],), 3.0)
+    peak = max(Run(*run).peak for _ in range(3))
+    table.memory("peak of it / 1.2 hives + 16 MiB", peak, 1.2 * os.path.getsize(hive) + 16 * MIB)
+
+
 def compare(folder, pairs, place):
     quilt = os.path.join(folder, "quilt")
     maker = os.path.join(folder, "make_large_database")
@@ -142,6 +156,7 @@ def compare(folder, pairs, place):
         peak = max(Run(*command).peak for _ in range(3))
         table.memory(f"peak of -apps {name} / 4 images + 16 MiB", peak, limit)
     compare_finding(table, maker, place, quilt, databases[16], load[16], xml[16][1])
+    compare_hive(table, folder, place, quilt)
     return table.missed
 
 

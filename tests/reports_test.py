@@ -22,6 +22,8 @@ import time
 import unittest
 from pathlib import Path
 
+from support import hives
+
 SAMPLE = "examples/sample.sdb"
 COMPRESSED = "examples/sample-compressed.sdb"
 GOLDEN = Path("tests/golden")
@@ -113,6 +115,13 @@ VOLUME_REPORTS = {
     "volume-pipe-stats.txt": ["-stats", "-pipe", "-filter", "*.sdb"],
     "volume-pipe-guids.txt": ["-guids", "-pipe", "-filter", "*main*"],
     "volume-pipe-exes.txt": ["-exes", "-pipe", "-strings", "LEDGER"],
+}
+# Reports about a volume whose registry knows more databases than its folders show.
+INSTALLED_REPORTS = {
+    "installed-listsdb.txt": ["-listsdb", "-partition", "V"],
+    "installed-stats.txt": ["-stats", "-partition", "V"],
+    "installed-stats-csv.txt": ["-stats", "-csv", "-partition", "V"],
+    "installed-stats-l2t.txt": ["-stats", "-csvl2t", "-partition", "V"],
 }
 MESSAGES = b"messages:\n"
 
@@ -211,8 +220,31 @@ def volume_files():
     }
 
 
-def make_volume(folder):
-    for number, (name, contents) in enumerate(volume_files().items()):
+def installed_files():
+    """Three databases at their places, two that the registry alone knows; a third is gone."""
+    return {
+        "Windows/AppPatch/sysmain.sdb": small_database(1, "System"),
+        "Windows/System32/CompatTel/telemetry.sdb": small_database(2, "Telemetry"),
+        "Windows/System32/appraiser/appraiser.sdb": small_database(3, "Appraiser"),
+        "ProgramData/Vendor/helper.sdb": small_database(4, "Helper"),
+        "Users/Ольга/fonts.sdb": Path(SAMPLE).read_bytes(),
+    }
+
+
+def make_installed_volume(folder):
+    make_volume(folder, installed_files())
+    hive = Path(folder, "Windows/System32/config/SOFTWARE")
+    hive.parent.mkdir()
+    hives.make_hive(str(hive), {
+        "{B0}": hives.installed("C:\\PROGRAMDATA\\vendor\\Helper.SDB", "Helps, now", hives.MOMENT),
+        "{A0}": hives.installed("C:\\Users\\Ольга\\fonts.sdb", "Шрифты", hives.MOMENT + 10**15),
+        "{C0}": hives.installed("C:\\Windows\\Temp\\zz-gone.sdb", "Gone", hives.MOMENT),
+        "{D0}": hives.installed("C:\\Elsewhere\\SYSMAIN.SDB", "Known by name", hives.MOMENT, 7),
+    })
+
+
+def make_volume(folder, files=None):
+    for number, (name, contents) in enumerate((files or volume_files()).items()):
         path = Path(folder, name)
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(contents)
@@ -226,9 +258,10 @@ def volume_lines(root):
 
 
 def volume_report(program, name, folder, root):
-    """A report of VOLUME_REPORTS, its messages and the exit value, without what no two runs share:
-    the place of the volume, which the program knows as `root`, and when its files were made."""
-    options = [option.replace("V", root, 1) for option in VOLUME_REPORTS[name]]
+    """A report about a volume, its messages and the exit value, without what no two runs share: the
+    place of the volume, which the program knows as `root`, and when its files were made."""
+    options = {**VOLUME_REPORTS, **INSTALLED_REPORTS}[name]
+    options = [option.replace("V", root, 1) for option in options]
     lines = volume_lines(root) if "-pipe" in options else b""
     result = program.run(*options, lines=lines)
     report, messages = (text.replace(b"\r\n", b"\n").replace(root.encode(), b"<volume>")
@@ -295,7 +328,7 @@ class Golden(unittest.TestCase):
         self.check_results_file(QUILT)
 
     def test_every_golden_file_is_some_report(self):
-        self.assertEqual({path.name for path in GOLDEN.iterdir()}, {*REPORTS, *VOLUME_REPORTS})
+        self.assertEqual({path.name for path in GOLDEN.iterdir()}, {*REPORTS, *VOLUME_REPORTS, *INSTALLED_REPORTS})
 
     def test_windows_reports(self):
         if WINDOWS is None:
@@ -501,12 +534,13 @@ class Conflicts(Folder):
                 self.assertEqual(result.stderr, notice(message) if message else b"")
 
 
-class Volume(Folder):
+class VolumeReports:
+    """The reports about one volume, on both platforms."""
     maxDiff = None
 
     def setUp(self):
         super().setUp()
-        make_volume(self.folder)
+        type(self).make(self.folder)
 
     def expected(self, name):
         report, mark, messages = (GOLDEN / name).read_bytes().partition(MESSAGES)
@@ -514,7 +548,7 @@ class Volume(Folder):
         return report, messages
 
     def test_reports(self):
-        for name in VOLUME_REPORTS:
+        for name in self.reports:
             with self.subTest(report=name):
                 report, _, messages = volume_report(QUILT, name, self.folder, self.folder)
                 self.assertEqual((report.decode(), messages.decode()),
@@ -528,11 +562,15 @@ class Volume(Folder):
         drive = os.path.join(prefix, "dosdevices", "q:")
         os.symlink(self.folder, drive)
         self.addCleanup(os.unlink, drive)
-        for name in VOLUME_REPORTS:
+        for name in self.reports:
             with self.subTest(report=name):
                 report, _, messages = volume_report(WINDOWS, name, self.folder, "q:")
                 self.assertEqual(*(tuple(text.decode().replace("\\", "/").lower() for text in texts)
                                    for texts in ((report, messages), self.expected(name))))
+
+
+class Volume(VolumeReports, Folder):
+    make, reports = make_volume, VOLUME_REPORTS
 
     def test_a_rule_parts_databases_and_stands_behind_each_of_a_list(self):
         rule = "-" * 75 + "\n"
@@ -565,6 +603,93 @@ class Volume(Folder):
                 comma = " " if separator == "," else ","
                 self.assertTrue(any(f"Drivers{comma} and more[CRLF]of them" in row[fact]
                                     for row in rows))
+
+
+class Installed(VolumeReports, Folder):
+    make, reports = make_installed_volume, INSTALLED_REPORTS
+
+    def test_a_registry_that_cannot_be_read_changes_nothing(self):
+        os.mkdir(self.path("folder"))
+        secret = self.write("secret", Path(self.folder, "Windows/System32/config/SOFTWARE").read_bytes())
+        os.chmod(secret, 0)
+        cases = ["nowhere", "folder", SAMPLE, self.write("empty", b"")]
+        for hive in (*cases, secret) if os.geteuid() else cases:
+            with self.subTest(hive=hive):
+                for options in (["-stats", "-csv"], ["-stats"], ["-listsdb"]):
+                    plain = run("-sdb", SAMPLE, *options)
+                    result = run("-sdb", SAMPLE, *options, "-reg", hive)
+                    self.assertEqual((result.returncode, masked(result.stdout), result.stderr),
+                                     (plain.returncode, masked(plain.stdout), plain.stderr))
+
+
+class Registry(Folder):
+    """A hive with hundreds of databases, read by quilt and by hivexml."""
+
+    def databases(self):
+        found = {f"{{{i:04x}-Ключ}}" if i % 7 == 0 else f"{{{i:04X}-key}}":
+                 hives.installed(f"C:\\Custom\\Base {i} Äх計.sdb", f"Number {i}, ü and 計",
+                                 hives.MOMENT + i * 36_000_000_000) for i in range(600)}
+        keys = list(found)
+        found[keys[1]] += [("Large", hives.BINARY, bytes(range(256)) * 80),
+                           ("Empty", hives.BINARY, b""), ("", hives.SZ, hives.text("Default"))]
+        found[keys[2]] = [("DatabasePath", hives.EXPAND_SZ, hives.text("D:\\%TEMP%\\expanded.sdb")),
+                          ("DatabaseDescription 計", hives.SZ, hives.text("named in UTF-16"))]
+        found[keys[3]] = [("Größe type", hives.DWORD, b"\1\0\0\0"),
+                          ("Über path", hives.SZ, hives.text("E:\\latin.sdb")),
+                          {"below": hives.installed("C:\\below.sdb", "", 1)}]
+        found[keys[4]] = []
+        found[keys[5]] = hives.installed("F:\\other\\BASE 1 Äх計.sdb", "second of a name", 1)
+        found[keys[6]] = [("DatabaseDescription", hives.SZ, hives.text("without a path"))]
+        found[keys[8]] += [("DatabaseDescription", hives.SZ, hives.text("x" * 10_240))]
+        return found
+
+    def expected(self, hive):
+        """By file name, what is installed: path, description, times."""
+        expected = {}
+        for key, (moment, values) in sorted(hives.read_installed(hive).items(),
+                                            key=lambda item: item[0].encode().lower()):
+            facts = {}
+            for name, value in values.items():
+                word = next((word for word in ("description", "type", "timestamp", "path")
+                             if word in name.lower()), None)
+                facts[word] = value
+            path = facts.get("path", "")
+            if values:
+                name = "".join(c.lower() if c.isascii() else c for c in path.rpartition("\\")[2])
+                expected.setdefault(name, (path, facts.get("description", ""),
+                                           facts.get("timestamp", 0), moment))
+        return expected
+
+    def test_what_hivexml_reads_is_what_is_reported(self):
+        hive = self.path("SOFTWARE")
+        hives.make_hive(hive, self.databases())
+        expected = self.expected(hive)
+        self.assertGreater(len(expected), 590)
+        paths = [path for name, (path, *_) in sorted(expected.items(), key=lambda item: item[0].encode())
+                 if path]
+        result = run("-listsdb", "-reg", hive, cwd=self.folder)
+        self.assertEqual(result.returncode, 0)
+        self.assertEqual(result.stdout.decode().split("\n")[3:], [*paths, "", ""])
+
+        names = [name for name, (path, *_) in expected.items() if path]
+        for name in names:
+            self.write(name, small_database(0, "x"))
+        self.write("unknown.sdb", small_database(0, "x"))
+        lines = "".join(f"{self.folder}/{name}\n" for name in (*names, "unknown.sdb")).encode()
+        report = run("-pipe", "-stats", "-csv", "-no_whitespace", "-reg", hive, lines=lines)
+        header, *rows = csv.reader(report.stdout.decode().split("\n")[3:-1])
+        self.assertEqual([row[0] for row in rows], [*names, "unknown.sdb"])
+        stats, extra = header.index("DB stats"), header.index("Extra info")
+        self.assertEqual((rows[-1][stats], rows[-1][extra]), ("strings: 2", "RegDB Path: "))
+        for row in rows[:-1]:
+            path, description, installed, moment = expected[row[0]]
+            description = description.replace(",", " ")
+            self.assertEqual(row[stats], "strings: 2; Install Timestamp: ; Reg LastMod Timestamp: ; "
+                             f"Database Description: {description}; Database Types: ; "
+                             f"Database Path: {path}")
+            install = f"; Install time: {hives.moment_text(installed)}" if installed else ""
+            self.assertEqual(row[extra], f"RegDB Path: {path}{install}; "
+                             f"Reg modtime: {moment:%Y-%m-%d %H:%M:%S}.000")
 
 
 class Lists(Folder):
@@ -865,10 +990,11 @@ def update_golden():
         old.unlink()
     for name, options in REPORTS.items():
         (GOLDEN / name).write_bytes(masked(run("-sdb", SAMPLE, "-quiet", *options).stdout))
-    with tempfile.TemporaryDirectory(prefix="quilt-") as volume:
-        make_volume(volume)
-        for name in VOLUME_REPORTS:
-            (GOLDEN / name).write_bytes(b"".join(volume_report(QUILT, name, volume, volume)))
+    for make, reports in ((make_volume, VOLUME_REPORTS), (make_installed_volume, INSTALLED_REPORTS)):
+        with tempfile.TemporaryDirectory(prefix="quilt-") as volume:
+            make(volume)
+            for name in reports:
+                (GOLDEN / name).write_bytes(b"".join(volume_report(QUILT, name, volume, volume)))
 
 
 def main():

@@ -44,12 +44,15 @@ std::optional<std::uint64_t> find_bin(uni::byte_view image)
     return std::nullopt;
 }
 
-// Where the bins begin; nothing for a file without any.
-std::optional<std::uint64_t> find_bins_base(uni::byte_view image)
+// Where the bins begin; nothing for a file without any. The whole file is looked at only where no bin
+// stands at its place.
+std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
 {
-    if (image.u32(base_block_size) == bin_mark || image.u32(inner_bin) == bin_mark) {
+    const uni::byte_view head = bytes.at(0, smallest_hive);
+    if (head.u32(base_block_size) == bin_mark || head.u32(inner_bin) == bin_mark) {
         return base_block_size;
     }
+    const uni::byte_view image = bytes.at(0, bytes.size());
     const auto found = find_bin(image);
     if (!found) {
         return std::nullopt;
@@ -70,14 +73,14 @@ std::string name_in(uni::byte_view image)
 
 } // namespace
 
-hive_image::hive_image(uni::byte_vector bytes)
+hive_image::hive_image(hive_bytes bytes)
 {
     constexpr std::uint64_t root_at = 36;
-    const uni::byte_view image(bytes);
+    const uni::byte_view image = bytes.at(0, smallest_hive);
     if (image.size() < smallest_hive || image.u32(0) != hive_mark) {
         return;
     }
-    const auto base = find_bins_base(image);
+    const auto base = find_bins_base(bytes);
     if (!base) {
         return;
     }
@@ -86,12 +89,12 @@ hive_image::hive_image(uni::byte_vector bytes)
     hive_name_ = name_in(image);
     is_new_log_ = image.u32(log_mark_at) == new_log_mark;
     is_log_ = is_new_log_ || image.u32(log_mark_at) == log_mark;
-    image_ = std::move(bytes);
+    bytes_ = std::move(bytes);
 }
 
-uni::byte_view hive_image::cell_at(std::uint64_t offset) const noexcept
+uni::byte_view hive_image::cell_at(std::uint64_t offset, std::uint64_t count) const
 {
-    return offset > largest_offset ? uni::byte_view() : uni::byte_view(image_).from(offset);
+    return offset > largest_offset ? uni::byte_view() : bytes_.at(offset, count);
 }
 
 std::uint64_t hive_image::cell_size(uni::byte_view cell) noexcept

@@ -1,4 +1,4 @@
-// A registry hive: one file, read whole, that holds a tree of keys.
+// A registry hive: one file that holds a tree of keys.
 //
 // All integers are little-endian. The file is a base block of 4096 bytes and a run of bins that are
 // filled with cells. What is looked at in the base block:
@@ -22,8 +22,8 @@
 #include <cstdint>
 #include <string>
 
+#include "hive/hive_bytes.h"
 #include "uni/byte_view.h"
-#include "uni/large_vector.h"
 
 namespace hive {
 
@@ -31,10 +31,10 @@ class hive_image {
 public:
     hive_image() = default;
     // Takes the bytes of a hive. They are kept if they are one; otherwise the image stays closed.
-    explicit hive_image(uni::byte_vector bytes);
+    explicit hive_image(hive_bytes bytes);
 
-    bool is_open() const noexcept { return !image_.empty(); }
-    std::uint64_t size() const noexcept { return image_.size(); }
+    bool is_open() const noexcept { return bytes_.size() != 0; }
+    std::uint64_t size() const noexcept { return bytes_.size(); }
     std::uint64_t hive_bins_base() const noexcept { return hive_bins_base_; }
     std::uint64_t root_cell() const noexcept { return root_cell_; }
     // The name in the base block behind its last backslash, UTF-8; often empty.
@@ -48,16 +48,16 @@ public:
         return hive_bins_base_ + reference;
     }
 
-    // The image from a cell on, its size field first: a cell's own size is not trusted to bound
-    // what is read of it. Empty for what lies outside the image or where no signed 32-bit offset
-    // leads.
-    uni::byte_view cell_at(std::uint64_t offset) const noexcept;
+    // The first `count` bytes of a cell, its size field first; fewer where the image ends. A cell's
+    // own size does not bound what is read of it. Empty for what lies outside the image or where no
+    // signed 32-bit offset leads.
+    uni::byte_view cell_at(std::uint64_t offset, std::uint64_t count) const;
 
     // The size that a cell gives itself, as a positive number.
     static std::uint64_t cell_size(uni::byte_view cell) noexcept;
 
 private:
-    uni::byte_vector image_;
+    hive_bytes bytes_;
     std::uint64_t hive_bins_base_ = 0;
     std::uint64_t root_cell_ = 0;
     std::string hive_name_;

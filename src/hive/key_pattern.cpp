@@ -143,10 +143,8 @@ private:
 
     bool collect_each(key_path segments, std::size_t place, std::uint64_t key)
     {
-        std::vector<hive_key_item> items;
-        reader_.enum_subkeys(key, items);
         bool any = false;
-        for (const hive_key_item& item : items) {
+        for (const hive_key_item& item : reader_.subkeys_of(key)) {
             segments[place] = item.name;
             any = collect(segments, place + 1) || any;
         }
@@ -251,10 +249,8 @@ bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_
     const std::uint64_t passes = std::uint64_t{level} + cut + 1;
     for (std::uint64_t pass = 0; pass < passes && !open_keys.empty(); ++pass) {
         std::vector<open_key> next;
-        std::vector<hive_key_item> items;
         for (const open_key& key : open_keys) {
-            reader.enum_subkeys(key.cell, items);
-            for (hive_key_item& item : items) {
+            for (const hive_key_item& item : reader.subkeys_of(key.cell)) {
                 if (!matches(key.path->size(), item.name)) {
                     continue;
                 }
@@ -263,7 +259,7 @@ bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_
                                                    joined(*key.path, item.name))});
                 }
                 if (cut == 0 || key.path->size() + 1 >= segments.size()) {
-                    records.push_back({key.path, std::move(item.name), item.last_write});
+                    records.push_back({key.path, item.name, item.last_write});
                 }
             }
         }

@@ -55,11 +55,9 @@ constexpr std::uint32_t inline_bit = 0x80000000;
 constexpr std::uint64_t largest_inline = 4;
 constexpr std::uint64_t largest_plain = 16351; // a longer value may be a big one
 
-// What a list entry costs beside its own bytes: at least what the cell that it leads to takes of the
-// image. A value is looked at once, a key a few times.
-constexpr std::uint64_t key_cost = 96;
-constexpr std::uint64_t value_cost = 96;
-constexpr std::uint64_t looks_for_each_byte = 4;
+// What keys and values take at least of an image, and what any image may give.
+constexpr std::uint64_t key_head = key_field::name;
+constexpr std::uint64_t value_head = value_field::name;
 constexpr std::uint64_t least_allowance = 0x10000;
 
 std::string bytes_as_text(uni::byte_view bytes)
@@ -99,19 +97,16 @@ std::string value_name(uni::byte_view stored)
 } // namespace
 
 key_reader::key_reader(const hive_image& image)
-    : image_(image), looks_left_(image.size() * looks_for_each_byte + least_allowance),
-      data_left_(image.size())
+    : image_(image), keys_left_(image.size() + least_allowance),
+      values_left_(image.size() + least_allowance), data_left_(image.size())
 {}
 
-// Whether these bytes may still be looked at.
-bool key_reader::look_at(std::uint64_t bytes) noexcept
+// Whether these bytes may still be taken; once they may not, nothing more may.
+bool key_reader::take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept
 {
-    if (bytes > looks_left_) {
-        looks_left_ = 0;
-        return false;
-    }
-    looks_left_ -= bytes;
-    return true;
+    const bool is_enough = bytes <= allowance;
+    allowance = is_enough ? allowance - bytes : 0;
+    return is_enough;
 }
 
 bool key_reader::open(std::string& name)
@@ -139,9 +134,30 @@ bool key_reader::open(std::string& name)
     return image_.is_open();
 }
 
+uni::byte_view key_reader::key_at(std::uint64_t offset) const
+{
+    const uni::byte_view head = image_.cell_at(offset, key_head);
+    return image_.cell_at(offset, key_head + head.u16(key_field::name_length));
+}
+
+uni::byte_view key_reader::value_at(std::uint64_t offset) const
+{
+    const uni::byte_view head = image_.cell_at(offset, value_head);
+    return image_.cell_at(offset, value_head + head.u16(value_field::name_length));
+}
+
+// The entries of a list, which stand behind its head: at most `most` bytes, and no more than the
+// cell says that it has.
+uni::byte_view key_reader::entries_at(std::uint64_t offset, std::uint64_t head,
+                                      std::uint64_t most) const
+{
+    const std::uint64_t size = hive_image::cell_size(image_.cell_at(offset, sizeof(std::uint32_t)));
+    return image_.cell_at(offset, std::min(size, head + most)).from(head);
+}
+
 std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t reference) const
 {
-    const uni::byte_view cell = referred(reference);
+    const uni::byte_view cell = referred(reference, list_entries_at);
     if (!cell.contains(0, list_entries_at)) {
         return std::nullopt;
     }
@@ -149,7 +165,8 @@ std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t referen
     list.kind = cell.u16(mark_at);
     list.count = cell.u16(list_count_at);
     list.stride = list.kind == lf_list || list.kind == lh_list ? 8 : 4;
-    list.entries = cell.slice(0, hive_image::cell_size(cell)).from(list_entries_at);
+    list.entries =
+        entries_at(image_.offset_of(reference), list_entries_at, list.count * list.stride);
     return list;
 }
 
@@ -160,7 +177,7 @@ bool key_reader::has_sound_security(uni::byte_view key) const
     if (reference == 0) {
         return true;
     }
-    const uni::byte_view cell = referred(reference);
+    const uni::byte_view cell = referred(reference, security_head);
     return cell.contains(0, security_head) && cell.u16(mark_at) == security_mark;
 }
 
@@ -184,6 +201,7 @@ bool key_reader::has_sound_list(uni::byte_view key) const
 //
 // These differences are meant: they decide how much of a damaged list survives.
 key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_part,
+                                              reference_set& seen,
                                               std::vector<hive_key_item>& items)
 {
     const bool is_li = list.kind == li_list;
@@ -191,11 +209,15 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t))) {
             return list_end::entry_unreadable;
         }
-        if (!look_at(list.stride + key_cost)) {
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        const bool is_new = seen.insert(reference).second;
+        if (!take_from(keys_left_, list.stride + (is_new ? key_head : 0))) {
             return list_end::reached;
         }
-        const std::uint32_t reference = list.entries.u32(i * list.stride);
-        const uni::byte_view key = referred(reference);
+        if (!is_new) {
+            continue;
+        }
+        const uni::byte_view key = key_at(image_.offset_of(reference));
         const auto name = good_key_name(key);
         if (!name && !is_li && !is_part) {
             continue;
@@ -211,18 +233,22 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
 }
 
 // Takes the keys of an "ri" list, whose parts have counts of their own.
-bool key_reader::take_parts(const subkey_list& list, std::vector<hive_key_item>& items)
+bool key_reader::take_parts(const subkey_list& list, reference_set& seen,
+                            std::vector<hive_key_item>& items)
 {
+    reference_set seen_parts;
     for (std::uint64_t i = 0; i < list.count; ++i) {
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t)) ||
-            !look_at(list.stride + list_entries_at)) {
+            !take_from(keys_left_, list.stride)) {
             break;
         }
-        const auto part = list_at(list.entries.u32(i * list.stride));
-        if (!part || (part->kind != lf_list && part->kind != lh_list && part->kind != li_list)) {
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
+        const auto part = list_at(reference);
+        if (!part || !seen_parts.insert(reference).second ||
+            (part->kind != lf_list && part->kind != lh_list && part->kind != li_list)) {
             continue;
         }
-        if (take_entries(*part, true, items) == list_end::entry_unreadable &&
+        if (take_entries(*part, true, seen, items) == list_end::entry_unreadable &&
             part->kind == li_list) {
             return false;
         }
@@ -233,7 +259,7 @@ bool key_reader::take_parts(const subkey_list& list, std::vector<hive_key_item>&
 bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& items)
 {
     items.clear();
-    const uni::byte_view cell = image_.cell_at(key);
+    const uni::byte_view cell = image_.cell_at(key, key_head);
     if (!cell.contains(key_field::subkey_list, sizeof(std::uint32_t))) {
         return false;
     }
@@ -245,8 +271,9 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
     if (!list) {
         return false;
     }
+    reference_set seen;
     if (list->kind == ri_list) {
-        const bool done = take_parts(*list, items);
+        const bool done = take_parts(*list, seen, items);
         if (!done) {
             items.clear();
         }
@@ -256,32 +283,35 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
         return false;
     }
     if (list->kind == lf_list || list->kind == lh_list || list->kind == li_list) {
-        take_entries(*list, false, items);
+        take_entries(*list, false, seen, items);
     }
     return true;
 }
 
-// The subkeys of a key by their lower-cased names, of those of one name the first. Kept, since the
-// keys on the way to what is looked for are asked for again and again.
-const key_reader::name_index& key_reader::index_of(std::uint64_t key)
+key_reader::known_subkeys& key_reader::known(std::uint64_t key)
 {
-    const auto [place, is_new] = indexes_.try_emplace(key);
+    const auto [place, is_new] = known_.try_emplace(key);
     if (is_new) {
-        std::vector<hive_key_item> items;
-        enum_subkeys(key, items);
-        for (hive_key_item& item : items) {
-            uni::lower_text(item.name);
-            place->second.emplace(std::move(item.name), item.cell);
-        }
+        enum_subkeys(key, place->second.items);
     }
     return place->second;
 }
 
+const std::vector<hive_key_item>& key_reader::subkeys_of(std::uint64_t key)
+{
+    return known(key).items;
+}
+
 std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::string_view name)
 {
-    const name_index& names = index_of(key);
-    const auto found = names.find(uni::lowered(name));
-    if (found == names.end()) {
+    known_subkeys& subkeys = known(key);
+    if (subkeys.cells_by_name.empty()) {
+        for (const hive_key_item& item : subkeys.items) {
+            subkeys.cells_by_name.emplace(uni::lowered(item.name), item.cell);
+        }
+    }
+    const auto found = subkeys.cells_by_name.find(uni::lowered(name));
+    if (found == subkeys.cells_by_name.end()) {
         return std::nullopt;
     }
     return found->second;
@@ -290,17 +320,17 @@ std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::str
 bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& items)
 {
     items.clear();
-    const uni::byte_view cell = image_.cell_at(key);
+    const uni::byte_view cell = key_at(key);
     const std::uint32_t count = cell.u32(key_field::value_count);
     const std::uint32_t list_reference = cell.u32(key_field::value_list);
     if (!good_key_name(cell) || count == 0 || list_reference == 0) {
         return false;
     }
-    const uni::byte_view list = referred(list_reference);
-    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
-    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(value_cost);
+    const uni::byte_view entries =
+        entries_at(image_.offset_of(list_reference), contents_at, std::uint64_t{count} * 4);
+    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4 + value_head);
          at += 4) {
-        const uni::byte_view value = referred(entries.u32(at));
+        const uni::byte_view value = value_at(image_.offset_of(entries.u32(at)));
         const std::uint16_t name_length = value.u16(value_field::name_length);
         const bool is_value = value.u16(mark_at) == value_mark;
         if (!value.contains(0, sizeof(std::uint32_t)) ||
@@ -318,17 +348,19 @@ bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& it
 }
 
 // Whether a cell holds a big value; notes those of its segments that can be read.
-bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
+bool key_reader::find_segments(std::uint64_t data_cell, hive_value_data& data)
 {
-    const uni::byte_view list = referred(data_cell.u32(list_entries_at));
-    if (data_cell.u16(mark_at) != big_mark || !data_cell.contains(0, 12) ||
-        !list.contains(0, contents_at)) {
+    constexpr std::uint64_t big_head = 12;
+    const uni::byte_view head = image_.cell_at(data_cell, big_head);
+    const std::uint32_t list = head.u32(list_entries_at);
+    if (!head.contains(0, big_head) || head.u16(mark_at) != big_mark ||
+        !referred(list, contents_at).contains(0, contents_at)) {
         return false;
     }
-    const uni::byte_view entries = list.slice(0, hive_image::cell_size(list)).from(contents_at);
-    const std::uint64_t count = data_cell.u16(list_count_at);
-    for (std::uint64_t at = 0; at / 4 < count && entries.contains(at, 4) && look_at(4); at += 4) {
-        if (referred(entries.u32(at)).contains(0, contents_at)) {
+    const std::uint64_t count = head.u16(list_count_at);
+    const uni::byte_view entries = entries_at(image_.offset_of(list), contents_at, count * 4);
+    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4); at += 4) {
+        if (referred(entries.u32(at), contents_at).contains(0, contents_at)) {
             data.segments.push_back(image_.offset_of(entries.u32(at)));
         }
     }
@@ -338,8 +370,8 @@ bool key_reader::find_segments(uni::byte_view data_cell, hive_value_data& data)
 bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
 {
     data = {};
-    const uni::byte_view cell = image_.cell_at(value);
-    if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_field::name)) {
+    const uni::byte_view cell = image_.cell_at(value, value_head);
+    if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_head)) {
         return false;
     }
     data.type = cell.u32(value_field::type);
@@ -347,18 +379,18 @@ bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
     if ((data.size & inline_bit) != 0) {
         data.size -= inline_bit;
         data.is_inline = true;
-        data.bytes = cell.slice(value_field::data, data.size > largest_inline ? 0 : data.size);
+        data.offset = data.size > largest_inline ? 0 : value + value_field::data;
         return true;
     }
-    const std::uint64_t data_cell_at = image_.offset_of(cell.u32(value_field::data));
-    const uni::byte_view data_cell = image_.cell_at(data_cell_at);
-    if (!data_cell.contains(contents_at, 1)) {
+    const std::uint64_t data_cell = image_.offset_of(cell.u32(value_field::data));
+    if (!image_.cell_at(data_cell, contents_at + 1).contains(contents_at, 1)) {
         return false;
     }
-    data.bytes = data_cell.from(contents_at);
+    data.offset = data_cell + contents_at;
     data.is_big = data.size > largest_plain && find_segments(data_cell, data);
-    const std::uint64_t stored = hive_image::cell_size(data_cell) & 0x0fffffff;
-    return data_cell.contains(0, stored);
+    const std::uint64_t stored =
+        hive_image::cell_size(image_.cell_at(data_cell, contents_at)) & 0x0fffffff;
+    return stored <= image_.size() - data_cell;
 }
 
 std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std::uint64_t count)
@@ -366,24 +398,21 @@ std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std
     constexpr std::uint64_t segment_overhead = 8;
     std::vector<uni::byte_view> pieces;
     std::uint64_t total = 0;
-    const auto add = [&](uni::byte_view bytes) {
-        pieces.push_back(bytes.slice(0, count - total));
+    const auto add = [&](std::uint64_t offset, std::uint64_t size) {
+        pieces.push_back(image_.cell_at(offset, std::min(size, count - total)));
         total += pieces.back().size();
     };
-    if (!data.is_big) {
-        add(data.bytes);
+    if (!data.is_big && data.offset != 0) {
+        add(data.offset, count);
     }
     for (const std::uint64_t segment : data.segments) {
-        const uni::byte_view cell = image_.cell_at(segment);
-        const std::uint64_t size = hive_image::cell_size(cell);
-        add(cell.slice(contents_at, size > segment_overhead ? size - segment_overhead : 0));
+        const std::uint64_t size = hive_image::cell_size(image_.cell_at(segment, contents_at));
+        add(segment + contents_at, size > segment_overhead ? size - segment_overhead : 0);
     }
     std::vector<std::uint8_t> copy;
-    if (total > data_left_) {
-        data_left_ = 0;
+    if (!take_from(data_left_, total)) {
         return copy; // a part of a text would be another text
     }
-    data_left_ -= total;
     copy.reserve(static_cast<std::size_t>(total));
     for (const uni::byte_view piece : pieces) {
         copy.insert(copy.end(), piece.bytes().begin(), piece.bytes().end());
@@ -402,10 +431,11 @@ std::optional<std::string> key_reader::resolve_current_control_set()
         return value.name == "Current"; // in this spelling alone: meant
     });
     hive_value_data data;
-    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline) {
+    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline ||
+        data.offset == 0) {
         return std::nullopt;
     }
-    const auto number = static_cast<std::int32_t>(data.bytes.u32(0));
+    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, 4).u32(0));
     std::string name = "ControlSet00" + std::to_string(number);
     if (!find_subkey(image_.root_cell(), name)) {
         return std::nullopt;
@@ -413,9 +443,9 @@ std::optional<std::string> key_reader::resolve_current_control_set()
     return name;
 }
 
-std::uint64_t key_reader::last_write_of(std::uint64_t key) const noexcept
+std::uint64_t key_reader::last_write_of(std::uint64_t key) const
 {
-    return image_.cell_at(key).u64(key_field::last_write);
+    return image_.cell_at(key, key_head).u64(key_field::last_write);
 }
 
 } // namespace hive

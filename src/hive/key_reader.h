@@ -18,11 +18,11 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "hive/hive_image.h"
@@ -48,13 +48,13 @@ struct hive_value_data {
     std::uint64_t size = 0;              // bytes, as the value tells
     bool is_inline = false;              // the data stands in the value's cell
     bool is_big = false;                 // the data stands in the segments
-    uni::byte_view bytes;                // those that exist
+    std::uint64_t offset = 0;            // in the image; 0 for no data
     std::vector<std::uint64_t> segments; // cells
 };
 
-// Reads one hive for one query. The work is bounded, so that lists that lead to each other or share
-// what they list come to an end: when what was looked at exceeds several times the image, or the
-// data handed out exceeds the image, the rest counts as unreadable. The image must outlive it.
+// Reads one hive for one query. The subkeys of a key are read once and kept. The work is bounded, so
+// that lists that share what they list come to an end: keys, values and data that together would
+// take more bytes than the image has count as unreadable. The image must outlive the reader.
 class key_reader {
 public:
     explicit key_reader(const hive_image& image);
@@ -65,10 +65,13 @@ public:
     // subkey of the root key gives away; it may stay empty.
     bool open(std::string& name);
 
-    // The subkeys in the order of the list. False, and `items` empty, if the key or its list cannot
-    // be read, the list's count is not the key's, or an "li" part of an "ri" list cannot be read.
-    // How much of a damaged list is given depends on its kind: see take_entries.
+    // The subkeys in the order of the list, each cell once. False, and `items` empty, if the key or
+    // its list cannot be read, the list's count is not the key's, or an "li" part of an "ri" list
+    // cannot be read. How much of a damaged list is given depends on its kind: see take_entries.
     bool enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& items);
+
+    // The same, kept by the reader; empty on failure.
+    const std::vector<hive_key_item>& subkeys_of(std::uint64_t key);
 
     // The cell of the first subkey of that name, ASCII case aside.
     std::optional<std::uint64_t> find_subkey(std::uint64_t key, std::string_view name);
@@ -85,7 +88,7 @@ public:
     // The name of the root's subkey that is the control set in use.
     std::optional<std::string> resolve_current_control_set();
 
-    std::uint64_t last_write_of(std::uint64_t key) const noexcept;
+    std::uint64_t last_write_of(std::uint64_t key) const;
 
 private:
     struct subkey_list {
@@ -95,25 +98,36 @@ private:
         uni::byte_view entries;
     };
     enum class list_end { reached, entry_unreadable };
-    using name_index = std::unordered_map<std::string, std::uint64_t>;
+    using reference_set = std::unordered_set<std::uint32_t>;
+    struct known_subkeys {
+        std::vector<hive_key_item> items;
+        // Of those of one lower-cased name the first; made when a name is first asked for.
+        std::unordered_map<std::string, std::uint64_t> cells_by_name;
+    };
 
-    uni::byte_view referred(std::uint32_t reference) const noexcept
+    uni::byte_view referred(std::uint32_t reference, std::uint64_t count) const
     {
-        return image_.cell_at(image_.offset_of(reference));
+        return image_.cell_at(image_.offset_of(reference), count);
     }
-    bool look_at(std::uint64_t bytes) noexcept;
+    uni::byte_view key_at(std::uint64_t offset) const;
+    uni::byte_view value_at(std::uint64_t offset) const;
+    uni::byte_view entries_at(std::uint64_t offset, std::uint64_t head, std::uint64_t most) const;
+    static bool take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept;
     std::optional<subkey_list> list_at(std::uint32_t reference) const;
     bool has_sound_security(uni::byte_view key) const;
     bool has_sound_list(uni::byte_view key) const;
-    list_end take_entries(const subkey_list& list, bool is_part, std::vector<hive_key_item>& items);
-    bool take_parts(const subkey_list& list, std::vector<hive_key_item>& items);
-    const name_index& index_of(std::uint64_t key);
-    bool find_segments(uni::byte_view data_cell, hive_value_data& data);
+    list_end take_entries(const subkey_list& list, bool is_part, reference_set& seen,
+                          std::vector<hive_key_item>& items);
+    bool take_parts(const subkey_list& list, reference_set& seen,
+                    std::vector<hive_key_item>& items);
+    known_subkeys& known(std::uint64_t key);
+    bool find_segments(std::uint64_t data_cell, hive_value_data& data);
 
     const hive_image& image_;
-    std::uint64_t looks_left_; // bytes of the image, counted each time they are looked at
-    std::uint64_t data_left_;  // bytes
-    std::map<std::uint64_t, name_index> indexes_;
+    std::uint64_t keys_left_; // bytes that lists and keys may still take, and so on
+    std::uint64_t values_left_;
+    std::uint64_t data_left_;
+    std::unordered_map<std::uint64_t, known_subkeys> known_;
 };
 
 } // namespace hive

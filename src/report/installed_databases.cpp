@@ -11,7 +11,6 @@
 #include "platform/directories.h"
 #include "platform/files.h"
 #include "uni/byte_view.h"
-#include "uni/fileio.h"
 #include "uni/paths.h"
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -20,7 +19,6 @@ namespace report {
 
 namespace {
 
-constexpr std::uint64_t largest_hive = 0xffffffff;
 constexpr std::size_t drive_letter_and_colon = 2;
 
 std::string text_of(uni::byte_view data)
@@ -121,16 +119,17 @@ ntfs::volume_source source_of(const front::sdb_opts& options)
                                          : ntfs::volume_source::letter;
 }
 
-bool load_locked_hive(uni::byte_vector& bytes, front::sdb_opts& options,
-                      const platform::device_opener& open_device)
+uni::byte_vector load_locked_hive(front::sdb_opts& options,
+                                  const platform::device_opener& open_device)
 {
+    uni::byte_vector bytes;
     ntfs::trace_text trace;
     if (options.log_on) {
         trace = [&options](std::string_view line) { front::cmd_log_write(options, line); };
     }
-    return ntfs::load_locked_file(options.volume_text, source_of(options),
-                                  "\\windows\\system32\\config\\software", bytes, trace,
-                                  open_device);
+    ntfs::load_locked_file(options.volume_text, source_of(options),
+                           "\\windows\\system32\\config\\software", bytes, trace, open_device);
+    return bytes;
 }
 
 } // namespace
@@ -154,25 +153,27 @@ bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_va
     return !table.empty();
 }
 
-bool load_software_hive(uni::byte_vector& bytes, front::sdb_opts& options,
-                        const platform::device_opener& open_device)
+hive::hive_bytes load_software_hive(front::sdb_opts& options,
+                                    const platform::device_opener& open_device)
 {
     try {
-        return uni::load_file_bytes(bytes, options.software_hive_path, largest_hive) ||
-               load_locked_hive(bytes, options, open_device);
+        hive::hive_bytes bytes;
+        if (bytes.open(options.software_hive_path)) {
+            return bytes;
+        }
+        return hive::hive_bytes(load_locked_hive(options, open_device));
     } catch (const std::bad_alloc&) {
-        return false; // the run goes on without what does not fit
+        // The run goes on without what does not fit.
     }
+    return {};
 }
 
 void gather_installed_databases(front::sdb_opts& options)
 {
-    uni::byte_vector bytes;
-    if (!options.hive_given || options.software_hive_path.empty() ||
-        !load_software_hive(bytes, options)) {
+    if (!options.hive_given || options.software_hive_path.empty()) {
         return;
     }
-    const hive::hive_image image(std::move(bytes));
+    const hive::hive_image image(load_software_hive(options));
     std::vector<hive::hive_value_record> rows;
     installed_table table;
     if (!hive::hive_query(hive::query_installed_databases(), image, rows) ||

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "front/sdb_opts.h"
+#include "hive/hive_bytes.h"
 #include "hive/key_pattern.h"
 #include "platform/devices.h"
-#include "uni/large_vector.h"
 
 namespace report {
 
@@ -19,11 +19,12 @@ using installed_table = std::map<std::string, front::installed_database>;
 // any entry.
 bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows);
 
-// Reads the run's hive whole into `bytes`: as an ordinary file, and only if that gives nothing, as
-// of a hive that the running system keeps locked, off the run's volume. False, and nothing there,
-// if it cannot be had.
-bool load_software_hive(uni::byte_vector& bytes, front::sdb_opts& options,
-                        const platform::device_opener& open_device = platform::open_device);
+// The bytes of the run's hive: of the ordinary file, and only if that gives nothing, as that of a
+// hive that the running system keeps locked, those read off the run's volume. None if neither is to
+// be had.
+hive::hive_bytes
+load_software_hive(front::sdb_opts& options,
+                   const platform::device_opener& open_device = platform::open_device);
 
 // Fills `installed_databases` from the run's hive and appends to `target_files` the databases that
 // the run does not have yet, by file name. Without a hive, or one that cannot be read, nothing is

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "uni/byte_view.h"
+#include "uni/fileio.h"
+#include "uni/large_vector.h"
+
+namespace hive {
+
+// The bytes of a hive: a file that is read piece by piece as they are asked for, since a query looks
+// at a small part of a large hive, or bytes that were read by other means.
+class hive_bytes {
+public:
+    hive_bytes() = default;
+    explicit hive_bytes(uni::byte_vector bytes);
+
+    // Opens the file at `path`, up to 4 GiB of it. False if it does not open or gives no byte.
+    bool open(const std::string& path);
+
+    std::uint64_t size() const noexcept { return bytes_.size(); }
+
+    // Those of the `count` bytes at `offset` that exist and can be read, up to the first that
+    // cannot. The view lasts as long as this object.
+    uni::byte_view at(std::uint64_t offset, std::uint64_t count) const;
+
+private:
+    static constexpr std::uint64_t unread = ~std::uint64_t{0};
+
+    std::uint64_t readable_in(std::uint64_t piece) const;
+
+    std::unique_ptr<uni::fileio> file_; // none when all bytes are there from the beginning
+    // Filled as pieces are read, which nobody sees.
+    mutable uni::byte_vector bytes_;
+    mutable std::vector<std::uint64_t> pieces_; // how many bytes of each could be read, or unread
+};
+
+} // namespace hive

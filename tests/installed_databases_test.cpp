@@ -1,0 +1,259 @@
+// What a run learns from the software hive, and that no hive, however damaged, harms it.
+
+#include "report/installed_databases.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "hive/hive_query.h"
+#include "support/hive_builder.h"
+#include "uni/text.h"
+
+namespace {
+
+using hive::hive_value_record;
+using test_support::bytes;
+using test_support::hive_builder;
+using test_support::hive_key;
+using test_support::installed_database;
+using test_support::text_value;
+
+namespace files = std::filesystem;
+
+// A run that was given a hive, which lies in a folder of its own.
+class Gathering : public testing::Test {
+protected:
+    Gathering()
+        : folder_(files::temp_directory_path() /
+                  ("quilt-hive-" + std::to_string(std::random_device()())))
+    {
+        files::create_directories(folder_);
+        options.hive_given = true;
+        options.software_hive_path = (folder_ / "SOFTWARE").string();
+    }
+    ~Gathering() override { files::remove_all(folder_); }
+
+    void write(const bytes& image)
+    {
+        std::ofstream(options.software_hive_path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(image.data()),
+                   static_cast<std::streamsize>(image.size()));
+    }
+    void gather(std::vector<hive_key> databases)
+    {
+        write(hive_builder().build(test_support::software_hive(std::move(databases))));
+        report::gather_installed_databases(options);
+    }
+
+    files::path folder_;
+    front::sdb_opts options;
+};
+
+hive_value_record row(std::string key, std::string name, bytes data)
+{
+    return {.path_segments = std::make_shared<const hive::key_path>(
+                hive::key_path{"Software", "1", "2", "3", "4", "5", std::move(key)}),
+            .last_write = 77,
+            .value_name = std::move(name),
+            .data = std::move(data)};
+}
+
+std::string facts_of(const front::installed_database& database)
+{
+    return std::to_string(database.database_type) + "|" + std::to_string(database.install_time) +
+           "|" + database.database_path + "|" + database.description;
+}
+
+TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
+{
+    struct {
+        const char* name;
+        bytes data;
+        const char* facts; // type, time, path and description
+    } const cases[] = {
+        {"DatabaseDescription", text_value("", "about").data, "0|0||about"},
+        {"PathTypeDescription", text_value("", "first").data, "0|0||first"},
+        {"xTYPEx", {1, 2, 0, 0, 9}, "513|0||"},
+        {"TimestampType", {7}, "7|0||"},
+        {"PathTimeStamp", {1, 0, 0, 0, 2, 0, 0, 0, 5}, "0|8589934593||"},
+        {"timestamp", {1, 2}, "0|513||"},
+        {"databasepath", text_value("", "c:\\\u00e4.sdb").data, "0|0|c:\\\u00e4.sdb|"},
+        {"path", {'a', 0, 0x3d, 0xd8, 'b', 0, 'c'}, "0|0|a\ufffdb|"},
+        {"Time", {1}, "0|0||"},
+        {"", {1}, "0|0||"},
+    };
+    for (const auto& one : cases) {
+        report::installed_table table;
+        EXPECT_TRUE(report::fold_installed_rows(table, {row("{A}", one.name, one.data)}));
+        ASSERT_EQ(table.size(), 1u);
+        EXPECT_EQ(table["{a}"].key_path, "{a}");
+        EXPECT_EQ(table["{a}"].key_modtime, 77u);
+        EXPECT_EQ(facts_of(table["{a}"]), one.facts) << one.name;
+    }
+    report::installed_table table;
+    hive_value_record shallow = row("x", "path", {});
+    shallow.path_segments = std::make_shared<const hive::key_path>(hive::key_path(6));
+    EXPECT_FALSE(report::fold_installed_rows(table, {shallow}));
+    hive_value_record later = row("{a}", "path", text_value("", "last").data);
+    later.last_write = 99;
+    EXPECT_TRUE(report::fold_installed_rows(
+        table, {row("{A}", "type", {1}), row("{A}", "path", text_value("", "1").data), later}));
+    EXPECT_EQ(table.size(), 1u);
+    EXPECT_EQ(table["{a}"].database_path, "last");
+    EXPECT_EQ(table["{a}"].key_modtime, 77u);
+}
+
+TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
+{
+    options.target_files = {"x/HELPER.sdb", "plain.sdb"};
+    gather({installed_database("{4}", "C:\\Custom\\zulu.sdb", "last by name", 4),
+            installed_database("{2}", "C:\\Custom\\Alpha.sdb", "first key", 2),
+            installed_database("{3}", "D:\\Other\\ALPHA.SDB", "second key", 3),
+            installed_database("{1}", "E:\\helper.SDB", "known", 1),
+            {.name = "{0}", .values = {text_value("DatabaseDescription", "no path")}},
+            {.name = "{5}"},
+            {.name = "{6}", .subkeys = {installed_database("below", "C:\\below.sdb", "", 6)}}});
+    EXPECT_EQ(options.target_files,
+              (std::vector<std::string>{"x/HELPER.sdb", "plain.sdb", "C:\\Custom\\Alpha.sdb",
+                                        "C:\\Custom\\zulu.sdb"}));
+    ASSERT_EQ(options.installed_databases.size(), 4u);
+    const front::installed_database& alpha = options.installed_databases.at("alpha.sdb");
+    EXPECT_EQ(alpha.key_path, "{2}");
+    EXPECT_EQ(alpha.description, "first key");
+    EXPECT_EQ(alpha.install_time, 2u);
+    EXPECT_EQ(alpha.database_type, 0x10000u);
+    EXPECT_EQ(alpha.local_path, "C:\\Custom\\Alpha.sdb");
+    EXPECT_EQ(options.installed_databases.at("").description, "no path");
+}
+
+TEST_F(Gathering, FindsThePathsOnTheVolume)
+{
+    for (const bool is_snapshot : {false, true}) {
+        options.volume_given = !is_snapshot;
+        options.vss_given = is_snapshot;
+        options.volume_text = folder_.string();
+        options.target_files.clear();
+        options.installed_databases.clear();
+        files::create_directories(folder_ / "Custom");
+        std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
+        gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
+                installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
+                installed_database("{3}", "x", "too short", 1)});
+        std::vector<std::string> found;
+        for (const std::string& path : options.target_files) {
+            EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
+            found.push_back(
+                uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
+        }
+        EXPECT_EQ(found, (std::vector<std::string>{"a/gone.sdb", "custom/there.sdb"}));
+        EXPECT_EQ(options.installed_databases.at("x").description, "too short");
+        EXPECT_EQ(options.installed_databases.at("there.sdb").database_path,
+                  "C:\\CUSTOM\\\\there.sdb");
+    }
+}
+
+TEST_F(Gathering, IsSilentWithoutAHive)
+{
+    options.target_files = {"a.sdb"};
+    const auto check = [this](const char* what) {
+        SCOPED_TRACE(what);
+        report::gather_installed_databases(options);
+        EXPECT_EQ(options.target_files.size(), 1u);
+        EXPECT_TRUE(options.installed_databases.empty());
+    };
+    check("no such file");
+    write({});
+    check("an empty file");
+    write(bytes(100'000, 'x'));
+    check("no hive");
+    write(hive_builder().build({.name = "root"}));
+    check("nothing installed");
+    gather({});
+    check("an empty list");
+    gather({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}});
+    check("a database whose values are empty");
+    gather({installed_database("{1}", "", "", 0, 0)}); // its type and time are data all the same
+    EXPECT_EQ(options.installed_databases.size(), 1u);
+    EXPECT_EQ(options.target_files.size(), 1u);
+    options.installed_databases.clear();
+    options.hive_given = false;
+    check("a hive that was not asked for");
+    options.hive_given = true;
+    options.software_hive_path = folder_.string();
+    check("a folder");
+    options.software_hive_path.clear();
+    check("no path");
+}
+
+// The table of the installed databases of a hive, its image in an allocation of its own size.
+report::installed_table table_of(const bytes& image)
+{
+    std::vector<hive_value_record> rows;
+    report::installed_table table;
+    hive::hive_query(
+        hive::query_installed_databases(),
+        hive::hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end()))), rows);
+    report::fold_installed_rows(table, rows);
+    return table;
+}
+
+bytes hive_with_everything(test_support::list_kind list)
+{
+    std::vector<hive_key> databases;
+    for (int i = 0; i < 8; ++i) {
+        databases.push_back(
+            installed_database("{" + std::to_string(i) + "}", "C:\\a\\b.sdb", "about", 1));
+    }
+    databases[3].values.push_back({"Large", 3, bytes(20'480, 7)});
+    return hive_builder().build(test_support::software_hive(std::move(databases), list));
+}
+
+TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
+{
+    using enum test_support::list_kind;
+    for (const test_support::list_kind list : {lf, lh, li, ri_lh, ri_li}) {
+        const bytes image = hive_with_everything(list);
+        ASSERT_EQ(table_of(image).size(), 8u);
+        std::size_t most = 0;
+        for (std::size_t size = 0; size <= image.size();
+             size += list == lh && size < 8192 ? 1 : 512) {
+            const report::installed_table table =
+                table_of({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)});
+            EXPECT_GE(table.size(), most) << size;
+            most = table.size();
+            for (const auto& [key, database] : table) {
+                EXPECT_TRUE(database.database_path.empty() ||
+                            database.database_path == "C:\\a\\b.sdb");
+                EXPECT_TRUE(database.description.empty() || database.description == "about");
+            }
+        }
+    }
+}
+
+// Numbers that matter are put at places that matter; what comes out is of no account.
+TEST(DamagedHives, ComeToAnEnd)
+{
+    using enum test_support::list_kind;
+    std::mt19937 random(1);
+    for (const test_support::list_kind list : {lf, lh, li, ri_lh, ri_li}) {
+        const bytes image = hive_with_everything(list);
+        for (int round = 0; round < 300; ++round) {
+            bytes damaged = image;
+            for (int change = 0; change < 3; ++change) {
+                const std::uint32_t any = random() % 0x10000;
+                const std::uint32_t numbers[] = {0,          1,         0x7fffffff,      0x80000000,
+                                                 0xffffffff, any & ~7u, 0xffff0000 | any};
+                const std::size_t place = 4096 + random() % 8192;
+                hive_builder::put(damaged, place & ~std::size_t{3}, numbers[random() % 7]);
+            }
+            table_of(damaged);
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,305 @@
+#include "support/hive_builder.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <stdexcept>
+
+namespace test_support {
+
+namespace {
+
+constexpr std::size_t page = 4096;
+constexpr std::size_t segment_size = 16344;
+
+void append(bytes& out, std::uint64_t number, unsigned width)
+{
+    for (unsigned i = 0; i < width; ++i) {
+        out.push_back(static_cast<std::uint8_t>(number >> (8 * i)));
+    }
+}
+
+void append(bytes& out, std::string_view text)
+{
+    out.insert(out.end(), text.begin(), text.end());
+}
+
+bytes numbers(std::string_view mark, std::initializer_list<std::uint32_t> words)
+{
+    bytes out;
+    append(out, mark);
+    for (const std::uint32_t word : words) {
+        append(out, word, 4);
+    }
+    return out;
+}
+
+bytes stored_name(const std::string& name)
+{
+    const bool plain = std::all_of(name.begin(), name.end(), [](char c) { return c > 0; });
+    return plain ? bytes(name.begin(), name.end()) : utf16_bytes(name);
+}
+
+std::uint32_t name_hash(const std::string& name)
+{
+    std::uint32_t hash = 0;
+    for (const char c : name) {
+        hash = hash * 37 + static_cast<std::uint8_t>(c >= 'a' && c <= 'z' ? c - 32 : c);
+    }
+    return hash;
+}
+
+std::string below(const std::string& path, const std::string& name)
+{
+    return path.empty() ? name : path + "\\" + name;
+}
+
+} // namespace
+
+hive_value text_value(std::string name, std::string_view text)
+{
+    bytes data = utf16_bytes(text);
+    append(data, 0, 2);
+    return {std::move(name), 1, std::move(data)};
+}
+
+hive_value dword_value(std::string name, std::uint32_t number)
+{
+    hive_value value{std::move(name), 4, {}};
+    append(value.data, number, 4);
+    return value;
+}
+
+hive_value qword_value(std::string name, std::uint64_t number)
+{
+    hive_value value{std::move(name), 11, {}};
+    append(value.data, number, 8);
+    return value;
+}
+
+hive_key software_hive(std::vector<hive_key> databases, list_kind list)
+{
+    hive_key key{.name = "InstalledSDB", .subkeys = std::move(databases), .list = list};
+    for (const char* const name : {"AppCompatFlags", "CurrentVersion", "Windows NT", "Microsoft"}) {
+        hive_key above{.name = name};
+        above.subkeys.push_back(std::move(key));
+        key = std::move(above);
+    }
+    hive_key root{.name = "root"};
+    root.subkeys.push_back({.name = "Classes"});
+    root.subkeys.push_back(std::move(key));
+    return root;
+}
+
+hive_key installed_database(std::string name, std::string_view path, std::string_view description,
+                            std::uint64_t install_time, std::uint32_t type)
+{
+    return {.name = std::move(name),
+            .values = {text_value("DatabasePath", path), dword_value("DatabaseType", type),
+                       text_value("DatabaseDescription", description),
+                       qword_value("DatabaseInstallTimeStamp", install_time)}};
+}
+
+void hive_builder::put(bytes& image, std::uint64_t offset, std::uint32_t number)
+{
+    for (unsigned i = 0; i < 4; ++i) {
+        image.at(offset + i) = static_cast<std::uint8_t>(number >> (8 * i));
+    }
+}
+
+void hive_builder::put_short(bytes& image, std::uint64_t offset, std::uint16_t number)
+{
+    image.at(offset) = static_cast<std::uint8_t>(number);
+    image.at(offset + 1) = static_cast<std::uint8_t>(number >> 8);
+}
+
+std::uint32_t hive_builder::cell(std::string_view kind, std::string_view path) const
+{
+    const auto found = cells_.find(std::string(kind) + ":" + std::string(path));
+    if (found == cells_.end()) {
+        throw std::logic_error("no such cell in the hive: " + std::string(path));
+    }
+    return found->second;
+}
+
+void hive_builder::close_bin()
+{
+    if (const std::size_t rest = bin_end_ - image_.size(); rest != 0) {
+        append(image_, rest, 4);
+        image_.resize(bin_end_);
+    }
+}
+
+void hive_builder::add_bin(std::size_t least)
+{
+    constexpr std::size_t head = 32;
+    const std::size_t size = (head + least + page - 1) / page * page;
+    const std::size_t begin = image_.size();
+    append(image_, "hbin");
+    append(image_, begin - page, 4);
+    append(image_, size, 4);
+    image_.resize(begin + head);
+    bin_end_ = begin + size;
+}
+
+std::uint32_t hive_builder::add_cell(const bytes& contents)
+{
+    const std::size_t size = (contents.size() + 4 + 7) / 8 * 8;
+    if (image_.size() + size > bin_end_) {
+        close_bin();
+        add_bin(size);
+    }
+    const std::size_t begin = image_.size();
+    append(image_, 0 - size, 4);
+    image_.insert(image_.end(), contents.begin(), contents.end());
+    image_.resize(begin + size);
+    return static_cast<std::uint32_t>(begin);
+}
+
+std::uint32_t hive_builder::add_data(const bytes& data)
+{
+    if (data.size() <= segment_size) {
+        return add_cell(data);
+    }
+    bytes list;
+    std::uint16_t count = 0;
+    for (std::size_t at = 0; at < data.size(); at += segment_size, ++count) {
+        const auto piece = std::span(data).subspan(at, std::min(segment_size, data.size() - at));
+        append(list, reference(add_cell(bytes(piece.begin(), piece.end()))), 4);
+    }
+    bytes head;
+    append(head, "db");
+    append(head, count, 2);
+    append(head, reference(add_cell(list)), 4);
+    return add_cell(head);
+}
+
+std::uint32_t hive_builder::add_value(const hive_value& value, const std::string& path)
+{
+    const bytes name = stored_name(value.name);
+    const bool is_utf16 = name.size() != value.name.size();
+    bytes cell;
+    append(cell, "vk");
+    append(cell, name.size(), 2);
+    if (value.data.size() <= 4) {
+        append(cell, 0x80000000 + value.data.size(), 4);
+        cell.insert(cell.end(), value.data.begin(), value.data.end());
+        cell.resize(12);
+    } else {
+        const std::uint32_t data = add_data(value.data);
+        cells_["data:" + path] = data;
+        append(cell, value.data.size(), 4);
+        append(cell, reference(data), 4);
+    }
+    append(cell, value.type, 4);
+    append(cell, is_utf16 ? 0 : 1, 4);
+    cell.insert(cell.end(), name.begin(), name.end());
+    return cells_["vk:" + path] = add_cell(cell);
+}
+
+std::uint32_t hive_builder::add_plain_list(std::string_view mark, const hive_key& key,
+                                           std::size_t first,
+                                           const std::vector<std::uint32_t>& cells)
+{
+    bytes list;
+    append(list, mark);
+    append(list, cells.size(), 2);
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string& name = key.subkeys[first + i].name;
+        append(list, reference(cells[i]), 4);
+        if (mark == "lh") {
+            append(list, name_hash(name), 4);
+        } else if (mark == "lf") {
+            append(list, name.substr(0, 4));
+            list.resize(list.size() + 4 - std::min<std::size_t>(4, name.size()));
+        }
+    }
+    return add_cell(list);
+}
+
+std::uint32_t hive_builder::add_list(const hive_key& key, const std::vector<std::uint32_t>& cells)
+{
+    static constexpr auto marks = std::to_array<std::string_view>({"lf", "lh", "li", "lh", "li"});
+    constexpr std::size_t part_size = 2;
+    const std::string_view mark = marks[static_cast<std::size_t>(key.list)];
+    if (key.list != list_kind::ri_lh && key.list != list_kind::ri_li) {
+        return add_plain_list(mark, key, 0, cells);
+    }
+    bytes parts;
+    std::uint16_t count = 0;
+    for (std::size_t at = 0; at < cells.size(); at += part_size, ++count) {
+        const auto part = std::span(cells).subspan(at, std::min(part_size, cells.size() - at));
+        append(parts, reference(add_plain_list(mark, key, at, {part.begin(), part.end()})), 4);
+    }
+    bytes list;
+    append(list, "ri");
+    append(list, count, 2);
+    list.insert(list.end(), parts.begin(), parts.end());
+    return add_cell(list);
+}
+
+std::uint32_t hive_builder::add_key(const hive_key& key, const std::string& path,
+                                    std::uint32_t parent)
+{
+    constexpr std::uint32_t none = 0xffffffff;
+    bytes head;
+    append(head, "nk");
+    append(head, path.empty() ? 0x2c : 0x20, 2);
+    append(head, key.last_write, 8);
+    for (const std::uint32_t word : {std::uint32_t{0}, parent, std::uint32_t{0}, std::uint32_t{0},
+                                     none, none, std::uint32_t{0}, none, security_, none}) {
+        append(head, word, 4);
+    }
+    head.resize(72);
+    append(head, key.name.size(), 4);
+    append(head, key.name);
+    const std::uint32_t cell = cells_["nk:" + path] = add_cell(head);
+
+    bytes values;
+    for (const hive_value& value : key.values) {
+        append(values, reference(add_value(value, below(path, value.name))), 4);
+    }
+    if (!values.empty()) {
+        put(image_, cell + 40, static_cast<std::uint32_t>(key.values.size()));
+        const std::uint32_t list = cells_["values:" + path] = add_cell(values);
+        put(image_, cell + 44, reference(list));
+    }
+    std::vector<std::uint32_t> subkeys;
+    for (const hive_key& subkey : key.subkeys) {
+        subkeys.push_back(add_key(subkey, below(path, subkey.name), reference(cell)));
+    }
+    if (!subkeys.empty()) {
+        put(image_, cell + 24, static_cast<std::uint32_t>(subkeys.size()));
+        const std::uint32_t list = cells_["list:" + path] = add_list(key, subkeys);
+        put(image_, cell + 32, reference(list));
+    }
+    return cell;
+}
+
+bytes hive_builder::build(const hive_key& root, std::string_view name)
+{
+    constexpr std::size_t checksum_at = 508;
+    *this = {};
+    image_ = numbers("regf", {1, 1, 0, 0x1d4f54c, 1, 5, 0, 1, 0, 0, 1});
+    bytes stored = utf16_bytes(name);
+    image_.insert(image_.end(), stored.begin(), stored.end());
+    image_.resize(page);
+    bin_end_ = image_.size();
+    const bytes descriptor{1, 0, 4, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    bytes security = numbers(std::string_view("sk\0\0", 4), {32, 32, 1, 20});
+    security.insert(security.end(), descriptor.begin(), descriptor.end());
+    security_ = reference(add_cell(security));
+    const std::uint32_t root_cell = add_key(root, "", 1);
+    close_bin();
+    put(image_, 36, reference(root_cell));
+    put(image_, 40, static_cast<std::uint32_t>(image_.size() - page));
+    std::uint32_t checksum = 0;
+    for (std::size_t at = 0; at < checksum_at; at += 4) {
+        checksum ^= image_[at] | image_[at + 1] << 8 | image_[at + 2] << 16 |
+                    static_cast<std::uint32_t>(image_[at + 3]) << 24;
+    }
+    put(image_, checksum_at, checksum);
+    return image_;
+}
+
+} // namespace test_support

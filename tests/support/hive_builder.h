@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/sdb_builder.h"
+
+// Registry hives for tests, laid out from a tree of keys:
+//
+//     hive_builder builder;
+//     bytes image = builder.build(software_hive({
+//         {.name = "{a}", .values = {text_value("DatabasePath", "C:\\a.sdb")}},
+//     }));
+//     builder.put(image, builder.cell("list", installed_path) + 8, 0);
+//
+// Other programs read these hives too: bins of 4096 bytes and more, sizes, counts, hashes of "lh"
+// lists and the checksum are what they should be. Damage is done afterwards with put().
+namespace test_support {
+
+struct hive_value {
+    std::string name; // UTF-8; stored as bytes, or as UTF-16 when it is not ASCII
+    std::uint32_t type = 0;
+    bytes data; // up to four bytes stand in the value, above 16344 in segments
+};
+
+enum class list_kind { lf, lh, li, ri_lh, ri_li }; // "ri" lists have parts of two keys each
+
+struct hive_key {
+    std::string name;
+    std::vector<hive_value> values = {};
+    std::vector<hive_key> subkeys = {};
+    list_kind list = list_kind::lh;
+    std::uint64_t last_write = 132'000'000'000'000'000; // FILETIME ticks
+};
+
+hive_value text_value(std::string name, std::string_view text); // REG_SZ
+hive_value dword_value(std::string name, std::uint32_t number);
+hive_value qword_value(std::string name, std::uint64_t number);
+
+// The path of the installed databases below the root key, its keys parted by backslashes.
+inline constexpr std::string_view installed_path =
+    "Microsoft\\Windows NT\\CurrentVersion\\AppCompatFlags\\InstalledSDB";
+
+// A root key with installed databases at their place.
+hive_key software_hive(std::vector<hive_key> databases, list_kind list = list_kind::lh);
+
+// The key of an installed database with the usual four values.
+hive_key installed_database(std::string name, std::string_view path, std::string_view description,
+                            std::uint64_t install_time, std::uint32_t type = 0x10000);
+
+class hive_builder {
+public:
+    // `name` is the one of the base block.
+    bytes build(const hive_key& root, std::string_view name = "SOFTWARE");
+
+    // The offset in the image of a key's cell ("nk"), of its list of subkeys ("list") or values
+    // ("values"), and of a value's cell ("vk") or data ("data"), whose path ends with its name.
+    std::uint32_t cell(std::string_view kind, std::string_view path) const;
+
+    // Puts a number of 4, or 2, bytes at an offset.
+    static void put(bytes& image, std::uint64_t offset, std::uint32_t number);
+    static void put_short(bytes& image, std::uint64_t offset, std::uint16_t number);
+
+    // What a reference to the cell at an offset is.
+    static std::uint32_t reference(std::uint32_t offset) { return offset - 4096; }
+
+private:
+    std::uint32_t add_cell(const bytes& contents);
+    void add_bin(std::size_t least);
+    void close_bin();
+    std::uint32_t add_key(const hive_key& key, const std::string& path, std::uint32_t parent);
+    std::uint32_t add_value(const hive_value& value, const std::string& path);
+    std::uint32_t add_data(const bytes& data);
+    std::uint32_t add_list(const hive_key& key, const std::vector<std::uint32_t>& cells);
+    std::uint32_t add_plain_list(std::string_view mark, const hive_key& key, std::size_t first,
+                                 const std::vector<std::uint32_t>& cells);
+
+    bytes image_;
+    std::size_t bin_end_ = 0;
+    std::uint32_t security_ = 0;
+    std::map<std::string, std::uint32_t, std::less<>> cells_;
+};
+
+} // namespace test_support
