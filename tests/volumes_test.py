@@ -266,6 +266,7 @@ def main():
     parser.add_argument("--windows", type=shlex.split)
     parser.add_argument("--windows-reader", type=shlex.split)
     parser.add_argument("--need-mount", action="store_true")
+    parser.add_argument("--only", help="part of the names of the tests to run")
     arguments = parser.parse_args()
     QUILT = Program([os.path.abspath(arguments.quilt)])
     READER = Program([os.path.abspath(arguments.reader)])
@@ -273,7 +274,10 @@ def main():
     WINDOWS_READER = Program(arguments.windows_reader) if arguments.windows_reader else None
     with tempfile.TemporaryDirectory(prefix="quilt-images-") as folder:
         make_images(folder)
-        suite = unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
+        loader = unittest.TestLoader()
+        if arguments.only:
+            loader.testNamePatterns = [f"*{arguments.only}*"]
+        suite = loader.loadTestsFromModule(sys.modules[__name__])
         result = unittest.TextTestRunner(stream=sys.stdout, verbosity=1).run(suite)
     for test, reason in result.skipped:
         print(f"skipped: {test.id()}: {reason}")
