@@ -359,6 +359,14 @@ TEST(statistics, facts_from_the_registry_are_found_by_file_name_alone)
     EXPECT_EQ(text.find("0xe0"), std::string::npos); // rows without a count are not among the tags
     installed.database_path = "d:\\Y\\a.sdb";
     EXPECT_EQ(statistics(image, options).find("Reg DB Path"), std::string::npos);
+    installed.database_path = "e:\r\nFile ModTime\n\\a.sdb"; // no forged lines
+    EXPECT_NE(statistics(image, options).find("| e:[CRLF]File ModTime[LF]\\a.sdb\n"),
+              std::string::npos);
+    options.current_path = "D:\\y\\"; // a database without a path is not this file
+    options.installed_databases[""] = installed;
+    EXPECT_EQ(statistics(image, options).find("Reg DB"), std::string::npos);
+    options.current_path = "D:\\y\\A.SDB";
+    installed.database_path = "d:\\Y\\a.sdb";
 
     options.csv = true;
     options.csv_separator = ",";

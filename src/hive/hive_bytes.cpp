@@ -7,12 +7,12 @@ namespace hive {
 
 namespace {
 
-constexpr std::uint64_t piece_size = 0x10000;
+constexpr std::uint64_t piece_size = 0x4000;
 constexpr std::uint64_t largest_hive = 0xffffffff;
 
 } // namespace
 
-hive_bytes::hive_bytes(uni::byte_vector bytes) : bytes_(std::move(bytes)) {}
+hive_bytes::hive_bytes(uni::byte_vector bytes) : given_(std::move(bytes)), bytes_(given_) {}
 
 bool hive_bytes::open(const std::string& path)
 {
@@ -21,10 +21,12 @@ bool hive_bytes::open(const std::string& path)
     if (!file->open_read(path) || file->size() <= 0) {
         return false;
     }
-    const std::uint64_t size = std::min(static_cast<std::uint64_t>(file->size()), largest_hive);
+    const auto size =
+        static_cast<std::size_t>(std::min(static_cast<std::uint64_t>(file->size()), largest_hive));
     file_ = std::move(file);
-    bytes_.resize(static_cast<std::size_t>(size));
-    pieces_.assign(static_cast<std::size_t>((size + piece_size - 1) / piece_size), unread);
+    room_ = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    bytes_ = {room_.get(), size};
+    pieces_.assign((size + piece_size - 1) / piece_size, unread);
     return readable_in(0) != 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,9 +33,12 @@ private:
 
     std::uint64_t readable_in(std::uint64_t piece) const;
 
-    std::unique_ptr<uni::fileio> file_; // none when all bytes are there from the beginning
-    // Filled as pieces are read, which nobody sees.
-    mutable uni::byte_vector bytes_;
+    std::unique_ptr<uni::fileio> file_; // none when all bytes were given
+    uni::byte_vector given_;
+    // Room for the whole file, of which the system provides what is touched. Filled as pieces are
+    // read, which nobody sees.
+    std::unique_ptr<std::uint8_t[]> room_;
+    std::span<std::uint8_t> bytes_;             // either of the two
     mutable std::vector<std::uint64_t> pieces_; // how many bytes of each could be read, or unread
 };
 

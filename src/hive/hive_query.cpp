@@ -15,11 +15,12 @@ registry_cmd_parameters query_installed_databases()
 bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
                 std::vector<hive_value_record>& rows)
 {
+    key_reader reader(image);
     parsed_key_path path;
-    if (!image.is_open() || !parse_key_path(parameters.key, path)) {
+    std::string hive_name; // a label, which no report of this program shows
+    if (!reader.open(hive_name) || !parse_key_path(parameters.key, path)) {
         return false;
     }
-    key_reader reader(image);
     std::vector<hive_value_record> found;
     collect_values(reader, path.segments, parameters.level, found);
     for (hive_value_record& row : found) {

@@ -110,7 +110,9 @@ void write_plain(const database_facts& facts, const sdb::sdb_database& database,
     plain_form form(out, options);
     form.line("Database Path/File", options.current_path);
     if (!uni::equal_ignoring_case(facts.registry_path, options.current_path)) {
-        form.line_if_any("Reg DB Path/File", facts.registry_path);
+        std::string path = facts.registry_path;
+        uni::keep_on_one_line(path); // the registry may hold any text
+        form.line_if_any("Reg DB Path/File", path);
     }
     form.line_if_any("Database MD5", facts.digest_md5);
     form.line_if_any("Database SHA1", facts.digest_sha1);

@@ -83,7 +83,8 @@ public:
             name = path;
         }
         const auto found = options_.installed_databases.find(name);
-        if (found == options_.installed_databases.end()) {
+        // An empty name is that of the installed databases without a path, not of a file.
+        if (name.empty() || found == options_.installed_databases.end()) {
             return;
         }
         const front::installed_database& installed = found->second;
