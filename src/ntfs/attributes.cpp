@@ -181,14 +181,22 @@ std::uint64_t content_size(const ntfs_volume& volume, const record_row& row)
                      largest_content(volume)});
 }
 
-bool read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t size,
+void clear_uninitialized(const record_row& row, std::uint64_t offset, std::span<std::uint8_t> bytes)
+{
+    const std::uint64_t end = std::max(row.initialized_size, offset);
+    if (end - offset < bytes.size()) {
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(end - offset), bytes.end(),
+                  std::uint8_t{0});
+    }
+}
+
+bool read_whole(ntfs_volume& volume, const record_row& row, std::uint64_t size,
                 uni::byte_vector& stream)
 {
     const std::uint64_t cluster = volume.cluster_size;
     // Whole clusters, so that they go straight to their place.
     stream.resize(static_cast<std::size_t>((size + cluster - 1) / cluster * cluster));
-    std::uint32_t flags = 0;
-    const std::uint64_t got = read_extents(volume, row.extents, 0, stream, flags);
+    const std::uint64_t got = read_plain(volume, row, 0, stream);
     stream.resize(static_cast<std::size_t>(std::min(got, size)));
     if (row.type == attribute_type::index_allocation) {
         fix_up_index_blocks(stream);
@@ -205,17 +213,12 @@ bool read_content(mft_entries_ctx& context, const record_row& row, uni::byte_vec
         return false;
     }
     trace_line(context, "info: data size 0x%" PRIx64, size);
-    const bool is_compressed =
-        (row.flags & compression_mask) == compressed && row.compressed_size != 0;
-    if (!(is_compressed ? read_compressed(volume, row.extents, size, stream)
-                        : read_plain(volume, row, size, stream))) {
+    if (!(is_plain(row) ? read_whole(volume, row, size, stream)
+                        : read_compressed(volume, row.extents, size, stream))) {
         stream.clear();
         return false;
     }
-    if (row.initialized_size < stream.size()) {
-        std::fill(stream.begin() + static_cast<std::ptrdiff_t>(row.initialized_size), stream.end(),
-                  std::uint8_t{0});
-    }
+    clear_uninitialized(row, 0, stream);
     return true;
 }
 
@@ -265,6 +268,47 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
 bool is_main_content(const record_row& row)
 {
     return row.type == attribute_type::data && row.name.empty();
+}
+
+bool is_plain(const record_row& row)
+{
+    const bool is_compressed =
+        (row.flags & compression_mask) == compressed && row.compressed_size != 0;
+    return !row.is_resident && !is_compressed;
+}
+
+// Up to the first cluster that is missing or lies beyond the volume.
+std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row)
+{
+    const std::uint64_t cluster = volume.cluster_size;
+    const auto end = static_cast<std::uint64_t>(volume.reader->total_size());
+    const std::uint64_t size = content_size(volume, row);
+    std::uint64_t found = 0;
+    while (found < size) {
+        const extent* const part = find_extent(row.extents, found / cluster);
+        if (part == nullptr) {
+            break;
+        }
+        const std::uint64_t first = part->lcn + found / cluster - part->vcn;
+        const std::uint64_t length = (part->vcn + part->length) * cluster - found;
+        const std::uint64_t start = std::min(first, end / cluster + 1) * cluster;
+        const std::uint64_t readable =
+            part->is_sparse ? length : std::min(length, end - std::min(end, start));
+        found += readable;
+        if (readable != length) {
+            break;
+        }
+    }
+    return std::min(found, size);
+}
+
+std::uint64_t read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
+                         std::span<std::uint8_t> out)
+{
+    std::uint32_t flags = 0;
+    const std::uint64_t got = read_extents(volume, row.extents, offset, out, flags);
+    clear_uninitialized(row, offset, out.first(static_cast<std::size_t>(got)));
+    return got;
 }
 
 bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)

@@ -51,6 +51,13 @@ bool is_main_content(const record_row& row);
 // ends it. Bytes behind the initialized size are zeros.
 bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream);
 
+// Whether a value's bytes can be read where they are wanted: those of a non-resident one that is not
+// compressed. Then how many there are, and those at an offset, up to the first that cannot be read.
+bool is_plain(const record_row& row);
+std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row);
+std::uint64_t read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
+                         std::span<std::uint8_t> out);
+
 using attribute_visitor = std::function<void(const attribute&)>;
 
 // Visits the attributes of a record, none longer than `longest`, and then those that its attribute

@@ -153,6 +153,7 @@ void collect_children_names(mft_entries_ctx& context, std::uint64_t directory, d
     std::vector<std::uint8_t> buffer;
     std::vector<file_name> names;
     std::vector<std::pair<std::string, std::uint64_t>> names_elsewhere;
+    node.names.reserve(node.children.size());
     for (const std::uint64_t child : node.children) {
         if (child == directory) {
             continue;

@@ -1,7 +1,9 @@
 #include "report/installed_databases.h"
 
+#include <memory>
 #include <new>
 #include <set>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -119,16 +121,20 @@ ntfs::volume_source source_of(const front::sdb_opts& options)
                                          : ntfs::volume_source::letter;
 }
 
-uni::byte_vector load_locked_hive(front::sdb_opts& options,
-                                  const platform::device_opener& open_device)
+hive::hive_bytes locked_hive(front::sdb_opts& options, const platform::device_opener& open_device)
 {
-    uni::byte_vector bytes;
     ntfs::trace_text trace;
     if (options.log_on) {
         trace = [&options](std::string_view line) { front::cmd_log_write(options, line); };
     }
-    ntfs::load_locked_file(options.volume_text, source_of(options),
-                           "\\windows\\system32\\config\\software", bytes, trace, open_device);
+    hive::hive_bytes bytes;
+    const auto file = std::make_shared<ntfs::locked_file>();
+    if (file->open(options.volume_text, source_of(options), "\\windows\\system32\\config\\software",
+                   trace, open_device)) {
+        bytes.open(file->size(), [file](std::span<std::uint8_t> out, std::uint64_t offset) {
+            return file->read(out, offset);
+        });
+    }
     return bytes;
 }
 
@@ -161,7 +167,7 @@ hive::hive_bytes load_software_hive(front::sdb_opts& options,
         if (bytes.open(options.software_hive_path)) {
             return bytes;
         }
-        return hive::hive_bytes(load_locked_hive(options, open_device));
+        return locked_hive(options, open_device);
     } catch (const std::bad_alloc&) {
         // The run goes on without what does not fit.
     }
