@@ -90,6 +90,13 @@ uni::byte_view attribute::value() const noexcept
                                                             : uni::byte_view();
 }
 
+uni::byte_view attribute::run_list() const noexcept
+{
+    constexpr std::uint16_t head = 64;
+    const std::uint16_t offset = bytes_.u16(32);
+    return offset >= head ? bytes_.from(offset) : uni::byte_view();
+}
+
 std::uint64_t attribute::compressed_size() const noexcept
 {
     constexpr std::uint64_t place = 64;

@@ -119,7 +119,7 @@ public:
 
     // Of a non-resident one.
     std::uint64_t first_vcn() const noexcept { return bytes_.u64(16); }
-    uni::byte_view run_list() const noexcept { return bytes_.from(bytes_.u16(32)); }
+    uni::byte_view run_list() const noexcept;
     std::uint64_t allocated_size() const noexcept { return bytes_.u64(40); }
     std::uint64_t real_size() const noexcept { return bytes_.u64(48); }
     std::uint64_t initialized_size() const noexcept { return bytes_.u64(56); }
