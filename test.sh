@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds quilt and runs its tests; ends with the line "N passed, N failed".
-#   ./test.sh        the release build: quilt_tests and the report tests
+#   ./test.sh        the release build: quilt_tests, whole runs, and volume images
 #   ./test.sh --all  also the format check, the sanitizer build, the Windows build under
 #                    Wine, and a short run of every fuzz target
 set -euo pipefail
@@ -46,12 +46,12 @@ unit_tests() { # name command...
     grep -a '^\[  SKIPPED \] [0-9]* test' "$log" || true
 }
 
-# Runs the report tests, or another script of them, whose last line is "N passed, N failed".
-report_tests() { # name argument...
-    local log=$logs/$1.log status=0 words script=${script:-tests/reports_test.py}
-    [ -e "$script" ] || return 0
+# Runs a script of tests, whose last line is "N passed, N failed" and which names on lines of their
+# own those that it skipped.
+script_tests() { # name script argument...
+    local log=$logs/$1.log status=0 words
     heading "$1"
-    timeout 600 python3 "$script" "${@:2}" </dev/null >"$log" 2>&1 || status=$?
+    timeout 600 python3 "tests/$2" "${@:3}" </dev/null >"$log" 2>&1 || status=$?
     if [[ $(tail -n 1 "$log") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
         words=("${BASH_REMATCH[@]:1}")
     else
@@ -61,6 +61,15 @@ report_tests() { # name argument...
     if [ "$status" -ne 0 ] || [ "${words[1]}" -ne 0 ] || [ "${words[0]}" -eq 0 ]; then
         fail "$log" "$((words[1] > 0 ? words[1] : 1))"
     fi
+    grep -a '^skipped: ' "$log" || true
+}
+
+# Whole runs of the programs of one build.
+report_tests() { # name-suffix folder argument...
+    script_tests "reports$1" reports_test.py --quilt "$2/quilt" "${@:3}"
+}
+volume_tests() { # name-suffix folder argument...
+    script_tests "volumes$1" volumes_test.py --quilt "$2/quilt" --reader "$2/read_volume" "${@:3}"
 }
 
 format_check() {
@@ -131,21 +140,25 @@ fi
 
 build release
 unit_tests quilt_tests build/release/quilt_tests
-report_tests reports --quilt build/release/quilt
+report_tests '' build/release
+volume_tests '' build/release
 
 if $all; then
     export UBSAN_OPTIONS=print_stacktrace=1
     build asan
     unit_tests quilt_tests-asan build/asan/quilt_tests
-    report_tests reports-asan --quilt build/asan/quilt
-    script=tests/pe_files_test.py report_tests pe-files --quilt build/asan/quilt
+    report_tests -asan build/asan
+    script_tests pe_files-asan pe_files_test.py --quilt build/asan/quilt
+    volume_tests -asan build/asan
 
     build windows
     start_wine
     unit_tests quilt_tests-windows wine build/windows/quilt_tests.exe
-    report_tests reports-windows --quilt build/release/quilt --windows 'wine build/windows/quilt.exe'
-    script=tests/pe_files_test.py report_tests pe-files-windows --quilt build/release/quilt \
+    report_tests -windows build/release --windows 'wine build/windows/quilt.exe'
+    script_tests pe_files-windows pe_files_test.py --quilt build/release/quilt \
         --windows 'wine build/windows/quilt.exe'
+    volume_tests -windows build/release --windows 'wine build/windows/quilt.exe' \
+        --windows-reader 'wine build/windows/read_volume.exe' --only Wine
 
     build fuzz
     fuzz_smoke

@@ -4,7 +4,8 @@
     bench/compare.py [build folder] [--pairs N]
 
 Builds nothing: takes quilt and its makers of large files from the folder (build/release), and
-hivexget and Wine's programs from the system. The two commands of a row run in turn, A B A B, and the ratio is the median of the ratios of the pairs, so that a slow
+hivexget, mkntfs, ntfs-3g and Wine's programs from the system. The two commands of a row run in turn,
+A B A B, and the ratio is the median of the ratios of the pairs, so that a slow
 moment of the machine touches both. Clock and processor time stand side by side. Ends with 1 when a
 figure is not reached by the clock.
 """
@@ -17,6 +18,10 @@ import statistics
 import sys
 import tempfile
 import time
+from pathlib import Path
+
+sys.path.append(str(Path(__file__).resolve().parent.parent / "tests"))
+import volume_images
 
 MIB = 1 << 20
 SMALL_DATABASES = 1000
@@ -147,6 +152,31 @@ def compare_hive(table, folder, place, quilt):
     table.memory("peak of it / 1.2 hives + 16 MiB", peak, 1.2 * os.path.getsize(hive) + 16 * MIB)
 
 
+def compare_volumes(table, folder, place, quilt):
+    """A large hive off the image of a volume, in many fragments and in one."""
+    if reason := volume_images.why_no_mount():
+        print(f"volume images left out: {reason}")
+        return
+    hive = os.path.join(place, "SOFTWARE-64")
+    Run([os.path.join(folder, "make_large_hive"), str(64 * MIB), "1000", hive])
+    with open(hive, "rb") as file:
+        contents = file.read()
+    for name, fragments in (("500 fragments", 500), ("contiguous", 1)):
+        image = os.path.join(place, f"volume-{fragments}")
+        volume_images.make_volume(image, 160 * MIB, 4096)
+        with volume_images.mounted(image) as root:
+            path = os.path.join(root, volume_images.HIVE)
+            os.makedirs(os.path.dirname(path))
+            pages = len(contents) // 4096
+            volume_images.write_fragments(path, contents, -(-pages // fragments) * 4096)
+            for number in range(5000):
+                os.close(os.open(os.path.join(root, f"Windows/System32/module{number}.dll"),
+                                 os.O_CREAT))
+        table.row(f"-partition -listsdb, {name} / ntfscat",
+                  ([quilt, "-partition", image, "-listsdb", "-quiet"], f"{place}/installed"),
+                  (["ntfscat", image, volume_images.HIVE],), 1.0)
+
+
 def compare(folder, pairs, place):
     quilt = os.path.join(folder, "quilt")
     maker = os.path.join(folder, "make_large_database")
@@ -177,6 +207,7 @@ def compare(folder, pairs, place):
     compare_finding(table, maker, place, quilt, databases[16], load[16], xml[16][1])
     compare_programs(table, folder, place, quilt, databases[16], load[16])
     compare_hive(table, folder, place, quilt)
+    compare_volumes(table, folder, place, quilt)
     return table.missed
 
 

@@ -66,6 +66,10 @@ TEST(paths, expands_variables)
     }
     EXPECT_EQ(uni::snapshot_prefix(false), device);
     EXPECT_EQ(uni::snapshot_prefix(true), R"(\\?\globalroot\device\harddiskvolumeshadowcopy)");
+    EXPECT_TRUE(uni::is_on_snapshot(device + "3"));
+    EXPECT_TRUE(uni::is_on_snapshot(std::string(37, '/') + "GlobalRoot"));
+    EXPECT_FALSE(uni::is_on_snapshot(device)) << "one character short";
+    EXPECT_FALSE(uni::is_on_snapshot(std::string(100, '/')));
 }
 
 TEST(paths, expansion_is_bounded)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "uni/fileio.h"
+
 namespace hive {
 
 namespace {
@@ -17,16 +19,30 @@ hive_bytes::hive_bytes(uni::byte_vector bytes) : given_(std::move(bytes)), bytes
 bool hive_bytes::open(const std::string& path)
 {
     *this = {};
-    auto file = std::make_unique<uni::fileio>();
+    const auto file = std::make_shared<uni::fileio>();
     if (!file->open_read(path) || file->size() <= 0) {
         return false;
     }
-    const auto size =
-        static_cast<std::size_t>(std::min(static_cast<std::uint64_t>(file->size()), largest_hive));
-    file_ = std::move(file);
-    room_ = std::make_unique_for_overwrite<std::uint8_t[]>(size);
-    bytes_ = {room_.get(), size};
-    pieces_.assign((size + piece_size - 1) / piece_size, unread);
+    return open(static_cast<std::uint64_t>(file->size()),
+                [file](std::span<std::uint8_t> out, std::uint64_t offset) -> std::uint64_t {
+                    uni::byte_vector read;
+                    file->read_at(read, out.size(), static_cast<std::int64_t>(offset));
+                    std::copy(read.begin(), read.end(), out.begin());
+                    return read.size();
+                });
+}
+
+bool hive_bytes::open(std::uint64_t size, piece_reader read)
+{
+    *this = {};
+    const auto room = static_cast<std::size_t>(std::min(size, largest_hive));
+    if (room == 0) {
+        return false;
+    }
+    read_ = std::move(read);
+    room_ = std::make_unique_for_overwrite<std::uint8_t[]>(room);
+    bytes_ = {room_.get(), room};
+    pieces_.assign((room + piece_size - 1) / piece_size, unread);
     return readable_in(0) != 0;
 }
 
@@ -36,11 +52,10 @@ std::uint64_t hive_bytes::readable_in(std::uint64_t piece) const
     std::uint64_t& readable = pieces_[static_cast<std::size_t>(piece)];
     if (readable == unread) {
         const std::uint64_t begin = piece * piece_size;
-        uni::byte_vector read;
-        file_->read_at(read, std::min(piece_size, size() - begin),
-                       static_cast<std::int64_t>(begin));
-        std::copy(read.begin(), read.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(begin));
-        readable = read.size();
+        readable = read_(bytes_.subspan(static_cast<std::size_t>(begin),
+                                        std::min(static_cast<std::size_t>(piece_size),
+                                                 bytes_.size() - static_cast<std::size_t>(begin))),
+                         begin);
     }
     return readable;
 }
@@ -49,7 +64,7 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
 {
     const uni::byte_view all(bytes_);
     const uni::byte_view wanted = all.slice(offset, count);
-    if (!file_ || wanted.empty()) {
+    if (!read_ || wanted.empty()) {
         return wanted;
     }
     const std::uint64_t end = offset + wanted.size();

@@ -1,16 +1,20 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "uni/byte_view.h"
-#include "uni/fileio.h"
 #include "uni/large_vector.h"
 
 namespace hive {
+
+// Reads into `out` what stands at an offset; gives how many of its first bytes could be read.
+using piece_reader =
+    std::function<std::uint64_t(std::span<std::uint8_t> out, std::uint64_t offset)>;
 
 // The bytes of a hive: a file that is read piece by piece as they are asked for, since a query looks
 // at a small part of a large hive, or bytes that were read by other means.
@@ -21,6 +25,8 @@ public:
 
     // Opens the file at `path`, up to 4 GiB of it. False if it does not open or gives no byte.
     bool open(const std::string& path);
+    // Takes `size` bytes from what `read` gives. False if it gives none.
+    bool open(std::uint64_t size, piece_reader read);
 
     std::uint64_t size() const noexcept { return bytes_.size(); }
 
@@ -33,7 +39,7 @@ private:
 
     std::uint64_t readable_in(std::uint64_t piece) const;
 
-    std::unique_ptr<uni::fileio> file_; // none when all bytes were given
+    piece_reader read_; // none when all bytes were given
     uni::byte_vector given_;
     // Room for the whole file, of which the system provides what is touched. Filled as pieces are
     // read, which nobody sees.

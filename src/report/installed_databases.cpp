@@ -1,13 +1,17 @@
 #include "report/installed_databases.h"
 
+#include <memory>
 #include <new>
 #include <set>
+#include <span>
 #include <string_view>
 #include <utility>
 
 #include "hive/hive_image.h"
 #include "hive/hive_query.h"
+#include "ntfs/locked_file.h"
 #include "platform/directories.h"
+#include "platform/files.h"
 #include "uni/byte_view.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -107,6 +111,33 @@ void add_targets(front::sdb_opts& options)
     }
 }
 
+// Snapshots and images of a volume are opened by their whole text, volumes by their letter. Without
+// a volume that is the first character of the database's path, whatever it is: meant.
+ntfs::volume_source source_of(const front::sdb_opts& options)
+{
+    const bool is_image =
+        options.partition_given && platform::volume_at(options.volume_text).has_value();
+    return options.vss_given || is_image ? ntfs::volume_source::device
+                                         : ntfs::volume_source::letter;
+}
+
+hive::hive_bytes locked_hive(front::sdb_opts& options, const platform::device_opener& open_device)
+{
+    ntfs::trace_text trace;
+    if (options.log_on) {
+        trace = [&options](std::string_view line) { front::cmd_log_write(options, line); };
+    }
+    hive::hive_bytes bytes;
+    const auto file = std::make_shared<ntfs::locked_file>();
+    if (file->open(options.volume_text, source_of(options), "\\windows\\system32\\config\\software",
+                   trace, open_device)) {
+        bytes.open(file->size(), [file](std::span<std::uint8_t> out, std::uint64_t offset) {
+            return file->read(out, offset);
+        });
+    }
+    return bytes;
+}
+
 } // namespace
 
 bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows)
@@ -128,13 +159,15 @@ bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_va
     return !table.empty();
 }
 
-hive::hive_bytes load_software_hive(const front::sdb_opts& options)
+hive::hive_bytes load_software_hive(front::sdb_opts& options,
+                                    const platform::device_opener& open_device)
 {
     try {
         hive::hive_bytes bytes;
         if (bytes.open(options.software_hive_path)) {
             return bytes;
         }
+        return locked_hive(options, open_device);
     } catch (const std::bad_alloc&) {
         // The run goes on without what does not fit.
     }

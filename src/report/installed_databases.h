@@ -7,6 +7,7 @@
 #include "front/sdb_opts.h"
 #include "hive/hive_bytes.h"
 #include "hive/key_pattern.h"
+#include "platform/devices.h"
 
 namespace report {
 
@@ -18,8 +19,12 @@ using installed_table = std::map<std::string, front::installed_database>;
 // any entry.
 bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows);
 
-// The bytes of the run's hive; none if it cannot be had.
-hive::hive_bytes load_software_hive(const front::sdb_opts& options);
+// The bytes of the run's hive: of the ordinary file, and only if that gives nothing, as that of a
+// hive that the running system keeps locked, those read off the run's volume. None if neither is to
+// be had.
+hive::hive_bytes
+load_software_hive(front::sdb_opts& options,
+                   const platform::device_opener& open_device = platform::open_device);
 
 // Fills `installed_databases` from the run's hive and appends to `target_files` the databases that
 // the run does not have yet, by file name. Without a hive, or one that cannot be read, nothing is

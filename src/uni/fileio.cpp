@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/files.h"
+#include "uni/paths.h"
 
 namespace uni {
 
@@ -80,6 +81,7 @@ bool fileio::open_write(const std::string& path, bool write, bool byte_mode, boo
         return false;
     }
     opened_ = true;
+    on_snapshot_ = is_on_snapshot(cut);
     byte_mode_ = byte_mode;
     size_ = platform::file_length(descriptor_);
     return true;

@@ -45,6 +45,8 @@ public:
     void close();
 
     bool is_open() const noexcept { return memory_mode_ || (descriptor_ >= 0 && opened_); }
+    // Whether the path last opened leads into a snapshot.
+    bool on_snapshot() const noexcept { return on_snapshot_; }
     // Length in bytes as of the last open or write.
     std::int64_t size() const noexcept { return size_; }
 
@@ -62,6 +64,7 @@ private:
     int descriptor_ = -1;
     std::int64_t size_ = 0;
     bool opened_ = false;
+    bool on_snapshot_ = false;
     bool byte_mode_ = false;
     bool memory_mode_ = false;
     byte_vector memory_;

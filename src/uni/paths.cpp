@@ -89,4 +89,10 @@ std::string snapshot_prefix(bool lower_case)
     return lower_case ? lowered(prefix) : prefix;
 }
 
+bool is_on_snapshot(std::string_view path)
+{
+    constexpr std::size_t shortest = 47; // the prefix and a digit
+    return path.size() >= shortest && lowered(path).find("globalroot") != std::string::npos;
+}
+
 } // namespace uni

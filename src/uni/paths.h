@@ -40,4 +40,8 @@ std::string expand_path(std::string_view text, bool allow_snapshot,
 // The device path of a volume shadow copy up to its number.
 std::string snapshot_prefix(bool lower_case);
 
+// Whether a path leads into a snapshot by such a device path: it is long enough for one and holds
+// its word in any case.
+bool is_on_snapshot(std::string_view path);
+
 } // namespace uni

@@ -1,0 +1,69 @@
+// What a file's record says: its attributes as rows, and their contents.
+//
+// A file whose attributes do not fit one record has an attribute list, which names all of them and
+// the records that hold them. Its value is a sequence of entries:
+//   offset  bytes
+//        0      4  type
+//        4      2  length of the entry; 0 ends the list
+//       16      8  reference of the record
+//       24      2  id of the attribute there
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ntfs/volume.h"
+#include "uni/large_vector.h"
+
+namespace ntfs {
+
+// An attribute, or, continued in several records, all its parts.
+struct record_row {
+    std::uint32_t type = 0;
+    std::uint64_t entry = 0; // of the record
+    std::uint16_t sequence = 0;
+    std::string name;
+    std::uint16_t flags = 0;
+    bool is_resident = true;
+    bool has_start = false; // the part that tells the sizes was met; true of a resident one
+    std::uint64_t allocated_size = 0; // bytes, as the next three
+    std::uint64_t real_size = 0;
+    std::uint64_t initialized_size = 0;
+    std::uint64_t compressed_size = 0;
+    std::vector<std::uint8_t> value; // of a resident one
+    std::vector<extent> extents;     // of another, ascending by vcn
+};
+
+inline constexpr std::uint32_t row_of_record = 272; // type of the row for the record itself
+
+// Rows for a record: first one for itself, then standard information, then file names, then all
+// else in the order met. False, and no rows, for a record that cannot be read or is bad.
+bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
+                            std::vector<record_row>& rows);
+
+// Whether the row is a file's content; named data are alternate streams.
+bool is_main_content(const record_row& row);
+
+// Reads an attribute's whole content, decompressed. True if anything was read; what cannot be read
+// ends it. Bytes behind the initialized size are zeros.
+bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream);
+
+// Whether a value's bytes can be read where they are wanted: those of a non-resident one that is not
+// compressed. Then how many there are, and those at an offset, up to the first that cannot be read.
+bool is_plain(const record_row& row);
+std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row);
+std::uint64_t read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
+                         std::span<std::uint8_t> out);
+
+using attribute_visitor = std::function<void(const attribute&)>;
+
+// Visits the attributes of a record, none longer than `longest`, and then those that its attribute
+// list names in other records, of the `types` alone, all for none given.
+void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_record& record,
+                      std::uint64_t longest, std::span<const std::uint32_t> types,
+                      const attribute_visitor& visit);
+
+} // namespace ntfs

@@ -1,0 +1,316 @@
+#include "ntfs/disk_layout.h"
+
+#include <algorithm>
+#include <array>
+
+namespace ntfs {
+
+namespace {
+
+using uni::byte_view;
+
+constexpr std::uint64_t mark_place = 510;
+constexpr std::uint16_t sector_mark = 0xaa55;
+constexpr std::uint32_t ntfs_kind = 7;
+constexpr std::uint32_t gpt_kind = 0xee;
+
+bool holds(byte_view block, std::uint64_t place, std::string_view text)
+{
+    const byte_view found = block.slice(place, text.size());
+    return found.size() == text.size() &&
+           std::equal(text.begin(), text.end(), found.bytes().begin(),
+                      [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
+}
+
+// One shifted left, or 0 for what no sector can be.
+std::uint32_t power_of_two(unsigned exponent)
+{
+    return exponent < 31 ? 1u << exponent : 0;
+}
+
+// The BIOS block that most boot sectors share.
+volume_identity with_bios_block(std::string_view name, std::uint32_t kind, byte_view block)
+{
+    volume_identity found{name, kind};
+    found.sector_size = block.u16(11);
+    found.sectors_per_cluster = block.u8(13);
+    return found;
+}
+
+volume_identity identify_by_oem_field(byte_view block)
+{
+    if (holds(block, 3, "EXFAT   ")) {
+        volume_identity found{"exfat", ntfs_kind};
+        found.sector_size = power_of_two(block.u8(108));
+        found.sectors_per_cluster = power_of_two(block.u8(109));
+        found.serial = block.u32(100);
+        return found;
+    }
+    volume_identity found;
+    if (holds(block, 3, "NTFS    ")) {
+        found = with_bios_block("ntfs", ntfs_kind, block);
+    } else if (holds(block, 3, "-FVE-FS-")) {
+        found = with_bios_block("bitlocker container", ntfs_kind, block);
+    } else {
+        return found;
+    }
+    found.sector_count = block.u64(40);
+    found.serial = block.u64(72);
+    return found;
+}
+
+volume_identity identify_fat(byte_view block)
+{
+    volume_identity found;
+    if (holds(block, 82, "FAT32")) {
+        found = with_bios_block("fat32", 12, block);
+        found.sector_count = block.u32(32);
+        found.serial = block.u32(67);
+    } else if (holds(block, 54, "FAT16")) {
+        found = with_bios_block("fat16", 4, block);
+        found.serial = block.u32(39);
+    }
+    return found;
+}
+
+volume_identity identify_others(byte_view block)
+{
+    const bool no_oem = block.u64(3) == 0;
+    if (block.u16(1080) == 0xef53) {
+        volume_identity found{no_oem ? "ext" : "ext2/3", 131};
+        const std::uint32_t shift = block.u32(1048);
+        found.block_size = shift < 20 ? power_of_two(10 + shift) : 0;
+        return found;
+    }
+    if (no_oem && holds(block, 1024, "H+")) {
+        return {"hfs+", 175};
+    }
+    if (no_oem && holds(block, 1024, "HX")) {
+        return {"hfsx", 175};
+    }
+    return {};
+}
+
+bool is_volume(byte_view block)
+{
+    return block.u16(mark_place) == sector_mark &&
+           (holds(block, 3, "EXFA") || holds(block, 3, "MSDO") || holds(block, 3, "NTFS"));
+}
+
+// The size of a disk's sectors by where the first one's mark stands; 0 for none.
+std::uint64_t sector_size_of(byte_view first)
+{
+    for (std::uint64_t size = 512; size <= 16384; size *= 2) {
+        if (first.contains(0, size) && first.u16(size - 2) == sector_mark) {
+            return size;
+        }
+    }
+    return 0;
+}
+
+// A reader of the tables of one disk.
+class table_walk {
+public:
+    table_walk(RAW_DISK_IO& disk, std::uint64_t sector) : disk_(disk), sector_(sector) {}
+
+    void take_table(byte_view table);
+    std::vector<disk_partition> found;
+
+private:
+    static constexpr int longest_chain = 128; // of extended partitions
+    static constexpr std::uint64_t last_sector = std::uint64_t{1} << 40;
+
+    static bool is_extended(std::uint32_t kind) { return kind == 0x05 || kind == 0x0f; }
+    std::vector<std::uint8_t> read(std::uint64_t sector, std::uint64_t count)
+    {
+        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count * sector_));
+        bytes.resize(static_cast<std::size_t>(disk_.read_start(bytes, sector * sector_)));
+        return bytes;
+    }
+    void add(std::uint32_t kind, std::uint64_t start, std::uint64_t count)
+    {
+        if (start <= last_sector && count <= last_sector) {
+            found.push_back({kind, start * sector_, count * sector_});
+        }
+    }
+    void guess_before(std::uint64_t start);
+    void take_chain(std::uint64_t first);
+    void take_gpt();
+
+    RAW_DISK_IO& disk_;
+    std::uint64_t sector_;
+};
+
+constexpr std::uint64_t entry_place(int number)
+{
+    return 446 + static_cast<std::uint64_t>(number) * 16;
+}
+
+void table_walk::take_table(byte_view table)
+{
+    for (int i = 0; i < 4; ++i) {
+        const byte_view entry = table.slice(entry_place(i), 16);
+        const std::uint32_t kind = entry.u8(4);
+        if (kind == gpt_kind) {
+            take_gpt();
+        } else if (is_extended(kind)) {
+            guess_before(entry.u32(8));
+            take_chain(entry.u32(8));
+        } else if (kind != 0) {
+            add(kind, entry.u32(8), entry.u32(12));
+        }
+    }
+}
+
+// Where the first partition of a disk used to begin, a lost one may be.
+void table_walk::guess_before(std::uint64_t start)
+{
+    constexpr std::uint64_t first_of_old = 63;
+    const bool is_known =
+        std::any_of(found.begin(), found.end(), [this](const disk_partition& partition) {
+            return partition.start == first_of_old * sector_;
+        });
+    if (start <= first_of_old || is_known) {
+        return;
+    }
+    const std::vector<std::uint8_t> boot = read(first_of_old, 1);
+    if (holds(byte_view(boot), 3, "NTFS    ")) {
+        add(ntfs_kind | guessed_kind, first_of_old, byte_view(boot).u64(40));
+    }
+}
+
+void table_walk::take_chain(std::uint64_t first)
+{
+    std::uint64_t base = first;
+    for (int links = 0; base != 0 && links < longest_chain; ++links) {
+        const std::vector<std::uint8_t> bytes = read(base, 1);
+        const byte_view table(bytes);
+        if (table.u16(mark_place) != sector_mark) {
+            return;
+        }
+        std::uint64_t next = 0;
+        for (int i = 0; i < 4; ++i) {
+            const byte_view entry = table.slice(entry_place(i), 16);
+            if (is_extended(entry.u8(4))) {
+                next = first + entry.u32(8);
+            } else if (entry.u8(4) != 0) {
+                add(entry.u8(4), base + entry.u32(8), entry.u32(12));
+            }
+        }
+        base = next > base ? next : 0; // a chain leads forward, or in a circle
+    }
+}
+
+void table_walk::take_gpt()
+{
+    constexpr std::uint64_t most_entries = 1024;
+    const std::vector<std::uint8_t> head = read(1, 1);
+    const byte_view header(head);
+    const std::uint64_t count = std::min<std::uint64_t>(header.u32(80), most_entries);
+    const std::uint64_t size = header.u32(84);
+    if (!holds(header, 0, "EFI PART") || size < 48 || size > 4096 || header.u64(72) > last_sector) {
+        return;
+    }
+    const std::vector<std::uint8_t> bytes =
+        read(header.u64(72), (count * size + sector_ - 1) / sector_);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const byte_view entry = byte_view(bytes).slice(i * size, size);
+        const std::uint64_t first = entry.u64(32);
+        const std::uint64_t last = entry.u64(40);
+        if ((entry.u64(0) | entry.u64(8)) != 0 && first <= last) {
+            add(gpt_kind, first, last - first + 1);
+        }
+    }
+}
+
+struct type_name {
+    std::uint8_t type;
+    std::string_view name;
+};
+
+constexpr auto type_names = std::to_array<type_name>({
+    {0x00, "empty"},
+    {0x01, "fat12"},
+    {0x02, "xenix root"},
+    {0x03, "xenix /usr"},
+    {0x04, "fat16"},
+    {0x05, "exten"},
+    {0x06, "fat"},
+    {0x07, "ntfs or exfat"},
+    {0x08, "aix boot"},
+    {0x09, "aix data"},
+    {0x0a, "os/2 boot"},
+    {0x0b, "fat32"},
+    {0x0c, "fat32"},
+    {0x0e, "fat16 LBA mapped"},
+    {0x0f, "exten"},
+    {0x11, "hidden fat16"},
+    {0x14, "hidden fat16"},
+    {0x16, "hidden fat16"},
+    {0x17, "hidden ntfs"},
+    {0x1b, "hidden fat32"},
+    {0x1c, "hidden fat32"},
+    {0x1e, "hidden fat16"},
+    {0x27, "hidden ntfs"},
+    {0x82, "linux swap"},
+    {0x83, "linux"},
+    {0x86, "fat16 volume set"},
+    {0x87, "ntfs volume set"},
+    {0x88, "linux partition table"},
+    {0x8b, "fat32 fault tolerant"},
+    {0x8c, "fat32 fault tolerant"},
+    {0x8d, "fat12"},
+    {0x8e, "linux Logical Volume Mgr"},
+    {0x90, "hidden fat16"},
+    {0x91, "hidden fat16"},
+    {0x92, "hidden fat16"},
+    {0x93, "hidden linux"},
+    {0x97, "hidden fat32"},
+    {0x98, "hidden fat32"},
+    {0xa0, "hibernation partition"},
+    {0xa1, "hibernation partition"},
+    {0xa6, "openbsd"},
+    {0xaf, "hfs"},
+    {0xee, "gpt"},
+});
+
+} // namespace
+
+volume_identity identify_volume(byte_view first_block)
+{
+    constexpr std::uint64_t least = 512;
+    if (!first_block.contains(0, least)) {
+        return {};
+    }
+    for (const auto identify : {identify_by_oem_field, identify_fat, identify_others}) {
+        if (const volume_identity found = identify(first_block); !found.name.empty()) {
+            return found;
+        }
+    }
+    return {};
+}
+
+std::string partition_type_name(std::uint32_t kind)
+{
+    const auto row =
+        std::find_if(type_names.begin(), type_names.end(),
+                     [kind](const type_name& each) { return each.type == (kind & ~guessed_kind); });
+    std::string name(row == type_names.end() ? "unk" : row->name);
+    return (kind & guessed_kind) != 0 ? name + " [guess]" : name;
+}
+
+std::vector<disk_partition> read_partitions(RAW_DISK_IO& disk)
+{
+    constexpr std::size_t largest_sector = 16384;
+    std::vector<std::uint8_t> first(largest_sector);
+    first.resize(static_cast<std::size_t>(disk.read_start(first, 0)));
+    const std::uint64_t sector = sector_size_of(byte_view(first));
+    if (sector == 0 || is_volume(byte_view(first))) {
+        return {};
+    }
+    table_walk walk(disk, sector);
+    walk.take_table(byte_view(first));
+    return std::move(walk.found);
+}
+
+} // namespace ntfs

@@ -1,0 +1,123 @@
+// A mounted NTFS volume: its clusters and its FILE records.
+//
+// Boot sector, the first 512 bytes, numbers little-endian:
+//   offset  bytes
+//        3      8  "NTFS    "
+//       11      2  bytes per sector
+//       13      1  sectors per cluster
+//       40      8  total sectors
+//       48      8  first cluster of $MFT, the file of all FILE records; entry n is its n-th record
+//       64      1  clusters per FILE record; if negative, its magnitude is the binary logarithm of
+//                  the record's size in bytes; 0 unknown, then 1024 bytes
+//
+// It is written for volumes that are damaged or in use: a bad record is a skipped record, every
+// walk is bounded by lengths, and a failure leaves the volume usable. Nothing words a failure, but
+// whoever asks can have a trace of what was met.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ntfs/raw_disk_io.h"
+#include "ntfs/record.h"
+#include "ntfs/runs.h"
+
+namespace ntfs {
+
+// What a directory holds.
+struct directory_node {
+    std::vector<std::uint64_t> children;                  // entry numbers, ascending, each once
+    std::unordered_map<std::string, std::uint64_t> names; // lower-case name to entry number
+};
+
+// Records read ahead. Records that are asked for one after the other come in ever larger reads.
+struct record_window {
+    std::uint64_t position = 0; // in $MFT
+    std::vector<std::uint8_t> bytes;
+};
+
+struct ntfs_volume {
+    std::array<std::uint8_t, 512> boot_sector{};
+    std::unique_ptr<RAW_DISK_IO> reader;
+    std::uint64_t volume_offset = 0; // of the volume in what the reader reads
+    std::uint32_t cluster_size = 0;  // bytes
+    std::uint64_t total_clusters = 0;
+    std::uint32_t sectors_per_cluster = 0;
+    std::uint32_t clusters_per_record = 0; // 0 where a cluster holds several records
+    std::uint64_t mft_offset = 0;          // bytes
+    std::uint32_t record_size = 0;         // bytes
+    std::uint32_t record_alloc_size = 0;   // bytes from one record to the next
+    std::uint64_t record_count = 0;
+    bool mounted = false;
+    std::vector<extent> mft_extents;
+    std::vector<extent> bitmap_extents; // of the volume's cluster bitmap
+    record_window window;
+    std::map<std::uint64_t, directory_node> directories; // those whose contents were read
+};
+
+using trace_text = std::function<void(std::string_view)>;
+
+// What belongs to one look-up on a volume.
+struct mft_entries_ctx {
+    explicit mft_entries_ctx(ntfs_volume& of) : volume(of) {}
+
+    ntfs_volume& volume;
+    trace_text trace; // gets what was met; empty for none
+    bool bad = false; // the record read last was given up by the file system
+    // Records that extend another, and which. One that two claim belongs to the first, so that no
+    // look-up reads records over and over.
+    std::unordered_map<std::uint64_t, std::uint64_t> extension_owners;
+    std::uint64_t list_bytes = 0; // read of attribute lists that lie in clusters
+};
+
+// Writes a trace line as printf would.
+void trace_line(const mft_entries_ctx& context, const char* format, ...);
+
+// What the text of open_ntfs_volume is.
+enum class volume_source : std::uint32_t {
+    letter = 32,         // only its first character counts
+    image_file = 33,     // path of a file that holds a volume
+    physical_drive = 34, // number of a drive
+    device = 35,         // a device path, whole
+};
+
+// Opens and mounts a volume; null on failure, also for an empty text.
+std::unique_ptr<ntfs_volume>
+open_ntfs_volume(std::string_view text, volume_source source,
+                 const platform::device_opener& open_device = platform::open_device);
+
+// Reads what must be known of a volume whose reader is set. True when it is ready, at once if it
+// was before.
+bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset);
+
+// Bytes that nothing on the volume can exceed, whatever sizes it claims: its own length and 64 MiB
+// for zeros that have no clusters.
+std::uint64_t largest_content(const ntfs_volume& volume);
+
+// Reads whole clusters; gives the bytes read from the first one on.
+std::uint64_t read_clusters(ntfs_volume& volume, std::uint64_t lcn, std::span<std::uint8_t> out);
+
+// Reads what extents hold from `byte_offset` on, zeros for sparse ones. Gives the bytes up to the
+// first that cannot be read. Sets bit 2 of `flags` if any were sparse.
+std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& extents,
+                           std::uint64_t byte_offset, std::span<std::uint8_t> out,
+                           std::uint32_t& flags);
+inline constexpr std::uint32_t read_sparse = 1u << 2;
+
+// Reads and fixes up a record, whose place on the volume goes into `disk_offset`. False, and an
+// empty buffer, if it cannot be read or is neither a good "FILE" record nor an "INDX" block.
+bool read_file_record(ntfs_volume& volume, std::uint64_t entry, std::vector<std::uint8_t>& buffer,
+                      std::uint64_t& disk_offset);
+
+// The same for a walk, which also takes a record that the file system gave up, and marks it.
+bool fixup_mft(mft_entries_ctx& context, std::uint64_t entry, std::vector<std::uint8_t>& buffer);
+
+} // namespace ntfs

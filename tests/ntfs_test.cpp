@@ -1,0 +1,769 @@
+// Volumes read without the help of a file system, from devices that stand in for real ones.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "ntfs/attributes.h"
+#include "ntfs/compression.h"
+#include "ntfs/directory.h"
+#include "ntfs/disk_layout.h"
+#include "ntfs/locked_file.h"
+#include "report/installed_databases.h"
+#include "support/memory_device.h"
+#include "support/ntfs_builder.h"
+
+namespace {
+
+using namespace test_support;
+using ntfs::disk_mode;
+using ntfs::volume_source;
+using strings = std::vector<std::string>;
+
+bytes numbered(std::size_t size)
+{
+    bytes out(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        out[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
+    }
+    return out;
+}
+
+bytes text_bytes(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+TEST(raw_disk_io, takes_names_and_fallbacks_by_mode)
+{
+    constexpr std::int64_t size = 8192;
+    struct {
+        const char* name;
+        disk_mode mode;
+        bool extended, older, partition, extended_partition;
+        const char* opened;
+        bool random;
+        std::int64_t total; // -1: not open
+    } const cases[] = {
+        {"c:", disk_mode::volume, true, true, false, false, "\\\\.\\c:", false, size},
+        {"C", disk_mode::volume, true, true, true, true, "\\\\.\\C:", false, 4096},
+        {"c:\\", disk_mode::volume, true, false, false, true, "\\\\.\\c:", false, 4096},
+        {"c:", disk_mode::volume, false, true, false, false, "\\\\.\\c:", false, 2 * 3 * 4 * 512},
+        {"c:", disk_mode::volume, false, false, true, true, "\\\\.\\c:", false, -1},
+        {"1:", disk_mode::volume, true, true, false, false, "1:", false, size},
+        {"\\\\.\\c:", disk_mode::volume, false, false, true, false, "\\\\.\\c:", true, 4096},
+        {"\\\\.\\c:", disk_mode::volume, false, false, false, false, "\\\\.\\c:", true, 0},
+        {"c", disk_mode::device, true, true, false, false, "c", false, size},
+        {"\\\\?\\dev3", disk_mode::device, false, false, true, false, "\\\\?\\dev3", false, -1},
+        {"2", disk_mode::physical_drive, true, true, false, false, "\\\\.\\PhysicalDrive2", true,
+         size},
+        {"\\\\.\\c:", disk_mode::bare_volume, true, true, true, true, "\\\\.\\c:", false, size},
+        {"\\\\.\\volume", disk_mode::bare_volume, false, true, true, true, "volume", true,
+         2 * 3 * 4 * 512},
+    };
+    for (const auto& each : cases) {
+        memory_disk disk;
+        disk.bytes.resize(size);
+        disk.geometry = {2, 12, 3, 4, 512};
+        disk.partition.length = 4096;
+        disk.knows_extended_geometry = each.extended;
+        disk.knows_geometry = each.older;
+        disk.knows_partition = each.partition;
+        disk.knows_extended_partition = each.extended_partition;
+        const ntfs::RAW_DISK_IO io(each.name, each.mode, opener_of(disk));
+        ASSERT_EQ(disk.opened.size(), 1u);
+        EXPECT_EQ(disk.opened[0].first, each.opened);
+        EXPECT_EQ(disk.opened[0].second.random, each.random) << each.opened;
+        EXPECT_FALSE(disk.opened[0].second.write);
+        EXPECT_EQ(io.is_open() ? io.total_size() : -1, each.total) << each.opened;
+    }
+}
+
+TEST(raw_disk_io, reads_whole_sectors_and_gives_what_was_asked)
+{
+    memory_disk disk;
+    disk.bytes = numbered(4096 + 100);
+    disk.size = 4096;
+    ntfs::RAW_DISK_IO io("c:", disk_mode::volume, opener_of(disk));
+    struct {
+        std::uint64_t offset, size;
+        std::int64_t read_at;
+        std::size_t read_size;
+        bool works;
+    } const cases[] = {
+        {700, 100, 512, 512, true},     {1024, 512, 1024, 512, true},
+        {1000, 100, 512, 1024, true},   {1024, 100, 1024, 512, true},
+        {4095, 1, 3584, 512, true},     {4000, 196, 3584, 1024, true}, // begins below the end
+        {4000, 197, 3584, 1024, false},                                // cut off
+    };
+    for (const auto& each : cases) {
+        bytes out(each.size);
+        std::uint64_t size = each.size;
+        disk.reads.clear();
+        EXPECT_EQ(io.read(out.data(), size, each.offset), each.works) << each.offset;
+        EXPECT_EQ(size, each.size);
+        ASSERT_EQ(disk.reads.size(), 1u);
+        EXPECT_EQ(disk.reads[0], std::pair(each.read_at, each.read_size));
+        if (each.works) {
+            EXPECT_TRUE(std::equal(out.begin(), out.end(),
+                                   disk.bytes.begin() + static_cast<std::ptrdiff_t>(each.offset)));
+        }
+    }
+    std::uint8_t byte = 0;
+    std::uint64_t size = 1;
+    EXPECT_FALSE(io.read(&byte, size, 4096));
+    EXPECT_FALSE(io.read(&byte, size, ~std::uint64_t{0}));
+    EXPECT_FALSE(io.read(nullptr, size, 0));
+    size = 0;
+    EXPECT_FALSE(io.read(&byte, size, 0));
+}
+
+TEST(raw_disk_io, takes_files_and_streams)
+{
+    uni::fileio stream;
+    const bytes contents = numbered(3000);
+    stream.open_memory({contents.begin(), contents.end()});
+    ntfs::RAW_DISK_IO from_stream(stream);
+    const std::string path = testing::TempDir() + "raw_disk_io";
+    EXPECT_TRUE(uni::fileio().open_write(path, true, true, true));
+    uni::fileio file;
+    EXPECT_TRUE(file.open_write(path, true, true, true) && file.append(contents));
+    file.close();
+    ntfs::RAW_DISK_IO from_file(path, disk_mode::image_file);
+    bytes out(100);
+    std::uint64_t size = out.size();
+    EXPECT_TRUE(from_stream.read(out.data(), size, 2900) && from_file.read(out.data(), size, 2900));
+    EXPECT_EQ(out, bytes(contents.end() - 100, contents.end()));
+    EXPECT_FALSE(from_stream.read(out.data(), size, 2950));
+    EXPECT_TRUE(from_file.read(out.data(), size, 2950));
+    EXPECT_EQ(size, 50u) << "clipped to the file";
+    EXPECT_FALSE(ntfs::RAW_DISK_IO(path + "x", disk_mode::image_file).is_open());
+}
+
+TEST(runs, are_decoded_up_to_what_does_not_fit)
+{
+    struct {
+        bytes runs;
+        const char* extents; // lcn+length at vcn, "-" for a sparse one
+    } const cases[] = {
+        {{0}, ""},
+        {{0x11, 4, 0x10, 0x11, 2, 0xff, 0}, "16+4@0 15+2@4 "},
+        {{0x11, 4, 0x10, 0x01, 8, 0x11, 2, 1, 0}, "16+4@0 -+8@4 17+2@12 "},
+        {{0x21, 1, 0x00, 0x80, 0}, ""}, // below the first cluster
+        {{0x22, 0x00, 0x01, 0x34, 0x12, 0x12, 1, 0, 0x80, 0}, "4660+256@0 4532+1@256 "},
+        {{0x11, 4, 0, 0x11, 4, 0, 0}, "0+4@0 -+4@4 "}, // the first may begin at cluster 0
+        {{0x10, 5, 0x11, 3, 2, 0}, "7+3@0 "},          // a run of no clusters
+        {{0x19, 1, 2, 3, 4, 5, 6, 7, 8, 9, 9, 0}, ""}, // a length wider than 8 bytes
+        {{0x15, 1, 0, 0, 0, 1, 5, 0}, ""},             // more than 32 bits of clusters
+        {{0x11, 4, 0x10, 0x41, 4, 1, 2}, "16+4@0 "},   // cut off by the attribute's end
+        {{0x11, 4, 0x10, 0x11, 2, 1, 0x11, 1}, "16+4@0 17+2@4 "},
+    };
+    for (const auto& each : cases) {
+        // As long as its runs need and no longer.
+        bytes stored = non_resident_attribute(0x80, {{}, 1});
+        stored.insert(stored.end(), each.runs.begin(), each.runs.end());
+        std::vector<ntfs::byte_run> runs;
+        std::vector<ntfs::extent> extents;
+        ntfs::decode_data_runs(ntfs::attribute(uni::byte_view(stored)), runs);
+        ntfs::runs_to_extents(runs, extents);
+        std::string found;
+        for (const ntfs::extent& part : extents) {
+            found += (part.is_sparse ? "-" : std::to_string(part.lcn)) + "+" +
+                     std::to_string(part.length) + "@" + std::to_string(part.vcn) + " ";
+        }
+        EXPECT_EQ(found, each.extents);
+    }
+}
+
+TEST(records, are_told_by_their_head_and_fixed_up)
+{
+    ntfs_builder builder;
+    builder.record(9, {resident_attribute(0x80, numbered(800))});
+    const bytes image = builder.image();
+    const auto from = image.begin() + static_cast<std::ptrdiff_t>(place_of_record(9));
+    const bytes good(from, from + 1024);
+    using kind = ntfs::record_kind;
+    struct {
+        std::vector<std::pair<std::size_t, std::uint8_t>> changes;
+        kind expected;
+        bool fixed;
+    } const cases[] = {
+        {{}, kind::file, true},
+        {{{510, 9}, {511, 9}}, kind::file, true}, // torn: the check value is not compared
+        {{{6, 9}}, kind::file, true},             // more elements than sectors
+        {{{6, 1}}, kind::file, false},
+        {{{6, 10}}, kind::unknown, false},
+        {{{4, 49}}, kind::unknown, false},
+        {{{20, 72}}, kind::file, true},
+        {{{20, 73}}, kind::unknown, false},
+        {{{0, 'B'}, {1, 'A'}, {2, 'A'}, {3, 'D'}}, kind::bad, false},
+        {{{0, 'I'}, {1, 'N'}, {2, 'D'}, {3, 'X'}}, kind::index, true},
+        {{{0, 0}}, kind::unknown, false},
+    };
+    for (const auto& each : cases) {
+        bytes record = good;
+        for (const auto& [place, value] : each.changes) {
+            record[place] = value;
+        }
+        EXPECT_EQ(ntfs::fix_up(record), each.expected);
+        const bool fixed = record[510] == good[50] && record[511] == good[51] &&
+                           record[1022] == good[52] && record[1023] == good[53];
+        EXPECT_EQ(fixed, each.fixed);
+    }
+}
+
+// A mounted volume and what was traced.
+struct opened_volume {
+    explicit opened_volume(const ntfs_builder& builder)
+    {
+        disk.bytes = builder.image();
+        volume = ntfs::open_ntfs_volume("c", volume_source::letter, opener_of(disk));
+    }
+    std::unique_ptr<ntfs::mft_entries_ctx> look_up()
+    {
+        auto context = std::make_unique<ntfs::mft_entries_ctx>(*volume);
+        context->trace = [this](std::string_view line) { traced.emplace_back(line); };
+        return context;
+    }
+
+    memory_disk disk;
+    std::unique_ptr<ntfs::ntfs_volume> volume;
+    strings traced;
+};
+
+TEST(paths, are_resolved_through_indexes_and_names)
+{
+    const std::string device = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy";
+    struct {
+        std::string path;
+        std::uint64_t inode, parent; // 0: not found
+        std::string canonical;
+    } const cases[] = {
+        {"\\", 5, ~std::uint64_t{0}, "\\"},
+        {"", 0, 0, ""},
+        {"\\Windows", 40, 5, "\\Windows"},
+        {"windows", 40, 5, "windows"},
+        {"C:\\Windows", 40, 5, "C:\\Windows"},
+        {"C:", 5, 5, "C:"},
+        {"\\WINDOWS\\SYSTEM32\\CONFIG\\SOFTWARE", 44, 43, "\\WINDOWS\\SYSTEM32\\CONFIG\\SOFTWARE"},
+        {"/windows//system32/ config\t/software:stream", 44, 43,
+         "\\windows\\system32\\ config\t\\software:stream"},
+        {"\\windows\\system32\\config\\elsewhere", 45, 43,
+         "\\windows\\system32\\config\\elsewhere"},
+        {"\\a long name", 41, 5, "\\a long name"},
+        {"\\alongn~1", 0, 0, ""}, // a name for DOS alone
+        {"\\windows\\system32\\config\\not listed", 0, 0, ""},
+        {"\\windows/system32", 0, 0, ""}, // one separator in a path
+        {"\\windows\\windows", 0, 0, ""},
+        {"\\a long name\\x", 0, 0, ""},
+        {device + "3\\Windows", 40, 5, "\\Windows"},
+        {"\\\\?\\globalroot" + device.substr(14) + "12\\windows\\", 40, 5, "\\windows"},
+        {device + "3", 0, 0, ""},
+        {"\\\\.\\snapid_" + std::string(36, '1') + "\\Windows", 40, 5, "\\Windows"},
+        {"\\\\?\\C:\\Windows", 0, 0, ""},
+    };
+    opened_volume on(windows_volume({}));
+    ASSERT_TRUE(on.volume);
+    for (const auto& each : cases) {
+        const auto context = on.look_up();
+        std::uint64_t inode = 0;
+        std::uint64_t parent = 0;
+        std::string canonical;
+        const bool found =
+            ntfs::resolve_path_to_inode(*context, each.path, inode, parent, canonical);
+        EXPECT_EQ(found ? inode : 0, each.inode) << each.path;
+        if (found) {
+            EXPECT_EQ(std::pair(parent, canonical), std::pair(each.parent, each.canonical));
+        }
+    }
+}
+
+TEST(paths, leave_a_trace)
+{
+    opened_volume on(windows_volume({}));
+    std::uint64_t inode = 0;
+    std::uint64_t parent = 0;
+    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\Windows", inode, parent));
+    EXPECT_FALSE(ntfs::resolve_file(*on.look_up(), "\\WINDOWS\\x", inode, parent));
+    EXPECT_EQ(inode, 40u) << "the last that was found";
+    EXPECT_EQ(
+        on.traced,
+        (strings{"anal: \\Windows", "root dir", "seg: windows", "info: get children nodes",
+                 "info: # children [3]", "info: get children names",
+                 "info: inode found for seg: windows : 0x28", "anal: \\WINDOWS\\x", "root dir",
+                 "seg: windows", "info: cache lookup", "info: inode found for seg: windows : 0x28",
+                 "seg: x", "info: get children nodes", "info: # children [1]",
+                 "info: get children names", "err: no child nodes",
+                 "inode not found for \\WINDOWS\\x"}));
+}
+
+TEST(directories, follow_attribute_lists)
+{
+    ntfs_builder volume = windows_volume({});
+    const bytes list = attribute_list({{0x30, 42, 0}, {0x90, 50, 3}, {0xa0, 51, 4}, {0xa0, 52, 5}});
+    volume.record(42, {resident_attribute(0x20, list), file_name(40, u"System32")},
+                  directory_flags);
+    volume.record(50, {index_root({43}, 3)}, file_flags, 42);
+    // One block in two parts, which come in either order.
+    bytes block = index_block({60});
+    volume.clusters(150, bytes(block.begin(), block.begin() + 2048));
+    volume.clusters(160, bytes(block.begin() + 2048, block.end()));
+    volume.record(51, {non_resident_attribute(0xa0, {{0x21, 2, 160, 0, 0}, 0, 0, 2}, u"$I30", 4)},
+                  file_flags, 42);
+    volume.record(52, {non_resident_attribute(0xa0, {{0x21, 2, 150, 0, 0}, 4096}, u"$I30", 5)},
+                  file_flags, 42);
+    volume.record(60, {file_name(42, u"found")});
+    opened_volume on(volume);
+    std::uint64_t inode = 0;
+    std::uint64_t parent = 0;
+    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\windows\\system32\\config", inode, parent));
+    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\windows\\system32\\found", inode, parent));
+    EXPECT_EQ(inode, 60u);
+    // A record that extends another stands for it.
+    std::vector<std::uint64_t> children;
+    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 50, children, ntfs::index_parsing::strict));
+    EXPECT_EQ(children, (std::vector<std::uint64_t>{43, 60}));
+}
+
+TEST(directories, parse_nodes_strictly_or_not)
+{
+    // The entry in the middle refers to nothing.
+    ntfs_builder volume = windows_volume({});
+    bytes root = index_root({41, 46, 45});
+    const std::size_t middle = 24 + 8 + 16 + 16 + 88;
+    std::fill_n(root.begin() + static_cast<std::ptrdiff_t>(middle), 8, std::uint8_t{0});
+    volume.record(40, {file_name(5, u"Windows"), root}, directory_flags);
+    opened_volume on(volume);
+    std::vector<std::uint64_t> children;
+    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 40, children, ntfs::index_parsing::strict));
+    EXPECT_EQ(children, (std::vector<std::uint64_t>{41}));
+    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 40, children, ntfs::index_parsing::lenient));
+    EXPECT_EQ(children, (std::vector<std::uint64_t>{41, 45}));
+    EXPECT_FALSE(ntfs::enum_directory(*on.look_up(), 41, children, ntfs::index_parsing::strict));
+}
+
+// What is read of the hive of a volume; `disk` may be damaged first.
+bytes read_hive(const ntfs_builder& volume, const std::function<void(memory_disk&)>& change = {})
+{
+    memory_disk disk;
+    disk.bytes = volume.image();
+    if (change) {
+        change(disk);
+    }
+    uni::byte_vector found;
+    const bool done =
+        ntfs::load_locked_file("c:", volume_source::letter, hive_path, found, {}, opener_of(disk));
+    EXPECT_EQ(done, !found.empty());
+    return {found.begin(), found.end()};
+}
+
+bytes zeros(std::size_t count)
+{
+    return bytes(count);
+}
+
+bytes operator+(bytes a, const bytes& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+TEST(contents, come_from_wherever_they_lie)
+{
+    const bytes a = numbered(2048);
+    const bytes b = text_bytes(std::string(1024, 'b'));
+    const bytes a_start(a.begin(), a.begin() + 1500);
+    // "abc" and a copy of it from 3 back, 18 long; in a unit whose other 15 clusters are sparse.
+    const bytes packed = {0x05, 0xb0, 0x08, 'a', 'b', 'c', 0x0f, 0x20, 0, 0};
+    bytes unpacked = text_bytes("abcabcabcabcabcabcabc");
+    const auto list = [](const std::vector<list_item>& items) {
+        return resident_attribute(0x20, attribute_list(items));
+    };
+    struct {
+        const char* what;
+        std::vector<bytes> attributes;
+        bytes expected;
+    } const cases[] = {
+        {"nothing", {}, {}},
+        {"resident", {resident_attribute(0x80, text_bytes("short"))}, text_bytes("short")},
+        {"empty", {resident_attribute(0x80, {})}, {}},
+        {"streams",
+         {resident_attribute(0x80, b, u""), resident_attribute(0x80, a_start, u"x")},
+         {}}, // does not fit
+        {"a stream before",
+         {resident_attribute(0x80, {1}, u"x"), resident_attribute(0x80, {2})},
+         {2}},
+        {"two contents", {resident_attribute(0x80, {1}), resident_attribute(0x80, {2})}, {2}},
+        {"runs", {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 1500})}, a_start},
+        {"two runs",
+         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x11, 2, 0xec, 0}, 3072})},
+         b + a},
+        {"a hole",
+         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x01, 1, 0}, 2000})},
+         b + zeros(976)},
+        {"all sparse", {non_resident_attribute(0x80, {{0x01, 2, 0}, 2048})}, zeros(2048)},
+        {"more than its runs", {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 1 << 30})}, b},
+        {"less initialized",
+         {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 2048, 1500})},
+         a_start + zeros(548)},
+        {"a run out of the volume",
+         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x31, 1, 0, 0, 0x40, 0}, 2048})},
+         b},
+        {"first run out of the volume",
+         {non_resident_attribute(0x80, {{0x31, 1, 0, 0, 0x40, 0}, 2048})},
+         {}},
+        {"in another record", {list({{0x80, 70, 1}})}, a},
+        {"in two records, the later part first", {list({{0x80, 71, 2}, {0x80, 70, 1}})}, a + b},
+        {"in records, one of them bad",
+         {list({{0x80, 70, 1}, {0x80, 72, 2}, {0x80, 71, 2}})},
+         a + b},
+        {"the first part missing", {list({{0x80, 71, 2}})}, {}},
+        {"ids that do not match", {list({{0x80, 70, 2}})}, {}},
+        {"a list in clusters", {non_resident_attribute(0x20, {{0x21, 1, 240, 0, 0}, 96})}, a + b},
+        {"compressed",
+         {non_resident_attribute(0x80, {{0x21, 1, 250, 0, 0x01, 15, 0}, 5000, 5000, 0, 1, 1024})},
+         unpacked + zeros(5000 - unpacked.size())},
+        {"compressed, stored as it is",
+         {non_resident_attribute(0x80, {{0x21, 16, 200, 0, 0}, 2048, 2048, 0, 1, 16384})},
+         a},
+        {"compressed, all sparse",
+         {non_resident_attribute(0x80, {{0x01, 16, 0}, 2048, 2048, 0, 1, 1024})},
+         zeros(2048)},
+    };
+    for (const auto& each : cases) {
+        ntfs_builder volume = windows_volume(each.attributes);
+        volume.clusters(200, a);
+        volume.clusters(220, b);
+        volume.clusters(240, attribute_list({{0x10, 44, 0}, {0x80, 70, 1}, {0x80, 71, 2}}));
+        volume.clusters(250, packed);
+        volume.record(70, {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 3072}, {}, 1)},
+                      file_flags, 44);
+        volume.record(71, {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 0, 0, 2}, {}, 2)},
+                      file_flags, 44);
+        EXPECT_EQ(read_hive(volume), each.expected) << each.what;
+    }
+}
+
+TEST(contents, end_where_a_cluster_cannot_be_read)
+{
+    ntfs_builder volume =
+        windows_volume({non_resident_attribute(0x80, {{0x21, 32, 200, 0, 0}, 32 * 1024})});
+    const bytes whole = numbered(32 * 1024);
+    volume.clusters(200, whole);
+    // Large reads are for speed alone: what precedes the bad cluster is there.
+    for (const std::size_t bad : {0u, 1u, 20u, 31u}) {
+        const bytes found = read_hive(volume, [bad](memory_disk& disk) {
+            disk.unreadable = static_cast<std::int64_t>((200 + bad) * 1024 + 5);
+        });
+        EXPECT_EQ(found,
+                  bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(bad * 1024)));
+    }
+    const bytes cut = read_hive(volume, [](memory_disk& disk) { disk.bytes.resize(210 * 1024); });
+    EXPECT_EQ(cut.size(), 10u * 1024);
+    memory_disk disk;
+    disk.bytes = volume.image();
+    uni::byte_vector found;
+    EXPECT_TRUE(
+        ntfs::load_locked_file("c", volume_source::letter, hive_path, found, {}, opener_of(disk)));
+    EXPECT_TRUE(std::find(disk.reads.begin(), disk.reads.end(),
+                          std::pair<std::int64_t, std::size_t>(200 * 1024, 32 * 1024)) !=
+                disk.reads.end())
+        << "clusters side by side are read at once";
+}
+
+TEST(contents, are_decompressed_up_to_damage)
+{
+    struct {
+        bytes packed;
+        std::uint64_t sound; // of 8192
+        const char* begin;
+    } const cases[] = {
+        {{}, 8192, ""},
+        {{0x02, 0x30, 'x', 'y', 'z', 0, 0}, 8192, "xyz"},            // a stored chunk
+        {{0x03, 0xb0, 0x02, 'x', 0xff, 0x0f}, 0, "x"},               // longer than a chunk may get
+        {{0x03, 0xb0, 0x02, 'x', 0x00, 0x10, 0, 0}, 0, "x"},         // from before its beginning
+        {{0x03, 0xb0, 0x02, 'x', 0xfc, 0x0f, 0, 0}, 8192, "xxxxxx"}, // just to its end
+        {{0x02, 0xb0, 0x01, 0, 0, 0, 0}, 0, ""},                     // a copy of nothing
+        {{0x09, 0xb0, 0x00, 'x'}, 0, ""},                            // cut off
+        {{0x01, 0xb0, 0x00, 'x', 0x09, 0xb0, 0, 'y'}, 4096, "x"},
+    };
+    for (const auto& each : cases) {
+        bytes out(8192, 0xee);
+        EXPECT_EQ(ntfs::decompress(uni::byte_view(each.packed), out), each.sound);
+        const std::string_view begin = each.begin;
+        EXPECT_TRUE(std::equal(begin.begin(), begin.end(), out.begin()));
+    }
+}
+
+TEST(mounting, settles_sizes_or_fails)
+{
+    struct {
+        const char* what;
+        std::vector<std::pair<std::size_t, std::uint8_t>> changes; // of the image
+        std::uint32_t record_size;                                 // 0: it does not mount
+    } const cases[] = {
+        {"as it is", {}, 1024},
+        {"clusters for a record", {{64, 1}}, 1024},
+        {"records of unknown size", {{64, 0}}, 1024},
+        {"smaller records than they are", {{64, 0xf7}}, 1024},
+        {"the shift is out of range", {{64, 0x80}}, 0},
+        {"no sectors", {{13, 0}}, 0},
+        {"no bytes in a sector", {{11, 0}, {12, 0}}, 0},
+        {"another file system", {{3, 'E'}}, 0},
+        {"$MFT beyond the volume", {{53, 1}}, 0},
+        {"$MFT beyond any volume", {{55, 0xff}}, 0},
+        {"record 0 is bad", {{place_of_record(0) + 1, 'x'}}, 0},
+        {"record 0 has no size", {{place_of_record(0) + 29, 0}}, 0},
+        {"record 0 has a true size of 4096", {{place_of_record(0) + 6, 9}}, 4096},
+    };
+    for (const auto& each : cases) {
+        memory_disk disk;
+        disk.bytes = windows_volume({}).image();
+        for (const auto& [place, value] : each.changes) {
+            disk.bytes[place] = static_cast<std::uint8_t>(value);
+        }
+        const auto volume = ntfs::open_ntfs_volume("c", volume_source::letter, opener_of(disk));
+        EXPECT_EQ(volume ? volume->record_size : 0, each.record_size) << each.what;
+        if (volume) {
+            EXPECT_EQ(volume->record_count, ntfs_records);
+            std::uint64_t mft_offset = 0;
+            EXPECT_TRUE(ntfs::mount_ntfs_volume(*volume, mft_offset)) << "at once";
+            EXPECT_EQ(mft_offset, ntfs_mft_cluster * ntfs_cluster);
+        }
+    }
+    EXPECT_FALSE(ntfs::open_ntfs_volume("", volume_source::letter));
+}
+
+TEST(mounting, follows_the_attribute_list_of_the_mft)
+{
+    ntfs_builder volume = windows_volume({resident_attribute(0x80, {7})});
+    // Records 0 to 19 lie at once, and 12 tells where the others do.
+    volume.record(0, {resident_attribute(0x20, attribute_list({{0x80, 0, 0}, {0x80, 12, 6}})),
+                      non_resident_attribute(0x80, {{0x11, 20, 4, 0}, 96 * 1024})});
+    volume.record(12, {non_resident_attribute(0x80, {{0x11, 76, 24, 0}, 0, 0, 20}, {}, 6)},
+                  file_flags, 0);
+    EXPECT_EQ(read_hive(volume), bytes{7});
+}
+
+TEST(rows, stand_in_their_order_and_tell_what_failed)
+{
+    ntfs_builder volume = windows_volume({});
+    volume.record(44, {resident_attribute(0x80, {1, 2}), file_name(43, u"a"),
+                       resident_attribute(0x10, bytes(48)), resident_attribute(0x80, {3}, u"ads"),
+                       file_name(43, u"b")});
+    opened_volume on(volume);
+    on.disk.bytes[place_of_record(45)] = 'x';
+    std::copy_n("BAAD", 4,
+                on.disk.bytes.begin() + static_cast<std::ptrdiff_t>(place_of_record(46)));
+    std::vector<ntfs::record_row> rows;
+    EXPECT_TRUE(ntfs::list_record_attributes(*on.look_up(), 44, rows));
+    std::string found;
+    for (const ntfs::record_row& row : rows) {
+        found += std::to_string(row.type) + row.name + ":" + std::to_string(row.real_size) + " ";
+    }
+    EXPECT_EQ(found, "272:0 16:48 48:68 48:68 128:2 128ads:1 ");
+    EXPECT_FALSE(ntfs::list_record_attributes(*on.look_up(), 45, rows));
+    EXPECT_FALSE(ntfs::list_record_attributes(*on.look_up(), 46, rows));
+    EXPECT_FALSE(ntfs::list_record_attributes(*on.look_up(), 5000, rows));
+    EXPECT_EQ(on.traced, (strings{"err: mftfixup 2d", "err: fixup_mft type: BAAD",
+                                  "err: recd bad 2e", "err: mftfixup 1388"}));
+}
+
+TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
+{
+    const bytes hive = numbered(3000);
+    ntfs_builder volume =
+        windows_volume({non_resident_attribute(0x80, {{0x21, 3, 200, 0, 0}, 3000})});
+    volume.clusters(200, hive);
+    const std::string snapshot = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2";
+    struct {
+        const char* what;
+        std::string volume;
+        bool is_snapshot;
+        bool has_geometry;
+        const char* device;
+        bool is_read;
+    } const cases[] = {
+        {"a letter", "c:", false, true, "\\\\.\\c:", true},
+        {"a letter whose device does not tell its geometry", "c:", false, false,
+         "\\\\.\\c:", false},
+        {"the start of a path", "q\\", false, true, "\\\\.\\q:", true},
+        {"another volume", "d:", false, true, "\\\\.\\c:", false},
+        {"a snapshot", snapshot, true, true, snapshot.c_str(), true},
+        {"no such snapshot", snapshot + "0", true, true, snapshot.c_str(), false},
+        {"no volume", "", false, true, "", false},
+    };
+    for (const auto& each : cases) {
+        memory_disk disk;
+        disk.bytes = volume.image();
+        disk.name = each.device;
+        disk.knows_extended_geometry = disk.knows_geometry = each.has_geometry;
+        front::sdb_opts options;
+        options.volume_text = each.volume;
+        options.vss_given = each.is_snapshot;
+        options.software_hive_path = "no such hive";
+        const hive::hive_bytes found = report::load_software_hive(options, opener_of(disk));
+        const std::span<const std::uint8_t> read = found.at(0, found.size()).bytes();
+        EXPECT_EQ(bytes(read.begin(), read.end()), each.is_read ? hive : bytes()) << each.what;
+    }
+}
+
+// Whatever the bytes, a look-up ends by itself, and reads nothing twice for long.
+TEST(damage, of_any_byte_ends_a_look_up)
+{
+    ntfs_builder volume = windows_volume(
+        {resident_attribute(0x20, attribute_list({{0x80, 70, 1}, {0x80, 71, 2}, {0x20, 44, 0}}))});
+    volume.record(70, {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 3072}, {}, 1)},
+                  file_flags, 44);
+    volume.record(71, {resident_attribute(0x20, attribute_list({{0x20, 70, 0}}))}, file_flags, 70);
+    const bytes image = volume.image();
+    memory_disk disk;
+    const auto look = [&disk] {
+        uni::byte_vector found;
+        disk.reads.clear();
+        ntfs::load_locked_file("c", volume_source::letter, hive_path, found, {}, opener_of(disk));
+        std::size_t read = 0;
+        for (const auto& each : disk.reads) {
+            read += each.second;
+        }
+        EXPECT_LT(read, 8u * 1024 * 1024);
+        EXPECT_LE(found.size(), disk.bytes.size() + (64u << 20));
+    };
+    std::vector<std::size_t> places;
+    for (const std::uint64_t record : {0, 5, 40, 42, 43, 44, 45, 70, 71}) {
+        for (std::size_t at = 0; at < 512; ++at) {
+            places.push_back(static_cast<std::size_t>(place_of_record(record)) + at);
+        }
+    }
+    for (std::size_t at = 0; at < 80; ++at) {
+        places.push_back(at);
+        places.push_back(140 * 1024 + at);
+    }
+    for (const std::size_t place : places) {
+        disk.bytes = image;
+        for (const int value : {0x00, 0x01, 0x7f, 0x80, 0xff}) {
+            disk.bytes[place] = static_cast<std::uint8_t>(value);
+            look();
+        }
+        for (std::size_t i = 0; i < 4; ++i) {
+            disk.bytes[place + i] = 0xff;
+        }
+        look();
+    }
+}
+
+TEST(disk_layout, tells_file_systems_apart)
+{
+    struct {
+        std::vector<std::pair<std::size_t, std::string>> marks;
+        const char* name;
+        std::uint32_t kind, sector, cluster, block;
+        std::uint64_t serial;
+    } const cases[] = {
+        {{{3, "EXFAT   "}, {100, "1234"}, {108, "\x09\x03"}}, "exfat", 7, 512, 8, 0, 0x34333231},
+        {{{3, "NTFS    "}, {12, "\x02\x08"}, {72, "12345678"}},
+         "ntfs",
+         7,
+         512,
+         8,
+         0,
+         0x3837363534333231},
+        {{{3, "-FVE-FS-"}, {12, "\x02\x08"}}, "bitlocker container", 7, 512, 8, 0, 0},
+        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {82, "FAT32"}, {67, "12"}},
+         "fat32",
+         12,
+         512,
+         4,
+         0,
+         0x3231},
+        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {54, "FAT16"}, {39, "12"}},
+         "fat16",
+         4,
+         512,
+         4,
+         0,
+         0x3231},
+        {{{3, "x"}, {1048, "\x02"}, {1080, "\x53\xef"}}, "ext2/3", 131, 0, 0, 4096, 0},
+        {{{1048, "\x02"}, {1080, "\x53\xef"}}, "ext", 131, 0, 0, 4096, 0},
+        {{{1024, "H+"}}, "hfs+", 175, 0, 0, 0, 0},
+        {{{1024, "HX"}}, "hfsx", 175, 0, 0, 0, 0},
+        {{{3, "x"}, {1024, "HX"}}, "", 0, 0, 0, 0, 0},
+        {{{3, "EXFAT   "}, {108, "\xff\xff"}}, "exfat", 7, 0, 0, 0, 0},
+    };
+    for (const auto& each : cases) {
+        bytes block(2048);
+        for (const auto& [place, mark] : each.marks) {
+            std::copy(mark.begin(), mark.end(), block.begin() + static_cast<std::ptrdiff_t>(place));
+        }
+        const ntfs::volume_identity found = ntfs::identify_volume(uni::byte_view(block));
+        EXPECT_EQ(found.name, each.name);
+        EXPECT_EQ(found.kind, each.kind) << each.name;
+        EXPECT_EQ(found.sector_size, each.sector) << each.name;
+        EXPECT_EQ(found.sectors_per_cluster, each.cluster) << each.name;
+        EXPECT_EQ(found.block_size, each.block) << each.name;
+        EXPECT_EQ(found.serial, each.serial) << each.name;
+    }
+    EXPECT_EQ(ntfs::identify_volume(uni::byte_view(bytes(511))).name, "");
+    const std::pair<std::uint32_t, const char*> names[] = {
+        {0x07, "ntfs or exfat"}, {0x8007, "ntfs or exfat [guess]"}, {0x0f, "exten"}, {0xee, "gpt"},
+        {0x54, "unk"},           {0x8c, "fat32 fault tolerant"},
+    };
+    for (const auto& [kind, name] : names) {
+        EXPECT_EQ(ntfs::partition_type_name(kind), name);
+    }
+}
+
+// A disk of 512 sectors; `entries` are sector, place in the table, type, start and count.
+std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entries,
+                          std::string_view oem = {})
+{
+    memory_disk disk;
+    disk.bytes.resize(512 * 512);
+    for (const auto& [sector, place, type, start, count] : entries) {
+        std::uint8_t* const table = &disk.bytes[sector * 512];
+        table[510] = 0x55;
+        table[511] = 0xaa;
+        std::uint8_t* const entry = table + 446 + place * 16;
+        entry[4] = static_cast<std::uint8_t>(type);
+        for (unsigned i = 0; i < 4; ++i) {
+            entry[8 + i] = static_cast<std::uint8_t>(start >> (i * 8));
+            entry[12 + i] = static_cast<std::uint8_t>(count >> (i * 8));
+        }
+    }
+    std::copy(oem.begin(), oem.end(), disk.bytes.begin() + 3);
+    std::copy_n("NTFS    ", 8, disk.bytes.begin() + 63 * 512 + 3);
+    disk.bytes[63 * 512 + 40] = 20;
+    std::copy_n("EFI PART", 8, disk.bytes.begin() + 512);
+    disk.bytes[512 + 72] = 2; // entries from sector 2 on
+    disk.bytes[512 + 80] = 4; // four
+    disk.bytes[512 + 84] = 128;
+    disk.bytes[1024 + 128] = 1; // the second has a type
+    disk.bytes[1024 + 128 + 32] = 34;
+    disk.bytes[1024 + 128 + 40] = 99;
+    ntfs::RAW_DISK_IO io("0", disk_mode::physical_drive, opener_of(disk));
+    std::string found;
+    for (const ntfs::disk_partition& each : ntfs::read_partitions(io)) {
+        found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / 512) +
+                 "+" + std::to_string(each.size / 512) + "; ";
+    }
+    return found;
+}
+
+TEST(disk_layout, reads_partition_tables)
+{
+    EXPECT_EQ(partitions_of({{0, 0, 7, 10, 20}, {0, 3, 0x83, 40, 5}}),
+              "ntfs or exfat 10+20; linux 40+5; ");
+    EXPECT_EQ(partitions_of({{0, 0, 7, 10, 20}}, "NTFS"), "") << "a volume has no table";
+    EXPECT_EQ(partitions_of({{0, 0, 0xee, 1, 500}}), "gpt 34+66; ");
+    EXPECT_EQ(partitions_of({{0, 1, 5, 100, 300},
+                             {100, 0, 6, 1, 9},
+                             {100, 1, 5, 50, 60},
+                             {150, 0, 0x0b, 2, 8},
+                             {150, 1, 0x0f, 0, 0}}),
+              "ntfs or exfat [guess] 63+20; fat 101+9; fat32 152+8; ");
+    EXPECT_EQ(partitions_of({{0, 0, 7, 63, 20}, {0, 1, 0x0f, 100, 300}}), "ntfs or exfat 63+20; ");
+    EXPECT_EQ(partitions_of({}), "");
+}
+
+} // namespace

@@ -1,0 +1,238 @@
+#include "support/ntfs_builder.h"
+
+#include <algorithm>
+
+namespace test_support {
+
+namespace {
+
+constexpr std::size_t record_size = 1024;
+constexpr std::size_t index_block_size = 4096;
+
+void put(bytes& out, std::uint64_t place, std::uint64_t value, std::size_t size)
+{
+    out.resize(std::max(out.size(), static_cast<std::size_t>(place) + size));
+    for (std::size_t i = 0; i < size; ++i) {
+        out[static_cast<std::size_t>(place) + i] = static_cast<std::uint8_t>(value >> (i * 8));
+    }
+}
+
+void put_bytes(bytes& out, std::uint64_t place, const bytes& value)
+{
+    out.resize(std::max(out.size(), static_cast<std::size_t>(place) + value.size()));
+    std::copy(value.begin(), value.end(), out.begin() + static_cast<std::ptrdiff_t>(place));
+}
+
+void put_text(bytes& out, std::uint64_t place, std::u16string_view text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        put(out, place + i * 2, text[i], 2);
+    }
+}
+
+void pad(bytes& out)
+{
+    out.resize((out.size() + 7) / 8 * 8);
+}
+
+// What resident and other attributes begin with; the name stands at `name_place`.
+bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name,
+                     std::uint64_t name_place, std::uint16_t id)
+{
+    bytes out;
+    put(out, 0, type, 4);
+    put(out, 8, resident ? 0 : 1, 1);
+    put(out, 9, name.size(), 1);
+    put(out, 10, name_place, 2);
+    put(out, 14, id, 2);
+    put_text(out, name_place, name);
+    return out;
+}
+
+// A node of an index from its header on: an entry for each child, then the end mark.
+bytes index_node(const std::vector<std::uint64_t>& children, std::uint64_t first_entry)
+{
+    constexpr std::uint64_t key_size = 68;
+    constexpr std::uint64_t entry_size = 88;
+    bytes out;
+    std::uint64_t at = first_entry;
+    for (const std::uint64_t child : children) {
+        put(out, at, child | std::uint64_t{1} << 48, 8);
+        put(out, at + 8, entry_size, 2);
+        put(out, at + 10, key_size, 2);
+        put(out, at + entry_size - 1, 0, 1);
+        at += entry_size;
+    }
+    put(out, at + 8, 16, 2);
+    put(out, at + 12, 2, 4);
+    at += 16;
+    put(out, 0, first_entry, 4);
+    put(out, 4, at, 4);
+    return out;
+}
+
+} // namespace
+
+void protect(bytes& record, std::uint16_t check)
+{
+    const std::size_t updates = record.size() / 512 + 1;
+    const std::size_t place = record[4];
+    put(record, 6, updates, 2);
+    put(record, place, check, 2);
+    for (std::size_t i = 1; i < updates; ++i) {
+        put(record, place + i * 2, record[i * 512 - 2] | record[i * 512 - 1] << 8, 2);
+        put(record, i * 512 - 2, check, 2);
+    }
+}
+
+bytes resident_attribute(std::uint32_t type, const bytes& value, std::u16string_view name,
+                         std::uint16_t id)
+{
+    bytes out = attribute_head(type, true, name, 24, id);
+    out.resize(24 + name.size() * 2);
+    pad(out);
+    put(out, 16, value.size(), 4);
+    put(out, 20, out.size(), 2);
+    put_bytes(out, out.size(), value);
+    pad(out);
+    put(out, 4, out.size(), 4);
+    return out;
+}
+
+bytes non_resident_attribute(std::uint32_t type, const non_resident& value,
+                             std::u16string_view name, std::uint16_t id)
+{
+    bytes out = attribute_head(type, false, name, 72, id);
+    out.resize(72 + name.size() * 2);
+    pad(out);
+    put(out, 12, value.flags, 2);
+    put(out, 16, value.first_vcn, 8);
+    put(out, 32, out.size(), 2);
+    put(out, 40, value.real_size, 8);
+    put(out, 48, value.real_size, 8);
+    put(out, 56, std::min(value.initialized_size, value.real_size), 8);
+    put(out, 64, value.compressed_size, 8);
+    put_bytes(out, out.size(), value.runs);
+    pad(out);
+    put(out, 4, out.size(), 4);
+    return out;
+}
+
+bytes file_name(std::uint64_t parent, std::u16string_view name, std::uint8_t name_space,
+                std::uint16_t id)
+{
+    bytes value;
+    put(value, 0, parent | std::uint64_t{1} << 48, 8);
+    put(value, 64, name.size(), 1);
+    put(value, 65, name_space, 1);
+    put_text(value, 66, name);
+    return resident_attribute(0x30, value, {}, id);
+}
+
+bytes index_root(const std::vector<std::uint64_t>& children, std::uint16_t id)
+{
+    bytes value;
+    put(value, 0, 0x30, 4);
+    put(value, 8, index_block_size, 4);
+    put_bytes(value, 16, index_node(children, 16));
+    return resident_attribute(0x90, value, u"$I30", id);
+}
+
+bytes index_block(const std::vector<std::uint64_t>& children)
+{
+    bytes out;
+    put_bytes(out, 0, {'I', 'N', 'D', 'X', 40});
+    put_bytes(out, 24, index_node(children, 40));
+    out.resize(index_block_size);
+    protect(out);
+    return out;
+}
+
+bytes attribute_list(const std::vector<list_item>& items)
+{
+    bytes out;
+    for (const list_item& item : items) {
+        const std::size_t at = out.size();
+        put(out, at, item.type, 4);
+        put(out, at + 4, 32, 2);
+        put(out, at + 16, item.record, 8);
+        put(out, at + 24, item.id, 8);
+    }
+    return out;
+}
+
+ntfs_builder::ntfs_builder()
+{
+    put_bytes(boot_, 3, {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '});
+    put(boot_, 11, 512, 2);
+    put(boot_, 13, ntfs_cluster / 512, 1);
+    put(boot_, 40, 1024, 8);
+    put(boot_, 48, ntfs_mft_cluster, 8);
+    put(boot_, 64, 0xf6, 1);
+    put(boot_, 510, 0xaa55, 2);
+    // Record 0: 96 clusters from 4 on.
+    record(0, {non_resident_attribute(
+                  0x80, {{0x11, ntfs_records, ntfs_mft_cluster, 0}, ntfs_records * record_size})});
+}
+
+void ntfs_builder::record(std::uint64_t entry, const std::vector<bytes>& attributes,
+                          std::uint16_t flags, std::uint64_t base)
+{
+    bytes out;
+    put_bytes(out, 0, {'F', 'I', 'L', 'E', 48});
+    put(out, 16, 1, 2);
+    put(out, 20, 56, 2);
+    put(out, 22, flags, 2);
+    put(out, 28, record_size, 4);
+    put(out, 32, base == 0 ? 0 : base | std::uint64_t{1} << 48, 8);
+    put(out, 44, entry, 4);
+    out.resize(56);
+    for (const bytes& attribute : attributes) {
+        put_bytes(out, out.size(), attribute);
+    }
+    put(out, out.size(), 0xffffffff, 4);
+    put(out, 24, out.size(), 4);
+    out.resize(record_size);
+    protect(out);
+    places_[place_of_record(entry)] = out;
+}
+
+void ntfs_builder::clusters(std::uint64_t lcn, const bytes& contents)
+{
+    places_[lcn * ntfs_cluster] = contents;
+}
+
+bytes ntfs_builder::image() const
+{
+    bytes out = boot_;
+    out.resize(512 * 1024);
+    for (const auto& [place, contents] : places_) {
+        put_bytes(out, place, contents);
+    }
+    return out;
+}
+
+ntfs_builder windows_volume(const std::vector<bytes>& hive)
+{
+    ntfs_builder volume;
+    volume.record(5, {file_name(5, u"."), index_root({5, 40, 41})}, directory_flags);
+    volume.record(40, {file_name(5, u"Windows"), index_root({42})}, directory_flags);
+    volume.record(41, {file_name(5, u"A long name", 1), file_name(5, u"ALONGN~1", 2)});
+    volume.record(42, {file_name(40, u"System32", 3), index_root({43})}, directory_flags);
+    volume.record(43,
+                  {file_name(42, u"Config"), resident_attribute(0x90, {}, u"$SII"),
+                   non_resident_attribute(0xa0, {{0x11, 4, 120, 0x11, 4, 20, 0}, 8192}, u"$I30")},
+                  directory_flags);
+    bytes junk = index_block({46});
+    junk[0] = 'X';
+    volume.clusters(120, junk);
+    volume.clusters(140, index_block({45, 44})); // out of order
+    std::vector<bytes> attributes = {file_name(42, u"System", 1), file_name(43, u"SOFTWARE", 0)};
+    attributes.insert(attributes.end(), hive.begin(), hive.end());
+    volume.record(44, attributes);
+    volume.record(45, {file_name(41, u"software"), file_name(43, u"Elsewhere")});
+    volume.record(46, {file_name(43, u"not listed")});
+    return volume;
+}
+
+} // namespace test_support

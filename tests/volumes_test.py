@@ -1,0 +1,293 @@
+#!/usr/bin/env python3
+"""Reads NTFS images with quilt and with read_volume, and looks at what comes out.
+
+    python3 tests/volumes_test.py --quilt build/release/quilt --reader build/release/read_volume
+        [--windows "wine quilt.exe" --windows-reader "wine read_volume.exe"] [--need-mount]
+
+Run from the root of the repository. Images are made here where one can be mounted; one that is kept
+in tests/images serves in any case. With --need-mount it is a failure that none can be made.
+"""
+
+import argparse
+import hashlib
+import os
+import shlex
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+import volume_images as images
+from reports_test import FAILED, WIPE, Folder, Program
+
+QUILT = READER = WINDOWS = WINDOWS_READER = None
+IMAGES = {}  # name: (path, {file: digest})
+NO_MOUNT = ""
+CASELESS = ("windows\\SYSTEM32\\Config\\software", "/WINDOWS/system32/config/Software", "C:\\" +
+            images.HIVE.replace("/", "\\"), images.HIVE + ":stream", f" {images.HIVE}\t")
+ABSENT = ("Files/ALONGN~1.TXT", "Files/nothing", "Files/plain/deeper", "Windows/Files/plain",
+          "Windows/System32/config/.", "Windows/Windows/System32")
+
+
+def digest(data):
+    return hashlib.md5(data).hexdigest()
+
+
+def directory_of(facts, folder):
+    """Names in a folder of the image, from the list of its files."""
+    prefix = folder + "/" if folder else ""
+    return {name[len(prefix):].split("/")[0] for name in facts if name.startswith(prefix)}
+
+
+class Reading(Folder):
+    def read(self, word, image, path, reader=None, *more):
+        """What the reader gives for a path, or None."""
+        output = self.path("output")
+        result = (reader or READER).run(word, image, path, output, *more)
+        if result.returncode != 0:
+            return None
+        return Path(output).read_bytes()
+
+    @staticmethod
+    def each_image():
+        return IMAGES.values()
+
+    def listed(self, image, *options, program=None):
+        """What -listsdb prints behind the run header; nothing else may be said."""
+        result = (program or QUILT).run("-partition", image, "-listsdb", *options)
+        self.assertIn(result.stderr.replace(b"\r\n", b"\n"), (WIPE, b""))
+        lines = result.stdout.decode().replace("\r\n", "\n").split("\n")[3:]
+        self.assertEqual(lines[-2:], ["", ""])
+        self.assertEqual(result.returncode, 0 if lines[:-2] else FAILED)
+        return lines[:-2]
+
+
+class Content(Reading):
+    def test_files_are_what_was_written_and_what_ntfscat_reads(self):
+        for image, facts in self.each_image():
+            for name, expected in facts.items():
+                if name.startswith("Windows/System32/Module") and not name.endswith("7.dll"):
+                    continue
+                found = self.read("cat", image, name)
+                # An empty file gives nothing.
+                self.assertEqual(digest(found or b""), expected, name)
+                self.assertEqual(found is None, expected == digest(b""), name)
+                if shutil.which("ntfscat"):
+                    other = subprocess.run(["ntfscat", image, name], capture_output=True)
+                    self.assertEqual(other.stdout, found or b"", name)
+
+    def test_paths(self):
+        for image, facts in self.each_image():
+            for path in CASELESS:
+                self.assertEqual(digest(self.read("cat", image, path)), facts[images.HIVE], path)
+            for path in ABSENT:
+                self.assertIsNone(self.read("cat", image, path), path)
+
+    def test_directories_hold_what_was_put_there(self):
+        for image, facts in self.each_image():
+            for folder in ("", "Windows", "Windows/System32", "Files", "Links", "Packed"):
+                names = self.read("ls", image, "\\" + folder.replace("/", "\\")).decode().split("\n")
+                names = {name for name in names[:-1] if not name.startswith(("$", "."))}
+                self.assertEqual(names, directory_of(facts, folder), folder)
+
+    @unittest.skipIf(shutil.which("ntfsinfo") is None, "ntfsinfo is not installed")
+    def test_the_images_hold_what_they_are_for(self):
+        for image, _ in self.each_image():
+            for name, words in ((images.HIVE, "$ATTRIBUTE_LIST"),
+                                ("Packed/words", "Attribute flags:\t 0x0001")):
+                info = subprocess.run(["ntfsinfo", "-v", "-f", "-F", name, image],
+                                      capture_output=True, text=True).stdout
+                if not (name.startswith("Packed") and "65536" in image):  # too large to be packed
+                    self.assertIn(words, info)
+
+
+class Hives(Reading):
+    def test_installed_databases_are_listed_from_an_image(self):
+        for image, _ in self.each_image():
+            expected = [image + path[2:].replace("\\", "/") for path in
+                        sorted(images.INSTALLED, key=lambda path: path.split("\\")[-1])]
+            self.assertEqual(self.listed(image), expected)
+            if os.geteuid() == 0:
+                result = QUILT.run("-vss", image, "-listsdb")
+                self.assertEqual(result.stdout.decode().split("\n")[3:-2], expected)
+            self.assertEqual(self.listed(image, "-reg", self.path("nowhere")), expected)
+
+    def test_an_ordinary_hive_comes_first(self):
+        other = self.write("hive", images.software_hive(["C:\\other.sdb"], 8160))
+        for image, _ in self.each_image():
+            self.assertEqual(self.listed(image, "-reg", other), [image + "/other.sdb"])
+
+    def test_a_block_device_is_a_volume(self):
+        image, _ = next(iter(IMAGES.values()))
+        attached = subprocess.run(["losetup", "-r", "-f", "--show", image], capture_output=True,
+                                  text=True) if shutil.which("losetup") else None
+        if attached is None or attached.returncode != 0:
+            self.skipTest("no loop device")
+        device = attached.stdout.strip()
+        self.addCleanup(subprocess.run, ["losetup", "-d", device], check=True)
+        self.assertEqual(len(self.listed(device)), len(images.INSTALLED))
+
+    def test_hives_of_every_kind(self):
+        if NO_MOUNT:
+            self.skipTest(NO_MOUNT)
+        hive = images.software_hive(["C:\\one.sdb"], 300_000)
+        for kind, expected in (("plain", 1), ("resident", 0), ("empty", 0), ("sparse", 1),
+                               ("compressed", 1), ("link", 1), ("directory", 0), ("streams", 1)):
+            with self.subTest(kind=kind):
+                image = self.path(kind)
+                images.make_volume(image, 8 << 20, 4096)
+                with images.mounted(image) as root:
+                    self.put_hive(root, kind, hive)
+                if kind not in ("directory", "empty"):
+                    cat = subprocess.run(["ntfscat", image, images.HIVE], capture_output=True)
+                    self.assertEqual(self.read("cat", image, images.HIVE), cat.stdout)
+                self.assertEqual(len(self.listed(image)), expected)
+
+    def put_hive(self, root, kind, hive):
+        path = os.path.join(root, images.HIVE)
+        os.makedirs(path if kind == "directory" else os.path.dirname(path))
+        if kind == "compressed":
+            os.setxattr(os.path.dirname(path), "system.ntfs_attrib_be",
+                        struct.pack(">I", images.COMPRESSED))
+        if kind == "directory":
+            return
+        with open(path, "wb", buffering=0) as file:
+            if kind == "sparse":
+                used = hive[:hive.rindex(b"ROOT") + 4]
+                file.write(used)
+                file.truncate(len(used) + 500_000)
+            else:
+                file.write({"resident": hive[:300], "empty": b""}.get(kind, hive))
+        if kind == "link":
+            os.link(path, os.path.join(root, "other name"))
+        if kind == "streams":
+            for name in ("a", "Zone.Identifier"):
+                os.setxattr(path, f"user.{name}", b"not the hive" * 100)
+
+
+class Damage(Reading):
+    def test_a_volume_cut_anywhere_is_no_volume_or_less_of_one(self):
+        image, _ = IMAGES["prepared"]
+        whole = Path(image).read_bytes()
+        for length in range(0, 256 * 1024 + 1, 4096):
+            self.listed(self.write("cut", whole[:length]))
+        for length in (len(whole) // 2, len(whole) - 512, len(whole) - 1):
+            self.listed(self.write("cut", whole[:length]))
+
+    def test_boot_sector_fields(self):
+        image, _ = IMAGES["prepared"]
+        whole = bytearray(Path(image).read_bytes())
+        damaged = self.write("damaged", whole)
+        with open(damaged, "r+b", buffering=0) as file:
+            for place, size in ((3, 8), (11, 2), (13, 1), (40, 8), (48, 8), (64, 1), (68, 1)):
+                for value in (0, 1, 0x80, (1 << size * 8) - 1, (1 << size * 8 - 1) - 1):
+                    os.pwrite(file.fileno(), value.to_bytes(size, "little"), place)
+                    self.listed(damaged)
+                os.pwrite(file.fileno(), bytes(whole[place:place + size]), place)
+            self.assertEqual(len(self.listed(damaged)), len(images.INSTALLED))
+
+    def test_other_file_systems(self):
+        for command in (["mkfs.vfat"], ["mkfs.exfat"], ["mkfs.ext4", "-q", "-F"]):
+            if shutil.which(command[0]) is None:
+                continue
+            with self.subTest(command=command[0]):
+                image = self.write("image", b"")
+                os.truncate(image, 8 << 20)
+                subprocess.run([*command, image], check=True, stdout=subprocess.DEVNULL)
+                self.assertEqual(self.listed(image), [])
+
+    def test_what_is_no_volume_is_passed_over_in_silence(self):
+        for path in (self.write("empty", b""), self.write("text", b"NTFS " * 1000), self.folder):
+            self.assertEqual(self.listed(path), [])
+        self.assertEqual(self.listed("c:"), [])
+
+
+class Wine(Reading):
+    """Under Wine a raw device is linked to an image. It opens and can be read, but does not answer
+    for its geometry, so that volumes named by a letter are refused."""
+
+    def setUp(self):
+        super().setUp()
+        if WINDOWS is None:
+            self.skipTest("no Windows program")
+        prefix = os.environ.get("WINEPREFIX", os.path.expanduser("~/.wine"))
+        self.image, self.facts = IMAGES["prepared"]
+        link = os.path.join(prefix, "dosdevices", "x::")
+        os.symlink(os.path.abspath(self.image), link)
+        self.addCleanup(os.unlink, link)
+
+    def windows_path(self, name):
+        return "z:" + self.path(name).replace("/", "\\")
+
+    def test_a_letter_is_refused_in_silence(self):
+        for volume in ("x", "x:", "x:\\"):
+            self.assertEqual(self.listed(volume, program=WINDOWS), [])
+        result = WINDOWS_READER.run("cat", "x", images.HIVE, self.windows_path("output"))
+        self.assertEqual(result.returncode, 1)
+
+    def test_positioned_reads(self):
+        whole = Path(self.image).read_bytes()
+        for place in ("0 512", "1024 4096", "4096 1048576", "700 100", "511 2", "1 8191"):
+            result = WINDOWS_READER.run("raw", "x", place, self.windows_path("output"))
+            self.assertEqual(result.returncode, 0, place)
+            offset, size = map(int, place.split())
+            self.assertEqual(Path(self.path("output")).read_bytes(), whole[offset:offset + size])
+
+    def test_files_are_read_once_the_geometry_is_known(self):
+        """The reader answers for it and asks the device for all else."""
+        for name in (images.HIVE, "Packed/mixed", "Files/sparse", "Windows/System32/Module 00099.dll"):
+            result = WINDOWS_READER.run("cat", "x", name, self.windows_path("output"),
+                                        str(os.path.getsize(self.image)))
+            self.assertEqual(result.returncode, 0, name)
+            self.assertEqual(digest(Path(self.path("output")).read_bytes()), self.facts[name])
+
+
+def make_images(folder):
+    global NO_MOUNT
+    prepared = os.path.join(folder, "prepared")
+    IMAGES["prepared"] = (prepared, images.unpack_prepared(prepared))
+    NO_MOUNT = images.why_no_mount()
+    if NO_MOUNT:
+        return
+    for cluster, files, size in ((512, 500, 16), (4096, 5000, 32), (65536, 100, 64)):
+        image = os.path.join(folder, f"ntfs-{cluster}")
+        IMAGES[f"clusters of {cluster}"] = (
+            image, images.make_image(image, cluster, files, 600, size << 20))
+
+
+def main():
+    global QUILT, READER, WINDOWS, WINDOWS_READER
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--quilt", required=True)
+    parser.add_argument("--reader", required=True)
+    parser.add_argument("--windows", type=shlex.split)
+    parser.add_argument("--windows-reader", type=shlex.split)
+    parser.add_argument("--need-mount", action="store_true")
+    parser.add_argument("--only", help="part of the names of the tests to run")
+    arguments = parser.parse_args()
+    QUILT = Program([os.path.abspath(arguments.quilt)])
+    READER = Program([os.path.abspath(arguments.reader)])
+    WINDOWS = Program(arguments.windows) if arguments.windows else None
+    WINDOWS_READER = Program(arguments.windows_reader) if arguments.windows_reader else None
+    with tempfile.TemporaryDirectory(prefix="quilt-images-") as folder:
+        make_images(folder)
+        loader = unittest.TestLoader()
+        if arguments.only:
+            loader.testNamePatterns = [f"*{arguments.only}*"]
+        suite = loader.loadTestsFromModule(sys.modules[__name__])
+        result = unittest.TextTestRunner(stream=sys.stdout, verbosity=1).run(suite)
+    for test, reason in result.skipped:
+        print(f"skipped: {test.id()}: {reason}")
+    if NO_MOUNT:
+        print(f"skipped: images of every cluster size: {NO_MOUNT}")
+    failed = {getattr(test, "test_case", test).id() for test, _ in result.failures + result.errors}
+    count = len(failed) + (arguments.need_mount and bool(NO_MOUNT))
+    print(f"{result.testsRun - len(failed) - len(result.skipped)} passed, {count} failed")
+    return 1 if count else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
