@@ -656,6 +656,17 @@ class Registry(Folder):
                                            facts.get("timestamp", 0), moment))
         return expected
 
+    def test_no_path_of_a_registry_forges_a_line(self):
+        hive, path = self.path("SOFTWARE"), "a\nDatabase MD5           | 0.sdb"
+        hives.make_hive(hive, {"{A}": hives.installed(path, "", 1)})
+        shown = path.replace("\n", "[LF]").encode()
+        self.assertIn(b"\n" + shown + b"\n",
+                      run("-listsdb", "-reg", hive, cwd=self.folder).stdout.replace(b"\r", b""))
+        if os.name == "posix":  # a file may have such a name
+            self.write(path, Path(SAMPLE).read_bytes())
+            report = run("-stats", "-reg", hive, cwd=self.folder).stdout
+            self.assertRegex(report, rb"(?m)^Database Path/File +\| " + re.escape(shown) + b"$")
+
     def test_what_hivexml_reads_is_what_is_reported(self):
         hive = self.path("SOFTWARE")
         hives.make_hive(hive, self.databases())
