@@ -114,10 +114,12 @@ TEST(HiveImage, FindsWhereTheBinsBegin)
         {"at eight bytes, in a new log", "HvLE", 1048, 0, 4096},
         {"at eight bytes, in an old log", "DIRT", 1048, 0, 0},
         {"at a sector, in an old log", "DIRT", 1024, 0, 4096},
+        {"where a part that is searched ends", "", 0x100003, 0, 0x100003},
+        {"in the last sector", "", 0x180000 - 512, 4096, 4096},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.what);
-        bytes image(8192);
+        bytes image(one.bin < 8192 ? 8192 : 0x180000);
         put_text(image, 0, "regf");
         hive_builder::put(image, 36, 0x20);
         put_text(image, 512, one.mark);

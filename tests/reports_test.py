@@ -667,6 +667,16 @@ class Registry(Folder):
             report = run("-stats", "-reg", hive, cwd=self.folder).stdout
             self.assertRegex(report, rb"(?m)^Database Path/File +\| " + re.escape(shown) + b"$")
 
+    def test_a_search_for_bins_takes_little_memory(self):
+        with open(self.path("SOFTWARE"), "wb") as file:
+            file.write(b"regf")
+            file.truncate(1 << 30)
+        command = [*QUILT.words, "-listsdb", "-reg", self.path("SOFTWARE")]
+        with open(os.devnull, "wb") as nowhere:
+            process = subprocess.Popen(command, stdout=nowhere, stderr=nowhere)
+            _, process.returncode, usage = os.wait4(process.pid, 0)
+        self.assertLess(usage.ru_maxrss, 64 * 1024)  # KiB
+
     def test_what_hivexml_reads_is_what_is_reported(self):
         hive = self.path("SOFTWARE")
         hives.make_hive(hive, self.databases())

@@ -62,4 +62,17 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
     return wanted;
 }
 
+uni::byte_view hive_bytes::pass(std::uint64_t offset, std::uint64_t count,
+                                uni::byte_vector& room) const
+{
+    if (!file_) {
+        return at(offset, count);
+    }
+    room.clear();
+    if (offset < size()) {
+        file_->read_at(room, std::min(count, size() - offset), static_cast<std::int64_t>(offset));
+    }
+    return uni::byte_view(room);
+}
+
 } // namespace hive
