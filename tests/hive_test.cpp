@@ -223,6 +223,14 @@ TEST(HiveKeys, DamagedListsGiveWhatTheirKindLets)
     constexpr auto zero_entry = [](damaged_hive& h) {
         hive_builder::put(h.image, h.part(0) + 16, 0);
     };
+    constexpr auto zero_entries = [](damaged_hive& h) {
+        hive_builder::put(h.image, h.part(0) + 16, 0);
+        hive_builder::put(h.image, h.part(1) + 8, 0);
+    };
+    constexpr auto one_bad_child_twice = [](damaged_hive& h) {
+        hive_builder::put(h.image, h.part(0) + 12, 0x40);
+        hive_builder::put(h.image, h.part(1) + 8, 0x40);
+    };
     constexpr auto lost_part = [](damaged_hive& h) {
         hive_builder::put(h.image, h.entry(0, 4), 0x7ffffff0);
     };
@@ -260,6 +268,8 @@ TEST(HiveKeys, DamagedListsGiveWhatTheirKindLets)
         {"unknown kind", list_kind::lh, unknown_kind, ""},
         {"lost list", list_kind::lh, lost_list, "failed"},
         {"zero entry", list_kind::ri_lh, zero_entry, "a c d"},
+        {"zero entries", list_kind::ri_lh, zero_entries, "a"},
+        {"one bad child twice", list_kind::ri_li, one_bad_child_twice, "a"},
         {"lost part", list_kind::ri_lh, lost_part, "c d"},
         {"circle", list_kind::ri_li, circle, "c d"},
         {"great part", list_kind::ri_lh, great_part, "a b c d"},

@@ -210,12 +210,8 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
             return list_end::entry_unreadable;
         }
         const std::uint32_t reference = list.entries.u32(i * list.stride);
-        const bool is_new = seen.insert(reference).second;
-        if (!take_from(keys_left_, list.stride + (is_new ? key_head : 0))) {
+        if (!take_from(keys_left_, list.stride + (seen.contains(reference) ? 0 : key_head))) {
             return list_end::reached;
-        }
-        if (!is_new) {
-            continue;
         }
         const uni::byte_view key = key_at(image_.offset_of(reference));
         const auto name = good_key_name(key);
@@ -226,8 +222,10 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
             !has_sound_security(key)) {
             return list_end::reached;
         }
-        items.push_back(
-            {image_.offset_of(reference), bytes_as_text(*name), key.u64(key_field::last_write)});
+        if (seen.insert(reference).second) {
+            items.push_back({image_.offset_of(reference), bytes_as_text(*name),
+                             key.u64(key_field::last_write)});
+        }
     }
     return list_end::reached;
 }
