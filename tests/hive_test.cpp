@@ -521,10 +521,14 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
     hive_key select{.name = "Select",
                     .values = {test_support::dword_value("current", 9),
                                test_support::dword_value("Current", 2)}};
-    const bytes image = hive_builder().build(
+    hive_builder builder;
+    bytes image = builder.build(
         tree("root", {tree("a", {tree("x", {tree("deep", {tree("deeper", {})})}), tree("y", {})}),
                       tree("b", {tree("?*", {tree("deep", {})}), {.name = "empty"}}), select,
                       tree("ControlSet001", {}), tree("ControlSet002", {tree("two", {})})}));
+    const std::uint32_t current = builder.cell("vk", "Select\\Current");
+    hive_builder::put(image, current + 8, 0x80000001); // one byte: what stands behind it is none
+    hive_builder::put(image, current + 12, 0x55555502);
     struct {
         const char* pattern;
         std::uint32_t level;

@@ -433,7 +433,7 @@ std::optional<std::string> key_reader::resolve_current_control_set()
         data.offset == 0) {
         return std::nullopt;
     }
-    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, 4).u32(0));
+    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, data.size).u32(0));
     std::string name = "ControlSet00" + std::to_string(number);
     if (!find_subkey(image_.root_cell(), name)) {
         return std::nullopt;
