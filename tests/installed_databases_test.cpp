@@ -143,14 +143,16 @@ TEST_F(Gathering, FindsThePathsOnTheVolume)
         std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
         gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
                 installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
-                installed_database("{3}", "x", "too short", 1)});
+                installed_database("{3}", "x", "too short", 1),
+                installed_database("{4}", "C:\\q\\", "a folder", 1)});
         std::vector<std::string> found;
         for (const std::string& path : options.target_files) {
             EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
             found.push_back(
                 uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
         }
-        EXPECT_EQ(found, (std::vector<std::string>{"a/gone.sdb", "custom/there.sdb"}));
+        EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
+        EXPECT_EQ(options.installed_databases.at("").description, "a folder");
         EXPECT_EQ(options.installed_databases.at("x").description, "too short");
         EXPECT_EQ(options.installed_databases.at("there.sdb").database_path,
                   "C:\\CUSTOM\\\\there.sdb");

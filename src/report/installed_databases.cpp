@@ -70,7 +70,8 @@ std::string path_on_volume(const std::string& volume, const std::string& stored)
     for (const std::string& name : names) {
         path = platform::join_path(path, name);
     }
-    return platform::walkable_path(path);
+    path = platform::walkable_path(path);
+    return rest.ends_with('\\') ? platform::join_path(path, {}) : path;
 }
 
 // Where this run finds a database; empty where the stored path leads nowhere.
