@@ -23,10 +23,10 @@ void put_text(uni::byte_vector& bytes, std::size_t offset, std::string_view text
 
 void ask(const hive::hive_image& image, const hive::registry_cmd_parameters& question)
 {
-    std::vector<hive::hive_value_record> rows;
     report::installed_table table;
-    hive::hive_query(question, image, rows);
-    report::fold_installed_rows(table, rows);
+    hive::hive_query(question, image, [&table](hive::hive_value_record&& row) {
+        report::fold_installed_row(table, row);
+    });
 }
 
 } // namespace
@@ -43,6 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const hive::hive_image image{hive::hive_bytes(std::move(bytes))};
     ask(image, hive::query_installed_databases());
+    ask(image, report::installed_query());
     ask(image, {.key = "Software\\?*\\?*", .level = 2, .keeps_empty_rows = true});
     ask(image, {.key = "System\\CurrentControlSet\\?*\\v", .level = 1});
     ask(image, {.key = "System\\Select\\Current"});

@@ -22,6 +22,18 @@ hive_image opened(const bytes& image)
     return hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end())));
 }
 
+std::vector<hive::hive_value_record> rows_of(const bytes& image,
+                                             const hive::registry_cmd_parameters& parameters)
+{
+    std::vector<hive::hive_value_record> rows;
+    const bool any =
+        hive::hive_query(parameters, opened(image), [&rows](hive::hive_value_record&& row) {
+            rows.push_back(std::move(row));
+        });
+    EXPECT_EQ(any, !rows.empty());
+    return rows;
+}
+
 void put_text(bytes& image, std::size_t offset, std::string_view text)
 {
     std::copy(text.begin(), text.end(), image.begin() + static_cast<std::ptrdiff_t>(offset));
@@ -63,12 +75,13 @@ struct damaged_hive {
     {
         const hive_image hive = opened(image);
         std::vector<hive::hive_key_item> items;
-        if (!key_reader(hive).enum_subkeys(hive.root_cell(), items)) {
+        key_reader reader(hive);
+        if (!reader.enum_subkeys(hive.root_cell(), items)) {
             return items.empty() ? "failed" : "failed with items";
         }
         std::vector<std::string> all;
         for (const auto& item : items) {
-            all.push_back(item.name);
+            all.push_back(reader.name_of(item));
         }
         return joined(all, " ");
     }
@@ -114,10 +127,12 @@ TEST(HiveImage, FindsWhereTheBinsBegin)
         {"at eight bytes, in a new log", "HvLE", 1048, 0, 4096},
         {"at eight bytes, in an old log", "DIRT", 1048, 0, 0},
         {"at a sector, in an old log", "DIRT", 1024, 0, 4096},
+        {"where a part that is searched ends", "", 0x100003, 0, 0x100003},
+        {"in the last sector", "", 0x180000 - 512, 4096, 4096},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.what);
-        bytes image(8192);
+        bytes image(one.bin < 8192 ? 8192 : 0x180000);
         put_text(image, 0, "regf");
         hive_builder::put(image, 36, 0x20);
         put_text(image, 512, one.mark);
@@ -221,6 +236,14 @@ TEST(HiveKeys, DamagedListsGiveWhatTheirKindLets)
     constexpr auto zero_entry = [](damaged_hive& h) {
         hive_builder::put(h.image, h.part(0) + 16, 0);
     };
+    constexpr auto zero_entries = [](damaged_hive& h) {
+        hive_builder::put(h.image, h.part(0) + 16, 0);
+        hive_builder::put(h.image, h.part(1) + 8, 0);
+    };
+    constexpr auto one_bad_child_twice = [](damaged_hive& h) {
+        hive_builder::put(h.image, h.part(0) + 12, 0x40);
+        hive_builder::put(h.image, h.part(1) + 8, 0x40);
+    };
     constexpr auto lost_part = [](damaged_hive& h) {
         hive_builder::put(h.image, h.entry(0, 4), 0x7ffffff0);
     };
@@ -258,6 +281,8 @@ TEST(HiveKeys, DamagedListsGiveWhatTheirKindLets)
         {"unknown kind", list_kind::lh, unknown_kind, ""},
         {"lost list", list_kind::lh, lost_list, "failed"},
         {"zero entry", list_kind::ri_lh, zero_entry, "a c d"},
+        {"zero entries", list_kind::ri_lh, zero_entries, "a"},
+        {"one bad child twice", list_kind::ri_li, one_bad_child_twice, "a"},
         {"lost part", list_kind::ri_lh, lost_part, "c d"},
         {"circle", list_kind::ri_li, circle, "c d"},
         {"great part", list_kind::ri_lh, great_part, "a b c d"},
@@ -321,10 +346,12 @@ TEST(HiveValues, NamesAreToldByTheirSecondByte)
         hive_builder::put_short(image, cell + 6, static_cast<std::uint16_t>(one.stored.size()));
         put_text(image, cell + 24, one.stored);
         const hive_image hive = opened(image);
-        std::vector<hive::hive_value_item> items;
-        ASSERT_TRUE(key_reader(hive).enum_values(hive.root_cell(), items));
-        ASSERT_EQ(items.size(), 1u);
-        EXPECT_EQ(items[0].name, one.name);
+        std::vector<std::string> names;
+        EXPECT_TRUE(key_reader(hive).enum_values(hive.root_cell(), [&names](const auto& item) {
+            names.push_back(item.name);
+            return true;
+        }));
+        EXPECT_EQ(names, std::vector<std::string>{std::string(one.name)});
     }
 }
 
@@ -336,9 +363,7 @@ struct value_hive {
 
     std::vector<hive::hive_value_record> rows(const char* key = "Software\\?*") const
     {
-        std::vector<hive::hive_value_record> all;
-        hive::hive_query({.key = key, .keeps_empty_rows = true}, opened(image), all);
-        return all;
+        return rows_of(image, {.key = key, .keeps_empty_rows = true});
     }
     std::uint32_t value(const char* name) const
     {
@@ -376,9 +401,7 @@ TEST(HiveValues, GiveTheirBytes)
     EXPECT_EQ(rows[4].path_segments->back(), "k");
     EXPECT_EQ(rows[4].last_write, hive_key().last_write);
 
-    std::vector<hive::hive_value_record> filled;
-    EXPECT_TRUE(hive::hive_query({.key = "Software\\?*"}, opened(hive.image), filled));
-    EXPECT_EQ(filled.size(), 4u);
+    EXPECT_EQ(rows_of(hive.image, {.key = "Software\\?*"}).size(), 4u);
 }
 
 TEST(HiveValues, DamageTakesDataOrRows)
@@ -509,10 +532,14 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
     hive_key select{.name = "Select",
                     .values = {test_support::dword_value("current", 9),
                                test_support::dword_value("Current", 2)}};
-    const bytes image = hive_builder().build(
+    hive_builder builder;
+    bytes image = builder.build(
         tree("root", {tree("a", {tree("x", {tree("deep", {tree("deeper", {})})}), tree("y", {})}),
                       tree("b", {tree("?*", {tree("deep", {})}), {.name = "empty"}}), select,
                       tree("ControlSet001", {}), tree("ControlSet002", {tree("two", {})})}));
+    const std::uint32_t current = builder.cell("vk", "Select\\Current");
+    hive_builder::put(image, current + 8, 0x80000001); // one byte: what stands behind it is none
+    hive_builder::put(image, current + 12, 0x55555502);
     struct {
         const char* pattern;
         std::uint32_t level;
@@ -534,17 +561,13 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
         {"system\\CurrentControlSet\\?*", 0, "ControlSet002\\two:v"},
     };
     for (const auto& one : cases) {
-        std::vector<hive::hive_value_record> rows;
-        const bool any =
-            hive::hive_query({.key = one.pattern, .level = one.level}, opened(image), rows);
         std::vector<std::string> texts;
-        for (const auto& row : rows) {
+        for (const auto& row : rows_of(image, {.key = one.pattern, .level = one.level})) {
             const std::vector<std::string> below(row.path_segments->begin() + 1,
                                                  row.path_segments->end());
             texts.push_back(joined(below, "\\") + ":" + row.value_name);
         }
         EXPECT_EQ(joined(texts, " "), one.rows) << one.pattern;
-        EXPECT_EQ(any, !rows.empty());
     }
 }
 
@@ -554,10 +577,8 @@ TEST(HivePatterns, WithoutAControlSetInUseFindNothing)
          {hive_key{.name = "Select", .values = {test_support::dword_value("current", 1)}},
           hive_key{.name = "Select", .values = {test_support::dword_value("Current", 7)}},
           hive_key{.name = "Select", .values = {test_support::qword_value("Current", 1)}}}) {
-        const hive_image hive =
-            opened(hive_builder().build(tree("root", {select, tree("ControlSet001", {})})));
-        std::vector<hive::hive_value_record> rows;
-        EXPECT_FALSE(hive::hive_query({.key = "system\\CurrentControlSet\\v"}, hive, rows));
+        const bytes image = hive_builder().build(tree("root", {select, tree("ControlSet001", {})}));
+        EXPECT_TRUE(rows_of(image, {.key = "system\\CurrentControlSet\\v"}).empty());
     }
 }
 
@@ -588,13 +609,45 @@ TEST(HiveQuery, SharedListsAndDataComeToAnEnd)
     hive_builder::put(image, builder.cell("nk", path) + 40, entries);
     const std::uint32_t values = builder.cell("values", path);
     hive_builder::put(image, values, 0u - 4 - entries * 4);
-    std::vector<hive::hive_value_record> rows;
-    EXPECT_TRUE(hive::hive_query(hive::query_installed_databases(), opened(image), rows));
     std::uint64_t data = 0;
-    for (const auto& row : rows) {
+    for (const auto& row : rows_of(image, hive::query_installed_databases())) {
         data += row.data.size();
     }
-    EXPECT_LE(data, image.size());
+    EXPECT_GT(data, 0u);
+    EXPECT_LE(data, 2 * image.size() + 16 * 1024 * 1024);
+}
+
+// Names that lie over what stands behind them: no more is given than a few times the hive.
+TEST(HiveQuery, LongNamesAreNotGivenAgainAndAgain)
+{
+    constexpr unsigned entries = 20'000;
+    std::vector<hive_key> databases(2'000);
+    for (std::size_t i = 0; i < databases.size(); ++i) {
+        databases[i] = test_support::installed_database("k" + std::to_string(i), "", "", 1);
+    }
+    databases[0].values.assign(entries, test_support::dword_value("other", 1));
+    databases.push_back(test_support::installed_database("sound", "C:\\a.sdb", "about", 1));
+    hive_builder builder;
+    bytes image = builder.build(test_support::software_hive(databases));
+    image.resize(image.size() + 0x10000, 'x');
+    const std::string path = std::string(test_support::installed_path) + "\\";
+    for (std::size_t i = 1; i + 1 < databases.size(); ++i) {
+        hive_builder::put_short(image, builder.cell("nk", path + databases[i].name) + 76, 0xffff);
+    }
+    const std::uint32_t value = builder.cell("vk", path + "k0\\other");
+    hive_builder::put_short(image, value + 6, 4'000);
+    for (unsigned i = 1; i <= entries; ++i) {
+        hive_builder::put(image, builder.cell("values", path + "k0") + 4 * i,
+                          hive_builder::reference(value));
+    }
+    std::uint64_t names = 0;
+    std::size_t sound = 0;
+    for (const auto& row : rows_of(image, hive::query_installed_databases())) {
+        names += row.value_name.size() + row.path_segments->back().size();
+        sound += row.path_segments->back() == "sound" ? 1 : 0;
+    }
+    EXPECT_LE(names, 8 * image.size());
+    EXPECT_EQ(sound, 4u);
 }
 
 } // namespace

@@ -89,7 +89,7 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
     };
     for (const auto& one : cases) {
         report::installed_table table;
-        EXPECT_TRUE(report::fold_installed_rows(table, {row("{A}", one.name, one.data)}));
+        report::fold_installed_row(table, row("{A}", one.name, one.data));
         ASSERT_EQ(table.size(), 1u);
         EXPECT_EQ(table["{a}"].key_path, "{a}");
         EXPECT_EQ(table["{a}"].key_modtime, 77u);
@@ -98,11 +98,14 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
     report::installed_table table;
     hive_value_record shallow = row("x", "path", {});
     shallow.path_segments = std::make_shared<const hive::key_path>(hive::key_path(6));
-    EXPECT_FALSE(report::fold_installed_rows(table, {shallow}));
+    report::fold_installed_row(table, shallow);
+    EXPECT_TRUE(table.empty());
     hive_value_record later = row("{a}", "path", text_value("", "last").data);
     later.last_write = 99;
-    EXPECT_TRUE(report::fold_installed_rows(
-        table, {row("{A}", "type", {1}), row("{A}", "path", text_value("", "1").data), later}));
+    for (const hive_value_record& one :
+         {row("{A}", "type", {1}), row("{A}", "path", text_value("", "1").data), later}) {
+        report::fold_installed_row(table, one);
+    }
     EXPECT_EQ(table.size(), 1u);
     EXPECT_EQ(table["{a}"].database_path, "last");
     EXPECT_EQ(table["{a}"].key_modtime, 77u);
@@ -143,14 +146,16 @@ TEST_F(Gathering, FindsThePathsOnTheVolume)
         std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
         gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
                 installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
-                installed_database("{3}", "x", "too short", 1)});
+                installed_database("{3}", "x", "too short", 1),
+                installed_database("{4}", "C:\\q\\", "a folder", 1)});
         std::vector<std::string> found;
         for (const std::string& path : options.target_files) {
             EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
             found.push_back(
                 uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
         }
-        EXPECT_EQ(found, (std::vector<std::string>{"a/gone.sdb", "custom/there.sdb"}));
+        EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
+        EXPECT_EQ(options.installed_databases.at("").description, "a folder");
         EXPECT_EQ(options.installed_databases.at("x").description, "too short");
         EXPECT_EQ(options.installed_databases.at("there.sdb").database_path,
                   "C:\\CUSTOM\\\\there.sdb");
@@ -193,12 +198,11 @@ TEST_F(Gathering, IsSilentWithoutAHive)
 // The table of the installed databases of a hive, its image in an allocation of its own size.
 report::installed_table table_of(const bytes& image)
 {
-    std::vector<hive_value_record> rows;
     report::installed_table table;
     hive::hive_query(
-        hive::query_installed_databases(),
-        hive::hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end()))), rows);
-    report::fold_installed_rows(table, rows);
+        report::installed_query(),
+        hive::hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end()))),
+        [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
     return table;
 }
 
@@ -232,6 +236,70 @@ TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
                 EXPECT_TRUE(database.description.empty() || database.description == "about");
             }
         }
+    }
+}
+
+// A cell of numbers behind the others, to which the reference at a place then leads.
+void put_cell(bytes& image, std::uint32_t place, const std::vector<std::uint32_t>& numbers)
+{
+    auto at = static_cast<std::uint32_t>(image.size());
+    hive_builder::put(image, place, hive_builder::reference(at));
+    image.resize(image.size() + 4 * numbers.size() + 4);
+    hive_builder::put(image, at, 0u - (4 + 4 * static_cast<std::uint32_t>(numbers.size())));
+    for (const std::uint32_t number : numbers) {
+        hive_builder::put(image, at += 4, number);
+    }
+}
+
+TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
+{
+    const std::string keys(test_support::installed_path);
+    struct {
+        const char* what;
+        void (*harm)(const hive_builder&, bytes&, const std::string& place);
+    } const cases[] = {
+        {"data of great size that nobody asked for",
+         [](const hive_builder& built, bytes& image, const std::string& place) {
+             for (const char* const name : {"\\{0}\\a", "\\{0}\\b", "\\{0}\\c"}) {
+                 hive_builder::put(image, built.cell("vk", place + name) + 8, 0xffffff);
+             }
+         }},
+        {"values that are none",
+         [](const hive_builder& built, bytes& image, const std::string& place) {
+             const std::uint32_t key = built.cell("nk", place + "\\{0}");
+             hive_builder::put(image, key + 40, 5'000);
+             put_cell(image, key + 44, std::vector<std::uint32_t>(5'000, 0x7fffffff));
+         }},
+        {"keys that are none",
+         [](const hive_builder& built, bytes& image, const std::string& place) {
+             std::vector<std::uint32_t> list(1 + 2 * 5'000, 0x14); // between cells
+             list[0] = 5'000 << 16 | 'l' | 'f' << 8;
+             for (std::uint32_t i = 0; i < 5'000; ++i) {
+                 list[1 + 2 * i] += 8 * i;
+             }
+             const char* const sound[] = {"\\{0}", "\\{1}", "\\{2}"};
+             for (std::size_t i = 0; i < 3; ++i) {
+                 list[list.size() - 2 * (i + 1)] =
+                     hive_builder::reference(built.cell("nk", place + sound[i]));
+             }
+             const std::uint32_t key = built.cell("nk", place);
+             hive_builder::put(image, key + 24, 5'000);
+             put_cell(image, key + 32, list);
+         }},
+    };
+    for (const auto& one : cases) {
+        hive_key first{.name = "{0}"};
+        for (const char* const name : {"a", "b", "c"}) {
+            first.values.push_back({name, 3, bytes(100, 1)});
+        }
+        hive_builder builder;
+        bytes image = builder.build(
+            test_support::software_hive({first, installed_database("{1}", "C:\\1.sdb", "", 1),
+                                         installed_database("{2}", "C:\\2.sdb", "", 1)}));
+        one.harm(builder, image, keys);
+        report::installed_table table = table_of(image);
+        EXPECT_EQ(table["{1}"].database_path, "C:\\1.sdb") << one.what;
+        EXPECT_EQ(table["{2}"].database_path, "C:\\2.sdb") << one.what;
     }
 }
 

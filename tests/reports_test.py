@@ -656,6 +656,27 @@ class Registry(Folder):
                                            facts.get("timestamp", 0), moment))
         return expected
 
+    def test_no_path_of_a_registry_forges_a_line(self):
+        hive, path = self.path("SOFTWARE"), "a\nDatabase MD5           | 0.sdb"
+        hives.make_hive(hive, {"{A}": hives.installed(path, "", 1)})
+        shown = path.replace("\n", "[LF]").encode()
+        self.assertIn(b"\n" + shown + b"\n",
+                      run("-listsdb", "-reg", hive, cwd=self.folder).stdout.replace(b"\r", b""))
+        if os.name == "posix":  # a file may have such a name
+            self.write(path, Path(SAMPLE).read_bytes())
+            report = run("-stats", "-reg", hive, cwd=self.folder).stdout
+            self.assertRegex(report, rb"(?m)^Database Path/File +\| " + re.escape(shown) + b"$")
+
+    def test_a_search_for_bins_takes_little_memory(self):
+        with open(self.path("SOFTWARE"), "wb") as file:
+            file.write(b"regf")
+            file.truncate(1 << 30)
+        command = [*QUILT.words, "-listsdb", "-reg", self.path("SOFTWARE")]
+        with open(os.devnull, "wb") as nowhere:
+            process = subprocess.Popen(command, stdout=nowhere, stderr=nowhere)
+            _, process.returncode, usage = os.wait4(process.pid, 0)
+        self.assertLess(usage.ru_maxrss, 64 * 1024)  # KiB
+
     def test_what_hivexml_reads_is_what_is_reported(self):
         hive = self.path("SOFTWARE")
         hives.make_hive(hive, self.databases())

@@ -16,6 +16,7 @@
 #include "report/statistics.h"
 #include "sdb/database.h"
 #include "uni/notice.h"
+#include "uni/text.h"
 
 namespace front {
 
@@ -83,7 +84,8 @@ void write_rule(uni::output_sink& out, const sdb_opts& options)
 int list_databases(uni::output_sink& standard_output, sdb_opts& options)
 {
     report::gather_installed_databases(options);
-    for (const std::string& path : options.target_files) {
+    for (std::string path : options.target_files) {
+        uni::keep_on_one_line(path); // the registry may hold any text
         standard_output.text(path);
         standard_output.line_end();
     }

@@ -77,4 +77,17 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
     return wanted;
 }
 
+uni::byte_view hive_bytes::pass(std::uint64_t offset, std::uint64_t count,
+                                uni::byte_vector& room) const
+{
+    if (!read_) {
+        return at(offset, count);
+    }
+    room.resize(offset < size() ? static_cast<std::size_t>(std::min(count, size() - offset)) : 0);
+    if (!room.empty()) {
+        room.resize(static_cast<std::size_t>(read_(room, offset)));
+    }
+    return uni::byte_view(room);
+}
+
 } // namespace hive

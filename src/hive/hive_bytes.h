@@ -34,6 +34,10 @@ public:
     // cannot. The view lasts as long as this object.
     uni::byte_view at(std::uint64_t offset, std::uint64_t count) const;
 
+    // The same for bytes that are looked at once: they stand in `room` if they had to be read, and
+    // are not kept here.
+    uni::byte_view pass(std::uint64_t offset, std::uint64_t count, uni::byte_vector& room) const;
+
 private:
     static constexpr std::uint64_t unread = ~std::uint64_t{0};
 

@@ -30,15 +30,24 @@ constexpr std::uint32_t bin_mark = word_of("hbin");
 constexpr std::uint32_t log_mark = word_of("DIRT");
 constexpr std::uint32_t new_log_mark = word_of("HvLE");
 
-// The first "hbin" where a bin may begin or up to three bytes behind such a place.
-std::optional<std::uint64_t> find_bin(uni::byte_view image)
+// The first "hbin" where a bin may begin or up to three bytes behind such a place; the last four
+// bytes are none.
+std::optional<std::uint64_t> find_bin(const hive_bytes& bytes, std::uint64_t step)
 {
-    const std::uint64_t step = image.u32(log_mark_at) == new_log_mark ? 8 : 512;
-    for (std::uint64_t place = 0; place < image.size() - 4; place += step) {
-        for (std::uint64_t at = place; at < place + 4 && at < image.size() - 4; ++at) {
-            if (image.u32(at) == bin_mark) {
-                return at;
+    constexpr std::uint64_t part = 0x100000;
+    constexpr std::uint64_t overlap = 8;
+    uni::byte_vector room;
+    for (std::uint64_t begin = 0; begin < bytes.size(); begin += part) {
+        const uni::byte_view here = bytes.pass(begin, part + overlap, room);
+        for (std::uint64_t place = 0; place < part && place + 4 < here.size(); place += step) {
+            for (std::uint64_t at = place; at < place + 4 && at + 4 < here.size(); ++at) {
+                if (here.u32(at) == bin_mark) {
+                    return begin + at;
+                }
             }
+        }
+        if (here.size() < part) {
+            break; // the end, or what cannot be read
         }
     }
     return std::nullopt;
@@ -52,13 +61,13 @@ std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
     if (head.u32(base_block_size) == bin_mark || head.u32(inner_bin) == bin_mark) {
         return base_block_size;
     }
-    const uni::byte_view image = bytes.at(0, bytes.size());
-    const auto found = find_bin(image);
+    const std::uint32_t mark = head.u32(log_mark_at);
+    const auto found = find_bin(bytes, mark == new_log_mark ? 8 : 512);
     if (!found) {
         return std::nullopt;
     }
-    const std::uint32_t mark = image.u32(log_mark_at);
-    const bool is_first_bin = image.u32(*found + 4) == 0 && image.size() - *found > smallest_hive;
+    const uni::byte_view bin = bytes.at(*found, smallest_hive + 1);
+    const bool is_first_bin = bin.size() > smallest_hive && bin.u32(4) == 0;
     return is_first_bin && mark != log_mark && mark != new_log_mark ? *found : base_block_size;
 }
 

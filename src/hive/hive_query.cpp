@@ -13,7 +13,7 @@ registry_cmd_parameters query_installed_databases()
 }
 
 bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
-                std::vector<hive_value_record>& rows)
+                const row_taker& take)
 {
     key_reader reader(image);
     parsed_key_path path;
@@ -21,14 +21,15 @@ bool hive_query(const registry_cmd_parameters& parameters, const hive_image& ima
     if (!reader.open(hive_name) || !parse_key_path(parameters.key, path)) {
         return false;
     }
-    std::vector<hive_value_record> found;
-    collect_values(reader, path.segments, parameters.level, found);
-    for (hive_value_record& row : found) {
-        if (parameters.keeps_empty_rows || !row.data.empty()) {
-            rows.push_back(std::move(row));
-        }
-    }
-    return !rows.empty();
+    bool any = false;
+    collect_values(reader, path.segments, parameters.level, parameters.need,
+                   [&](hive_value_record&& row) {
+                       if (parameters.keeps_empty_rows || !row.data.empty()) {
+                           any = true;
+                           take(std::move(row));
+                       }
+                   });
+    return any;
 }
 
 } // namespace hive

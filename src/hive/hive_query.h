@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "hive/key_pattern.h"
 
@@ -14,15 +13,16 @@ struct registry_cmd_parameters {
     std::string key;               // a pattern
     std::uint32_t level = 0;       // further levels of keys below those that match it
     bool keeps_empty_rows = false; // rows without data count too
+    data_need_of need = {};        // of a value, by its name; the whole data without
 };
 
 // The sentence that asks for the installed databases. It gives all values of their keys; whoever
 // asked picks those that it knows by their names.
 registry_cmd_parameters query_installed_databases();
 
-// Appends the rows in the order in which the hive lists keys and then values. Answers whether there
-// is any; false for a closed image too. Does not word anything.
+// Gives the rows one by one, in the order in which the hive lists keys and then values. Answers
+// whether there is any; false for a closed image too. Does not word anything.
 bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
-                std::vector<hive_value_record>& rows);
+                const row_taker& take);
 
 } // namespace hive

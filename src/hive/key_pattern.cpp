@@ -96,11 +96,11 @@ struct open_key {
     shared_path path;
 };
 
-// Collects the values of one key, found by its segments.
+// Gives the values of one key, found by its segments.
 class value_collector {
 public:
-    value_collector(key_reader& reader, std::vector<hive_value_record>& records)
-        : reader_(reader), records_(records)
+    value_collector(key_reader& reader, const data_need_of& need, const row_taker& take)
+        : reader_(reader), need_(need), take_(take)
     {}
 
     // From the segment `first_pattern` on, a `?*` is any subkey; those before it are names.
@@ -145,7 +145,7 @@ private:
     {
         bool any = false;
         for (const hive_key_item& item : reader_.subkeys_of(key)) {
-            segments[place] = item.name;
+            segments[place] = reader_.name_of(item);
             any = collect(segments, place + 1) || any;
         }
         return any;
@@ -155,58 +155,53 @@ private:
                      const std::optional<std::string>& wanted)
     {
         constexpr std::uint64_t largest_value_cell = 4096;
-        std::vector<hive_value_item> items;
-        if (!reader_.enum_values(key, items)) {
-            return false;
-        }
         const std::uint64_t last_write = reader_.last_write_of(key);
-        if (items.empty()) {
-            records_.push_back({path, last_write, {}, hive_value_record::no_value, {}, false, 0});
-            return true;
-        }
-        for (const hive_value_item& item : items) {
-            if (wanted && !uni::equal_ignoring_case(item.name, *wanted)) {
-                continue;
-            }
+        bool any = false;
+        const bool has_list = reader_.enum_values(key, [&](const hive_value_item& item) {
+            any = true;
             hive_value_data data;
-            if (item.cell_size <= largest_value_cell && reader_.read_value_data(item.cell, data)) {
-                records_.push_back({path, last_write, item.name, data.type, bytes_of(data),
-                                    data.is_big, item.cell});
-                if (wanted) {
-                    break;
-                }
+            if (item.cell == 0 || item.cell_size > largest_value_cell ||
+                (wanted && !uni::equal_ignoring_case(item.name, *wanted)) ||
+                !reader_.read_value_data(item.cell, data)) {
+                return true;
             }
+            take_({path, last_write, item.name, data.type, bytes_of(item.name, data), data.is_big,
+                   item.cell});
+            return !wanted;
+        });
+        if (has_list && !any) {
+            take_({path, last_write, {}, hive_value_record::no_value, {}, false, 0});
         }
-        return true;
+        return has_list;
     }
 
-    std::vector<std::uint8_t> bytes_of(const hive_value_data& data)
+    std::vector<std::uint8_t> bytes_of(const std::string& name, const hive_value_data& data)
     {
         constexpr std::uint64_t size_bits = 0x0fffffff;
         constexpr std::uint64_t too_large = 0x1000000;
         const std::uint64_t count = data.size & size_bits;
-        return count < too_large ? reader_.copy_data(data, count) : std::vector<std::uint8_t>();
+        return count < too_large
+                   ? reader_.copy_data(data, count, need_ ? need_(name) : data_need::whole)
+                   : std::vector<std::uint8_t>();
     }
 
     key_reader& reader_;
-    std::vector<hive_value_record>& records_;
+    const data_need_of& need_;
+    const row_taker& take_;
 };
 
-// Collects the values of one name of the keys that match a pattern.
-bool collect_named_value(key_reader& reader, const key_path& pattern, const std::string& name,
-                         std::vector<hive_value_record>& records)
+// Gives the values of one name of the keys that match a pattern.
+void collect_named_value(key_reader& reader, const key_path& pattern, const std::string& name,
+                         const data_need_of& need, const row_taker& take)
 {
-    if (!find_key(reader, beginning_of(reader, pattern))) {
-        return false;
-    }
-    std::vector<hive_value_record> all;
-    value_collector(reader, all).collect(pattern, 0);
-    for (hive_value_record& record : all) {
+    const row_taker take_named = [&](hive_value_record&& record) {
         if (uni::equal_ignoring_case(record.value_name, name)) {
-            records.push_back(std::move(record));
+            take(std::move(record));
         }
+    };
+    if (find_key(reader, beginning_of(reader, pattern))) {
+        value_collector(reader, need, take_named).collect(pattern, 0);
     }
-    return !records.empty();
 }
 
 } // namespace
@@ -246,20 +241,21 @@ bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_
                uni::equal_ignoring_case(segments[place], name);
     };
     std::vector<open_key> open_keys{{*start, beginning}};
-    const std::uint64_t passes = std::uint64_t{level} + cut + 1;
+    const std::uint64_t passes = std::uint64_t{level} + cut;
     for (std::uint64_t pass = 0; pass < passes && !open_keys.empty(); ++pass) {
         std::vector<open_key> next;
         for (const open_key& key : open_keys) {
             for (const hive_key_item& item : reader.subkeys_of(key.cell)) {
-                if (!matches(key.path->size(), item.name)) {
+                const std::string name = reader.name_of(item);
+                if (!matches(key.path->size(), name)) {
                     continue;
                 }
                 if (pass + 1 < passes) {
-                    next.push_back({item.cell, std::make_shared<const key_path>(
-                                                   joined(*key.path, item.name))});
+                    next.push_back(
+                        {item.cell, std::make_shared<const key_path>(joined(*key.path, name))});
                 }
                 if (cut == 0 || key.path->size() + 1 >= segments.size()) {
-                    records.push_back({key.path, item.name, item.last_write});
+                    records.push_back({key.path, item});
                 }
             }
         }
@@ -269,31 +265,32 @@ bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_
 }
 
 bool collect_values(key_reader& reader, const key_path& segments, std::uint32_t level,
-                    std::vector<hive_value_record>& records)
+                    const data_need_of& need, const row_taker& take)
 {
     if (segments.empty()) {
         return false;
     }
+    bool any = false;
+    const row_taker take_any = [&](hive_value_record&& record) {
+        any = true;
+        take(std::move(record));
+    };
     const bool is_pattern = std::find(segments.begin(), segments.end(), any_key) != segments.end();
     const key_path parent(segments.begin(), segments.end() - 1);
     std::vector<hive_key_record> keys;
-    if (!is_pattern) {
-        keys.push_back({std::make_shared<const key_path>(parent), segments.back(), 0});
-    }
-    const std::size_t depth = segments.size();
     if (!walk_key_pattern(reader, segments, level, keys) || (is_pattern && keys.empty())) {
-        return collect_named_value(reader, parent, segments.back(), records);
+        collect_named_value(reader, parent, segments.back(), need, take_any);
+        return any;
     }
-    value_collector collector(reader, records);
+    value_collector collector(reader, need, take_any);
+    if (!is_pattern) {
+        collector.collect(segments, segments.size());
+    }
     for (const hive_key_record& key : keys) {
-        const std::size_t key_depth = key.path_segments->size() + 1;
-        if (key_depth >= depth && key_depth - depth <= level) {
-            key_path whole = joined(*key.path_segments, key.name);
-            const std::size_t length = whole.size();
-            collector.collect(std::move(whole), length);
-        }
+        const std::size_t depth = key.path_segments->size() + 1;
+        collector.collect(joined(*key.path_segments, reader.name_of(key.key)), depth);
     }
-    return !records.empty();
+    return any;
 }
 
 } // namespace hive

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -40,8 +41,7 @@ struct parsed_key_path {
 
 struct hive_key_record {
     shared_path path_segments; // of the key above it, the hive's name first
-    std::string name;
-    std::uint64_t last_write = 0; // FILETIME ticks
+    hive_key_item key;
 };
 
 // One value, or a key whose list of values cannot be read: that is a row without a name, of type
@@ -53,25 +53,29 @@ struct hive_value_record {
     std::uint64_t last_write = 0; // of the key, FILETIME ticks
     std::string value_name;
     std::int64_t value_type = no_value;
-    std::vector<std::uint8_t> data; // empty too for data of 16 MiB and more
+    std::vector<std::uint8_t> data; // what is needed of it; empty for data of 16 MiB and more
     bool is_big = false;            // the data came in segments
     std::uint64_t value_cell = 0;   // offset in the image
 };
+
+// What is needed of the data of a value, by its name.
+using data_need_of = std::function<data_need(std::string_view)>;
+using row_taker = std::function<void(hive_value_record&&)>;
 
 // Cuts a path at its backslashes or, if it has none, at its slashes. False for a path that names
 // nothing but HKLM or HKCR.
 bool parse_key_path(std::string_view text, parsed_key_path& path);
 
-// Appends a record for each key that lies up to `level` + 1 levels below the key of the pattern or,
-// of a pattern with `?*`, for each that matches its beginning and lies at the pattern's depth or up
-// to `level` + 1 levels below. False if the keys in front of the first `?*` are not all there.
+// Appends a record for each key that lies up to `level` levels below the key of the pattern or, of a
+// pattern with `?*`, for each that matches its beginning and lies at the pattern's depth or up to
+// `level` levels below. False if the keys in front of the first `?*` are not all there.
 bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_t level,
                       std::vector<hive_key_record>& records);
 
-// Appends a record for each value of the keys that match a pattern and lie at its depth or up to
-// `level` levels below. Where no key does, the last segment is taken as a value's name. Answers
-// whether there is any record.
+// Gives a record for each value of the keys that match a pattern and lie at its depth or up to
+// `level` levels below, one by one, so that they need not all be kept. Where no key does, the last
+// segment is taken as a value's name. Answers whether there is any record.
 bool collect_values(key_reader& reader, const key_path& segments, std::uint32_t level,
-                    std::vector<hive_value_record>& records);
+                    const data_need_of& need, const row_taker& take);
 
 } // namespace hive

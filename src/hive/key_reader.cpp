@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <utility>
 
 #include "uni/text.h"
@@ -55,10 +56,20 @@ constexpr std::uint32_t inline_bit = 0x80000000;
 constexpr std::uint64_t largest_inline = 4;
 constexpr std::uint64_t largest_plain = 16351; // a longer value may be a big one
 
-// What keys and values take at least of an image, and what any image may give.
 constexpr std::uint64_t key_head = key_field::name;
 constexpr std::uint64_t value_head = value_field::name;
-constexpr std::uint64_t least_allowance = 0x10000;
+constexpr std::uint64_t longest_value_name = 4095;          // in bytes; a longer one reads as none
+constexpr std::uint64_t entry_size = sizeof(std::uint32_t); // of a list but "lf" and "lh"
+
+// Bounds of the work on an image: see the header.
+constexpr std::uint64_t mebibyte = 0x100000;
+constexpr std::uint64_t least_share = 0x10000;
+constexpr std::uint64_t shares = 8;
+constexpr std::uint64_t longest_usual_name = 512; // a registry takes 255 characters
+constexpr std::uint64_t granted_values = 0x1000;
+constexpr std::uint64_t small_part = 0x1000;
+constexpr std::uint64_t largest_medium = 0x10000;
+constexpr std::uint64_t granted_entries = 512 * entry_size; // of a list of values
 
 std::string bytes_as_text(uni::byte_view bytes)
 {
@@ -79,8 +90,7 @@ std::optional<uni::byte_view> good_key_name(uni::byte_view key)
 // Which of the two forms a name has is seen from its second byte, not from a flag.
 std::string value_name(uni::byte_view stored)
 {
-    constexpr std::uint64_t longest = 4095;
-    if (stored.empty() || stored.size() > longest) {
+    if (stored.empty() || stored.size() > longest_value_name) {
         return {};
     }
     if (stored.size() == 1 || stored.u8(1) != 0) {
@@ -94,19 +104,52 @@ std::string value_name(uni::byte_view stored)
     return name;
 }
 
+allowance shares_of(const hive_image& image, std::uint64_t granted)
+{
+    const std::uint64_t share = image.size() + least_share;
+    return {granted, share, shares * share};
+}
+
+allowance quarter_of(const hive_image& image)
+{
+    const std::uint64_t all = image.size() / 4 + 4 * mebibyte;
+    return {0, all, all};
+}
+
+// The order of names without regard to case.
+bool comes_before(uni::byte_view a, uni::byte_view b)
+{
+    return std::lexicographical_compare(a.bytes().begin(), a.bytes().end(), b.bytes().begin(),
+                                        b.bytes().end(), [](std::uint8_t one, std::uint8_t other) {
+                                            return uni::lower_ascii(static_cast<char>(one)) <
+                                                   uni::lower_ascii(static_cast<char>(other));
+                                        });
+}
+
 } // namespace
 
 key_reader::key_reader(const hive_image& image)
-    : image_(image), keys_left_(image.size() + least_allowance),
-      values_left_(image.size() + least_allowance), data_left_(image.size())
+    : image_(image), entries_(shares_of(image, 0)), keys_(shares_of(image, 0)),
+      long_keys_(shares_of(image, 0)), value_entries_(shares_of(image, granted_entries)),
+      values_(shares_of(image, granted_values)), small_(0, small_part, image.size() + 8 * mebibyte),
+      medium_(quarter_of(image)), large_(quarter_of(image))
 {}
 
-// Whether these bytes may still be taken; once they may not, nothing more may.
-bool key_reader::take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept
+bool key_reader::take_key(std::uint64_t name_length) noexcept
 {
-    const bool is_enough = bytes <= allowance;
-    allowance = is_enough ? allowance - bytes : 0;
-    return is_enough;
+    return (name_length > longest_usual_name ? long_keys_ : keys_).take(key_head + name_length);
+}
+
+// A refusal is the last for its key, so that it does not go on asking.
+bool key_reader::take_data(std::uint64_t bytes) noexcept
+{
+    allowance& beyond = bytes > largest_medium ? large_ : medium_;
+    if (small_.take(bytes) || beyond.take(bytes)) {
+        return true;
+    }
+    is_refused_ = true;
+    beyond.exhaust();
+    return false;
 }
 
 bool key_reader::open(std::string& name)
@@ -209,14 +252,10 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t))) {
             return list_end::entry_unreadable;
         }
-        const std::uint32_t reference = list.entries.u32(i * list.stride);
-        const bool is_new = seen.insert(reference).second;
-        if (!take_from(keys_left_, list.stride + (is_new ? key_head : 0))) {
+        if (!entries_.take(list.stride)) {
             return list_end::reached;
         }
-        if (!is_new) {
-            continue;
-        }
+        const std::uint32_t reference = list.entries.u32(i * list.stride);
         const uni::byte_view key = key_at(image_.offset_of(reference));
         const auto name = good_key_name(key);
         if (!name && !is_li && !is_part) {
@@ -226,8 +265,11 @@ key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_p
             !has_sound_security(key)) {
             return list_end::reached;
         }
-        items.push_back(
-            {image_.offset_of(reference), bytes_as_text(*name), key.u64(key_field::last_write)});
+        if (!seen.contains(reference) && take_key(name->size())) {
+            seen.insert(reference);
+            items.push_back({static_cast<std::uint32_t>(image_.offset_of(reference)),
+                             static_cast<std::uint16_t>(name->size())});
+        }
     }
     return list_end::reached;
 }
@@ -239,7 +281,7 @@ bool key_reader::take_parts(const subkey_list& list, reference_set& seen,
     reference_set seen_parts;
     for (std::uint64_t i = 0; i < list.count; ++i) {
         if (!list.entries.contains(i * list.stride, sizeof(std::uint32_t)) ||
-            !take_from(keys_left_, list.stride)) {
+            !entries_.take(list.stride)) {
             break;
         }
         const std::uint32_t reference = list.entries.u32(i * list.stride);
@@ -272,6 +314,9 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
         return false;
     }
     reference_set seen;
+    entries_.renew();
+    keys_.renew();
+    long_keys_.renew();
     if (list->kind == ri_list) {
         const bool done = take_parts(*list, seen, items);
         if (!done) {
@@ -293,6 +338,7 @@ key_reader::known_subkeys& key_reader::known(std::uint64_t key)
     const auto [place, is_new] = known_.try_emplace(key);
     if (is_new) {
         enum_subkeys(key, place->second.items);
+        place->second.items.shrink_to_fit();
     }
     return place->second;
 }
@@ -302,34 +348,58 @@ const std::vector<hive_key_item>& key_reader::subkeys_of(std::uint64_t key)
     return known(key).items;
 }
 
+uni::byte_view key_reader::stored_name(const hive_key_item& item) const
+{
+    return image_.cell_at(std::uint64_t{item.cell} + key_field::name, item.name_length);
+}
+
+std::string key_reader::name_of(const hive_key_item& item) const
+{
+    return bytes_as_text(stored_name(item));
+}
+
 std::optional<std::uint64_t> key_reader::find_subkey(std::uint64_t key, std::string_view name)
 {
     known_subkeys& subkeys = known(key);
-    if (subkeys.cells_by_name.empty()) {
-        for (const hive_key_item& item : subkeys.items) {
-            subkeys.cells_by_name.emplace(uni::lowered(item.name), item.cell);
-        }
+    const auto name_at = [&](std::uint32_t number) { return stored_name(subkeys.items[number]); };
+    if (subkeys.by_name.size() != subkeys.items.size()) {
+        subkeys.by_name.resize(subkeys.items.size());
+        std::iota(subkeys.by_name.begin(), subkeys.by_name.end(), 0u);
+        std::stable_sort(
+            subkeys.by_name.begin(), subkeys.by_name.end(),
+            [&](std::uint32_t a, std::uint32_t b) { return comes_before(name_at(a), name_at(b)); });
     }
-    const auto found = subkeys.cells_by_name.find(uni::lowered(name));
-    if (found == subkeys.cells_by_name.end()) {
+    const std::vector<std::uint8_t> letters_of_name(name.begin(), name.end());
+    const uni::byte_view wanted(letters_of_name);
+    const auto found = std::lower_bound(
+        subkeys.by_name.begin(), subkeys.by_name.end(), wanted,
+        [&](std::uint32_t a, uni::byte_view b) { return comes_before(name_at(a), b); });
+    if (found == subkeys.by_name.end() || comes_before(wanted, name_at(*found))) {
         return std::nullopt;
     }
-    return found->second;
+    return subkeys.items[*found].cell;
 }
 
-bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& items)
+bool key_reader::enum_values(std::uint64_t key,
+                             const std::function<bool(const hive_value_item&)>& take)
 {
-    items.clear();
     const uni::byte_view cell = key_at(key);
     const std::uint32_t count = cell.u32(key_field::value_count);
     const std::uint32_t list_reference = cell.u32(key_field::value_list);
-    if (!good_key_name(cell) || count == 0 || list_reference == 0) {
+    const auto key_name = good_key_name(cell);
+    small_.renew();
+    value_entries_.renew();
+    values_.renew();
+    is_refused_ = false;
+    if (!key_name || count == 0 || list_reference == 0 || !take_data(key_head + key_name->size())) {
         return false;
     }
+    // Whoever takes a value takes its path with it.
+    const std::uint64_t long_name = key_name->size() > longest_usual_name ? key_name->size() : 0;
     const uni::byte_view entries =
-        entries_at(image_.offset_of(list_reference), contents_at, std::uint64_t{count} * 4);
-    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4 + value_head);
-         at += 4) {
+        entries_at(image_.offset_of(list_reference), contents_at, count * entry_size);
+    for (std::uint64_t at = 0; entries.contains(at, entry_size) && value_entries_.take(entry_size);
+         at += entry_size) {
         const uni::byte_view value = value_at(image_.offset_of(entries.u32(at)));
         const std::uint16_t name_length = value.u16(value_field::name_length);
         const bool is_value = value.u16(mark_at) == value_mark;
@@ -337,11 +407,18 @@ bool key_reader::enum_values(std::uint64_t key, std::vector<hive_value_item>& it
             (is_value && !value.contains(value_field::name, name_length))) {
             continue;
         }
-        hive_value_item& item = items.emplace_back();
+        hive_value_item item;
         if (is_value) {
-            item.cell = image_.offset_of(entries.u32(at));
-            item.cell_size = hive_image::cell_size(value);
-            item.name = value_name(value.slice(value_field::name, name_length));
+            const uni::byte_view name = value.slice(value_field::name, name_length);
+            const std::uint64_t shown = name.size() > longest_value_name ? 0 : name.size();
+            if (!values_.take(value_head + entry_size + shown + long_name)) {
+                continue;
+            }
+            item = {image_.offset_of(entries.u32(at)), hive_image::cell_size(value),
+                    value_name(name)};
+        }
+        if (!take(item)) {
+            break;
         }
     }
     return true;
@@ -357,9 +434,10 @@ bool key_reader::find_segments(std::uint64_t data_cell, hive_value_data& data)
         !referred(list, contents_at).contains(0, contents_at)) {
         return false;
     }
-    const std::uint64_t count = head.u16(list_count_at);
-    const uni::byte_view entries = entries_at(image_.offset_of(list), contents_at, count * 4);
-    for (std::uint64_t at = 0; entries.contains(at, 4) && take_from(values_left_, 4); at += 4) {
+    const uni::byte_view entries =
+        entries_at(image_.offset_of(list), contents_at, head.u16(list_count_at) * entry_size);
+    const bool is_refused = !values_.take(entries.size());
+    for (std::uint64_t at = 0; !is_refused && entries.contains(at, entry_size); at += entry_size) {
         if (referred(entries.u32(at), contents_at).contains(0, contents_at)) {
             data.segments.push_back(image_.offset_of(entries.u32(at)));
         }
@@ -393,24 +471,51 @@ bool key_reader::read_value_data(std::uint64_t value, hive_value_data& data)
     return stored <= image_.size() - data_cell;
 }
 
-std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std::uint64_t count)
+// The text at the beginning of data, with its zero unit. It is not looked for where it could not be
+// taken.
+uni::byte_view key_reader::text_in(uni::byte_view data) const noexcept
+{
+    const std::uint64_t most =
+        std::max({small_.left(), std::min(medium_.left(), largest_medium), large_.left()});
+    const auto looked_at = data.slice(0, most).bytes();
+    for (std::size_t at = 1; at < looked_at.size(); at += 2) {
+        if ((looked_at[at - 1] | looked_at[at]) == 0) {
+            return data.slice(0, at + 1);
+        }
+    }
+    return data;
+}
+
+std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std::uint64_t count,
+                                                data_need need)
 {
     constexpr std::uint64_t segment_overhead = 8;
+    const bool is_small = need == data_need::existence || need == data_need::number;
     std::vector<uni::byte_view> pieces;
     std::uint64_t total = 0;
     const auto add = [&](std::uint64_t offset, std::uint64_t size) {
         pieces.push_back(image_.cell_at(offset, std::min(size, count - total)));
         total += pieces.back().size();
     };
+    if (!is_small && is_refused_) {
+        return {};
+    }
+    if (is_small) {
+        count = std::min<std::uint64_t>(count, need == data_need::number ? 8 : 1);
+    }
     if (!data.is_big && data.offset != 0) {
         add(data.offset, count);
+        if (need == data_need::text) {
+            pieces[0] = text_in(pieces[0]);
+            total = pieces[0].size();
+        }
     }
     for (const std::uint64_t segment : data.segments) {
         const std::uint64_t size = hive_image::cell_size(image_.cell_at(segment, contents_at));
         add(segment + contents_at, size > segment_overhead ? size - segment_overhead : 0);
     }
     std::vector<std::uint8_t> copy;
-    if (!take_from(data_left_, total)) {
+    if (!is_small && !take_data(total)) {
         return copy; // a part of a text would be another text
     }
     copy.reserve(static_cast<std::size_t>(total));
@@ -423,19 +528,18 @@ std::vector<std::uint8_t> key_reader::copy_data(const hive_value_data& data, std
 std::optional<std::string> key_reader::resolve_current_control_set()
 {
     const auto select = find_subkey(image_.root_cell(), "Select");
-    std::vector<hive_value_item> values;
-    if (!select || !enum_values(*select, values)) {
-        return std::nullopt;
+    std::uint64_t current = 0;
+    if (select) {
+        enum_values(*select, [&current](const hive_value_item& value) {
+            current = value.name == "Current" ? value.cell : 0; // in this spelling alone: meant
+            return current == 0;
+        });
     }
-    const auto current = std::find_if(values.begin(), values.end(), [](const auto& value) {
-        return value.name == "Current"; // in this spelling alone: meant
-    });
     hive_value_data data;
-    if (current == values.end() || !read_value_data(current->cell, data) || !data.is_inline ||
-        data.offset == 0) {
+    if (current == 0 || !read_value_data(current, data) || !data.is_inline || data.offset == 0) {
         return std::nullopt;
     }
-    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, 4).u32(0));
+    const auto number = static_cast<std::int32_t>(image_.cell_at(data.offset, data.size).u32(0));
     std::string name = "ControlSet00" + std::to_string(number);
     if (!find_subkey(image_.root_cell(), name)) {
         return std::nullopt;

@@ -17,7 +17,9 @@
 // Names of keys are the bytes that stand there. A value's name whose second byte is zero is UTF-16.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,10 +32,10 @@
 
 namespace hive {
 
+// A hive may have very many of these, so that they do not hold what key_reader can tell of them.
 struct hive_key_item {
-    std::uint64_t cell = 0; // offset in the image
-    std::string name;
-    std::uint64_t last_write = 0; // FILETIME ticks
+    std::uint32_t cell = 0; // offset in the image
+    std::uint16_t name_length = 0;
 };
 
 struct hive_value_item {
@@ -52,9 +54,65 @@ struct hive_value_data {
     std::vector<std::uint64_t> segments; // cells
 };
 
-// Reads one hive for one query. The subkeys of a key are read once and kept. The work is bounded, so
-// that lists that share what they list come to an end: keys, values and data that together would
-// take more bytes than the image has count as unreadable. The image must outlive the reader.
+// How much of a value's data is of use.
+enum class data_need {
+    existence, // a byte, if there is one
+    number,    // up to 8 bytes
+    text,      // up to the first zero unit of two bytes
+    whole,
+};
+
+// Bytes that may still be taken: some by each list or key in any case, further ones by each as long
+// as all of them together leave any.
+class allowance {
+public:
+    allowance(std::uint64_t granted, std::uint64_t each, std::uint64_t all) noexcept
+        : granted_(granted), each_(each), all_left_(all)
+    {
+        renew();
+    }
+
+    void renew() noexcept // for the next list or key
+    {
+        granted_left_ = granted_;
+        each_left_ = each_;
+    }
+    void exhaust() noexcept { each_left_ = 0; }
+    std::uint64_t left() const noexcept { return std::min(each_left_, all_left_); }
+    bool take(std::uint64_t bytes) noexcept
+    {
+        const bool is_granted = bytes <= granted_left_;
+        if (!is_granted && bytes > left()) {
+            return false; // what needs less may still have it
+        }
+        granted_left_ -= is_granted ? bytes : 0;
+        each_left_ -= is_granted ? 0 : bytes;
+        all_left_ -= is_granted ? 0 : bytes;
+        return true;
+    }
+
+private:
+    std::uint64_t granted_;
+    std::uint64_t each_;
+    std::uint64_t granted_left_ = 0;
+    std::uint64_t each_left_ = 0;
+    std::uint64_t all_left_;
+};
+
+// Reads one hive for one query. The subkeys of a key are read once and kept.
+//
+// Time and memory are bounded, for cells of a hostile hive may lie over each other and be listed
+// again and again. Everything has a price, about the bytes that it takes in the image. No sound hive
+// comes near the bounds; what is refused counts as unreadable and takes nothing else along:
+//
+//   entries of subkey lists   an image for a list, eight for all
+//   keys that they list       the same; keys with a name that no registry would take by themselves
+//   entries of value lists    512 entries for each key; then as entries of subkey lists
+//   values                    4 KiB for each key; then the same
+//   keys with values, data    4 KiB for a key out of an image and 8 MiB for all; beyond that items of
+//                             up to 64 KiB, and larger ones, by themselves
+//
+// The image must outlive the reader.
 class key_reader {
 public:
     explicit key_reader(const hive_image& image);
@@ -73,17 +131,20 @@ public:
     // The same, kept by the reader; empty on failure.
     const std::vector<hive_key_item>& subkeys_of(std::uint64_t key);
 
+    std::string name_of(const hive_key_item& item) const;
+
     // The cell of the first subkey of that name, ASCII case aside.
     std::optional<std::uint64_t> find_subkey(std::uint64_t key, std::string_view name);
 
-    // The values in the order of the list. False for a key that is damaged or has none. A list that
-    // cannot be read gives no items.
-    bool enum_values(std::uint64_t key, std::vector<hive_value_item>& items);
+    // Gives the values in the order of the list, until `take` answers false. False for a key that is
+    // damaged or has none. A list that cannot be read gives no items.
+    bool enum_values(std::uint64_t key, const std::function<bool(const hive_value_item&)>& take);
 
     bool read_value_data(std::uint64_t value, hive_value_data& data);
 
-    // Copies at most `count` bytes of the data, fewer where fewer exist.
-    std::vector<std::uint8_t> copy_data(const hive_value_data& data, std::uint64_t count);
+    // Copies of at most `count` bytes of the data, fewer where fewer exist, those that are needed.
+    std::vector<std::uint8_t> copy_data(const hive_value_data& data, std::uint64_t count,
+                                        data_need need);
 
     // The name of the root's subkey that is the control set in use.
     std::optional<std::string> resolve_current_control_set();
@@ -101,8 +162,7 @@ private:
     using reference_set = std::unordered_set<std::uint32_t>;
     struct known_subkeys {
         std::vector<hive_key_item> items;
-        // Of those of one lower-cased name the first; made when a name is first asked for.
-        std::unordered_map<std::string, std::uint64_t> cells_by_name;
+        std::vector<std::uint32_t> by_name; // their numbers; made when a name is first asked for
     };
 
     uni::byte_view referred(std::uint32_t reference, std::uint64_t count) const
@@ -112,7 +172,10 @@ private:
     uni::byte_view key_at(std::uint64_t offset) const;
     uni::byte_view value_at(std::uint64_t offset) const;
     uni::byte_view entries_at(std::uint64_t offset, std::uint64_t head, std::uint64_t most) const;
-    static bool take_from(std::uint64_t& allowance, std::uint64_t bytes) noexcept;
+    uni::byte_view stored_name(const hive_key_item& item) const;
+    bool take_key(std::uint64_t name_length) noexcept;
+    bool take_data(std::uint64_t bytes) noexcept;
+    uni::byte_view text_in(uni::byte_view data) const noexcept;
     std::optional<subkey_list> list_at(std::uint32_t reference) const;
     bool has_sound_security(uni::byte_view key) const;
     bool has_sound_list(uni::byte_view key) const;
@@ -124,9 +187,15 @@ private:
     bool find_segments(std::uint64_t data_cell, hive_value_data& data);
 
     const hive_image& image_;
-    std::uint64_t keys_left_; // bytes that lists and keys may still take, and so on
-    std::uint64_t values_left_;
-    std::uint64_t data_left_;
+    allowance entries_;
+    allowance keys_;
+    allowance long_keys_;
+    allowance value_entries_;
+    allowance values_;
+    allowance small_;
+    allowance medium_;
+    allowance large_;
+    bool is_refused_ = false; // whether the key whose values are read asked for too much
     std::unordered_map<std::uint64_t, known_subkeys> known_;
 };
 

@@ -1,5 +1,7 @@
 #include "report/installed_databases.h"
 
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <new>
 #include <set>
@@ -8,7 +10,6 @@
 #include <utility>
 
 #include "hive/hive_image.h"
-#include "hive/hive_query.h"
 #include "ntfs/locked_file.h"
 #include "platform/directories.h"
 #include "platform/files.h"
@@ -30,21 +31,31 @@ std::string text_of(uni::byte_view data)
     return text;
 }
 
-// The names of values are what tells their meaning; of several that tell the same the last counts.
-void take_value(front::installed_database& database, const hive::hive_value_record& row)
+// What the name of a value tells of its meaning: the first of these words that it has.
+struct meaning {
+    std::string_view word;
+    hive::data_need need;
+    void (*take)(front::installed_database& to, uni::byte_view data);
+};
+using entry = front::installed_database;
+constexpr auto meanings = std::to_array<meaning>({
+    {"description", hive::data_need::text,
+     [](entry& to, uni::byte_view data) { to.description = text_of(data); }},
+    {"type", hive::data_need::number,
+     [](entry& to, uni::byte_view data) { to.database_type = data.u32(0); }},
+    {"timestamp", hive::data_need::number,
+     [](entry& to, uni::byte_view data) { to.install_time = data.u64(0); }},
+    {"path", hive::data_need::text,
+     [](entry& to, uni::byte_view data) { to.database_path = text_of(data); }},
+});
+
+const meaning* meaning_of(std::string_view value_name)
 {
-    const std::string name = uni::lowered(row.value_name);
-    const auto says = [&name](std::string_view word) { return name.find(word) != name.npos; };
-    const uni::byte_view data(row.data);
-    if (says("description")) {
-        database.description = text_of(data);
-    } else if (says("type")) {
-        database.database_type = data.u32(0);
-    } else if (says("timestamp")) {
-        database.install_time = data.u64(0);
-    } else if (says("path")) {
-        database.database_path = text_of(data);
-    }
+    const std::string name = uni::lowered(value_name);
+    const auto found = std::find_if(meanings.begin(), meanings.end(), [&](const meaning& one) {
+        return name.find(one.word) != name.npos;
+    });
+    return found == meanings.end() ? nullptr : &*found;
 }
 
 std::string lower_file_name(const std::string& path)
@@ -74,7 +85,8 @@ std::string path_on_volume(const std::string& volume, const std::string& stored)
     for (const std::string& name : names) {
         path = platform::join_path(path, name);
     }
-    return platform::walkable_path(path);
+    path = platform::walkable_path(path);
+    return rest.ends_with('\\') ? platform::join_path(path, {}) : path;
 }
 
 // Where this run finds a database; empty where the stored path leads nowhere.
@@ -90,7 +102,9 @@ std::string local_path(const front::sdb_opts& options, const std::string& stored
 // Of two databases with one file name the one whose key sorts first stays.
 void keep_by_file_name(front::sdb_opts& options, installed_table table)
 {
-    for (auto& [key, database] : table) {
+    while (!table.empty()) { // one by one, so that none is held twice
+        const auto node = table.extract(table.begin());
+        front::installed_database& database = node.mapped();
         database.local_path = local_path(options, database.database_path);
         std::string name = lower_file_name(database.local_path.empty() ? database.database_path
                                                                        : database.local_path);
@@ -140,23 +154,32 @@ hive::hive_bytes locked_hive(front::sdb_opts& options, const platform::device_op
 
 } // namespace
 
-bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows)
+void fold_installed_row(installed_table& table, const hive::hive_value_record& row)
 {
     constexpr std::size_t database_segment = 6;
-    for (const hive::hive_value_record& row : rows) {
-        if (row.path_segments->size() <= database_segment) {
-            continue;
-        }
-        const std::string key = uni::lowered((*row.path_segments)[database_segment]);
-        const auto [place, is_new] = table.try_emplace(key);
-        front::installed_database& database = place->second;
-        if (is_new) {
-            database.key_path = key;
-            database.key_modtime = row.last_write;
-        }
-        take_value(database, row);
+    if (row.path_segments->size() <= database_segment) {
+        return;
     }
-    return !table.empty();
+    const std::string key = uni::lowered((*row.path_segments)[database_segment]);
+    const auto [place, is_new] = table.try_emplace(key);
+    if (is_new) {
+        place->second.key_path = key;
+        place->second.key_modtime = row.last_write;
+    }
+    // Of several values that mean the same the last counts.
+    if (const meaning* const value = meaning_of(row.value_name)) {
+        value->take(place->second, uni::byte_view(row.data));
+    }
+}
+
+hive::registry_cmd_parameters installed_query()
+{
+    hive::registry_cmd_parameters query = hive::query_installed_databases();
+    query.need = [](std::string_view value_name) {
+        const meaning* const value = meaning_of(value_name);
+        return value ? value->need : hive::data_need::existence;
+    };
+    return query;
 }
 
 hive::hive_bytes load_software_hive(front::sdb_opts& options,
@@ -180,10 +203,10 @@ void gather_installed_databases(front::sdb_opts& options)
         return;
     }
     const hive::hive_image image(load_software_hive(options));
-    std::vector<hive::hive_value_record> rows;
     installed_table table;
-    if (!hive::hive_query(hive::query_installed_databases(), image, rows) ||
-        !fold_installed_rows(table, rows)) {
+    hive::hive_query(installed_query(), image,
+                     [&table](hive::hive_value_record&& row) { fold_installed_row(table, row); });
+    if (table.empty()) {
         return;
     }
     keep_by_file_name(options, std::move(table));

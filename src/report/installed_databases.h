@@ -2,11 +2,10 @@
 
 #include <map>
 #include <string>
-#include <vector>
 
 #include "front/sdb_opts.h"
 #include "hive/hive_bytes.h"
-#include "hive/key_pattern.h"
+#include "hive/hive_query.h"
 #include "platform/devices.h"
 
 namespace report {
@@ -14,10 +13,12 @@ namespace report {
 // Installed databases by the lower-cased names of their registry keys.
 using installed_table = std::map<std::string, front::installed_database>;
 
-// Makes the table from the rows of a query, each a value of a database's key, which is the seventh
-// segment of its path. A value tells its meaning by a word in its name. Answers whether there is
-// any entry.
-bool fold_installed_rows(installed_table& table, const std::vector<hive::hive_value_record>& rows);
+// Enters a row of a query into the table: a value of a database's key, which is the seventh segment
+// of its path. A value tells its meaning by a word in its name.
+void fold_installed_row(installed_table& table, const hive::hive_value_record& row);
+
+// The query whose rows are folded. It asks for no more of a value's data than its meaning needs.
+hive::registry_cmd_parameters installed_query();
 
 // The bytes of the run's hive: of the ordinary file, and only if that gives nothing, as that of a
 // hive that the running system keeps locked, those read off the run's volume. None if neither is to

@@ -108,11 +108,13 @@ void write_plain(const database_facts& facts, const sdb::sdb_database& database,
                  uni::output_sink& out, const front::sdb_opts& options)
 {
     plain_form form(out, options);
-    form.line("Database Path/File", options.current_path);
+    const auto on_one_line = [](std::string path) { // the registry may hold any text
+        uni::keep_on_one_line(path);
+        return path;
+    };
+    form.line("Database Path/File", on_one_line(options.current_path));
     if (!uni::equal_ignoring_case(facts.registry_path, options.current_path)) {
-        std::string path = facts.registry_path;
-        uni::keep_on_one_line(path); // the registry may hold any text
-        form.line_if_any("Reg DB Path/File", path);
+        form.line_if_any("Reg DB Path/File", on_one_line(facts.registry_path));
     }
     form.line_if_any("Database MD5", facts.digest_md5);
     form.line_if_any("Database SHA1", facts.digest_sha1);
