@@ -213,6 +213,19 @@ TEST(records, are_told_by_their_head_and_fixed_up)
     }
 }
 
+TEST(records, tell_reparse_points_from_links)
+{
+    const auto label_of = [](std::size_t size, std::uint8_t length) {
+        bytes value(size);
+        value[4] = length;
+        const bytes stored = resident_attribute(0xc0, value);
+        return ntfs::attribute_label(ntfs::attribute(uni::byte_view(stored)));
+    };
+    EXPECT_EQ(label_of(17, 9), "reparse point");
+    EXPECT_EQ(label_of(17, 10), "symbolic link") << "more than there is";
+    EXPECT_EQ(label_of(16, 8), "symbolic link");
+}
+
 // A mounted volume and what was traced.
 struct opened_volume {
     explicit opened_volume(const ntfs_builder& builder)
@@ -716,14 +729,17 @@ TEST(disk_layout, tells_file_systems_apart)
 
 // A disk of 512 sectors; `entries` are sector, place in the table, type, start and count.
 std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entries,
-                          std::string_view oem = {})
+                          std::string_view oem = {}, std::size_t size = 512,
+                          std::size_t unmarked = 0)
 {
     memory_disk disk;
-    disk.bytes.resize(512 * 512);
+    disk.bytes.resize(512 * size);
     for (const auto& [sector, place, type, start, count] : entries) {
-        std::uint8_t* const table = &disk.bytes[sector * 512];
-        table[510] = 0x55;
-        table[511] = 0xaa;
+        std::uint8_t* const table = &disk.bytes[sector * size];
+        if (sector == 0 || sector != unmarked) {
+            table[size - 2] = 0x55;
+            table[size - 1] = 0xaa;
+        }
         std::uint8_t* const entry = table + 446 + place * 16;
         entry[4] = static_cast<std::uint8_t>(type);
         for (unsigned i = 0; i < 4; ++i) {
@@ -732,20 +748,23 @@ std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entri
         }
     }
     std::copy(oem.begin(), oem.end(), disk.bytes.begin() + 3);
-    std::copy_n("NTFS    ", 8, disk.bytes.begin() + 63 * 512 + 3);
-    disk.bytes[63 * 512 + 40] = 20;
-    std::copy_n("EFI PART", 8, disk.bytes.begin() + 512);
-    disk.bytes[512 + 72] = 2; // entries from sector 2 on
-    disk.bytes[512 + 80] = 4; // four
-    disk.bytes[512 + 84] = 128;
-    disk.bytes[1024 + 128] = 1; // the second has a type
-    disk.bytes[1024 + 128 + 32] = 34;
-    disk.bytes[1024 + 128 + 40] = 99;
+    std::uint8_t* const lost = &disk.bytes[63 * size];
+    std::copy_n("NTFS    ", 8, lost + 3);
+    lost[40] = 20;
+    std::uint8_t* const gpt = &disk.bytes[size];
+    std::copy_n("EFI PART", 8, gpt);
+    gpt[72] = 2; // entries from sector 2 on
+    gpt[80] = 4; // four
+    gpt[84] = 128;
+    std::uint8_t* const second = gpt + size + 128;
+    second[0] = 1; // it has a type
+    second[32] = 34;
+    second[40] = 99;
     ntfs::RAW_DISK_IO io("0", disk_mode::physical_drive, opener_of(disk));
     std::string found;
     for (const ntfs::disk_partition& each : ntfs::read_partitions(io)) {
-        found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / 512) +
-                 "+" + std::to_string(each.size / 512) + "; ";
+        found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / size) +
+                 "+" + std::to_string(each.size / size) + "; ";
     }
     return found;
 }
@@ -762,6 +781,18 @@ TEST(disk_layout, reads_partition_tables)
                              {150, 0, 0x0b, 2, 8},
                              {150, 1, 0x0f, 0, 0}}),
               "ntfs or exfat [guess] 63+20; fat 101+9; fat32 152+8; ");
+    // Without a mark an entry must lie on the disk; the mark stands where the disk's own does.
+    const std::vector<std::array<std::uint32_t, 5>> chain = {{0, 1, 5, 100, 300},
+                                                             {100, 0, 6, 1, 9},
+                                                             {100, 2, 6, 1, 600},
+                                                             {100, 1, 5, 50, 60},
+                                                             {150, 0, 0x0b, 2, 8}};
+    for (const std::size_t size : {512u, 4096u}) {
+        EXPECT_EQ(partitions_of(chain, {}, size),
+                  "ntfs or exfat [guess] 63+20; fat 101+9; fat 101+600; fat32 152+8; ");
+        EXPECT_EQ(partitions_of(chain, {}, size, 100),
+                  "ntfs or exfat [guess] 63+20; fat 101+9; fat32 152+8; ");
+    }
     EXPECT_EQ(partitions_of({{0, 0, 7, 63, 20}, {0, 1, 0x0f, 100, 300}}), "ntfs or exfat 63+20; ");
     EXPECT_EQ(partitions_of({}), "");
 }
