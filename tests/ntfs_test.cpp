@@ -213,6 +213,19 @@ TEST(records, are_told_by_their_head_and_fixed_up)
     }
 }
 
+TEST(records, tell_reparse_points_from_links)
+{
+    const auto label_of = [](std::size_t size, std::uint8_t length) {
+        bytes value(size);
+        value[4] = length;
+        const bytes stored = resident_attribute(0xc0, value);
+        return ntfs::attribute_label(ntfs::attribute(uni::byte_view(stored)));
+    };
+    EXPECT_EQ(label_of(17, 9), "reparse point");
+    EXPECT_EQ(label_of(17, 10), "symbolic link") << "more than there is";
+    EXPECT_EQ(label_of(16, 8), "symbolic link");
+}
+
 // A mounted volume and what was traced.
 struct opened_volume {
     explicit opened_volume(const ntfs_builder& builder)
@@ -282,6 +295,7 @@ TEST(paths, are_resolved_through_indexes_and_names)
 TEST(paths, leave_a_trace)
 {
     opened_volume on(windows_volume({}));
+    on.disk.bytes[place_of_record(41) + 29] = 8; // larger than a record
     std::uint64_t inode = 0;
     std::uint64_t parent = 0;
     EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\Windows", inode, parent));
@@ -290,12 +304,47 @@ TEST(paths, leave_a_trace)
     EXPECT_EQ(
         on.traced,
         (strings{"anal: \\Windows", "root dir", "seg: windows", "info: get children nodes",
-                 "info: # children [3]", "info: get children names",
+                 "info: # children [3]", "info: get children names", "err: paramsFR: inode 0x29",
                  "info: inode found for seg: windows : 0x28", "anal: \\WINDOWS\\x", "root dir",
                  "seg: windows", "info: cache lookup", "info: inode found for seg: windows : 0x28",
                  "seg: x", "info: get children nodes", "info: # children [1]",
                  "info: get children names", "err: no child nodes",
                  "inode not found for \\WINDOWS\\x"}));
+}
+
+TEST(paths, lead_to_files_that_are_there_before_deleted_ones)
+{
+    ntfs_builder volume = windows_volume({});
+    volume.record(5, {index_root({38, 39, 40, 41, 47})}, directory_flags);
+    volume.record(38, {file_name(5, u"windows"), file_name(5, u"gone"), file_name(5, u"linked")},
+                  0);
+    volume.record(39, {file_name(5, u"gone")}, 0);
+    volume.record(47, {file_name(40, u"linked"), file_name(5, u"windows")});
+    opened_volume on(volume);
+    const std::pair<const char*, std::uint64_t> cases[] = {
+        {"\\Windows", 40}, {"\\gone", 38}, {"\\linked", 47}};
+    for (const auto& [path, expected] : cases) {
+        std::uint64_t inode = 0;
+        std::uint64_t parent = 0;
+        EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), path, inode, parent));
+        EXPECT_EQ(inode, expected) << path;
+    }
+}
+
+TEST(paths, do_not_lead_through_records_that_extend_another_file)
+{
+    const bytes list = resident_attribute(0x20, attribute_list({{0x30, 72, 1}}));
+    ntfs_builder volume = windows_volume({});
+    volume.record(41, {list}); // looked at first
+    volume.record(44, {list});
+    volume.record(72, {file_name(43, u"software", 1, 1)}, file_flags, 44);
+    opened_volume on(volume);
+    const auto context = on.look_up();
+    std::uint64_t inode = 0;
+    std::uint64_t parent = 0;
+    EXPECT_FALSE(ntfs::resolve_file(*context, "\\software", inode, parent));
+    EXPECT_TRUE(ntfs::resolve_file(*context, hive_path, inode, parent));
+    EXPECT_EQ(inode, 44u);
 }
 
 TEST(directories, follow_attribute_lists)
@@ -343,6 +392,71 @@ TEST(directories, parse_nodes_strictly_or_not)
     EXPECT_FALSE(ntfs::enum_directory(*on.look_up(), 41, children, ntfs::index_parsing::strict));
 }
 
+std::size_t bytes_read(const memory_disk& disk)
+{
+    std::size_t read = 0;
+    for (const auto& each : disk.reads) {
+        read += each.second;
+    }
+    return read;
+}
+
+// Runs of 256 clusters that all but share these.
+bytes repeated_runs(std::uint8_t first_size, std::uint8_t first)
+{
+    bytes runs = {0x21, first_size, first, 0};
+    for (int i = 0; i < 150; ++i) {
+        const bytes run = {0x12, 0, 1, static_cast<std::uint8_t>(i % 2 == 0 ? 1 : 0xff)};
+        runs.insert(runs.end(), run.begin(), run.end());
+    }
+    runs.push_back(0);
+    return runs;
+}
+
+TEST(directories, end_where_their_clusters_come_again_and_again)
+{
+    ntfs_builder volume = windows_volume({});
+    volume.record(43, {non_resident_attribute(0xa0, {repeated_runs(4, 140), 1 << 20}, u"$I30")},
+                  directory_flags);
+    opened_volume on(volume);
+    std::vector<std::uint64_t> children;
+    on.disk.reads.clear();
+    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 43, children, ntfs::index_parsing::strict));
+    EXPECT_EQ(children, (std::vector<std::uint64_t>{44, 45}));
+    EXPECT_LT(bytes_read(on.disk), 20u << 20) << "of 38 MiB";
+    // The same of the records themselves; those in the first run stay.
+    volume = windows_volume({resident_attribute(0x80, {7})});
+    volume.record(0, {non_resident_attribute(0x80, {repeated_runs(96, 4), 1 << 30})});
+    opened_volume records(volume);
+    EXPECT_LT(records.volume->record_count, 20u * 1024);
+    std::uint64_t inode = 0;
+    std::uint64_t parent = 0;
+    EXPECT_TRUE(ntfs::resolve_file(*records.look_up(), hive_path, inode, parent));
+}
+
+TEST(clusters, that_come_again_are_counted)
+{
+    struct {
+        std::vector<std::pair<std::uint64_t, std::uint64_t>> runs; // first and count
+        std::uint64_t again;
+    } const cases[] = {
+        {{{10, 5}, {20, 5}, {15, 5}, {5, 5}}, 0}, // side by side
+        {{{10, 5}, {10, 5}, {10, 5}}, 10},
+        {{{10, 5}, {20, 5}, {8, 20}, {27, 2}}, 11},
+        {{{10, 20}, {12, 3}, {29, 3}, {31, 2}}, 5},
+    };
+    for (const auto& each : cases) {
+        for (const std::uint64_t most : {each.again, std::max<std::uint64_t>(each.again, 1) - 1}) {
+            ntfs::cluster_use use(most);
+            bool fits = use.add({10, 0, true, 100}); // a sparse one uses none
+            for (const auto& [first, count] : each.runs) {
+                fits = use.add({first, 0, false, count}) && fits;
+            }
+            EXPECT_EQ(fits, most >= each.again) << most;
+        }
+    }
+}
+
 // What is read of the hive of a volume; `disk` may be damaged first.
 bytes read_hive(const ntfs_builder& volume, const std::function<void(memory_disk&)>& change = {})
 {
@@ -377,6 +491,9 @@ TEST(contents, come_from_wherever_they_lie)
     // "abc" and a copy of it from 3 back, 18 long; in a unit whose other 15 clusters are sparse.
     const bytes packed = {0x05, 0xb0, 0x08, 'a', 'b', 'c', 0x0f, 0x20, 0, 0};
     bytes unpacked = text_bytes("abcabcabcabcabcabcabc");
+    constexpr std::u16string_view zero_name(u"\0x", 2);
+    bytes name_outside = resident_attribute(0x80, {1}, u"ab");
+    name_outside[11] = 0x40;
     const auto list = [](const std::vector<list_item>& items) {
         return resident_attribute(0x20, attribute_list(items));
     };
@@ -394,6 +511,16 @@ TEST(contents, come_from_wherever_they_lie)
         {"a stream before",
          {resident_attribute(0x80, {1}, u"x"), resident_attribute(0x80, {2})},
          {2}},
+        {"a stream whose name begins with a zero",
+         {resident_attribute(0x80, {2}), resident_attribute(0x80, {1}, zero_name)},
+         {2}},
+        {"a stream whose name lies outside of it",
+         {resident_attribute(0x80, {2}), name_outside},
+         {2}},
+        {"a later part of such a stream",
+         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 2048}),
+          non_resident_attribute(0x80, {{0x21, 1, 200, 0, 0}, 0, 0, 1}, zero_name)},
+         b},
         {"two contents", {resident_attribute(0x80, {1}), resident_attribute(0x80, {2})}, {2}},
         {"runs", {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 1500})}, a_start},
         {"two runs",
@@ -421,6 +548,10 @@ TEST(contents, come_from_wherever_they_lie)
         {"the first part missing", {list({{0x80, 71, 2}})}, {}},
         {"ids that do not match", {list({{0x80, 70, 2}})}, {}},
         {"a list in clusters", {non_resident_attribute(0x20, {{0x21, 1, 240, 0, 0}, 96})}, a + b},
+        {"a list of no size", {non_resident_attribute(0x20, {{0x21, 1, 240, 0, 0}, 0})}, a + b},
+        {"a list whose first run is out of the volume",
+         {non_resident_attribute(0x20, {{0x31, 1, 0, 0, 0x40, 0x31, 1, 240, 0, 0xc0, 0}, 2048})},
+         a + b},
         {"compressed",
          {non_resident_attribute(0x80, {{0x21, 1, 250, 0, 0x01, 15, 0}, 5000, 5000, 0, 1, 1024})},
          unpacked + zeros(5000 - unpacked.size())},
@@ -443,6 +574,60 @@ TEST(contents, come_from_wherever_they_lie)
                       file_flags, 44);
         EXPECT_EQ(read_hive(volume), each.expected) << each.what;
     }
+}
+
+TEST(contents, of_many_parts_cost_one_reading_of_a_record)
+{
+    ntfs_builder volume =
+        windows_volume({non_resident_attribute(0x20, {{0x21, 8, 240, 0, 0}, 8192})});
+    std::vector<list_item> items;
+    for (int i = 0; i < 120; ++i) {
+        items.insert(items.end(), {{0x80, 70, 1}, {0x80, 8, 1}}); // far from each other
+    }
+    volume.clusters(240, attribute_list(items));
+    volume.record(70, {resident_attribute(0x80, {3}, {}, 1)}, file_flags, 44);
+    volume.record(8, {resident_attribute(0x80, {4}, u"x", 1)}, file_flags, 44);
+    opened_volume on(volume);
+    std::vector<ntfs::record_row> rows;
+    on.disk.reads.clear();
+    EXPECT_TRUE(ntfs::list_record_attributes(*on.look_up(), 44, rows));
+    EXPECT_EQ(rows.size(), 6u)
+        << "the record, two names, the list, a content and a stream, each once";
+    EXPECT_LT(on.disk.reads.size(), 10u);
+}
+
+TEST(contents, that_are_compressed_are_expanded_where_they_are_asked_for)
+{
+    // Units of 16 clusters: one that is packed, zeros, one that is packed, and a damaged one.
+    const bytes runs = {0x21, 1, 200, 0,    0x01, 15,   0x04, 0xc0, 0xff, 0x3f, 0,
+                        0x11, 1, 10,  0x01, 15,   0x11, 1,    10,   0x01, 15,   0};
+    constexpr std::uint64_t zeros_end = 0x3fffd0 * ntfs_cluster;
+    constexpr std::uint64_t size = 0x3ffff0 * ntfs_cluster;
+    ntfs_builder volume =
+        windows_volume({non_resident_attribute(0x80, {runs, size, size, 0, 1, 1024})});
+    volume.clusters(200, {0x03, 0xb0, 0x02, 'x', 0xfc, 0x0f, 0, 0});
+    volume.clusters(210, {0x03, 0xb0, 0x02, 'y', 0xfc, 0x0f, 0, 0});
+    volume.clusters(220, {0x03, 0xb0, 0x02, 'z', 0xfc, 0x0f, 0x01, 0xb0, 1, 0, 0, 0});
+    memory_disk disk;
+    disk.bytes = volume.image();
+    disk.size = std::int64_t{5} << 30;
+    ntfs::locked_file file;
+    ASSERT_TRUE(file.open("c", volume_source::letter, hive_path, {}, opener_of(disk)));
+    EXPECT_EQ(file.size(), size);
+    const auto at = [&](std::uint64_t offset, std::size_t count) {
+        bytes out(count);
+        out.resize(static_cast<std::size_t>(file.read(out, offset)));
+        return out;
+    };
+    disk.reads.clear();
+    EXPECT_EQ(at(4095, 2), bytes({'x', 0}));
+    EXPECT_EQ(at(1 << 30, 3), zeros(3));
+    EXPECT_TRUE(disk.reads.empty()) << "the first unit is there, the zeros are nowhere";
+    EXPECT_EQ(at(zeros_end - 1, 2), bytes({0, 'y'}));
+    EXPECT_EQ(at(zeros_end + 4095, 1), bytes{'y'});
+    EXPECT_EQ(disk.reads.size(), 1u);
+    EXPECT_EQ(at(size - 16384, 8192), bytes(4096, 'z'));
+    EXPECT_EQ(at(size - 1, 1), bytes());
 }
 
 TEST(contents, end_where_a_cluster_cannot_be_read)
@@ -509,6 +694,9 @@ TEST(mounting, settles_sizes_or_fails)
         {"smaller records than they are", {{64, 0xf7}}, 1024},
         {"the shift is out of range", {{64, 0x80}}, 0},
         {"no sectors", {{13, 0}}, 0},
+        {"sectors as a power of two", {{13, 0xff}}, 1024},
+        {"larger clusters than there are", {{13, 0xf3}}, 0},
+        {"more sectors than can be counted", {{13, 0x81}}, 0},
         {"no bytes in a sector", {{11, 0}, {12, 0}}, 0},
         {"another file system", {{3, 'E'}}, 0},
         {"$MFT beyond the volume", {{53, 1}}, 0},
@@ -533,6 +721,12 @@ TEST(mounting, settles_sizes_or_fails)
         }
     }
     EXPECT_FALSE(ntfs::open_ntfs_volume("", volume_source::letter));
+    for (const std::uint32_t source : {0u, 31u, 36u, 255u}) {
+        memory_disk disk;
+        disk.bytes = windows_volume({}).image();
+        EXPECT_FALSE(ntfs::open_ntfs_volume("c", volume_source{source}, opener_of(disk)));
+        EXPECT_TRUE(disk.opened.empty()) << source;
+    }
 }
 
 TEST(mounting, follows_the_attribute_list_of_the_mft)
@@ -623,11 +817,7 @@ TEST(damage, of_any_byte_ends_a_look_up)
         uni::byte_vector found;
         disk.reads.clear();
         ntfs::load_locked_file("c", volume_source::letter, hive_path, found, {}, opener_of(disk));
-        std::size_t read = 0;
-        for (const auto& each : disk.reads) {
-            read += each.second;
-        }
-        EXPECT_LT(read, 8u * 1024 * 1024);
+        EXPECT_LT(bytes_read(disk), 8u * 1024 * 1024);
         EXPECT_LE(found.size(), disk.bytes.size() + (64u << 20));
     };
     std::vector<std::size_t> places;
@@ -716,14 +906,17 @@ TEST(disk_layout, tells_file_systems_apart)
 
 // A disk of 512 sectors; `entries` are sector, place in the table, type, start and count.
 std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entries,
-                          std::string_view oem = {})
+                          std::string_view oem = {}, std::size_t size = 512,
+                          std::size_t unmarked = 0)
 {
     memory_disk disk;
-    disk.bytes.resize(512 * 512);
+    disk.bytes.resize(512 * size);
     for (const auto& [sector, place, type, start, count] : entries) {
-        std::uint8_t* const table = &disk.bytes[sector * 512];
-        table[510] = 0x55;
-        table[511] = 0xaa;
+        std::uint8_t* const table = &disk.bytes[sector * size];
+        if (sector == 0 || sector != unmarked) {
+            table[size - 2] = 0x55;
+            table[size - 1] = 0xaa;
+        }
         std::uint8_t* const entry = table + 446 + place * 16;
         entry[4] = static_cast<std::uint8_t>(type);
         for (unsigned i = 0; i < 4; ++i) {
@@ -732,20 +925,23 @@ std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entri
         }
     }
     std::copy(oem.begin(), oem.end(), disk.bytes.begin() + 3);
-    std::copy_n("NTFS    ", 8, disk.bytes.begin() + 63 * 512 + 3);
-    disk.bytes[63 * 512 + 40] = 20;
-    std::copy_n("EFI PART", 8, disk.bytes.begin() + 512);
-    disk.bytes[512 + 72] = 2; // entries from sector 2 on
-    disk.bytes[512 + 80] = 4; // four
-    disk.bytes[512 + 84] = 128;
-    disk.bytes[1024 + 128] = 1; // the second has a type
-    disk.bytes[1024 + 128 + 32] = 34;
-    disk.bytes[1024 + 128 + 40] = 99;
+    std::uint8_t* const lost = &disk.bytes[63 * size];
+    std::copy_n("NTFS    ", 8, lost + 3);
+    lost[40] = 20;
+    std::uint8_t* const gpt = &disk.bytes[size];
+    std::copy_n("EFI PART", 8, gpt);
+    gpt[72] = 2; // entries from sector 2 on
+    gpt[80] = 4; // four
+    gpt[84] = 128;
+    std::uint8_t* const second = gpt + size + 128;
+    second[0] = 1; // it has a type
+    second[32] = 34;
+    second[40] = 99;
     ntfs::RAW_DISK_IO io("0", disk_mode::physical_drive, opener_of(disk));
     std::string found;
     for (const ntfs::disk_partition& each : ntfs::read_partitions(io)) {
-        found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / 512) +
-                 "+" + std::to_string(each.size / 512) + "; ";
+        found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / size) +
+                 "+" + std::to_string(each.size / size) + "; ";
     }
     return found;
 }
@@ -762,6 +958,18 @@ TEST(disk_layout, reads_partition_tables)
                              {150, 0, 0x0b, 2, 8},
                              {150, 1, 0x0f, 0, 0}}),
               "ntfs or exfat [guess] 63+20; fat 101+9; fat32 152+8; ");
+    // Without a mark an entry must lie on the disk; the mark stands where the disk's own does.
+    const std::vector<std::array<std::uint32_t, 5>> chain = {{0, 1, 5, 100, 300},
+                                                             {100, 0, 6, 1, 9},
+                                                             {100, 2, 6, 1, 600},
+                                                             {100, 1, 5, 50, 60},
+                                                             {150, 0, 0x0b, 2, 8}};
+    for (const std::size_t size : {512u, 4096u}) {
+        EXPECT_EQ(partitions_of(chain, {}, size),
+                  "ntfs or exfat [guess] 63+20; fat 101+9; fat 101+600; fat32 152+8; ");
+        EXPECT_EQ(partitions_of(chain, {}, size, 100),
+                  "ntfs or exfat [guess] 63+20; fat 101+9; fat32 152+8; ");
+    }
     EXPECT_EQ(partitions_of({{0, 0, 7, 63, 20}, {0, 1, 0x0f, 100, 300}}), "ntfs or exfat 63+20; ");
     EXPECT_EQ(partitions_of({}), "");
 }

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <map>
 #include <new>
+#include <unordered_map>
+#include <utility>
 
-#include "ntfs/compression.h"
 #include "uni/utf.h"
 
 namespace ntfs {
@@ -13,6 +15,7 @@ namespace {
 
 // What file systems allow an attribute list to be.
 constexpr std::uint64_t largest_list = 0x40000;
+constexpr std::uint64_t most_list_bytes = 0x10000000; // read of lists in one look-up
 constexpr std::uint64_t list_entry_head = 26;
 
 constexpr std::uint16_t compression_mask = 0xff;
@@ -30,36 +33,80 @@ std::vector<std::uint8_t> read_list(mft_entries_ctx& context, const attribute& l
     std::vector<extent> extents;
     decode_data_runs(list, runs);
     runs_to_extents(runs, extents);
-    const std::uint64_t size = std::min(
-        {list.real_size(), largest_list, extent_byte_length(extents, volume.cluster_size, false),
-         largest_content(volume) - std::min(largest_content(volume), context.list_bytes)});
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    std::uint32_t flags = 0;
-    bytes.resize(static_cast<std::size_t>(read_extents(volume, extents, 0, bytes, flags)));
-    context.list_bytes += bytes.size();
+    const std::uint64_t size =
+        list.real_size() == 0 ? largest_list : std::min(list.real_size(), largest_list);
+    std::vector<std::uint8_t> bytes;
+    // Where a run cannot be read, the next one goes on; it counts nevertheless.
+    for (const extent& part : extents) {
+        const std::size_t done = bytes.size();
+        const std::uint64_t length =
+            std::min({size - done, extent_byte_length({part}, volume.cluster_size, false),
+                      most_list_bytes - context.list_bytes});
+        if (length == 0) {
+            break;
+        }
+        context.list_bytes += length;
+        bytes.resize(done + static_cast<std::size_t>(length));
+        if (!part.is_sparse) {
+            const std::span<std::uint8_t> piece = std::span(bytes).subspan(done);
+            bytes.resize(done + static_cast<std::size_t>(read_clusters(volume, part.lcn, piece)));
+        }
+    }
     return bytes;
 }
 
-struct list_entry {
-    std::uint32_t type = 0;
+// The attributes that a list names in one record, by type and id.
+struct listed_record {
     std::uint64_t record = 0;
-    std::uint16_t id = 0;
+    std::vector<std::pair<std::uint32_t, std::uint16_t>> attributes;
 };
 
-std::vector<list_entry> entries_of(uni::byte_view list)
+// What a list names outside of the record itself, in the order of the first mention of each record.
+std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
+                                      std::span<const std::uint32_t> types)
 {
-    std::vector<list_entry> entries;
+    std::vector<listed_record> records;
+    std::unordered_map<std::uint64_t, std::size_t> places;
     std::uint64_t position = 0;
     while (list.contains(position, list_entry_head)) {
         const std::uint64_t length = list.u16(position + 4);
         if (length < list_entry_head) {
             break;
         }
-        entries.push_back(
-            {list.u32(position), entry_of(list.u64(position + 16)), list.u16(position + 24)});
+        const std::uint32_t type = list.u32(position);
+        const std::uint64_t record = entry_of(list.u64(position + 16));
+        const bool is_wanted =
+            types.empty() || std::find(types.begin(), types.end(), type) != types.end();
+        if (is_wanted && record != entry) {
+            const auto [place, is_new] = places.try_emplace(record, records.size());
+            if (is_new) {
+                records.push_back({record, {}});
+            }
+            records[place->second].attributes.emplace_back(type, list.u16(position + 24));
+        }
         position += length;
     }
-    return entries;
+    return records;
+}
+
+// Reads a record that extends `entry`. False if it cannot be read or extends another.
+bool read_extension(mft_entries_ctx& context, std::uint64_t entry, std::uint64_t record,
+                    std::vector<std::uint8_t>& buffer)
+{
+    constexpr std::uint64_t nobody = ~std::uint64_t{0};
+    const auto [owner, is_new] = context.extension_owners.try_emplace(record, entry);
+    if (!is_new && owner->second != entry) {
+        return false;
+    }
+    if (!fixup_mft(context, record, buffer) || context.bad) {
+        owner->second = nobody;
+        return false;
+    }
+    const std::uint64_t base = file_record(buffer).base_reference();
+    if (base != 0) {
+        owner->second = entry_of(base);
+    }
+    return owner->second == entry;
 }
 
 // Visits the attributes that a list names outside of the record itself.
@@ -68,23 +115,25 @@ void visit_listed(mft_entries_ctx& context, std::uint64_t entry, uni::byte_view 
                   const attribute_visitor& visit)
 {
     std::vector<std::uint8_t> buffer;
-    for (const list_entry& listed : entries_of(list)) {
-        const bool is_wanted =
-            types.empty() || std::find(types.begin(), types.end(), listed.type) != types.end();
-        if (!is_wanted || listed.record == entry) {
+    for (listed_record& listed : records_of(list, entry, types)) {
+        auto& wanted = listed.attributes;
+        for (std::size_t i = 0; i < wanted.size(); ++i) {
+            trace_line(context, "primary entry %" PRIu64 " pointing to ref entry %" PRIu64, entry,
+                       listed.record);
+        }
+        if (!read_extension(context, entry, listed.record, buffer)) {
             continue;
         }
-        trace_line(context, "primary entry %" PRIu64 " pointing to ref entry %" PRIu64, entry,
-                   listed.record);
-        const auto owner = context.extension_owners.emplace(listed.record, entry).first;
-        if (owner->second != entry || !fixup_mft(context, listed.record, buffer) || context.bad) {
-            continue;
-        }
+        std::sort(wanted.begin(), wanted.end());
+        std::vector<bool> is_met(wanted.size());
         attribute_walk walk(file_record(buffer), longest);
         for (attribute found; walk.next(found);) {
-            if (found.type() == listed.type && found.id() == listed.id) {
+            const std::pair key(found.type(), found.id());
+            const auto place = std::lower_bound(wanted.begin(), wanted.end(), key);
+            if (place != wanted.end() && *place == key &&
+                !is_met[static_cast<std::size_t>(place - wanted.begin())]) {
+                is_met[static_cast<std::size_t>(place - wanted.begin())] = true;
                 visit(found);
-                break;
             }
         }
     }
@@ -110,42 +159,61 @@ void add_part(record_row& row, const attribute& part)
     std::vector<byte_run> runs;
     decode_data_runs(part, runs);
     runs_to_extents(runs, row.extents);
-    sort_extents(row.extents);
 }
+
+// Makes rows of attributes as they are met.
+class row_collection {
+public:
+    explicit row_collection(std::vector<record_row>& rows) : rows_(rows) {}
+
+    void add(const attribute& found);
+    void finish();
+
+private:
+    record_row* row_to_continue(const attribute& part, bool has_start);
+
+    std::vector<record_row>& rows_;
+    // The first non-resident one of a type and a name, by these as they are stored. No later one
+    // goes on: it began because both have a start.
+    std::map<std::pair<std::uint32_t, std::vector<std::uint8_t>>, std::size_t> first_;
+};
 
 // The row that a part of a value goes on with; null if it begins one.
-record_row* row_to_continue(std::vector<record_row>& rows, const record_row& part)
+record_row* row_collection::row_to_continue(const attribute& part, bool has_start)
 {
-    for (record_row& row : rows) {
-        if (row.type == part.type && !row.is_resident && row.name == part.name &&
-            !(row.has_start && part.has_start)) {
-            return &row;
-        }
-    }
-    return nullptr;
+    const std::span<const std::uint8_t> name = part.name().bytes();
+    std::vector<std::uint8_t> stored(name.begin(), name.end());
+    stored.push_back(part.is_named() ? 1 : 0);
+    const auto [place, is_new] = first_.try_emplace({part.type(), std::move(stored)}, rows_.size());
+    record_row* const begun = is_new ? nullptr : &rows_[place->second];
+    return begun != nullptr && !(begun->has_start && has_start) ? begun : nullptr;
 }
 
-void add_row(std::vector<record_row>& rows, const attribute& found)
+void row_collection::add(const attribute& found)
 {
+    const bool has_start = found.is_resident() || found.first_vcn() == 0;
+    record_row* const begun = found.is_resident() ? nullptr : row_to_continue(found, has_start);
+    if (begun != nullptr) {
+        add_part(*begun, found);
+        return;
+    }
     record_row row;
     row.type = found.type();
-    row.entry = rows.front().entry;
-    row.sequence = rows.front().sequence;
+    row.entry = rows_.front().entry;
+    row.sequence = rows_.front().sequence;
     row.flags = found.flags();
+    row.is_named = found.is_named();
     row.is_resident = found.is_resident();
-    row.has_start = found.is_resident() || found.first_vcn() == 0;
+    row.has_start = has_start;
     uni::utf16_to_text(found.name(), row.name);
     if (row.is_resident) {
         const std::span<const std::uint8_t> value = found.value().bytes();
         row.value.assign(value.begin(), value.end());
         row.allocated_size = row.real_size = row.initialized_size = value.size();
-        rows.push_back(std::move(row));
-    } else if (record_row* const begun = row_to_continue(rows, row)) {
-        add_part(*begun, found);
     } else {
         add_part(row, found);
-        rows.push_back(std::move(row));
     }
+    rows_.push_back(std::move(row));
 }
 
 int rank_of(const record_row& row)
@@ -160,6 +228,16 @@ int rank_of(const record_row& row)
     default:
         return 3;
     }
+}
+
+void row_collection::finish()
+{
+    for (record_row& row : rows_) {
+        sort_extents(row.extents);
+    }
+    std::stable_sort(rows_.begin(), rows_.end(), [](const record_row& a, const record_row& b) {
+        return rank_of(a) < rank_of(b);
+    });
 }
 
 bool read_resident(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)
@@ -190,36 +268,29 @@ void clear_uninitialized(const record_row& row, std::uint64_t offset, std::span<
     }
 }
 
-bool read_whole(ntfs_volume& volume, const record_row& row, std::uint64_t size,
-                uni::byte_vector& stream)
+bool is_compressed(const record_row& row)
 {
-    const std::uint64_t cluster = volume.cluster_size;
-    // Whole clusters, so that they go straight to their place.
-    stream.resize(static_cast<std::size_t>((size + cluster - 1) / cluster * cluster));
-    const std::uint64_t got = read_plain(volume, row, 0, stream);
-    stream.resize(static_cast<std::size_t>(std::min(got, size)));
-    if (row.type == attribute_type::index_allocation) {
-        fix_up_index_blocks(stream);
-    }
-    return !stream.empty();
+    return (row.flags & compression_mask) == compressed && row.compressed_size != 0;
 }
 
 bool read_content(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)
 {
-    ntfs_volume& volume = context.volume;
-    const std::uint64_t size = content_size(volume, row);
+    const std::uint64_t cluster = context.volume.cluster_size;
+    const std::uint64_t size = content_size(context.volume, row);
     if (size == 0) {
         trace_line(context, "err: no data");
         return false;
     }
     trace_line(context, "info: data size 0x%" PRIx64, size);
-    if (!(is_plain(row) ? read_whole(volume, row, size, stream)
-                        : read_compressed(volume, row.extents, size, stream))) {
-        stream.clear();
-        return false;
+    // Whole clusters, so that they go straight to their place.
+    stream.resize(static_cast<std::size_t>((size + cluster - 1) / cluster * cluster));
+    expanded_unit last;
+    const std::uint64_t got = read_value(context.volume, row, 0, stream, last);
+    stream.resize(static_cast<std::size_t>(std::min(got, size)));
+    if (row.type == attribute_type::index_allocation) {
+        fix_up_index_blocks(stream);
     }
-    clear_uninitialized(row, 0, stream);
-    return true;
+    return !stream.empty();
 }
 
 } // namespace
@@ -257,28 +328,19 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     itself.type = row_of_record;
     itself.entry = entry;
     itself.sequence = record.sequence();
+    row_collection collection(rows);
     visit_attributes(context, entry, record, context.volume.record_size, {},
-                     [&rows](const attribute& found) { add_row(rows, found); });
-    std::stable_sort(rows.begin(), rows.end(), [](const record_row& a, const record_row& b) {
-        return rank_of(a) < rank_of(b);
-    });
+                     [&collection](const attribute& found) { collection.add(found); });
+    collection.finish();
     return true;
 }
 
 bool is_main_content(const record_row& row)
 {
-    return row.type == attribute_type::data && row.name.empty();
+    return row.type == attribute_type::data && !row.is_named;
 }
 
-bool is_plain(const record_row& row)
-{
-    const bool is_compressed =
-        (row.flags & compression_mask) == compressed && row.compressed_size != 0;
-    return !row.is_resident && !is_compressed;
-}
-
-// Up to the first cluster that is missing or lies beyond the volume.
-std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row)
+std::uint64_t readable_size(const ntfs_volume& volume, const record_row& row)
 {
     const std::uint64_t cluster = volume.cluster_size;
     const auto end = static_cast<std::uint64_t>(volume.reader->total_size());
@@ -302,11 +364,13 @@ std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row)
     return std::min(found, size);
 }
 
-std::uint64_t read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
-                         std::span<std::uint8_t> out)
+std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
+                         std::span<std::uint8_t> out, expanded_unit& last)
 {
     std::uint32_t flags = 0;
-    const std::uint64_t got = read_extents(volume, row.extents, offset, out, flags);
+    const std::uint64_t got = is_compressed(row)
+                                  ? read_compressed(volume, row.extents, offset, out, last)
+                                  : read_extents(volume, row.extents, offset, out, flags);
     clear_uninitialized(row, offset, out.first(static_cast<std::size_t>(got)));
     return got;
 }

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "ntfs/compression.h"
 #include "ntfs/volume.h"
 #include "uni/large_vector.h"
 
@@ -25,6 +26,7 @@ struct record_row {
     std::uint32_t type = 0;
     std::uint64_t entry = 0; // of the record
     std::uint16_t sequence = 0;
+    bool is_named = false; // also with a name that is no text, which leaves `name` empty
     std::string name;
     std::uint16_t flags = 0;
     bool is_resident = true;
@@ -51,17 +53,18 @@ bool is_main_content(const record_row& row);
 // ends it. Bytes behind the initialized size are zeros.
 bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream);
 
-// Whether a value's bytes can be read where they are wanted: those of a non-resident one that is not
-// compressed. Then how many there are, and those at an offset, up to the first that cannot be read.
-bool is_plain(const record_row& row);
-std::uint64_t plain_size(const ntfs_volume& volume, const record_row& row);
-std::uint64_t read_plain(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
-                         std::span<std::uint8_t> out);
+// Of a non-resident value, whose bytes are read where they are wanted: how many there are up to the
+// first cluster that is missing or lies beyond the volume; and those at an offset, up to the first
+// that cannot be read. One value goes with one `last`, see read_compressed().
+std::uint64_t readable_size(const ntfs_volume& volume, const record_row& row);
+std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
+                         std::span<std::uint8_t> out, expanded_unit& last);
 
 using attribute_visitor = std::function<void(const attribute&)>;
 
 // Visits the attributes of a record, none longer than `longest`, and then those that its attribute
-// list names in other records, of the `types` alone, all for none given.
+// list names in other records, of the `types` alone, all for none given. A record that is named
+// often is walked once; one that says that it extends another file is left to that.
 void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_record& record,
                       std::uint64_t longest, std::span<const std::uint32_t> types,
                       const attribute_visitor& visit);

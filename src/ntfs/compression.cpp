@@ -70,21 +70,19 @@ std::uint64_t clusters_of_unit(const std::vector<extent>& extents, std::uint64_t
     return std::min(count, compression_unit);
 }
 
-// Reads a unit into `out`; gives the bytes that are sound.
-std::uint64_t read_unit(ntfs_volume& volume, const std::vector<extent>& extents, std::uint64_t vcn,
-                        std::vector<std::uint8_t>& packed, std::span<std::uint8_t> out)
+// Expands the unit from its clusters, of which there are `stored`.
+void expand_unit(ntfs_volume& volume, const std::vector<extent>& extents, std::uint64_t vcn,
+                 std::uint64_t stored, expanded_unit& unit)
 {
-    const std::uint64_t stored = clusters_of_unit(extents, vcn);
-    const std::uint64_t offset = vcn * volume.cluster_size;
+    const auto cluster = static_cast<std::size_t>(volume.cluster_size);
+    std::vector<std::uint8_t> packed(static_cast<std::size_t>(stored) * cluster);
     std::uint32_t flags = 0;
-    if (stored == 0 || stored == compression_unit) {
-        return read_extents(volume, extents, offset, out, flags);
+    unit.vcn = vcn;
+    unit.bytes.resize(compression_unit * cluster);
+    unit.sound = 0;
+    if (read_extents(volume, extents, vcn * cluster, packed, flags) == packed.size()) {
+        unit.sound = decompress(uni::byte_view(packed), unit.bytes);
     }
-    packed.resize(static_cast<std::size_t>(stored * volume.cluster_size));
-    if (read_extents(volume, extents, offset, packed, flags) != packed.size()) {
-        return 0;
-    }
-    return decompress(uni::byte_view(packed), out);
 }
 
 } // namespace
@@ -120,24 +118,37 @@ std::uint64_t decompress(uni::byte_view from, std::span<std::uint8_t> out)
     return done;
 }
 
-bool read_compressed(ntfs_volume& volume, const std::vector<extent>& extents, std::uint64_t size,
-                     uni::byte_vector& stream)
+std::uint64_t read_compressed(ntfs_volume& volume, const std::vector<extent>& extents,
+                              std::uint64_t offset, std::span<std::uint8_t> out,
+                              expanded_unit& last)
 {
     const std::uint64_t unit = compression_unit * volume.cluster_size;
-    std::vector<std::uint8_t> packed;
-    stream.resize(static_cast<std::size_t>((size + unit - 1) / unit * unit));
     std::uint64_t done = 0;
-    while (done < size) {
-        const std::span<std::uint8_t> out(stream.data() + done, static_cast<std::size_t>(unit));
-        const std::uint64_t sound =
-            read_unit(volume, extents, done / volume.cluster_size, packed, out);
-        done += sound;
-        if (sound != unit) {
+    while (done < out.size()) {
+        const std::uint64_t vcn = (offset + done) / unit * compression_unit;
+        const std::uint64_t inner = (offset + done) % unit;
+        const std::span<std::uint8_t> piece =
+            out.subspan(static_cast<std::size_t>(done),
+                        static_cast<std::size_t>(std::min(out.size() - done, unit - inner)));
+        const std::uint64_t stored = clusters_of_unit(extents, vcn);
+        std::uint64_t got = 0;
+        if (stored == 0 || stored == compression_unit) {
+            std::uint32_t flags = 0;
+            got = read_extents(volume, extents, offset + done, piece, flags);
+        } else {
+            if (last.vcn != vcn) {
+                expand_unit(volume, extents, vcn, stored, last);
+            }
+            got = std::min<std::uint64_t>(piece.size(), last.sound - std::min(last.sound, inner));
+            std::copy_n(last.bytes.begin() + static_cast<std::ptrdiff_t>(inner), got,
+                        piece.begin());
+        }
+        done += got;
+        if (got != piece.size()) {
             break;
         }
     }
-    stream.resize(static_cast<std::size_t>(std::min(done, size)));
-    return !stream.empty();
+    return done;
 }
 
 } // namespace ntfs

@@ -20,7 +20,6 @@
 
 #include "ntfs/runs.h"
 #include "uni/byte_view.h"
-#include "uni/large_vector.h"
 
 namespace ntfs {
 
@@ -32,9 +31,17 @@ inline constexpr std::uint64_t compression_unit = 16; // clusters
 // its beginning, is sound: all of it unless a chunk is damaged or cut off.
 std::uint64_t decompress(uni::byte_view from, std::span<std::uint8_t> out);
 
-// Reads the first `size` bytes of a compressed value, or those before the first that cannot be
-// read. True if there are any.
-bool read_compressed(ntfs_volume& volume, const std::vector<extent>& extents, std::uint64_t size,
-                     uni::byte_vector& stream);
+// The unit of a value that was expanded last.
+struct expanded_unit {
+    std::uint64_t vcn = ~std::uint64_t{0}; // of its first cluster; none yet
+    std::vector<std::uint8_t> bytes;
+    std::uint64_t sound = 0; // of the bytes, from the first on
+};
+
+// Reads what a compressed value holds from `offset` on. Gives the bytes up to the first that cannot
+// be read. One value goes with one `last`, which saves expanding a unit for each of its pieces.
+std::uint64_t read_compressed(ntfs_volume& volume, const std::vector<extent>& extents,
+                              std::uint64_t offset, std::span<std::uint8_t> out,
+                              expanded_unit& last);
 
 } // namespace ntfs

@@ -19,6 +19,7 @@ constexpr std::uint64_t entry_header = 16;
 constexpr std::uint64_t largest_node = 4096;
 constexpr std::uint64_t longest_next_entry = 768;
 constexpr std::uint64_t largest_piece = 0x100000; // of an index that is read at once
+constexpr std::size_t most_repeated = 0x10000;    // children kept twice for a while
 constexpr std::uint64_t longest_beside_names = 1023;
 
 // Lists the entries of a node, which ends with its bytes.
@@ -79,16 +80,45 @@ void take_index_part(const attribute& found, index_parsing parsing, index_parts&
     }
 }
 
+void keep_each_once(std::vector<std::uint64_t>& children)
+{
+    std::sort(children.begin(), children.end());
+    children.erase(std::unique(children.begin(), children.end()), children.end());
+}
+
+// Extents of an index in their order, up to where they use clusters over and over.
+void settle_extents(const ntfs_volume& volume, std::vector<extent>& extents)
+{
+    sort_extents(extents);
+    cluster_use use(most_clusters_again(volume));
+    extents.erase(std::find_if_not(extents.begin(), extents.end(),
+                                   [&use](const extent& part) { return use.add(part); }),
+                  extents.end());
+}
+
+// Where the first block begins that is not all sparse.
+std::uint64_t behind_sparse(const ntfs_volume& volume, const std::vector<extent>& extents,
+                            std::uint64_t from)
+{
+    const extent* const part = find_extent(extents, from / volume.cluster_size);
+    if (part == nullptr || !part->is_sparse) {
+        return from;
+    }
+    const std::uint64_t end = (part->vcn + part->length) * volume.cluster_size;
+    return std::max(from, end / index_block_size * index_block_size);
+}
+
 // Reads the index blocks in large pieces; clusters that are sparse hold none.
 bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_parsing parsing,
                        std::vector<std::uint64_t>& children)
 {
-    sort_extents(extents);
+    settle_extents(volume, extents);
     const std::uint64_t size =
         std::min(extent_byte_length(extents, volume.cluster_size, false), largest_content(volume));
     std::vector<std::uint8_t> piece;
     std::uint64_t done = 0;
-    while (done < size) {
+    std::size_t enough = most_repeated;
+    while ((done = behind_sparse(volume, extents, done)) < size) {
         piece.resize(static_cast<std::size_t>(std::min(size - done, largest_piece)));
         std::uint32_t flags = 0;
         const std::uint64_t got = read_extents(volume, extents, done, piece, flags);
@@ -99,6 +129,10 @@ bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_
             if (block.u32(0) == 0x58444e49) { // "INDX"
                 parse_node(block.from(block_header), parsing, children);
             }
+        }
+        if (children.size() > enough) {
+            keep_each_once(children);
+            enough = children.size() * 2 + most_repeated;
         }
         done += got;
         if (got != piece.size()) {
@@ -146,13 +180,18 @@ directory_node* listed_directory(mft_entries_ctx& context, std::uint64_t entry)
     return &context.volume.directories.emplace(entry, std::move(node)).first->second;
 }
 
-// Names of the children of a directory, which come before those that they have elsewhere; of
-// children of one name the first is kept.
+// Which of equal names counts: one of a file that is there before that of a deleted one, then one
+// in the directory before one that the child has elsewhere.
+unsigned rank_of(const file_record& child, bool is_elsewhere)
+{
+    return (child.is_in_use() ? 0u : 2u) + (is_elsewhere ? 1u : 0u);
+}
+
+// Names of the children of a directory.
 void collect_children_names(mft_entries_ctx& context, std::uint64_t directory, directory_node& node)
 {
     std::vector<std::uint8_t> buffer;
     std::vector<file_name> names;
-    std::vector<std::pair<std::string, std::uint64_t>> names_elsewhere;
     node.names.reserve(node.children.size());
     for (const std::uint64_t child : node.children) {
         if (child == directory) {
@@ -162,6 +201,9 @@ void collect_children_names(mft_entries_ctx& context, std::uint64_t directory, d
             trace_line(context, "err: readFR: inode 0x%" PRIx64, child);
             continue;
         }
+        if (!file_record(buffer).has_sound_sizes()) {
+            trace_line(context, "err: paramsFR: inode 0x%" PRIx64, child);
+        }
         names.clear();
         collect_file_names(context, child, file_record(buffer), names);
         if (names.empty()) {
@@ -169,15 +211,12 @@ void collect_children_names(mft_entries_ctx& context, std::uint64_t directory, d
         }
         for (file_name& found : names) {
             uni::lower_text(found.name);
-            if (found.parent == directory) {
-                node.names.emplace(std::move(found.name), child);
-            } else {
-                names_elsewhere.emplace_back(std::move(found.name), child);
+            const named_child named{child, rank_of(file_record(buffer), found.parent != directory)};
+            const auto [place, is_new] = node.names.try_emplace(std::move(found.name), named);
+            if (!is_new && named.rank < place->second.rank) {
+                place->second = named;
             }
         }
-    }
-    for (auto& [name, child] : names_elsewhere) {
-        node.names.emplace(std::move(name), child);
     }
 }
 
@@ -225,7 +264,7 @@ bool find_segment(mft_entries_ctx& context, std::uint64_t directory, std::string
         trace_line(context, "err: no child nodes");
         return false;
     }
-    inode = found->second;
+    inode = found->second.entry;
     trace_line(context, "info: inode found for seg: %s : 0x%" PRIx64, name.c_str(), inode);
     return true;
 }
@@ -259,8 +298,7 @@ bool enum_directory(mft_entries_ctx& context, std::uint64_t entry,
         [&](const attribute& found) { take_index_part(found, parsing, parts, children); });
     const bool has_blocks =
         parts.has_allocation && read_index_blocks(context.volume, parts.extents, parsing, children);
-    std::sort(children.begin(), children.end());
-    children.erase(std::unique(children.begin(), children.end()), children.end());
+    keep_each_once(children);
     return parts.has_root || has_blocks;
 }
 

@@ -54,6 +54,7 @@ volume_identity identify_by_oem_field(byte_view block)
     } else {
         return found;
     }
+    found.sectors_per_cluster = sectors_per_cluster(block.u8(13));
     found.sector_count = block.u64(40);
     found.serial = block.u64(72);
     return found;
@@ -133,6 +134,11 @@ private:
             found.push_back({kind, start * sector_, count * sector_});
         }
     }
+    bool is_on_disk(std::uint64_t start, std::uint64_t count) const
+    {
+        const std::uint64_t sectors = static_cast<std::uint64_t>(disk_.total_size()) / sector_;
+        return count != 0 && start <= sectors && count <= sectors - start;
+    }
     void guess_before(std::uint64_t start);
     void take_chain(std::uint64_t first);
     void take_gpt();
@@ -185,16 +191,20 @@ void table_walk::take_chain(std::uint64_t first)
     for (int links = 0; base != 0 && links < longest_chain; ++links) {
         const std::vector<std::uint8_t> bytes = read(base, 1);
         const byte_view table(bytes);
-        if (table.u16(mark_place) != sector_mark) {
-            return;
-        }
+        // Where the mark of the disk itself stood.
+        const bool is_marked = table.u16(sector_ - 2) == sector_mark;
         std::uint64_t next = 0;
         for (int i = 0; i < 4; ++i) {
             const byte_view entry = table.slice(entry_place(i), 16);
-            if (is_extended(entry.u8(4))) {
-                next = first + entry.u32(8);
-            } else if (entry.u8(4) != 0) {
-                add(entry.u8(4), base + entry.u32(8), entry.u32(12));
+            const bool leads_on = is_extended(entry.u8(4));
+            const std::uint64_t start = (leads_on ? first : base) + entry.u32(8);
+            if (entry.u8(4) == 0 || (!is_marked && !is_on_disk(start, entry.u32(12)))) {
+                continue;
+            }
+            if (leads_on) {
+                next = start;
+            } else {
+                add(entry.u8(4), start, entry.u32(12));
             }
         }
         base = next > base ? next : 0; // a chain leads forward, or in a circle
@@ -275,6 +285,12 @@ constexpr auto type_names = std::to_array<type_name>({
 });
 
 } // namespace
+
+std::uint32_t sectors_per_cluster(std::uint8_t stored)
+{
+    constexpr unsigned most = 0x80;
+    return stored <= most ? stored : power_of_two(256u - stored);
+}
 
 volume_identity identify_volume(byte_view first_block)
 {

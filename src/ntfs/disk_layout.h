@@ -5,7 +5,7 @@
 //        4      1  type
 //        8      4  first sector
 //       12      4  count of sectors
-// The sector ends in 0xaa55. An entry of type 5 or 15 leads to another such sector, whose entries
+// The sector ends in 0xaa55, but see read_partitions(). An entry of type 5 or 15 leads to another such sector, whose entries
 // count from it; its own further one counts from the first in the chain. Type 0xee says that the
 // partitions stand in a GUID partition table from sector 1 on.
 #pragma once
@@ -33,6 +33,9 @@ struct volume_identity {
     std::uint64_t serial = 0;              // the same
 };
 
+// Sectors in a cluster of NTFS from the boot sector's byte at 13; 0 for what none can have.
+std::uint32_t sectors_per_cluster(std::uint8_t stored);
+
 // Tells the file system from the first block of a volume, at least 512 bytes of it. Some are told
 // only by what stands 1080 bytes in.
 volume_identity identify_volume(uni::byte_view first_block);
@@ -47,7 +50,8 @@ struct disk_partition {
 };
 
 // The partitions of a disk in the order of its tables; none for a volume without a table, and for
-// anything else.
+// anything else. Where a further table is not marked, those of its entries count that lie on the
+// disk.
 std::vector<disk_partition> read_partitions(RAW_DISK_IO& disk);
 
 } // namespace ntfs

@@ -37,7 +37,7 @@ bool locked_file::open(std::string_view volume_text, volume_source source, std::
 bool locked_file::take(mft_entries_ctx& context, const record_row& row)
 {
     uni::byte_vector content;
-    if (!is_plain(row)) {
+    if (row.is_resident) {
         if (!read_attribute_data(context, row, content)) {
             return false;
         }
@@ -46,15 +46,17 @@ bool locked_file::take(mft_entries_ctx& context, const record_row& row)
         size_ = content_.size();
         return true;
     }
-    const std::uint64_t size = plain_size(context.volume, row);
+    const std::uint64_t size = readable_size(context.volume, row);
+    expanded_unit last;
     std::uint8_t first = 0;
-    if (size == 0 || read_plain(context.volume, row, 0, {&first, 1}) == 0) {
+    if (size == 0 || read_value(context.volume, row, 0, {&first, 1}, last) == 0) {
         trace_line(context, "err: no data");
         return false;
     }
     trace_line(context, "info: data size 0x%" PRIx64, size);
     content_ = {};
     row_ = row;
+    last_ = std::move(last);
     size_ = size;
     return true;
 }
@@ -70,7 +72,7 @@ std::uint64_t locked_file::read(std::span<std::uint8_t> out, std::uint64_t offse
                     out.begin());
         return out.size();
     }
-    return read_plain(*volume_, row_, offset, out);
+    return read_value(*volume_, row_, offset, out, last_);
 }
 
 bool load_locked_file(std::string_view volume_text, volume_source source, std::string_view path,

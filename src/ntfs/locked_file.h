@@ -12,7 +12,7 @@ namespace ntfs {
 
 // The main content of a file, read off its volume itself: so a file is read that the running system
 // keeps locked, or that lies in an image which nobody mounted. Clusters are read when their bytes are
-// asked for, and the volume stays open until then; what is small or compressed is read at once.
+// asked for, and the volume stays open until then; what the record itself holds is read at once.
 class locked_file {
 public:
     // Finds the file at a path of a volume. False if there is no such volume or file, or nothing
@@ -32,6 +32,7 @@ private:
 
     std::unique_ptr<ntfs_volume> volume_;
     record_row row_;           // what is read by the cluster
+    expanded_unit last_;       // of that, if it is compressed
     uni::byte_vector content_; // or else what was read at once
     std::uint64_t size_ = 0;
 };

@@ -31,6 +31,14 @@ record_kind kind_of(uni::byte_view bytes)
     return begins_with(bytes, "BAAD") ? record_kind::bad : record_kind::unknown;
 }
 
+// A tag (4 bytes), the size of what follows the head (2) and 2 bytes that mean nothing.
+bool is_reparse_point(uni::byte_view value)
+{
+    constexpr std::uint64_t longest_link = 16;
+    constexpr std::uint64_t head = 8;
+    return value.size() > longest_link && value.contains(head, value.u16(4));
+}
+
 } // namespace
 
 record_kind fix_up(std::span<std::uint8_t> bytes)
@@ -121,7 +129,6 @@ bool attribute_walk::next(attribute& out)
 std::string_view attribute_label(const attribute& of)
 {
     constexpr std::uint64_t object_id_size = 16;
-    constexpr std::uint64_t reparse_head = 16;
     switch (of.type()) {
     case 0x10:
         return "standard information";
@@ -146,7 +153,7 @@ std::string_view attribute_label(const attribute& of)
     case 0xb0:
         return "bitmap";
     case 0xc0:
-        return of.value().size() > reparse_head ? "reparse point" : "symbolic link";
+        return is_reparse_point(of.value()) ? "reparse point" : "symbolic link";
     case 0xd0:
         return "extended attribs info";
     case 0xe0:

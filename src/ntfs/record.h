@@ -7,7 +7,7 @@
 //        6      2  its count of elements; at most 9
 //       16      2  sequence number
 //       20      2  offset of the first attribute; at most 72
-//       22      2  flags: 2 a directory
+//       22      2  flags: 1 in use, else the file was deleted; 2 a directory
 //       24      4  used size
 //       28      4  allocated size
 //       32      8  reference of the base record, low 48 bits its entry number; not 0 in a record
@@ -89,8 +89,16 @@ public:
     std::uint16_t update_count() const noexcept { return bytes_.u16(6); }
     std::uint16_t sequence() const noexcept { return bytes_.u16(16); }
     std::uint16_t first_attribute() const noexcept { return bytes_.u16(20); }
+    bool is_in_use() const noexcept { return (bytes_.u16(22) & 1) != 0; }
     bool is_directory() const noexcept { return (bytes_.u16(22) & 2) != 0; }
+    std::uint32_t used_size() const noexcept { return bytes_.u32(24); }
     std::uint32_t allocated_size() const noexcept { return bytes_.u32(28); }
+    // Whether the sizes that the record tells go together and fit it.
+    bool has_sound_sizes() const noexcept
+    {
+        return allocated_size() != 0 && used_size() <= allocated_size() &&
+               allocated_size() <= bytes_.size();
+    }
     std::uint64_t base_reference() const noexcept { return bytes_.u64(32); }
 
 private:

@@ -106,6 +106,30 @@ const extent* find_extent(const std::vector<extent>& extents, std::uint64_t vcn)
     return vcn - found.vcn < found.length ? &found : nullptr;
 }
 
+bool cluster_use::add(const extent& part)
+{
+    if (part.is_sparse) {
+        return true;
+    }
+    std::uint64_t first = part.lcn;
+    std::uint64_t end = part.lcn + part.length;
+    std::uint64_t again = 0;
+    auto span = used_.upper_bound(first);
+    if (span != used_.begin() && std::prev(span)->second >= first) {
+        --span;
+    }
+    while (span != used_.end() && span->first <= part.lcn + part.length) {
+        again += std::min(part.lcn + part.length, span->second) - std::max(part.lcn, span->first);
+        first = std::min(first, span->first);
+        end = std::max(end, span->second);
+        span = used_.erase(span);
+    }
+    used_.emplace(first, end);
+    const bool fits = again <= left_;
+    left_ -= std::min(again, left_);
+    return fits;
+}
+
 void sort_extents(std::vector<extent>& extents)
 {
     std::stable_sort(extents.begin(), extents.end(),

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "ntfs/record.h"
@@ -49,6 +50,20 @@ std::uint64_t extent_byte_length(const std::vector<extent>& extents, std::uint64
 
 // The extent that holds a cluster of the value; null if none does. `extents` ascend by vcn.
 const extent* find_extent(const std::vector<extent>& extents, std::uint64_t vcn);
+
+// Counts the clusters of the volume that extents use again. Sound ones use each once; others could
+// make endless bytes of a few clusters, and records and indexes are read whole.
+class cluster_use {
+public:
+    explicit cluster_use(std::uint64_t most_again) : left_(most_again) {}
+
+    // Notes the clusters of an extent. False once more of them came again than may.
+    bool add(const extent& part);
+
+private:
+    std::map<std::uint64_t, std::uint64_t> used_; // spans apart: the first, the one behind the last
+    std::uint64_t left_;
+};
 
 // Puts extents that came in pieces into the order of their vcn.
 void sort_extents(std::vector<extent>& extents);

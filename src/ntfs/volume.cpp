@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 
 #include "ntfs/attributes.h"
+#include "ntfs/disk_layout.h"
 
 namespace ntfs {
 
@@ -13,6 +15,7 @@ namespace {
 constexpr std::uint64_t boot_size = 512;
 constexpr std::string_view oem_id = "NTFS    ";
 constexpr std::size_t oem_place = 3;
+constexpr std::uint64_t largest_cluster = 2 << 20;
 constexpr std::uint32_t usual_record_size = 1024;
 constexpr std::uint32_t largest_record = 1 << 20;
 constexpr std::uint32_t smallest_record = 48; // its header
@@ -44,11 +47,12 @@ bool read_boot_sector(ntfs_volume& volume)
     if (!std::equal(oem_id.begin(), oem_id.end(), volume.boot_sector.begin() + oem_place)) {
         return false;
     }
-    volume.sectors_per_cluster = boot.u8(13);
-    volume.cluster_size = boot.u16(11) * volume.sectors_per_cluster;
-    if (volume.cluster_size == 0) {
+    volume.sectors_per_cluster = sectors_per_cluster(boot.u8(13));
+    const std::uint64_t cluster_size = boot.u16(11) * std::uint64_t{volume.sectors_per_cluster};
+    if (cluster_size == 0 || cluster_size > largest_cluster) {
         return false;
     }
+    volume.cluster_size = static_cast<std::uint32_t>(cluster_size);
     const std::uint64_t record_size = record_size_of(boot.u8(64), volume.cluster_size);
     constexpr std::uint64_t last_byte = std::uint64_t{1} << 62;
     if (record_size > largest_record || boot.u64(48) > last_byte / volume.cluster_size) {
@@ -93,15 +97,31 @@ bool read_first_record_whole(ntfs_volume& volume, std::vector<std::uint8_t>& buf
 // extents known so far must locate.
 void find_mft_extents(ntfs_volume& volume, const std::vector<std::uint8_t>& first)
 {
-    mft_entries_ctx context(volume);
-    const auto take = [&volume](const attribute& found) {
-        if (found.type() == attribute_type::data && !found.is_named() && !found.is_resident()) {
-            std::vector<byte_run> runs;
-            decode_data_runs(found, runs);
-            runs_to_extents(runs, volume.mft_extents);
-            sort_extents(volume.mft_extents);
+    // Each part that comes out of order costs a sorting.
+    int left_out_of_order = 64;
+    cluster_use use(most_clusters_again(volume));
+    const auto take = [&](const attribute& found) {
+        std::vector<extent>& known = volume.mft_extents;
+        if (found.type() != attribute_type::data || found.is_named() || found.is_resident()) {
+            return;
+        }
+        const bool in_order =
+            known.empty() || found.first_vcn() >= known.back().vcn + known.back().length;
+        if (!in_order && left_out_of_order-- <= 0) {
+            return;
+        }
+        std::vector<byte_run> runs;
+        std::vector<extent> part;
+        decode_data_runs(found, runs);
+        runs_to_extents(runs, part);
+        const auto end = std::find_if_not(part.begin(), part.end(),
+                                          [&use](const extent& each) { return use.add(each); });
+        known.insert(known.end(), part.begin(), end);
+        if (!in_order) {
+            sort_extents(known);
         }
     };
+    mft_entries_ctx context(volume);
     const std::uint32_t types[] = {attribute_type::data};
     visit_attributes(context, 0, file_record(first), volume.record_size, types, take);
 }
@@ -172,7 +192,7 @@ bool place_of_cluster(const ntfs_volume& volume, std::uint64_t lcn, std::uint64_
     return lcn <= end / volume.cluster_size;
 }
 
-disk_mode disk_mode_of(volume_source source)
+std::optional<disk_mode> disk_mode_of(volume_source source)
 {
     switch (source) {
     case volume_source::letter:
@@ -182,9 +202,9 @@ disk_mode disk_mode_of(volume_source source)
     case volume_source::physical_drive:
         return disk_mode::physical_drive;
     case volume_source::device:
-        break;
+        return disk_mode::device;
     }
-    return disk_mode::device;
+    return std::nullopt;
 }
 
 } // namespace
@@ -210,13 +230,14 @@ void trace_line(const mft_entries_ctx& context, const char* format, ...)
 std::unique_ptr<ntfs_volume> open_ntfs_volume(std::string_view text, volume_source source,
                                               const platform::device_opener& open_device)
 {
-    if (text.empty()) {
+    const std::optional<disk_mode> mode = disk_mode_of(source);
+    if (text.empty() || !mode) {
         return nullptr;
     }
     const std::string name =
         source == volume_source::letter ? std::string{text.front(), ':'} : std::string(text);
     auto volume = std::make_unique<ntfs_volume>();
-    volume->reader = std::make_unique<RAW_DISK_IO>(name, disk_mode_of(source), open_device);
+    volume->reader = std::make_unique<RAW_DISK_IO>(name, *mode, open_device);
     if (!volume->reader->is_open()) {
         volume->reader.reset();
     }
@@ -256,6 +277,12 @@ bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)
     }
     mft_offset = volume.mft_offset;
     return true;
+}
+
+std::uint64_t most_clusters_again(const ntfs_volume& volume)
+{
+    constexpr std::uint64_t most = 16 << 20;
+    return most / volume.cluster_size;
 }
 
 std::uint64_t largest_content(const ntfs_volume& volume)

@@ -4,7 +4,7 @@
 //   offset  bytes
 //        3      8  "NTFS    "
 //       11      2  bytes per sector
-//       13      1  sectors per cluster
+//       13      1  sectors per cluster; above 0x80 negative, its magnitude their binary logarithm
 //       40      8  total sectors
 //       48      8  first cluster of $MFT, the file of all FILE records; entry n is its n-th record
 //       64      1  clusters per FILE record; if negative, its magnitude is the binary logarithm of
@@ -32,10 +32,16 @@
 
 namespace ntfs {
 
+// A name in a directory, and which of several equal ones it is.
+struct named_child {
+    std::uint64_t entry = 0;
+    unsigned rank = 0; // the lowest has the name, the first of these
+};
+
 // What a directory holds.
 struct directory_node {
-    std::vector<std::uint64_t> children;                  // entry numbers, ascending, each once
-    std::unordered_map<std::string, std::uint64_t> names; // lower-case name to entry number
+    std::vector<std::uint64_t> children;                // entry numbers, ascending, each once
+    std::unordered_map<std::string, named_child> names; // by lower-case name
 };
 
 // Records read ahead. Records that are asked for one after the other come in ever larger reads.
@@ -72,10 +78,11 @@ struct mft_entries_ctx {
     ntfs_volume& volume;
     trace_text trace; // gets what was met; empty for none
     bool bad = false; // the record read last was given up by the file system
-    // Records that extend another, and which. One that two claim belongs to the first, so that no
-    // look-up reads records over and over.
+    // Records that attribute lists named, and whom they extend: the base that they tell or, where
+    // they tell none, who named them first. So no look-up reads a record again for everyone that
+    // claims it.
     std::unordered_map<std::uint64_t, std::uint64_t> extension_owners;
-    std::uint64_t list_bytes = 0; // read of attribute lists that lie in clusters
+    std::uint64_t list_bytes = 0; // tried to read of attribute lists that lie in clusters
 };
 
 // Writes a trace line as printf would.
@@ -97,6 +104,9 @@ open_ntfs_volume(std::string_view text, volume_source source,
 // Reads what must be known of a volume whose reader is set. True when it is ready, at once if it
 // was before.
 bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset);
+
+// How many clusters records or an index may use more than once: 16 MiB of them.
+std::uint64_t most_clusters_again(const ntfs_volume& volume);
 
 // Bytes that nothing on the volume can exceed, whatever sizes it claims: its own length and 64 MiB
 // for zeros that have no clusters.
