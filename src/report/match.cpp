@@ -220,12 +220,16 @@ private:
     std::vector<std::uint32_t> possible_names() const
     {
         std::vector<std::uint32_t> names;
-        for (const std::uint32_t ordinal : database_.ordinals_by_tag(tag::name)) {
-            const uni::byte_view stored = stored_text(database_.offset_at(ordinal));
-            // A name without a text may take that of another property.
-            if (is_empty_text(stored) || may_be_key(stored)) {
-                names.push_back(ordinal);
+        std::uint32_t ordinal = 0;
+        for (const sdb::tag_table::row& row : database_.children().rows()) {
+            if (row.tag == tag::name) {
+                const uni::byte_view stored = stored_text(row.offset);
+                // A name without a text may take that of another property.
+                if (is_empty_text(stored) || may_be_key(stored)) {
+                    names.push_back(ordinal);
+                }
             }
+            ++ordinal;
         }
         return names;
     }
