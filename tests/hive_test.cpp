@@ -347,10 +347,11 @@ TEST(HiveValues, NamesAreToldByTheirSecondByte)
         put_text(image, cell + 24, one.stored);
         const hive_image hive = opened(image);
         std::vector<std::string> names;
-        EXPECT_TRUE(key_reader(hive).enum_values(hive.root_cell(), [&names](const auto& item) {
-            names.push_back(item.name);
-            return true;
-        }));
+        EXPECT_TRUE(
+            hive::value_reader(hive).enum_values(hive.root_cell(), [&names](const auto& item) {
+                names.push_back(item.name);
+                return true;
+            }));
         EXPECT_EQ(names, std::vector<std::string>{std::string(one.name)});
     }
 }

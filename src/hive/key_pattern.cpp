@@ -157,12 +157,12 @@ private:
         constexpr std::uint64_t largest_value_cell = 4096;
         const std::uint64_t last_write = reader_.last_write_of(key);
         bool any = false;
-        const bool has_list = reader_.enum_values(key, [&](const hive_value_item& item) {
+        const bool has_list = reader_.values().enum_values(key, [&](const hive_value_item& item) {
             any = true;
             hive_value_data data;
             if (item.cell == 0 || item.cell_size > largest_value_cell ||
                 (wanted && !uni::equal_ignoring_case(item.name, *wanted)) ||
-                !reader_.read_value_data(item.cell, data)) {
+                !reader_.values().read_value_data(item.cell, data)) {
                 return true;
             }
             take_({path, last_write, item.name, data.type, bytes_of(item.name, data), data.is_big,
@@ -181,7 +181,7 @@ private:
         constexpr std::uint64_t too_large = 0x1000000;
         const std::uint64_t count = data.size & size_bits;
         return count < too_large
-                   ? reader_.copy_data(data, count, need_ ? need_(name) : data_need::whole)
+                   ? reader_.values().copy_data(data, count, need_ ? need_(name) : data_need::whole)
                    : std::vector<std::uint8_t>();
     }
 
