@@ -31,7 +31,7 @@ const test_support::bytes& image_of(std::int64_t mebibytes)
 struct loaded_database {
     explicit loaded_database(const test_support::bytes& image)
     {
-        database.load_image(uni::byte_vector(image.begin(), image.end()), options);
+        database.load_image(io::byte_vector(image.begin(), image.end()), options);
     }
     front::sdb_opts options;
     sdb::sdb_database database;
@@ -48,7 +48,7 @@ void load_and_scan(benchmark::State& state)
     const test_support::bytes& image = image_of(state.range(0));
     for (auto _ : state) {
         state.PauseTiming();
-        uni::byte_vector copy(image.begin(), image.end());
+        io::byte_vector copy(image.begin(), image.end());
         front::sdb_opts options;
         auto database = std::make_unique<sdb::sdb_database>();
         state.ResumeTiming();
@@ -63,7 +63,7 @@ void load_and_scan(benchmark::State& state)
 void inflate(benchmark::State& state)
 {
     const test_support::bytes packed = test_support::compress(image_of(state.range(0)));
-    uni::byte_vector plain;
+    io::byte_vector plain;
     for (auto _ : state) {
         benchmark::DoNotOptimize(sdb::inflate_image(uni::byte_view(packed), plain));
     }
@@ -90,7 +90,7 @@ void list_applications(benchmark::State& state, bool xml)
     loaded.options.xml = xml;
     loaded.options.list_apps = true;
     for (auto _ : state) {
-        uni::null_out_stream nowhere;
+        io::null_out_stream nowhere;
         report::run_database_report(nowhere, loaded.database, loaded.options);
     }
     count_bytes(state);

@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t longest_input = 65'536;
 constexpr std::size_t shortest_input = 4'520;
 
-void put_text(uni::byte_vector& bytes, std::size_t offset, std::string_view text)
+void put_text(io::byte_vector& bytes, std::size_t offset, std::string_view text)
 {
     for (const char c : text) {
         bytes[offset++] = static_cast<std::uint8_t>(c);
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < shortest_input || size > longest_input) {
         return -1;
     }
-    uni::byte_vector bytes(data, data + size);
+    io::byte_vector bytes(data, data + size);
     put_text(bytes, 0, "regf");
     if ((data[0] & 1) != 0) { // else the bins are to be looked for
         put_text(bytes, 4096, "hbin");

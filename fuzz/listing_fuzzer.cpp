@@ -16,9 +16,9 @@ namespace {
 // Longer inputs find nothing that shorter ones do not.
 constexpr std::size_t longest_input = 65'536;
 
-uni::null_out_stream& nowhere()
+io::null_out_stream& nowhere()
 {
-    static uni::null_out_stream out;
+    static io::null_out_stream out;
     return out;
 }
 
@@ -108,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     front::sdb_opts options;
     sdb::sdb_database database;
-    if (database.load_image(uni::byte_vector(data, data + size), options)) {
+    if (database.load_image(io::byte_vector(data, data + size), options)) {
         reports[data[0] % std::size(reports)](database, options);
     }
     return 0;

@@ -33,11 +33,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size > longest_input) {
         return -1;
     }
-    pe::PE_FILE_UTIL file(uni::byte_vector(data, data + size));
+    pe::PE_FILE_UTIL file(io::byte_vector(data, data + size));
     report::pe_list list;
     if (report::read_pe_stats(list, file)) {
         name_everything(file);
-        uni::null_out_stream nowhere;
+        io::null_out_stream nowhere;
         front::sdb_opts options;
         report::print_pe_stats(nowhere, list, options);
         options.csv = true;

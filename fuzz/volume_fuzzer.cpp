@@ -62,7 +62,7 @@ void read_everything(ntfs::ntfs_volume& volume)
         std::vector<std::uint64_t> children;
         ntfs::list_record_attributes(context, entry, rows);
         for (const ntfs::record_row& row : rows) {
-            uni::byte_vector content;
+            io::byte_vector content;
             if (row.extents.size() < 8 && row.real_size < (1 << 20)) {
                 ntfs::read_attribute_data(context, row, content);
             }
@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     disk.size = volume_size;
     change(disk.bytes, uni::byte_view(std::span(data, size)));
     const platform::device_opener opener = opener_of(disk);
-    uni::byte_vector hive;
+    io::byte_vector hive;
     ntfs::load_locked_file("c:", ntfs::volume_source::letter, hive_path, hive, {}, opener);
     if (const auto volume = ntfs::open_ntfs_volume("c", ntfs::volume_source::letter, opener)) {
         read_everything(*volume);

@@ -2,14 +2,14 @@
 
 #include "front/run_driver.h"
 #include "platform/arguments.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 
 int main(int count, char** arguments)
 {
     try {
         return front::run_driver(platform::program_arguments(count, arguments));
     } catch (const std::exception& fault) {
-        uni::print_notice("quilt: %s\n", fault.what());
+        io::print_notice("quilt: %s\n", fault.what());
     }
     return -1;
 }

@@ -23,7 +23,7 @@ class database : public testing::Test {
 protected:
     bool load(const bytes& image)
     {
-        return db.load_image(uni::byte_vector(image.begin(), image.end()), options);
+        return db.load_image(io::byte_vector(image.begin(), image.end()), options);
     }
     void load(sdb_builder& b) { ASSERT_TRUE(load(b.build())); }
 

@@ -9,7 +9,7 @@
 
 #include "front/filter.h"
 #include "front/stdin_stream_ex.h"
-#include "uni/fileio.h"
+#include "io/fileio.h"
 
 namespace {
 
@@ -137,7 +137,7 @@ TEST_F(discovery, paths_have_one_separator_and_open_as_they_are)
         paths listed = walked(root_ + ending, 1);
         EXPECT_EQ(below_root(listed), paths(expected.rbegin(), expected.rend()));
         for (const std::string& path : listed) {
-            EXPECT_TRUE(uni::file_exists(path)) << path;
+            EXPECT_TRUE(io::file_exists(path)) << path;
         }
     }
 }
@@ -151,11 +151,11 @@ TEST_F(discovery, walks_go_into_paths_of_any_length)
         folders.push_back(folder);
     }
     const std::string file = platform::join_path(folders.back(), "a.sdb");
-    EXPECT_TRUE(uni::fileio().open_write(file, true, true, true));
+    EXPECT_TRUE(io::fileio().open_write(file, true, true, true));
     paths found;
     front::walk_sdb_files(root_, found, 6);
     EXPECT_EQ(found, paths{platform::join_path(platform::walkable_path(folders.back()), "a.sdb")});
-    EXPECT_TRUE(uni::file_exists(found.at(0)));
+    EXPECT_TRUE(io::file_exists(found.at(0)));
     EXPECT_EQ(walked(root_, 5), paths{file}) << "lists show plain paths";
     EXPECT_EQ(walked(folders.back(), 0), paths{file});
     fs::remove(long_form(file));

@@ -1,4 +1,4 @@
-#include "uni/fileio.h"
+#include "io/fileio.h"
 
 #include <filesystem>
 #include <fstream>
@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "uni/stdin_stream.h"
+#include "io/stdin_stream.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ protected:
 TEST_F(fileio, results_end_lines_with_cr_lf_unless_in_byte_mode)
 {
     for (const bool byte_mode : {false, true}) {
-        uni::fileio file;
+        io::fileio file;
         ASSERT_TRUE(file.open_write(path("out"), true, byte_mode, true));
         file.output_stream()->text("\none\n\ntwo\r\nthree");
         file.close();
@@ -59,12 +59,12 @@ TEST_F(fileio, results_end_lines_with_cr_lf_unless_in_byte_mode)
 
 TEST_F(fileio, stream_keeps_order_across_full_buffers)
 {
-    constexpr std::size_t buffer = uni::output_sink::buffer_bytes;
+    constexpr std::size_t buffer = io::output_sink::buffer_bytes;
     const std::string filling(buffer - 1, 'a');
     const std::string longer_than_the_buffer(buffer + 100, 'b');
-    uni::fileio file;
+    io::fileio file;
     ASSERT_TRUE(file.open_write(path("out"), true, false, true));
-    uni::output_sink& out = *file.output_stream();
+    io::output_sink& out = *file.output_stream();
     out.text(filling);
     out.line_end(); // the buffer's last byte
     out.text(longer_than_the_buffer);
@@ -77,7 +77,7 @@ TEST_F(fileio, stream_keeps_order_across_full_buffers)
 
 TEST_F(fileio, opening_for_writing)
 {
-    uni::fileio file;
+    io::fileio file;
     EXPECT_FALSE(file.open_write("", true, true, true));
     EXPECT_FALSE(file.open_write(path("absent"), true, true, false));
     EXPECT_FALSE(fs::exists(folder_ / "absent"));
@@ -99,7 +99,7 @@ TEST_F(fileio, opening_for_writing)
 
 TEST_F(fileio, append_goes_to_the_end_that_the_file_has_now)
 {
-    uni::fileio file;
+    io::fileio file;
     ASSERT_TRUE(file.open_write(make("grows", "1"), true, true, false));
     std::ofstream(folder_ / "grows", std::ios::app) << "2";
     EXPECT_TRUE(file.append(bytes_of("3")));
@@ -110,16 +110,16 @@ TEST_F(fileio, append_goes_to_the_end_that_the_file_has_now)
 TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
 {
     const std::string_view text = "0123456789";
-    uni::fileio on_disk;
-    uni::fileio in_memory;
-    uni::byte_vector out = {1};
+    io::fileio on_disk;
+    io::fileio in_memory;
+    io::byte_vector out = {1};
     const auto read = [&] { return std::string(out.begin(), out.end()); };
     EXPECT_FALSE(on_disk.read_at(out, 1, 0));
     EXPECT_FALSE(on_disk.open_read(path("absent")));
     ASSERT_TRUE(on_disk.open_read(make("in", text)));
-    in_memory.open_memory(uni::byte_vector(text.begin(), text.end()));
+    in_memory.open_memory(io::byte_vector(text.begin(), text.end()));
     EXPECT_FALSE(in_memory.open_write(path("in"), true, true, true)) << "refused in memory mode";
-    for (uni::fileio* const file : {&on_disk, &in_memory}) {
+    for (io::fileio* const file : {&on_disk, &in_memory}) {
         EXPECT_EQ(file->size(), 10);
         EXPECT_TRUE(file->read_at(out, 4, 3));
         EXPECT_EQ(read(), "3456");
@@ -139,19 +139,19 @@ TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
 TEST_F(fileio, loading_stops_at_the_limit)
 {
     make("in", "0123456789");
-    uni::byte_vector out;
+    io::byte_vector out;
     for (const auto& [limit, size] : {std::pair(4u, 4u), {10u, 10u}, {100u, 10u}}) {
-        EXPECT_TRUE(uni::load_file_bytes(out, path("in"), limit));
+        EXPECT_TRUE(io::load_file_bytes(out, path("in"), limit));
         EXPECT_EQ(out.size(), size);
     }
     for (const std::string& bad : {std::string(), path("absent"), make("empty", ""), path(".")}) {
-        EXPECT_FALSE(uni::load_file_bytes(out, bad, 100)) << bad;
+        EXPECT_FALSE(io::load_file_bytes(out, bad, 100)) << bad;
         EXPECT_TRUE(out.empty());
-        EXPECT_EQ(uni::file_exists(bad), !bad.empty() && bad != path("absent"));
+        EXPECT_EQ(io::file_exists(bad), !bad.empty() && bad != path("absent"));
     }
 }
 
-struct breaking_sink : uni::output_sink {
+struct breaking_sink : io::output_sink {
     bool write_block(std::string_view block) override
     {
         written += works ? block : "";
@@ -181,7 +181,7 @@ TEST(stdin_stream, gives_lines_of_at_most_4095_bytes)
     std::fputs(("a b \r\r\n\n\r\n" + start + "xyz\nlast\r").c_str(), input);
     for (const bool trim : {false, true}) {
         std::rewind(input);
-        uni::stdin_stream lines(input);
+        io::stdin_stream lines(input);
         std::vector<std::string> found;
         for (std::string line; lines.stdin_list_next(line, trim);) {
             found.push_back(line);
@@ -192,7 +192,7 @@ TEST(stdin_stream, gives_lines_of_at_most_4095_bytes)
     }
     std::fclose(input);
     std::string line = "old";
-    EXPECT_FALSE(uni::stdin_stream(nullptr).stdin_list_next(line, true));
+    EXPECT_FALSE(io::stdin_stream(nullptr).stdin_list_next(line, true));
     EXPECT_EQ(line, "");
 }
 

@@ -23,7 +23,7 @@ using test_support::text_sink;
 void load(sdb::sdb_database& database, const bytes& image)
 {
     front::sdb_opts options;
-    ASSERT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    ASSERT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
 }
 
 TEST(finders, strings_are_found_by_any_piece_of_them_whatever_their_case)

@@ -19,7 +19,7 @@ using test_support::text_value;
 
 hive_image opened(const bytes& image)
 {
-    return hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end())));
+    return hive_image(hive::hive_bytes(io::byte_vector(image.begin(), image.end())));
 }
 
 std::vector<hive::hive_value_record> rows_of(const bytes& image,

@@ -27,7 +27,7 @@ std::string report_of(sdb_builder& b, front::sdb_opts& options)
 {
     const test_support::bytes image = b.build();
     sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     options.xml = false;
     options.csv_separator = "|";
     options.current_path = "a.sdb";

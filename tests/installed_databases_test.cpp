@@ -201,7 +201,7 @@ report::installed_table table_of(const bytes& image)
     report::installed_table table;
     hive::hive_query(
         report::installed_query(),
-        hive::hive_image(hive::hive_bytes(uni::byte_vector(image.begin(), image.end()))),
+        hive::hive_image(hive::hive_bytes(io::byte_vector(image.begin(), image.end()))),
         [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
     return table;
 }

@@ -29,7 +29,7 @@ report_result run(const bytes& image, const setter& prepare)
 {
     front::sdb_opts options;
     sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     options.current_path = "c:\\a&b.sdb";
     uni::compile_date_style(options.date_style, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
     prepare(options);
@@ -350,7 +350,7 @@ std::string one_by_one(const bytes& image, std::uint16_t tag, const setter& prep
 {
     front::sdb_opts options;
     sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     prepare(options);
     text_sink out;
     report::record_printer printer(out, database, options);
@@ -365,7 +365,7 @@ std::string all_at_once(const bytes& image, std::uint16_t tag, const setter& pre
 {
     front::sdb_opts options;
     sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     prepare(options);
     options.print_header = false;
     text_sink out;

@@ -21,7 +21,7 @@ using test_support::sdb_builder;
 enum class form { xml, plain };
 
 // Lets output go and counts it.
-class counting_stream : public uni::output_sink {
+class counting_stream : public io::output_sink {
 public:
     std::uint64_t written()
     {
@@ -39,13 +39,13 @@ private:
 };
 
 // Loads an image and lists its applications and fixes; answers whether it loaded.
-bool list_all(const bytes& image, form wanted, uni::output_sink& out)
+bool list_all(const bytes& image, form wanted, io::output_sink& out)
 {
     front::sdb_opts options;
     options.xml = wanted == form::xml;
     options.list_apps = options.list_fixes = true;
     sdb::sdb_database database;
-    if (!database.load_image(uni::byte_vector(image.begin(), image.end()), options)) {
+    if (!database.load_image(io::byte_vector(image.begin(), image.end()), options)) {
         return false;
     }
     EXPECT_TRUE(report::run_database_report(out, database, options));
@@ -55,14 +55,14 @@ bool list_all(const bytes& image, form wanted, uni::output_sink& out)
 // Both forms; they must agree on whether the image loads.
 bool list_both(const bytes& image)
 {
-    static uni::null_out_stream nowhere;
+    static io::null_out_stream nowhere;
     const bool loads = list_all(image, form::xml, nowhere);
     EXPECT_EQ(list_all(image, form::plain, nowhere), loads);
     return loads;
 }
 
 // Searches for what the sample holds; every change leaves some of it.
-void search_every_way(const sdb::sdb_database& database, uni::output_sink& out)
+void search_every_way(const sdb::sdb_database& database, io::output_sink& out)
 {
     front::sdb_opts searches[4];
     searches[0].find_strings_list = {"drawplan", "e"};
@@ -80,7 +80,7 @@ void search_every_way(const sdb::sdb_database& database, uni::output_sink& out)
     }
 }
 
-void make_statistics(const sdb::sdb_database& database, uni::output_sink& out)
+void make_statistics(const sdb::sdb_database& database, io::output_sink& out)
 {
     for (bool front::cmd_params::*const form :
          {&front::cmd_params::xml, &front::cmd_params::csv, &front::cmd_params::csvl2t}) {
@@ -95,10 +95,10 @@ void make_statistics(const sdb::sdb_database& database, uni::output_sink& out)
 // Searches, identifiers, the string table and statistics; answers whether the image loaded.
 bool report_all(const bytes& image)
 {
-    static uni::null_out_stream nowhere;
+    static io::null_out_stream nowhere;
     front::sdb_opts options;
     sdb::sdb_database database;
-    if (!database.load_image(uni::byte_vector(image.begin(), image.end()), options)) {
+    if (!database.load_image(io::byte_vector(image.begin(), image.end()), options)) {
         return false;
     }
     search_every_way(database, nowhere);

@@ -9,7 +9,7 @@
 #include "sdb/tags.h"
 #include "support/pe_builder.h"
 #include "support/text_sink.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/text.h"
 
 namespace {
@@ -42,7 +42,7 @@ protected:
     {
         const bytes image = b.build();
         sdb::sdb_database database;
-        EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options_));
+        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
         report::match_results results;
         const bool any = report::match_pe_file(results, database, options_);
         EXPECT_EQ(any, !results.empty());
@@ -236,7 +236,7 @@ TEST_F(match, records_are_printed_once_behind_a_line_for_each_list)
     sdb::sdb_database database;
     options_.match_mode = true;
     options_.list_apps = true; // makes no difference
-    ASSERT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options_));
+    ASSERT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
     test_support::text_sink out;
     test_support::text_sink console;
     EXPECT_TRUE(report::run_database_report(out, console, database, options_));
@@ -259,14 +259,14 @@ TEST_F(match, messages)
         options_.match_mode = true;
         options_.xml = false;
         options_.current_path = "a.sdb";
-        EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options_));
+        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
         test_support::text_sink out;
         testing::internal::CaptureStderr();
         EXPECT_TRUE(report::run_database_report(out, database, options_));
         std::string words = testing::internal::GetCapturedStderr();
         out.flush();
         EXPECT_EQ(out.gathered, "");
-        return uni::replace_all(words, uni::progress_wipe, "");
+        return uni::replace_all(words, io::progress_wipe, "");
     };
     sdb_builder b;
     EXPECT_EQ(said(b), "no matches found: a.sdb\n");

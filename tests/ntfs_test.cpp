@@ -121,13 +121,13 @@ TEST(raw_disk_io, reads_whole_sectors_and_gives_what_was_asked)
 
 TEST(raw_disk_io, takes_files_and_streams)
 {
-    uni::fileio stream;
+    io::fileio stream;
     const bytes contents = numbered(3000);
     stream.open_memory({contents.begin(), contents.end()});
     ntfs::RAW_DISK_IO from_stream(stream);
     const std::string path = testing::TempDir() + "raw_disk_io";
-    EXPECT_TRUE(uni::fileio().open_write(path, true, true, true));
-    uni::fileio file;
+    EXPECT_TRUE(io::fileio().open_write(path, true, true, true));
+    io::fileio file;
     EXPECT_TRUE(file.open_write(path, true, true, true) && file.append(contents));
     file.close();
     ntfs::RAW_DISK_IO from_file(path, disk_mode::image_file);
@@ -465,7 +465,7 @@ bytes read_hive(const ntfs_builder& volume, const std::function<void(memory_disk
     if (change) {
         change(disk);
     }
-    uni::byte_vector found;
+    io::byte_vector found;
     const bool done =
         ntfs::load_locked_file("c:", volume_source::letter, hive_path, found, {}, opener_of(disk));
     EXPECT_EQ(done, !found.empty());
@@ -648,7 +648,7 @@ TEST(contents, end_where_a_cluster_cannot_be_read)
     EXPECT_EQ(cut.size(), 10u * 1024);
     memory_disk disk;
     disk.bytes = volume.image();
-    uni::byte_vector found;
+    io::byte_vector found;
     EXPECT_TRUE(
         ntfs::load_locked_file("c", volume_source::letter, hive_path, found, {}, opener_of(disk)));
     EXPECT_TRUE(std::find(disk.reads.begin(), disk.reads.end(),
@@ -814,7 +814,7 @@ TEST(damage, of_any_byte_ends_a_look_up)
     const bytes image = volume.image();
     memory_disk disk;
     const auto look = [&disk] {
-        uni::byte_vector found;
+        io::byte_vector found;
         disk.reads.clear();
         ntfs::load_locked_file("c", volume_source::letter, hive_path, found, {}, opener_of(disk));
         EXPECT_LT(bytes_read(disk), 8u * 1024 * 1024);

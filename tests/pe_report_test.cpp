@@ -15,7 +15,7 @@ using test_support::text_sink;
 report::pe_list properties(const bytes& image)
 {
     report::pe_list list;
-    pe::PE_FILE_UTIL file(uni::byte_vector(image.begin(), image.end()));
+    pe::PE_FILE_UTIL file(io::byte_vector(image.begin(), image.end()));
     EXPECT_EQ(report::read_pe_stats(list, file), file.valid());
     return list;
 }

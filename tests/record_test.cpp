@@ -40,7 +40,7 @@ records listed(sdb_builder& b, std::uint16_t tag,
     const bytes image = b.build();
     front::sdb_opts options;
     sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     options.xml = false;
     options.tag_filter_on = true;
     options.tag_filter = tag;

@@ -26,7 +26,7 @@ struct loaded_database {
     explicit loaded_database(const bytes& image)
     {
         front::sdb_opts options;
-        EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
     }
     sdb::sdb_database database;
 };

@@ -25,7 +25,7 @@ struct single_tag {
     void load(sdb_builder& b, node made)
     {
         const bytes image = b.add(made).build();
-        EXPECT_TRUE(database.load_image(uni::byte_vector(image.begin(), image.end()), options));
+        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
         offset = b.offset_of(made);
         uni::compile_date_style(options.date_style, "mm/dd/yyyy", "hh:mm:ss", false);
     }

@@ -9,7 +9,7 @@ void cmd_log_write(cmd_params& params, std::string_view text)
     if (!params.log_on || !params.cmd_log) {
         return;
     }
-    if (uni::fileio_output* const log = params.cmd_log->output_stream()) {
+    if (io::fileio_output* const log = params.cmd_log->output_stream()) {
         log->text("->");
         log->text(text);
         log->flush();

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "uni/fileio.h"
-#include "uni/output_sink.h"
+#include "io/fileio.h"
+#include "io/output_sink.h"
 #include "uni/time.h"
 
 namespace front {
@@ -83,7 +83,7 @@ struct cmd_params {
     bool log_on = false;
     std::uint32_t log_level = 0;
     std::string log_path;
-    std::shared_ptr<uni::fileio> cmd_log;
+    std::shared_ptr<io::fileio> cmd_log;
 
     bool profile = false;
     std::string signal_name;

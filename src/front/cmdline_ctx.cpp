@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "platform/host.h"
-#include "uni/fileio.h"
-#include "uni/notice.h"
+#include "io/fileio.h"
+#include "io/notice.h"
 #include "uni/time.h"
 
 namespace front {
@@ -21,7 +21,7 @@ std::string elapsed_text(std::uint64_t start)
 
 void append_text(const std::string& path, const std::string& text)
 {
-    uni::fileio file;
+    io::fileio file;
     if (file.open_write(path, true, false, false)) {
         file.output_stream()->text(text);
     }
@@ -37,12 +37,12 @@ cmdline_ctx::~cmdline_ctx()
         platform::restore_error_console_mode(saved_console_mode_);
     }
     if (clear_progress_) {
-        uni::write_error_text(uni::progress_wipe);
+        io::write_error_text(io::progress_wipe);
     }
     if (start_time_ != 0) {
         const std::string text = elapsed_text(start_time_);
         if (report_elapsed_) {
-            uni::write_error_text(text + "\n");
+            io::write_error_text(text + "\n");
         }
         if (!diag_path_.empty()) {
             append_text(diag_path_, text);

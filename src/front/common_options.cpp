@@ -5,7 +5,7 @@
 #include "front/filter.h"
 #include "platform/files.h"
 #include "platform/host.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -38,7 +38,7 @@ void set_form(cmd_params& params, bool cmd_params::*form)
 bool take_diags(cmd_params& params, const std::string& value, argument_list& args)
 {
     params.log_path = value;
-    params.cmd_log = std::make_unique<uni::fileio>();
+    params.cmd_log = std::make_unique<io::fileio>();
     if (!params.cmd_log->open_write(value, true, false, true)) {
         params.log_path.clear();
         params.cmd_log.reset();
@@ -113,7 +113,7 @@ bool check_alias(cmd_params&, const std::string& value, argument_list&)
 {
     const std::size_t items = uni::split(value, '|', false).size();
     if (items == 0 || items % 2 != 0) {
-        uni::print_notice("%s, aborting\n", "imbalanced alias to true pathfiles");
+        io::print_notice("%s, aborting\n", "imbalanced alias to true pathfiles");
         return false;
     }
     return true;
@@ -131,7 +131,7 @@ bool accept(cmd_params&, const std::string&, argument_list&)
 
 bool refuse(cmd_params&, const std::string&, argument_list&)
 {
-    uni::print_notice("This option is not offered in this build\n");
+    io::print_notice("This option is not offered in this build\n");
     return false;
 }
 
@@ -141,10 +141,10 @@ bool take_out(cmd_params& params, const std::string& value, argument_list& args)
 {
     params.out_path = platform::native_spelling(expanded(value, true));
     const bool append = peek_option_flag("-append", args);
-    uni::fileio probe;
+    io::fileio probe;
     if (!probe.open_write(params.out_path, true, false, !append) &&
         !(append && probe.open_write(params.out_path, true, false, true))) {
-        uni::print_notice("prob opening file %s for output, aborting\n", params.out_path.c_str());
+        io::print_notice("prob opening file %s for output, aborting\n", params.out_path.c_str());
         return false;
     }
     probe.close();
@@ -229,7 +229,7 @@ bool take_start_time(cmd_params& params, const std::string& value, argument_list
     if (params.time_window_start.set) {
         params.time_window_stop = {true, UINT64_MAX, UINT32_MAX};
     } else {
-        uni::print_notice("invalid start time, ignoring\n");
+        io::print_notice("invalid start time, ignoring\n");
     }
     return true;
 }
@@ -246,7 +246,7 @@ bool take_stop_time(cmd_params& params, const std::string& value, argument_list&
     const bool usable = stop.set && !(start.set && stop.filetime < start.filetime);
     params.time_window_stop = usable ? stop : window_end();
     if (!usable) {
-        uni::print_notice("invalid stop time, ignoring\n");
+        io::print_notice("invalid stop time, ignoring\n");
     }
     return true;
 }
@@ -272,7 +272,7 @@ bool take_no_whitespace(cmd_params& params, const std::string&, argument_list&)
 
 void refuse_format(const std::string& value)
 {
-    uni::print_notice("invalid %s, using default format\n", value.c_str());
+    io::print_notice("invalid %s, using default format\n", value.c_str());
 }
 
 bool take_date_format(cmd_params& params, const std::string& value, argument_list&)

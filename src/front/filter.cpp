@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "platform/files.h"
-#include "uni/fileio.h"
+#include "io/fileio.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -184,7 +184,7 @@ private:
             return false;
         }
         // A read that reaches the file's end gives fewer bytes.
-        uni::byte_vector bytes;
+        io::byte_vector bytes;
         return file_.read_at(bytes, entry.signature.size(),
                              static_cast<std::int64_t>(entry.signature_offset)) &&
                std::equal(bytes.begin(), bytes.end(), entry.signature.begin(),
@@ -195,7 +195,7 @@ private:
     std::string directory_;
     std::optional<std::u16string> folded_directory_; // made when first needed
     std::u16string name_;
-    uni::fileio file_; // opened when first needed
+    io::fileio file_; // opened when first needed
 };
 
 } // namespace

@@ -7,9 +7,9 @@
 #include "front/startup.h"
 #include "platform/host.h"
 #include "platform/redirection.h"
-#include "uni/fileio.h"
-#include "uni/notice.h"
-#include "uni/output_sink.h"
+#include "io/fileio.h"
+#include "io/notice.h"
+#include "io/output_sink.h"
 
 namespace front {
 
@@ -27,13 +27,13 @@ void set_run_defaults(sdb_opts& options)
 }
 
 int run_to_output(sdb_opts& options, const std::string& run_header,
-                  uni::output_sink& standard_output)
+                  io::output_sink& standard_output)
 {
-    uni::fileio results;
-    uni::output_sink* out = &standard_output;
+    io::fileio results;
+    io::output_sink* out = &standard_output;
     if (!options.out_path.empty()) {
         if (!results.open_write(options.out_path, true, false, true)) {
-            uni::print_notice("prob opening results file: %s for writing\n",
+            io::print_notice("prob opening results file: %s for writing\n",
                               options.out_path.c_str());
             return failure;
         }
@@ -51,7 +51,7 @@ int run_to_output(sdb_opts& options, const std::string& run_header,
 int run_driver(argument_list args)
 {
     cmdline_ctx context;
-    uni::standard_output standard_output;
+    io::standard_output standard_output;
     sdb_opts options;
     std::string run_header;
     {

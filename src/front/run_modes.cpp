@@ -15,7 +15,7 @@
 #include "report/pe_report.h"
 #include "report/statistics.h"
 #include "sdb/database.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/text.h"
 
 namespace front {
@@ -60,7 +60,7 @@ bool for_each_entry(sdb_opts& options, const std::string& current, action&& work
         try {
             work(entry);
         } catch (const std::exception&) {
-            uni::print_notice("exception caught on file %s\n", current.c_str());
+            io::print_notice("exception caught on file %s\n", current.c_str());
         }
     }
     return true;
@@ -69,11 +69,11 @@ bool for_each_entry(sdb_opts& options, const std::string& current, action&& work
 void say_processing(const sdb_opts& options)
 {
     if (options.show_progress) {
-        uni::print_notice("processing %s\n", options.current_path.c_str());
+        io::print_notice("processing %s\n", options.current_path.c_str());
     }
 }
 
-void write_rule(uni::output_sink& out, const sdb_opts& options)
+void write_rule(io::output_sink& out, const sdb_opts& options)
 {
     if (options.section_rules) {
         out.text(std::string(rule_length, '-'));
@@ -81,7 +81,7 @@ void write_rule(uni::output_sink& out, const sdb_opts& options)
     }
 }
 
-int list_databases(uni::output_sink& standard_output, sdb_opts& options)
+int list_databases(io::output_sink& standard_output, sdb_opts& options)
 {
     report::gather_installed_databases(options);
     for (std::string path : options.target_files) {
@@ -93,8 +93,8 @@ int list_databases(uni::output_sink& standard_output, sdb_opts& options)
     return options.target_files.empty() ? failure : success;
 }
 
-bool report_target(const std::string& path, uni::output_sink& out,
-                   uni::output_sink& standard_output, sdb_opts& options)
+bool report_target(const std::string& path, io::output_sink& out,
+                   io::output_sink& standard_output, sdb_opts& options)
 {
     reset_per_database(options);
     options.current_path = path;
@@ -112,7 +112,7 @@ bool report_target(const std::string& path, uni::output_sink& out,
     return true;
 }
 
-int report_targets(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
+int report_targets(io::output_sink& out, io::output_sink& standard_output, sdb_opts& options)
 {
     if (options.target_files.empty()) {
         print_usage();
@@ -129,7 +129,7 @@ int report_targets(uni::output_sink& out, uni::output_sink& standard_output, sdb
     return result;
 }
 
-int report_entries(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
+int report_entries(io::output_sink& out, io::output_sink& standard_output, sdb_opts& options)
 {
     const bool print_header = options.print_header;
     int result = failure;
@@ -150,10 +150,10 @@ int report_entries(uni::output_sink& out, uni::output_sink& standard_output, sdb
 
 void say_not_analyzed(const sdb_opts& options)
 {
-    uni::print_notice("Prob analyzing file %s\n", options.current_path.c_str());
+    io::print_notice("Prob analyzing file %s\n", options.current_path.c_str());
 }
 
-int stats_of_targets(uni::output_sink& out, sdb_opts& options)
+int stats_of_targets(io::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
     report::gather_installed_databases(options);
@@ -176,7 +176,7 @@ int stats_of_targets(uni::output_sink& out, sdb_opts& options)
     return result;
 }
 
-int stats_of_entries(uni::output_sink& out, sdb_opts& options)
+int stats_of_entries(io::output_sink& out, sdb_opts& options)
 {
     sdb::sdb_database database;
     report::gather_installed_databases(options);
@@ -198,19 +198,19 @@ int stats_of_entries(uni::output_sink& out, sdb_opts& options)
     return result;
 }
 
-int pe_stats_of_file(uni::output_sink& out, sdb_opts& options)
+int pe_stats_of_file(io::output_sink& out, sdb_opts& options)
 {
     const platform::wow64_redirect_adt redirection;
     report::pe_list list;
     if (!report::read_pe_stats(list, options.pe_path)) {
-        uni::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+        io::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
         return failure;
     }
     report::print_pe_stats(out, list, options);
     return success;
 }
 
-int pe_stats_of_entries(uni::output_sink& out, sdb_opts& options)
+int pe_stats_of_entries(io::output_sink& out, sdb_opts& options)
 {
     const platform::wow64_redirect_adt redirection;
     int result = failure;
@@ -228,7 +228,7 @@ int pe_stats_of_entries(uni::output_sink& out, sdb_opts& options)
 
 } // namespace
 
-int run_mode(uni::output_sink& out, uni::output_sink& standard_output, sdb_opts& options)
+int run_mode(io::output_sink& out, io::output_sink& standard_output, sdb_opts& options)
 {
     if (options.pe_stats) {
         return is_list_form(options) ? pe_stats_of_entries(out, options)

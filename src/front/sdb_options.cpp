@@ -8,8 +8,8 @@
 #include "front/pattern_text.h"
 #include "platform/files.h"
 #include "platform/host.h"
-#include "uni/fileio.h"
-#include "uni/notice.h"
+#include "io/fileio.h"
+#include "io/notice.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -42,17 +42,17 @@ bool take_tag(sdb_opts& options, argument_list& args)
     }
     const auto number = uni::read_u32_auto(value);
     if (!number) {
-        uni::print_notice("Don't understand tag # %s\n", value.c_str());
+        io::print_notice("Don't understand tag # %s\n", value.c_str());
         return false;
     }
     options.tag_filter = *number;
     if ((*number & 0xf000) != 0x7000) {
-        uni::print_notice("This version only handles certain TAG_TYPE_LIST type tags "
+        io::print_notice("This version only handles certain TAG_TYPE_LIST type tags "
                           "(eg. 0x7003 - 0x70xx)\n");
         return false;
     }
     if (is_refused_tag(*number)) {
-        uni::print_notice("Doesn't handle these TAG_TYPE_LIST type tags\n");
+        io::print_notice("Doesn't handle these TAG_TYPE_LIST type tags\n");
         return false;
     }
     options.tag_filter_on = true;
@@ -87,7 +87,7 @@ void take_listings(sdb_opts& options, argument_list& args)
 bool refuse_with_list_form(const sdb_opts& options)
 {
     if (options.pipe || options.enumdir) {
-        uni::print_notice("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
+        io::print_notice("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
         return true;
     }
     return false;
@@ -123,8 +123,8 @@ bool take_vss(sdb_opts& options, argument_list& args)
         return true;
     }
     if (!options.is_admin) {
-        uni::print_notice("This option requires admin privileges...\n");
-        uni::print_notice("need to restart cmd prompt using \"Run As Administrator\" option...\n");
+        io::print_notice("This option requires admin privileges...\n");
+        io::print_notice("need to restart cmd prompt using \"Run As Administrator\" option...\n");
         return false;
     }
     options.vss_given = true;
@@ -136,10 +136,10 @@ bool take_vss(sdb_opts& options, argument_list& args)
 
 bool file_is_there(const std::string& path)
 {
-    if (uni::file_exists(path)) {
+    if (io::file_exists(path)) {
         return true;
     }
-    uni::print_notice("Prob reading file %s\n", path.c_str());
+    io::print_notice("Prob reading file %s\n", path.c_str());
     return false;
 }
 
@@ -168,12 +168,12 @@ bool take_sdb(sdb_opts& options, argument_list& args)
         return true;
     }
     if (options.vss_given) {
-        uni::print_notice("-vss option should not be used with -sdb option, "
+        io::print_notice("-vss option should not be used with -sdb option, "
                           "use %%vss%%# option for -sdb option\n");
         return false;
     }
     if (options.partition_given) {
-        uni::print_notice("-partition option should not be used with -sdb option\n");
+        io::print_notice("-partition option should not be used with -sdb option\n");
         return false;
     }
     return !refuse_with_list_form(options) && take_database_target(options, args);
@@ -203,14 +203,14 @@ bool take_match(sdb_opts& options, argument_list& args)
     }
     options.match_mode = true;
     if (options.pe_path.empty()) {
-        uni::print_notice("This option requires -pe <PE file> as well\n");
+        io::print_notice("This option requires -pe <PE file> as well\n");
         return false;
     }
     return true;
 }
 
 // Says on standard output that a value could not be understood.
-bool refuse_value(uni::output_sink& standard_output, std::string_view value,
+bool refuse_value(io::output_sink& standard_output, std::string_view value,
                   std::string_view wanted)
 {
     standard_output.text("prob understanding ");
@@ -221,7 +221,7 @@ bool refuse_value(uni::output_sink& standard_output, std::string_view value,
 
 // The first -patchbytes is a pattern, a second one a GUID, though the usage text promises an option
 // -guid, which nothing looks for. Meant.
-bool take_patch_bytes(sdb_opts& options, argument_list& args, uni::output_sink& standard_output)
+bool take_patch_bytes(sdb_opts& options, argument_list& args, io::output_sink& standard_output)
 {
     std::string value;
     if (find_option_value("-patchbytes", value, args)) {
@@ -285,7 +285,7 @@ void settle_hive(sdb_opts& options, argument_list& args)
 
 } // namespace
 
-bool parse_sdb_options(sdb_opts& options, argument_list& args, uni::output_sink& standard_output)
+bool parse_sdb_options(sdb_opts& options, argument_list& args, io::output_sink& standard_output)
 {
     if (!parse_common_options(options, args)) {
         return false;

@@ -2,13 +2,13 @@
 
 #include "front/arguments.h"
 #include "front/sdb_opts.h"
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 namespace front {
 
 // Takes all options out of `args`, the common ones first, and settles the databases to work on.
 // False when a message has been written and the run is to end. Two of the messages go to
 // `standard_output`, all others to the error stream.
-bool parse_sdb_options(sdb_opts& options, argument_list& args, uni::output_sink& standard_output);
+bool parse_sdb_options(sdb_opts& options, argument_list& args, io::output_sink& standard_output);
 
 } // namespace front

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "platform/host.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/text.h"
 #include "uni/time.h"
 
@@ -137,8 +137,8 @@ bool asks_for_help(argument_list& args)
 
 void print_usage()
 {
-    uni::write_error_text(std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n");
-    uni::write_error_text(usage_lines);
+    io::write_error_text(std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n");
+    io::write_error_text(usage_lines);
 }
 
 } // namespace front

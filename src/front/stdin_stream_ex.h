@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "front/cmd_params.h"
-#include "uni/stdin_stream.h"
+#include "io/stdin_stream.h"
 
 namespace mvportdir {
 
 // The entries that a list form works on: the lines of standard input or, once a walk was started,
 // the files below a folder. Paths are UTF-8.
-class stdin_stream_ex : public uni::stdin_stream {
+class stdin_stream_ex : public io::stdin_stream {
 public:
     // Reads lines of `input`. `options` must outlive the stream or its next reset().
     explicit stdin_stream_ex(const front::cmd_params& options, std::FILE* input = stdin) noexcept

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "uni/fileio.h"
+#include "io/fileio.h"
 
 namespace hive {
 
@@ -14,18 +14,18 @@ constexpr std::uint64_t largest_hive = 0xffffffff;
 
 } // namespace
 
-hive_bytes::hive_bytes(uni::byte_vector bytes) : given_(std::move(bytes)), bytes_(given_) {}
+hive_bytes::hive_bytes(io::byte_vector bytes) : given_(std::move(bytes)), bytes_(given_) {}
 
 bool hive_bytes::open(const std::string& path)
 {
     *this = {};
-    const auto file = std::make_shared<uni::fileio>();
+    const auto file = std::make_shared<io::fileio>();
     if (!file->open_read(path) || file->size() <= 0) {
         return false;
     }
     return open(static_cast<std::uint64_t>(file->size()),
                 [file](std::span<std::uint8_t> out, std::uint64_t offset) -> std::uint64_t {
-                    uni::byte_vector read;
+                    io::byte_vector read;
                     file->read_at(read, out.size(), static_cast<std::int64_t>(offset));
                     std::copy(read.begin(), read.end(), out.begin());
                     return read.size();
@@ -78,7 +78,7 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
 }
 
 uni::byte_view hive_bytes::pass(std::uint64_t offset, std::uint64_t count,
-                                uni::byte_vector& room) const
+                                io::byte_vector& room) const
 {
     if (!read_) {
         return at(offset, count);

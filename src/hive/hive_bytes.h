@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "uni/byte_view.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace hive {
 
@@ -21,7 +21,7 @@ using piece_reader =
 class hive_bytes {
 public:
     hive_bytes() = default;
-    explicit hive_bytes(uni::byte_vector bytes);
+    explicit hive_bytes(io::byte_vector bytes);
 
     // Opens the file at `path`, up to 4 GiB of it. False if it does not open or gives no byte.
     bool open(const std::string& path);
@@ -36,7 +36,7 @@ public:
 
     // The same for bytes that are looked at once: they stand in `room` if they had to be read, and
     // are not kept here.
-    uni::byte_view pass(std::uint64_t offset, std::uint64_t count, uni::byte_vector& room) const;
+    uni::byte_view pass(std::uint64_t offset, std::uint64_t count, io::byte_vector& room) const;
 
 private:
     static constexpr std::uint64_t unread = ~std::uint64_t{0};
@@ -44,7 +44,7 @@ private:
     std::uint64_t readable_in(std::uint64_t piece) const;
 
     piece_reader read_; // none when all bytes were given
-    uni::byte_vector given_;
+    io::byte_vector given_;
     // Room for the whole file, of which the system provides what is touched. Filled as pieces are
     // read, which nobody sees.
     std::unique_ptr<std::uint8_t[]> room_;

@@ -36,7 +36,7 @@ std::optional<std::uint64_t> find_bin(const hive_bytes& bytes, std::uint64_t ste
 {
     constexpr std::uint64_t part = 0x100000;
     constexpr std::uint64_t overlap = 8;
-    uni::byte_vector room;
+    io::byte_vector room;
     for (std::uint64_t begin = 0; begin < bytes.size(); begin += part) {
         const uni::byte_view here = bytes.pass(begin, part + overlap, room);
         for (std::uint64_t place = 0; place < part && place + 4 < here.size(); place += step) {

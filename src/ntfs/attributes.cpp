@@ -240,7 +240,7 @@ void row_collection::finish()
     });
 }
 
-bool read_resident(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)
+bool read_resident(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream)
 {
     if (row.value.empty()) {
         trace_line(context, "err: no data");
@@ -273,7 +273,7 @@ bool is_compressed(const record_row& row)
     return (row.flags & compression_mask) == compressed && row.compressed_size != 0;
 }
 
-bool read_content(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)
+bool read_content(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream)
 {
     const std::uint64_t cluster = context.volume.cluster_size;
     const std::uint64_t size = content_size(context.volume, row);
@@ -375,7 +375,7 @@ std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64
     return got;
 }
 
-bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream)
+bool read_attribute_data(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream)
 {
     stream.clear();
     try {

@@ -17,7 +17,7 @@
 
 #include "ntfs/compression.h"
 #include "ntfs/volume.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace ntfs {
 
@@ -51,7 +51,7 @@ bool is_main_content(const record_row& row);
 
 // Reads an attribute's whole content, decompressed. True if anything was read; what cannot be read
 // ends it. Bytes behind the initialized size are zeros.
-bool read_attribute_data(mft_entries_ctx& context, const record_row& row, uni::byte_vector& stream);
+bool read_attribute_data(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream);
 
 // Of a non-resident value, whose bytes are read where they are wanted: how many there are up to the
 // first cluster that is missing or lies beyond the volume; and those at an offset, up to the first

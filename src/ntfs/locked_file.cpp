@@ -36,7 +36,7 @@ bool locked_file::open(std::string_view volume_text, volume_source source, std::
 
 bool locked_file::take(mft_entries_ctx& context, const record_row& row)
 {
-    uni::byte_vector content;
+    io::byte_vector content;
     if (row.is_resident) {
         if (!read_attribute_data(context, row, content)) {
             return false;
@@ -76,7 +76,7 @@ std::uint64_t locked_file::read(std::span<std::uint8_t> out, std::uint64_t offse
 }
 
 bool load_locked_file(std::string_view volume_text, volume_source source, std::string_view path,
-                      uni::byte_vector& bytes, const trace_text& trace,
+                      io::byte_vector& bytes, const trace_text& trace,
                       const platform::device_opener& open_device)
 {
     locked_file file;

@@ -6,7 +6,7 @@
 
 #include "ntfs/attributes.h"
 #include "ntfs/volume.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace ntfs {
 
@@ -33,13 +33,13 @@ private:
     std::unique_ptr<ntfs_volume> volume_;
     record_row row_;           // what is read by the cluster
     expanded_unit last_;       // of that, if it is compressed
-    uni::byte_vector content_; // or else what was read at once
+    io::byte_vector content_; // or else what was read at once
     std::uint64_t size_ = 0;
 };
 
 // Reads the whole of such a file. False, and nothing in `bytes`, where it does not open.
 bool load_locked_file(std::string_view volume_text, volume_source source, std::string_view path,
-                      uni::byte_vector& bytes, const trace_text& trace = {},
+                      io::byte_vector& bytes, const trace_text& trace = {},
                       const platform::device_opener& open_device = platform::open_device);
 
 } // namespace ntfs

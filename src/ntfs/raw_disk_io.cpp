@@ -72,7 +72,7 @@ RAW_DISK_IO::RAW_DISK_IO(std::string_view name, disk_mode mode,
     }
 }
 
-RAW_DISK_IO::RAW_DISK_IO(uni::fileio& stream)
+RAW_DISK_IO::RAW_DISK_IO(io::fileio& stream)
     : mode_(disk_mode::stream), is_open_(stream.is_open()), stream_(&stream),
       total_size_(stream.size())
 {
@@ -183,7 +183,7 @@ std::uint64_t RAW_DISK_IO::read_start(std::span<std::uint8_t> buffer, std::uint6
         return platform::read_file(file_descriptor_, buffer, static_cast<std::int64_t>(offset));
     }
     if (mode_ == disk_mode::stream) {
-        uni::byte_vector bytes;
+        io::byte_vector bytes;
         if (!stream_->read_at(bytes, buffer.size(), static_cast<std::int64_t>(offset))) {
             return 0;
         }

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "platform/devices.h"
-#include "uni/fileio.h"
+#include "io/fileio.h"
 
 namespace ntfs {
 
@@ -30,7 +30,7 @@ public:
     RAW_DISK_IO(std::string_view name, disk_mode mode,
                 const platform::device_opener& open_device = platform::open_device);
     // Mode 4: reads come from `stream`, which must outlive this object.
-    explicit RAW_DISK_IO(uni::fileio& stream);
+    explicit RAW_DISK_IO(io::fileio& stream);
     virtual ~RAW_DISK_IO();
     RAW_DISK_IO(const RAW_DISK_IO&) = delete;
     RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
@@ -65,7 +65,7 @@ private:
     bool write_access_ = false; // never asked for
     std::unique_ptr<platform::device> handle_;
     int file_descriptor_ = -1;
-    uni::fileio* stream_ = nullptr;
+    io::fileio* stream_ = nullptr;
     platform::drive_geometry geometry_;
     std::uint32_t drive_number_ = 0;
     std::uint32_t partition_number_ = ~std::uint32_t{0}; // unknown

@@ -96,7 +96,7 @@ FILE_STATS::FILE_STATS(const std::string& path) : path_(path)
     file_.open_read(path);
 }
 
-FILE_STATS::FILE_STATS(uni::byte_vector image)
+FILE_STATS::FILE_STATS(io::byte_vector image)
 {
     file_.open_memory(std::move(image));
 }
@@ -110,7 +110,7 @@ platform::file_facts FILE_STATS::facts() const
 
 bool FILE_STATS::read_at(std::span<std::uint8_t> buffer, std::uint64_t offset)
 {
-    uni::byte_vector bytes;
+    io::byte_vector bytes;
     if (buffer.empty() || !read_into(bytes, buffer.size(), offset)) {
         return false;
     }
@@ -118,7 +118,7 @@ bool FILE_STATS::read_at(std::span<std::uint8_t> buffer, std::uint64_t offset)
     return true;
 }
 
-bool FILE_STATS::read_into(uni::byte_vector& bytes, std::uint64_t length, std::uint64_t offset)
+bool FILE_STATS::read_into(io::byte_vector& bytes, std::uint64_t length, std::uint64_t offset)
 {
     bytes.clear();
     if (!file_valid() || !contains(offset, length)) {
@@ -156,7 +156,7 @@ bool FILE_STATS::compute_stats(std::uint64_t offset, std::uint64_t length, STATS
         return false;
     }
     byte_counter counter;
-    uni::byte_vector block;
+    io::byte_vector block;
     for (std::uint64_t done = 0; done < length; done += block.size()) {
         const std::uint64_t wanted = std::min(block_size, length - done);
         if (!file_.read_at(block, wanted, static_cast<std::int64_t>(offset + done)) ||

@@ -8,8 +8,8 @@
 
 #include "platform/files.h"
 #include "uni/byte_view.h"
-#include "uni/fileio.h"
-#include "uni/large_vector.h"
+#include "io/fileio.h"
+#include "io/large_vector.h"
 
 namespace pe {
 
@@ -37,7 +37,7 @@ class FILE_STATS : protected STATS {
 public:
     explicit FILE_STATS(const std::string& path);
     // The same over bytes in memory, which have no path.
-    explicit FILE_STATS(uni::byte_vector image);
+    explicit FILE_STATS(io::byte_vector image);
     FILE_STATS(const FILE_STATS&) = delete;
     FILE_STATS& operator=(const FILE_STATS&) = delete;
 
@@ -50,7 +50,7 @@ public:
     // Fills `buffer`; false if it is empty or the file has fewer bytes at `offset`.
     bool read_at(std::span<std::uint8_t> buffer, std::uint64_t offset);
     // The same into a vector that is replaced; here a length of 0 is no failure.
-    bool read_into(uni::byte_vector& bytes, std::uint64_t length, std::uint64_t offset);
+    bool read_into(io::byte_vector& bytes, std::uint64_t length, std::uint64_t offset);
     // A look at 1 to `block_size` bytes at `offset`, good until the next read; empty if the file has
     // fewer.
     uni::byte_view peek(std::uint64_t offset, std::uint64_t length);
@@ -70,8 +70,8 @@ public:
 
 private:
     std::string path_;
-    uni::fileio file_;
-    uni::byte_vector block_; // the bytes read last by peek()
+    io::fileio file_;
+    io::byte_vector block_; // the bytes read last by peek()
     std::uint64_t block_offset_ = 0;
     std::optional<bool> stats_valid_;
 };

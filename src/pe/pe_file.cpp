@@ -48,7 +48,7 @@ PE_FILE_UTIL::PE_FILE_UTIL(const std::string& path) : FILE_STATS(path)
     parse();
 }
 
-PE_FILE_UTIL::PE_FILE_UTIL(uni::byte_vector image) : FILE_STATS(std::move(image))
+PE_FILE_UTIL::PE_FILE_UTIL(io::byte_vector image) : FILE_STATS(std::move(image))
 {
     parse();
 }
@@ -101,7 +101,7 @@ bool PE_FILE_UTIL::read_pe_headers()
 bool PE_FILE_UTIL::read_sections()
 {
     const std::uint64_t count = file_header().u16(2);
-    uni::byte_vector table;
+    io::byte_vector table;
     if (!read_into(table, count * section_header_size,
                    headers_.pe_offset + optional_header_place + optional_header_size())) {
         return false;
@@ -130,9 +130,9 @@ void PE_FILE_UTIL::find_entry_point()
     }
 }
 
-uni::byte_vector PE_FILE_UTIL::dos_stub()
+io::byte_vector PE_FILE_UTIL::dos_stub()
 {
-    uni::byte_vector stub;
+    io::byte_vector stub;
     if (valid_) {
         read_into(stub, headers_.pe_offset - dos_header_size, dos_header_size);
     }

@@ -53,7 +53,7 @@ private:
 class PE_FILE_UTIL : public FILE_STATS {
 public:
     explicit PE_FILE_UTIL(const std::string& path);
-    explicit PE_FILE_UTIL(uni::byte_vector image);
+    explicit PE_FILE_UTIL(io::byte_vector image);
 
     bool valid() const noexcept { return valid_; }
     bool is_64() const noexcept { return headers_.is_64; }
@@ -69,7 +69,7 @@ public:
     }
     std::uint32_t optional_header_size() const noexcept { return headers_.is_64 ? 240 : 224; }
     // The bytes between the DOS header and the PE signature; empty if they cannot be read.
-    uni::byte_vector dos_stub();
+    io::byte_vector dos_stub();
 
     std::uint32_t entry_rva() const noexcept { return headers_.entry_rva; }
     // The entry point's place in the file; 0 when no section holds it.

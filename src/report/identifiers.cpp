@@ -102,7 +102,7 @@ private:
 
 } // namespace
 
-void list_identifiers(const sdb::sdb_database& database, uni::output_sink& out,
+void list_identifiers(const sdb::sdb_database& database, io::output_sink& out,
                       front::sdb_opts& options)
 {
     options.listed_items = 0;
@@ -137,7 +137,7 @@ void list_identifiers(const sdb::sdb_database& database, uni::output_sink& out,
     }
 }
 
-void list_string_table(const sdb::sdb_database& database, uni::output_sink& out)
+void list_string_table(const sdb::sdb_database& database, io::output_sink& out)
 {
     for (const std::uint32_t ordinal : database.ordinals_by_tag(tag::stringtable_item)) {
         const sdb::sdb_tag_item item = database.item_at(ordinal);

@@ -12,7 +12,7 @@
 #include "report/tag_line.h"
 #include "sdb/finders.h"
 #include "sdb/tags.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/ordered_work.h"
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -47,7 +47,7 @@ std::set<std::uint16_t> list_tags_in(const sdb::sdb_database& database, std::uin
 }
 
 // Lists records tag by tag, each tag's followed by an empty line; answers whether there were any.
-bool list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
+bool list_tags(record_printer& printer, io::output_sink& out, front::sdb_opts& options,
                const std::set<std::uint16_t>& tags)
 {
     bool found = false;
@@ -62,7 +62,7 @@ bool list_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& 
 }
 
 // The listings of one tag each, in the order in which they come.
-bool list_single_tags(record_printer& printer, uni::output_sink& out, front::sdb_opts& options)
+bool list_single_tags(record_printer& printer, io::output_sink& out, front::sdb_opts& options)
 {
     const std::pair<bool, std::uint16_t> listings[] = {
         {options.exes_only, tag::exe},
@@ -299,7 +299,7 @@ namespace {
 
 void say_no_matches(const front::sdb_opts& options)
 {
-    uni::print_notice("no matches found: %s\n", options.current_path.c_str());
+    io::print_notice("no matches found: %s\n", options.current_path.c_str());
 }
 
 // Turns the pattern of -patchbytes into a search for the patches that hold it.
@@ -317,7 +317,7 @@ bool search_patch_bytes(const sdb::sdb_database& database, front::sdb_opts& opti
 }
 
 // A search that no listing was asked for lists the applications that hold what was found.
-void list_search(record_printer& printer, uni::output_sink& out, front::sdb_opts& options,
+void list_search(record_printer& printer, io::output_sink& out, front::sdb_opts& options,
                  const sdb::sdb_database& database)
 {
     if (!list_tags(printer, out, options, application_tags(database))) {
@@ -325,7 +325,7 @@ void list_search(record_printer& printer, uni::output_sink& out, front::sdb_opts
     }
 }
 
-bool make_listings(record_printer& printer, uni::output_sink& out,
+bool make_listings(record_printer& printer, io::output_sink& out,
                    const sdb::sdb_database& database, front::sdb_opts& options)
 {
     bool asked = !options.patch_pattern.empty();
@@ -358,7 +358,7 @@ bool make_listings(record_printer& printer, uni::output_sink& out,
     return asked;
 }
 
-void list_matches(uni::output_sink& out, uni::output_sink& standard_output,
+void list_matches(io::output_sink& out, io::output_sink& standard_output,
                   const sdb::sdb_database& database, front::sdb_opts& options)
 {
     match_results results;
@@ -381,7 +381,7 @@ void list_matches(uni::output_sink& out, uni::output_sink& standard_output,
 
 } // namespace
 
-bool run_database_report(uni::output_sink& out, uni::output_sink& standard_output,
+bool run_database_report(io::output_sink& out, io::output_sink& standard_output,
                          const sdb::sdb_database& database, front::sdb_opts& options)
 {
     if (options.xml) {
@@ -404,7 +404,7 @@ bool run_database_report(uni::output_sink& out, uni::output_sink& standard_outpu
         write_xml_closing(out);
     }
     if (!asked) {
-        uni::print_notice("Check the options you passed in [either erroneous or a mismatch]...\n");
+        io::print_notice("Check the options you passed in [either erroneous or a mismatch]...\n");
     }
     return asked;
 }

@@ -8,7 +8,7 @@
 #include "report/record.h"
 #include "report/xml_framing.h"
 #include "sdb/database.h"
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 namespace report {
 
@@ -16,9 +16,9 @@ namespace report {
 // Answers whether anything was asked for that could be acted on; if nothing was, a notice says so.
 // Under -match the records that would catch a PE file are all that is listed, and a line for each
 // list that catches it goes to `standard_output`, whatever `out` is.
-bool run_database_report(uni::output_sink& out, uni::output_sink& standard_output,
+bool run_database_report(io::output_sink& out, io::output_sink& standard_output,
                          const sdb::sdb_database& database, front::sdb_opts& options);
-inline bool run_database_report(uni::output_sink& out, const sdb::sdb_database& database,
+inline bool run_database_report(io::output_sink& out, const sdb::sdb_database& database,
                                 front::sdb_opts& options)
 {
     return run_database_report(out, out, database, options);

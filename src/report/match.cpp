@@ -11,7 +11,7 @@
 #include "report/tag_text.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "uni/notice.h"
+#include "io/notice.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -359,11 +359,11 @@ bool match_pe_file(match_results& results, const sdb::sdb_database& database,
     results.clear();
     pe_list file;
     if (!read_pe_stats(file, options.pe_path)) {
-        uni::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+        io::print_notice("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
         return false;
     }
     if (!matcher(database, options, file).run(results)) {
-        uni::print_notice("Not all nested records could be matched: %s\n",
+        io::print_notice("Not all nested records could be matched: %s\n",
                           options.current_path.c_str());
     }
     return !results.empty();

@@ -7,7 +7,7 @@
 #include "front/sdb_opts.h"
 #include "report/pe_properties.h"
 #include "sdb/database.h"
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 namespace report {
 

@@ -172,9 +172,9 @@ bool is_version(pe::PE_FILE_UTIL& file, const pe::pe_resource& resource)
 
 // The bytes of the first version resource; empty if there is none. Any resource may have the word in
 // its name: themes do in front of it.
-uni::byte_vector read_version_resource(pe::PE_FILE_UTIL& file)
+io::byte_vector read_version_resource(pe::PE_FILE_UTIL& file)
 {
-    uni::byte_vector bytes;
+    io::byte_vector bytes;
     for (const pe::pe_resource& resource : file.resources()) {
         if (is_version(file, resource)) {
             file.read_into(bytes, std::min<std::uint64_t>(resource.size, largest_version_resource),
@@ -206,7 +206,7 @@ bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file)
         return false;
     }
     add_header_properties(list, file);
-    const uni::byte_vector bytes = read_version_resource(file);
+    const io::byte_vector bytes = read_version_resource(file);
     pe::version_map map;
     if (pe::decode_version_resource(map, uni::byte_view(bytes))) {
         add_fixed_values(list, map);

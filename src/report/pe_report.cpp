@@ -46,7 +46,7 @@ std::string shown_value(const pe_property& property)
     return std::string(text.view());
 }
 
-void print_lines(uni::output_sink& out, const pe_list& list, const front::sdb_opts& options)
+void print_lines(io::output_sink& out, const pe_list& list, const front::sdb_opts& options)
 {
     constexpr std::string_view path_label = "Source file";
     constexpr std::size_t narrowest_value = 8;
@@ -112,7 +112,7 @@ constexpr csv_column columns[] = {
 
 class csv_writer {
 public:
-    csv_writer(uni::output_sink& out, const front::sdb_opts& options)
+    csv_writer(io::output_sink& out, const front::sdb_opts& options)
         : out_(out), options_(options),
           lead_(options.no_whitespace && !options.pad_separator ? "" : " ")
     {}
@@ -178,14 +178,14 @@ private:
         }
     }
 
-    uni::output_sink& out_;
+    io::output_sink& out_;
     const front::sdb_opts& options_;
     std::string_view lead_;
 };
 
 } // namespace
 
-void print_pe_stats(uni::output_sink& out, const pe_list& list, front::sdb_opts& options)
+void print_pe_stats(io::output_sink& out, const pe_list& list, front::sdb_opts& options)
 {
     if (options.csvl2t) {
         return;

@@ -11,7 +11,7 @@
 #include "sdb/tag_table.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 // A record is one list of the database with what belongs to it: its descendants, and the records
 // that its reference lists lead to, folded in as sub-records. A report sees it as groups: each
@@ -81,8 +81,8 @@ private:
 
     const sdb::sdb_database& database_;
     const sdb::tag_table* relation_ = nullptr; // asked for with the first record
-    uni::large_vector<record_item> bodies_;
-    uni::large_vector<record_item> references_;
+    io::large_vector<record_item> bodies_;
+    io::large_vector<record_item> references_;
     std::size_t own_count_ = 0;
     std::vector<group> work_;
     std::vector<group> subrecords_;

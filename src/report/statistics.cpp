@@ -61,7 +61,7 @@ std::string all_rows_text(const database_facts& facts)
 // The plain form, line by line.
 class plain_form {
 public:
-    plain_form(uni::output_sink& out, const front::sdb_opts& options) : out_(out), options_(options)
+    plain_form(io::output_sink& out, const front::sdb_opts& options) : out_(out), options_(options)
     {}
 
     void line(std::string_view label, std::string_view value)
@@ -100,12 +100,12 @@ public:
     }
 
 private:
-    uni::output_sink& out_;
+    io::output_sink& out_;
     const front::sdb_opts& options_;
 };
 
 void write_plain(const database_facts& facts, const sdb::sdb_database& database,
-                 uni::output_sink& out, const front::sdb_opts& options)
+                 io::output_sink& out, const front::sdb_opts& options)
 {
     plain_form form(out, options);
     const auto on_one_line = [](std::string path) { // the registry may hold any text
@@ -178,13 +178,13 @@ public:
         add("Source DB path", facts.value_width, path.folder);
     }
 
-    void write_header(uni::output_sink& out) const
+    void write_header(io::output_sink& out) const
     {
         for (const csv_column& column : columns_) {
             write_cell(out, column, column.leads_header, column.header, column.width);
         }
     }
-    void write_data(uni::output_sink& out) const
+    void write_data(io::output_sink& out) const
     {
         for (const csv_column& column : columns_) {
             write_cell(out, column, column.leads_data, column.data,
@@ -240,7 +240,7 @@ private:
         return text;
     }
 
-    void write_cell(uni::output_sink& out, const csv_column& column, bool leads,
+    void write_cell(io::output_sink& out, const csv_column& column, bool leads,
                     std::string_view text, std::size_t width) const
     {
         out.text(leads ? lead_ : std::string_view());
@@ -259,7 +259,7 @@ private:
 };
 
 void write_csv(const database_facts& facts, const sdb::sdb_database& database,
-               uni::output_sink& out, front::sdb_opts& options)
+               io::output_sink& out, front::sdb_opts& options)
 {
     const csv_table table(facts, database, options);
     if (options.print_header) {
@@ -269,7 +269,7 @@ void write_csv(const database_facts& facts, const sdb::sdb_database& database,
     table.write_data(out);
 }
 
-void write_timeline(const database_facts& facts, uni::output_sink& out, front::sdb_opts& options)
+void write_timeline(const database_facts& facts, io::output_sink& out, front::sdb_opts& options)
 {
     uni::timeline_writer writer;
     uni::configure(writer, options);
@@ -297,7 +297,7 @@ void write_timeline(const database_facts& facts, uni::output_sink& out, front::s
 
 } // namespace
 
-void run_database_stats(const sdb::sdb_database& database, uni::output_sink& out,
+void run_database_stats(const sdb::sdb_database& database, io::output_sink& out,
                         front::sdb_opts& options)
 {
     database_facts facts;

@@ -6,7 +6,7 @@
 
 #include "front/sdb_opts.h"
 #include "sdb/database.h"
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 namespace report {
 
@@ -43,7 +43,7 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
 
 // Writes the statistics of a database: labelled lines, one delimited row under -csv, or timeline
 // rows under -csvl2t and -bodyfile. Nothing for a database whose list holds nothing.
-void run_database_stats(const sdb::sdb_database& database, uni::output_sink& out,
+void run_database_stats(const sdb::sdb_database& database, io::output_sink& out,
                         front::sdb_opts& options);
 
 } // namespace report

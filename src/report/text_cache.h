@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "sdb/database.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace report {
 
@@ -62,8 +62,8 @@ private:
     entry convert(slot& place, std::uint32_t reference);
 
     const sdb::sdb_database& database_;
-    uni::large_vector<slot> slots_;
-    uni::large_vector<char> texts_;
+    io::large_vector<slot> slots_;
+    io::large_vector<char> texts_;
 };
 
 } // namespace report

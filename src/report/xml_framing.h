@@ -7,7 +7,7 @@
 #include "report/record.h"
 #include "report/text_cache.h"
 #include "sdb/database.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 #include "uni/text_buffer.h"
 
 // The XML form of the listings: one <shimdb> document for each database, in which a list tag is an
@@ -76,8 +76,8 @@ private:
     // The record in work, all its strings looked up before the first is written: the look-ups go
     // all over the image, and so the processor can wait for many of them at a time.
     text_cache texts_;
-    uni::large_vector<entry> entries_;
-    uni::large_vector<entry*> references_;
+    io::large_vector<entry> entries_;
+    io::large_vector<entry*> references_;
     bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
     std::vector<const entry*> cdata_children_;

@@ -9,7 +9,7 @@
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "uni/fileio.h"
+#include "io/fileio.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -50,7 +50,7 @@ constexpr std::uint16_t number_mask = 0x0fff;
 // starts[number] to starts[number + 1], the number being what tells it apart within the type.
 struct tag_ordinals {
     std::vector<std::uint32_t> starts;
-    uni::large_vector<std::uint32_t> ordinals;
+    io::large_vector<std::uint32_t> ordinals;
 };
 
 struct sdb_database::lazy_indexes {
@@ -81,8 +81,8 @@ void sdb_database::clear()
 
 bool sdb_database::load(const std::string& path, front::sdb_opts& options)
 {
-    uni::byte_vector bytes;
-    if (!uni::load_file_bytes(bytes, path, largest_file)) {
+    io::byte_vector bytes;
+    if (!io::load_file_bytes(bytes, path, largest_file)) {
         image_.clear();
         clear();
         return false;
@@ -95,11 +95,11 @@ bool sdb_database::load(const std::string& path, front::sdb_opts& options)
     return load_image(std::move(bytes), options);
 }
 
-bool sdb_database::load_image(uni::byte_vector image, front::sdb_opts& options)
+bool sdb_database::load_image(io::byte_vector image, front::sdb_opts& options)
 {
     image_ = std::move(image);
     if (scan(options) == scan_outcome::compressed) {
-        uni::byte_vector inflated;
+        io::byte_vector inflated;
         if (inflate_image(this->image(), inflated)) {
             image_ = std::move(inflated);
             scan(options);
@@ -274,10 +274,10 @@ struct numbered_tag {
     std::uint16_t tag;
 };
 
-uni::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows,
+io::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows,
                                              std::uint16_t type_bits)
 {
-    uni::large_vector<numbered_tag> found;
+    io::large_vector<numbered_tag> found;
     std::uint32_t ordinal = 0;
     for (const tag_table::row& row : rows) {
         if (tag_type(row.tag) == type_bits) {

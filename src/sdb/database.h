@@ -14,7 +14,7 @@
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
 #include "uni/guid.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 // A shim database in memory.
 //
@@ -124,7 +124,7 @@ public:
     // the object is then empty. A file with the right head always loads, whatever follows.
     bool load(const std::string& path, front::sdb_opts& options);
     // The same over bytes in memory.
-    bool load_image(uni::byte_vector image, front::sdb_opts& options);
+    bool load_image(io::byte_vector image, front::sdb_opts& options);
     void clear();
 
     bool loaded() const noexcept { return loaded_; }
@@ -270,7 +270,7 @@ private:
     std::vector<std::uint32_t> read_string_table() const;
 
     bool loaded_ = false;
-    uni::byte_vector image_;
+    io::byte_vector image_;
     std::uint32_t version_major_ = 0;
     std::uint32_t version_minor_ = 0;
     std::uint32_t indexes_offset_ = 0;

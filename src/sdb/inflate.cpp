@@ -15,7 +15,7 @@ constexpr int zlib_window_bits = 15;
 constexpr std::uint64_t largest_growth = 10;
 
 // Inflates all of `input`, at first into four times its size, then into as much as is allowed.
-bool inflate_whole(z_stream& stream, std::uint64_t limit, uni::byte_vector& out)
+bool inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
 {
     out.resize(
         static_cast<std::size_t>(std::min<std::uint64_t>(limit, stream.avail_in * 4ull + 64)));
@@ -36,7 +36,7 @@ bool inflate_whole(z_stream& stream, std::uint64_t limit, uni::byte_vector& out)
 
 } // namespace
 
-bool inflate_image(uni::byte_view image, uni::byte_vector& out)
+bool inflate_image(uni::byte_view image, io::byte_vector& out)
 {
     out.clear();
     const auto input = image.from(compressed_header_size).bytes();

@@ -3,13 +3,13 @@
 #include <cstdint>
 
 #include "uni/byte_view.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace sdb {
 
 // Inflates a compressed database image: one zlib stream from offset 20 to its end marker, whatever
 // follows it. The output may grow to ten times the image's size. False, with an empty output, for
 // an image without a stream, a damaged or unfinished stream, and one that grows beyond that.
-bool inflate_image(uni::byte_view image, uni::byte_vector& out);
+bool inflate_image(uni::byte_view image, io::byte_vector& out);
 
 } // namespace sdb

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace sdb {
 
@@ -69,8 +69,8 @@ private:
         return static_cast<std::uint32_t>((word * 0x0101010101010101) >> 56);
     }
 
-    uni::large_vector<std::uint64_t> words_;
-    uni::large_vector<std::uint32_t> counts_;
+    io::large_vector<std::uint64_t> words_;
+    io::large_vector<std::uint32_t> counts_;
 };
 
 } // namespace sdb

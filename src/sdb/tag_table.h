@@ -8,7 +8,7 @@
 
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "uni/large_vector.h"
+#include "io/large_vector.h"
 
 namespace sdb {
 
@@ -153,9 +153,9 @@ private:
     std::vector<open_list> around_;
     std::uint16_t depth_ = 1;
 
-    uni::large_vector<row> rows_;
-    uni::large_vector<list_row> lists_;
-    uni::large_vector<reference> references_;
+    io::large_vector<row> rows_;
+    io::large_vector<list_row> lists_;
+    io::large_vector<reference> references_;
     mutable std::optional<std::vector<std::uint32_t>> lists_with_children_;
     mutable std::optional<std::vector<std::vector<std::uint32_t>>> lists_by_depth_;
 };

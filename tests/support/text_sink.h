@@ -3,12 +3,12 @@
 #include <string>
 #include <string_view>
 
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 namespace test_support {
 
 // Gathers what a report writes; whole once the sink was flushed.
-class text_sink : public uni::output_sink {
+class text_sink : public io::output_sink {
 public:
     std::string gathered;
 

@@ -19,13 +19,13 @@
 #include "ntfs/directory.h"
 #include "ntfs/locked_file.h"
 #include "platform/arguments.h"
-#include "uni/fileio.h"
+#include "io/fileio.h"
 #include "uni/text.h"
 
 namespace {
 
 bool list_names(const std::string& text, ntfs::volume_source source, const std::string& path,
-                uni::byte_vector& list)
+                io::byte_vector& list)
 {
     const auto volume = ntfs::open_ntfs_volume(text, source);
     std::uint64_t inode = 0;
@@ -91,7 +91,7 @@ platform::device_opener opener_for(std::int64_t size)
     };
 }
 
-bool read_raw(const std::string& volume, const std::string& place, uni::byte_vector& bytes)
+bool read_raw(const std::string& volume, const std::string& place, io::byte_vector& bytes)
 {
     const std::vector<std::string> numbers = uni::split(place, ' ', true);
     ntfs::RAW_DISK_IO disk(volume, ntfs::disk_mode::volume, opener_for(INT64_MAX));
@@ -114,11 +114,11 @@ int main(int count, char** arguments)
         volume.size() == 1 ? ntfs::volume_source::letter : ntfs::volume_source::device;
     const platform::device_opener opener =
         words.size() == 6 ? opener_for(std::stoll(words[5])) : platform::open_device;
-    uni::byte_vector bytes;
+    io::byte_vector bytes;
     const bool done = words[1] == "ls" ? list_names(volume, source, words[3], bytes)
                       : words[1] == "raw"
                           ? read_raw(volume, words[3], bytes)
                           : ntfs::load_locked_file(volume, source, words[3], bytes, {}, opener);
-    uni::fileio output;
+    io::fileio output;
     return done && output.open_write(words[4], true, true, true) && output.append(bytes) ? 0 : 1;
 }

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace uni {
+namespace io {
 
 // Wipes a progress line on the error stream.
 inline constexpr std::string_view progress_wipe = "\x1b[2K\r                           \r";
@@ -17,4 +17,4 @@ void write_error_text(std::string_view text);
 // an argument, never a format.
 int print_notice(const char* format, ...);
 
-} // namespace uni
+} // namespace io

@@ -1,8 +1,8 @@
-#include "uni/output_sink.h"
+#include "io/output_sink.h"
 
 #include <algorithm>
 
-namespace uni {
+namespace io {
 
 void output_sink::flush()
 {
@@ -45,4 +45,4 @@ bool standard_output::write_block(std::string_view block)
     return std::fwrite(block.data(), 1, block.size(), stdout) == block.size();
 }
 
-} // namespace uni
+} // namespace io

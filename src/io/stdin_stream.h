@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-namespace uni {
+namespace io {
 
 // Standard input as a list of entries, one a line.
 class stdin_stream {
@@ -20,4 +20,4 @@ private:
     std::FILE* input_;
 };
 
-} // namespace uni
+} // namespace io

@@ -6,12 +6,12 @@
 
 #include "uni/text_buffer.h"
 
-namespace uni {
+namespace io {
 
 // The stream that every report writes to. Text gathers in a buffer of `buffer_bytes` and goes out
 // in large blocks. Once a block cannot be written the sink is bad: what follows is dropped without
 // a word, and the report runs on into nothing.
-class output_sink : public text_buffer {
+class output_sink : public uni::text_buffer {
 public:
     static constexpr std::size_t buffer_bytes = 0x40000;
 
@@ -45,4 +45,4 @@ private:
     bool write_block(std::string_view) override { return true; }
 };
 
-} // namespace uni
+} // namespace io

@@ -4,10 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "uni/large_vector.h"
-#include "uni/output_sink.h"
+#include "io/large_vector.h"
+#include "io/output_sink.h"
 
-namespace uni {
+namespace io {
 
 class fileio;
 
@@ -78,4 +78,4 @@ bool load_file_bytes(byte_vector& out, const std::string& path, std::uint64_t li
 // Whether a file that can be opened, or a directory, is at `path`; false for an empty path.
 bool file_exists(const std::string& path);
 
-} // namespace uni
+} // namespace io

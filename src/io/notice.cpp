@@ -1,9 +1,9 @@
-#include "uni/notice.h"
+#include "io/notice.h"
 
 #include <cstdarg>
 #include <cstdio>
 
-namespace uni {
+namespace io {
 
 namespace {
 
@@ -37,4 +37,4 @@ int print_notice(const char* format, ...)
     return static_cast<int>(text.size());
 }
 
-} // namespace uni
+} // namespace io

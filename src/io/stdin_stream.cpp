@@ -1,6 +1,6 @@
-#include "uni/stdin_stream.h"
+#include "io/stdin_stream.h"
 
-namespace uni {
+namespace io {
 
 namespace {
 
@@ -22,4 +22,4 @@ bool stdin_stream::stdin_list_next(std::string& out, bool trim)
     return true;
 }
 
-} // namespace uni
+} // namespace io

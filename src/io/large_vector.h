@@ -9,7 +9,7 @@
 
 #include "platform/memory.h"
 
-namespace uni {
+namespace io {
 
 // Allocator for arrays that may grow to many megabytes: these come from platform::allocate_large.
 // Elements that are made without a value are left undefined, since they are about to be filled.
@@ -63,4 +63,4 @@ using large_vector = std::vector<element, large_allocator<element>>;
 // Bytes of a file or an image.
 using byte_vector = large_vector<std::uint8_t>;
 
-} // namespace uni
+} // namespace io

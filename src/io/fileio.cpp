@@ -1,4 +1,4 @@
-#include "uni/fileio.h"
+#include "io/fileio.h"
 
 #include <algorithm>
 #include <utility>
@@ -6,7 +6,7 @@
 #include "platform/files.h"
 #include "uni/paths.h"
 
-namespace uni {
+namespace io {
 
 namespace {
 
@@ -81,7 +81,7 @@ bool fileio::open_write(const std::string& path, bool write, bool byte_mode, boo
         return false;
     }
     opened_ = true;
-    on_snapshot_ = is_on_snapshot(cut);
+    on_snapshot_ = uni::is_on_snapshot(cut);
     byte_mode_ = byte_mode;
     size_ = platform::file_length(descriptor_);
     return true;
@@ -188,4 +188,4 @@ bool file_exists(const std::string& path)
     return !path.empty() && (file.open_read(path) || platform::read_file_facts(path, facts));
 }
 
-} // namespace uni
+} // namespace io

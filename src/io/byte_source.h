@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+
+#include "io/large_vector.h"
+
+namespace io {
+
+// When a file was last written and read, and when it was made: FILETIME ticks, 0 for what is not
+// known.
+struct file_times {
+    std::uint64_t write = 0;
+    std::uint64_t access = 0;
+    std::uint64_t creation = 0;
+};
+
+// Bytes at places: an ordinary file, a block of memory, or a file inside something else. Formats
+// read these and never a path, so that it is all one to them where their bytes lie.
+class byte_source {
+public:
+    byte_source() = default;
+    virtual ~byte_source() = default;
+    byte_source(const byte_source&) = delete;
+    byte_source& operator=(const byte_source&) = delete;
+
+    // Length in bytes when it was opened.
+    virtual std::uint64_t size() const noexcept = 0;
+    // Reads at `offset` until `out` is full, the source ends or reading fails; gives how many of its
+    // first bytes were read.
+    virtual std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) = 0;
+    virtual file_times times() const { return {}; }
+};
+
+// The file at `path` (UTF-8); null if it does not open.
+std::unique_ptr<byte_source> open_source(const std::string& path);
+
+// Bytes that are there already.
+class memory_source : public byte_source {
+public:
+    explicit memory_source(byte_vector bytes) : bytes_(std::move(bytes)) {}
+
+    std::uint64_t size() const noexcept override { return bytes_.size(); }
+    std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) override;
+
+private:
+    byte_vector bytes_;
+};
+
+// Reads the first `limit` bytes of a source. False, and nothing in `out`, when nothing was read.
+bool read_source(byte_vector& out, byte_source& source, std::uint64_t limit);
+
+} // namespace io
