@@ -10,7 +10,7 @@ namespace front {
 // of it by the look-ups below; whatever is left in the end is ignored without a word. Names match
 // without regard to case, and of several matches the first counts. So the place of an option on the
 // command line has no meaning, while the order of the look-ups does: an option looked up earlier
-// wins when it stands where a later one expects its value. Meant.
+// wins when it stands where a later one expects its value.
 using argument_list = std::vector<std::string>;
 
 // Takes a name out; false if it is not there.

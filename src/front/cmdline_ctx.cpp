@@ -53,12 +53,10 @@ cmdline_ctx::~cmdline_ctx()
     }
 }
 
-void cmdline_ctx::bind_options(const cmd_params& params)
+void cmdline_ctx::bind_options(const request::cmd_params& params)
 {
     clear_progress_ = params.show_progress;
-    if (params.log_on && params.cmd_log) {
-        diag_path_ = params.log_path;
-    }
+    diag_path_ = params.log_path;
     report_elapsed_ = params.profile;
     if (params.profile || !diag_path_.empty()) {
         start_time_ = uni::now_filetime();

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "front/cmd_params.h"
+#include "request/cmd_params.h"
 #include "platform/console.h"
 
 namespace front {
@@ -18,7 +18,7 @@ public:
     cmdline_ctx& operator=(const cmdline_ctx&) = delete;
 
     // Takes what it needs at the end out of the parsed options.
-    void bind_options(const cmd_params& params);
+    void bind_options(const request::cmd_params& params);
 
 private:
     platform::utf8_console console_;

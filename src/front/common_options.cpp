@@ -2,25 +2,33 @@
 
 #include <array>
 
+#include "form/forms.h"
 #include "front/filter.h"
 #include "platform/files.h"
 #include "platform/host.h"
+#include "io/fileio.h"
 #include "io/notice.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
-#include "uni/utf.h"
 
 namespace front {
 
 namespace {
+
+// What an option works on: what is asked for, the arguments that are left, and the log.
+struct parsing {
+    request::cmd_params& params;
+    argument_list& args;
+    diag_log& log;
+};
 
 // One option that stands for itself: its name, whether a value follows it, and its effect, which
 // answers false to end the run.
 struct option_row {
     std::string_view name;
     bool takes_value;
-    bool (*effect)(cmd_params& params, const std::string& value, argument_list& args);
+    bool (*effect)(parsing& now, const std::string& value);
 };
 
 std::string expanded(const std::string& text, bool allow_snapshot)
@@ -28,123 +36,93 @@ std::string expanded(const std::string& text, bool allow_snapshot)
     return uni::expand_path(text, allow_snapshot, platform::environment_variable);
 }
 
-void set_form(cmd_params& params, bool cmd_params::*form)
+// Stores the separator as it came and derives from it the substitution that keeps it out of fields.
+void set_csv_separator(request::cmd_params& params, std::string_view text)
 {
-    params.xml = params.csv = params.csvl2t = false;
-    params.csvgen = params.bodyfile = params.multiline = false;
-    params.*form = true;
+    params.csv_separator = text;
+    const std::string lower = uni::lowered(text);
+    params.field_char_from = '\0';
+    if (params.quoted_csv_fields) {
+        return;
+    }
+    if (lower.find('|') != std::string::npos) {
+        params.field_char_from = '|';
+        params.field_char_to = ';';
+    } else if (lower.find(',') != std::string::npos) {
+        params.field_char_from = ',';
+        params.field_char_to = ' ';
+    } else if (lower == "tab" || lower == "\\t") {
+        params.csv_separator = "\t";
+    }
 }
 
-bool take_diags(cmd_params& params, const std::string& value, argument_list& args)
+bool take_diags(parsing& now, const std::string& value)
 {
-    params.log_path = value;
-    params.cmd_log = std::make_unique<io::fileio>();
-    if (!params.cmd_log->open_write(value, true, false, true)) {
-        params.log_path.clear();
-        params.cmd_log.reset();
+    if (!now.log.open(value)) {
         return true;
     }
-    params.log_on = true;
-    cmd_log_write(params, params.raw_cmdline);
-    if (find_option_flag("-l2", args)) {
-        params.log_level = 2;
-    } else if (find_option_flag("-l3", args)) {
-        params.log_level = 3;
+    now.params.log_path = value;
+    now.log.write(now.params.raw_cmdline);
+    if (!find_option_flag("-l2", now.args)) {
+        find_option_flag("-l3", now.args);
     }
     return true;
 }
 
-bool take_csv(cmd_params& params, const std::string&, argument_list&)
+// Takes the forms that are asked for, of which the last of the table wins.
+void take_forms(request::cmd_params& params, argument_list& args)
 {
-    // -csvgen keeps its flag beside this form; nothing reads it.
-    const bool csvgen = params.csvgen;
-    set_form(params, &cmd_params::csv);
-    params.csvgen = csvgen;
-    set_csv_separator(params, ",");
-    params.no_whitespace = !params.pair_datetime;
-    return true;
-}
-
-bool take_csvgen(cmd_params& params, const std::string&, argument_list&)
-{
-    set_form(params, &cmd_params::csvgen);
-    set_csv_separator(params, ",");
-    params.no_whitespace = true;
-    return true;
-}
-
-bool take_csvl2t(cmd_params& params, const std::string&, argument_list&)
-{
-    const bool csvgen = params.csvgen;
-    set_form(params, &cmd_params::csvl2t);
-    params.csvgen = csvgen;
-    params.print_header = true;
-    set_csv_separator(params, ",");
-    return true;
-}
-
-bool take_bodyfile(cmd_params& params, const std::string&, argument_list&)
-{
-    set_form(params, &cmd_params::bodyfile);
-    params.print_header = true;
-    set_csv_separator(params, "|");
-    return true;
-}
-
-bool take_xml(cmd_params& params, const std::string&, argument_list&)
-{
-    set_form(params, &cmd_params::xml);
-    params.print_header = false;
-    set_csv_separator(params, "");
-    return true;
-}
-
-bool take_multiline(cmd_params& params, const std::string&, argument_list&)
-{
-    set_form(params, &cmd_params::multiline);
-    params.print_header = true;
-    params.csv_separator.clear();
-    params.field_char_from = '\0';
-    return true;
+    for (const form::form_row& row : form::all_forms()) {
+        if (row.option.empty() || !find_option_flag(row.option, args)) {
+            continue;
+        }
+        params.form = row.name;
+        set_csv_separator(params, row.separator);
+        if (row.separator_blanks != form::blanks::as_they_are) {
+            params.no_whitespace =
+                row.separator_blanks == form::blanks::none || !params.pair_datetime;
+        }
+    }
 }
 
 // Aliases have no reader here, but an uneven list of them is refused.
-bool check_alias(cmd_params&, const std::string& value, argument_list&)
+bool check_alias(parsing&, const std::string& value)
 {
     const std::size_t items = uni::split(value, '|', false).size();
     if (items == 0 || items % 2 != 0) {
-        io::print_notice("%s, aborting\n", "imbalanced alias to true pathfiles");
+        io::error_stream().say("%s, aborting\n", "imbalanced alias to true pathfiles");
         return false;
     }
     return true;
 }
 
-bool check_alias_path(cmd_params& params, const std::string& value, argument_list& args)
+bool check_alias_path(parsing& now, const std::string& value)
 {
-    return value.find('|') == std::string::npos || check_alias(params, value, args);
+    return value.find('|') == std::string::npos || check_alias(now, value);
 }
 
-bool accept(cmd_params&, const std::string&, argument_list&)
+bool accept(parsing&, const std::string&)
 {
     return true;
 }
 
-bool refuse(cmd_params&, const std::string&, argument_list&)
+bool refuse(parsing&, const std::string&)
 {
-    io::print_notice("This option is not offered in this build\n");
+    io::error_stream().say("This option is not offered in this build\n");
     return false;
 }
 
 // Tries whether the results file can be written, and removes it again: with -append too, so that
-// nothing is ever appended. Meant.
-bool take_out(cmd_params& params, const std::string& value, argument_list& args)
+// nothing is ever appended.
+bool take_out(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     params.out_path = platform::native_spelling(expanded(value, true));
-    const bool append = peek_option_flag("-append", args);
+    const bool append = peek_option_flag("-append", now.args);
     io::fileio probe;
     if (!probe.open_write(params.out_path, true, false, !append) &&
         !(append && probe.open_write(params.out_path, true, false, true))) {
-        io::print_notice("prob opening file %s for output, aborting\n", params.out_path.c_str());
+        io::error_stream().say("prob opening file %s for output, aborting\n", params.out_path.c_str());
         return false;
     }
     probe.close();
@@ -152,23 +130,18 @@ bool take_out(cmd_params& params, const std::string& value, argument_list& args)
     return true;
 }
 
-bool take_filters(cmd_params& params, argument_list& args)
+bool take_filters(request::cmd_params& params, argument_list& args)
 {
     std::string value;
     std::string path;
-    std::vector<filter_entry> entries;
+    std::vector<request::filter_entry> entries;
     while (find_option_value("-filter_skip", value, args)) {
         find_option_value("-filter_path", path, args);
     }
     while (find_option_value("-filter", value, args)) {
         parse_filter(entries, value);
         params.filter_list.insert(params.filter_list.end(), entries.begin(), entries.end());
-        if (find_option_value("-filter_path", path, args)) {
-            const std::u16string base = uni::utf16_from_utf8(uni::lowered(path));
-            for (filter_entry& entry : params.filter_list) {
-                entry.base_path = base;
-            }
-        }
+        find_option_value("-filter_path", path, args);
     }
     while (find_option_value("-filter_sig", value, args)) {
         params.filter_list.push_back(parse_signature_filter(value));
@@ -199,9 +172,9 @@ window_text split_window(const std::string& value)
     return text;
 }
 
-window_end read_window_end(const window_text& text, const std::string& time)
+request::window_end read_window_end(const window_text& text, const std::string& time)
 {
-    window_end end;
+    request::window_end end;
     uni::system_time fields;
     if (!uni::parse_date_time(text.date, time, "YMD", text.separator, fields)) {
         return end;
@@ -219,8 +192,9 @@ window_end read_window_end(const window_text& text, const std::string& time)
     return end;
 }
 
-bool take_start_time(cmd_params& params, const std::string& value, argument_list&)
+bool take_start_time(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     const window_text text = split_window(value);
     if (text.date.empty() || text.separator == '\0') {
         return false;
@@ -229,30 +203,32 @@ bool take_start_time(cmd_params& params, const std::string& value, argument_list
     if (params.time_window_start.set) {
         params.time_window_stop = {true, UINT64_MAX, UINT32_MAX};
     } else {
-        io::print_notice("invalid start time, ignoring\n");
+        io::error_stream().say("invalid start time, ignoring\n");
     }
     return true;
 }
 
-bool take_stop_time(cmd_params& params, const std::string& value, argument_list&)
+bool take_stop_time(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     const window_text text = split_window(value);
     if (text.date.empty() || text.separator == '\0') {
         return false;
     }
-    // The date stands in for the time too, so that hardly any stop time is accepted: meant.
-    const window_end stop = read_window_end(text, text.date);
-    const window_end& start = params.time_window_start;
+    // The date stands in for the time too, so that hardly any stop time is accepted.
+    const request::window_end stop = read_window_end(text, text.date);
+    const request::window_end& start = params.time_window_start;
     const bool usable = stop.set && !(start.set && stop.filetime < start.filetime);
-    params.time_window_stop = usable ? stop : window_end();
+    params.time_window_stop = usable ? stop : request::window_end();
     if (!usable) {
-        io::print_notice("invalid stop time, ignoring\n");
+        io::error_stream().say("invalid stop time, ignoring\n");
     }
     return true;
 }
 
-bool take_quoted_fields(cmd_params& params, const std::string&, argument_list&)
+bool take_quoted_fields(parsing& now, const std::string&)
 {
+    request::cmd_params& params = now.params;
     params.quoted_csv_fields = true;
     if (params.csv_separator.find('\t') == std::string::npos) {
         uni::trim(params.csv_separator);
@@ -262,8 +238,9 @@ bool take_quoted_fields(cmd_params& params, const std::string&, argument_list&)
     return true;
 }
 
-bool take_no_whitespace(cmd_params& params, const std::string&, argument_list&)
+bool take_no_whitespace(parsing& now, const std::string&)
 {
+    request::cmd_params& params = now.params;
     params.no_whitespace = true;
     params.pad_separator = false;
     uni::remove_char(params.csv_separator, ' ');
@@ -272,11 +249,12 @@ bool take_no_whitespace(cmd_params& params, const std::string&, argument_list&)
 
 void refuse_format(const std::string& value)
 {
-    io::print_notice("invalid %s, using default format\n", value.c_str());
+    io::error_stream().say("invalid %s, using default format\n", value.c_str());
 }
 
-bool take_date_format(cmd_params& params, const std::string& value, argument_list&)
+bool take_date_format(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     if (value.size() == 8 || value.size() == 10) {
         params.dateformat = uni::lowered(value);
     } else {
@@ -285,8 +263,9 @@ bool take_date_format(cmd_params& params, const std::string& value, argument_lis
     return true;
 }
 
-bool take_time_format(cmd_params& params, const std::string& value, argument_list&)
+bool take_time_format(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     const bool has_length = value.size() == 8 || (value.size() >= 12 && value.size() <= 18);
     if (has_length && value.find(':') != std::string::npos) {
         params.timeformat = uni::lowered(value);
@@ -296,50 +275,48 @@ bool take_time_format(cmd_params& params, const std::string& value, argument_lis
     return true;
 }
 
-template <bool cmd_params::*field, bool value>
-bool set_flag(cmd_params& params, const std::string&, argument_list&)
+template <bool request::cmd_params::*field, bool value>
+bool set_flag(parsing& now, const std::string&)
 {
-    params.*field = value;
+    now.params.*field = value;
     return true;
 }
 
-template <std::string cmd_params::*field>
-bool set_text(cmd_params& params, const std::string& value, argument_list&)
+template <std::string request::cmd_params::*field>
+bool set_text(parsing& now, const std::string& value)
 {
-    params.*field = value;
+    now.params.*field = value;
     return true;
 }
 
-bool take_enumdir(cmd_params& params, const std::string& value, argument_list&)
+bool take_enumdir(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     params.enumdir_path = expanded(value, false);
     params.enumdir = true;
     return true;
 }
 
-bool take_num_subdirs(cmd_params& params, const std::string& value, argument_list&)
+bool take_num_subdirs(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     params.num_subdirs = uni::read_u32_auto(value).value_or(params.num_subdirs);
     return true;
 }
 
-bool take_separator(cmd_params& params, const std::string& value, argument_list&)
+bool take_separator(parsing& now, const std::string& value)
 {
+    request::cmd_params& params = now.params;
     set_csv_separator(params, value);
     return true;
 }
 
-// The order of the rows settles every conflict: among the forms the later row wins, whatever the
-// command line says. Meant.
+// The order of the rows settles every conflict, whatever the command line says.
+constexpr option_row pair_row = {"-pair_datetime", false,
+                                 set_flag<&request::cmd_params::pair_datetime, true>};
+constexpr option_row diags_row = {"-diags", true, take_diags};
+
 constexpr auto rows_before_filters = std::to_array<option_row>({
-    {"-pair_datetime", false, set_flag<&cmd_params::pair_datetime, true>},
-    {"-diags", true, take_diags},
-    {"-csv", false, take_csv},
-    {"-csvgen", false, take_csvgen},
-    {"-csvl2t", false, take_csvl2t},
-    {"-bodyfile", false, take_bodyfile},
-    {"-xml", false, take_xml},
-    {"-multiline", false, take_multiline},
     {"-alias", true, check_alias},
     {"-aliaspath", true, check_alias_path},
     {"-gzip", false, accept},
@@ -348,10 +325,10 @@ constexpr auto rows_before_filters = std::to_array<option_row>({
     {"-zlibex", true, accept},
     {"-sqlite_log", true, refuse},
     {"-sqlite", true, refuse},
-    {"-signal", true, set_text<&cmd_params::signal_name>},
-    {"-hostname", true, set_text<&cmd_params::hostname>},
+    {"-signal", true, set_text<&request::cmd_params::signal_name>},
+    {"-hostname", true, set_text<&request::cmd_params::hostname>},
     {"-split_pathfile", false, accept},
-    {"-username", true, set_text<&cmd_params::username>},
+    {"-username", true, set_text<&request::cmd_params::username>},
     {"-cpuinst", true, accept},
     {"-cpu", true, accept},
     {"-fragment_files", true, accept},
@@ -365,15 +342,15 @@ constexpr auto rows_of_lists = std::to_array<option_row>({
     {"-outdir", true, accept},
     {"-enumdir", true, take_enumdir},
     {"-num_subdirs", true, take_num_subdirs},
-    {"-profile", false, set_flag<&cmd_params::profile, true>},
-    {"-pipe", false, set_flag<&cmd_params::pipe, true>},
+    {"-profile", false, set_flag<&request::cmd_params::profile, true>},
+    {"-pipe", false, set_flag<&request::cmd_params::pipe, true>},
 });
 
 constexpr auto rows_behind_filters = std::to_array<option_row>({
     {"-cmd_start_time", true, take_start_time},
     {"-cmd_stop_time", true, take_stop_time},
-    {"-base10", false, set_flag<&cmd_params::base16, false>},
-    {"-base16", false, set_flag<&cmd_params::base16, true>},
+    {"-base10", false, set_flag<&request::cmd_params::base16, false>},
+    {"-base16", false, set_flag<&request::cmd_params::base16, true>},
     {"-csv_separator", true, take_separator},
     {"-enable_quoted_csv_fields", false, take_quoted_fields},
     {"-no_whitespace", false, take_no_whitespace},
@@ -381,28 +358,29 @@ constexpr auto rows_behind_filters = std::to_array<option_row>({
     {"-timeformat", true, take_time_format},
 });
 
-constexpr option_row verbose_row = {"-verbose", false, set_flag<&cmd_params::section_rules, true>};
-constexpr option_row short_verbose_row = {"-v", false, set_flag<&cmd_params::section_rules, true>};
-constexpr option_row quiet_row = {"-quiet", false, set_flag<&cmd_params::show_progress, false>};
+// Rules between sections are always written where a form has them.
+constexpr option_row verbose_row = {"-verbose", false, accept};
+constexpr option_row short_verbose_row = {"-v", false, accept};
+constexpr option_row quiet_row = {"-quiet", false, set_flag<&request::cmd_params::show_progress, false>};
 
 enum class taking { absent, taken, ended };
 
-taking take_row(const option_row& row, cmd_params& params, argument_list& args)
+taking take_row(const option_row& row, parsing& now)
 {
     std::string value;
-    const bool found = row.takes_value ? find_option_value(row.name, value, args)
-                                       : find_option_flag(row.name, args);
+    const bool found = row.takes_value ? find_option_value(row.name, value, now.args)
+                                       : find_option_flag(row.name, now.args);
     if (!found) {
         return taking::absent;
     }
-    return row.effect(params, value, args) ? taking::taken : taking::ended;
+    return row.effect(now, value) ? taking::taken : taking::ended;
 }
 
 template <typename table>
-bool take_rows(const table& rows, cmd_params& params, argument_list& args)
+bool take_rows(const table& rows, parsing& now)
 {
     for (const option_row& row : rows) {
-        if (take_row(row, params, args) == taking::ended) {
+        if (take_row(row, now) == taking::ended) {
             return false;
         }
     }
@@ -410,11 +388,10 @@ bool take_rows(const table& rows, cmd_params& params, argument_list& args)
 }
 
 // The second of two spellings is only looked up when the first is absent.
-bool take_either(const option_row& first, const option_row& second, cmd_params& params,
-                 argument_list& args)
+bool take_either(const option_row& first, const option_row& second, parsing& now)
 {
-    const taking outcome = take_row(first, params, args);
-    return outcome == taking::absent ? take_row(second, params, args) != taking::ended
+    const taking outcome = take_row(first, now);
+    return outcome == taking::absent ? take_row(second, now) != taking::ended
                                      : outcome == taking::taken;
 }
 
@@ -440,23 +417,22 @@ std::string program_name_of(const std::string& path)
 
 } // namespace
 
-bool parse_common_options(cmd_params& params, argument_list& args)
+bool parse_common_options(request::cmd_params& params, argument_list& args, diag_log& log)
 {
     if (args.empty()) {
         return false;
     }
-    if (params.raw_cmdline.empty()) {
-        params.raw_cmdline = joined_arguments(args);
-    }
-    if (params.program_name.empty()) {
-        params.program_name = program_name_of(args.front());
-    }
-    const bool goes_on = take_rows(rows_before_filters, params, args) &&
-                         take_either(out_row, outfile_row, params, args) &&
-                         take_rows(rows_of_lists, params, args) && take_filters(params, args) &&
-                         take_rows(rows_behind_filters, params, args) &&
-                         take_either(verbose_row, short_verbose_row, params, args) &&
-                         take_row(quiet_row, params, args) != taking::ended;
+    params.raw_cmdline = joined_arguments(args);
+    params.program_name = program_name_of(args.front());
+    parsing now{params, args, log};
+    take_row(pair_row, now);
+    take_row(diags_row, now);
+    take_forms(params, args);
+    const bool goes_on = take_rows(rows_before_filters, now) &&
+                         take_either(out_row, outfile_row, now) && take_rows(rows_of_lists, now) &&
+                         take_filters(params, args) && take_rows(rows_behind_filters, now) &&
+                         take_either(verbose_row, short_verbose_row, now) &&
+                         take_row(quiet_row, now) != taking::ended;
     if (!goes_on) {
         return false;
     }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include "front/arguments.h"
-#include "front/cmd_params.h"
+#include "front/diag_log.h"
+#include "request/cmd_params.h"
 
 namespace front {
 
 // Takes the options that all tools of the family share out of `args`. False when the run is to end:
 // a refusal has been worded, or there are no arguments. Options that this tool does not act on are
-// taken all the same, without a word.
-bool parse_common_options(cmd_params& params, argument_list& args);
+// taken all the same, without a word. Opens the log that is asked for.
+bool parse_common_options(request::cmd_params& params, argument_list& args, diag_log& log);
 
 } // namespace front

@@ -50,7 +50,7 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results, 
     const std::string folder = platform::walkable_path(root);
     const std::vector<platform::directory_entry> entries = list_in_order(folder);
     for (const platform::directory_entry& entry : entries) {
-        // Folders of such a name come along: meant.
+        // Folders of such a name come along, so that nothing named like a database is left out.
         if (is_sdb_name(entry.name)) {
             results.push_back(platform::join_path(folder, entry.name));
         }
@@ -62,19 +62,15 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results, 
     }
 }
 
-void add_default_targets(sdb_opts& options)
+void add_default_targets(std::vector<std::string>& files, const std::string& volume)
 {
-    if (options.volume_text.empty()) {
-        options.volume_text = "c:";
-    }
     const std::initializer_list<const char*> folders[] = {
         {"Windows", "AppPatch"},
         {"Windows", "System32", "CompatTel"},
         {"Windows", "System32", "appraiser"},
     };
     for (const std::initializer_list<const char*>& names : folders) {
-        walk_sdb_files(path_on_volume(options.volume_text, names), options.target_files,
-                       default_depth);
+        walk_sdb_files(path_on_volume(volume, names), files, default_depth);
     }
 }
 

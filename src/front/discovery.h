@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "front/sdb_opts.h"
 #include "platform/directories.h"
 
 namespace front {
@@ -23,9 +22,8 @@ std::vector<platform::directory_entry> list_in_order(const std::string& folder);
 void walk_sdb_files(const std::string& root, std::vector<std::string>& results,
                     std::uint32_t depth);
 
-// Appends to `target_files` what the folders hold where a Windows volume keeps its databases. The
-// volume is that of `volume_text`, which becomes "c:" if it is empty.
-void add_default_targets(sdb_opts& options);
+// Appends what the folders hold where a Windows volume keeps its databases.
+void add_default_targets(std::vector<std::string>& files, const std::string& volume);
 
 // The path of what lies on a volume under these names, one below the other, in its spelling on disk
 // where it exists.

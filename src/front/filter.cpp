@@ -37,34 +37,19 @@ void take_stars(std::u16string& pattern, bool& at_front, bool& at_back)
     std::erase(pattern, u'*');
 }
 
-// Cuts the stream part, behind a colon, off the pattern.
-void take_stream_part(filter_entry& entry)
+request::filter_entry make_entry(std::string_view item)
 {
-    const std::size_t colon = entry.pattern.find(u':');
-    if (colon == std::u16string::npos) {
-        return;
-    }
-    entry.has_stream = true;
-    entry.stream_pattern = entry.pattern.substr(colon + 1);
-    entry.pattern.resize(colon);
-    if (entry.stream_pattern == u"*") {
-        entry.stream_all = true;
-    } else {
-        take_stars(entry.stream_pattern, entry.stream_star_front, entry.stream_star_back);
-    }
-}
-
-filter_entry make_entry(std::string_view item)
-{
-    filter_entry entry;
+    request::filter_entry entry;
     entry.text = entry.pattern = uni::utf16_from_utf8(item);
-    take_stream_part(entry);
-    if (entry.has_stream && entry.pattern == u"*") {
-        entry.match_all = true;
-        return entry;
+    // What stands behind a colon would be a stream, which is not looked at.
+    if (const std::size_t colon = entry.pattern.find(u':'); colon != std::u16string::npos) {
+        entry.pattern.resize(colon);
+        entry.match_all = entry.pattern == u"*";
     }
-    take_stars(entry.pattern, entry.star_front, entry.star_back);
-    entry.is_path = entry.pattern.starts_with(u'\\');
+    if (!entry.match_all) {
+        take_stars(entry.pattern, entry.star_front, entry.star_back);
+        entry.is_path = entry.pattern.starts_with(u'\\');
+    }
     return entry;
 }
 
@@ -82,14 +67,14 @@ std::u16string comparable(std::string text)
     return units;
 }
 
-bool lies_before(std::uint64_t time, const window_end& end, uni::time_kind kind)
+bool lies_before(std::uint64_t time, const request::window_end& end, uni::time_kind kind)
 {
     return kind == uni::time_kind::filetime
                ? time < end.filetime
                : static_cast<std::int64_t>(time) < static_cast<std::int64_t>(end.unix_time);
 }
 
-bool lies_behind(std::uint64_t time, const window_end& end, uni::time_kind kind)
+bool lies_behind(std::uint64_t time, const request::window_end& end, uni::time_kind kind)
 {
     return kind == uni::time_kind::filetime
                ? time > end.filetime
@@ -106,22 +91,23 @@ bool read_times(const std::string& path, file_times& times)
     return true;
 }
 
-// One time behind the start is enough, but no time may be behind the stop: meant.
-bool lies_in_window(const cmd_params& params, const file_times& times)
+// One time behind the start is enough, but no time may be behind the stop: what was touched in
+// the window, and not later.
+bool lies_in_window(const request::cmd_params& params, const file_times& times)
 {
     const auto& [known, kind, written, created] = times;
     if (kind != uni::time_kind::filetime && kind != uni::time_kind::unix_seconds) {
         return false;
     }
-    const window_end& start = params.time_window_start;
-    const window_end& stop = params.time_window_stop;
+    const request::window_end& start = params.time_window_start;
+    const request::window_end& stop = params.time_window_stop;
     if (start.set && lies_before(written, start, kind) && lies_before(created, start, kind)) {
         return false;
     }
     return !(stop.set && (lies_behind(written, stop, kind) || lies_behind(created, stop, kind)));
 }
 
-bool window_accepts(const cmd_params& params, const std::string& path, file_times* times)
+bool window_accepts(const request::cmd_params& params, const std::string& path, file_times* times)
 {
     if (times == nullptr || !(params.time_window_start.set || params.time_window_stop.set)) {
         return true;
@@ -139,7 +125,7 @@ public:
         name_ = comparable(std::move(name));
     }
 
-    bool is_accepted_by(const filter_entry& entry, bool& open_failed)
+    bool is_accepted_by(const request::filter_entry& entry, bool& open_failed)
     {
         return (entry.is_path && is_below(entry.pattern)) || entry.match_all ||
                is_named_like(entry) ||
@@ -149,7 +135,7 @@ public:
 private:
     // Whether the folder's path holds the pattern and the match ends at a boundary of folders: the
     // folder's own end, or a separator, which may be the pattern's last character. Only the first
-    // place where the pattern stands counts: meant.
+    // place where the pattern stands counts.
     bool is_below(const std::u16string& pattern)
     {
         if (!folded_directory_) {
@@ -163,7 +149,7 @@ private:
                (pattern.ends_with(u'\\') || (*folded_directory_)[behind] == u'\\');
     }
 
-    bool is_named_like(const filter_entry& entry) const
+    bool is_named_like(const request::filter_entry& entry) const
     {
         if (entry.star_front && entry.star_back) {
             return name_.find(entry.pattern) != std::u16string::npos;
@@ -177,7 +163,7 @@ private:
         return !entry.pattern.empty() && name_ == entry.pattern;
     }
 
-    bool holds_signature(const filter_entry& entry, bool& open_failed)
+    bool holds_signature(const request::filter_entry& entry, bool& open_failed)
     {
         if (!file_.is_open() && !file_.open_read(path_)) {
             open_failed = true;
@@ -200,12 +186,12 @@ private:
 
 } // namespace
 
-bool parse_filter(std::vector<filter_entry>& entries, std::string_view text)
+bool parse_filter(std::vector<request::filter_entry>& entries, std::string_view text)
 {
     entries.clear();
     for (const std::string& item : split_items(uni::lowered(text))) {
         if (item == "*") {
-            filter_entry everything;
+            request::filter_entry everything;
             everything.text = u"*";
             everything.match_all = true;
             entries.assign(1, everything);
@@ -216,13 +202,13 @@ bool parse_filter(std::vector<filter_entry>& entries, std::string_view text)
     return !entries.empty();
 }
 
-filter_entry parse_signature_filter(std::string_view text)
+request::filter_entry parse_signature_filter(std::string_view text)
 {
     std::size_t separator = text.find('|');
     if (separator == std::string_view::npos) {
         separator = text.find(',');
     }
-    filter_entry entry;
+    request::filter_entry entry;
     for (const std::string& byte : uni::split(text.substr(0, separator), ' ', true)) {
         if (const auto value = uni::read_u32_auto("0x" + byte)) {
             entry.signature.push_back(static_cast<std::uint8_t>(*value));
@@ -234,8 +220,8 @@ filter_entry parse_signature_filter(std::string_view text)
     return entry;
 }
 
-bool filter_accepts(const cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<filter_entry>& entries, file_times* times)
+bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
+                    const std::vector<request::filter_entry>& entries, file_times* times)
 {
     open_failed = false;
     if (path.empty() || !window_accepts(params, path, times)) {
@@ -245,7 +231,7 @@ bool filter_accepts(const cmd_params& params, bool& open_failed, const std::stri
         return true;
     }
     filtered_path candidate(path);
-    return std::any_of(entries.begin(), entries.end(), [&](const filter_entry& entry) {
+    return std::any_of(entries.begin(), entries.end(), [&](const request::filter_entry& entry) {
         return candidate.is_accepted_by(entry, open_failed);
     });
 }

@@ -5,18 +5,18 @@
 #include <string_view>
 #include <vector>
 
-#include "front/cmd_params.h"
+#include "request/cmd_params.h"
 #include "uni/time.h"
 
 namespace front {
 
 // Makes one entry for each item of a -filter text, whose items are parted by "|", else by ",". An
 // item "*" accepts everything and stands alone. Answers whether there is any entry.
-bool parse_filter(std::vector<filter_entry>& entries, std::string_view text);
+bool parse_filter(std::vector<request::filter_entry>& entries, std::string_view text);
 
 // Makes the entry of a -filter_sig text: blank-separated hexadecimal bytes, then "|" or "," and the
 // offset at which a file must hold them.
-filter_entry parse_signature_filter(std::string_view text);
+request::filter_entry parse_signature_filter(std::string_view text);
 
 // The times of a file, for the window of -cmd_start_time and -cmd_stop_time.
 struct file_times {
@@ -39,7 +39,7 @@ struct file_times {
 //
 // Stream parts are not looked at. `open_failed` tells that a file could not be opened for its
 // signature, so that a refusal may be none.
-bool filter_accepts(const cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<filter_entry>& entries, file_times* times = nullptr);
+bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
+                    const std::vector<request::filter_entry>& entries, file_times* times = nullptr);
 
 } // namespace front

@@ -1,15 +1,16 @@
 #include "front/run_driver.h"
 
+#include "form/forms.h"
 #include "front/cmdline_ctx.h"
-#include "front/run_modes.h"
+#include "front/diag_log.h"
+#include "front/run.h"
 #include "front/sdb_options.h"
-#include "front/sdb_opts.h"
 #include "front/startup.h"
-#include "platform/host.h"
-#include "platform/redirection.h"
 #include "io/fileio.h"
 #include "io/notice.h"
 #include "io/output_sink.h"
+#include "platform/redirection.h"
+#include "request/sdb_opts.h"
 
 namespace front {
 
@@ -17,33 +18,25 @@ namespace {
 
 constexpr int success = 0;
 constexpr int failure = -1;
-void set_run_defaults(sdb_opts& options)
-{
-    options.xml = true;
-    options.print_header = true;
-    options.csv = options.csvl2t = options.bodyfile = options.multiline = false;
-    options.byte_dump_limit = 256;
-    options.short_byte_dumps = true;
-}
 
-int run_to_output(sdb_opts& options, const std::string& run_header,
+int run_to_output(const request::sdb_opts& options, diag_log& log, const std::string& run_header,
                   io::output_sink& standard_output)
 {
     io::fileio results;
     io::output_sink* out = &standard_output;
     if (!options.out_path.empty()) {
         if (!results.open_write(options.out_path, true, false, true)) {
-            io::print_notice("prob opening results file: %s for writing\n",
-                              options.out_path.c_str());
+            io::error_stream().say("prob opening results file: %s for writing\n",
+                                   options.out_path.c_str());
             return failure;
         }
         out = results.output_stream();
     }
-    if (!options.xml) {
+    if (form::form_of(options.form).has_banner) {
         out->text(run_header);
         out->line_end();
     }
-    return run_mode(*out, standard_output, options);
+    return run(*out, standard_output, options, log);
 }
 
 } // namespace
@@ -52,7 +45,8 @@ int run_driver(argument_list args)
 {
     cmdline_ctx context;
     io::standard_output standard_output;
-    sdb_opts options;
+    diag_log log;
+    request::sdb_opts options;
     std::string run_header;
     {
         const platform::wow64_redirect_adt redirection;
@@ -62,15 +56,13 @@ int run_driver(argument_list args)
         }
         run_header = make_run_header(args);
     }
-    options.is_admin = platform::is_process_admin();
-    set_run_defaults(options);
-    if (!parse_sdb_options(options, args, standard_output)) {
+    if (!parse_sdb_options(options, args, log, standard_output)) {
         standard_output.text(run_header);
         standard_output.line_end();
         return failure;
     }
     context.bind_options(options);
-    return run_to_output(options, run_header, standard_output);
+    return run_to_output(options, log, run_header, standard_output);
 }
 
 } // namespace front

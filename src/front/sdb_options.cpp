@@ -8,8 +8,10 @@
 #include "front/pattern_text.h"
 #include "platform/files.h"
 #include "platform/host.h"
+#include "form/forms.h"
 #include "io/fileio.h"
 #include "io/notice.h"
+#include "report/reports.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -34,7 +36,7 @@ bool is_refused_tag(std::uint32_t tag)
     return tag >= first && tag < first + 64 && ((refused >> (tag - first)) & 1) != 0;
 }
 
-bool take_tag(sdb_opts& options, argument_list& args)
+bool take_tag(request::sdb_opts& options, argument_list& args)
 {
     std::string value;
     if (!find_option_value("-tag", value, args)) {
@@ -42,58 +44,56 @@ bool take_tag(sdb_opts& options, argument_list& args)
     }
     const auto number = uni::read_u32_auto(value);
     if (!number) {
-        io::print_notice("Don't understand tag # %s\n", value.c_str());
+        io::error_stream().say("Don't understand tag # %s\n", value.c_str());
         return false;
     }
-    options.tag_filter = *number;
+    options.tag_filter = static_cast<std::uint16_t>(*number);
     if ((*number & 0xf000) != 0x7000) {
-        io::print_notice("This version only handles certain TAG_TYPE_LIST type tags "
+        io::error_stream().say("This version only handles certain TAG_TYPE_LIST type tags "
                           "(eg. 0x7003 - 0x70xx)\n");
         return false;
     }
     if (is_refused_tag(*number)) {
-        io::print_notice("Doesn't handle these TAG_TYPE_LIST type tags\n");
+        io::error_stream().say("Doesn't handle these TAG_TYPE_LIST type tags\n");
         return false;
     }
-    options.tag_filter_on = true;
+    options.listings.push_back("tag");
     return true;
 }
 
-void take_listings(sdb_opts& options, argument_list& args)
+void take_listings(request::sdb_opts& options, argument_list& args)
 {
-    struct listing_row {
-        std::string_view name;
-        bool sdb_opts::*field;
-        bool is_plain_only;
-    };
-    static constexpr auto rows = std::to_array<listing_row>({
-        {"-apps", &sdb_opts::list_apps, false},
-        {"-fixes", &sdb_opts::list_fixes, false},
-        {"-exes", &sdb_opts::exes_only, false},
-        {"-shims", &sdb_opts::shims_only, false},
-        {"-patches", &sdb_opts::patches_only, false},
-        {"-guids", &sdb_opts::list_guids, true},
-        {"-stringtable", &sdb_opts::list_stringtable, true},
-    });
-    for (const listing_row& row : rows) {
-        if (find_option_flag(row.name, args)) {
-            options.*row.field = true;
-            options.xml = options.xml && !row.is_plain_only;
+    for (const report::report_row& row : report::all_reports()) {
+        if (!row.option.empty() && find_option_flag(row.option, args)) {
+            options.listings.push_back(row.name);
         }
     }
 }
 
-// Refuses an option that names its own target beside a list of targets.
-bool refuse_with_list_form(const sdb_opts& options)
+// A form that has no room for what is asked for gives way to lines.
+void settle_form(request::sdb_opts& options)
 {
-    if (options.pipe || options.enumdir) {
-        io::print_notice("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
+    const bool calls_for_rows =
+        options.is_list_form() || options.stats || options.list_sdb ||
+        std::ranges::any_of(options.listings, [](std::string_view name) {
+            return report::report_of(name).forms == report::forms_taken::with_rows;
+        });
+    if (calls_for_rows && form::form_of(options.form).carries == form::contents::records_of_one) {
+        options.form = "plain";
+    }
+}
+
+// Refuses an option that names its own target beside a list of targets.
+bool refuse_with_list_form(const request::sdb_opts& options)
+{
+    if (options.is_list_form()) {
+        io::error_stream().say("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
         return true;
     }
     return false;
 }
 
-bool take_partition(sdb_opts& options, argument_list& args)
+bool take_partition(request::sdb_opts& options, argument_list& args)
 {
     constexpr std::size_t letter_and_colon = 2;
     std::string value;
@@ -116,20 +116,18 @@ bool take_partition(sdb_opts& options, argument_list& args)
     return true;
 }
 
-bool take_vss(sdb_opts& options, argument_list& args)
+bool take_vss(request::sdb_opts& options, argument_list& args)
 {
     std::string value;
     if (!find_option_value("-vss", value, args)) {
         return true;
     }
-    if (!options.is_admin) {
-        io::print_notice("This option requires admin privileges...\n");
-        io::print_notice("need to restart cmd prompt using \"Run As Administrator\" option...\n");
+    if (!platform::is_process_admin()) {
+        io::error_stream().say("This option requires admin privileges...\n");
+        io::error_stream().say("need to restart cmd prompt using \"Run As Administrator\" option...\n");
         return false;
     }
     options.vss_given = true;
-    options.vss_text = value;
-    options.vss_index = uni::read_u32_auto(value).value_or(0);
     options.volume_text = platform::volume_at(value).value_or(uni::snapshot_prefix(false) + value);
     return true;
 }
@@ -139,49 +137,42 @@ bool file_is_there(const std::string& path)
     if (io::file_exists(path)) {
         return true;
     }
-    io::print_notice("Prob reading file %s\n", path.c_str());
+    io::error_stream().say("Prob reading file %s\n", path.c_str());
     return false;
 }
 
-// The smallest step that lets a run reach a database.
-bool take_database_target(sdb_opts& options, argument_list& args)
+bool take_database_target(request::sdb_opts& options, argument_list& args)
 {
     std::string value;
     if (!find_option_value("-sdb", value, args)) {
         return true;
     }
-    options.current_path = expanded(value);
-    if (!file_is_there(options.current_path)) {
-        return false;
-    }
-    // The first two characters, whatever they are: meant.
-    options.volume_text = options.current_path.substr(0, 2);
-    options.target_files.push_back(options.current_path);
-    options.current_path.clear();
-    return true;
+    options.sdb_path = expanded(value);
+    // The first two characters, which are the drive of a whole path.
+    options.volume_text = options.sdb_path.substr(0, 2);
+    return file_is_there(options.sdb_path);
 }
 
-bool take_sdb(sdb_opts& options, argument_list& args)
+bool take_sdb(request::sdb_opts& options, argument_list& args)
 {
     std::string value;
     if (argument_list rest = args; !find_option_value("-sdb", value, rest)) {
         return true;
     }
     if (options.vss_given) {
-        io::print_notice("-vss option should not be used with -sdb option, "
+        io::error_stream().say("-vss option should not be used with -sdb option, "
                           "use %%vss%%# option for -sdb option\n");
         return false;
     }
     if (options.partition_given) {
-        io::print_notice("-partition option should not be used with -sdb option\n");
+        io::error_stream().say("-partition option should not be used with -sdb option\n");
         return false;
     }
     return !refuse_with_list_form(options) && take_database_target(options, args);
 }
 
-bool take_pe(sdb_opts& options, argument_list& args)
+bool take_pe(request::sdb_opts& options, argument_list& args)
 {
-    const bool list_form = options.pipe || options.enumdir;
     std::string value;
     if (find_option_value("-pe", value, args)) {
         options.pe_path = expanded(value);
@@ -189,21 +180,20 @@ bool take_pe(sdb_opts& options, argument_list& args)
             return false;
         }
         options.pe_stats = options.stats;
-    } else if (list_form && find_option_flag("-pe", args)) {
+    } else if (options.is_list_form() && find_option_flag("-pe", args)) {
         options.pe_stats = options.stats;
     }
-    options.xml = options.xml && !list_form;
     return true;
 }
 
-bool take_match(sdb_opts& options, argument_list& args)
+bool take_match(request::sdb_opts& options, argument_list& args)
 {
     if (!find_option_flag("-match", args)) {
         return true;
     }
     options.match_mode = true;
     if (options.pe_path.empty()) {
-        io::print_notice("This option requires -pe <PE file> as well\n");
+        io::error_stream().say("This option requires -pe <PE file> as well\n");
         return false;
     }
     return true;
@@ -220,8 +210,8 @@ bool refuse_value(io::output_sink& standard_output, std::string_view value,
 }
 
 // The first -patchbytes is a pattern, a second one a GUID, though the usage text promises an option
-// -guid, which nothing looks for. Meant.
-bool take_patch_bytes(sdb_opts& options, argument_list& args, io::output_sink& standard_output)
+// -guid, which nothing looks for.
+bool take_patch_bytes(request::sdb_opts& options, argument_list& args, io::output_sink& standard_output)
 {
     std::string value;
     if (find_option_value("-patchbytes", value, args)) {
@@ -235,7 +225,7 @@ bool take_patch_bytes(sdb_opts& options, argument_list& args, io::output_sink& s
         if (!guid) {
             return refuse_value(standard_output, value, " as guid\n");
         }
-        options.find_guid_text = *guid;
+        options.search.guid = *guid;
     }
     return true;
 }
@@ -251,27 +241,27 @@ char list_separator(std::string_view value, std::string_view separators, char ot
     return otherwise;
 }
 
-void take_lists(sdb_opts& options, argument_list& args)
+void take_lists(request::sdb_opts& options, argument_list& args)
 {
     std::string value;
     if (find_option_value("-tagids", value, args)) {
         for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
             if (const auto id = uni::read_u32_auto(item)) {
-                options.find_tagids_list.push_back(*id);
+                options.search.tagids.push_back(*id);
             }
         }
     }
     if (find_option_value("-strings", value, args)) {
         const char separator = list_separator(value, "|,;", '\0');
-        options.find_strings_list =
+        options.search.strings =
             separator == '\0' ? std::vector{value} : uni::split(value, separator, true);
-        for (std::string& item : options.find_strings_list) {
+        for (std::string& item : options.search.strings) {
             uni::lower_text(item);
         }
     }
 }
 
-void settle_hive(sdb_opts& options, argument_list& args)
+void settle_hive(request::sdb_opts& options, argument_list& args)
 {
     if (find_option_value("-reg", options.software_hive_path, args)) {
         options.hive_given = true;
@@ -285,23 +275,16 @@ void settle_hive(sdb_opts& options, argument_list& args)
 
 } // namespace
 
-bool parse_sdb_options(sdb_opts& options, argument_list& args, io::output_sink& standard_output)
+bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
+                       io::output_sink& standard_output)
 {
-    if (!parse_common_options(options, args)) {
+    if (!parse_common_options(options, args, log)) {
         return false;
-    }
-    if (options.csvl2t || options.csv) {
-        options.section_rules = false;
-    }
-    if (options.xml) {
-        options.print_header = true;
     }
     if (find_option_flag("-stats", args)) {
         options.stats = true;
-        options.xml = false;
     } else if (find_option_flag("-listsdb", args)) {
         options.list_sdb = true;
-        options.xml = false;
     }
     if (!take_tag(options, args)) {
         return false;
@@ -313,10 +296,13 @@ bool parse_sdb_options(sdb_opts& options, argument_list& args, io::output_sink& 
         return false;
     }
     take_lists(options, args);
+    settle_form(options);
     const bool searches_for_stats =
-        options.stats && !options.pe_stats && options.target_files.empty();
-    if (options.vss_given || options.partition_given || options.list_sdb || searches_for_stats) {
-        add_default_targets(options);
+        options.stats && !options.pe_stats && options.sdb_path.empty();
+    options.searches_default_places = options.vss_given || options.partition_given ||
+                                      options.list_sdb || searches_for_stats;
+    if (options.searches_default_places && options.volume_text.empty()) {
+        options.volume_text = "c:";
     }
     settle_hive(options, args);
     return true;

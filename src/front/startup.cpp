@@ -17,7 +17,8 @@ constexpr std::string_view default_date_format = "mm/dd/yyyy";
 constexpr std::string_view run_time_format = "hh:mm:ss";
 constexpr char os_text_separator = ';';
 
-// It names two options that nothing takes, and has a word of its own for a snapshot: meant.
+// Readers know this text: it has names of two options that nothing takes, and a word of its own for
+// a snapshot.
 constexpr std::string_view usage_lines =
     "Usage\n"
     " quilt -listsdb              = list SDB files on system volume\n"
@@ -67,7 +68,8 @@ std::string os_text(const platform::host_facts& facts)
 {
     std::string build = facts.os_build_text;
     if (const std::size_t dot = build.find('.'); facts.known_version && dot != std::string::npos) {
-        // A known build is cut behind the third character after its first dot: meant.
+        // A known build is cut behind the third character after its first dot: the revision would tell
+        // no more.
         build.resize(std::min(build.size(), dot + 4));
     }
     std::string text;

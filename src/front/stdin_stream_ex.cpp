@@ -9,7 +9,7 @@
 #include "uni/text.h"
 #include "uni/utf.h"
 
-namespace mvportdir {
+namespace front {
 
 namespace {
 
@@ -28,7 +28,7 @@ bool is_device_path(std::string_view path)
 } // namespace
 
 bool stdin_stream_ex::start_walk(const std::string& path, std::uint32_t depth,
-                                 const std::vector<front::filter_entry>& filters)
+                                 const std::vector<request::filter_entry>& filters)
 {
     if (path.empty()) {
         return false;
@@ -82,7 +82,7 @@ bool stdin_stream_ex::next_entry(std::string& out)
 // Links to folders are neither entered nor given out.
 void stdin_stream_ex::enter(const pending_directory& directory)
 {
-    for (const platform::directory_entry& entry : front::list_in_order(directory.path)) {
+    for (const platform::directory_entry& entry : list_in_order(directory.path)) {
         std::string path = platform::join_path(directory.path, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
             if (directory.depth < max_depth_) {
@@ -101,7 +101,7 @@ bool stdin_stream_ex::accept_path(std::string& path, bool is_root) const
     if (!is_root) {
         bool open_failed = false;
         const bool accepted = options_ != nullptr
-                                  ? front::filter_accepts(*options_, open_failed, path, filters_)
+                                  ? filter_accepts(*options_, open_failed, path, filters_)
                                   : filters_.empty();
         if (!accepted && !open_failed) {
             return false;
@@ -114,4 +114,4 @@ bool stdin_stream_ex::accept_path(std::string& path, bool is_root) const
     return true;
 }
 
-} // namespace mvportdir
+} // namespace front

@@ -5,17 +5,17 @@
 #include <string>
 #include <vector>
 
-#include "front/cmd_params.h"
+#include "request/cmd_params.h"
 #include "io/stdin_stream.h"
 
-namespace mvportdir {
+namespace front {
 
 // The entries that a list form works on: the lines of standard input or, once a walk was started,
 // the files below a folder. Paths are UTF-8.
 class stdin_stream_ex : public io::stdin_stream {
 public:
     // Reads lines of `input`. `options` must outlive the stream or its next reset().
-    explicit stdin_stream_ex(const front::cmd_params& options, std::FILE* input = stdin) noexcept
+    explicit stdin_stream_ex(const request::cmd_params& options, std::FILE* input = stdin) noexcept
         : stdin_stream(input), options_(&options)
     {}
 
@@ -23,7 +23,7 @@ public:
     // number of levels of subfolders that are entered; 0 for the files of `path` alone. What an
     // earlier walk left is dropped. False, and no walk, for an empty path.
     bool start_walk(const std::string& path, std::uint32_t depth,
-                    const std::vector<front::filter_entry>& filters);
+                    const std::vector<request::filter_entry>& filters);
 
     // Back to the lines of the input; a walk, its filters and the options are forgotten.
     void reset();
@@ -46,9 +46,9 @@ private:
     std::vector<pending_directory> pending_dirs_; // taken from the end, as are the files
     std::vector<std::string> ready_files_;
     std::uint32_t max_depth_ = 1;
-    std::vector<front::filter_entry> filters_;
+    std::vector<request::filter_entry> filters_;
     bool directory_mode_ = false;
-    const front::cmd_params* options_;
+    const request::cmd_params* options_;
 };
 
-} // namespace mvportdir
+} // namespace front

@@ -9,6 +9,14 @@ namespace {
 
 constexpr int longest_notice = 4096;
 
+class error_notices : public notices {
+    void take(std::string_view message) override
+    {
+        write_error_text(progress_wipe);
+        write_error_text(message);
+    }
+};
+
 } // namespace
 
 void write_error_text(std::string_view text)
@@ -17,9 +25,8 @@ void write_error_text(std::string_view text)
     std::fflush(stderr);
 }
 
-int print_notice(const char* format, ...)
+void notices::say(const char* format, ...)
 {
-    write_error_text(progress_wipe);
     std::va_list arguments;
     va_start(arguments, format);
     std::va_list again;
@@ -30,11 +37,24 @@ int print_notice(const char* format, ...)
     if (length > 0 && length <= longest_notice) {
         text.resize(static_cast<std::size_t>(length) + 1);
         std::vsnprintf(text.data(), text.size(), format, again);
-        text.resize(static_cast<std::size_t>(length));
-        write_error_text(text);
+        text.pop_back();
     }
     va_end(again);
-    return static_cast<int>(text.size());
+    take(text);
+}
+
+notices& error_stream()
+{
+    static error_notices stream;
+    return stream;
+}
+
+void kept_notices::say_all(notices& to)
+{
+    for (const std::string& message : messages_) {
+        to.say("%s", message.c_str());
+    }
+    messages_.clear();
 }
 
 } // namespace io

@@ -15,7 +15,7 @@ class output_sink : public uni::text_buffer {
 public:
     static constexpr std::size_t buffer_bytes = 0x40000;
 
-    bool good() const noexcept { return good_; }
+    bool good() const noexcept final { return good_; }
     void flush();
     // Goes out as it is, without a way through the buffer.
     void long_text(std::string_view whole) final;

@@ -1,221 +1,144 @@
-#include "report/statistics.h"
-
+#include <algorithm>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "form/value_text.h"
+#include "model/database_facts.h"
+#include "report/reports.h"
 #include "sdb/tags.h"
-#include "sdb/vocabulary.h"
 #include "uni/paths.h"
 #include "uni/text.h"
-#include "uni/time.h"
-#include "uni/timeline.h"
 
 namespace report {
 
 namespace {
 
+namespace tag = sdb::tag;
+
 constexpr std::size_t label_columns = 22;
-constexpr std::size_t count_columns = 5;
 constexpr std::string_view utc_mark = " [UTC]";
 
-// A moment as the run prints it; both texts empty for none.
-struct moment_text {
-    moment_text(std::uint64_t filetime, const front::sdb_opts& options)
-    {
-        uni::filetime_text(date, time, uni::time_value_from(filetime, uni::time_kind::filetime),
-                           options.date_style);
-    }
-    std::string joined() const { return date + " " + time; }
-
-    std::string date;
-    std::string time;
-};
-
-// The path of the database in work, cut into folder and name.
-struct path_texts {
-    explicit path_texts(const std::string& path)
-    {
-        if (!uni::split_path(path, folder, name)) {
-            name = path;
-        }
-    }
-    std::string folder;
-    std::string name;
-};
-
-std::string version_text(const sdb::sdb_database& database)
-{
-    return std::to_string(database.version_major()) + "." +
-           std::to_string(database.version_minor());
-}
-
-std::string all_rows_text(const database_facts& facts)
-{
-    std::string text;
-    for (const stat_row& row : facts.rows) {
-        text.append(text.empty() ? "" : "; ").append(row.name).append(": ");
-        text.append(row.value_text);
-    }
-    return text;
-}
-
-// The plain form, line by line.
-class plain_form {
+// The facts of one database, and the shapes that they take in the forms.
+class statistics {
 public:
-    plain_form(io::output_sink& out, const front::sdb_opts& options) : out_(out), options_(options)
-    {}
-
-    void line(std::string_view label, std::string_view value)
+    statistics(const job& work, const model::database_facts& facts)
+        : work_(work), style_(work.options), facts_(facts)
     {
-        out_.left(label, label_columns);
-        out_.text(options_.csv_separator);
-        out_.text(value);
-        out_.line_end();
-    }
-    void line_if_any(std::string_view label, std::string_view value)
-    {
-        if (!value.empty()) {
-            line(label, value);
+        if (!uni::split_path(work.path, folder_, name_)) {
+            name_ = work.path;
         }
     }
-    void moment(std::string_view label, std::uint64_t filetime)
+
+    form::entry all()
     {
-        line(label, moment_text(filetime, options_).joined().append(utc_mark));
+        entry_.label_width = label_columns;
+        add_lines();
+        add_columns();
+        add_events();
+        return std::move(entry_);
+    }
+
+private:
+    std::string registry_path() const
+    {
+        return work_.installed ? work_.installed->database_path : std::string();
+    }
+    std::uint64_t install_time() const { return work_.installed ? work_.installed->install_time : 0; }
+    std::uint64_t key_time() const { return work_.installed ? work_.installed->key_modtime : 0; }
+
+    std::string version() const
+    {
+        return std::to_string(work_.database->version_major()) + "." +
+               std::to_string(work_.database->version_minor());
+    }
+    form::value platform() const
+    {
+        return facts_.platform ? form::value(form::dword_value{*facts_.platform})
+                               : form::value(std::string());
+    }
+
+    void line(std::string_view label, form::value shown)
+    {
+        entry_.lines.push_back({.label = std::string(label), .shown = std::move(shown)});
+    }
+    void line_if_any(std::string_view label, const std::string& text)
+    {
+        if (!text.empty()) {
+            line(label, text);
+        }
     }
     void moment_if_any(std::string_view label, std::uint64_t filetime)
     {
-        if (filetime != 0 && !moment_text(filetime, options_).date.empty()) {
-            moment(label, filetime);
+        const form::moment shown{filetime};
+        if (filetime != 0 && !form::moment_text(shown, style_).date.empty()) {
+            line(label, shown);
         }
     }
-    void row(const stat_row& row)
+
+    static std::string on_one_line(std::string path)
     {
-        out_.left(row.name, label_columns);
-        out_.text(options_.csv_separator);
-        out_.literal("tag 0x");
-        out_.hex(row.key, 4);
-        out_.literal(": ");
-        out_.right(row.value_text, count_columns);
-        out_.text(row.count > 1 ? " items" : " item");
-        out_.line_end();
-    }
-
-private:
-    io::output_sink& out_;
-    const front::sdb_opts& options_;
-};
-
-void write_plain(const database_facts& facts, const sdb::sdb_database& database,
-                 io::output_sink& out, const front::sdb_opts& options)
-{
-    plain_form form(out, options);
-    const auto on_one_line = [](std::string path) { // the registry may hold any text
-        uni::keep_on_one_line(path);
+        uni::keep_on_one_line(path); // the registry may hold any text
         return path;
-    };
-    form.line("Database Path/File", on_one_line(options.current_path));
-    if (!uni::equal_ignoring_case(facts.registry_path, options.current_path)) {
-        form.line_if_any("Reg DB Path/File", on_one_line(facts.registry_path));
-    }
-    form.line_if_any("Database MD5", facts.digest_md5);
-    form.line_if_any("Database SHA1", facts.digest_sha1);
-    form.moment("File ModTime", options.file_write_time);
-    form.moment("File AccessTime", options.file_access_time);
-    form.moment("File CreateTime", options.file_creation_time);
-    form.line_if_any("Database ModTime", facts.database_modtime_text);
-    form.moment_if_any("Reg DB InstallTime", facts.reg_install_time);
-    form.moment_if_any("Registry ModTime", facts.registry_modtime);
-    form.line_if_any("Compiler Version", facts.compiler_version);
-    form.line("Database Version", version_text(database));
-    form.line_if_any("Database Internal Name", facts.internal_name);
-    form.line_if_any("Database Platform", facts.platform);
-    form.line_if_any("Database Identifier", facts.database_identifier);
-    form.line_if_any("Host machine", options.hostname);
-    for (const stat_row& row : facts.rows) {
-        if (!sdb::is_pseudo_tag(row.key)) {
-            form.row(row);
-        }
-    }
-}
-
-// One column of the delimited form. The header and the data take their widths from here; only the
-// lead, a blank in front of a time, is not the same everywhere: the last two times have none in the
-// header. Meant.
-struct csv_column {
-    std::string_view header;
-    std::size_t width = 0;
-    std::string data;
-    bool leads_header = false;
-    bool leads_data = false;
-    bool pads_data = true;
-};
-
-class csv_table {
-public:
-    csv_table(const database_facts& facts, const sdb::sdb_database& database,
-              const front::sdb_opts& options)
-        : options_(options), pads_(!options.no_whitespace),
-          lead_(options.no_whitespace && !options.pad_separator ? "" : " ")
-    {
-        const path_texts path(options.current_path);
-        add("source file", 42, path.name);
-        add_moment("file mdate", "time-UTC", options.file_write_time, true);
-        add_moment("file adate", "time-UTC", options.file_access_time, true);
-        add_moment("file cdate", "ctime-UTC", options.file_creation_time, false);
-        add_moment("DB date", "time-UTC", facts.database_time, false);
-        add("MD5", 32, facts.digest_md5);
-        add("SHA1", 40, facts.digest_sha1);
-        add("Compiler", 8, facts.compiler_version);
-        add("DB ver", 8, version_text(database));
-        add("DB name", facts.value_width, facts.internal_name);
-        add("platform", 8, facts.platform);
-        add("DB ID", 36, facts.database_identifier);
-        add("DB stats", facts.value_width, all_rows_text(facts));
-        columns_.back().pads_data = false;
-        if (!options.hostname.empty()) {
-            add("Host name", options.hostname.size(), options.hostname);
-        }
-        add("Extra info", 20, registry_text(facts));
-        add("Source DB path", facts.value_width, path.folder);
     }
 
-    void write_header(io::output_sink& out) const
+    void add_lines()
     {
-        for (const csv_column& column : columns_) {
-            write_cell(out, column, column.leads_header, column.header, column.width);
+        line("Database Path/File", on_one_line(work_.path));
+        if (!uni::equal_ignoring_case(registry_path(), work_.path)) {
+            line_if_any("Reg DB Path/File", on_one_line(registry_path()));
         }
-    }
-    void write_data(io::output_sink& out) const
-    {
-        for (const csv_column& column : columns_) {
-            write_cell(out, column, column.leads_data, column.data,
-                       column.pads_data ? column.width : 0);
+        line_if_any("Database MD5", facts_.digest_md5);
+        line_if_any("Database SHA1", facts_.digest_sha1);
+        line("File ModTime", form::moment{work_.times.write});
+        line("File AccessTime", form::moment{work_.times.access});
+        line("File CreateTime", form::moment{work_.times.creation});
+        if (facts_.time) {
+            line("Database ModTime", form::moment{*facts_.time});
+        }
+        moment_if_any("Reg DB InstallTime", install_time());
+        moment_if_any("Registry ModTime", key_time());
+        line_if_any("Compiler Version", facts_.compiler_version);
+        line("Database Version", version());
+        line_if_any("Database Internal Name", facts_.internal_name);
+        if (facts_.platform) {
+            line("Database Platform", platform());
+        }
+        line_if_any("Database Identifier", facts_.identifier);
+        line_if_any("Host machine", style_.hostname);
+        for (const model::record_count& counted : facts_.counts) {
+            line(counted.name, form::tag_count{counted.tag, counted.count});
         }
     }
 
-private:
-    void add(std::string_view header, std::size_t width, std::string text)
+    void text_column(std::string_view head, std::size_t width, form::value shown)
     {
-        if (options_.field_char_from != '\0' && options_.field_char_to != '\0') {
-            uni::replace_char(text, options_.field_char_from, options_.field_char_to);
-        }
-        uni::keep_on_one_line(text);
-        columns_.push_back({header, pads_ ? width : 0, std::move(text)});
+        entry_.columns.push_back({.head = head, .width = width, .shown = std::move(shown)});
     }
 
-    void add_moment(std::string_view date_header, std::string_view time_header,
-                    std::uint64_t filetime, bool leads_header)
+    // A date and a time, each in a column. The last two times have no blank in front in the head, as
+    // readers of these rows know it.
+    void moment_columns(std::string_view date_head, std::string_view time_head,
+                        std::uint64_t filetime, bool leads_head)
     {
-        const moment_text moment(filetime, options_);
-        const bool is_empty = moment.date.empty();
-        add(date_header, 12, is_empty ? " " : moment.date);
-        add(time_header, time_width(), is_empty ? " " : moment.time);
-        columns_.back().leads_header = leads_header;
-        columns_.back().leads_data = !is_empty;
+        form::column date{.head = date_head,
+                          .width = 12,
+                          .shown = form::moment{filetime},
+                          .part = form::column_part::date,
+                          .is_blank_if_empty = true};
+        form::column time = date;
+        time.head = time_head;
+        time.width = time_width();
+        time.part = form::column_part::time;
+        time.leads_head = leads_head;
+        time.leads_value = true;
+        entry_.columns.push_back(std::move(date));
+        entry_.columns.push_back(std::move(time));
     }
 
     std::size_t time_width() const
     {
-        const std::string& format = options_.timeformat;
+        const std::string& format = style_.timeformat;
         const bool has_colon = format.find(':') != std::string::npos;
         const bool has_fraction = format.find(".xxx") != std::string::npos;
         if (format.size() == 8 && has_colon) {
@@ -226,13 +149,80 @@ private:
                    : 0;
     }
 
-    std::string registry_text(const database_facts& facts) const
+    // The widest of what stands in the database list and of its counts.
+    std::size_t widest_value() const
     {
-        std::string text = "RegDB Path: " + facts.registry_path;
-        const moment_text installed(facts.reg_install_time, options_);
-        const moment_text modified(facts.registry_modtime, options_);
-        if (!installed.date.empty()) {
-            text += "; Install time: " + installed.joined();
+        std::size_t width = 0;
+        for (const std::uint32_t offset : facts_.scalars) {
+            const std::uint16_t scalar = work_.database->image().u16(offset);
+            std::string text =
+                form::value_text(form::stored_value{offset}, style_, work_.database);
+            if (scalar == tag::time) {
+                text += utc_mark;
+            } else if (scalar == tag::compiler_version) {
+                uni::remove_char(text, 'v');
+            }
+            width = std::max(width, text.size());
+        }
+        for (const model::record_count& counted : facts_.counts) {
+            if (!counted.counts_values) {
+                width = std::max(width, std::to_string(counted.count).size());
+            }
+        }
+        return width;
+    }
+
+    void add_columns()
+    {
+        const std::size_t value_width = style_.no_whitespace ? 0 : widest_value();
+        text_column("source file", 42, name_);
+        moment_columns("file mdate", "time-UTC", work_.times.write, true);
+        moment_columns("file adate", "time-UTC", work_.times.access, true);
+        moment_columns("file cdate", "ctime-UTC", work_.times.creation, false);
+        moment_columns("DB date", "time-UTC", facts_.time.value_or(0), false);
+        text_column("MD5", 32, facts_.digest_md5);
+        text_column("SHA1", 40, facts_.digest_sha1);
+        text_column("Compiler", 8, facts_.compiler_version);
+        text_column("DB ver", 8, version());
+        text_column("DB name", value_width, facts_.internal_name);
+        text_column("platform", 8, platform());
+        text_column("DB ID", 36, facts_.identifier);
+        text_column("DB stats", value_width, all_counts());
+        entry_.columns.back().is_padded = false;
+        if (!style_.hostname.empty()) {
+            text_column("Host name", style_.hostname.size(), style_.hostname);
+        }
+        text_column("Extra info", 20, registry_text());
+        text_column("Source DB path", value_width, folder_);
+    }
+
+    // The counts, and behind them the rows that the registry gives.
+    std::string all_counts() const
+    {
+        std::string text;
+        const auto add = [&text](std::string_view name, std::string_view value) {
+            text.append(text.empty() ? "" : "; ").append(name).append(": ").append(value);
+        };
+        for (const model::record_count& counted : facts_.counts) {
+            add(counted.name, std::to_string(counted.count));
+        }
+        if (work_.installed != nullptr) {
+            add("Install Timestamp", "");
+            add("Reg LastMod Timestamp", "");
+            add("Database Description", work_.installed->description);
+            add("Database Types", "");
+            add("Database Path", work_.installed->database_path);
+        }
+        return text;
+    }
+
+    std::string registry_text() const
+    {
+        std::string text = "RegDB Path: " + registry_path();
+        const form::moment_text installed_at({install_time()}, style_);
+        const form::moment_text modified({key_time()}, style_);
+        if (!installed_at.date.empty()) {
+            text += "; Install time: " + installed_at.joined();
         }
         if (!modified.date.empty()) {
             text += "; Reg modtime: " + modified.joined();
@@ -240,77 +230,45 @@ private:
         return text;
     }
 
-    void write_cell(io::output_sink& out, const csv_column& column, bool leads,
-                    std::string_view text, std::size_t width) const
+    void add_events()
     {
-        out.text(leads ? lead_ : std::string_view());
-        out.left(text, width);
-        if (&column == &columns_.back()) {
-            out.line_end();
-        } else {
-            out.text(options_.csv_separator);
+        form::timeline_item& item = entry_.events.emplace();
+        item.stamps = {{{facts_.time.value_or(0), "DB Modified"},
+                        {work_.times.write, "File Modified"},
+                        {install_time(), "DB Installed"},
+                        {work_.times.creation, "File Created"}}};
+        item.source = "SHIM";
+        item.source_type = "Shim Database";
+        item.short_text = name_;
+        if (!facts_.internal_name.empty()) {
+            item.description = "Name: " + facts_.internal_name + "; ";
         }
+        item.description += "DB GUID: " + facts_.identifier;
+        item.file_name = work_.path;
+        item.notes = "Compiler Ver: " + facts_.compiler_version +
+                     "; Platform: " + form::value_text(platform(), style_);
+        item.extra = all_counts();
     }
 
-    const front::sdb_opts& options_;
-    bool pads_;
-    std::string_view lead_;
-    std::vector<csv_column> columns_;
+    const job& work_;
+    const request::cmd_params& style_;
+    const model::database_facts& facts_;
+    std::string folder_;
+    std::string name_;
+    form::entry entry_;
 };
-
-void write_csv(const database_facts& facts, const sdb::sdb_database& database,
-               io::output_sink& out, front::sdb_opts& options)
-{
-    const csv_table table(facts, database, options);
-    if (options.print_header) {
-        table.write_header(out);
-        options.print_header = false;
-    }
-    table.write_data(out);
-}
-
-void write_timeline(const database_facts& facts, io::output_sink& out, front::sdb_opts& options)
-{
-    uni::timeline_writer writer;
-    uni::configure(writer, options);
-    writer.options = &options;
-    writer.short_text = path_texts(options.current_path).name;
-    if (!facts.internal_name.empty()) {
-        writer.desc_text = "Name: " + facts.internal_name + "; ";
-    }
-    writer.desc_text += "DB GUID: " + facts.database_identifier;
-    writer.notes_text = "Compiler Ver: " + facts.compiler_version + "; Platform: " + facts.platform;
-    writer.extra_text = all_rows_text(facts);
-    writer.source = "SHIM";
-    writer.sourcetype = "Shim Database";
-    writer.filename = options.current_path;
-    writer.m_time = facts.database_time;
-    writer.a_time = options.file_write_time;
-    writer.c_time = facts.reg_install_time;
-    writer.b_time = options.file_creation_time;
-    writer.m_desc = "DB Modified";
-    writer.a_desc = "File Modified";
-    writer.c_desc = "DB Installed";
-    writer.b_desc = "File Created";
-    uni::write_rows(options.print_header, out, writer);
-}
 
 } // namespace
 
-void run_database_stats(const sdb::sdb_database& database, io::output_sink& out,
-                        front::sdb_opts& options)
+// The statistics of a database; nothing for one whose list holds nothing.
+bool tell_statistics(const job& work)
 {
-    database_facts facts;
-    if (!gather_facts(facts, database, options)) {
-        return;
+    model::database_facts facts;
+    if (!model::gather_facts(facts, *work.database)) {
+        return false;
     }
-    if (options.csvl2t || options.bodyfile) {
-        write_timeline(facts, out, options);
-    } else if (options.csv) {
-        write_csv(facts, database, out, options);
-    } else {
-        write_plain(facts, database, out, options);
-    }
+    work.form.subject(statistics(work, facts).all());
+    return true;
 }
 
 } // namespace report

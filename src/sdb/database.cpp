@@ -5,11 +5,9 @@
 #include <numeric>
 #include <utility>
 
-#include "platform/files.h"
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "io/fileio.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -48,13 +46,13 @@ constexpr std::uint16_t number_mask = 0x0fff;
 
 // Ordinals of the tags of one type, equal tags side by side: those of a tag stand from
 // starts[number] to starts[number + 1], the number being what tells it apart within the type.
-struct tag_ordinals {
+struct ordinals_by_number {
     std::vector<std::uint32_t> starts;
-    io::large_vector<std::uint32_t> ordinals;
+    io::large_vector<tag_ordinal> ordinals;
 };
 
 struct sdb_database::lazy_indexes {
-    std::array<std::optional<tag_ordinals>, bytes_to_next.size()> by_type;
+    std::array<std::optional<ordinals_by_number>, bytes_to_next.size()> by_type;
     std::optional<std::vector<sdb_index_record>> indexes;
     std::optional<std::vector<bool>> indexed;
     std::optional<std::vector<std::uint32_t>> strings;
@@ -71,7 +69,6 @@ void sdb_database::clear()
     version_major_ = version_minor_ = 0;
     indexes_offset_ = database_offset_ = library_offset_ = 0;
     string_table_offset_ = string_table_size_ = 0;
-    last_index_key_ = 0;
     ordinal_by_offset_.clear();
     tags_ = {};
     raw_indexes_.clear();
@@ -79,30 +76,23 @@ void sdb_database::clear()
     *lazy_ = {};
 }
 
-bool sdb_database::load(const std::string& path, front::sdb_opts& options)
+bool sdb_database::load(io::byte_source& file)
 {
     io::byte_vector bytes;
-    if (!io::load_file_bytes(bytes, path, largest_file)) {
-        image_.clear();
-        clear();
-        return false;
-    }
-    platform::file_facts facts;
-    platform::read_file_facts(path, facts);
-    options.file_write_time = facts.write_time;
-    options.file_access_time = facts.access_time;
-    options.file_creation_time = facts.creation_time;
-    return load_image(std::move(bytes), options);
+    io::read_source(bytes, file, largest_file);
+    return load_image(std::move(bytes));
 }
 
-bool sdb_database::load_image(io::byte_vector image, front::sdb_opts& options)
+bool sdb_database::load_image(io::byte_vector image)
 {
     image_ = std::move(image);
-    if (scan(options) == scan_outcome::compressed) {
+    const scan_outcome outcome = scan();
+    was_compressed_ = outcome == scan_outcome::compressed;
+    if (was_compressed_) {
         io::byte_vector inflated;
         if (inflate_image(this->image(), inflated)) {
             image_ = std::move(inflated);
-            scan(options);
+            scan();
         }
     }
     if (!loaded_) {
@@ -112,7 +102,7 @@ bool sdb_database::load_image(io::byte_vector image, front::sdb_opts& options)
     return loaded_;
 }
 
-sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
+sdb_database::scan_outcome sdb_database::scan()
 {
     clear();
     if (image_.size() < header_size) {
@@ -121,7 +111,6 @@ sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
     const uni::byte_view head = image();
     const std::uint32_t magic = head.u32(8);
     if (magic == compressed_magic) {
-        front::cmd_log_write(options, "Compressed file");
         return scan_outcome::compressed;
     }
     if (magic != plain_magic) {
@@ -134,7 +123,6 @@ sdb_database::scan_outcome sdb_database::scan(front::sdb_opts& options)
     scan_recorded_part(scan_leading_part());
     ordinal_by_offset_.finish();
     tags_.finish();
-    options.last_index_key = last_index_key_;
     loaded_ = true;
     return scan_outcome::scanned;
 }
@@ -180,7 +168,7 @@ void sdb_database::note_leading_tag(const sdb_tag_item& item, sdb_index_record& 
         pending.index_key = item.value.u16(0);
         break;
     case tag::index_flags:
-        // Only 16 bits of this dword are ever kept: meant.
+        // Readers of earlier reports know 16 bits of this dword, so no more are kept.
         pending.index_flags = item.value.u16(0);
         break;
     case tag::index:
@@ -201,7 +189,6 @@ void sdb_database::note_leading_tag(const sdb_tag_item& item, sdb_index_record& 
 
 void sdb_database::note_index_entries(const sdb_tag_item& item, const sdb_index_record& pending)
 {
-    last_index_key_ = pending.index_key;
     if (item.value.size() < index_entry_size) {
         return;
     }
@@ -248,7 +235,7 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
 bool sdb_database::read_item(sdb_tag_item& item, std::uint64_t offset) const
 {
     item = {};
-    const std::optional<std::uint32_t> ordinal = ordinal_of(offset);
+    const std::optional<tag_ordinal> ordinal = ordinal_of(offset);
     if (!loaded_ || !ordinal) {
         return false;
     }
@@ -270,7 +257,7 @@ bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) c
 namespace {
 
 struct numbered_tag {
-    std::uint32_t ordinal;
+    tag_ordinal ordinal;
     std::uint16_t tag;
 };
 
@@ -278,7 +265,7 @@ io::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows
                                              std::uint16_t type_bits)
 {
     io::large_vector<numbered_tag> found;
-    std::uint32_t ordinal = 0;
+    tag_ordinal ordinal;
     for (const tag_table::row& row : rows) {
         if (tag_type(row.tag) == type_bits) {
             found.push_back({ordinal, row.tag});
@@ -289,9 +276,9 @@ io::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows
 }
 
 // Sorts tags of one type, each with its ordinal, by tag.
-tag_ordinals sort_by_tag(const auto& tags)
+ordinals_by_number sort_by_tag(const auto& tags)
 {
-    tag_ordinals sorted;
+    ordinals_by_number sorted;
     sorted.starts.resize(number_mask + std::size_t{2});
     for (const auto& one : tags) {
         ++sorted.starts[(one.tag & number_mask) + 1u];
@@ -307,9 +294,9 @@ tag_ordinals sort_by_tag(const auto& tags)
 
 } // namespace
 
-std::span<const std::uint32_t> sdb_database::ordinals_by_tag(std::uint16_t tag) const
+std::span<const tag_ordinal> sdb_database::ordinals_by_tag(std::uint16_t tag) const
 {
-    std::optional<tag_ordinals>& index = lazy_->by_type[tag >> 12];
+    std::optional<ordinals_by_number>& index = lazy_->by_type[tag >> 12];
     if (!index) {
         index = tag_type(tag) == type::list
                     ? sort_by_tag(tags_.lists())
@@ -334,10 +321,10 @@ const std::vector<sdb_index_record>& sdb_database::indexes() const
     return *lazy_->indexes;
 }
 
-bool sdb_database::is_indexed(std::uint32_t ordinal) const
+bool sdb_database::is_indexed(tag_ordinal ordinal) const
 {
     make_shared_indexes();
-    return (*lazy_->indexed)[ordinal];
+    return (*lazy_->indexed)[ordinal.number()];
 }
 
 void sdb_database::make_shared_indexes() const
@@ -347,7 +334,7 @@ void sdb_database::make_shared_indexes() const
         for (const sdb_index_record& record : indexes()) {
             for (const index_entry& entry : record.entries) {
                 if (const auto found = ordinal_of(entry.tag_offset)) {
-                    marks[*found] = true;
+                    marks[found->number()] = true;
                 }
             }
         }
@@ -366,7 +353,7 @@ const std::vector<guid_item>& sdb_database::guid_items() const
 {
     if (!lazy_->guids) {
         std::vector<guid_item> found;
-        for (std::uint32_t ordinal = 0; ordinal < tags_.size(); ++ordinal) {
+        for (tag_ordinal ordinal; ordinal.number() < tags_.size(); ++ordinal) {
             if (tag_type(tag_at(ordinal)) != type::binary_) {
                 continue;
             }
@@ -450,12 +437,12 @@ bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
                                  std::uint32_t parent_offset) const
 {
     rows.clear();
-    const std::optional<std::uint32_t> parent = ordinal_of(parent_offset);
+    const std::optional<tag_ordinal> parent = ordinal_of(parent_offset);
     if (!loaded_ || !parent) {
         return false;
     }
     const tag_table& relation = children();
-    relation.for_each_child(*parent, [&](std::uint32_t child) {
+    relation.for_each_child(*parent, [&](tag_ordinal child) {
         const sdb_tag_item item = item_at(child);
         const bool is_list = tag_type(item.tag) == type::list;
         rows.push_back({item.offset, item.offset, item.tag, relation.depth(child), is_list,
@@ -466,10 +453,10 @@ bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
 
 std::uint32_t sdb_database::child_count(std::uint32_t parent_offset) const
 {
-    const std::optional<std::uint32_t> parent = ordinal_of(parent_offset);
+    const std::optional<tag_ordinal> parent = ordinal_of(parent_offset);
     std::uint32_t count = 0;
     if (loaded_ && parent) {
-        children().for_each_child(*parent, [&count](std::uint32_t) { ++count; });
+        children().for_each_child(*parent, [&count](tag_ordinal) { ++count; });
     }
     return count;
 }
@@ -481,9 +468,9 @@ bool sdb_database::find_enclosing_list(std::uint32_t& result, std::uint32_t offs
     if (!loaded_ || offset == 0) {
         return false;
     }
-    const std::optional<std::uint32_t> ordinal = ordinal_of(offset);
+    const std::optional<tag_ordinal> ordinal = ordinal_of(offset);
     const tag_table& relation = children();
-    std::optional<std::uint32_t> found;
+    std::optional<tag_ordinal> found;
     if (!want_parent) {
         found = ordinal && relation.has_children(*ordinal)
                     ? ordinal

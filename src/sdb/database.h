@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "front/sdb_opts.h"
+#include "io/byte_source.h"
+#include "io/large_vector.h"
 #include "sdb/tag_index.h"
 #include "sdb/tag_table.h"
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
 #include "uni/guid.h"
-#include "io/large_vector.h"
 
 // A shim database in memory.
 //
@@ -100,12 +100,12 @@ struct sdb_child_record {
     std::uint32_t list_size = 0; // the list's size word, 0 when not a list
 };
 
-struct tag_ordinals;
+struct ordinals_by_number;
 
 // A 16-byte binary, which is a GUID whatever its tag.
 struct guid_item {
     std::array<std::uint8_t, uni::guid_size> shown; // its bytes in the order of its text
-    std::uint32_t ordinal;
+    tag_ordinal ordinal;
 
     std::string text() const;
 };
@@ -119,15 +119,17 @@ public:
     sdb_database(const sdb_database&) = delete;
     sdb_database& operator=(const sdb_database&) = delete;
 
-    // Forgets what was loaded and loads the file at `path`, inflating a compressed one. Sets the
-    // file times in `options`. False when nothing could be read or the head is not a database's;
-    // the object is then empty. A file with the right head always loads, whatever follows.
-    bool load(const std::string& path, front::sdb_opts& options);
+    // Forgets what was loaded and loads a file, inflating a compressed one. False when nothing could
+    // be read or the head is not a database's; the object is then empty. A file with the right head
+    // always loads, whatever follows.
+    bool load(io::byte_source& file);
     // The same over bytes in memory.
-    bool load_image(io::byte_vector image, front::sdb_opts& options);
+    bool load_image(io::byte_vector image);
     void clear();
 
     bool loaded() const noexcept { return loaded_; }
+    // Whether the file last tried was a compressed one.
+    bool was_compressed() const noexcept { return was_compressed_; }
     uni::byte_view image() const noexcept { return uni::byte_view(image_); }
     std::uint32_t version_major() const noexcept { return version_major_; }
     std::uint32_t version_minor() const noexcept { return version_minor_; }
@@ -142,26 +144,26 @@ public:
 
     // Recorded tags, counted by ordinal in file order.
     std::uint32_t tag_count() const noexcept { return tags_.size(); }
-    std::uint16_t tag_at(std::uint32_t ordinal) const noexcept { return tags_.tag(ordinal); }
-    std::uint32_t offset_at(std::uint32_t ordinal) const noexcept { return tags_.offset(ordinal); }
-    std::optional<std::uint32_t> ordinal_of(std::uint64_t offset) const noexcept
+    std::uint16_t tag_at(tag_ordinal ordinal) const noexcept { return tags_.tag(ordinal); }
+    std::uint32_t offset_at(tag_ordinal ordinal) const noexcept { return tags_.offset(ordinal); }
+    std::optional<tag_ordinal> ordinal_of(std::uint64_t offset) const noexcept
     {
         return ordinal_by_offset_.ordinal_of(offset);
     }
     // The first ordinal whose tag does not lie below `offset`.
-    std::uint32_t ordinal_from(std::uint64_t offset) const noexcept
+    tag_ordinal ordinal_from(std::uint64_t offset) const noexcept
     {
-        return ordinal_by_offset_.count_below(offset);
+        return tag_ordinal(ordinal_by_offset_.count_below(offset));
     }
     // The tag of that ordinal, decoded; `indexed` is left out, is_indexed() answers it.
-    sdb_tag_item item_at(std::uint32_t ordinal) const { return decode(offset_at(ordinal)); }
+    sdb_tag_item item_at(tag_ordinal ordinal) const { return decode(offset_at(ordinal)); }
     // The u32 behind the tag word at `offset`: a dword's value, a reference, or a size word.
     std::uint32_t word_behind(std::uint32_t offset) const noexcept
     {
         return image().u32(std::uint64_t{offset} + 2);
     }
     // The size word of the list of that ordinal; 0 for any other tag.
-    std::uint32_t list_size_at(std::uint32_t ordinal) const noexcept
+    std::uint32_t list_size_at(tag_ordinal ordinal) const noexcept
     {
         return tag_type(tag_at(ordinal)) == type::list ? word_behind(offset_at(ordinal)) : 0;
     }
@@ -194,19 +196,18 @@ public:
     bool read_string_ref(std::string& text, std::uint32_t reference) const;
 
     // Ordinals of all tags with that tag word, ascending.
-    std::span<const std::uint32_t> ordinals_by_tag(std::uint16_t tag) const;
+    std::span<const tag_ordinal> ordinals_by_tag(std::uint16_t tag) const;
     // The index lists before the database list, ascending by index_tag, equal ones in file order.
     const std::vector<sdb_index_record>& indexes() const;
     // Whether an index entry leads to the tag of that ordinal.
-    bool is_indexed(std::uint32_t ordinal) const;
+    bool is_indexed(tag_ordinal ordinal) const;
     // Makes what is_indexed() and read_item() need, so that threads may share the database for
     // these and for all that needs no index.
     void make_shared_indexes() const;
-    std::uint16_t last_index_key() const noexcept { return last_index_key_; }
     // All GUIDs, ascending by their text, equal ones in file order.
     const std::vector<guid_item>& guid_items() const;
     // The references of the strings that a text search sees: those of the string table but its
-    // last, which is left out. Meant.
+    // last, which is left out as it always was: readers of earlier searches count on it.
     const std::vector<std::uint32_t>& string_offsets() const;
     // The offsets of the tags that hold one of these string references, those before the database
     // list included, in file order. One pass over all tags, however many references there are.
@@ -219,9 +220,11 @@ public:
     // The list around `offset`, 0 and false if there is none.
     //
     // Without `want_parent`, `offset` itself if it is a list with children, else the list with
-    // children that starts last before it, though it may have ended already: meant.
+    // children that starts last before it, though it may have ended already: the identifiers of a
+    // list's end are told with that list.
     // With `want_parent`, the list around the list at `offset`. One around whose list the relation
-    // has only its very first row has no parent here: meant.
+    // has only its very first row has no parent here, as the relation is searched backward up to
+    // that row.
     bool find_enclosing_list(std::uint32_t& result, std::uint32_t offset, bool want_parent) const;
     const tag_table& children() const noexcept { return tags_; }
 
@@ -234,7 +237,7 @@ private:
     struct lazy_indexes;
 
     enum class scan_outcome { no_database, compressed, scanned };
-    scan_outcome scan(front::sdb_opts& options);
+    scan_outcome scan();
     std::uint64_t scan_leading_part();
     void scan_recorded_part(std::uint64_t position);
     void note_leading_tag(const sdb_tag_item& item, sdb_index_record& pending);
@@ -270,6 +273,7 @@ private:
     std::vector<std::uint32_t> read_string_table() const;
 
     bool loaded_ = false;
+    bool was_compressed_ = false;
     io::byte_vector image_;
     std::uint32_t version_major_ = 0;
     std::uint32_t version_minor_ = 0;
@@ -278,7 +282,6 @@ private:
     std::uint32_t library_offset_ = 0;
     std::uint32_t string_table_offset_ = 0;
     std::uint32_t string_table_size_ = 0;
-    std::uint16_t last_index_key_ = 0;
     tag_table tags_;
     tag_index ordinal_by_offset_;
     std::vector<raw_index> raw_indexes_;

@@ -173,7 +173,7 @@ bool find_patch_bytes(const sdb_database& database, found_tags& result,
     if (pattern.empty()) {
         return false;
     }
-    for (const std::uint32_t ordinal : database.ordinals_by_tag(tag::patch_bits)) {
+    for (const tag_ordinal ordinal : database.ordinals_by_tag(tag::patch_bits)) {
         const std::uint32_t offset = database.offset_at(ordinal);
         if (value_holds(database.payload_at(offset), pattern)) {
             result.push_back(offset);

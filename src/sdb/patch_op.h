@@ -36,7 +36,7 @@ std::string op_display(std::uint32_t opcode);
 
 // Decodes the operation at `position` of a value. False when fewer than 52 bytes are left there, or
 // when the data size is negative or more than what is left beyond 52 bytes. That an operation takes
-// 84 bytes and may so be cut short is meant: bytes that the value does not have read as zero in the
+// 84 bytes and may so be cut short leaves room for the shortest ones: bytes that the value does not have read as zero in the
 // numbers and in the name, and are missing in `data`.
 bool decode_patch_op(patch_op& op, uni::byte_view value, std::uint64_t position);
 

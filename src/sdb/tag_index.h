@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "io/large_vector.h"
+#include "sdb/tag_ordinal.h"
 
 namespace sdb {
 
@@ -54,9 +55,9 @@ public:
         const auto word = static_cast<std::size_t>(offset / 64);
         return counts_[word] + count_bits(words_[word] & below);
     }
-    std::optional<std::uint32_t> ordinal_of(std::uint64_t offset) const noexcept
+    std::optional<tag_ordinal> ordinal_of(std::uint64_t offset) const noexcept
     {
-        return contains(offset) ? std::optional(count_below(offset)) : std::nullopt;
+        return contains(offset) ? std::optional(tag_ordinal(count_below(offset))) : std::nullopt;
     }
 
 private:

@@ -36,8 +36,8 @@ void tag_table::close_finished(std::uint64_t behind)
 void tag_table::close(const open_list& closed, std::uint64_t behind)
 {
     list_row& list = lists_[closed.number];
-    row& first = rows_[list.ordinal];
-    first.end = list.end = size();
+    row& first = rows_[list.ordinal.number()];
+    first.end = list.end = tag_ordinal(size());
     list.is_exact = std::uint64_t{first.offset} + list_head + list.size == behind;
 }
 
@@ -53,12 +53,12 @@ void tag_table::finish()
     around_.clear();
 }
 
-const std::vector<std::uint32_t>& tag_table::lists_with_children() const
+const std::vector<tag_ordinal>& tag_table::lists_with_children() const
 {
     if (!lists_with_children_) {
         lists_with_children_.emplace();
         for (const list_row& list : lists_) {
-            if (list.end > list.ordinal + 1) {
+            if (list.end > list.ordinal.next()) {
                 lists_with_children_->push_back(list.ordinal);
             }
         }
@@ -66,12 +66,12 @@ const std::vector<std::uint32_t>& tag_table::lists_with_children() const
     return *lists_with_children_;
 }
 
-const std::vector<std::vector<std::uint32_t>>& tag_table::lists_by_depth() const
+const std::vector<std::vector<tag_ordinal>>& tag_table::lists_by_depth() const
 {
     if (!lists_by_depth_) {
         lists_by_depth_.emplace();
-        for (const std::uint32_t list : lists_with_children()) {
-            const std::size_t depth_inside = depth(list + 1);
+        for (const tag_ordinal list : lists_with_children()) {
+            const std::size_t depth_inside = depth(list.next());
             if (lists_by_depth_->size() <= depth_inside) {
                 lists_by_depth_->resize(depth_inside + 1);
             }
@@ -81,54 +81,54 @@ const std::vector<std::vector<std::uint32_t>>& tag_table::lists_by_depth() const
     return *lists_by_depth_;
 }
 
-std::optional<std::uint32_t> tag_table::list_before(std::uint32_t ordinal) const
+std::optional<tag_ordinal> tag_table::list_before(tag_ordinal ordinal) const
 {
     const auto behind = std::ranges::lower_bound(lists_with_children(), ordinal);
     return behind == lists_with_children().begin() ? std::nullopt : std::optional(*(behind - 1));
 }
 
-std::optional<std::uint32_t> tag_table::list_around(std::uint32_t list) const
+std::optional<tag_ordinal> tag_table::list_around(tag_ordinal list) const
 {
     if (list == lists_with_children().front()) {
         return std::nullopt;
     }
-    const auto wanted = static_cast<std::uint16_t>(depth(list + 1) - 1);
+    const auto wanted = static_cast<std::uint16_t>(depth(list.next()) - 1);
     if (wanted >= lists_by_depth().size()) {
         return std::nullopt;
     }
-    const std::vector<std::uint32_t>& outer = lists_by_depth()[wanted];
+    const std::vector<tag_ordinal>& outer = lists_by_depth()[wanted];
     const auto behind = std::ranges::lower_bound(outer, list);
     if (behind == outer.begin()) {
         return std::nullopt;
     }
-    const std::uint32_t found = *(behind - 1);
+    const tag_ordinal found = *(behind - 1);
     return is_lone_first_row(found, lists_with_children().front()) ? std::nullopt
                                                                    : std::optional(found);
 }
 
-std::vector<std::uint32_t> tag_table::lists_around(std::uint16_t tag) const
+std::vector<tag_ordinal> tag_table::lists_around(std::uint16_t tag) const
 {
-    std::vector<std::uint32_t> outer;
-    std::vector<std::uint32_t> last_by_depth; // by the depth of what stands in them
-    std::uint32_t first = no_list;
+    std::vector<tag_ordinal> outer;
+    std::vector<std::optional<tag_ordinal>> last_by_depth; // by the depth of what stands in them
+    std::optional<tag_ordinal> first;
     for (const auto& [list, end, size, list_tag, is_exact] : lists_) {
-        if (end <= list + 1) {
+        if (end <= list.next()) {
             continue;
         }
-        const std::uint16_t depth_inside = depth(list + 1);
+        const std::uint16_t depth_inside = depth(list.next());
         const auto wanted = static_cast<std::uint16_t>(depth_inside - 1);
         if (list_tag == tag && wanted < last_by_depth.size()) {
-            const std::uint32_t found = last_by_depth[wanted];
-            if (found != no_list && !is_lone_first_row(found, first) &&
-                (outer.empty() || outer.back() != found)) {
-                outer.push_back(found);
+            const std::optional<tag_ordinal> found = last_by_depth[wanted];
+            if (found && !is_lone_first_row(*found, *first) &&
+                (outer.empty() || outer.back() != *found)) {
+                outer.push_back(*found);
             }
         }
         if (last_by_depth.size() <= depth_inside) {
-            last_by_depth.resize(std::size_t{depth_inside} + 1, no_list);
+            last_by_depth.resize(std::size_t{depth_inside} + 1);
         }
         last_by_depth[depth_inside] = list;
-        first = std::min(first, list);
+        first = first.value_or(list);
     }
     std::ranges::sort(outer);
     outer.erase(std::unique(outer.begin(), outer.end()), outer.end());

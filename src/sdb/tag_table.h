@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "sdb/tag_ordinal.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "io/large_vector.h"
@@ -14,9 +15,10 @@ namespace sdb {
 
 // All recorded tags in file order, by ordinal, and which of them stand in which list.
 //
-// The relation comes from charging a list's size with its children, oddities included: a binary's
-// pad byte is not charged, and a list ends when less than 2 bytes of it are left. A list with two odd-sized binaries thus stays open too long and takes its next sibling for
-// a child, and a list whose remainder wraps stays open to the end of the file. That is meant.
+// The relation comes from charging a list's size with its children, as readers of the format have
+// always done it: a binary's pad byte is not charged, and a list ends when less than 2 bytes of it
+// are left. A list with two odd-sized binaries thus stays open too long and takes its next sibling
+// for a child, and a list whose remainder wraps stays open to the end of the file.
 //
 // Whatever the sizes say, lists close in the order of a stack, so that the tags in a list and in
 // its lists are one run of ordinals, and a tag's children are found by stepping over their runs.
@@ -24,15 +26,15 @@ class tag_table {
 public:
     struct row {
         std::uint32_t offset;
-        std::uint32_t end;
+        tag_ordinal end;
         std::uint16_t tag;
         std::uint16_t depth;
     };
 
     // A list, of which there are far fewer than tags: passes over these rows read little memory.
     struct list_row {
-        std::uint32_t ordinal;
-        std::uint32_t end;  // as in its row
+        tag_ordinal ordinal;
+        tag_ordinal end;    // as in its row
         std::uint32_t size; // its size word
         std::uint16_t tag;
         bool is_exact; // it holds what its size claims, to the byte
@@ -40,7 +42,7 @@ public:
 
     // A dword that refers to another tag, as listings follow it.
     struct reference {
-        std::uint32_t ordinal;
+        tag_ordinal ordinal;
         std::uint32_t target; // the offset that it names, whatever stands there
     };
 
@@ -49,11 +51,11 @@ public:
     void reset(std::size_t expected_tags);
     void add(std::uint32_t offset, std::uint16_t tag, std::uint32_t word, std::uint64_t behind)
     {
-        const std::uint32_t ordinal = size();
-        rows_.push_back({offset, ordinal + 1, tag, depth_});
+        const tag_ordinal ordinal(size());
+        rows_.push_back({offset, ordinal.next(), tag, depth_});
         top_.remaining -= charge_of(tag, word);
         if (tag_type(tag) == type::list) {
-            lists_.push_back({ordinal, ordinal + 1, word, tag, word == 0});
+            lists_.push_back({ordinal, ordinal.next(), word, tag, word == 0});
             if (word != 0) {
                 around_.push_back(top_);
                 top_ = {static_cast<std::uint32_t>(lists_.size() - 1), word, word};
@@ -73,31 +75,31 @@ public:
     // All rows, by ordinal: for passes over the whole database.
     std::span<const row> rows() const noexcept { return rows_; }
     std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(rows_.size()); }
-    std::uint32_t offset(std::uint32_t ordinal) const noexcept { return rows_[ordinal].offset; }
-    std::uint16_t tag(std::uint32_t ordinal) const noexcept { return rows_[ordinal].tag; }
+    std::uint32_t offset(tag_ordinal one) const noexcept { return rows_[one.number()].offset; }
+    std::uint16_t tag(tag_ordinal one) const noexcept { return rows_[one.number()].tag; }
     // Nesting depth: the children of a root list have depth 2. Wraps in 16 bits.
-    std::uint16_t depth(std::uint32_t ordinal) const noexcept { return rows_[ordinal].depth; }
+    std::uint16_t depth(tag_ordinal one) const noexcept { return rows_[one.number()].depth; }
     // The first ordinal behind a tag and all that stands in it.
-    std::uint32_t end(std::uint32_t ordinal) const noexcept { return rows_[ordinal].end; }
-    bool has_children(std::uint32_t ordinal) const noexcept { return end(ordinal) > ordinal + 1; }
+    tag_ordinal end(tag_ordinal one) const noexcept { return rows_[one.number()].end; }
+    bool has_children(tag_ordinal one) const noexcept { return end(one) > one.next(); }
     // All lists, ascending.
     std::span<const list_row> lists() const noexcept { return lists_; }
     // All references, ascending.
     std::span<const reference> references() const noexcept { return references_; }
 
     template <typename action>
-    void for_each_child(std::uint32_t list, action&& act) const
+    void for_each_child(tag_ordinal list, action&& act) const
     {
-        for (std::uint32_t child = list + 1; child < end(list); child = end(child)) {
+        for (tag_ordinal child = list.next(); child < end(list); child = end(child)) {
             act(child);
         }
     }
 
     // The children of a list that are lists.
     template <typename action>
-    void for_each_list_in(std::uint32_t list, action&& act) const
+    void for_each_list_in(tag_ordinal list, action&& act) const
     {
-        std::uint32_t behind = list + 1;
+        tag_ordinal behind = list.next();
         for (auto child = std::ranges::lower_bound(lists_, behind, {}, &list_row::ordinal);
              child != lists_.end() && child->ordinal < end(list); ++child) {
             if (child->ordinal >= behind) {
@@ -108,15 +110,15 @@ public:
     }
 
     // The last list with children whose ordinal lies below the given one.
-    std::optional<std::uint32_t> list_before(std::uint32_t ordinal) const;
+    std::optional<tag_ordinal> list_before(tag_ordinal ordinal) const;
 
     // The list around a list with children, found backward over the rows of the relation, to the
     // first whose depth is one less; the relation's very first row never counts.
-    std::optional<std::uint32_t> list_around(std::uint32_t list) const;
+    std::optional<tag_ordinal> list_around(tag_ordinal list) const;
 
     // The same for all lists of one tag in one pass: those that stand around them, ascending, each
     // once.
-    std::vector<std::uint32_t> lists_around(std::uint16_t tag) const;
+    std::vector<tag_ordinal> lists_around(std::uint16_t tag) const;
 
 private:
     static constexpr std::uint32_t no_list = 0xffffffff;
@@ -138,14 +140,14 @@ private:
     void close_finished(std::uint64_t behind);
     void close(const open_list& closed, std::uint64_t behind);
 
-    const std::vector<std::uint32_t>& lists_with_children() const;
+    const std::vector<tag_ordinal>& lists_with_children() const;
     // Whether a list holds the one row of the relation in front of all others.
-    bool is_lone_first_row(std::uint32_t list, std::uint32_t first_list) const
+    bool is_lone_first_row(tag_ordinal list, tag_ordinal first_list) const
     {
-        return list == first_list && end(list + 1) >= end(list);
+        return list == first_list && end(list.next()) >= end(list);
     }
     // The same by the depth of what stands in them.
-    const std::vector<std::vector<std::uint32_t>>& lists_by_depth() const;
+    const std::vector<std::vector<tag_ordinal>>& lists_by_depth() const;
 
     // While the scan runs: the innermost open list, those around it, and the depth of what stands in
     // it. Outside of all lists the innermost is no list, which never closes.
@@ -156,8 +158,8 @@ private:
     io::large_vector<row> rows_;
     io::large_vector<list_row> lists_;
     io::large_vector<reference> references_;
-    mutable std::optional<std::vector<std::uint32_t>> lists_with_children_;
-    mutable std::optional<std::vector<std::vector<std::uint32_t>>> lists_by_depth_;
+    mutable std::optional<std::vector<tag_ordinal>> lists_with_children_;
+    mutable std::optional<std::vector<std::vector<tag_ordinal>>> lists_by_depth_;
 };
 
 } // namespace sdb

@@ -55,7 +55,7 @@ constexpr bool is_expanded_dword_tag(std::uint16_t tag) noexcept
 }
 
 // A list that stands for a reference to another record.
-// The names are no guide: layer and matching_reg count as references, kflag_ref does not. Meant.
+// The names are no guide: layer and matching_reg count as references, kflag_ref does not.
 constexpr bool is_reference_list_tag(std::uint16_t tag) noexcept
 {
     switch (tag) {

@@ -22,6 +22,9 @@ public:
     text_buffer(const text_buffer&) = delete;
     text_buffer& operator=(const text_buffer&) = delete;
 
+    // Whether all that was written could be handed on.
+    virtual bool good() const noexcept { return true; }
+
     // Room for at least `count` bytes; written bytes count once taken() is told where they end.
     char* room(std::size_t count)
     {

@@ -28,6 +28,14 @@ std::uint64_t filetime_of(const struct statx_timestamp& moment)
 // A pipe must not block the run, a terminal must not become its controlling one.
 constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
+// Leaves the file's access time as it is, where the system lets us: reading is no use of the file.
+int open_for_reading(const std::string& found)
+{
+    const int descriptor = ::open(found.c_str(), O_RDONLY | O_NOATIME | always);
+    return descriptor < 0 && errno == EPERM ? ::open(found.c_str(), O_RDONLY | always)
+                                            : descriptor;
+}
+
 int open_for_writing(const std::string& path, int flags)
 {
     const std::string found = find_output_path(path);
@@ -47,7 +55,7 @@ int open_file(const std::string& path, open_mode mode)
 {
     switch (mode) {
     case open_mode::read:
-        return ::open(find_path(path).c_str(), O_RDONLY | always);
+        return open_for_reading(find_path(path));
     case open_mode::write_existing:
         return open_for_writing(path, 0);
     case open_mode::write_truncate:

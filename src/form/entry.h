@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "form/timeline.h"
+#include "form/value.h"
+
+// What a report says of one subject, a database or a program, in the shapes that forms have room
+// for: each form shows the one that is its own.
+namespace form {
+
+// A labelled value on a line of its own.
+struct labelled_line {
+    std::string label;
+    value shown;
+    std::optional<moment> remark = {}; // stands behind the value, in brackets
+    bool sets_width = true;            // counts for the widest value
+};
+
+// What a column of a delimited row shows of its value.
+enum class column_part { whole, date, time };
+
+// A column with its head and one value. Where blanks pad the fields, both stand in its width.
+struct column {
+    std::string_view head;
+    std::size_t width = 0;
+    value shown = {};
+    column_part part = column_part::whole;
+    bool leads_head = false;        // a blank stands in front, unless separators have none
+    bool leads_value = false;       // the same for the value, if it is not blank
+    bool is_padded = true;          // otherwise the head alone is
+    bool is_blank_if_empty = false; // a moment that has no date is one blank
+};
+
+struct entry {
+    std::vector<labelled_line> lines;
+    std::size_t label_width = 0;
+    bool pads_values = false; // the values of the lines, to the widest
+    std::size_t narrowest_value = 0;
+    std::vector<column> columns;
+    std::optional<timeline_item> events;
+};
+
+} // namespace form

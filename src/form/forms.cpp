@@ -1,0 +1,33 @@
+#include "form/forms.h"
+
+#include <algorithm>
+
+namespace form {
+
+#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, banner)               \
+    std::unique_ptr<writer> make(uni::text_buffer&, const request::cmd_params&, stream_state);
+#include "form/forms.inc"
+#undef QUILT_FORM
+
+namespace {
+
+constexpr form_row rows[] = {
+#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, banner)               \
+    {#name, option, make, separator, blanks::separator_blanks, contents::carries, banner},
+#include "form/forms.inc"
+#undef QUILT_FORM
+};
+
+} // namespace
+
+std::span<const form_row> all_forms()
+{
+    return rows;
+}
+
+const form_row& form_of(std::string_view name)
+{
+    return *std::ranges::find(rows, name, &form_row::name);
+}
+
+} // namespace form

@@ -1,0 +1,178 @@
+#include "form/lines_form.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "form/tag_text.h"
+#include "form/value_text.h"
+#include "sdb/patch_op.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+
+namespace form {
+
+namespace {
+
+constexpr std::size_t tag_name_columns = 30;
+constexpr std::size_t type_name_columns = 10;
+constexpr std::size_t count_columns = 5;
+constexpr std::string_view no_list_size = "     ";
+constexpr std::string_view record_rule = "-------------------- ";
+constexpr std::string_view utc_mark = " [UTC]";
+constexpr std::size_t rule_length = 75;
+
+void write_padded_name(uni::text_buffer& out, std::uint16_t tag)
+{
+    const std::string_view known = sdb::known_tag_name(tag);
+    if (known.empty()) {
+        out.left(sdb::tag_name(tag), tag_name_columns);
+    } else {
+        out.left(known, tag_name_columns);
+    }
+}
+
+std::string tag_count_text(const tag_count& counted)
+{
+    uni::text_buffer text;
+    text.literal("tag 0x");
+    text.hex(counted.tag, 4);
+    text.literal(": ");
+    text.right(std::to_string(counted.number), count_columns);
+    text.text(counted.number > 1 ? " items" : " item");
+    return std::string(text.view());
+}
+
+} // namespace
+
+bool lines_form::record(const model::record_groups& groups)
+{
+    out_.text(record_rule);
+    out_.character('[');
+    out_.text(document_.path);
+    out_.literal("]\n");
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const model::record_item& item : groups[group]) {
+            write_tag_line(item);
+        }
+        out_.line_end();
+    }
+    out_.line_end();
+    return goes_on();
+}
+
+// The fields, parted by the separator: depth (left out when 0), offset in 6 hexadecimal digits, tag
+// in 4, a list's size in 5 or as many blanks, the tag's name in 30 columns, its type's in 10, and
+// the value of what is neither a list nor a patch value. A patch value shows as one empty line for
+// each of its operations, one at least.
+void lines_form::write_tag_line(const model::record_item& item)
+{
+    const std::string_view separator = style_.csv_separator;
+    write_depth(item.depth);
+    out_.hex_min(item.offset, 6);
+    out_.text(separator);
+    out_.hex(item.tag, 4);
+    out_.text(separator);
+    if (is_list(item)) {
+        out_.hex_min(database().word_behind(item.offset), 5);
+    } else {
+        out_.text(no_list_size);
+    }
+    out_.text(separator);
+    write_padded_name(out_, item.tag);
+    out_.text(separator);
+    out_.left(sdb::known_type_name(sdb::tag_type(item.tag)), type_name_columns);
+    if (item.tag == sdb::tag::patch_bits) {
+        write_patch_lines(item);
+    } else if (!is_list(item)) {
+        out_.text(separator);
+        write_tag_text(out_, database(), item.tag, item.offset, style_);
+    }
+    out_.line_end();
+}
+
+// The first depth of a stream is decimal, all others hexadecimal: readers of these lines know them
+// so.
+void lines_form::write_depth(std::uint16_t depth)
+{
+    if (depth != 0) {
+        if (state_.depths_in_hexadecimal) {
+            out_.hex_min(depth, 1);
+        } else {
+            out_.decimal(depth);
+        }
+        out_.text(style_.csv_separator);
+    }
+    state_.depths_in_hexadecimal = true;
+}
+
+void lines_form::write_patch_lines(const model::record_item& item)
+{
+    std::size_t operations = 0;
+    sdb::for_each_patch_op(database().payload_at(item.offset),
+                           [&](const sdb::patch_op&, std::uint64_t) {
+                               ++operations;
+                               return true;
+                           });
+    for (std::size_t line = 0; line < std::max<std::size_t>(operations, 1); ++line) {
+        out_.line_end();
+    }
+}
+
+std::string lines_form::line_text(const labelled_line& line) const
+{
+    if (const tag_count* const counted = std::get_if<tag_count>(&line.shown)) {
+        return tag_count_text(*counted);
+    }
+    std::string text = value_text(line.shown, style_, document_.database);
+    return std::holds_alternative<moment>(line.shown) ? text.append(utc_mark) : text;
+}
+
+bool lines_form::subject(const entry& facts)
+{
+    std::vector<std::string> texts;
+    std::size_t value_width = facts.narrowest_value;
+    for (const labelled_line& line : facts.lines) {
+        texts.push_back(line_text(line));
+        if (line.sets_width) {
+            value_width = std::max(value_width, texts.back().size());
+        }
+    }
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const labelled_line& line = facts.lines[i];
+        // The remark does not count for the width, which the values alone settle.
+        if (line.remark) {
+            texts[i] += " [" + moment_text(*line.remark, style_).joined() + " UTC]";
+        }
+        out_.left(line.label, facts.label_width);
+        out_.text(style_.csv_separator);
+        out_.left(texts[i], facts.pads_values ? value_width : 0);
+        out_.line_end();
+    }
+    return goes_on();
+}
+
+bool lines_form::separate()
+{
+    return note(std::string(rule_length, '-'));
+}
+
+std::unique_ptr<writer> lines_form::make_fork(uni::text_buffer& out) const
+{
+    return std::make_unique<lines_form>(out, style_, state_);
+}
+
+// Operations are only counted in this form, by lines without a text.
+std::optional<std::string> lines_form::patch_text(const sdb::sdb_tag_item& patch) const
+{
+    sdb::patch_op first;
+    return sdb::decode_patch_op(first, patch.value, 0) ? std::optional(std::string())
+                                                       : std::nullopt;
+}
+
+std::unique_ptr<writer> make_lines_form(uni::text_buffer& out, const request::cmd_params& style,
+                                        stream_state state)
+{
+    return std::make_unique<lines_form>(out, style, state);
+}
+
+} // namespace form

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "request/cmd_params.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
+
+// The one way in which a tag becomes text, for every form. Numbers are "0x" and a fixed count of
+// lower-case digits, or plain decimal under -base10.
+namespace form {
+
+// Writes the text of any tag but a patch value; false, and nothing written, if it has none.
+bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
+                    std::uint32_t offset, const request::cmd_params& style);
+
+// Writes a number of that many hexadecimal digits, in the base of the run.
+void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
+                  const request::cmd_params& style);
+
+// Writes stored UTF-16LE text up to its first zero unit; gives what was written, which the next
+// write to `out` makes invalid.
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored);
+// The same, which also tells whether the text is plain (see uni::put_stored_utf16).
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain);
+
+// Writes the display text of a tag.
+void write_tag_name(uni::text_buffer& out, std::uint16_t tag);
+
+} // namespace form

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "sdb/database.h"
+#include "io/large_vector.h"
+
+namespace form {
+
+// The texts of string references as UTF-8. Listings show the same strings again and again, so each
+// is converted once and kept, side by side with others, as long as no other string takes its place.
+class text_cache {
+public:
+    explicit text_cache(const sdb::sdb_database& database) : database_(database) {}
+
+    // What is known of a reference. `plain` is that of uni::put_stored_utf16.
+    struct entry {
+        std::uint32_t reference = 0;
+        std::uint32_t position = 0;
+        std::uint32_t length = 0;
+        bool is_kept = false; // otherwise the text is too long to keep, or there are too many
+        bool plain = false;
+    };
+
+    // To be called before the look-ups for a record, whose entries stay good until the next call.
+    // Forgets everything when it has become too much.
+    void begin_record();
+    entry look_up(std::uint32_t reference)
+    {
+        entry& found = slots_[hash(reference) & (slots_.size() - 1)];
+        if (!found.is_kept || found.reference != reference) [[unlikely]] {
+            return convert(found, reference);
+        }
+        return found;
+    }
+    // The text of an entry that is kept; empty for a reference that leads nowhere. Good until the
+    // next look-up.
+    std::string_view text(const entry& kept) const noexcept
+    {
+        return {texts_.data() + kept.position, kept.length};
+    }
+
+private:
+    static std::size_t hash(std::uint32_t reference) noexcept
+    {
+        return (reference * std::uint32_t{0x9e3779b1}) >> 12;
+    }
+    std::size_t slot_count() const;
+    std::size_t most_text() const;
+    entry convert(entry& place, std::uint32_t reference);
+
+    const sdb::sdb_database& database_;
+    io::large_vector<entry> slots_; // by their references' hashes
+    io::large_vector<char> texts_;
+};
+
+} // namespace form

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "uni/time.h"
+
+// Values as a report hands them to a form, which makes text of them.
+namespace form {
+
+struct moment {
+    std::uint64_t raw = 0;
+    uni::time_kind kind = uni::time_kind::filetime;
+};
+
+// A dword's value, as a tag that holds it is shown.
+struct dword_value {
+    std::uint32_t number = 0;
+};
+
+// In decimal.
+struct count {
+    std::uint64_t number = 0;
+};
+
+// In hexadecimal, whatever the base of the run.
+struct hex_number {
+    std::uint64_t number = 0;
+};
+
+// How many there are of what stands under a tag.
+struct tag_count {
+    std::uint16_t tag = 0;
+    std::uint64_t number = 0;
+};
+
+// A tag, by its name.
+struct tag_word {
+    std::uint16_t tag = 0;
+};
+
+// What the tag at an offset of the document's database shows.
+struct stored_value {
+    std::uint32_t offset = 0;
+};
+
+using value = std::variant<std::monostate, std::string, moment, dword_value, count, hex_number,
+                           tag_count, tag_word, stored_value>;
+
+} // namespace form

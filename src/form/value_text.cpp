@@ -1,0 +1,66 @@
+#include "form/value_text.h"
+
+#include <optional>
+
+#include "form/tag_text.h"
+#include "sdb/tag_ordinal.h"
+
+namespace form {
+
+namespace {
+
+template <typename... handlers>
+struct overloaded : handlers... {
+    using handlers::operator()...;
+};
+template <typename... handlers>
+overloaded(handlers...) -> overloaded<handlers...>;
+
+void write_stored_value(uni::text_buffer& out, const stored_value& stored,
+                        const request::cmd_params& style, const sdb::sdb_database* database)
+{
+    const auto ordinal =
+        database == nullptr ? std::nullopt : database->ordinal_of(stored.offset);
+    if (ordinal) {
+        write_tag_text(out, *database, database->tag_at(*ordinal), stored.offset, style);
+    }
+}
+
+} // namespace
+
+moment_text::moment_text(const moment& shown, const request::cmd_params& style)
+{
+    uni::filetime_text(date, time, uni::time_value_from(shown.raw, shown.kind), style.date_style);
+}
+
+void write_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
+                 const sdb::sdb_database* database)
+{
+    std::visit(overloaded{
+                   [](std::monostate) {},
+                   [&](const std::string& text) { out.text(text); },
+                   [&](const moment& one) { out.text(moment_text(one, style).joined()); },
+                   [&](const dword_value& one) { write_number(out, one.number, 8, style); },
+                   [&](const count& one) { out.decimal(one.number); },
+                   [&](const hex_number& one) {
+                       out.literal("0x");
+                       out.hex_min(one.number, 8);
+                   },
+                   [&](const tag_count& one) { out.decimal(one.number); },
+                   [&](const tag_word& one) { write_tag_name(out, one.tag); },
+                   [&](const stored_value& one) {
+                       write_stored_value(out, one, style, database);
+                   },
+               },
+               shown);
+}
+
+std::string value_text(const value& shown, const request::cmd_params& style,
+                       const sdb::sdb_database* database)
+{
+    uni::text_buffer text;
+    write_value(text, shown, style, database);
+    return std::string(text.view());
+}
+
+} // namespace form

@@ -1,0 +1,76 @@
+#include "form/writer.h"
+
+#include <utility>
+
+#include "form/tag_text.h"
+#include "form/value_text.h"
+#include "sdb/tags.h"
+
+namespace form {
+
+bool writer::begin(document about)
+{
+    document_ = std::move(about);
+    begin_document();
+    return goes_on();
+}
+
+bool writer::end_section()
+{
+    out_.line_end();
+    return goes_on();
+}
+
+bool writer::note(std::string_view text)
+{
+    out_.text(text);
+    out_.line_end();
+    return goes_on();
+}
+
+bool writer::heading(std::string_view text)
+{
+    return note(text);
+}
+
+bool writer::row(std::span<const value> cells)
+{
+    bool is_first = true;
+    for (const value& cell : cells) {
+        if (!is_first) {
+            out_.text(style_.csv_separator);
+        }
+        is_first = false;
+        write_value(out_, cell, style_, document_.database);
+    }
+    out_.line_end();
+    return goes_on();
+}
+
+std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal) const
+{
+    const std::uint16_t tag = database().tag_at(ordinal);
+    if (tag == sdb::tag::patch_bits) {
+        return patch_text(database().item_at(ordinal));
+    }
+    uni::text_buffer text;
+    if (!write_tag_text(text, database(), tag, database().offset_at(ordinal), style_)) {
+        return std::nullopt;
+    }
+    return std::string(text.view());
+}
+
+std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const
+{
+    std::unique_ptr<writer> made = make_fork(out);
+    made->document_ = document_;
+    return made;
+}
+
+void writer::take(std::string_view text, stream_state state)
+{
+    out_.long_text(text);
+    state_ = state;
+}
+
+} // namespace form

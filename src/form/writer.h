@@ -1,0 +1,91 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "form/entry.h"
+#include "form/value.h"
+#include "model/record_groups.h"
+#include "request/cmd_params.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
+
+namespace form {
+
+// What one input of a stream leaves behind for the next.
+struct stream_state {
+    bool is_lone = false;               // there is no other input
+    bool head_stands = false;           // the head of the table was written
+    bool depths_in_hexadecimal = false; // a record line was written
+
+    friend bool operator==(const stream_state&, const stream_state&) = default;
+};
+
+// The database that is told about.
+struct document {
+    const sdb::sdb_database* database = nullptr;
+    std::string path;
+};
+
+// How a report is said: a report hands over what it knows, in this order, and each form makes of it
+// what has a place in that form. Without more, it is lines of text. Each call answers whether to go
+// on: false once what was written does not arrive.
+class writer {
+public:
+    // `out` and `style` must outlive the writer.
+    writer(uni::text_buffer& out, const request::cmd_params& style, stream_state state)
+        : out_(out), style_(style), state_(state)
+    {}
+    virtual ~writer() = default;
+    writer(const writer&) = delete;
+    writer& operator=(const writer&) = delete;
+
+    // Around the listings of one database.
+    bool begin(document about);
+    virtual bool end() { return goes_on(); }
+
+    // A record with all that belongs to it, of the document's database.
+    virtual bool record(const model::record_groups& groups) = 0;
+    // The end of the records of one kind.
+    virtual bool end_section();
+    // A line for the reader.
+    virtual bool note(std::string_view text);
+    // The head of rows that follow, and one of these.
+    virtual bool heading(std::string_view text);
+    virtual bool row(std::span<const value> cells);
+    // The facts of one subject.
+    virtual bool subject(const entry& facts) = 0;
+    // What stands between two subjects.
+    virtual bool separate() { return goes_on(); }
+
+    // The text that a tag of the document has in this form; nothing for one that has none.
+    std::optional<std::string> tag_text(sdb::tag_ordinal ordinal) const;
+
+    // A writer of the same form and document into another buffer, so that stretches of a listing
+    // can be made apart. It begins in the state in which this one is.
+    std::unique_ptr<writer> fork(uni::text_buffer& out) const;
+
+    stream_state state() const noexcept { return state_; }
+    void set_state(stream_state state) noexcept { state_ = state; }
+    // Takes over what a fork wrote, and the state in which that ended.
+    void take(std::string_view text, stream_state state);
+
+protected:
+    bool goes_on() const noexcept { return out_.good(); }
+    const sdb::sdb_database& database() const noexcept { return *document_.database; }
+
+    virtual void begin_document() {}
+    virtual std::unique_ptr<writer> make_fork(uni::text_buffer& out) const = 0;
+    // The first line that a patch value has in this form.
+    virtual std::optional<std::string> patch_text(const sdb::sdb_tag_item& patch) const = 0;
+
+    uni::text_buffer& out_;
+    const request::cmd_params& style_;
+    stream_state state_;
+    document document_;
+};
+
+} // namespace form

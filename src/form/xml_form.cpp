@@ -1,0 +1,70 @@
+#include <memory>
+#include <utility>
+
+#include "form/writer.h"
+#include "form/xml_records.h"
+
+namespace form {
+
+namespace {
+
+// One <shimdb> document for each database. Facts and rows are not said in this form.
+class xml_form : public writer {
+public:
+    using writer::writer;
+
+    bool record(const model::record_groups& groups) override
+    {
+        records_->write_record(groups);
+        return goes_on();
+    }
+    bool subject(const entry&) override { return goes_on(); }
+    bool end() override
+    {
+        out_.literal("</shimdb>\n");
+        return goes_on();
+    }
+
+private:
+    void begin_document() override
+    {
+        prepare(document_);
+        if (state_.is_lone) {
+            out_.literal("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
+        }
+        out_.literal("<shimdb>\n");
+    }
+    void prepare(const document& about)
+    {
+        document_ = about;
+        records_ = std::make_unique<xml_record_writer>(out_, database(), style_);
+    }
+    std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
+    {
+        auto made = std::make_unique<xml_form>(out, style_, state_);
+        made->prepare(document_);
+        return made;
+    }
+    std::optional<std::string> patch_text(const sdb::sdb_tag_item& patch) const override
+    {
+        sdb::patch_op first;
+        if (!sdb::decode_patch_op(first, patch.value, 0)) {
+            return std::nullopt;
+        }
+        uni::text_buffer element;
+        write_patch_element(element, first);
+        return std::string(element.view());
+    }
+
+    std::unique_ptr<xml_record_writer> records_;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_xml_form(uni::text_buffer& out, const request::cmd_params& style,
+                                      stream_state state)
+{
+    return std::make_unique<xml_form>(out, style, state);
+}
+
+} // namespace form

@@ -1,0 +1,476 @@
+#include "form/xml_records.h"
+
+#include <algorithm>
+#include <array>
+
+#include "form/tag_text.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/numbers.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace form {
+
+namespace {
+
+namespace tag = sdb::tag;
+namespace type = sdb::type;
+
+constexpr std::string_view include_word = "include";
+constexpr std::string_view exclude_word = "exclude";
+constexpr std::string_view win64_word = "win64";
+constexpr std::string_view win32_word = "win32";
+constexpr std::string_view app_word = "app";
+constexpr std::string_view softblock_word = "softblock";
+constexpr std::string_view hardblock_word = "hardblock";
+constexpr std::string_view cdata_word = "CDATA";
+constexpr std::string_view any_name = "*";
+constexpr std::string_view zero_dword = "0x00000000";
+// Text of that many bytes stands on a line of its own inside its CDATA.
+constexpr std::size_t long_cdata = 80;
+
+// What a byte of text calls for.
+enum byte_need : std::uint8_t { needs_cdata = 1, needs_single_quote = 2 };
+
+constexpr std::array<std::uint8_t, 256> byte_needs = [] {
+    std::array<std::uint8_t, 256> needs{};
+    needs['<'] = needs['>'] = needs['&'] = needs_cdata;
+    needs['"'] = needs_single_quote;
+    return needs;
+}();
+
+unsigned needs_of(std::string_view text)
+{
+    unsigned needs = 0;
+    for (const char c : text) {
+        needs |= byte_needs[static_cast<std::uint8_t>(c)];
+    }
+    return needs;
+}
+
+// Binaries that are child elements; all other scalars are attributes.
+bool is_child_element(std::uint16_t tag)
+{
+    return tag == tag::patch_bits || tag == tag::file_bits || tag == tag::data_bits ||
+           tag == tag::text;
+}
+
+// Lists whose name and vendor move to an <app> element of their own.
+bool has_app_element(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::exe:
+    case tag::lookup:
+    case tag::bios_block:
+    case tag::matching_info_block:
+    case tag::device_block:
+    case tag::machine_block:
+    case tag::os_upgrade:
+    case tag::package:
+    case tag::upgrade_driver_block:
+    case tag::msi_package:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool moves_to_app_element(std::uint16_t tag)
+{
+    return tag == tag::app_name || tag == tag::vendor;
+}
+
+} // namespace
+
+void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
+{
+    out.text("<op module=\"");
+    write_stored_text(out, op.module_name);
+    out.text("\" type=\"");
+    out.text(sdb::op_name(op.opcode));
+    out.text("\" address=\"0x");
+    out.hex(op.address, 8);
+    out.text("\">");
+    bool first = true;
+    for (const std::uint8_t byte : op.data.bytes()) {
+        if (!first) {
+            out.character(' ');
+        }
+        first = false;
+        out.hex(byte, 2);
+    }
+    out.text("</op>");
+}
+
+void xml_record_writer::write_name(std::uint16_t tag, std::string_view name)
+{
+    const std::string_view known = name.empty() ? names_.element(tag) : name;
+    if (known.empty()) {
+        write_tag_name(out_, tag);
+    } else {
+        out_.text(known);
+    }
+}
+
+void xml_record_writer::close_down_to(std::uint16_t depth)
+{
+    while (!open_.empty() && open_.back().depth >= depth) {
+        const open_element closed = open_.back();
+        open_.pop_back();
+        out_.blanks(closed.depth);
+        out_.literal("</");
+        write_name(closed.tag, closed.name);
+        out_.literal(">\n");
+    }
+}
+
+void xml_record_writer::collect_members(const model::record_groups& groups)
+{
+    std::size_t count = 0;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        count += groups[group].size();
+    }
+    members_.resize(count);
+    references_.resize(count);
+    member* next = members_.data();
+    std::size_t references = 0;
+    std::size_t children = 0;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const model::record_item& item : groups[group]) {
+            next->item = item;
+            children += is_child_element(item.tag) ? 1 : 0;
+            references_[references] = next;
+            references += sdb::tag_type(item.tag) == type::stringref ? 1 : 0;
+            ++next;
+        }
+    }
+    record_has_children_ = children != 0;
+    texts_.begin_record();
+    for (std::size_t i = 0; i < references; ++i) {
+        member& one = *references_[i];
+        one.text = texts_.look_up(database_.word_behind(one.item.offset));
+    }
+}
+
+// Notes the name that "*" stands for in the record's matching files.
+void xml_record_writer::note_record_name(members first_group)
+{
+    record_name_.clear();
+    const auto named = std::ranges::find_if(
+        first_group, [](const member& one) { return one.item.tag == tag::name; });
+    if (named != first_group.end()) {
+        record_name_ = text_of(*named).text;
+        uni::replace_char(record_name_, '"', '\'');
+    }
+}
+
+void xml_record_writer::write_record(const model::record_groups& groups)
+{
+    collect_members(groups);
+    members rest = members_;
+    note_record_name(rest.first(groups[0].size()));
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        const std::size_t count = groups[group].size();
+        const bool has_nested =
+            rest.size() > count && rest[count].item.depth > rest.front().item.depth;
+        write_group(rest.first(count), has_nested);
+        rest = rest.subspan(count);
+    }
+    close_down_to(0);
+}
+
+void xml_record_writer::write_group(members group, bool has_nested)
+{
+    const model::record_item& head = group.front().item;
+    close_down_to(head.depth);
+    cdata_children_.clear();
+    const auto children =
+        !record_has_children_ ? 0 : std::ranges::count_if(group, [](const member& one) {
+            return is_child_element(one.item.tag);
+        });
+    has_tag_children_ = children != 0;
+    self_closed_ = !has_nested && !has_tag_children_;
+    open_.push_back({head.depth, head.tag, {}});
+    if (head.tag == tag::inexclude && group.size() > static_cast<std::size_t>(children) + 1) {
+        const bool includes = std::ranges::any_of(
+            group, [](const member& one) { return one.item.tag == tag::include; });
+        open_.back().name = includes ? include_word : exclude_word;
+    }
+    out_.blanks(head.depth);
+    out_.character('<');
+    write_name(head.tag, open_.back().name);
+    write_attributes(group);
+    if (self_closed_) {
+        out_.literal(" />\n");
+        open_.pop_back();
+    } else {
+        out_.literal(">\n");
+        write_children(group.subspan(1));
+    }
+}
+
+void xml_record_writer::write_attributes(members group)
+{
+    const std::uint16_t head_tag = group.front().item.tag;
+    const members scalars = group.subspan(1);
+    if (has_app_element(head_tag)) {
+        write_application(scalars);
+        return;
+    }
+    const bool escapes = head_tag == tag::matching_file && !record_name_.empty();
+    for (const member& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
+            continue;
+        }
+        if (escapes) {
+            write_matching(scalar);
+        } else if (head_tag == tag::apphelp) {
+            write_apphelp(scalar);
+        } else if (head_tag != tag::inexclude || scalar.item.tag != tag::include) {
+            write_general(scalar);
+        }
+    }
+}
+
+void xml_record_writer::open_attribute(std::uint16_t tag)
+{
+    const std::string_view opening = names_.attribute(tag);
+    if (opening.empty()) {
+        out_.character(' ');
+        write_tag_name(out_, tag);
+        out_.literal("=\"");
+    } else {
+        out_.text(opening);
+    }
+}
+
+void xml_record_writer::write_pair(std::uint16_t tag, std::string_view value)
+{
+    open_attribute(tag);
+    out_.text(value);
+    out_.character('"');
+}
+
+void xml_record_writer::write_general(const member& scalar)
+{
+    open_attribute(scalar.item.tag);
+    if (is_text(scalar)) {
+        out_.text(protected_text(scalar).text);
+    } else {
+        write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
+    }
+    out_.character('"');
+}
+
+// In a matching file values are escaped, and the name "*" stands for the record's own.
+void xml_record_writer::write_matching(const member& scalar)
+{
+    open_attribute(scalar.item.tag);
+    if (!is_text(scalar)) {
+        write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
+    } else {
+        const known_text known = protected_text(scalar);
+        if (scalar.item.tag == tag::name && known.text == any_name) {
+            out_.text(uni::xml_escape(record_name_));
+        } else if (known.plain) {
+            out_.text(known.text);
+        } else {
+            out_.text(uni::xml_escape(known.text));
+        }
+    }
+    out_.character('"');
+}
+
+void xml_record_writer::write_apphelp(const member& scalar)
+{
+    if (scalar.item.tag == tag::langid) {
+        return;
+    }
+    const std::string_view value = value_of(scalar);
+    if (scalar.item.tag != tag::problemseverity) {
+        if (value != zero_dword) {
+            write_pair(scalar.item.tag, value);
+        }
+        return;
+    }
+    const std::uint32_t severity = uni::read_u32_auto(value).value_or(0);
+    std::string words;
+    if ((severity & 1) != 0) {
+        words = softblock_word;
+    }
+    if ((severity & 2) != 0) {
+        words.append(words.empty() ? "" : " ").append(hardblock_word);
+    }
+    write_pair(scalar.item.tag, words.empty() ? value : words);
+}
+
+void xml_record_writer::write_application(members scalars)
+{
+    bool has_app = false;
+    for (const member& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
+            continue;
+        }
+        if (moves_to_app_element(scalar.item.tag)) {
+            has_app = true;
+        } else if (scalar.item.tag == tag::os_platform) {
+            const bool wide = value_of(scalar).find('2') != std::string_view::npos;
+            write_pair(scalar.item.tag, wide ? win64_word : win32_word);
+        } else {
+            write_general(scalar);
+        }
+    }
+    if (!has_app) {
+        return;
+    }
+    // The element's tag ends here, and what closes it stands on the child's line: so an element
+    // without children ends in a doubled " /" and has no closing tag, as these reports always had
+    // it.
+    out_.text(">\n");
+    out_.blanks(open_.back().depth + 1u);
+    out_.character('<');
+    out_.text(app_word);
+    for (const member& scalar : scalars) {
+        if (moves_to_app_element(scalar.item.tag)) {
+            write_general(scalar);
+        }
+    }
+    out_.text(" /");
+}
+
+bool xml_record_writer::is_text(const member& scalar) const
+{
+    const std::uint16_t type_bits = sdb::tag_type(scalar.item.tag);
+    return type_bits == type::stringref || type_bits == type::string;
+}
+
+// The text of a member that is one.
+xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
+{
+    const bool is_reference = sdb::tag_type(scalar.item.tag) == type::stringref;
+    if (is_reference && scalar.text.is_kept) {
+        return {texts_.text(scalar.text), scalar.text.plain};
+    }
+    aside_.clear();
+    bool plain = true;
+    const std::string_view text = write_stored_text(
+        aside_,
+        is_reference ? database_.string_bytes(scalar.text.reference)
+                     : database_.payload_at(scalar.item.offset),
+        plain);
+    return {text, plain};
+}
+
+// The text of a member as an attribute can hold it: a reference whose text cannot stand there is
+// noted as a child.
+xml_record_writer::known_text xml_record_writer::protected_text(const member& scalar)
+{
+    const known_text known = text_of(scalar);
+    if (known.plain || sdb::tag_type(scalar.item.tag) != type::stringref) {
+        return known;
+    }
+    const unsigned needs = needs_of(known.text);
+    if ((needs & needs_cdata) != 0) {
+        cdata_children_.push_back(&scalar);
+        self_closed_ = false;
+        return {cdata_word, true};
+    }
+    if ((needs & needs_single_quote) == 0) {
+        return known;
+    }
+    quoted_ = uni::replace_all(known.text, "\"", "'");
+    return {quoted_, false};
+}
+
+// The text of any member; good until the next is made.
+std::string_view xml_record_writer::value_of(const member& scalar)
+{
+    if (is_text(scalar)) {
+        return protected_text(scalar).text;
+    }
+    aside_.clear();
+    write_tag_text(aside_, database_, scalar.item.tag, scalar.item.offset, style_);
+    return aside_.view();
+}
+
+void xml_record_writer::write_children(members scalars)
+{
+    // In the order of the group, though an <app> element's come later.
+    std::ranges::sort(cdata_children_);
+    for (const member* const scalar : cdata_children_) {
+        write_cdata_child(*scalar);
+    }
+    if (!has_tag_children_) {
+        return;
+    }
+    for (const member& scalar : scalars) {
+        if (is_child_element(scalar.item.tag)) {
+            write_child(scalar.item);
+        }
+    }
+}
+
+// A tag as an element with the value as its one attribute, named after the type.
+void xml_record_writer::write_child(const model::record_item& item)
+{
+    out_.blanks(item.depth);
+    out_.character('<');
+    write_tag_name(out_, item.tag);
+    if (item.tag == tag::patch_bits) {
+        write_patch_children(item);
+        return;
+    }
+    out_.character(' ');
+    out_.text(sdb::known_type_name(sdb::tag_type(item.tag)));
+    out_.literal("=\"");
+    aside_.clear();
+    write_tag_text(aside_, database_, item.tag, item.offset, style_);
+    out_.text(uni::replace_all(aside_.view(), "\"", "'"));
+    out_.literal("\" />\n");
+}
+
+// What stands behind the name of an element of patch operations.
+void xml_record_writer::write_patch_children(const model::record_item& item)
+{
+    out_.literal(">\n");
+    sdb::for_each_patch_op(database_.payload_at(item.offset),
+                           [&](const sdb::patch_op& op, std::uint64_t) {
+                               out_.blanks(item.depth + 1u);
+                               write_patch_element(out_, op);
+                               out_.line_end();
+                               return true;
+                           });
+    out_.blanks(item.depth);
+    out_.literal("</");
+    write_tag_name(out_, item.tag);
+    out_.literal(">\n");
+}
+
+void xml_record_writer::write_cdata_child(const member& scalar)
+{
+    const std::string_view text = text_of(scalar).text;
+    const bool on_own_line = text.size() >= long_cdata;
+    out_.blanks(scalar.item.depth);
+    out_.character('<');
+    write_tag_name(out_, scalar.item.tag);
+    out_.text(">\n");
+    out_.blanks(scalar.item.depth + 1u);
+    out_.text("<![CDATA[");
+    if (on_own_line) {
+        out_.line_end();
+        out_.blanks(scalar.item.depth + 2u);
+    }
+    out_.text(text);
+    if (on_own_line) {
+        out_.line_end();
+        out_.blanks(scalar.item.depth + 1u);
+    }
+    out_.text("]]>\n");
+    out_.blanks(scalar.item.depth);
+    out_.text("</");
+    write_tag_name(out_, scalar.item.tag);
+    out_.text(">\n");
+}
+
+} // namespace form

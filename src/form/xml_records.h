@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "form/text_cache.h"
+#include "form/xml_names.h"
+#include "model/record_groups.h"
+#include "request/cmd_params.h"
+#include "sdb/database.h"
+#include "sdb/patch_op.h"
+#include "uni/text_buffer.h"
+
+// Records as XML: a list tag is an element, its scalars are attributes, and what cannot be an
+// attribute is a child element.
+//
+// Only text of string references is protected: one with "<", ">" or "&" becomes a child element
+// around CDATA, its attribute holding the word "CDATA"; a double quote becomes a single one. All
+// other values are written as they are, but in matching files, where they are escaped.
+namespace form {
+
+// Writes a patch operation as its element.
+void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op);
+
+// Writes records as nested elements, one after the other.
+class xml_record_writer {
+public:
+    xml_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
+                      const request::cmd_params& style)
+        : out_(out), database_(database), style_(style), texts_(database)
+    {}
+
+    // Writes one record. An element stays open when the next group stands deeper or when it has a
+    // child element of its own.
+    void write_record(const model::record_groups& groups);
+
+private:
+    // An element that is open, under the name it was opened with.
+    struct open_element {
+        std::uint16_t depth;
+        std::uint16_t tag;
+        std::string_view name; // empty for the tag's own
+    };
+    // A tag of the record with the text that it refers to, if it is a string reference.
+    struct member {
+        model::record_item item;
+        text_cache::entry text;
+    };
+    using members = std::span<const member>;
+    // A text with what is known of it; good until the next is made.
+    struct known_text {
+        std::string_view text;
+        bool plain; // see uni::put_stored_utf16
+    };
+
+    void collect_members(const model::record_groups& groups);
+    void note_record_name(members first_group);
+    void write_group(members group, bool has_nested);
+    void close_down_to(std::uint16_t depth);
+    void write_name(std::uint16_t tag, std::string_view name);
+    void write_attributes(members group);
+    void open_attribute(std::uint16_t tag);
+    void write_pair(std::uint16_t tag, std::string_view value);
+    void write_general(const member& scalar);
+    void write_matching(const member& scalar);
+    void write_apphelp(const member& scalar);
+    void write_application(members scalars);
+    bool is_text(const member& scalar) const;
+    known_text text_of(const member& scalar);
+    known_text protected_text(const member& scalar);
+    std::string_view value_of(const member& scalar);
+    void write_cdata_child(const member& scalar);
+    void write_children(members scalars);
+    void write_child(const model::record_item& item);
+    void write_patch_children(const model::record_item& item);
+
+    uni::text_buffer& out_;
+    const sdb::sdb_database& database_;
+    const request::cmd_params& style_;
+    const xml_names& names_ = xml_names::known();
+    std::vector<open_element> open_;
+    // The record in work, all its strings looked up before the first is written: the look-ups go
+    // all over the image, and so the processor can wait for many of them at a time.
+    text_cache texts_;
+    io::large_vector<member> members_;
+    io::large_vector<member*> references_;
+    std::string record_name_; // of the record in work, double quotes as single ones
+    bool record_has_children_ = false; // child elements, that is
+    // State of the group in work.
+    std::vector<const member*> cdata_children_;
+    uni::text_buffer aside_;
+    std::string quoted_;
+    bool has_tag_children_ = false;
+    bool self_closed_ = true;
+};
+
+} // namespace form

@@ -1,0 +1,240 @@
+#include "model/database_facts.h"
+
+#include <algorithm>
+#include <array>
+#include <future>
+#include <set>
+#include <string>
+#include <unordered_set>
+
+#include "model/record_collector.h"
+#include "platform/digests.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/guid.h"
+#include "uni/numbers.h"
+#include "uni/text.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+using guid_bytes = std::array<std::uint8_t, uni::guid_size>;
+
+// The digests of an image. Those of a long one are computed on threads of their own, while the facts
+// are gathered; where no thread is to be had, when they are asked for.
+struct database_digests {
+    explicit database_digests(std::span<const std::uint8_t> image)
+        : md5(start(platform::digest_kind::md5, image)),
+          sha1(start(platform::digest_kind::sha1, image))
+    {}
+
+    std::future<std::vector<std::uint8_t>> md5;
+    std::future<std::vector<std::uint8_t>> sha1;
+
+private:
+    static std::future<std::vector<std::uint8_t>> start(platform::digest_kind kind,
+                                                        std::span<const std::uint8_t> image)
+    {
+        constexpr std::size_t worth_a_thread = 0x100000;
+        const auto policy = image.size() < worth_a_thread
+                                ? std::launch::deferred
+                                : std::launch::async | std::launch::deferred;
+        return std::async(policy, platform::compute_digest, kind, image);
+    }
+};
+
+// Gathers the facts of one database.
+class fact_gatherer {
+public:
+    fact_gatherer(database_facts& facts, const sdb::sdb_database& database)
+        : facts_(facts), database_(database), collector_(database), budget_(database)
+    {}
+
+    void take_children(const std::vector<sdb::sdb_child_record>& children)
+    {
+        std::set<std::uint16_t> seen;
+        for (const sdb::sdb_child_record& child : children) {
+            if (!child.is_list) {
+                take_scalar(child);
+            } else if (!seen.insert(child.tag).second) {
+                continue; // the first of a kind has counted them all
+            } else if (child.tag == tag::library) {
+                count_library();
+            } else {
+                count_records(child.tag);
+            }
+        }
+    }
+
+    void count_names_and_strings()
+    {
+        if (!app_names_.empty()) {
+            add_count(tag::app_name, "appname", app_names_.size(), true);
+        }
+        if (!app_ids_.empty()) {
+            add_count(tag::app_id, "appid", app_ids_.size(), true);
+        }
+        const std::uint32_t strings = database_.child_count(database_.string_table_offset());
+        if (strings != 0) {
+            add_count(tag::stringtable_item, "strings", strings);
+        }
+    }
+
+    void take_digests(database_digests& digests)
+    {
+        facts_.digest_md5 = uni::hex_text(digests.md5.get());
+        facts_.digest_sha1 = uni::hex_text(digests.sha1.get());
+    }
+
+    void sort_counts() { std::ranges::stable_sort(facts_.counts, {}, &record_count::tag); }
+
+private:
+    void take_scalar(const sdb::sdb_child_record& child)
+    {
+        facts_.scalars.push_back(child.offset);
+        const sdb::sdb_tag_item item = database_.item_at(*database_.ordinal_of(child.offset));
+        switch (child.tag) {
+        case tag::runtime_platform:
+            runtime_platform_ = item.value.u32(0);
+            break;
+        case tag::os_platform:
+            os_platform_ = item.value.u32(0);
+            break;
+        case tag::time:
+            facts_.time = item.value.u64(0);
+            break;
+        case tag::name:
+            database_.read_string_ref(facts_.internal_name, item.size);
+            break;
+        case tag::compiler_version:
+            database_.read_string_ref(facts_.compiler_version, item.size);
+            uni::remove_char(facts_.compiler_version, 'v');
+            break;
+        case tag::database_id:
+            facts_.identifier =
+                item.value.size() == uni::guid_size ? uni::guid_text(item.value.bytes()) : "";
+            break;
+        default:
+            break;
+        }
+        facts_.platform = os_platform_ ? os_platform_ : runtime_platform_;
+    }
+
+    void add_count(std::uint16_t tag, std::string name, std::uint64_t count, bool of_values = false)
+    {
+        facts_.counts.push_back({tag, std::move(name), count, of_values});
+    }
+
+    // Everything of a kind that stands in the library counts, wherever else it stands too.
+    void count_library()
+    {
+        std::set<std::uint16_t> seen;
+        std::vector<sdb::sdb_child_record> children;
+        database_.child_records(children, database_.library_offset());
+        for (const sdb::sdb_child_record& child : children) {
+            if (seen.insert(child.tag).second) {
+                add_count(child.tag, sdb::tag_name(child.tag),
+                          database_.ordinals_by_tag(child.tag).size());
+            }
+        }
+    }
+
+    void count_records(std::uint16_t list_tag)
+    {
+        std::uint64_t count = 0;
+        for (const sdb::tag_ordinal ordinal : database_.ordinals_by_tag(list_tag)) {
+            count += counts(ordinal) ? 1 : 0;
+        }
+        add_count(list_tag, sdb::tag_name(list_tag), count);
+    }
+
+    // What a record says of its application; of several tags of a kind the last counts.
+    struct application {
+        std::optional<std::uint32_t> name_reference;
+        std::optional<guid_bytes> id;
+    };
+
+    // Whether a record is one that the listings print. Its application is noted all the same, as
+    // far as the first tag that makes it a mere reference.
+    bool counts(sdb::tag_ordinal record)
+    {
+        if (database_.tag_at(record) == tag::stringtable ||
+            !collector_.collect_first_group(budget_, database_.offset_at(record))) {
+            return false;
+        }
+        application found;
+        for (const record_item& item : collector_.first_group()) {
+            if (sdb::is_expanded_dword_tag(item.tag)) {
+                break;
+            }
+            read_application(found, item);
+        }
+        note_application(found);
+        return has_substance(collector_.first_group(), collector_.has_one_group());
+    }
+
+    void read_application(application& found, const record_item& item) const
+    {
+        constexpr std::uint64_t head_and_guid = 22;
+        if (std::uint64_t{item.offset} + head_and_guid >= database_.image().size()) {
+            return;
+        }
+        if (item.tag == tag::app_name) {
+            found.name_reference = database_.word_behind(item.offset);
+        } else if (item.tag == tag::app_id) {
+            // The 16 bytes behind the head, whatever size the tag claims, as these counts always
+            // were made.
+            const auto bytes =
+                database_.image().slice(item.offset + sdb::tag_header, uni::guid_size).bytes();
+            std::ranges::copy(bytes, found.id.emplace().begin());
+        }
+    }
+
+    void note_application(const application& found)
+    {
+        // References to one string need not be read twice.
+        if (found.name_reference && app_name_references_.insert(*found.name_reference).second) {
+            std::string name;
+            database_.read_string_ref(name, *found.name_reference);
+            if (!name.empty()) {
+                app_names_.insert(std::move(name));
+            }
+        }
+        if (found.id) {
+            app_ids_.insert(*found.id);
+        }
+    }
+
+    database_facts& facts_;
+    const sdb::sdb_database& database_;
+    record_collector collector_;
+    listing_budget budget_;
+    std::optional<std::uint32_t> os_platform_;
+    std::optional<std::uint32_t> runtime_platform_;
+    std::unordered_set<std::uint32_t> app_name_references_;
+    std::unordered_set<std::string> app_names_;
+    std::set<guid_bytes> app_ids_;
+};
+
+} // namespace
+
+bool gather_facts(database_facts& facts, const sdb::sdb_database& database)
+{
+    facts = {};
+    std::vector<sdb::sdb_child_record> children;
+    if (!database.child_records(children, database.database_offset())) {
+        return false;
+    }
+    database_digests digests(database.image().bytes());
+    fact_gatherer gatherer(facts, database);
+    gatherer.take_children(children);
+    gatherer.count_names_and_strings();
+    gatherer.take_digests(digests);
+    gatherer.sort_counts();
+    return true;
+}
+
+} // namespace model

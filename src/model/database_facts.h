@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sdb/database.h"
+
+namespace model {
+
+// How many there are of a kind of record, or of what stands under a tag.
+struct record_count {
+    std::uint16_t tag = 0;
+    std::string name;
+    std::uint64_t count = 0;
+    bool counts_values = false; // distinct values of the tag, not records
+};
+
+// What a database says of itself. A text that is not there is empty.
+struct database_facts {
+    std::string digest_md5;  // lower-case hexadecimal, of the whole image, inflated
+    std::string digest_sha1; // the same
+    std::string identifier;  // GUID text
+    std::string compiler_version;
+    std::string internal_name;
+    std::optional<std::uint32_t> platform; // operating systems, else the run-time platform
+    std::optional<std::uint64_t> time;     // FILETIME ticks
+    std::vector<std::uint32_t> scalars;    // offsets of those that stand in the database list
+    std::vector<record_count> counts;      // ascending by tag, equal tags as they were found
+};
+
+// Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
+// if a listing would print it, everything of a kind that stands in the library counts.
+bool gather_facts(database_facts& facts, const sdb::sdb_database& database);
+
+} // namespace model

@@ -1,0 +1,363 @@
+#include "model/match.h"
+
+#include <algorithm>
+#include <numeric>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "model/record_expander.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+namespace type = sdb::type;
+
+constexpr std::string_view any_name = "*";
+// Records that stand in one another are expanded again and again; no sound database comes near.
+constexpr std::uint64_t largest_gathering = 2'000'000;
+constexpr std::uint64_t gathering_share_of_a_tag = 16;
+
+enum class bound { exact, upper, lower };
+
+constexpr bound bound_of(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::upto_link_date:
+    case tag::upto_bin_product_version:
+    case tag::upto_bin_file_version:
+    case tag::upto_packageid_version:
+    case tag::upto_osmaxversiontested:
+    case tag::quirk_enabled_version_lt:
+        return bound::upper;
+    case tag::from_link_date:
+    case tag::from_bin_product_version:
+    case tag::from_bin_file_version:
+    case tag::from_packageid_version:
+    case tag::from_osmaxversiontested:
+        return bound::lower;
+    default:
+        return bound::exact;
+    }
+}
+
+constexpr bool is_numeric(std::uint16_t tag)
+{
+    return sdb::tag_type(tag) >= type::byte_ && sdb::tag_type(tag) <= type::qword;
+}
+
+// A language stands without its prefix beside a database's.
+std::string_view text_to_match(const pe_property& property)
+{
+    const bool is_language = property.tag == tag::langid || property.tag == tag::ver_language;
+    return is_language ? std::string_view(property.text).substr(2) : property.text;
+}
+
+// Whether what the file has under a tag agrees with what the database wants there.
+bool property_agrees(const pe_property& found, std::string_view wanted_text,
+                     std::uint64_t wanted_number)
+{
+    const std::string_view text = text_to_match(found);
+    if (found.number != 0 && found.number == wanted_number) {
+        return true;
+    }
+    // A number of 0 has a text on the database's side alone.
+    if (text == wanted_text ||
+        (is_numeric(found.tag) && text.empty() && found.number == wanted_number)) {
+        return true;
+    }
+    switch (bound_of(found.tag)) {
+    case bound::upper:
+        return found.number <= wanted_number;
+    case bound::lower:
+        return found.number >= wanted_number;
+    case bound::exact:
+        return false;
+    }
+    return false;
+}
+
+// The names under which a database may know a file, lower-case.
+struct file_keys {
+    explicit file_keys(std::string path)
+    {
+        uni::lower_text(path);
+        uni::replace_char(path, '/', '\\');
+        constexpr std::string_view folder = "c:\\windows";
+        if (const std::size_t at = path.find(folder); at != std::string::npos) {
+            path.replace(at, folder.size(), "%windir%");
+        }
+        full = path;
+        name = path.substr(path.find_last_of('\\') + 1); // from the start if there is none
+    }
+    std::string full;
+    std::string name;
+};
+
+class matcher {
+public:
+    matcher(const sdb::sdb_database& database, const pe_list& file, const std::string& path,
+            const tag_texts& texts)
+        : database_(database), file_(file), texts_(texts), keys_(path)
+    {}
+
+    // False if records that hold others were left out, since there is no end of them.
+    bool run(match_results& results)
+    {
+        record_expander expander(database_);
+        listing_budget budget(database_);
+        budget.limit = largest_gathering + gathering_share_of_a_tag * database_.tag_count();
+        bool is_complete = true;
+        for (const sdb::tag_ordinal record : records_by_size()) {
+            if (budget.is_used_up()) {
+                is_complete = false;
+                break;
+            }
+            if (expander.expand(database_.offset_at(record), false, budget)) {
+                walk_record(expander.own_items());
+            }
+        }
+        results = name_is_known_ ? std::move(by_name_) : std::move(by_path_);
+        return is_complete;
+    }
+
+private:
+    using item_span = std::span<const record_item>;
+
+    // The records that may hold a list for the file, the smallest first: what is made to use up the
+    // limit comes last.
+    std::vector<sdb::tag_ordinal> records_by_size() const
+    {
+        const sdb::tag_table& relation = database_.children();
+        std::vector<sdb::tag_ordinal> records = relation.lists_around(tag::matching_file);
+        const std::vector<sdb::tag_ordinal> names = possible_names();
+        std::erase_if(records, [&](sdb::tag_ordinal record) {
+            const auto name = std::ranges::upper_bound(names, record);
+            return !claims_more(record) && (name == names.end() || *name >= relation.end(record));
+        });
+        std::ranges::stable_sort(
+            records, {}, [&](sdb::tag_ordinal record) { return relation.end(record) - record; });
+        return records;
+    }
+
+    void walk_record(item_span items)
+    {
+        const std::uint32_t record = items.front().offset;
+        stored_name_ = {};
+        name_.reset();
+        for (std::size_t i = 1; i < items.size();) {
+            const record_item& item = items[i++];
+            if (item.tag == tag::name && is_empty_text(stored_name_)) {
+                stored_name_ = stored_text(item.offset);
+                name_.reset();
+            } else if (item.tag == tag::matching_file) {
+                const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
+                                          database_.list_size_at(item.ordinal);
+                const std::size_t first = i;
+                while (i < items.size() && items[i].offset < end) {
+                    ++i;
+                }
+                look_at_list(record, items.subspan(first, i - first));
+            }
+        }
+    }
+
+    void look_at_list(std::uint32_t record, item_span members)
+    {
+        members_ = members;
+        text_sources_.clear();
+        std::string own;
+        const std::string_view key = file_name(own);
+        const bool is_name = uni::equal_ignoring_case(key, keys_.name);
+        name_is_known_ = name_is_known_ || is_name;
+        if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
+            return;
+        }
+        // Properties are compared by ascending tag, equal tags as they stand.
+        std::vector<std::uint32_t> order(members.size());
+        std::iota(order.begin(), order.end(), 0u);
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return members[a].tag < members[b].tag;
+        });
+        if (members_agree(order)) {
+            const std::uint32_t first = members[order.front()].offset;
+            std::uint32_t list = 0;
+            const bool found = database_.find_enclosing_list(list, first, false);
+            // A name may be the path too, and then counts as a name.
+            (is_name ? by_name_ : by_path_)[record].insert(found ? list : first);
+        }
+    }
+
+    bool members_agree(const std::vector<std::uint32_t>& order)
+    {
+        for (const std::uint32_t member : order) {
+            const pe_property* found = find_property(file_, members_[member].tag);
+            if (found == nullptr) {
+                return true; // whatever comes behind
+            }
+            const std::string own = text_of(member);
+            const std::string_view text = own == any_name ? std::string_view(name()) : own;
+            if (!property_agrees(*found, text, number_of(members_[member]))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The names, ascending, without which no list in a record can have one of the keys for its file
+    // name: a quick look that spares most records the rest.
+    std::vector<sdb::tag_ordinal> possible_names() const
+    {
+        std::vector<sdb::tag_ordinal> names;
+        sdb::tag_ordinal ordinal;
+        for (const sdb::tag_table::row& row : database_.children().rows()) {
+            if (row.tag == tag::name) {
+                const uni::byte_view stored = stored_text(row.offset);
+                // A name without a text may take that of another property.
+                if (is_empty_text(stored) || may_be_key(stored)) {
+                    names.push_back(ordinal);
+                }
+            }
+            ++ordinal;
+        }
+        return names;
+    }
+
+    bool claims_more(sdb::tag_ordinal record) const
+    {
+        const sdb::tag_ordinal end = database_.children().end(record);
+        const std::uint64_t claimed_end = std::uint64_t{database_.offset_at(record)} +
+                                          database_.list_size_at(record) + sdb::tag_header;
+        return end.number() != database_.tag_count() && database_.offset_at(end) < claimed_end;
+    }
+
+    static bool is_empty_text(uni::byte_view stored)
+    {
+        return stored.size() < 2 || stored.u16(0) == 0;
+    }
+
+    bool may_be_key(uni::byte_view stored) const
+    {
+        return begins_like(stored, keys_.name) || begins_like(stored, keys_.full);
+    }
+    // Whether the first two characters are the same, if they can be compared this simply.
+    static bool begins_like(uni::byte_view stored, std::string_view key)
+    {
+        constexpr std::uint16_t first_beyond_ascii = 0x80;
+        for (std::size_t i = 0; i < 2 && i < key.size(); ++i) {
+            const std::uint16_t unit = stored.u16(i * 2);
+            const auto wanted = static_cast<unsigned char>(key[i]);
+            if (unit >= first_beyond_ascii || wanted >= first_beyond_ascii) {
+                return true;
+            }
+            if (uni::lower_ascii(static_cast<char>(unit)) != key[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The name of the record in work.
+    const std::string& name()
+    {
+        if (!name_) {
+            uni::utf16_to_text(stored_name_, name_.emplace());
+        }
+        return *name_;
+    }
+
+    // The file name of the list in work: the text of its last name that is none of "" and "*", else
+    // that of the record. `own` takes the former.
+    std::string_view file_name(std::string& own)
+    {
+        for (std::size_t i = members_.size(); i > 0; --i) {
+            if (members_[i - 1].tag != tag::name) {
+                continue;
+            }
+            const bool has_own = has_text(members_[i - 1]);
+            own = text_of(i - 1);
+            // What a member takes over from one that stood for the record's name is that name.
+            if (own == any_name && !has_own && !name().empty() && name() != any_name) {
+                return name();
+            }
+            if (!own.empty() && own != any_name) {
+                return own;
+            }
+        }
+        return name();
+    }
+
+    // The text of a member: its own, else that of the last member before it that has one, "*" for
+    // the record's name.
+    std::string text_of(std::size_t member)
+    {
+        if (std::optional<std::string> own = texts_(members_[member].ordinal)) {
+            return *std::move(own);
+        }
+        if (text_sources_.empty()) {
+            std::uint32_t source = no_source;
+            for (std::uint32_t i = 0; i < members_.size(); ++i) {
+                source = has_text(members_[i]) ? i : source;
+                text_sources_.push_back(source);
+            }
+        }
+        const std::uint32_t source = text_sources_[member];
+        return source == no_source ? std::string()
+                                   : texts_(members_[source].ordinal).value_or(std::string());
+    }
+
+    bool has_text(const record_item& item) const
+    {
+        return sdb::tag_type(item.tag) == type::stringref
+                   ? !stored_text(item.offset).empty() // without the pains of making it
+                   : texts_(item.ordinal).has_value();
+    }
+
+    // The value of a tag as a number; 1 for the presence of one without a value.
+    std::uint64_t number_of(const record_item& item) const
+    {
+        if (sdb::tag_type(item.tag) == type::null_) {
+            return 1;
+        }
+        return is_numeric(item.tag) ? database_.item_at(item.ordinal).value.u64(0) : 0;
+    }
+
+    // The text in the string table that the tag at an offset refers to.
+    uni::byte_view stored_text(std::uint32_t offset) const
+    {
+        return database_.string_bytes(database_.word_behind(offset));
+    }
+
+    const sdb::sdb_database& database_;
+    const pe_list& file_;
+    const tag_texts& texts_;
+    file_keys keys_;
+    // Name of the record in work, as stored and once it was asked for.
+    uni::byte_view stored_name_;
+    std::optional<std::string> name_;
+    // The list in work, and for each member the one whose text it has, once that is asked for.
+    static constexpr std::uint32_t no_source = 0xffffffff;
+    item_span members_;
+    std::vector<std::uint32_t> text_sources_;
+    bool name_is_known_ = false;
+    match_results by_name_;
+    match_results by_path_;
+};
+
+} // namespace
+
+bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
+                   const std::string& path, const tag_texts& texts)
+{
+    results.clear();
+    return matcher(database, file, path, texts).run(results);
+}
+
+} // namespace model

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pe {
+class PE_FILE_UTIL;
+}
+
+namespace model {
+
+// What a PE file says of itself, each fact filed under the tag with which a database would match
+// it. A fact that a database may hold in several forms is filed under each of their tags.
+struct pe_property {
+    std::string name;
+    std::string text;         // empty for plain numbers
+    std::uint64_t number = 0; // 0 for what is text alone
+    std::uint16_t tag = 0;
+    std::uint16_t sub_tag = 0; // language of a string, else 0
+    std::uint32_t extra = 0;   // 0
+};
+
+// Ascending by tag, equal tags as they were found.
+using pe_list = std::vector<pe_property>;
+
+// The first property under a tag; null if there is none.
+const pe_property* find_property(const pe_list& list, std::uint16_t tag);
+
+// Gathers the properties of the file at `path`, of which only its headers, its tree of resources
+// and its version resource are read. False, and an empty list, for what is no PE file.
+bool read_pe_stats(pe_list& list, const std::string& path);
+bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file);
+
+} // namespace model

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "io/large_vector.h"
+#include "model/record.h"
+#include "sdb/database.h"
+
+namespace model {
+
+// How many items the records of one listing may have together before no reference is followed, and
+// how many they had so far.
+struct listing_budget {
+    explicit listing_budget(const sdb::sdb_database& database);
+
+    bool is_used_up() const noexcept { return items > limit; }
+
+    std::uint64_t items = 0;
+    std::uint64_t limit;
+};
+
+// Gathers records of one database, one at a time; keeps its memory between them.
+class record_expander {
+public:
+    explicit record_expander(const sdb::sdb_database& database) : database_(database) {}
+
+    // Expands the list at `tag_offset`; false if there is none or nothing stands in it. With
+    // `follow_references` the records referred to are gathered too, each once on a chain of
+    // references, until this record has more than 100,000 items or the listing, to whose budget
+    // they are charged, has used it up.
+    bool expand(std::uint32_t tag_offset, bool follow_references, listing_budget& budget);
+
+    // The record last expanded: its head with the items of its own, then each sub-record, in the
+    // reverse of file order, as its head with its items. Good until the next expand().
+    std::span<const record_item> own_items() const noexcept { return bodies(0, own_count_); }
+    std::size_t subrecord_count() const noexcept { return subrecords_.size(); }
+    std::span<const record_item> subrecord(std::size_t index) const noexcept;
+
+private:
+    // A sub-record, found or still to be walked. A reference list lies in references_ with all that
+    // stands in it, a followed record in bodies_ without its reference lists.
+    struct group {
+        std::size_t first;
+        std::size_t last;
+        std::size_t chain_length; // followed records that lead to it
+        bool is_followed;
+    };
+
+    std::span<const record_item> bodies(std::size_t first, std::size_t last) const noexcept
+    {
+        return std::span(bodies_).subspan(first, last - first);
+    }
+    std::span<const record_item> items_of(const group& found) const noexcept;
+    record_item item_of(sdb::tag_ordinal ordinal, std::uint16_t depth) const;
+    std::uint32_t list_size(const record_item& item) const;
+    std::size_t gather(const record_item& head, std::uint16_t base_depth, std::size_t chain_length);
+    std::size_t gather_irregular(sdb::tag_ordinal list, sdb::tag_ordinal behind,
+                                 std::uint16_t base_depth, std::size_t chain_length);
+    template <typename source>
+    std::size_t split_rows(std::size_t count, source&& row, std::size_t chain_length);
+    void walk_group(const group& walked, bool follow_references, listing_budget& budget);
+    void follow(const record_item& reference, listing_budget& budget);
+    void shorten_chain(std::size_t length);
+    bool is_on_chain(sdb::tag_ordinal ordinal) const;
+
+    const sdb::sdb_database& database_;
+    const sdb::tag_table* relation_ = nullptr; // asked for with the first record
+    io::large_vector<record_item> bodies_;
+    io::large_vector<record_item> references_;
+    std::size_t own_count_ = 0;
+    std::vector<group> work_;
+    std::vector<group> subrecords_;
+    // The followed records that lead to the group in work, and a mark for each.
+    std::vector<sdb::tag_ordinal> chain_;
+    std::vector<bool> on_chain_;
+    std::uint64_t record_items_ = 0;
+};
+
+} // namespace model

@@ -1,0 +1,82 @@
+#include <utility>
+
+#include "report/record_listing.h"
+#include "report/reports.h"
+#include "sdb/finders.h"
+
+namespace report {
+
+namespace {
+
+void say_no_matches(const job& work)
+{
+    work.notices.say("no matches found: %s\n", work.path.c_str());
+}
+
+// What is looked for in this database. A pattern of -patchbytes becomes the tags of the patches that
+// hold it; false if none does.
+bool settle_search(request::search_request& wanted, const job& work)
+{
+    wanted = work.options.search;
+    return work.options.patch_pattern.empty() ||
+           sdb::find_patch_bytes(*work.database, wanted.tagids, work.options.patch_pattern);
+}
+
+// A search for patch bytes lists applications, unless it is to list executables.
+bool is_wanted(const report_row& row, const request::sdb_opts& options)
+{
+    const bool adds_applications = !options.patch_pattern.empty() && !options.wants("exes");
+    return row.made_of == subject::listing &&
+           (options.wants(row.name) || (row.name == "apps" && adds_applications));
+}
+
+bool make_listings(const job& work)
+{
+    bool asked = !work.options.patch_pattern.empty();
+    for (const report_row& row : all_reports()) {
+        if (is_wanted(row, work.options)) {
+            row.make(work);
+            asked = true;
+        }
+    }
+    if (!asked && work.search->is_asked_for()) {
+        // A search that no listing was asked for lists the applications that hold what was found.
+        asked = true;
+        if (!list_tags(work, application_tags(*work.database))) {
+            say_no_matches(work);
+        }
+    }
+    return asked;
+}
+
+} // namespace
+
+bool make_database_report(job& work)
+{
+    work.form.begin({work.database, work.path});
+    request::search_request wanted;
+    const bool found = work.options.match_mode || settle_search(wanted, work);
+    model::search search(*work.database, work.options.match_mode ? work.options.search : wanted);
+    work.search = &search;
+    if (work.options.match_mode) {
+        // The document stays open.
+        if (!report_of("match").make(work)) {
+            say_no_matches(work);
+        }
+        return true;
+    }
+    if (!found) {
+        // The document stays open.
+        say_no_matches(work);
+        return true;
+    }
+    const bool asked = make_listings(work);
+    work.form.end();
+    if (!asked) {
+        work.notices.say(
+            "Check the options you passed in [either erroneous or a mismatch]...\n");
+    }
+    return asked;
+}
+
+} // namespace report

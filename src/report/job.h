@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "form/writer.h"
+#include "io/byte_source.h"
+#include "io/notice.h"
+#include "model/installed_databases.h"
+#include "model/pe_properties.h"
+#include "model/search.h"
+#include "request/sdb_opts.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
+
+namespace report {
+
+// What one report is made from, and where it goes.
+struct job {
+    const request::sdb_opts& options;
+    form::writer& form;
+    uni::text_buffer& console; // standard output, wherever the report goes
+    io::notices& notices;
+
+    // The file that is told about.
+    std::string path = {};
+    io::file_times times = {};
+
+    // What the kind of report calls for; the others are null.
+    const sdb::sdb_database* database = nullptr;
+    model::search* search = nullptr;                    // in this database
+    const model::installed_database* installed = nullptr; // what the registry says of it, if it does
+    const model::pe_list* program = nullptr;
+    const model::run_targets* targets = nullptr;
+};
+
+} // namespace report

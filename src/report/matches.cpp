@@ -1,0 +1,35 @@
+#include "model/match.h"
+#include "report/record_listing.h"
+#include "report/reports.h"
+
+namespace report {
+
+// The records that would catch the program at options.pe_path, and on standard output a line for
+// each list that catches it.
+bool list_matches(const job& work)
+{
+    const request::sdb_opts& options = work.options;
+    model::pe_list program;
+    if (!model::read_pe_stats(program, options.pe_path)) {
+        work.notices.say("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+        return false;
+    }
+    model::match_results results;
+    const auto text_of = [&](sdb::tag_ordinal ordinal) { return work.form.tag_text(ordinal); };
+    if (!model::match_program(results, *work.database, program, options.pe_path, text_of)) {
+        work.notices.say("Not all nested records could be matched: %s\n", work.path.c_str());
+    }
+    record_listing listing(*work.database, *work.search, work.form);
+    for (const auto& [record, lists] : results) {
+        for (const std::uint32_t list : lists) {
+            work.console.literal("match tagid ");
+            work.console.hex(list, 8);
+            work.console.line_end();
+        }
+        listing.print_record(record);
+        work.console.line_end();
+    }
+    return !results.empty();
+}
+
+} // namespace report

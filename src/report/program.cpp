@@ -1,0 +1,148 @@
+#include <cstdint>
+#include <iterator>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "report/reports.h"
+#include "sdb/tags.h"
+#include "uni/paths.h"
+#include "uni/text.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+std::string on_one_line(std::string text)
+{
+    uni::keep_on_one_line(text);
+    return text;
+}
+
+// A stored time stamp: seconds since 1970, signed.
+form::moment moment_of(const model::pe_property& property)
+{
+    const std::int64_t seconds = static_cast<std::int32_t>(property.number);
+    return {static_cast<std::uint64_t>(seconds), uni::time_kind::unix_seconds};
+}
+
+form::value value_of(const model::pe_property& property)
+{
+    if (!property.text.empty()) {
+        return on_one_line(property.text);
+    }
+    return form::hex_number{property.number};
+}
+
+// The properties in order of their names; of several of a name the first counts.
+void add_lines(form::entry& entry, const job& work)
+{
+    std::map<std::string, const model::pe_property*> by_name;
+    for (const model::pe_property& property : *work.program) {
+        by_name.try_emplace(on_one_line(property.name), &property);
+    }
+    entry.lines.push_back(
+        {.label = "Source file", .shown = on_one_line(work.path), .sets_width = false});
+    for (const auto& [name, property] : by_name) {
+        form::labelled_line line{.label = name, .shown = value_of(*property)};
+        if (property->tag == tag::link_date && property->text.empty()) {
+            line.remark = moment_of(*property);
+        }
+        entry.label_width = std::max(entry.label_width, name.size());
+        entry.lines.push_back(std::move(line));
+    }
+    entry.narrowest_value = 8;
+    entry.pads_values = true;
+}
+
+// What a column of the delimited form shows of the property under its tag.
+enum class cell { file_name, date, time, number, text, folder };
+
+struct program_column {
+    std::string_view head;
+    std::size_t width;
+    cell shows;
+    std::uint16_t tag = 0;
+};
+
+constexpr program_column columns[] = {
+    {"source file", 42, cell::file_name},
+    {"compile date", 12, cell::date, tag::pe_checksum},
+    {"time-UTC", 12, cell::time, tag::pe_checksum},
+    {"compile rawdate", 18, cell::number, tag::pe_checksum},
+    {"company name", 15, cell::text, tag::company_name},
+    {"description", 8, cell::text, tag::file_description},
+    {"file os", 18, cell::text, tag::verfileos},
+    {"file size", 18, cell::text, tag::size},
+    {"file type", 6, cell::text, tag::verfiletype},
+    {"file version", 15, cell::text, tag::bin_file_version},
+    {"internal name", 8, cell::text, tag::internal_name},
+    {"copyright", 40, cell::text, tag::legal_copyright},
+    {"linker ver", 18, cell::text, tag::linker_version},
+    {"os major ver", 18, cell::text, tag::prevosmajorver},
+    {"os minor ver", 18, cell::text, tag::prevosminorver},
+    {"orig filename", 12, cell::text, tag::original_filename},
+    {"PE checksum", 18, cell::text, tag::pe_checksum},
+    {"product name", 20, cell::text, tag::product_name},
+    {"product ver", 15, cell::text, tag::product_version},
+    {"path of file", 0, cell::folder},
+};
+
+form::value cell_value(const program_column& column, const model::pe_list& list)
+{
+    const model::pe_property* const property = model::find_property(list, column.tag);
+    if (property == nullptr) {
+        return std::string(" ");
+    }
+    switch (column.shows) {
+    case cell::date:
+    case cell::time:
+        return moment_of(*property);
+    case cell::number:
+        return form::count{property->number};
+    default:
+        return property->text;
+    }
+}
+
+void add_columns(form::entry& entry, const job& work)
+{
+    std::string folder;
+    std::string name;
+    if (!uni::split_path(work.path, folder, name)) {
+        name = work.path;
+    }
+    for (const program_column& column : columns) {
+        form::column made{.head = column.head, .width = column.width};
+        if (column.shows == cell::file_name) {
+            made.shown = name;
+        } else if (column.shows == cell::folder) {
+            made.shown = folder;
+        } else {
+            made.shown = cell_value(column, *work.program);
+        }
+        if (column.shows == cell::date || column.shows == cell::time) {
+            made.part = column.shows == cell::date ? form::column_part::date
+                                                   : form::column_part::time;
+            made.leads_head = made.leads_value = column.shows == cell::time;
+        }
+        entry.columns.push_back(std::move(made));
+    }
+}
+
+} // namespace
+
+// What a program says of itself.
+bool tell_program(const job& work)
+{
+    form::entry entry;
+    add_lines(entry, work);
+    add_columns(entry, work);
+    work.form.subject(entry);
+    return true;
+}
+
+} // namespace report

@@ -1,0 +1,222 @@
+#include "report/record_listing.h"
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "sdb/tags.h"
+#include "uni/ordered_work.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+using ordinals_span = std::span<const sdb::tag_ordinal>;
+
+// Long listings are made by several threads, that many records at a time.
+constexpr std::size_t stretch_records = 128;
+constexpr std::size_t fewest_stretches = 4;
+
+ordinals_span stretch_of(ordinals_span ordinals, std::size_t number)
+{
+    const auto rest = ordinals.subspan(number * stretch_records);
+    return rest.first(std::min(stretch_records, rest.size()));
+}
+
+// A stretch of a long listing, made ahead of its turn.
+struct stretch {
+    uni::text_buffer text;
+    std::uint64_t items = 0; // that it takes of the listing's budget
+    bool has_overflowed = false;
+    form::stream_state began_in;
+    form::stream_state ended_in;
+    bool printed = false;
+};
+
+// Keeps a text up to some length; a longer one is of no use and is dropped.
+class bounded_text : public uni::text_buffer {
+public:
+    // Gives what was written since, and begins anew.
+    void hand_over(stretch& made)
+    {
+        swap(made.text);
+        clear();
+        made.has_overflowed = std::exchange(overflowed_, false);
+    }
+
+private:
+    void make_room(std::size_t count) final
+    {
+        constexpr std::size_t longest = 0x400000;
+        if (view().size() + count > longest) {
+            overflowed_ = true;
+            clear();
+        }
+        if (capacity() - view().size() < count) {
+            grow(count);
+        }
+    }
+
+    bool overflowed_ = false;
+};
+
+// Makes stretches on a thread of its own, with a writer of its own.
+class stretch_maker {
+public:
+    stretch_maker(const sdb::sdb_database& database, model::search& search,
+                  const form::writer& form, ordinals_span ordinals,
+                  const std::atomic<std::uint64_t>& listed_items)
+        : form_(form.fork(text_)), listing_(database, search, *form_), ordinals_(ordinals),
+          listed_items_(listed_items)
+    {}
+
+    void make(std::size_t number, stretch& made)
+    {
+        // At least that many were counted before, which bounds how far it can go astray.
+        const std::uint64_t before = listed_items_;
+        listing_.budget().items = before;
+        made.began_in = form_->state();
+        made.printed = listing_.print_records(stretch_of(ordinals_, number));
+        made.ended_in = form_->state();
+        made.items = listing_.budget().items - before;
+        text_.hand_over(made);
+    }
+
+private:
+    bounded_text text_;
+    std::unique_ptr<form::writer> form_;
+    record_listing listing_;
+    ordinals_span ordinals_;
+    const std::atomic<std::uint64_t>& listed_items_;
+};
+
+// The tags of the lists that stand directly in a list.
+std::set<std::uint16_t> list_tags_in(const sdb::sdb_database& database, std::uint32_t list_offset)
+{
+    std::set<std::uint16_t> tags;
+    if (const auto list = database.ordinal_of(list_offset)) {
+        database.children().for_each_list_in(
+            *list, [&](const sdb::tag_table::list_row& child) { tags.insert(child.tag); });
+    }
+    return tags;
+}
+
+} // namespace
+
+bool record_listing::print_record(std::uint32_t tag_offset)
+{
+    if (!collector_.collect(search_, budget_, tag_offset) ||
+        !has_substance(collector_.groups()[0], collector_.groups().size() == 1)) {
+        return false;
+    }
+    form_.record(collector_.groups());
+    return true;
+}
+
+bool record_listing::print_records(ordinals_span ordinals)
+{
+    const bool are_lists =
+        !ordinals.empty() && sdb::tag_type(database_.tag_at(ordinals.front())) == sdb::type::list;
+    bool printed = false;
+    for (const sdb::tag_ordinal ordinal : ordinals) {
+        if (search_.finds_nothing()) {
+            break;
+        }
+        if (!are_lists || search_.may_list_pass(ordinal)) {
+            printed |= print_record(database_.offset_at(ordinal));
+        }
+    }
+    return printed;
+}
+
+// Has the records printed by several threads, a stretch at a time, and takes the stretches in their
+// order. How a record looks depends on those before it in two ways: the budget of the listing, and
+// the state of the form. Where a stretch was made on a wrong guess about these it is made again, in
+// its place.
+bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads)
+{
+    database_.make_shared_indexes();
+    bool printed = print_records(stretch_of(ordinals, 0));
+    const std::size_t count = (ordinals.size() + stretch_records - 1) / stretch_records;
+    std::atomic<std::uint64_t> listed_items = budget_.items;
+    uni::ordered_work<stretch> work(1, count);
+    const bool started = work.start(threads, [&] {
+        auto maker = std::make_unique<stretch_maker>(database_, search_, form_, ordinals,
+                                                     listed_items);
+        return [maker = std::move(maker)](std::size_t number, stretch& made) {
+            maker->make(number, made);
+        };
+    });
+    for (std::size_t number = 1; number < count; ++number) {
+        const stretch* const made = started ? &work.next() : nullptr;
+        if (!made || budget_.items + made->items > budget_.limit) {
+            work.stop();
+            return print_records(ordinals.subspan(number * stretch_records)) || printed;
+        }
+        if (made->has_overflowed || made->began_in != form_.state()) {
+            printed |= print_records(stretch_of(ordinals, number));
+        } else {
+            form_.take(made->text.view(), made->ended_in);
+            budget_.items += made->items;
+            printed |= made->printed;
+        }
+        listed_items = budget_.items;
+    }
+    return printed;
+}
+
+bool record_listing::list_tag(std::uint16_t tag)
+{
+    const ordinals_span ordinals = database_.ordinals_by_tag(tag);
+    const std::size_t threads = uni::ordered_work<int>::useful_threads();
+    const bool is_long = ordinals.size() >= fewest_stretches * stretch_records;
+    return is_long && threads > 1 && !search_.is_asked_for() ? print_stretches(ordinals, threads)
+                                                             : print_records(ordinals);
+}
+
+bool list_tags(const job& work, const std::set<std::uint16_t>& tags)
+{
+    record_listing listing(*work.database, *work.search, work.form);
+    bool found = false;
+    for (const std::uint16_t tag : tags) {
+        if (listing.list_tag(tag)) {
+            work.form.end_section();
+            found = true;
+        }
+    }
+    return found;
+}
+
+bool list_one_tag(const job& work, std::uint16_t tag)
+{
+    record_listing listing(*work.database, *work.search, work.form);
+    const bool found = listing.list_tag(tag);
+    work.form.end_section();
+    return found;
+}
+
+std::set<std::uint16_t> application_tags(const sdb::sdb_database& database)
+{
+    std::set<std::uint16_t> tags = list_tags_in(database, database.database_offset());
+    tags.erase(tag::library);
+    tags.erase(tag::layer);
+    return tags;
+}
+
+std::set<std::uint16_t> fix_tags(const sdb::sdb_database& database)
+{
+    const std::set<std::uint16_t> in_database = list_tags_in(database, database.database_offset());
+    std::set<std::uint16_t> tags;
+    if (in_database.contains(tag::library)) {
+        tags = list_tags_in(database, database.library_offset());
+        tags.erase(tag::inexclude);
+    }
+    if (in_database.contains(tag::layer)) {
+        tags.insert(tag::layer);
+    }
+    return tags;
+}
+
+} // namespace report

@@ -1,0 +1,25 @@
+#include "report/reports.h"
+#include "sdb/tags.h"
+
+namespace report {
+
+// The strings of a database, one a row.
+bool list_string_table(const job& work)
+{
+    const sdb::sdb_database& database = *work.database;
+    bool found = false;
+    for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(sdb::tag::stringtable_item)) {
+        const sdb::sdb_tag_item item = database.item_at(ordinal);
+        if (std::uint64_t{item.offset} + item.size < database.image().size()) {
+            const form::value text = form::stored_value{item.offset};
+            found = true;
+            if (!work.form.row({&text, 1})) {
+                return found;
+            }
+        }
+    }
+    work.form.end_section();
+    return found;
+}
+
+} // namespace report

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "uni/time.h"
+
+// What a run was asked for. Filled while the command line is parsed, and const from there on: what
+// a run finds out lives with whoever found it.
+namespace request {
+
+// One item of a -filter text, or one signature of -filter_sig. All text is lower-case.
+struct filter_entry {
+    std::u16string text;                 // the item as it came
+    std::u16string pattern;              // the item without stars and without a stream part
+    std::vector<std::uint8_t> signature; // bytes of -filter_sig
+    std::uint64_t signature_offset = 0;  // where in the file they stand
+    bool is_path = false;                // `pattern` starts with a backslash
+    bool match_all = false;              // the item was "*"
+    bool star_front = false;             // `pattern` had a star at its start
+    bool star_back = false;              // `pattern` had a star at its end
+};
+
+// One end of the window of -cmd_start_time and -cmd_stop_time.
+struct window_end {
+    bool set = false;
+    std::uint64_t filetime = 0;  // FILETIME ticks
+    std::uint32_t unix_time = 0; // seconds since 1970
+};
+
+// What all tools of the family share: form of the output, date and time style, separators, filters,
+// log.
+struct cmd_params {
+    std::string raw_cmdline;  // the arguments as they came, quoted where they hold a blank
+    std::string program_name; // the program's file name up to its first dot
+    std::string out_path;     // results file; empty for standard output
+    std::string username;
+    std::string hostname;
+
+    // The form of the output by its name in the table of forms.
+    std::string_view form = "xml";
+
+    std::string dateformat = "yyyy-mm-dd";
+    std::string timeformat = "hh:mm:ss.xxx";
+    uni::date_style date_style; // compiled from the two at the end of parsing
+    bool pair_datetime = false; // date and time share a column
+
+    // In a delimited field each field_char_from becomes field_char_to; 0 switches that off.
+    char field_char_from = '|';
+    char field_char_to = ';';
+    std::string csv_separator = " | ";
+    bool no_whitespace = false;
+    bool pad_separator = true;
+    bool base16 = true; // numbers in hexadecimal
+    bool quoted_csv_fields = false;
+
+    bool show_progress = true;
+    bool profile = false;
+    std::string signal_name;
+    std::string log_path; // of -diags
+
+    std::vector<filter_entry> filter_list;
+    bool pipe = false;
+    bool enumdir = false;
+    std::string enumdir_path;
+    std::uint32_t num_subdirs = 0;
+    window_end time_window_start;
+    window_end time_window_stop;
+
+    // Whether the targets come from a list.
+    bool is_list_form() const noexcept { return pipe || enumdir; }
+};
+
+} // namespace request

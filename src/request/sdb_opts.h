@@ -1,0 +1,53 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "request/cmd_params.h"
+
+namespace request {
+
+// What is looked for in each database. Of several the first counts that is not empty.
+struct search_request {
+    std::vector<std::string> strings; // lower-case
+    std::string guid;                 // lower-case GUID text
+    std::vector<std::uint32_t> tagids;
+
+    bool is_empty() const noexcept { return strings.empty() && guid.empty() && tagids.empty(); }
+};
+
+// What one run was asked for.
+struct sdb_opts : cmd_params {
+    // What to do. Listings by their names in the table of reports.
+    std::vector<std::string_view> listings;
+    std::uint16_t tag_filter = 0; // of the listing "tag"
+    bool stats = false;
+    bool list_sdb = false;
+    bool match_mode = false;
+    bool pe_stats = false;
+
+    // What to look for.
+    search_request search;
+    std::vector<std::uint8_t> patch_pattern;
+
+    // Where to look.
+    std::string sdb_path;
+    std::string pe_path;
+    bool partition_given = false;
+    bool vss_given = false;
+    bool volume_given = false;
+    std::string volume_text; // root of the volume, such as "c:" or a snapshot's device path
+    bool searches_default_places = false; // the folders in which a volume keeps its databases
+    bool hive_given = false;
+    std::string software_hive_path;
+
+    bool wants(std::string_view listing) const
+    {
+        return std::ranges::find(listings, listing) != listings.end();
+    }
+};
+
+} // namespace request
