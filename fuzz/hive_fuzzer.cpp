@@ -41,7 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if ((data[0] & 1) != 0) { // else the bins are to be looked for
         put_text(bytes, 4096, "hbin");
     }
-    const hive::hive_image image{hive::hive_bytes(std::move(bytes))};
+    hive::hive_bytes hive;
+    hive.open(std::make_unique<io::memory_source>(std::move(bytes)));
+    const hive::hive_image image(std::move(hive));
     ask(image, hive::query_installed_databases());
     ask(image, report::installed_query());
     ask(image, {.key = "Software\\?*\\?*", .level = 2, .keeps_empty_rows = true});

@@ -33,9 +33,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size > longest_input) {
         return -1;
     }
-    pe::PE_FILE_UTIL file(io::byte_vector(data, data + size));
+    const auto source = [&] {
+        return std::make_unique<io::memory_source>(io::byte_vector(data, data + size));
+    };
+    pe::PE_FILE_UTIL file(source());
     report::pe_list list;
-    if (report::read_pe_stats(list, file)) {
+    if (report::read_pe_stats(list, source(), "a.exe")) {
         name_everything(file);
         io::null_out_stream nowhere;
         front::sdb_opts options;

@@ -83,13 +83,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     disk.bytes = sound;
     disk.size = volume_size;
     change(disk.bytes, uni::byte_view(std::span(data, size)));
-    const platform::device_opener opener = opener_of(disk);
-    io::byte_vector hive;
-    ntfs::load_locked_file("c:", ntfs::volume_source::letter, hive_path, hive, {}, opener);
-    if (const auto volume = ntfs::open_ntfs_volume("c", ntfs::volume_source::letter, opener)) {
+    const auto open = [&] {
+        return ntfs::open_ntfs_volume("c", ntfs::volume_source::letter, opener_of(disk));
+    };
+    if (const auto file = ntfs::open_locked_file(open(), hive_path)) {
+        io::byte_vector hive;
+        io::read_source(hive, *file, file->size());
+    }
+    if (const auto volume = open()) {
         read_everything(*volume);
     }
-    ntfs::RAW_DISK_IO whole("0", ntfs::disk_mode::physical_drive, opener);
+    ntfs::RAW_DISK_IO whole("c:", ntfs::disk_mode::volume, opener_of(disk));
     ntfs::read_partitions(whole);
     ntfs::identify_volume(uni::byte_view(disk.bytes));
     return 0;

@@ -19,7 +19,9 @@ using test_support::text_value;
 
 hive_image opened(const bytes& image)
 {
-    return hive_image(hive::hive_bytes(io::byte_vector(image.begin(), image.end())));
+    hive::hive_bytes hive;
+    hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
+    return hive_image(std::move(hive));
 }
 
 std::vector<hive::hive_value_record> rows_of(const bytes& image,

@@ -199,10 +199,10 @@ TEST_F(Gathering, IsSilentWithoutAHive)
 report::installed_table table_of(const bytes& image)
 {
     report::installed_table table;
-    hive::hive_query(
-        report::installed_query(),
-        hive::hive_image(hive::hive_bytes(io::byte_vector(image.begin(), image.end()))),
-        [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
+    hive::hive_bytes hive;
+    hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
+    hive::hive_query(report::installed_query(), hive::hive_image(std::move(hive)),
+                     [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
     return table;
 }
 

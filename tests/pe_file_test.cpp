@@ -15,7 +15,9 @@ using test_support::pe_plan;
 using test_support::resource_node;
 
 struct opened {
-    explicit opened(const bytes& image) : file(io::byte_vector(image.begin(), image.end())) {}
+    explicit opened(const bytes& image)
+        : file(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())))
+    {}
     explicit opened(const pe_plan& plan) : opened(plan.build()) {}
 
     // "offset+size name" of each segment.

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "io/fileio.h"
-
 namespace hive {
 
 namespace {
@@ -14,32 +12,14 @@ constexpr std::uint64_t largest_hive = 0xffffffff;
 
 } // namespace
 
-hive_bytes::hive_bytes(io::byte_vector bytes) : given_(std::move(bytes)), bytes_(given_) {}
-
-bool hive_bytes::open(const std::string& path)
+bool hive_bytes::open(std::unique_ptr<io::byte_source> source)
 {
     *this = {};
-    const auto file = std::make_shared<io::fileio>();
-    if (!file->open_read(path) || file->size() <= 0) {
-        return false;
-    }
-    return open(static_cast<std::uint64_t>(file->size()),
-                [file](std::span<std::uint8_t> out, std::uint64_t offset) -> std::uint64_t {
-                    io::byte_vector read;
-                    file->read_at(read, out.size(), static_cast<std::int64_t>(offset));
-                    std::copy(read.begin(), read.end(), out.begin());
-                    return read.size();
-                });
-}
-
-bool hive_bytes::open(std::uint64_t size, piece_reader read)
-{
-    *this = {};
-    const auto room = static_cast<std::size_t>(std::min(size, largest_hive));
+    const auto room = source ? static_cast<std::size_t>(std::min(source->size(), largest_hive)) : 0;
     if (room == 0) {
         return false;
     }
-    read_ = std::move(read);
+    source_ = std::move(source);
     room_ = std::make_unique_for_overwrite<std::uint8_t[]>(room);
     bytes_ = {room_.get(), room};
     pieces_.assign((room + piece_size - 1) / piece_size, unread);
@@ -52,10 +32,11 @@ std::uint64_t hive_bytes::readable_in(std::uint64_t piece) const
     std::uint64_t& readable = pieces_[static_cast<std::size_t>(piece)];
     if (readable == unread) {
         const std::uint64_t begin = piece * piece_size;
-        readable = read_(bytes_.subspan(static_cast<std::size_t>(begin),
-                                        std::min(static_cast<std::size_t>(piece_size),
-                                                 bytes_.size() - static_cast<std::size_t>(begin))),
-                         begin);
+        readable =
+            source_->read(bytes_.subspan(static_cast<std::size_t>(begin),
+                                         std::min(static_cast<std::size_t>(piece_size),
+                                                  bytes_.size() - static_cast<std::size_t>(begin))),
+                          begin);
     }
     return readable;
 }
@@ -64,7 +45,7 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
 {
     const uni::byte_view all(bytes_);
     const uni::byte_view wanted = all.slice(offset, count);
-    if (!read_ || wanted.empty()) {
+    if (wanted.empty()) {
         return wanted;
     }
     const std::uint64_t end = offset + wanted.size();
@@ -80,12 +61,9 @@ uni::byte_view hive_bytes::at(std::uint64_t offset, std::uint64_t count) const
 uni::byte_view hive_bytes::pass(std::uint64_t offset, std::uint64_t count,
                                 io::byte_vector& room) const
 {
-    if (!read_) {
-        return at(offset, count);
-    }
     room.resize(offset < size() ? static_cast<std::size_t>(std::min(count, size() - offset)) : 0);
     if (!room.empty()) {
-        room.resize(static_cast<std::size_t>(read_(room, offset)));
+        room.resize(source_->read(room, offset));
     }
     return uni::byte_view(room);
 }

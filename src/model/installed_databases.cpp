@@ -5,7 +5,6 @@
 #include <memory>
 #include <new>
 #include <set>
-#include <span>
 #include <string_view>
 #include <utility>
 
@@ -142,13 +141,9 @@ hive::hive_bytes locked_hive(const request::sdb_opts& options, const ntfs::trace
                              const platform::device_opener& open_device)
 {
     hive::hive_bytes bytes;
-    const auto file = std::make_shared<ntfs::locked_file>();
-    if (file->open(options.volume_text, source_of(options), "\\windows\\system32\\config\\software",
-                   trace, open_device)) {
-        bytes.open(file->size(), [file](std::span<std::uint8_t> out, std::uint64_t offset) {
-            return file->read(out, offset);
-        });
-    }
+    bytes.open(ntfs::open_locked_file(
+        ntfs::open_ntfs_volume(options.volume_text, source_of(options), open_device),
+        "\\windows\\system32\\config\\software", trace));
     return bytes;
 }
 
@@ -187,7 +182,7 @@ hive::hive_bytes load_software_hive(const request::sdb_opts& options, const ntfs
 {
     try {
         hive::hive_bytes bytes;
-        if (bytes.open(options.software_hive_path)) {
+        if (bytes.open(io::open_source(options.software_hive_path))) {
             return bytes;
         }
         return locked_hive(options, trace, open_device);

@@ -48,13 +48,13 @@ void add_text(pe_list& list, const char* name, std::string text, std::uint64_t n
     file_under(list, {tag}, std::move(property));
 }
 
-void add_header_properties(pe_list& list, const pe::PE_FILE_UTIL& file)
+void add_header_properties(pe_list& list, const pe::PE_FILE_UTIL& file, const std::string& path)
 {
     constexpr std::uint64_t win32 = 3;
     add_text(list, "ModuleType", "Win32", win32, tag::module_type);
     std::string directory;
     std::string name;
-    if (uni::split_path(file.path(), directory, name)) {
+    if (uni::split_path(path, directory, name)) {
         add_text(list, "Filename", uni::lowered(name), 0, tag::name);
     }
     const uni::byte_view header = file.optional_header32();
@@ -195,17 +195,17 @@ const pe_property* find_property(const pe_list& list, std::uint16_t tag)
 
 bool read_pe_stats(pe_list& list, const std::string& path)
 {
-    pe::PE_FILE_UTIL file(path);
-    return read_pe_stats(list, file);
+    return read_pe_stats(list, io::open_source(path), path);
 }
 
-bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file)
+bool read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source, const std::string& path)
 {
+    pe::PE_FILE_UTIL file(std::move(source));
     list.clear();
     if (!file.valid()) {
         return false;
     }
-    add_header_properties(list, file);
+    add_header_properties(list, file, path);
     const io::byte_vector bytes = read_version_resource(file);
     pe::version_map map;
     if (pe::decode_version_resource(map, uni::byte_view(bytes))) {

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace pe {
-class PE_FILE_UTIL;
-}
+#include "io/byte_source.h"
 
 namespace model {
 
@@ -28,9 +27,10 @@ using pe_list = std::vector<pe_property>;
 // The first property under a tag; null if there is none.
 const pe_property* find_property(const pe_list& list, std::uint16_t tag);
 
-// Gathers the properties of the file at `path`, of which only its headers, its tree of resources
-// and its version resource are read. False, and an empty list, for what is no PE file.
+// Gathers the properties of a file, of which only its headers, its tree of resources and its version
+// resource are read; `path` gives its name. False, and an empty list, for what is no PE file.
+bool read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source, const std::string& path);
+// The same for the file at `path`.
 bool read_pe_stats(pe_list& list, const std::string& path);
-bool read_pe_stats(pe_list& list, pe::PE_FILE_UTIL& file);
 
 } // namespace model

@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "io/large_vector.h"
 #include "ntfs/compression.h"
 #include "ntfs/volume.h"
-#include "io/large_vector.h"
 
 namespace ntfs {
 

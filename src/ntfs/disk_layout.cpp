@@ -125,7 +125,7 @@ private:
     std::vector<std::uint8_t> read(std::uint64_t sector, std::uint64_t count)
     {
         std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count * sector_));
-        bytes.resize(static_cast<std::size_t>(disk_.read_start(bytes, sector * sector_)));
+        bytes.resize(static_cast<std::size_t>(disk_.read(bytes, sector * sector_)));
         return bytes;
     }
     void add(std::uint32_t kind, std::uint64_t start, std::uint64_t count)
@@ -319,7 +319,7 @@ std::vector<disk_partition> read_partitions(RAW_DISK_IO& disk)
 {
     constexpr std::size_t largest_sector = 16384;
     std::vector<std::uint8_t> first(largest_sector);
-    first.resize(static_cast<std::size_t>(disk.read_start(first, 0)));
+    first.resize(static_cast<std::size_t>(disk.read(first, 0)));
     const std::uint64_t sector = sector_size_of(byte_view(first));
     if (sector == 0 || is_volume(byte_view(first))) {
         return {};

@@ -2,91 +2,97 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <utility>
+#include <vector>
 
+#include "ntfs/attributes.h"
 #include "ntfs/directory.h"
 
 namespace ntfs {
 
-bool locked_file::open(std::string_view volume_text, volume_source source, std::string_view path,
-                       const trace_text& trace, const platform::device_opener& open_device)
-{
-    *this = {};
-    volume_ = open_ntfs_volume(volume_text, source, open_device);
-    if (!volume_) {
-        return false;
+namespace {
+
+struct content {
+    io::byte_vector bytes; // of what the record itself holds, or else:
+    record_row row;
+    expanded_unit last; // of that, if it is compressed
+    std::uint64_t size = 0;
+};
+
+class content_in_clusters : public io::byte_source {
+public:
+    content_in_clusters(std::unique_ptr<ntfs_volume> volume, content what)
+        : volume_(std::move(volume)), content_(std::move(what))
+    {}
+
+    std::uint64_t size() const noexcept override { return content_.size; }
+
+    std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) override
+    {
+        const std::uint64_t left = content_.size - std::min(content_.size, offset);
+        out = out.first(static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), left)));
+        return static_cast<std::size_t>(
+            read_value(*volume_, content_.row, offset, out, content_.last));
     }
-    mft_entries_ctx way(*volume_);
+
+private:
+    std::unique_ptr<ntfs_volume> volume_;
+    content content_;
+};
+
+bool take_content(mft_entries_ctx& context, const record_row& row, content& found)
+{
+    content here;
+    if (row.is_resident) {
+        if (!read_attribute_data(context, row, here.bytes)) {
+            return false;
+        }
+    } else {
+        here.size = readable_size(context.volume, row);
+        std::uint8_t first = 0;
+        if (here.size == 0 || read_value(context.volume, row, 0, {&first, 1}, here.last) == 0) {
+            trace_line(context, "err: no data");
+            return false;
+        }
+        trace_line(context, "info: data size 0x%" PRIx64, here.size);
+        here.row = row;
+    }
+    found = std::move(here);
+    return true;
+}
+
+} // namespace
+
+std::unique_ptr<io::byte_source> open_locked_file(std::unique_ptr<ntfs_volume> volume,
+                                                  std::string_view path, const trace_text& trace)
+{
+    if (!volume) {
+        return nullptr;
+    }
+    mft_entries_ctx way(*volume);
     way.trace = trace;
     std::uint64_t inode = 0;
     std::uint64_t parent = 0;
     if (!resolve_file(way, path, inode, parent)) {
-        return false;
+        return nullptr;
     }
-    mft_entries_ctx context(*volume_);
+    mft_entries_ctx context(*volume);
     context.trace = trace;
     std::vector<record_row> rows;
     list_record_attributes(context, inode, rows);
-    bool found = false;
+    content found;
+    bool any = false;
     for (const record_row& row : rows) {
         // A later one replaces an earlier one.
-        found = (is_main_content(row) && take(context, row)) || found;
+        any = (is_main_content(row) && take_content(context, row, found)) || any;
     }
-    return found;
-}
-
-bool locked_file::take(mft_entries_ctx& context, const record_row& row)
-{
-    io::byte_vector content;
-    if (row.is_resident) {
-        if (!read_attribute_data(context, row, content)) {
-            return false;
-        }
-        content_ = std::move(content);
-        row_ = {};
-        size_ = content_.size();
-        return true;
+    if (!any) {
+        return nullptr;
     }
-    const std::uint64_t size = readable_size(context.volume, row);
-    expanded_unit last;
-    std::uint8_t first = 0;
-    if (size == 0 || read_value(context.volume, row, 0, {&first, 1}, last) == 0) {
-        trace_line(context, "err: no data");
-        return false;
+    if (!found.bytes.empty()) {
+        return std::make_unique<io::memory_source>(std::move(found.bytes));
     }
-    trace_line(context, "info: data size 0x%" PRIx64, size);
-    content_ = {};
-    row_ = row;
-    last_ = std::move(last);
-    size_ = size;
-    return true;
-}
-
-std::uint64_t locked_file::read(std::span<std::uint8_t> out, std::uint64_t offset)
-{
-    if (offset >= size_) {
-        return 0;
-    }
-    out = out.first(static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), size_ - offset)));
-    if (!content_.empty()) {
-        std::copy_n(content_.begin() + static_cast<std::ptrdiff_t>(offset), out.size(),
-                    out.begin());
-        return out.size();
-    }
-    return read_value(*volume_, row_, offset, out, last_);
-}
-
-bool load_locked_file(std::string_view volume_text, volume_source source, std::string_view path,
-                      io::byte_vector& bytes, const trace_text& trace,
-                      const platform::device_opener& open_device)
-{
-    locked_file file;
-    bytes.clear();
-    if (!file.open(volume_text, source, path, trace, open_device)) {
-        return false;
-    }
-    bytes.resize(static_cast<std::size_t>(file.size()));
-    bytes.resize(static_cast<std::size_t>(file.read(bytes, 0)));
-    return !bytes.empty();
+    return std::make_unique<content_in_clusters>(std::move(volume), std::move(found));
 }
 
 } // namespace ntfs

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <new>
-
-#include "platform/files.h"
+#include <utility>
 
 namespace ntfs {
 
@@ -40,56 +39,32 @@ std::int64_t size_of(const platform::drive_geometry& geometry)
 
 RAW_DISK_IO::RAW_DISK_IO(std::string_view name, disk_mode mode,
                          const platform::device_opener& open_device)
-    : device_name_(name), mode_(mode)
+    : device_name_(name)
 {
-    switch (mode) {
-    case disk_mode::image_file:
-        open_file();
-        break;
-    case disk_mode::device:
-        open_letter(open_device);
-        break;
-    case disk_mode::physical_drive:
-        if (!device_name_.starts_with(device_prefix)) {
-            device_name_ = std::string(device_prefix) + "PhysicalDrive" + device_name_;
-        }
+    if (mode == disk_mode::volume && device_name_.size() > longest_letter_name) {
         open_path(open_device);
-        break;
-    case disk_mode::bare_volume:
-        if (device_name_.starts_with(device_prefix)) {
-            device_name_.erase(0, device_prefix.size());
-        }
-        [[fallthrough]];
-    case disk_mode::volume:
-        if (device_name_.size() > longest_letter_name) {
-            open_path(open_device);
-        } else {
-            open_letter(open_device);
-        }
-        break;
-    case disk_mode::stream: // has a constructor of its own
-        break;
+        return;
     }
+    if (mode == disk_mode::volume && !device_name_.empty() && is_letter(device_name_.front())) {
+        device_name_ = std::string(device_prefix) + device_name_.front() + ":";
+    }
+    open_letter(open_device);
 }
 
-RAW_DISK_IO::RAW_DISK_IO(io::fileio& stream)
-    : mode_(disk_mode::stream), is_open_(stream.is_open()), stream_(&stream),
-      total_size_(stream.size())
+RAW_DISK_IO::RAW_DISK_IO(std::unique_ptr<io::byte_source> source)
+    : is_open_(source != nullptr), source_(std::move(source))
 {
     geometry_.bytes_per_sector = default_sector;
-}
-
-RAW_DISK_IO::~RAW_DISK_IO()
-{
-    if (file_descriptor_ >= 0) {
-        platform::close_file(file_descriptor_);
+    if (source_) {
+        constexpr std::uint64_t largest = INT64_MAX;
+        total_size_ = static_cast<std::int64_t>(std::min(source_->size(), largest));
     }
 }
 
 // A device path may do without a geometry.
 void RAW_DISK_IO::open_path(const platform::device_opener& open_device)
 {
-    handle_ = open_device(device_name_, {true, write_access_});
+    handle_ = open_device(device_name_, {.random = true});
     if (!handle_) {
         return;
     }
@@ -103,26 +78,13 @@ void RAW_DISK_IO::open_path(const platform::device_opener& open_device)
 // A letter may not, nor a snapshot.
 void RAW_DISK_IO::open_letter(const platform::device_opener& open_device)
 {
-    if (mode_ != disk_mode::device && !device_name_.empty() && is_letter(device_name_.front())) {
-        device_name_ = std::string(device_prefix) + device_name_.front() + ":";
-    }
-    handle_ = open_device(device_name_, {false, write_access_});
+    handle_ = open_device(device_name_, {});
     if (!handle_ || !query_geometry()) {
         handle_.reset();
         return;
     }
     query_partition();
     is_open_ = true;
-}
-
-void RAW_DISK_IO::open_file()
-{
-    file_descriptor_ = platform::open_file(device_name_, platform::open_mode::read);
-    if (file_descriptor_ >= 0) {
-        total_size_ = platform::file_length(file_descriptor_);
-        geometry_.bytes_per_sector = default_sector;
-        is_open_ = true;
-    }
 }
 
 bool RAW_DISK_IO::query_geometry()
@@ -146,9 +108,6 @@ bool RAW_DISK_IO::query_geometry()
 
 void RAW_DISK_IO::query_partition()
 {
-    if (mode_ == disk_mode::bare_volume) {
-        return;
-    }
     std::optional<platform::partition_facts> found = handle_->partition();
     if (!found) {
         found = handle_->extended_partition();
@@ -161,36 +120,13 @@ void RAW_DISK_IO::query_partition()
     drive_number_ = handle_->drive_number().value_or(0);
 }
 
-bool RAW_DISK_IO::read(std::uint8_t* buffer, std::uint64_t& size, std::uint64_t offset)
-{
-    if (buffer == nullptr || size == 0 || !is_open_ || total_size_ < 0 ||
-        offset >= static_cast<std::uint64_t>(total_size_)) {
-        return false;
-    }
-    if (mode_ == disk_mode::image_file) {
-        size = std::min(size, static_cast<std::uint64_t>(total_size_) - offset);
-    }
-    return read_start({buffer, static_cast<std::size_t>(size)}, offset) == size;
-}
-
-std::uint64_t RAW_DISK_IO::read_start(std::span<std::uint8_t> buffer, std::uint64_t offset)
+std::uint64_t RAW_DISK_IO::read(std::span<std::uint8_t> buffer, std::uint64_t offset)
 {
     if (buffer.empty() || !is_open_ || total_size_ < 0 ||
         offset >= static_cast<std::uint64_t>(total_size_)) {
         return 0;
     }
-    if (mode_ == disk_mode::image_file) {
-        return platform::read_file(file_descriptor_, buffer, static_cast<std::int64_t>(offset));
-    }
-    if (mode_ == disk_mode::stream) {
-        io::byte_vector bytes;
-        if (!stream_->read_at(bytes, buffer.size(), static_cast<std::int64_t>(offset))) {
-            return 0;
-        }
-        std::copy(bytes.begin(), bytes.end(), buffer.begin());
-        return bytes.size();
-    }
-    return read_sectors(buffer, offset);
+    return source_ ? source_->read(buffer, offset) : read_sectors(buffer, offset);
 }
 
 // Devices give whole sectors alone.

@@ -12,7 +12,6 @@ namespace ntfs {
 
 namespace {
 
-constexpr std::uint64_t boot_size = 512;
 constexpr std::string_view oem_id = "NTFS    ";
 constexpr std::size_t oem_place = 3;
 constexpr std::uint64_t largest_cluster = 2 << 20;
@@ -38,9 +37,8 @@ std::uint64_t record_size_of(std::uint8_t stored, std::uint32_t cluster_size)
 
 bool read_boot_sector(ntfs_volume& volume)
 {
-    std::uint64_t size = boot_size;
-    if (!volume.reader->read(volume.boot_sector.data(), size, volume.volume_offset) ||
-        size != boot_size) {
+    if (volume.reader->read(volume.boot_sector, volume.volume_offset) !=
+        volume.boot_sector.size()) {
         return false;
     }
     const uni::byte_view boot(volume.boot_sector);
@@ -70,8 +68,7 @@ bool read_boot_sector(ntfs_volume& volume)
 bool read_first_record(ntfs_volume& volume, std::vector<std::uint8_t>& buffer)
 {
     buffer.resize(volume.record_size);
-    if (volume.reader->read_start(buffer, volume.volume_offset + volume.mft_offset) !=
-        buffer.size()) {
+    if (volume.reader->read(buffer, volume.volume_offset + volume.mft_offset) != buffer.size()) {
         buffer.clear();
     }
     return !buffer.empty();
@@ -192,19 +189,14 @@ bool place_of_cluster(const ntfs_volume& volume, std::uint64_t lcn, std::uint64_
     return lcn <= end / volume.cluster_size;
 }
 
-std::optional<disk_mode> disk_mode_of(volume_source source)
+std::unique_ptr<ntfs_volume> mounted(std::unique_ptr<RAW_DISK_IO> reader)
 {
-    switch (source) {
-    case volume_source::letter:
-        return disk_mode::volume;
-    case volume_source::image_file:
-        return disk_mode::image_file;
-    case volume_source::physical_drive:
-        return disk_mode::physical_drive;
-    case volume_source::device:
-        return disk_mode::device;
+    auto volume = std::make_unique<ntfs_volume>();
+    if (reader->is_open()) {
+        volume->reader = std::move(reader);
     }
-    return std::nullopt;
+    std::uint64_t mft_offset = 0;
+    return mount_ntfs_volume(*volume, mft_offset) ? std::move(volume) : nullptr;
 }
 
 } // namespace
@@ -230,19 +222,18 @@ void trace_line(const mft_entries_ctx& context, const char* format, ...)
 std::unique_ptr<ntfs_volume> open_ntfs_volume(std::string_view text, volume_source source,
                                               const platform::device_opener& open_device)
 {
-    const std::optional<disk_mode> mode = disk_mode_of(source);
-    if (text.empty() || !mode) {
+    if (text.empty()) {
         return nullptr;
     }
-    const std::string name =
-        source == volume_source::letter ? std::string{text.front(), ':'} : std::string(text);
-    auto volume = std::make_unique<ntfs_volume>();
-    volume->reader = std::make_unique<RAW_DISK_IO>(name, *mode, open_device);
-    if (!volume->reader->is_open()) {
-        volume->reader.reset();
-    }
-    std::uint64_t mft_offset = 0;
-    return mount_ntfs_volume(*volume, mft_offset) ? std::move(volume) : nullptr;
+    return mounted(source == volume_source::letter
+                       ? std::make_unique<RAW_DISK_IO>(std::string{text.front(), ':'},
+                                                       disk_mode::volume, open_device)
+                       : std::make_unique<RAW_DISK_IO>(text, disk_mode::device, open_device));
+}
+
+std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source)
+{
+    return mounted(std::make_unique<RAW_DISK_IO>(std::move(source)));
 }
 
 bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)
@@ -298,7 +289,7 @@ std::uint64_t read_clusters(ntfs_volume& volume, std::uint64_t lcn, std::span<st
     if (!place_of_cluster(volume, lcn, start)) {
         return 0;
     }
-    std::uint64_t done = volume.reader->read_start(out, start);
+    std::uint64_t done = volume.reader->read(out, start);
     if (done == out.size() || out.size() <= volume.cluster_size) {
         return done;
     }
@@ -308,7 +299,7 @@ std::uint64_t read_clusters(ntfs_volume& volume, std::uint64_t lcn, std::span<st
             out.subspan(static_cast<std::size_t>(done),
                         std::min<std::size_t>(volume.cluster_size,
                                               out.size() - static_cast<std::size_t>(done)));
-        const std::uint64_t got = volume.reader->read_start(cluster, start + done);
+        const std::uint64_t got = volume.reader->read(cluster, start + done);
         done += got;
         if (got != cluster.size()) {
             break;
@@ -344,7 +335,7 @@ std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& exten
         } else {
             std::uint64_t place = 0;
             const bool is_there = place_of_cluster(volume, part->lcn + skipped, place);
-            got = is_there ? volume.reader->read_start(piece, place + inner) : 0;
+            got = is_there ? volume.reader->read(piece, place + inner) : 0;
         }
         done += got;
         if (got != count) {

@@ -89,17 +89,16 @@ struct mft_entries_ctx {
 void trace_line(const mft_entries_ctx& context, const char* format, ...);
 
 // What the text of open_ntfs_volume is.
-enum class volume_source : std::uint32_t {
-    letter = 32,         // only its first character counts
-    image_file = 33,     // path of a file that holds a volume
-    physical_drive = 34, // number of a drive
-    device = 35,         // a device path, whole
+enum class volume_source {
+    letter, // only its first character counts
+    device, // a device path, whole
 };
 
 // Opens and mounts a volume; null on failure, also for an empty text.
 std::unique_ptr<ntfs_volume>
 open_ntfs_volume(std::string_view text, volume_source source,
                  const platform::device_opener& open_device = platform::open_device);
+std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source);
 
 // Reads what must be known of a volume whose reader is set. True when it is ready, at once if it
 // was before.

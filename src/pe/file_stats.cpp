@@ -91,31 +91,10 @@ bool is_high_entropy(const STATS& stats)
            stats.entropy >= 0.987 && spread <= 40.0;
 }
 
-FILE_STATS::FILE_STATS(const std::string& path) : path_(path)
-{
-    file_.open_read(path);
-}
-
-FILE_STATS::FILE_STATS(io::byte_vector image)
-{
-    file_.open_memory(std::move(image));
-}
-
-platform::file_facts FILE_STATS::facts() const
-{
-    platform::file_facts facts;
-    platform::read_file_facts(path_, facts);
-    return facts;
-}
-
 bool FILE_STATS::read_at(std::span<std::uint8_t> buffer, std::uint64_t offset)
 {
-    io::byte_vector bytes;
-    if (buffer.empty() || !read_into(bytes, buffer.size(), offset)) {
-        return false;
-    }
-    std::ranges::copy(bytes, buffer.begin());
-    return true;
+    return !buffer.empty() && file_valid() && contains(offset, buffer.size()) &&
+           source_->read(buffer, offset) == buffer.size();
 }
 
 bool FILE_STATS::read_into(io::byte_vector& bytes, std::uint64_t length, std::uint64_t offset)
@@ -124,10 +103,8 @@ bool FILE_STATS::read_into(io::byte_vector& bytes, std::uint64_t length, std::ui
     if (!file_valid() || !contains(offset, length)) {
         return false;
     }
-    if (length == 0) {
-        return true;
-    }
-    if (file_.read_at(bytes, length, static_cast<std::int64_t>(offset)) && bytes.size() == length) {
+    bytes.resize(static_cast<std::size_t>(length));
+    if (length == 0 || source_->read(bytes, offset) == length) {
         return true;
     }
     bytes.clear();
@@ -143,7 +120,8 @@ uni::byte_view FILE_STATS::peek(std::uint64_t offset, std::uint64_t length)
         !uni::byte_view(block_).contains(offset - block_offset_, length)) {
         const std::uint64_t whole_block = offset / block_size * block_size;
         block_offset_ = offset + length <= whole_block + block_size ? whole_block : offset;
-        file_.read_at(block_, block_size, static_cast<std::int64_t>(block_offset_));
+        block_.resize(static_cast<std::size_t>(std::min(block_size, size() - block_offset_)));
+        block_.resize(source_->read(block_, block_offset_));
     }
     const uni::byte_view found = uni::byte_view(block_).slice(offset - block_offset_, length);
     return found.size() == length ? found : uni::byte_view();
@@ -159,8 +137,9 @@ bool FILE_STATS::compute_stats(std::uint64_t offset, std::uint64_t length, STATS
     io::byte_vector block;
     for (std::uint64_t done = 0; done < length; done += block.size()) {
         const std::uint64_t wanted = std::min(block_size, length - done);
-        if (!file_.read_at(block, wanted, static_cast<std::int64_t>(offset + done)) ||
-            block.empty()) {
+        block.resize(static_cast<std::size_t>(wanted));
+        block.resize(source_->read(block, offset + done));
+        if (block.empty()) {
             break;
         }
         counter.add(block);

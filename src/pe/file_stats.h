@@ -1,15 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
-#include "platform/files.h"
+#include "io/byte_source.h"
 #include "uni/byte_view.h"
-#include "io/fileio.h"
-#include "io/large_vector.h"
 
 namespace pe {
 
@@ -35,17 +33,13 @@ bool is_high_entropy(const STATS& stats);
 // nothing until something wants them.
 class FILE_STATS : protected STATS {
 public:
-    explicit FILE_STATS(const std::string& path);
-    // The same over bytes in memory, which have no path.
-    explicit FILE_STATS(io::byte_vector image);
+    // A null source is a file that is not valid.
+    explicit FILE_STATS(std::unique_ptr<io::byte_source> source) : source_(std::move(source)) {}
     FILE_STATS(const FILE_STATS&) = delete;
     FILE_STATS& operator=(const FILE_STATS&) = delete;
 
-    bool file_valid() const noexcept { return file_.is_open(); }
-    const std::string& path() const noexcept { return path_; }
-    std::uint64_t size() const noexcept { return static_cast<std::uint64_t>(file_.size()); }
-    // Times and kind of the file, as they are now.
-    platform::file_facts facts() const;
+    bool file_valid() const noexcept { return source_ != nullptr; }
+    std::uint64_t size() const noexcept { return source_ ? source_->size() : 0; }
 
     // Fills `buffer`; false if it is empty or the file has fewer bytes at `offset`.
     bool read_at(std::span<std::uint8_t> buffer, std::uint64_t offset);
@@ -69,8 +63,7 @@ public:
     const STATS* whole_file_stats();
 
 private:
-    std::string path_;
-    io::fileio file_;
+    std::unique_ptr<io::byte_source> source_;
     io::byte_vector block_; // the bytes read last by peek()
     std::uint64_t block_offset_ = 0;
     std::optional<bool> stats_valid_;

@@ -43,12 +43,7 @@ std::string section_name(uni::byte_view header)
 
 } // namespace
 
-PE_FILE_UTIL::PE_FILE_UTIL(const std::string& path) : FILE_STATS(path)
-{
-    parse();
-}
-
-PE_FILE_UTIL::PE_FILE_UTIL(io::byte_vector image) : FILE_STATS(std::move(image))
+PE_FILE_UTIL::PE_FILE_UTIL(std::unique_ptr<io::byte_source> source) : FILE_STATS(std::move(source))
 {
     parse();
 }

@@ -52,8 +52,7 @@ private:
 // read; nothing else is refused for being strange.
 class PE_FILE_UTIL : public FILE_STATS {
 public:
-    explicit PE_FILE_UTIL(const std::string& path);
-    explicit PE_FILE_UTIL(io::byte_vector image);
+    explicit PE_FILE_UTIL(std::unique_ptr<io::byte_source> source);
 
     bool valid() const noexcept { return valid_; }
     bool is_64() const noexcept { return headers_.is_64; }

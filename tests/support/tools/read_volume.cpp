@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
+#include "io/fileio.h"
 #include "ntfs/attributes.h"
 #include "ntfs/directory.h"
 #include "ntfs/locked_file.h"
 #include "platform/arguments.h"
-#include "io/fileio.h"
 #include "uni/text.h"
 
 namespace {
@@ -91,13 +91,19 @@ platform::device_opener opener_for(std::int64_t size)
     };
 }
 
+bool read_content(std::unique_ptr<ntfs::ntfs_volume> volume, const std::string& path,
+                  io::byte_vector& bytes)
+{
+    const auto file = ntfs::open_locked_file(std::move(volume), path);
+    return file && io::read_source(bytes, *file, file->size());
+}
+
 bool read_raw(const std::string& volume, const std::string& place, io::byte_vector& bytes)
 {
     const std::vector<std::string> numbers = uni::split(place, ' ', true);
     ntfs::RAW_DISK_IO disk(volume, ntfs::disk_mode::volume, opener_for(INT64_MAX));
-    std::uint64_t size = std::stoull(numbers.at(1));
-    bytes.resize(static_cast<std::size_t>(size));
-    return disk.read(bytes.data(), size, std::stoull(numbers.at(0)));
+    bytes.resize(static_cast<std::size_t>(std::stoull(numbers.at(1))));
+    return disk.read(bytes, std::stoull(numbers.at(0))) == bytes.size();
 }
 
 } // namespace
@@ -115,10 +121,11 @@ int main(int count, char** arguments)
     const platform::device_opener opener =
         words.size() == 6 ? opener_for(std::stoll(words[5])) : platform::open_device;
     io::byte_vector bytes;
-    const bool done = words[1] == "ls" ? list_names(volume, source, words[3], bytes)
-                      : words[1] == "raw"
-                          ? read_raw(volume, words[3], bytes)
-                          : ntfs::load_locked_file(volume, source, words[3], bytes, {}, opener);
+    const bool done =
+        words[1] == "ls" ? list_names(volume, source, words[3], bytes)
+        : words[1] == "raw"
+            ? read_raw(volume, words[3], bytes)
+            : read_content(ntfs::open_ntfs_volume(volume, source, opener), words[3], bytes);
     io::fileio output;
     return done && output.open_write(words[4], true, true, true) && output.append(bytes) ? 0 : 1;
 }
