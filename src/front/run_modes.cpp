@@ -50,7 +50,7 @@ bool for_each_entry(sdb_opts& options, const std::string& current, action&& work
         return false;
     }
     std::string entry;
-    while (list.stdin_list_next(entry, true)) {
+    while (list.stdin_list_next(entry)) {
         bool open_failed = false;
         file_times times;
         if (entry.empty() ||
