@@ -76,7 +76,7 @@ protected:
     static paths entries_of(mvportdir::stdin_stream_ex& stream)
     {
         paths found;
-        for (std::string entry; stream.stdin_list_next(entry, true);) {
+        for (std::string entry; stream.stdin_list_next(entry);) {
             found.push_back(entry);
         }
         return found;
@@ -249,13 +249,13 @@ TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
     mvportdir::stdin_stream_ex stream(options, input);
     std::string entry;
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
-    EXPECT_TRUE(stream.stdin_list_next(entry, true));
+    EXPECT_TRUE(stream.stdin_list_next(entry));
     EXPECT_FALSE(stream.start_walk("", 1, {}));
     std::vector<front::filter_entry> filters;
     front::parse_filter(filters, "*.sdb");
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, filters));
     EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb"}));
-    EXPECT_FALSE(stream.stdin_list_next(entry, true));
+    EXPECT_FALSE(stream.stdin_list_next(entry));
     EXPECT_EQ(entry, "");
     stream.reset();
     EXPECT_EQ(entries_of(stream), (paths{"one", "", "", start, std::string(905, 'y'), "last"}));

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "io/byte_source.h"
 #include "io/stdin_stream.h"
 
 namespace {
@@ -22,8 +23,6 @@ class fileio : public testing::Test {
 protected:
     fileio()
     {
-        const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
-        folder_ = fs::path(testing::TempDir()) / (std::string("fileio_") + test->name());
         fs::remove_all(folder_);
         fs::create_directories(folder_);
     }
@@ -41,19 +40,21 @@ protected:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    fs::path folder_;
+    fs::path folder_ =
+        fs::path(testing::TempDir()) /
+        (std::string("fileio_") + testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 TEST_F(fileio, results_end_lines_with_cr_lf_unless_in_byte_mode)
 {
-    for (const bool byte_mode : {false, true}) {
+    for (const auto& [byte_mode, expected] :
+         {std::pair(false, "\r\none\r\n\r\ntwo\r\r\nthree"), {true, "\none\n\ntwo\r\nthree"}}) {
         io::fileio file;
         ASSERT_TRUE(file.open_write(path("out"), true, byte_mode, true));
         file.output_stream()->text("\none\n\ntwo\r\nthree");
         file.close();
         EXPECT_EQ(file.output_stream(), nullptr);
-        EXPECT_EQ(contents("out"),
-                  byte_mode ? "\none\n\ntwo\r\nthree" : "\r\none\r\n\r\ntwo\r\r\nthree");
+        EXPECT_EQ(contents("out"), expected);
     }
 }
 
@@ -80,40 +81,25 @@ TEST_F(fileio, opening_for_writing)
     io::fileio file;
     EXPECT_FALSE(file.open_write("", true, true, true));
     EXPECT_FALSE(file.open_write(path("absent"), true, true, false));
-    EXPECT_FALSE(fs::exists(folder_ / "absent"));
-    EXPECT_FALSE(file.is_open());
-
-    make("kept", "old text");
-    ASSERT_TRUE(file.open_write(path("kept") + "/\\/", true, true, false));
-    EXPECT_EQ(file.size(), 8);
-    EXPECT_TRUE(file.write_at(bytes_of("NEW"), 0));
-    EXPECT_TRUE(file.append(bytes_of("!")));
+    EXPECT_FALSE(file.is_open() || fs::exists(path("absent")));
+    ASSERT_TRUE(file.open_write(make("kept", "old") + "/\\/", true, true, false));
+    EXPECT_EQ(file.size(), 3);
+    std::ofstream(path("kept"), std::ios::app) << " text";
+    EXPECT_TRUE(file.append(bytes_of("!"))) << "to the end that it has now";
     EXPECT_EQ(file.size(), 9);
     fs::permissions(make("locked", "old text"), fs::perms::owner_read);
     ASSERT_TRUE(file.open_write(path("locked"), true, true, true)) << "closes what was open";
     EXPECT_EQ(file.size(), 0);
     EXPECT_TRUE(file.append(bytes_of("new")));
     file.close();
-    EXPECT_EQ(contents("kept") + contents("locked"), "NEW text!new");
-}
-
-TEST_F(fileio, append_goes_to_the_end_that_the_file_has_now)
-{
-    io::fileio file;
-    ASSERT_TRUE(file.open_write(make("grows", "1"), true, true, false));
-    std::ofstream(folder_ / "grows", std::ios::app) << "2";
-    EXPECT_TRUE(file.append(bytes_of("3")));
-    EXPECT_EQ(file.size(), 3);
-    EXPECT_EQ(contents("grows"), "123");
+    EXPECT_EQ(contents("kept") + contents("locked"), "old text!new");
 }
 
 TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
 {
     const std::string_view text = "0123456789";
-    io::fileio on_disk;
-    io::fileio in_memory;
+    io::fileio on_disk, in_memory;
     io::byte_vector out = {1};
-    const auto read = [&] { return std::string(out.begin(), out.end()); };
     EXPECT_FALSE(on_disk.read_at(out, 1, 0));
     EXPECT_FALSE(on_disk.open_read(path("absent")));
     ASSERT_TRUE(on_disk.open_read(make("in", text)));
@@ -121,19 +107,42 @@ TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
     EXPECT_FALSE(in_memory.open_write(path("in"), true, true, true)) << "refused in memory mode";
     for (io::fileio* const file : {&on_disk, &in_memory}) {
         EXPECT_EQ(file->size(), 10);
-        EXPECT_TRUE(file->read_at(out, 4, 3));
-        EXPECT_EQ(read(), "3456");
-        EXPECT_TRUE(file->read_at(out, ~std::uint64_t{0}, 8));
-        EXPECT_EQ(read(), "89");
-        EXPECT_TRUE(file->read_at(out, 0, 9));
-        EXPECT_EQ(read(), "");
-        EXPECT_FALSE(file->read_at(out, 0, 10));
-        EXPECT_FALSE(file->read_at(out, 1, -1));
+        for (const auto& [count, offset, read, expected] :
+             {std::tuple(std::uint64_t{4}, 3, true, "3456"),
+              {~std::uint64_t{0}, 8, true, "89"},
+              {0, 9, true, ""},
+              {0, 10, false, ""},
+              {1, -1, false, ""}}) {
+            EXPECT_EQ(file->read_at(out, count, offset), read) << offset;
+            EXPECT_EQ(std::string(out.begin(), out.end()), expected) << offset;
+        }
+        EXPECT_FALSE(file->append(bytes_of("x"))) << "not opened for writing";
     }
-    EXPECT_FALSE(on_disk.append(bytes_of("x"))) << "opened for reading";
-    EXPECT_TRUE(in_memory.append(bytes_of("ab")));
-    EXPECT_TRUE(in_memory.read_at(out, 9, 9));
-    EXPECT_EQ(read(), "9ab");
+}
+
+TEST_F(fileio, sources_read_what_exists)
+{
+    const std::string_view text = "0123456789";
+    const auto file = io::open_source(make("in", text) + "/");
+    ASSERT_NE(file, nullptr);
+    EXPECT_NE(file->times().write, 0u);
+    io::memory_source memory(io::byte_vector(text.begin(), text.end()));
+    for (io::byte_source* const source : {file.get(), static_cast<io::byte_source*>(&memory)}) {
+        EXPECT_EQ(source->size(), 10u);
+        for (const auto& [offset, expected] :
+             {std::pair(std::uint64_t{3}, "3456"), {8, "89"}, {10, ""}, {~std::uint64_t{0}, ""}}) {
+            std::string out = "....";
+            out.resize(
+                source->read(std::span(reinterpret_cast<std::uint8_t*>(out.data()), 4), offset));
+            EXPECT_EQ(out, expected);
+        }
+        io::byte_vector out = {1};
+        EXPECT_TRUE(io::read_source(out, *source, 4));
+        EXPECT_EQ(std::string(out.begin(), out.end()), "0123");
+        EXPECT_FALSE(io::read_source(out, *source, 0));
+    }
+    EXPECT_EQ(io::open_source(path("absent")), nullptr);
+    EXPECT_EQ(io::open_source(""), nullptr);
 }
 
 TEST_F(fileio, loading_stops_at_the_limit)
@@ -144,10 +153,13 @@ TEST_F(fileio, loading_stops_at_the_limit)
         EXPECT_TRUE(io::load_file_bytes(out, path("in"), limit));
         EXPECT_EQ(out.size(), size);
     }
-    for (const std::string& bad : {std::string(), path("absent"), make("empty", ""), path(".")}) {
+    for (const auto& [bad, exists] : {std::pair(std::string(), false),
+                                      {path("absent"), false},
+                                      {make("empty", ""), true},
+                                      {path("."), true}}) {
         EXPECT_FALSE(io::load_file_bytes(out, bad, 100)) << bad;
         EXPECT_TRUE(out.empty());
-        EXPECT_EQ(io::file_exists(bad), !bad.empty() && bad != path("absent"));
+        EXPECT_EQ(io::file_exists(bad), exists) << bad;
     }
 }
 
@@ -179,20 +191,16 @@ TEST(stdin_stream, gives_lines_of_at_most_4095_bytes)
     ASSERT_NE(input, nullptr);
     const std::string start(4095, 'x');
     std::fputs(("a b \r\r\n\n\r\n" + start + "xyz\nlast\r").c_str(), input);
-    for (const bool trim : {false, true}) {
-        std::rewind(input);
-        io::stdin_stream lines(input);
-        std::vector<std::string> found;
-        for (std::string line; lines.stdin_list_next(line, trim);) {
-            found.push_back(line);
-        }
-        EXPECT_EQ(found, (trim ? std::vector<std::string>{"a b ", "", "", start, "xyz", "last"}
-                               : std::vector<std::string>{"a b \r\r\n", "\n", "\r\n", start,
-                                                          "xyz\n", "last\r"}));
+    std::rewind(input);
+    io::stdin_stream lines(input);
+    std::vector<std::string> found;
+    for (std::string line; lines.stdin_list_next(line);) {
+        found.push_back(line);
     }
+    EXPECT_EQ(found, (std::vector<std::string>{"a b ", "", "", start, "xyz", "last"}));
     std::fclose(input);
     std::string line = "old";
-    EXPECT_FALSE(io::stdin_stream(nullptr).stdin_list_next(line, true));
+    EXPECT_FALSE(io::stdin_stream(nullptr).stdin_list_next(line));
     EXPECT_EQ(line, "");
 }
 

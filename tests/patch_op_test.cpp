@@ -3,25 +3,29 @@
 #include <gtest/gtest.h>
 
 #include "support/sdb_builder.h"
+#include "uni/numbers.h"
 #include "uni/utf.h"
 
 namespace {
 
 using test_support::bytes;
 using test_support::match_op;
-using test_support::patch_bytes;
-using positions = std::vector<std::uint64_t>;
 
-std::string module_of(const sdb::patch_op& op)
+// The fields of a value's first operation, its name and its data; "none" if it does not decode.
+std::string decoded(const bytes& value)
 {
-    std::string name;
+    sdb::patch_op op;
+    if (!sdb::decode_patch_op(op, uni::byte_view(value), 0)) {
+        return "none";
+    }
+    std::string name, text;
+    for (const std::int64_t number :
+         {std::int64_t{op.opcode}, std::int64_t{op.next_size}, std::int64_t{op.data_size},
+          std::int64_t{op.address}, std::int64_t{op.reserved_word}}) {
+        text += std::to_string(number) + ' ';
+    }
     uni::utf16_to_text(op.module_name, name);
-    return name;
-}
-
-bytes data_of(const sdb::patch_op& op)
-{
-    return {op.data.bytes().begin(), op.data.bytes().end()};
+    return text + name + ' ' + uni::hex_text(op.data.bytes());
 }
 
 TEST(patch_op, the_lowest_bits_name_it)
@@ -38,72 +42,59 @@ TEST(patch_op, the_lowest_bits_name_it)
 TEST(patch_op, fields)
 {
     const std::string name(32, 'n'); // fills its place, so that no zero ends it
-    test_support::patch_op made{3, name, 0x12345678, {1, 0, 3}};
-    made.reserved = 0x99;
-    const bytes value = patch_bytes({made});
-    sdb::patch_op op;
-    ASSERT_TRUE(sdb::decode_patch_op(op, uni::byte_view(value), 0));
-    EXPECT_EQ(op.opcode, 3u);
-    EXPECT_EQ(op.next_size, 87u);
-    EXPECT_EQ(op.data_size, 3);
-    EXPECT_EQ(op.address, 0x12345678u);
-    EXPECT_EQ(op.reserved_word, 0x99u);
-    EXPECT_EQ(module_of(op), name);
-    EXPECT_EQ(data_of(op), (bytes{1, 0, 3}));
+    test_support::patch_op made{3, name, 1234, {1, 0, 3}};
+    made.reserved = 99;
+    EXPECT_EQ(decoded(test_support::patch_bytes({made})), "3 87 3 1234 99 " + name + " 010003");
 }
 
 TEST(patch_op, fewer_than_84_bytes)
 {
-    const std::tuple<std::size_t, std::uint32_t, bool, bytes> cases[] = {
-        {51, 0, false, {}}, // bytes of the value, data size, whether it decodes, its data
-        {52, 0, true, {}},           {52, 1, false, {}},
-        {60, 8, true, {}}, // fits the threshold, though none of its bytes is there
-        {60, 9, false, {}},          {86, 34, true, {8, 9}}, // of which two are there
-        {87, 2, true, {8, 9}},       {87, 36, false, {}},
-        {87, 0x80000000, false, {}},
+    const std::tuple<std::size_t, std::uint32_t, std::string> cases[] = {
+        {51, 0, "none"}, // bytes of the value, data size, name and data
+        {52, 0, "0 7 0 abcdefghijklmnop "},
+        {52, 1, "none"},
+        {60, 8, "8 7 0 abcdefghijklmnopqrst "}, // fits, though none of its bytes is there
+        {60, 9, "none"},
+        {86, 34, "34 7 0 abcdefghijklmnopqrst 0809"}, // of which two are there
+        {87, 2, "2 7 0 abcdefghijklmnopqrst 0809"},
+        {87, 36, "none"},
+        {87, 0x80000000, "none"},
     };
-    const std::string name = "abcdefghijklmnopqrst";
-    for (const auto& [size, data_size, decodes, data] : cases) {
-        test_support::patch_op made = match_op(name, 7, {8, 9, 10});
+    for (const auto& [size, data_size, expected] : cases) {
+        test_support::patch_op made = match_op("abcdefghijklmnopqrst", 7, {8, 9, 10});
         made.data_size = data_size;
-        bytes value = patch_bytes({made});
+        bytes value = test_support::patch_bytes({made});
         value.resize(size);
-        sdb::patch_op op;
-        EXPECT_EQ(sdb::decode_patch_op(op, uni::byte_view(value), 0), decodes) << size;
-        EXPECT_EQ(data_of(op), data);
-        EXPECT_TRUE(!decodes || module_of(op) == name.substr(0, (size - 20) / 2));
+        EXPECT_EQ(decoded(value), expected == "none" ? expected : "4 87 " + expected) << size;
     }
+}
+
+// The places of the operations that are walked to, `most` of them at the most.
+std::vector<std::uint64_t> walked(const bytes& value, std::size_t most = 9)
+{
+    std::vector<std::uint64_t> seen;
+    sdb::for_each_patch_op(uni::byte_view(value), [&](const auto&, std::uint64_t position) {
+        seen.push_back(position);
+        return seen.size() < most;
+    });
+    return seen;
 }
 
 TEST(patch_op, the_walk_goes_by_next_size)
 {
-    const auto with_next = [](std::uint32_t next) {
-        test_support::patch_op op = match_op("m", 1, {1});
-        op.next_size = next;
-        return op;
-    };
-    const auto second = match_op("m", 2, {});
-    const std::pair<bytes, positions> cases[] = {
-        {{}, {}},
-        {patch_bytes({match_op("m", 1, {1}), second}), {0, 85}},
-        {patch_bytes({with_next(0), second}), {0}},
-        {patch_bytes({with_next(0xffffffff), second}), {0}},
-        {patch_bytes({with_next(169), second, second}), {0, 169}},
-        {patch_bytes({with_next(117), second}), {0, 117}}, // 52 bytes are left
-        {patch_bytes({with_next(118), second}), {0}},      // 51 are not enough
-    };
-    for (const auto& [value, expected] : cases) {
-        positions seen;
-        sdb::for_each_patch_op(uni::byte_view(value), [&](const auto&, std::uint64_t position) {
-            seen.push_back(position);
-            return true;
-        });
-        EXPECT_EQ(seen, expected);
+    using positions = std::vector<std::uint64_t>;
+    test_support::patch_op first = match_op("m", 1, {1});
+    const test_support::patch_op second = match_op("m", 2, {});
+    EXPECT_EQ(walked({}), positions{});
+    EXPECT_EQ(walked(test_support::patch_bytes({first, second})), (positions{0, 85}));
+    EXPECT_EQ(walked(test_support::patch_bytes({first, second}), 1), positions{0});
+    for (const auto& [next, expected] : {std::pair(0u, positions{0}),
+                                         {0xffffffff, {0}},
+                                         {117, {0, 117}}, // 52 bytes are left
+                                         {118, {0}}}) {   // 51 are not enough
+        first.next_size = next;
+        EXPECT_EQ(walked(test_support::patch_bytes({first, second})), expected) << next;
     }
-    int calls = 0;
-    sdb::for_each_patch_op(uni::byte_view(cases[1].first),
-                           [&](const auto&, std::uint64_t) { return ++calls == 0; });
-    EXPECT_EQ(calls, 1) << "ends when told";
 }
 
 } // namespace

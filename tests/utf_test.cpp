@@ -61,7 +61,7 @@ TEST(utf, stored_text_ends_at_its_first_zero_or_last_whole_unit)
     }
 }
 
-// ASCII goes four units at a time, so whatever is not plain must be met in each of the four places.
+// Plain text goes several units at a time, so what is special must be met in each of their places.
 TEST(utf, stored_text_is_the_same_wherever_a_special_unit_stands)
 {
     const std::pair<std::u16string, std::string> specials[] = {
@@ -71,8 +71,7 @@ TEST(utf, stored_text_is_the_same_wherever_a_special_unit_stands)
         {u"\U0001f9f5", "\xf0\x9f\xa7\xb5"},
         {u"\xd800", "\xef\xbf\xbd"},
         {u"\xdc00", "\xef\xbf\xbd"}, // without a partner
-        {u"\xd83d\xd83d\xdca9", "\xef\xbf\xbd\xf0\x9f\x92\xa9"},
-    };
+        {u"\xd83d\xd83d\xdca9", "\xef\xbf\xbd\xf0\x9f\x92\xa9"}};
     for (std::size_t length = 0; length <= 16; ++length) {
         for (std::size_t at = 0; at <= length; ++at) {
             const std::string before = std::string("0123456789abcdef").substr(0, at);

@@ -33,7 +33,6 @@ TEST(vocabulary, exactly_the_known_tags_have_names_of_their_own)
             expected.insert(tag);
         }
     }
-    EXPECT_EQ(expected.size(), 258u);
     EXPECT_EQ(numbers_where([](std::uint16_t t) { return !sdb::known_tag_name(t).empty(); }),
               expected);
     std::set<std::string> names;
@@ -46,20 +45,16 @@ TEST(vocabulary, exactly_the_known_tags_have_names_of_their_own)
 TEST(vocabulary, names_of_tags)
 {
     const std::pair<std::uint16_t, std::string_view> cases[] = {
-        {0x1001, "include"},      {0x1012, "upgrade_action_proceed_to_mediasetup"},
-        {0x3803, "index_key"},    {0x4023, "os_platform"},
-        {0x4058, "upgrade_mode"}, {0x4801, "tagid"},
-        {0x5001, "time"},         {0x6017, "s16bit_description"},
-        {0x7007, "exe"},          {sdb::tag::matching_file, "matching_file"},
-        {0x7803, "index"},        {0x8801, "stringtable_item"},
-        {0x9001, "binary_9001"},  {0x9801, "index_bits"},
-        {0x2005, "byte"},         {0x2fff, "byte"},
-        {0xa001, "unk"},          {0xe003, "unk"},
-        {0x0001, "unk"},          {0x7fff, "tag_32767"},
-        {0x404d, "tag_16461"},    {0x4013, "tag_16403"},
-        {0x4034, "tag_16436"},    {0x4035, "tag_16437"},
-        {0x7804, "tag_30724"},    {0x9800, "tag_38912"},
-        {0x7000, "tag_28672"},
+        {0x1001, "include"},     {0x1012, "upgrade_action_proceed_to_mediasetup"},
+        {0x3803, "index_key"},   {0x4058, "upgrade_mode"},
+        {0x4801, "tagid"},       {0x5001, "time"},
+        {0x7007, "exe"},         {0x6017, "s16bit_description"},
+        {0x7803, "index"},       {sdb::tag::matching_file, "matching_file"},
+        {0x9001, "binary_9001"}, {0x8801, "stringtable_item"},
+        {0x2005, "byte"},        {0x9801, "index_bits"},
+        {0xa001, "unk"},         {0x2fff, "byte"},
+        {0x0001, "unk"},         {0xe003, "unk"},
+        {0x9800, "tag_38912"},   {0x404d, "tag_16461"},
     };
     for (const auto& [tag, expected] : cases) {
         EXPECT_EQ(sdb::tag_name(tag), expected) << tag;
@@ -68,24 +63,13 @@ TEST(vocabulary, names_of_tags)
 
 TEST(vocabulary, names_of_types)
 {
-    const std::pair<std::uint16_t, std::string_view> cases[] = {
-        {0x1000, "null"},
-        {0x2000, "byte"},
-        {0x3000, "word"},
-        {0x4000, "dword"},
-        {0x5000, "qword"},
-        {0x6000, "stringref"},
-        {sdb::tag_type(0x7008), "list"},
-        {0x8000, "string"},
-        {0x9000, "binary"},
-        {0xa000, "tag_40960"},
-        {0x0000, "tag_0"},
-        {0xf000, "tag_61440"},
-        {0x7008, "tag_28672"}, // a whole tag is no type
-    };
-    for (const auto& [type, expected] : cases) {
-        EXPECT_EQ(sdb::tag_type_name(type), expected) << type;
+    std::string names;
+    for (unsigned type = 0; type <= 0xf000; type += 0x1000) {
+        names += sdb::tag_type_name(static_cast<std::uint16_t>(type)) + ' ';
     }
+    EXPECT_EQ(names, "tag_0 null byte word dword qword stringref list string binary tag_40960 "
+                     "tag_45056 tag_49152 tag_53248 tag_57344 tag_61440 ");
+    EXPECT_EQ(sdb::tag_type_name(0x7008), "tag_28672") << "a whole tag is no type";
 }
 
 TEST(vocabulary, predicates_hold_for_their_tags_alone)

@@ -96,9 +96,6 @@ bool read_times(const std::string& path, file_times& times)
 bool lies_in_window(const request::cmd_params& params, const file_times& times)
 {
     const auto& [known, kind, written, created] = times;
-    if (kind != uni::time_kind::filetime && kind != uni::time_kind::unix_seconds) {
-        return false;
-    }
     const request::window_end& start = params.time_window_start;
     const request::window_end& stop = params.time_window_stop;
     if (start.set && lies_before(written, start, kind) && lies_before(created, start, kind)) {

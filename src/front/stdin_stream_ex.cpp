@@ -58,9 +58,9 @@ void stdin_stream_ex::forget_walk()
     directory_mode_ = false;
 }
 
-bool stdin_stream_ex::stdin_list_next(std::string& out, bool trim)
+bool stdin_stream_ex::stdin_list_next(std::string& out)
 {
-    return directory_mode_ ? next_entry(out) : stdin_stream::stdin_list_next(out, trim);
+    return directory_mode_ ? next_entry(out) : stdin_stream::stdin_list_next(out);
 }
 
 bool stdin_stream_ex::next_entry(std::string& out)

@@ -30,7 +30,7 @@ public:
 
     // The next line, as the base gives it, or the next path of the walk, as it is. A walk goes into
     // the last folder first, and through the files of each folder from the last to the first.
-    bool stdin_list_next(std::string& out, bool trim) override;
+    bool stdin_list_next(std::string& out) override;
 
 private:
     struct pending_directory {

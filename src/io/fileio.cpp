@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "uni/paths.h"
 
 namespace io {
 
@@ -81,7 +80,6 @@ bool fileio::open_write(const std::string& path, bool write, bool byte_mode, boo
         return false;
     }
     opened_ = true;
-    on_snapshot_ = uni::is_on_snapshot(cut);
     byte_mode_ = byte_mode;
     size_ = platform::file_length(descriptor_);
     return true;
@@ -138,28 +136,18 @@ bool fileio::read_at(byte_vector& out, std::uint64_t count, std::int64_t offset)
 
 bool fileio::append(std::span<const std::uint8_t> bytes)
 {
-    // The end as it is now: another may have written to the file.
-    const bool on_disk = !memory_mode_ && is_open();
-    return write_at(bytes, on_disk ? platform::file_length(descriptor_) : size_);
-}
-
-bool fileio::write_at(std::span<const std::uint8_t> bytes, std::int64_t offset)
-{
-    if (!is_open() || offset < 0) {
+    if (memory_mode_ || !is_open()) {
         return false;
     }
     if (bytes.empty()) {
         return true;
     }
-    const std::int64_t end = offset + static_cast<std::int64_t>(bytes.size());
-    if (memory_mode_) {
-        memory_.resize(std::max(memory_.size(), static_cast<std::size_t>(end)));
-        std::copy(bytes.begin(), bytes.end(),
-                  memory_.begin() + static_cast<std::ptrdiff_t>(offset));
-    } else if (!platform::write_file(descriptor_, bytes, offset)) {
+    // The end as it is now: another may have written to the file.
+    const std::int64_t end = platform::file_length(descriptor_);
+    if (!platform::write_file(descriptor_, bytes, end)) {
         return false;
     }
-    size_ = std::max(size_, end);
+    size_ = end + static_cast<std::int64_t>(bytes.size());
     return true;
 }
 

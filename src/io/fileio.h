@@ -45,17 +45,14 @@ public:
     void close();
 
     bool is_open() const noexcept { return memory_mode_ || (descriptor_ >= 0 && opened_); }
-    // Whether the path last opened leads into a snapshot.
-    bool on_snapshot() const noexcept { return on_snapshot_; }
     // Length in bytes as of the last open or write.
     std::int64_t size() const noexcept { return size_; }
 
     // Up to `count` bytes at `offset` into `out`, fewer at the end of the file; false when closed
     // or when `offset` lies at or past the end.
     bool read_at(byte_vector& out, std::uint64_t count, std::int64_t offset);
-    // Writes at the end, or at `offset`.
+    // Writes at the end; refused in memory mode.
     bool append(std::span<const std::uint8_t> bytes);
-    bool write_at(std::span<const std::uint8_t> bytes, std::int64_t offset);
 
     // The stream on this file, owned by it and flushed by close(); null when not open.
     fileio_output* output_stream();
@@ -64,7 +61,6 @@ private:
     int descriptor_ = -1;
     std::int64_t size_ = 0;
     bool opened_ = false;
-    bool on_snapshot_ = false;
     bool byte_mode_ = false;
     bool memory_mode_ = false;
     byte_vector memory_;

@@ -8,7 +8,7 @@ constexpr int line_buffer_bytes = 4096;
 
 } // namespace
 
-bool stdin_stream::stdin_list_next(std::string& out, bool trim)
+bool stdin_stream::stdin_list_next(std::string& out)
 {
     out.clear();
     char line[line_buffer_bytes];
@@ -16,9 +16,7 @@ bool stdin_stream::stdin_list_next(std::string& out, bool trim)
         return false;
     }
     out = line;
-    if (trim) {
-        out.erase(out.find_last_not_of("\r\n") + 1);
-    }
+    out.erase(out.find_last_not_of("\r\n") + 1);
     return true;
 }
 

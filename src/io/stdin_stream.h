@@ -12,9 +12,9 @@ public:
     explicit stdin_stream(std::FILE* input = stdin) noexcept : input_(input) {}
     virtual ~stdin_stream() = default;
 
-    // The next line as it came, bytes untouched; with `trim` any CR and LF at its end are cut. A
-    // line of more than 4095 bytes comes in several entries. False at the end of the input.
-    virtual bool stdin_list_next(std::string& out, bool trim);
+    // The next line without any CR and LF at its end. A line of more than 4095 bytes comes in
+    // several entries. False at the end of the input.
+    virtual bool stdin_list_next(std::string& out);
 
 private:
     std::FILE* input_;

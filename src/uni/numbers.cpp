@@ -71,27 +71,6 @@ std::optional<std::uint64_t> read_u64_auto(std::string_view text)
     return read_unsigned(text, std::numeric_limits<std::uint64_t>::max());
 }
 
-std::optional<std::int32_t> read_i32_auto(std::string_view text)
-{
-    constexpr std::uint64_t largest = std::numeric_limits<std::int32_t>::max();
-    const std::string lower = lowered(trimmed(text));
-    const std::string_view view = lower;
-    if (const std::size_t x = view.find('x'); x != std::string_view::npos) {
-        return static_cast<std::int32_t>(std::min(leading_digits(view.substr(x + 1), 16), largest));
-    }
-    if (const std::size_t o = view.find('o'); o != std::string_view::npos) {
-        return static_cast<std::int32_t>(std::min(leading_digits(view.substr(o + 1), 8), largest));
-    }
-    if (!starts_decimal(view)) {
-        return std::nullopt;
-    }
-    const std::uint64_t magnitude = leading_digits(view.substr(has_sign(view) ? 1 : 0), 10);
-    if (view[0] != '-') {
-        return static_cast<std::int32_t>(std::min(magnitude, largest));
-    }
-    return static_cast<std::int32_t>(-static_cast<std::int64_t>(std::min(magnitude, largest + 1)));
-}
-
 std::string hex_text(std::span<const std::uint8_t> bytes)
 {
     std::string out(bytes.size() * 2, '0');

@@ -28,12 +28,6 @@ namespace uni {
 std::optional<std::uint32_t> read_u32_auto(std::string_view text);
 std::optional<std::uint64_t> read_u64_auto(std::string_view text);
 
-// The signed reader is more lenient about prefixes and has no character form: what stands behind
-// the first "x" anywhere in the text is hexadecimal, else what stands behind the first "o" is
-// octal, else a text that starts with a digit or a sign is decimal. A number out of range gives the
-// end of the range that it lies beyond.
-std::optional<std::int32_t> read_i32_auto(std::string_view text);
-
 // Two lower-case hexadecimal digits for each byte, without separators.
 std::string hex_text(std::span<const std::uint8_t> bytes);
 

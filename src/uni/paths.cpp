@@ -40,21 +40,8 @@ bool split_path(std::string_view path, std::string& directory, std::string& name
     name = path.substr(cut + 1);
     if (name == "..") {
         name = ".";
-        directory += path[cut] == '\\' ? "\\.." : "//.."; // two slashes: this is meant
-    }
-    return true;
-}
-
-bool split_path_ext(std::string_view path, std::string& directory, std::string& stem,
-                    std::string& extension)
-{
-    extension.clear();
-    if (!split_path(path, directory, stem)) {
-        return false;
-    }
-    if (const std::size_t dot = stem.rfind('.'); dot != std::string::npos) {
-        extension = stem.substr(dot + 1);
-        stem.erase(dot);
+        // scripts know the two slashes, and they name the same folder
+        directory += path[cut] == '\\' ? "\\.." : "//..";
     }
     return true;
 }
@@ -87,12 +74,6 @@ std::string snapshot_prefix(bool lower_case)
 {
     const std::string prefix = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy";
     return lower_case ? lowered(prefix) : prefix;
-}
-
-bool is_on_snapshot(std::string_view path)
-{
-    constexpr std::size_t shortest = 47; // the prefix and a digit
-    return path.size() >= shortest && lowered(path).find("globalroot") != std::string::npos;
 }
 
 } // namespace uni

@@ -22,11 +22,6 @@ namespace uni {
 // An empty path answers false and leaves both outputs empty. The outputs must not own `path`.
 bool split_path(std::string_view path, std::string& directory, std::string& name);
 
-// The same, with the name cut at its last dot, which goes to neither part. A name without a dot has
-// an empty extension.
-bool split_path_ext(std::string_view path, std::string& directory, std::string& stem,
-                    std::string& extension);
-
 // Looks up an environment variable; nothing when there is none of that name.
 using variable_lookup = std::function<std::optional<std::string>(const std::string&)>;
 
@@ -39,9 +34,5 @@ std::string expand_path(std::string_view text, bool allow_snapshot,
 
 // The device path of a volume shadow copy up to its number.
 std::string snapshot_prefix(bool lower_case);
-
-// Whether a path leads into a snapshot by such a device path: it is long enough for one and holds
-// its word in any case.
-bool is_on_snapshot(std::string_view path);
 
 } // namespace uni

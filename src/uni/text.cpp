@@ -1,6 +1,7 @@
 #include "uni/text.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "uni/numbers.h"
 
@@ -9,28 +10,6 @@ namespace uni {
 namespace {
 
 constexpr std::string_view blanks = " \t";
-
-// The LF form of line_end_markers: one pass, each line end taking the bytes that belong to it.
-std::string with_line_feed_markers(std::string_view text)
-{
-    std::string out;
-    out.reserve(text.size() + 16);
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char next = i + 1 < text.size() ? text[i + 1] : '\0';
-        if (text[i] == '\r' && next == '\n') {
-            out += "[CRLF]";
-            ++i;
-        } else if (text[i] != '\n') {
-            out += text[i];
-        } else if (next == '\r' && i > 0) { // an LF at the very start never pairs; this is meant
-            out += "[LFCR]";
-            ++i;
-        } else {
-            out += "[LF]";
-        }
-    }
-    return out;
-}
 
 } // namespace
 
@@ -80,9 +59,6 @@ std::size_t remove_char(std::string& text, char c)
 std::string replace_all(std::string_view text, std::string_view from, std::string_view to)
 {
     std::string out;
-    if (from.empty()) {
-        return out; // meant: an empty search text gives nothing, not the text itself
-    }
     std::size_t done = 0;
     for (std::size_t at = text.find(from); at != std::string_view::npos;
          at = text.find(from, done)) {
@@ -110,8 +86,10 @@ std::vector<std::string> split(std::string_view text, char separator, bool trim_
     return items;
 }
 
-void append_xml_escaped(std::string& out, std::string_view text)
+std::string xml_escape(std::string_view text)
 {
+    std::string out;
+    out.reserve(text.size());
     for (const char c : text) {
         if (c == '<') {
             out += "&lt;";
@@ -127,31 +105,32 @@ void append_xml_escaped(std::string& out, std::string_view text)
             out.append(escape, sizeof escape);
         }
     }
-}
-
-std::string xml_escape(std::string_view text)
-{
-    std::string out;
-    out.reserve(text.size());
-    append_xml_escaped(out, text);
     return out;
-}
-
-void line_end_markers(std::string& text)
-{
-    if (text.find('\n') != std::string::npos) {
-        text = with_line_feed_markers(text);
-    } else if (text.find('\r') != std::string::npos) {
-        text = replace_all(text, "\r", "[CR]");
-    }
 }
 
 void keep_on_one_line(std::string& text)
 {
-    line_end_markers(text);
-    if (text.find('\r') != std::string::npos) {
-        text = replace_all(text, "\r", "[CR]");
+    if (text.find_first_of("\r\n") == std::string::npos) {
+        return;
     }
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char next = i + 1 < text.size() ? text[i + 1] : '\0';
+        if (text[i] == '\r' && next == '\n') {
+            out += "[CRLF]";
+            ++i;
+        } else if (text[i] == '\r') {
+            out += "[CR]";
+        } else if (text[i] != '\n') {
+            out += text[i];
+        } else if (next == '\r' && i > 0) { // an LF that opens the text stands alone
+            out += "[LFCR]";
+            ++i;
+        } else {
+            out += "[LF]";
+        }
+    }
+    text = std::move(out);
 }
 
 } // namespace uni

@@ -38,7 +38,7 @@ void replace_char(std::string& text, char from, char to);
 std::size_t remove_char(std::string& text, char c);
 
 // A copy of the text with every `from` replaced by `to`, left to right, without looking again at
-// what was put in. An empty `from` gives an empty text.
+// what was put in. `from` must not be empty.
 std::string replace_all(std::string_view text, std::string_view from, std::string_view to);
 
 // The items between the separators. Empty items are dropped; with `trim_items` the items are
@@ -49,16 +49,9 @@ std::vector<std::string> split(std::string_view text, char separator, bool trim_
 // byte outside 0x20..0x7e as "%" and two lower-case hexadecimal digits. The result is plain ASCII.
 std::string xml_escape(std::string_view text);
 
-// The same, appended to `out`.
-void append_xml_escaped(std::string& out, std::string_view text);
-
-// Makes line ends visible, in place: CR LF as "[CRLF]", LF CR as "[LFCR]", a single LF as "[LF]",
-// and, in a text that has no LF at all, CR as "[CR]". In a text with an LF, a CR beside none stays.
-// An LF that opens the text is always "[LF]", whatever follows it.
-void line_end_markers(std::string& text);
-
-// The same for a field of a delimited row, which no line end may break: a CR that the markers leave
-// becomes "[CR]" too.
+// Makes line ends visible, in place, so that a field cannot break its row: CR LF becomes "[CRLF]",
+// LF CR "[LFCR]", and what is left of either "[LF]" or "[CR]". An LF that opens the text is always
+// "[LF]", whatever follows it.
 void keep_on_one_line(std::string& text);
 
 } // namespace uni

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
-#include <vector>
+#include <ratio>
 
 #include "uni/numbers.h"
 #include "uni/text.h"
@@ -15,11 +15,10 @@ namespace uni {
 
 namespace {
 
-constexpr std::uint64_t seconds_per_day = 86'400;
-constexpr std::uint64_t days_per_year = 365;
-constexpr std::uint64_t days_per_4_years = 4 * days_per_year + 1;
-constexpr std::uint64_t days_per_century = 25 * days_per_4_years - 1;
-constexpr std::uint64_t days_per_400_years = 4 * days_per_century + 1;
+using ticks = std::chrono::duration<std::int64_t, std::ratio<1, ticks_per_second>>;
+
+constexpr std::chrono::sys_days start_of_filetime =
+    std::chrono::year(1601) / std::chrono::January / 1;
 constexpr std::uint16_t first_printable_year = 1900;
 constexpr std::uint16_t last_printable_year = 3000;
 constexpr std::size_t longest_time_part = 31;
@@ -27,210 +26,157 @@ constexpr std::size_t longest_time_part = 31;
 constexpr std::array<std::string_view, 12> month_names = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// Day of the year on which each month begins, and the year's length; common and leap years.
-constexpr std::uint16_t month_starts[2][13] = {
-    {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
-    {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366}};
+constexpr date_style default_style = {.order = date_style::field_order::year_month_day,
+                                      .month = date_style::month_form::number,
+                                      .four_digit_year = true,
+                                      .separator = '-',
+                                      .fraction_digits = 3};
 
-constexpr bool is_leap(std::uint64_t year)
+time_value from_ticks(std::uint64_t raw)
 {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-}
-
-constexpr std::uint64_t days_before_year(std::uint64_t year)
-{
-    const std::uint64_t years = year - 1601; // 1601 begins a cycle of 400 years
-    return years * days_per_year + years / 4 - years / 100 + years / 400;
-}
-
-void set_calendar_day(time_value& value, std::uint64_t days)
-{
-    value.weekday = static_cast<std::uint16_t>((days + 1) % 7); // 1601-01-01 was a Monday
-    std::uint64_t year = 1601 + days / days_per_400_years * 400;
-    days %= days_per_400_years;
-    // the last century of a cycle and the last year of four are a day longer than the others
-    const std::uint64_t century = std::min<std::uint64_t>(days / days_per_century, 3);
-    days -= century * days_per_century;
-    year += century * 100 + days / days_per_4_years * 4;
-    days %= days_per_4_years;
-    const std::uint64_t single = std::min<std::uint64_t>(days / days_per_year, 3);
-    days -= single * days_per_year;
-    year += single;
-
-    const auto& starts = month_starts[is_leap(year) ? 1 : 0];
-    std::size_t month = days / 32; // never too late, and at most one too early
-    if (days >= starts[month + 1]) {
-        ++month;
-    }
-    value.year = static_cast<std::uint16_t>(year);
-    value.month = static_cast<std::uint16_t>(month + 1);
-    value.day = static_cast<std::uint16_t>(days - starts[month] + 1);
-}
-
-time_value from_ticks(std::uint64_t ticks)
-{
+    namespace chrono = std::chrono;
     time_value value;
-    if (ticks > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+    if (raw > static_cast<std::uint64_t>(ticks::max().count())) {
         return value;
     }
-    const std::uint64_t seconds = ticks / ticks_per_second;
-    const std::uint64_t second_of_day = seconds % seconds_per_day;
-    const std::uint64_t fraction = ticks % ticks_per_second;
-    constexpr auto ticks_per_second_signed = static_cast<std::int64_t>(ticks_per_second);
-    value.filetime = ticks;
-    value.unix_seconds =
-        (static_cast<std::int64_t>(ticks) - seconds_1601_to_1970 * ticks_per_second_signed) /
-        ticks_per_second_signed;
-    set_calendar_day(value, seconds / seconds_per_day);
-    value.hour = static_cast<std::uint16_t>(second_of_day / 3600);
-    value.minute = static_cast<std::uint16_t>(second_of_day / 60 % 60);
-    value.second = static_cast<std::uint16_t>(second_of_day % 60);
-    value.millisecond = static_cast<std::uint16_t>(fraction / 10'000);
-    value.microseconds = fraction / 10;
-    value.nanoseconds = fraction * 100;
-    value.picoseconds = fraction * 100'000;
+    const auto moment = start_of_filetime + ticks(raw);
+    const auto midnight = chrono::floor<chrono::days>(moment);
+    const chrono::year_month_day date(midnight);
+    const chrono::hh_mm_ss time(moment - midnight);
+    value.filetime = raw;
+    value.unix_seconds = chrono::duration_cast<chrono::seconds>(moment.time_since_epoch()).count();
+    value.nanoseconds = static_cast<std::uint32_t>(chrono::nanoseconds(time.subseconds()).count());
+    value.year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
+    value.month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
+    value.day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
+    value.hour = static_cast<std::uint16_t>(time.hours().count());
+    value.minute = static_cast<std::uint16_t>(time.minutes().count());
+    value.second = static_cast<std::uint16_t>(time.seconds().count());
     value.valid = value.unix_seconds != 0 && value.year >= first_printable_year &&
                   value.year <= last_printable_year;
     return value;
 }
 
-time_value from_unix(std::uint64_t seconds, std::uint64_t milliseconds)
+time_value from_unix(std::uint64_t seconds)
 {
     constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max() / ticks_per_second;
     constexpr auto offset = static_cast<std::uint64_t>(seconds_1601_to_1970);
     if (static_cast<std::int64_t>(seconds) <= 0 || seconds >= largest - offset) {
         return {};
     }
-    return from_ticks((seconds + offset) * ticks_per_second + milliseconds * 10'000);
+    return from_ticks((seconds + offset) * ticks_per_second);
 }
 
-char* put_text(char* out, std::string_view text)
+char* put_separator(char* out, const date_style& style)
 {
-    return std::copy(text.begin(), text.end(), out);
-}
-
-char* put_separator(char* out, std::uint32_t flags)
-{
-    if (const std::uint32_t separator = flags & date_flag::separator_mask) {
-        *out++ = static_cast<char>(separator);
+    if (style.separator != '\0') {
+        *out++ = style.separator;
     }
     return out;
 }
 
-char* put_month(char* out, const time_value& value, std::uint32_t flags)
+char* put_month(char* out, const time_value& value, const date_style& style)
 {
-    if ((flags & date_flag::month_name) == 0) {
-        return put_decimal_min(out, value.month, 2);
+    if (style.month == date_style::month_form::number) {
+        return put_two_decimals(out, value.month);
     }
-    const bool known = value.month >= 1 && value.month <= month_names.size();
-    return known ? put_text(out, month_names[value.month - 1u]) : out;
+    return std::ranges::copy(month_names[value.month - 1u], out).out;
 }
 
-char* put_date(char* out, const time_value& value, std::uint32_t flags)
+// `value` is valid, so its year has four digits.
+char* put_date(char* out, const time_value& value, const date_style& style)
 {
-    const bool full_year = (flags & date_flag::four_digit_year) != 0;
-    const unsigned year_digits = full_year ? 4 : 2;
-    if ((flags & date_flag::day_month_year) != 0) {
-        out = put_separator(put_decimal_min(out, value.day, 2), flags);
-        out = put_separator(put_month(out, value, flags), flags);
-        return put_decimal_min(out, value.year, year_digits);
-    }
-    if ((flags & date_flag::month_day_year) != 0) {
-        out = put_separator(put_month(out, value, flags), flags);
-        out = put_separator(put_decimal_min(out, value.day, 2), flags);
-        return put_decimal_min(out, value.year, year_digits);
-    }
-    if ((flags & date_flag::year_month_day) != 0) {
-        if (full_year) { // a leading "yy" prints no year: this is meant
-            out = put_separator(put_decimal_min(out, value.year, year_digits), flags);
+    switch (style.order) {
+    case date_style::field_order::none:
+        break;
+    case date_style::field_order::day_month_year:
+        out = put_separator(put_two_decimals(out, value.day), style);
+        out = put_separator(put_month(out, value, style), style);
+        return put_decimal(out, value.year);
+    case date_style::field_order::month_day_year:
+        out = put_separator(put_month(out, value, style), style);
+        out = put_separator(put_two_decimals(out, value.day), style);
+        return put_decimal(out, value.year);
+    case date_style::field_order::year_month_day:
+        if (style.four_digit_year) { // readers of earlier reports count on no year for "yy"
+            out = put_separator(put_decimal(out, value.year), style);
         }
-        out = put_separator(put_month(out, value, flags), flags);
-        return put_decimal_min(out, value.day, 2);
+        out = put_separator(put_month(out, value, style), style);
+        return put_two_decimals(out, value.day);
     }
     return out;
 }
 
-char* put_time(char* out, const time_value& value, std::uint32_t flags)
+char* put_time(char* out, const time_value& value, const date_style& style)
 {
-    out = put_decimal_min(out, value.hour, 2);
+    out = put_two_decimals(out, value.hour);
     *out++ = ':';
-    out = put_decimal_min(out, value.minute, 2);
+    out = put_two_decimals(out, value.minute);
     *out++ = ':';
-    out = put_decimal_min(out, value.second, 2);
-    const unsigned digits = (flags >> date_flag::fraction_shift) & date_flag::fraction_mask;
-    if (digits == 0) {
+    out = put_two_decimals(out, value.second);
+    if (style.fraction_digits == 0) {
         return out;
     }
-    std::uint64_t fraction = value.nanoseconds;
-    for (unsigned i = digits; i < 9; ++i) {
+    std::uint32_t fraction = value.nanoseconds;
+    for (unsigned i = style.fraction_digits; i < 9; ++i) {
         fraction /= 10;
     }
     *out++ = '.';
-    return put_decimal_min(out, fraction, digits);
+    return put_decimal_min(out, fraction, style.fraction_digits);
 }
 
 void put_texts(std::string& date_out, std::string& time_out, const time_value& value,
-               std::uint32_t flags)
+               const date_style& style)
 {
-    char buffer[64]; // no text has more than 38 characters, whatever the fields hold
-    date_out.assign(buffer, put_date(buffer, value, flags));
-    time_out.assign(buffer, put_time(buffer, value, flags));
+    char buffer[longest_moment_text];
+    date_out.assign(buffer, put_date(buffer, value, style));
+    time_out.assign(buffer, put_time(buffer, value, style));
 }
 
-std::uint32_t separator_of(std::string_view dateformat)
+char separator_of(std::string_view dateformat)
 {
     for (const char separator : {'/', '-', ' '}) {
         if (dateformat.find(separator) != std::string_view::npos) {
-            return static_cast<unsigned char>(separator);
+            return separator;
         }
     }
-    return 0;
+    return '\0';
 }
 
-// The flags of the date format, as far as they could be found, are added to `flags`.
-bool compile_date(std::uint32_t& flags, std::string_view format)
+// Sets what the date format says, as far as it could be found.
+bool compile_date(date_style& style, std::string_view format)
 {
     constexpr auto missing = std::string_view::npos;
-    flags |= separator_of(format);
+    style.separator = separator_of(format);
     const bool name = format.find("mmm") != missing;
     const std::size_t month = format.find(name ? "mmm" : "mm");
     if (month == missing) {
         return false;
     }
-    flags |= name ? date_flag::month_name : date_flag::month_number;
-    const bool full_year = format.find("yyyy") != missing;
-    const std::size_t year = format.find(full_year ? "yyyy" : "yy");
-    if (year == missing) {
-        return false;
-    }
-    flags |= full_year ? date_flag::four_digit_year : date_flag::short_year;
-    if (format.find(',') != missing) {
-        flags |= date_flag::comma;
-    }
+    style.month = name ? date_style::month_form::name : date_style::month_form::number;
+    style.four_digit_year = format.find("yyyy") != missing;
+    const std::size_t year = format.find(style.four_digit_year ? "yyyy" : "yy");
     const std::size_t day = format.find("dd");
-    if (day == missing) {
+    if (year == missing || day == missing) {
         return false;
     }
     if (day < month && month < year) {
-        flags |= date_flag::day_month_year;
+        style.order = date_style::field_order::day_month_year;
     } else if (month < day && day < year) {
-        flags |= date_flag::month_day_year;
+        style.order = date_style::field_order::month_day_year;
     } else if (year < month && month < day) {
-        flags |= date_flag::year_month_day;
-    } else {
-        return false;
+        style.order = date_style::field_order::year_month_day;
     }
-    return true;
+    return style.order != date_style::field_order::none;
 }
 
-void compile_fraction(std::uint32_t& flags, std::string_view timeformat)
+std::uint8_t fraction_digits_of(std::string_view timeformat)
 {
     if (timeformat.find("xxx") == std::string_view::npos) {
-        return;
+        return 0;
     }
     const std::size_t run = timeformat.rfind('x') - timeformat.find('x') + 1;
-    const auto digits = static_cast<std::uint32_t>(std::min<std::size_t>(run, 9));
-    flags |= digits << date_flag::fraction_shift;
+    return static_cast<std::uint8_t>(std::min<std::size_t>(run, 9));
 }
 
 // A number that fits a calendar field, with room for the 12 hours of "pm".
@@ -325,7 +271,7 @@ bool parse_time(std::string_view time, system_time& out)
         return false;
     }
     const bool afternoon = text.find("pm") != std::string::npos;
-    out.hour = static_cast<std::uint16_t>(*hour + (afternoon ? 12 : 0)); // 12 pm too: meant
+    out.hour = static_cast<std::uint16_t>(*hour + (afternoon ? 12 : 0));
     out.minute = *minute;
     return true;
 }
@@ -334,57 +280,39 @@ bool parse_time(std::string_view time, system_time& out)
 
 time_value time_value_from(std::uint64_t raw, time_kind kind)
 {
-    switch (kind) {
-    case time_kind::filetime:
-        return from_ticks(raw);
-    case time_kind::unix_seconds:
-        return from_unix(raw, 0);
-    case time_kind::unix_milliseconds: {
-        const auto milliseconds = static_cast<std::int64_t>(raw);
-        return milliseconds < 0 ? time_value{} : from_unix(raw / 1000, raw % 1000);
-    }
-    }
-    return {};
+    return kind == time_kind::filetime ? from_ticks(raw) : from_unix(raw);
 }
 
 bool compile_date_style(date_style& style, std::string_view dateformat, std::string_view timeformat,
                         bool pair_datetime)
 {
-    style.flags = pair_datetime ? date_flag::pair_datetime : 0;
-    if (!dateformat.empty() && !compile_date(style.flags, dateformat)) {
+    style = {.pair_datetime = pair_datetime};
+    if (!dateformat.empty() && !compile_date(style, dateformat)) {
         return false;
     }
-    compile_fraction(style.flags, timeformat);
+    style.fraction_digits = fraction_digits_of(timeformat);
     return true;
 }
 
 char* put_moment(char* out, const time_value& value, const date_style& style)
 {
-    date_style compiled = style;
-    if (style.flags == 0) {
-        compile_date_style(compiled, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
-    }
+    const date_style& compiled = style.is_compiled() ? style : default_style;
     if (value.valid) {
-        out = put_date(out, value, compiled.flags);
+        out = put_date(out, value, compiled);
     }
     *out++ = ' ';
-    return value.valid ? put_time(out, value, compiled.flags) : out;
+    return value.valid ? put_time(out, value, compiled) : out;
 }
 
 bool filetime_text(std::string& date_out, std::string& time_out, const time_value& value,
                    const date_style& style)
 {
-    if (style.flags == 0) {
-        format_date_time(date_out, time_out, value, "yyyy-mm-dd", "hh:mm:ss.xxx");
-        return false;
+    date_out.clear();
+    time_out.clear();
+    if (value.valid) {
+        put_texts(date_out, time_out, value, style.is_compiled() ? style : default_style);
     }
-    if (!value.valid) {
-        date_out.clear();
-        time_out.clear();
-        return false;
-    }
-    put_texts(date_out, time_out, value, style.flags);
-    return true;
+    return value.valid && style.is_compiled();
 }
 
 void format_date_time(std::string& date_out, std::string& time_out, const time_value& value,
@@ -395,7 +323,7 @@ void format_date_time(std::string& date_out, std::string& time_out, const time_v
     if (value.valid) {
         date_style style;
         compile_date_style(style, dateformat, timeformat, false);
-        put_texts(date_out, time_out, value, style.flags);
+        put_texts(date_out, time_out, value, style);
     }
 }
 
@@ -412,20 +340,24 @@ bool parse_date_time(std::string_view date, std::string_view time, std::string_v
 
 std::optional<std::uint64_t> filetime_from(const system_time& fields)
 {
+    namespace chrono = std::chrono;
     // the last year that is whole in a signed FILETIME
     constexpr std::uint16_t last_year = 30'827;
-    if (fields.year < 1601 || fields.year > last_year || fields.month < 1 || fields.month > 12 ||
+    // before they become calendar types, which are a byte wide
+    if (fields.year < 1601 || fields.year > last_year || fields.month > 12 || fields.day > 31 ||
         fields.hour > 23 || fields.minute > 59 || fields.second > 59 || fields.millisecond > 1000) {
         return std::nullopt;
     }
-    const auto* starts = month_starts[is_leap(fields.year) ? 1 : 0] + (fields.month - 1);
-    if (fields.day < 1 || fields.day > starts[1] - starts[0]) {
+    const chrono::year_month_day date(chrono::year(fields.year), chrono::month(fields.month),
+                                      chrono::day(fields.day));
+    if (!date.ok()) {
         return std::nullopt;
     }
-    const std::uint64_t days = days_before_year(fields.year) + starts[0] + fields.day - 1;
-    const std::uint64_t minutes = (days * 24 + fields.hour) * 60 + fields.minute;
-    const std::uint64_t milliseconds = (minutes * 60 + fields.second) * 1000 + fields.millisecond;
-    return milliseconds * 10'000;
+    const ticks since_start = chrono::sys_days(date) - start_of_filetime +
+                              chrono::hours(fields.hour) + chrono::minutes(fields.minute) +
+                              chrono::seconds(fields.second) +
+                              chrono::milliseconds(fields.millisecond);
+    return static_cast<std::uint64_t>(since_start.count());
 }
 
 double seconds_between(std::uint64_t start, std::uint64_t end)
@@ -436,9 +368,9 @@ double seconds_between(std::uint64_t start, std::uint64_t end)
 
 std::uint64_t now_filetime()
 {
-    const auto since_1970 = std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::system_clock::now().time_since_epoch());
-    return static_cast<std::uint64_t>(since_1970.count() + seconds_1601_to_1970 * 1000) * 10'000;
+    const auto now =
+        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    return static_cast<std::uint64_t>(ticks(now - start_of_filetime).count());
 }
 
 } // namespace uni

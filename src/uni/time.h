@@ -14,60 +14,51 @@ inline constexpr std::uint64_t ticks_per_second = 10'000'000;
 inline constexpr std::int64_t seconds_1601_to_1970 = 11'644'473'600;
 
 // What a raw number counts.
-enum class time_kind : std::uint32_t {
-    filetime = 1,
-    unix_seconds = 8,       // signed; a stored dword is sign-extended by the caller
-    unix_milliseconds = 16, // signed as well
+enum class time_kind {
+    filetime,
+    unix_seconds, // signed; a stored dword is sign-extended by the caller
 };
 
 // One moment in all forms that the reports need. Without a moment every field is 0.
 struct time_value {
     std::int64_t unix_seconds = 0; // since 1970-01-01, fraction cut towards zero
     std::uint64_t filetime = 0;
+    std::uint32_t nanoseconds = 0; // the fraction of the second
     std::uint16_t year = 0;
-    std::uint16_t month = 0;   // from 1
-    std::uint16_t weekday = 0; // 0 for Sunday
-    std::uint16_t day = 0;     // from 1
+    std::uint16_t month = 0; // from 1
+    std::uint16_t day = 0;   // from 1
     std::uint16_t hour = 0;
     std::uint16_t minute = 0;
     std::uint16_t second = 0;
-    std::uint16_t millisecond = 0; // this and the next three: the fraction of the second, cut off
-    std::uint64_t microseconds = 0;
-    std::uint64_t nanoseconds = 0;
-    std::uint64_t picoseconds = 0;
     bool valid = false; // fit for printing: years 1900 to 3000, unix_seconds not 0
 };
 
-// The moment of a raw number. A FILETIME with its top bit set, Unix times at or below 0 or beyond
-// FILETIME's range, milliseconds below one second, and unknown kinds give an empty value.
+// The moment of a raw number. A FILETIME with its top bit set and Unix times at or below 0 or beyond
+// FILETIME's range give an empty value.
 time_value time_value_from(std::uint64_t raw, time_kind kind);
 
-// Bits of date_style::flags. The low 8 bits hold the date separator, 0 for none.
-namespace date_flag {
-inline constexpr std::uint32_t separator_mask = 0xff;
-inline constexpr std::uint32_t month_name = 0x100;      // "mmm"
-inline constexpr std::uint32_t month_number = 0x200;    // "mm"
-inline constexpr std::uint32_t four_digit_year = 0x400; // "yyyy"
-inline constexpr std::uint32_t short_year = 0x800;      // "yy"
-inline constexpr std::uint32_t comma = 0x1000;          // the format holds a comma
-inline constexpr std::uint32_t day_month_year = 0x2000;
-inline constexpr std::uint32_t month_day_year = 0x4000;
-inline constexpr std::uint32_t year_month_day = 0x8000;
-inline constexpr std::uint32_t pair_datetime = 0x10000; // date and time share a column
-inline constexpr unsigned fraction_shift = 17;          // 4 bits: digits of the fraction, 0 to 9
-inline constexpr std::uint32_t fraction_mask = 0xf;
-} // namespace date_flag
-
-// How moments are printed: the two format texts in compiled form.
+// How moments are printed: the two format texts in compiled form. A style in which nothing is set
+// counts as not compiled.
 struct date_style {
-    std::uint32_t flags = 0; // date_flag bits; 0 means not compiled
+    enum class field_order : std::uint8_t { none, day_month_year, month_day_year, year_month_day };
+    enum class month_form : std::uint8_t { none, number, name };
+
+    field_order order = field_order::none;
+    month_form month = month_form::none;
+    bool four_digit_year = false;     // "yyyy" and not "yy"
+    bool pair_datetime = false;       // date and time share a column
+    char separator = '\0';            // between the fields of the date; 0 for none
+    std::uint8_t fraction_digits = 0; // at most 9
+
+    bool is_compiled() const { return *this != date_style{}; }
+    bool operator==(const date_style&) const = default;
 };
 
 // Compiles a date format such as "yyyy-mm-dd", "mm/dd/yyyy" or "dd-mmm-yyyy" and a time format such
 // as "hh:mm:ss.xxx", both in lower case. From the time format only the length of the "x" run (three
 // or more) counts; the rest of the time is always "hh:mm:ss". An empty date format is accepted and
 // sets no date. A date format without day, month and year in one of the three orders answers false;
-// the flags found up to there stay, and such a style prints times without a fraction.
+// what was found up to there stays, and such a style prints times without a fraction.
 bool compile_date_style(date_style& style, std::string_view dateformat, std::string_view timeformat,
                         bool pair_datetime);
 

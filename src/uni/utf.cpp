@@ -100,6 +100,14 @@ bool put_plain_blocks(char* out, const std::uint8_t* units, std::size_t length)
     return any == 0;
 }
 
+// The whole units of stored text without the zero unit at its end, if it has one.
+byte_view without_terminator(byte_view stored)
+{
+    const std::uint64_t whole = stored.size() / 2 * 2;
+    const bool is_terminated = whole != 0 && stored.u16(whole - 2) == 0;
+    return stored.slice(0, is_terminated ? whole - 2 : whole);
+}
+
 // Writes all units as one byte each and gives true if none of them is special.
 bool put_plain(char* out, byte_view units)
 {
@@ -137,7 +145,7 @@ std::string utf8_from_utf16(std::u16string_view text)
             }
             code = joined(code, text[++i]);
         }
-        // A lone low surrogate passes as three bytes: meant, and it comes back as it was.
+        // A lone low surrogate passes as three bytes, so that a path comes back as it was.
         end = put_code_point(end, code);
     }
     out.resize(static_cast<std::size_t>(end - out.data()));

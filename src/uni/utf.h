@@ -20,14 +20,6 @@ std::string utf8_from_utf16(std::u16string_view text);
 // 0x10ffff fails: the result is empty. Overlong forms pass.
 std::u16string utf16_from_utf8(std::string_view text);
 
-// The whole units of stored UTF-16LE text without the zero unit at its end, if it has one.
-inline byte_view without_terminator(byte_view stored) noexcept
-{
-    const std::uint64_t whole = stored.size() / 2 * 2;
-    const bool is_terminated = whole != 0 && stored.u16(whole - 2) == 0;
-    return stored.slice(0, is_terminated ? whole - 2 : whole);
-}
-
 // Appends stored UTF-16LE text to `out` as UTF-8, up to the first zero unit or the last whole unit;
 // a surrogate without its partner becomes U+FFFD. `out` must have stored_text_room().
 // Gives the end of what was written.
