@@ -33,31 +33,14 @@ SHOWN = ("company", "description", "internalname", "copyright", "originalfilenam
 
 
 def resource_script(kind, tables, languages=("9, 1",)):
-    os_number, _, file_type, _, subtype, flags = kind
     blocks = ""
     for key, strings in tables.items():
         values = "\n".join('VALUE "%s", "%s"' % (name, text.replace('"', '""'))
                            for name, text in strings.items())
         blocks += f'BLOCK "{key}"\nBEGIN\n{values}\nEND\n'
-    return "".join(f"""LANGUAGE {language}
-1 VERSIONINFO
-FILEVERSION 1,2,3,65535
-PRODUCTVERSION 65535,0,7,1
-FILEFLAGSMASK 0x3f
-FILEFLAGS {flags}
-FILEOS {os_number}
-FILETYPE {file_type}
-FILESUBTYPE {subtype}
-BEGIN
-BLOCK "StringFileInfo"
-BEGIN
-{blocks}END
-BLOCK "VarFileInfo"
-BEGIN
-VALUE "Translation", 0x409, 1200
-END
-END
-""" for language in languages)
+    facts = dict(zip(("os_number", "_", "file_type", "_", "subtype", "flags"), kind), blocks=blocks)
+    template = Path("tests/support/version.rc.in").read_text("utf-8")
+    return "".join(template.format(language=language, **facts) for language in languages)
 
 
 def header_facts(path):

@@ -137,7 +137,6 @@ class Lists(Runs):
     def test_lines(self):
         a, b = "a.sdb".encode(), "计.sdb".encode()
         for lines, expected in (
-            (b"\n\r\n", []),
             (a + b"\n" + b, ["a.sdb", "计.sdb"]),
             (a + b"\r\r\n\n\r\n\r\r\n" + b + b"\r\n", ["a.sdb", "计.sdb"]),
             (b"x" * 5000 + b"\n" + a, ["a.sdb"]),
@@ -145,6 +144,7 @@ class Lists(Runs):
             (b"\xff\xfe.sdb\n" + a + b"\n", ["a.sdb"]),
         ):
             self.assertEqual((lines, self.databases("-pipe", lines)), (lines, expected))
+        self.assertEqual(run("-pipe -stats", lines=b"\n\r\n").returncode, FAILED)
 
     def test_results_file(self):
         for form in ("", "-csv"):
@@ -162,16 +162,6 @@ class Lists(Runs):
 class Signals(Runs):
     """A second process waits for the end of a run."""
     NAME = f"quilt-test-{os.getpid()}"
-    WAITER = r"""
-        #include <windows.h>
-        #include <stdio.h>
-        int main(int count, char** arguments)
-        {
-            HANDLE event = CreateEventA(NULL, TRUE, FALSE, arguments[count - 1]);
-            puts("waits");
-            fflush(stdout);
-            return WaitForSingleObject(event, 60000) == WAIT_OBJECT_0 ? 7 : 1;
-        }"""
     OPEN = f"""
 import ctypes
 libc = ctypes.CDLL(None, use_errno=True)
@@ -203,8 +193,8 @@ event = ctypes.c_void_p(libc.sem_open(b"/{NAME}", {os.O_CREAT}, 0o600, 0))
     @unittest.skipIf(shutil.which("x86_64-w64-mingw32-gcc") is None, "no compiler for what waits")
     def test_windows_event(self):
         program, waiter = self.windows(), self.path("wait.exe")
-        source = self.write("wait.c", self.WAITER.encode())
-        subprocess.run(["x86_64-w64-mingw32-gcc", "-o", waiter, source], check=True)
+        subprocess.run(["x86_64-w64-mingw32-gcc", "-o", waiter, "tests/support/wait_for_event.c"],
+                       check=True)
         self.wait_for(subprocess.Popen([*program.words[:-1], waiter, self.NAME],
                                        stdout=subprocess.PIPE), program, 7)
 
