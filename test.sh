@@ -66,7 +66,10 @@ script_tests() { # name script argument...
 
 # Whole runs of the programs of one build.
 report_tests() { # name-suffix folder argument...
-    script_tests "reports$1" reports_test.py --quilt "$2/quilt" "${@:3}"
+    local subject
+    for subject in reports options targets; do
+        script_tests "$subject$1" "${subject}_test.py" --quilt "$2/quilt" "${@:3}"
+    done
 }
 volume_tests() { # name-suffix folder argument...
     script_tests "volumes$1" volumes_test.py --quilt "$2/quilt" --reader "$2/read_volume" "${@:3}"

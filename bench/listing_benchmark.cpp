@@ -7,13 +7,13 @@
 #include <memory>
 #include <utility>
 
+#include "large_database.h"
 #include "report/listings.h"
 #include "report/statistics.h"
 #include "sdb/database.h"
 #include "sdb/finders.h"
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
-#include "support/large_database.h"
 
 namespace {
 

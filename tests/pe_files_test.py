@@ -17,12 +17,10 @@ import sys
 import unittest
 from pathlib import Path
 
-import reports_test as reports
-from reports_test import BANNER, FAILED, WIPE, Database, Folder, notice
+from support.whole_runs import (ARGUMENTS, FAILED, RULE, WIPE, Database, Runs, main, masked, run)
 
 WINE = Path("/usr/lib/x86_64-linux-gnu/wine")
-RULE = "-" * 75
-COMPILERS = {"x86_64-w64-mingw32": 0x20b, "i686-w64-mingw32": 0x10b}
+X64 = "x86_64-w64-mingw32"
 # FILEOS, FILETYPE, FILESUBTYPE and FILEFLAGS, as numbers and as the report has the first two.
 KINDS = [(0x40004, "nt, win32", 1, "app", 0, 0), (0x4, "win32", 2, "dll", 0, 1),
          (0x10001, "dos, win16", 3, "driver", 7, 2), (0, "unk", 7, "statc_lib", 0, 0x3f),
@@ -34,46 +32,25 @@ SECOND = {"CompanyName": "Second", "ProductName": "Zweites"}
 SHOWN = ("company", "description", "internalname", "copyright", "originalfilename", "productname")
 
 
-def string_table(key, strings):
-    values = "\n".join('VALUE "%s", "%s"' % (name, text.replace('"', '""'))
-                       for name, text in strings.items())
-    return f'BLOCK "{key}"\nBEGIN\n{values}\nEND\n'
-
-
-def resource_script(kind, tables, languages=("LANGUAGE 9, 1",)):
-    os_number, _, file_type, _, subtype, flags = kind
-    blocks = "".join(string_table(key, strings) for key, strings in tables.items())
-    return "".join(f"""{language}
-1 VERSIONINFO
-FILEVERSION 1,2,3,65535
-PRODUCTVERSION 65535,0,7,1
-FILEFLAGSMASK 0x3f
-FILEFLAGS {flags}
-FILEOS {os_number}
-FILETYPE {file_type}
-FILESUBTYPE {subtype}
-BEGIN
-BLOCK "StringFileInfo"
-BEGIN
-{blocks}END
-BLOCK "VarFileInfo"
-BEGIN
-VALUE "Translation", 0x409, 1200
-END
-END
-""" for language in languages)
+def resource_script(kind, tables, languages=("9, 1",)):
+    blocks = ""
+    for key, strings in tables.items():
+        values = "\n".join('VALUE "%s", "%s"' % (name, text.replace('"', '""'))
+                           for name, text in strings.items())
+        blocks += f'BLOCK "{key}"\nBEGIN\n{values}\nEND\n'
+    facts = dict(zip(("os_number", "_", "file_type", "_", "subtype", "flags"), kind), blocks=blocks)
+    template = Path("tests/support/version.rc.in").read_text("utf-8")
+    return "".join(template.format(language=language, **facts) for language in languages)
 
 
 def header_facts(path):
     """What the headers say, or None for what is to be refused."""
     data = Path(path).read_bytes()
-    if len(data) < 64 or data[:2] != b"MZ":
-        return None
-    place = struct.unpack_from("<i", data, 60)[0]
-    if place <= 64 or len(data) < place + 24 + 224 or data[place:place + 4] != b"PE\0\0":
+    place = struct.unpack_from("<i", data, 60)[0] if len(data) >= 64 and data[:2] == b"MZ" else 0
+    header = place + 24
+    if place <= 64 or len(data) < header + 224 or data[place:place + 4] != b"PE\0\0":
         return None
     sections, stamp = struct.unpack_from("<HI", data, place + 6)
-    header = place + 24
     size = 240 if struct.unpack_from("<H", data, header)[0] == 0x20b else 224
     if len(data) < header + size + 40 * sections:
         return None
@@ -93,7 +70,7 @@ def version_blocks(data, at=0, end=None):
         limit = at + length
         text = data[at + 6:limit].decode("utf-16-le", "replace")
         key = text[:text.index("\0")]
-        value_at = (at + 6 + 2 * len(key.encode("utf-16-le")) // 2 + 2 + 3) & ~3
+        value_at = (at + 6 + len(key.encode("utf-16-le")) + 2 + 3) & ~3
         value_end = value_at + value_length * (2 if kind == 1 else 1)
         children = list(version_blocks(data, (value_end + 3) & ~3, limit))
         yield key, data[value_at:min(value_end, limit)], children
@@ -117,36 +94,30 @@ def version_facts(data):
 
 
 def report_lines(path):
-    result = reports.run("-pe", path, "-stats", "-quiet", "-csv_separator", "=")
+    result = run("-pe", path, "-stats", "-quiet", "-csv_separator", "=")
     lines = result.stdout.decode().split("\n")[3:-1]
     return {name.strip(): value.strip() for name, value in (line.split("=", 1) for line in lines)}
 
 
-def shown(number):
-    return f"0x{number:08x}"
-
-
-class Made(Folder):
+class Made(Runs):
     """Programs made by MinGW-w64."""
 
-    def make(self, prefix, name, script=None):
+    def make(self, prefix, name, kind=None, tables=None, **script):
         if shutil.which(prefix + "-gcc") is None or shutil.which(prefix + "-windres") is None:
             self.skipTest(f"no {prefix}-gcc")
         self.write("main.c", b"int main(void) { return 0; }\n")
-        objects = []
-        if script is not None:
-            self.write("v.rc", script.encode())
-            subprocess.run([prefix + "-windres", "-c", "65001", "v.rc", "v.o"], check=True,
-                           cwd=self.folder)
-            objects = ["v.o"]
-        subprocess.run([prefix + "-gcc", "main.c", *objects, "-o", name], check=True,
-                       cwd=self.folder)
+        commands = [f"gcc main.c -o {name}"]
+        if kind:
+            self.write("v.rc", resource_script(kind, tables, **script).encode())
+            commands = ["windres -c 65001 v.rc v.o", f"gcc main.c v.o -o {name}"]
+        for command in commands:
+            subprocess.run(f"{prefix}-{command}".split(), check=True, cwd=self.folder)
         return self.path(name)
 
     def expected(self, path, kind=None, tables=None):
         facts = header_facts(path)
         lines = {"Source file": path, "Filename": os.path.basename(path).lower(),
-                 "ModuleType": "Win32", **{name: shown(facts[name]) for name in facts}}
+                 "ModuleType": "Win32", **{name: f"0x{facts[name]:08x}" for name in facts}}
         if kind is not None:
             lines |= {"fileos": kind[1], "filetype": kind[3], "fileversion": "1.2.3.65535",
                       "productversion": "65535.0.7.1"}
@@ -161,89 +132,70 @@ class Made(Folder):
         self.assertEqual(lines, self.expected(path, *told))
 
     def test_reports_say_what_the_resource_script_said(self):
-        for prefix in COMPILERS:
+        for prefix in (X64, "i686-w64-mingw32"):
             with self.subTest(compiler=prefix):
                 self.check(self.make(prefix, "Plain.EXE"))
                 for kind in KINDS:
                     tables = {"040904b0": {**STRINGS, "Comments": "not shown"}}
-                    path = self.make(prefix, "Tool.exe", resource_script(kind, tables))
-                    tables["040904b0"].pop("Comments")
-                    self.check(path, kind, tables)
-
-    def test_two_string_tables_and_two_languages(self):
-        tables = {"040904b0": STRINGS, "040704E4": SECOND}
-        for prefix in COMPILERS:
-            with self.subTest(compiler=prefix):
-                path = self.make(prefix, "Tool.exe", resource_script(KINDS[0], tables))
-                self.check(path, KINDS[0], tables)
+                    path = self.make(prefix, "Tool.exe", kind, tables)
+                    self.check(path, kind, {"040904b0": STRINGS})
+                tables = {"040904b0": STRINGS, "040704E4": SECOND}
+                self.check(self.make(prefix, "Tool.exe", KINDS[0], tables), KINDS[0], tables)
                 # Of two version resources one is read: that which stands first in the file.
-                script = resource_script(KINDS[0], {"040704e4": SECOND},
-                                         ["LANGUAGE 7, 1", "LANGUAGE 9, 1"])
-                self.check(self.make(prefix, "Tool.exe", script), KINDS[0], {"040704e4": SECOND})
+                tables.pop("040904b0")
+                path = self.make(prefix, "Tool.exe", KINDS[0], tables, languages=["7, 1", "9, 1"])
+                self.check(path, KINDS[0], tables)
 
     def test_forms_messages_and_exit_values(self):
-        tool = self.make("x86_64-w64-mingw32", "Tool.exe",
-                         resource_script(KINDS[0], {"040904b0": STRINGS}))
+        tool = self.make(X64, "Tool.exe", KINDS[0], {"040904b0": STRINGS})
         bad = self.write("bad.exe", Path(tool).read_bytes()[:300])
-        problem = f"Problem pulling PE stats from file {bad}\n"
-        result = reports.run("-pe", bad, "-stats", "-quiet")
-        self.assertEqual((result.returncode, result.stderr), (FAILED, notice(problem)))
+        self.printed(f"-pe {bad} -stats -quiet", code=FAILED,
+                     messages=f"Problem pulling PE stats from file {bad}\n")
         lines = f"{bad}\n\n{self.path('nowhere')}\n{tool}\n{tool}\n".encode()
-        for form, rules, rows in (([], 2, 0), (["-csv"], 0, 3), (["-csvl2t"], 0, 0)):
-            with self.subTest(form=form):
-                result = reports.run("-pe", "-stats", "-pipe", *form, lines=lines)
-                self.assertEqual((result.returncode, result.stderr), (0, WIPE))
-                text = result.stdout.decode()
-                self.assertEqual(text.count(RULE + "\n"), rules)
-                self.assertEqual(text.count("\n") - 3 if form else rows, rows)
-                self.assertEqual(text.count("source file,"), 1 if form == ["-csv"] else 0)
-        listed = reports.run("-enumdir", self.folder, "-pe", "-stats", "-csv", "-quiet",
-                             "-filter", "*.exe")
-        self.assertEqual((listed.returncode, listed.stdout.count(b"Tool.exe,")), (0, 1))
-        self.assertEqual(reports.run("-pe", "-stats", "-pipe", lines=bad.encode()).returncode, FAILED)
+        for form, rules, rows, heads in (("", 2, 0, 0), ("-csv", 0, 3, 1), ("-csvl2t", 0, 0, 0)):
+            text = self.printed(f"-pe -stats -pipe {form}", messages=WIPE, lines=lines).decode()
+            found = (text.count(RULE), text.count("\n") - 3 if form else 0,
+                     text.count("source file,"))
+            self.assertEqual((form, *found), (form, rules, rows, heads))
+        listed = self.printed(f"-enumdir {self.folder} -pe -stats -csv -quiet -filter *.exe")
+        self.assertEqual(listed.count(b"Tool.exe,"), 1)
+        self.assertEqual(run("-pe -stats -pipe", lines=bad.encode()).returncode, FAILED)
 
     def test_matches_stay_on_the_console(self):
-        tool = self.make("x86_64-w64-mingw32", "tool.exe")
-        d = Database()
-        image = d.image(d.list(0x7007, d.text(0x6001, "tool.exe"),
-                               d.list(0x7008, d.text(0x6001, "*"), d.dword(0x4006, 3))))
+        tool, other = (self.make(X64, name) for name in ("tool.exe", "other.exe"))
+        tag = (d := Database()).tag
+        image = d.image(tag(0x7007, tag(0x6001, "tool.exe"),
+                            tag(0x7008, tag(0x6001, "*"), tag(0x4006, 3))))
         database, out = self.write("a.sdb", image), self.path("out")
-        result = reports.run("-sdb", database, "-match", "-pe", tool, "-out", out)
+        match = f"-sdb {database} -match -pe "
+        result = run(f"{match} {tool} -out {out}")
         self.assertEqual((result.returncode, result.stdout), (0, b"match tagid 0000001e\n\n"))
         self.assertIn(b'<exe name="tool.exe"', self.read("out"))
-        result = reports.run("-sdb", database, "-match", "-pe", tool, "-multiline")
+        result = run(f"{match} {tool} -multiline")
         self.assertTrue(result.stdout.split(b"\n", 3)[3].startswith(
             b"match tagid 0000001e\n-------------------- [" + database.encode()))
-        other = self.make("x86_64-w64-mingw32", "other.exe")
-        result = reports.run("-sdb", database, "-match", "-pe", other, "-quiet")
-        self.assertEqual((result.returncode, result.stderr),
-                         (0, notice(f"no matches found: {database}\n")))
+        self.printed(f"{match} {other} -quiet", messages=f"no matches found: {database}\n")
 
     def test_windows_reports(self):
         """The same bytes, but for the folder."""
-        if reports.WINDOWS is None:
-            self.skipTest("no Windows program")
-        tool = self.make("x86_64-w64-mingw32", "tool.exe",
-                         resource_script(KINDS[1], {"040904b0": STRINGS, "040704e4": SECOND}))
+        programs = ARGUMENTS.quilt, self.windows()
+        tool = self.make(X64, "tool.exe", KINDS[1], {"040904b0": STRINGS, "040704e4": SECOND})
         shutil.copy(tool, "build/tool.exe")
         self.addCleanup(os.unlink, "build/tool.exe")
-        for form in ([], ["-csv"], ["-csv", "-pair_datetime"], ["-base10"]):
-            with self.subTest(form=form):
-                here, there = (program.run("-pe", "build/tool.exe", "-stats", *form)
-                               for program in (reports.QUILT, reports.WINDOWS))
-                self.assertEqual((there.returncode, reports.masked(there.stdout)),
-                                 (0, reports.masked(here.stdout)))
+        for form in ("", "-csv", "-csv -pair_datetime", "-base10"):
+            here, there = (program.run("-pe", "build/tool.exe", "-stats", *form.split())
+                           for program in programs)
+            self.assertEqual((form, there.returncode, masked(there.stdout)),
+                             (form, 0, masked(here.stdout)))
 
     def test_a_sparse_file_of_three_gigabytes(self):
-        tool = self.make("x86_64-w64-mingw32", "tool.exe",
-                         resource_script(KINDS[0], {"040904b0": STRINGS}))
+        tool = self.make(X64, "tool.exe", KINDS[0], {"040904b0": STRINGS})
         before = report_lines(tool)
         os.truncate(tool, 3 << 30)
-        after = report_lines(tool)
-        self.assertEqual(after, {**before, "FileSize": "0xc0000000"})
+        self.assertEqual(report_lines(tool), {**before, "FileSize": "0xc0000000"})
         empty = self.write("empty.exe", b"MZ" + b"\0" * 58 + struct.pack("<I", 0x7fffff00))
         os.truncate(empty, 3 << 30)
-        self.assertEqual(reports.run("-pe", empty, "-stats").returncode, FAILED)
+        self.assertEqual(run(f"-pe {empty} -stats").returncode, FAILED)
 
 
 def wine_files():
@@ -251,13 +203,12 @@ def wine_files():
 
 
 @unittest.skipIf(not WINE.is_dir(), "no Wine")
-class Wine(Folder):
+class Wine(Runs):
     def test_every_file_is_reported_or_refused_by_a_rule(self):
         files = wine_files()
-        result = reports.run("-pe", "-stats", "-pipe", "-csv", "-quiet",
-                             lines="".join(f"{path}\n" for path in files).encode())
-        self.assertEqual((result.returncode, result.stderr), (0, b""))
-        rows = list(csv.reader(result.stdout.decode().split("\n")[4:-1], quoting=csv.QUOTE_NONE))
+        report = self.printed("-pe -stats -pipe -csv -quiet",
+                              lines="".join(f"{path}\n" for path in files).encode())
+        rows = list(csv.reader(report.decode().split("\n")[4:-1], quoting=csv.QUOTE_NONE))
         self.assertEqual({len(row) for row in rows}, {20})
         facts = {path: header_facts(path) for path in files}
         expected = [(os.path.basename(path), os.path.dirname(path), str(fact["PECheckSum"]))
@@ -292,8 +243,7 @@ class Wine(Folder):
         for path, facts in self.sample(50):
             with self.subTest(path=path):
                 database, caught = self.records_about(path, facts)
-                result = reports.run("-sdb", self.write("a.sdb", database), "-match", "-pe", path,
-                                     "-quiet")
+                result = run("-sdb", self.write("a.sdb", database), "-match", "-pe", path, "-quiet")
                 self.assertEqual(re.findall(r'<exe name="(.*?)"', result.stdout.decode()), caught)
 
     @staticmethod
@@ -301,9 +251,8 @@ class Wine(Folder):
         """A database of records that ask for all properties of a file, all but one of them with a
         property changed; and those that are to catch it."""
         d, headers = Database(), header_facts(path)
-        version, product = (int.from_bytes(b"".join(
-            struct.pack(">H", int(word)) for word in facts[name].split(".")), "big")
-            for name in ("fileversion", "productversion"))
+        version, product = (int.from_bytes(struct.pack(">4H", *map(int, facts[name].split("."))), "big")
+                            for name in ("fileversion", "productversion"))
         # Tag, value, and how a bound is given: 0 for equality, -1 for a lower, 1 for an upper one.
         properties = [(0x4001, headers["FileSize"], 0), (0x400b, headers["PECheckSum"], 0),
                       (0x4006, 3, 0), (0x401c, headers["LinkerVersion"], 0),
@@ -324,11 +273,6 @@ class Wine(Folder):
         strings.pop(None, None)
         properties += [(tag, text, 0) for tag, text in strings.items() if text != "0x00000000"]
 
-        def node(tag, value):
-            if isinstance(value, str):
-                return d.text(tag, value)
-            return (d.dword if tag < 0x5000 else d.qword)(tag, value)
-
         records, caught = [], []
         for changed, (tag, value, bound) in [(None, (0, 0, 0)), *enumerate(properties)]:
             for step in (-1, 1):
@@ -336,14 +280,14 @@ class Wine(Folder):
                 if not isinstance(new, str) and not 0 <= new < 1 << (32 if tag < 0x5000 else 64):
                     continue
                 name = f"{tag:04x} {step}"
-                members = [node(*(tag, new) if place == changed else of[:2])
+                members = [d.tag(*((tag, new) if place == changed else of[:2]))
                            for place, of in enumerate(properties)]
-                members.append(d.text(0x6001, os.path.basename(path).lower()))
-                records.append(d.list(0x7007, d.text(0x6001, name), d.list(0x7008, *members)))
+                members.append(d.tag(0x6001, os.path.basename(path).lower()))
+                records.append(d.tag(0x7007, d.tag(0x6001, name), d.tag(0x7008, *members)))
                 if changed is None or step == bound:
                     caught.append(name)
         return d.image(*records), caught
 
 
 if __name__ == "__main__":
-    sys.exit(reports.main(sys.modules[__name__]))
+    sys.exit(main())

@@ -17,58 +17,12 @@ import tempfile
 from contextlib import contextmanager
 from pathlib import Path
 
+from support import hives
+
 PREPARED = Path("tests/images/ntfs-4096.img.gz")
 FACTS = Path("tests/images/ntfs-4096.md5")
 HIVE = "Windows/System32/config/SOFTWARE"
 INSTALLED = ["C:\\Windows\\AppPatch\\Custom\\tool.sdb", "C:\\Program Files\\Чертёж\\計測.sdb"]
-COMPRESSED = 0x800  # file attribute
-
-
-class Hive:
-    """Lays out a registry hive: each call adds a cell and gives its offset."""
-
-    def __init__(self):
-        self.bin = bytearray(32)
-
-    def cell(self, contents):
-        place, size = len(self.bin), (len(contents) + 11) // 8 * 8
-        self.bin += struct.pack("<i", -size) + contents + bytes(size - 4 - len(contents))
-        return place
-
-    def value(self, name, kind, data):
-        return self.cell(b"vk" + struct.pack("<HIIIHH", len(name), len(data), self.cell(data), kind,
-                                             1, 0) + name.encode())
-
-    def key(self, name, subkeys=(), values=()):
-        pairs = b"".join(struct.pack("<II", subkey, 0) for subkey in subkeys)
-        keys = self.cell(b"lf" + struct.pack("<H", len(subkeys)) + pairs) if subkeys else 0xFFFFFFFF
-        listed = self.cell(struct.pack(f"<{len(values)}I", *values)) if values else 0xFFFFFFFF
-        return self.cell(b"nk" + struct.pack(
-            "<HQ15IHH", 0x20, 132_000_000_000_000_000, 0, 32, len(subkeys), 0, keys, 0xFFFFFFFF,
-            len(values), listed, 0, 0xFFFFFFFF, 0, 0, 0, 0, 0, len(name), 0) + name.encode())
-
-    def image(self, root, size):
-        size = max(len(self.bin) + 8, size - 4096 + 4095) // 4096 * 4096
-        self.bin[:12] = b"hbin" + struct.pack("<II", 0, size)
-        free = size - len(self.bin)
-        base = struct.pack("<4sIIQIIIIII", b"regf", 1, 1, 0, 1, 5, 0, 1, root, size)
-        filler = random.Random(1).randbytes(min(free - 4, 4096)) * (free // 4096 + 1)
-        return (base + bytes(4) + "SOFTWARE".encode("utf-16-le")).ljust(4096, b"\0") + self.bin + \
-            struct.pack("<i", free) + filler[:free - 4]
-
-
-def software_hive(paths, size):
-    """A SOFTWARE hive of about `size` bytes that names these databases as installed."""
-    hive = Hive()
-    subkeys = [hive.key(f"{{0000000{i}-1111-2222-3333-444444444444}}", values=[
-        hive.value("DatabasePath", 1, (path + "\0").encode("utf-16-le")),
-        hive.value("DatabaseDescription", 1, f"number {i}\0".encode("utf-16-le")),
-        hive.value("DatabaseInstallTimeStamp", 11, struct.pack("<Q", 131_000_000_000_000_000 + i))])
-        for i, path in enumerate(paths)]
-    key = hive.key("InstalledSDB", subkeys)
-    for name in ("AppCompatFlags", "CurrentVersion", "Windows NT", "Microsoft", "ROOT"):
-        key = hive.key(name, [key])
-    return hive.image(key, size)
 
 
 def make_volume(image, size, cluster):
@@ -115,12 +69,18 @@ def write_fragments(path, contents, unit):
             file.write(contents[place:place + unit])
 
 
+def compress(folder):
+    """What is made in the folder from now on is compressed."""
+    file_attribute = 0x800
+    os.setxattr(folder, "system.ntfs_attrib_be", struct.pack(">I", file_attribute))
+
+
 def fill(root, cluster, files, fragments):
     """Fills a mounted volume; gives what is in each file."""
     random_bytes = random.Random(cluster).randbytes
     text = b"the same words again and again, " * 128
     contents = {
-        HIVE: software_hive(INSTALLED, fragments * cluster),
+        HIVE: hives.software_hive(INSTALLED, fragments * cluster),
         "Files/empty": b"",
         "Files/resident": b"short enough",
         "Files/plain": random_bytes(5 * cluster + 7),
@@ -136,8 +96,7 @@ def fill(root, cluster, files, fragments):
         contents[f"Windows/System32/Module {number:05}.dll"] = b"%d" % number
     for name in contents:
         os.makedirs(os.path.join(root, os.path.dirname(name)), exist_ok=True)
-    os.setxattr(os.path.join(root, "Packed"), "system.ntfs_attrib_be",
-                struct.pack(">I", COMPRESSED))
+    compress(os.path.join(root, "Packed"))
     for name, bytes_of in contents.items():
         path = os.path.join(root, name)
         if name == HIVE:

@@ -8,10 +8,8 @@ Run from the root of the repository. Images are made here where one can be mount
 in tests/images serves in any case. With --need-mount it is a failure that none can be made.
 """
 
-import argparse
 import hashlib
 import os
-import shlex
 import shutil
 import struct
 import subprocess
@@ -21,11 +19,12 @@ import unittest
 from pathlib import Path
 
 import volume_images as images
-from reports_test import FAILED, WIPE, Folder, Program
+from support import hives
+from support.whole_runs import ARGUMENTS, FAILED, WIPE, Runs, main, run
 
-QUILT = READER = WINDOWS = WINDOWS_READER = None
-IMAGES = {}  # name: (path, {file: digest})
-NO_MOUNT = ""
+FOLDER = tempfile.TemporaryDirectory(prefix="quilt-images-")
+IMAGES = []  # (path, {file: digest}), the prepared one first
+NO_MOUNT = images.why_no_mount()
 CASELESS = ("windows\\SYSTEM32\\Config\\software", "/WINDOWS/system32/config/Software", "C:\\" +
             images.HIVE.replace("/", "\\"), images.HIVE + ":stream", f" {images.HIVE}\t")
 ABSENT = ("Files/ALONGN~1.TXT", "Files/nothing", "Files/plain/deeper", "Windows/Files/plain",
@@ -36,28 +35,16 @@ def digest(data):
     return hashlib.md5(data).hexdigest()
 
 
-def directory_of(facts, folder):
-    """Names in a folder of the image, from the list of its files."""
-    prefix = folder + "/" if folder else ""
-    return {name[len(prefix):].split("/")[0] for name in facts if name.startswith(prefix)}
-
-
-class Reading(Folder):
-    def read(self, word, image, path, reader=None, *more):
+class Reading(Runs):
+    def read_volume(self, word, image, path):
         """What the reader gives for a path, or None."""
         output = self.path("output")
-        result = (reader or READER).run(word, image, path, output, *more)
-        if result.returncode != 0:
-            return None
-        return Path(output).read_bytes()
-
-    @staticmethod
-    def each_image():
-        return IMAGES.values()
+        result = ARGUMENTS.reader.run(word, image, path, output)
+        return self.read("output") if result.returncode == 0 else None
 
     def listed(self, image, *options, program=None):
         """What -listsdb prints behind the run header; nothing else may be said."""
-        result = (program or QUILT).run("-partition", image, "-listsdb", *options)
+        result = (program or ARGUMENTS.quilt).run("-partition", image, "-listsdb", *options)
         self.assertIn(result.stderr.replace(b"\r\n", b"\n"), (WIPE, b""))
         lines = result.stdout.decode().replace("\r\n", "\n").split("\n")[3:]
         self.assertEqual(lines[-2:], ["", ""])
@@ -66,12 +53,17 @@ class Reading(Folder):
 
 
 class Content(Reading):
+    def test_images_of_every_cluster_size_are_made(self):
+        if NO_MOUNT:
+            (self.fail if ARGUMENTS.need_mount else self.skipTest)(NO_MOUNT)
+        self.assertEqual(len(IMAGES), 5)
+
     def test_files_are_what_was_written_and_what_ntfscat_reads(self):
-        for image, facts in self.each_image():
+        for image, facts in IMAGES:
             for name, expected in facts.items():
                 if name.startswith("Windows/System32/Module") and not name.endswith("7.dll"):
                     continue
-                found = self.read("cat", image, name)
+                found = self.read_volume("cat", image, name)
                 # An empty file gives nothing.
                 self.assertEqual(digest(found or b""), expected, name)
                 self.assertEqual(found is None, expected == digest(b""), name)
@@ -80,22 +72,25 @@ class Content(Reading):
                     self.assertEqual(other.stdout, found or b"", name)
 
     def test_paths(self):
-        for image, facts in self.each_image():
+        for image, facts in IMAGES:
             for path in CASELESS:
-                self.assertEqual(digest(self.read("cat", image, path)), facts[images.HIVE], path)
+                found = self.read_volume("cat", image, path)
+                self.assertEqual(digest(found), facts[images.HIVE], path)
             for path in ABSENT:
-                self.assertIsNone(self.read("cat", image, path), path)
+                self.assertIsNone(self.read_volume("cat", image, path), path)
 
     def test_directories_hold_what_was_put_there(self):
-        for image, facts in self.each_image():
-            for folder in ("", "Windows", "Windows/System32", "Files", "Links", "Packed"):
-                names = self.read("ls", image, "\\" + folder.replace("/", "\\")).decode().split("\n")
-                names = {name for name in names[:-1] if not name.startswith(("$", "."))}
-                self.assertEqual(names, directory_of(facts, folder), folder)
+        for image, facts in IMAGES:
+            for folder in ("", "Windows/", "Windows/System32/", "Files/", "Links/", "Packed/"):
+                path = "\\" + folder.replace("/", "\\")[:-1]
+                names = self.read_volume("ls", image, path).decode().split("\n")[:-1]
+                self.assertEqual({name for name in names if not name.startswith(("$", "."))},
+                                 {name[len(folder):].split("/")[0] for name in facts
+                                  if name.startswith(folder)}, folder)
 
     @unittest.skipIf(shutil.which("ntfsinfo") is None, "ntfsinfo is not installed")
     def test_the_images_hold_what_they_are_for(self):
-        for image, _ in self.each_image():
+        for image, _ in IMAGES:
             for name, words in ((images.HIVE, "$ATTRIBUTE_LIST"),
                                 ("Packed/words", "Attribute flags:\t 0x0001")):
                 info = subprocess.run(["ntfsinfo", "-v", "-f", "-F", name, image],
@@ -107,22 +102,22 @@ class Content(Reading):
 
 class Hives(Reading):
     def test_installed_databases_are_listed_from_an_image(self):
-        for image, _ in self.each_image():
+        for image, _ in IMAGES:
             expected = [image + path[2:].replace("\\", "/") for path in
                         sorted(images.INSTALLED, key=lambda path: path.split("\\")[-1])]
             self.assertEqual(self.listed(image), expected)
             if os.geteuid() == 0:
-                result = QUILT.run("-vss", image, "-listsdb")
+                result = run("-vss", image, "-listsdb")
                 self.assertEqual(result.stdout.decode().split("\n")[3:-2], expected)
             self.assertEqual(self.listed(image, "-reg", self.path("nowhere")), expected)
 
     def test_an_ordinary_hive_comes_first(self):
-        other = self.write("hive", images.software_hive(["C:\\other.sdb"], 8160))
-        for image, _ in self.each_image():
+        other = self.write("hive", hives.software_hive(["C:\\other.sdb"], 8160))
+        for image, _ in IMAGES:
             self.assertEqual(self.listed(image, "-reg", other), [image + "/other.sdb"])
 
     def test_a_block_device_is_a_volume(self):
-        image, _ = next(iter(IMAGES.values()))
+        image, _ = IMAGES[0]
         attached = subprocess.run(["losetup", "-r", "-f", "--show", image], capture_output=True,
                                   text=True) if shutil.which("losetup") else None
         if attached is None or attached.returncode != 0:
@@ -131,10 +126,9 @@ class Hives(Reading):
         self.addCleanup(subprocess.run, ["losetup", "-d", device], check=True)
         self.assertEqual(len(self.listed(device)), len(images.INSTALLED))
 
+    @unittest.skipIf(NO_MOUNT, NO_MOUNT)
     def test_hives_of_every_kind(self):
-        if NO_MOUNT:
-            self.skipTest(NO_MOUNT)
-        hive = images.software_hive(["C:\\one.sdb"], 300_000)
+        hive = hives.software_hive(["C:\\one.sdb"], 300_000)
         for kind, expected in (("plain", 1), ("resident", 0), ("empty", 0), ("sparse", 1),
                                ("compressed", 1), ("link", 1), ("directory", 0), ("streams", 1)):
             with self.subTest(kind=kind):
@@ -144,24 +138,21 @@ class Hives(Reading):
                     self.put_hive(root, kind, hive)
                 if kind not in ("directory", "empty"):
                     cat = subprocess.run(["ntfscat", image, images.HIVE], capture_output=True)
-                    self.assertEqual(self.read("cat", image, images.HIVE), cat.stdout)
+                    self.assertEqual(self.read_volume("cat", image, images.HIVE), cat.stdout)
                 self.assertEqual(len(self.listed(image)), expected)
 
     def put_hive(self, root, kind, hive):
         path = os.path.join(root, images.HIVE)
         os.makedirs(path if kind == "directory" else os.path.dirname(path))
         if kind == "compressed":
-            os.setxattr(os.path.dirname(path), "system.ntfs_attrib_be",
-                        struct.pack(">I", images.COMPRESSED))
+            images.compress(os.path.dirname(path))
         if kind == "directory":
             return
+        used = hive[:hive.rindex(b"hbin")]  # the last bin is free
         with open(path, "wb", buffering=0) as file:
+            file.write({"resident": hive[:300], "empty": b"", "sparse": used}.get(kind, hive))
             if kind == "sparse":
-                used = hive[:hive.rindex(b"ROOT") + 4]
-                file.write(used)
                 file.truncate(len(used) + 500_000)
-            else:
-                file.write({"resident": hive[:300], "empty": b""}.get(kind, hive))
         if kind == "link":
             os.link(path, os.path.join(root, "other name"))
         if kind == "streams":
@@ -171,39 +162,34 @@ class Hives(Reading):
 
 class Damage(Reading):
     def test_a_volume_cut_anywhere_is_no_volume_or_less_of_one(self):
-        image, _ = IMAGES["prepared"]
-        whole = Path(image).read_bytes()
-        for length in range(0, 256 * 1024 + 1, 4096):
-            self.listed(self.write("cut", whole[:length]))
-        for length in (len(whole) // 2, len(whole) - 512, len(whole) - 1):
+        whole = Path(IMAGES[0][0]).read_bytes()
+        for length in (*range(0, 256 * 1024 + 1, 4096), len(whole) // 2, len(whole) - 512,
+                       len(whole) - 1):
             self.listed(self.write("cut", whole[:length]))
 
     def test_boot_sector_fields(self):
-        image, _ = IMAGES["prepared"]
-        whole = bytearray(Path(image).read_bytes())
+        whole = Path(IMAGES[0][0]).read_bytes()
         damaged = self.write("damaged", whole)
         with open(damaged, "r+b", buffering=0) as file:
             for place, size in ((3, 8), (11, 2), (13, 1), (40, 8), (48, 8), (64, 1), (68, 1)):
                 for value in (0, 1, 0x80, (1 << size * 8) - 1, (1 << size * 8 - 1) - 1):
                     os.pwrite(file.fileno(), value.to_bytes(size, "little"), place)
                     self.listed(damaged)
-                os.pwrite(file.fileno(), bytes(whole[place:place + size]), place)
+                os.pwrite(file.fileno(), whole[place:place + size], place)
             self.assertEqual(len(self.listed(damaged)), len(images.INSTALLED))
 
     def test_other_file_systems(self):
-        for command in (["mkfs.vfat"], ["mkfs.exfat"], ["mkfs.ext4", "-q", "-F"]):
-            if shutil.which(command[0]) is None:
-                continue
-            with self.subTest(command=command[0]):
+        for command in ("mkfs.vfat", "mkfs.exfat", "mkfs.ext4 -q -F"):
+            if shutil.which(command.split()[0]):
                 image = self.write("image", b"")
                 os.truncate(image, 8 << 20)
-                subprocess.run([*command, image], check=True, stdout=subprocess.DEVNULL)
-                self.assertEqual(self.listed(image), [])
+                subprocess.run([*command.split(), image], check=True, stdout=subprocess.DEVNULL)
+                self.assertEqual((command, self.listed(image)), (command, []))
 
     def test_what_is_no_volume_is_passed_over_in_silence(self):
-        for path in (self.write("empty", b""), self.write("text", b"NTFS " * 1000), self.folder):
-            self.assertEqual(self.listed(path), [])
-        self.assertEqual(self.listed("c:"), [])
+        for path in (self.write("empty", b""), self.write("text", b"NTFS " * 1000), self.folder,
+                     "c:"):
+            self.assertEqual((path, self.listed(path)), (path, []))
 
 
 class Wine(Reading):
@@ -212,84 +198,43 @@ class Wine(Reading):
 
     def setUp(self):
         super().setUp()
-        if WINDOWS is None:
-            self.skipTest("no Windows program")
-        prefix = os.environ.get("WINEPREFIX", os.path.expanduser("~/.wine"))
-        self.image, self.facts = IMAGES["prepared"]
-        link = os.path.join(prefix, "dosdevices", "x::")
-        os.symlink(os.path.abspath(self.image), link)
-        self.addCleanup(os.unlink, link)
+        self.windows()
+        self.image, self.facts = IMAGES[0]
+        self.wine_drive("x::", self.image)
 
-    def windows_path(self, name):
-        return "z:" + self.path(name).replace("/", "\\")
+    def read_device(self, word, path, *size):
+        output = "z:" + self.path("output").replace("/", "\\")
+        result = ARGUMENTS.windows_reader.run(word, "x", path, output, *size)
+        return self.read("output") if result.returncode == 0 else result.returncode
 
     def test_a_letter_is_refused_in_silence(self):
         for volume in ("x", "x:", "x:\\"):
-            self.assertEqual(self.listed(volume, program=WINDOWS), [])
-        result = WINDOWS_READER.run("cat", "x", images.HIVE, self.windows_path("output"))
-        self.assertEqual(result.returncode, 1)
+            self.assertEqual(self.listed(volume, program=self.windows()), [])
+        self.assertEqual(self.read_device("cat", images.HIVE), 1)
 
     def test_positioned_reads(self):
         whole = Path(self.image).read_bytes()
         for place in ("0 512", "1024 4096", "4096 1048576", "700 100", "511 2", "1 8191"):
-            result = WINDOWS_READER.run("raw", "x", place, self.windows_path("output"))
-            self.assertEqual(result.returncode, 0, place)
             offset, size = map(int, place.split())
-            self.assertEqual(Path(self.path("output")).read_bytes(), whole[offset:offset + size])
+            self.assertEqual(self.read_device("raw", place), whole[offset:offset + size], place)
 
     def test_files_are_read_once_the_geometry_is_known(self):
         """The reader answers for it and asks the device for all else."""
+        size = str(os.path.getsize(self.image))
         for name in (images.HIVE, "Packed/mixed", "Files/sparse", "Windows/System32/Module 00099.dll"):
-            result = WINDOWS_READER.run("cat", "x", name, self.windows_path("output"),
-                                        str(os.path.getsize(self.image)))
-            self.assertEqual(result.returncode, 0, name)
-            self.assertEqual(digest(Path(self.path("output")).read_bytes()), self.facts[name])
+            self.assertEqual(digest(self.read_device("cat", name, size)), self.facts[name])
 
 
-def make_images(folder):
-    global NO_MOUNT
-    prepared = os.path.join(folder, "prepared")
-    IMAGES["prepared"] = (prepared, images.unpack_prepared(prepared))
-    NO_MOUNT = images.why_no_mount()
-    if NO_MOUNT:
-        return
-    for cluster, files, fragments, size in ((512, 500, 600, 16), (4096, 5000, 600, 32),
-                                            (65536, 100, 600, 64), (131072, 100, 60, 32)):
-        image = os.path.join(folder, f"ntfs-{cluster}")
-        IMAGES[f"clusters of {cluster}"] = (
-            image, images.make_image(image, cluster, files, fragments, size << 20))
-
-
-def main():
-    global QUILT, READER, WINDOWS, WINDOWS_READER
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--quilt", required=True)
-    parser.add_argument("--reader", required=True)
-    parser.add_argument("--windows", type=shlex.split)
-    parser.add_argument("--windows-reader", type=shlex.split)
-    parser.add_argument("--need-mount", action="store_true")
-    parser.add_argument("--only", help="part of the names of the tests to run")
-    arguments = parser.parse_args()
-    QUILT = Program([os.path.abspath(arguments.quilt)])
-    READER = Program([os.path.abspath(arguments.reader)])
-    WINDOWS = Program(arguments.windows) if arguments.windows else None
-    WINDOWS_READER = Program(arguments.windows_reader) if arguments.windows_reader else None
-    with tempfile.TemporaryDirectory(prefix="quilt-images-") as folder:
-        make_images(folder)
-        loader = unittest.TestLoader()
-        if arguments.only:
-            loader.testNamePatterns = [f"*{arguments.only}*"]
-        suite = loader.loadTestsFromModule(sys.modules[__name__])
-        result = unittest.TextTestRunner(stream=sys.stdout, verbosity=1).run(suite)
-    for test, reason in result.skipped:
-        print(f"skipped: {test.id()}: {reason}")
-    if NO_MOUNT:
-        print(f"skipped: images of every cluster size: {NO_MOUNT}")
-    failed = {getattr(test, "test_case", test).id() for test, _ in result.failures + result.errors}
-    count = len(failed) + (arguments.need_mount and bool(NO_MOUNT))
-    print(f"{result.testsRun - len(failed) - len(result.skipped)} passed, {count} failed")
-    return 1 if count else 0
+def make_images():
+    prepared = os.path.join(FOLDER.name, "prepared")
+    IMAGES.append((prepared, images.unpack_prepared(prepared)))
+    for cluster, files, fragments, size in () if NO_MOUNT else (
+            (512, 500, 600, 16), (4096, 5000, 600, 32), (65536, 100, 600, 64),
+            (131072, 100, 60, 32)):
+        image = os.path.join(FOLDER.name, f"ntfs-{cluster}")
+        IMAGES.append((image, images.make_image(image, cluster, files, fragments, size << 20)))
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    with FOLDER:
+        sys.exit(main(prepare=make_images))

@@ -2,14 +2,25 @@
 
 import base64
 import ctypes
+import random
 import struct
 import subprocess
+import tempfile
 import xml.etree.ElementTree as ET
 from datetime import datetime, timezone
+from pathlib import Path
 
 INSTALLED = ["Microsoft", "Windows NT", "CurrentVersion", "AppCompatFlags", "InstalledSDB"]
 MOMENT = 132_000_000_000_000_000  # FILETIME ticks; what hivex makes takes the time of its parent
 SZ, EXPAND_SZ, BINARY, DWORD, QWORD = 1, 2, 3, 4, 11
+
+
+def sealed(base):
+    """The base block of a hive: its fields, padded, and their checksum."""
+    base, checksum = base[:508].ljust(508, b"\0"), 0
+    for word, in struct.iter_unpack("<I", base):
+        checksum ^= word
+    return (base + struct.pack("<I", checksum)).ljust(4096, b"\0")
 
 
 def empty_hive():
@@ -24,15 +35,10 @@ def empty_hive():
     descriptor = struct.pack("<BBHIIII", 1, 0, 0x8004, 0, 0, 0, 0)
     security = cell(struct.pack("<2sHIIII", b"sk", 0, security_at, security_at, 1, len(descriptor))
                     + descriptor)
-    cells = root + security
-    free = struct.pack("<i", bin_size - head - len(cells))
-    bins = struct.pack("<4sII20x", b"hbin", 0, bin_size) + cells + free
+    cells = root + security + struct.pack("<i", bin_size - head - len(root + security))
     base = struct.pack("<4sIIQ7I", b"regf", 1, 1, MOMENT, 1, 5, 0, 1, head, bin_size, 1)
-    base = (base + "SOFTWARE".encode("utf-16-le")).ljust(508, b"\0")
-    checksum = 0
-    for word, in struct.iter_unpack("<I", base):
-        checksum ^= word
-    return ((base + struct.pack("<I", checksum)).ljust(4096, b"\0") + bins).ljust(8192, b"\0")
+    return (sealed(base + "SOFTWARE".encode("utf-16-le"))
+            + struct.pack("<4sII20x", b"hbin", 0, bin_size) + cells).ljust(8192, b"\0")
 
 
 def text(value):
@@ -51,50 +57,58 @@ class SetValue(ctypes.Structure):
                 ("data", ctypes.c_char_p)]
 
 
-class Library:
-    """hivex, with an exception for every failure."""
-
-    def __init__(self):
-        self.calls = ctypes.CDLL("libhivex.so.0", use_errno=True)
-
-    def call(self, name, *arguments, restype=ctypes.c_int):
-        function = getattr(self.calls, "hivex_" + name)
-        function.restype = restype
-        answer = function(*arguments)
-        if answer == (0 if restype is not ctypes.c_int else -1):
-            raise OSError(ctypes.get_errno(), f"hivex_{name} failed")
-        return answer
+def hivex(name, *arguments, handle=True):
+    """Calls hivex for a handle, or for success alone, with an exception for every failure."""
+    function = getattr(ctypes.CDLL("libhivex.so.0", use_errno=True), "hivex_" + name)
+    function.restype = ctypes.c_size_t if handle else ctypes.c_int
+    answer = function(*arguments)
+    if answer == (0 if handle else -1):
+        raise OSError(ctypes.get_errno(), f"hivex_{name} failed")
+    return ctypes.c_void_p(answer)
 
 
 def make_hive(path, databases):
     """Writes a software hive in which the databases, values by the names of their keys, are
     installed. Keys below a database's stand in a dictionary behind its values."""
-    with open(path, "wb") as file:
-        file.write(empty_hive())
-    library, writable = Library(), 4
-    hive = ctypes.c_void_p(library.call("open", path.encode(), writable, restype=ctypes.c_size_t))
+    Path(path).write_bytes(empty_hive())
+    hive = hivex("open", str(path).encode(), 4)  # to write
 
     def add(parent, name, values=()):
-        node = ctypes.c_size_t(library.call("node_add_child", hive, parent, name.encode(),
-                                            restype=ctypes.c_size_t))
+        node = hivex("node_add_child", hive, parent, name.encode())
         for value in values:
             if isinstance(value, dict):
-                for inner, inner_values in value.items():
-                    add(node, inner, inner_values)
+                for inner in value.items():
+                    add(node, *inner)
             else:
                 key, kind, data = value
-                library.call("node_set_value", hive, node,
-                             ctypes.byref(SetValue(key.encode(), kind, len(data), data)), 0)
+                value = SetValue(key.encode(), kind, len(data), data)
+                hivex("node_set_value", hive, node, ctypes.byref(value), 0, handle=False)
         return node
 
-    node = ctypes.c_size_t(library.call("root", hive, restype=ctypes.c_size_t))
+    node = hivex("root", hive)
     for name in INSTALLED:
         node = add(node, name)
-    for name, values in databases.items():
-        add(node, name, values)
-    library.call("commit", hive, None, 0)
-    library.call("close", hive)
+    for database in databases.items():
+        add(node, *database)
+    hivex("commit", hive, None, 0, handle=False)
+    hivex("close", hive, handle=False)
     set_moments(path)
+
+
+def software_hive(paths, size):
+    """A software hive of about `size` bytes in which databases with these paths are installed. Its
+    last bin holds one free cell."""
+    with tempfile.NamedTemporaryFile() as file:
+        make_hive(file.name, {
+            f"{{0000000{i}-1111-2222-3333-444444444444}}": installed(path, f"number {i}", MOMENT + i)
+            for i, path in enumerate(paths)})
+        hive = Path(file.name).read_bytes()
+    more = max(size - len(hive), 1) // 4096 * 4096 + 4096
+    head = struct.pack("<4sII20xi", b"hbin", len(hive) - 4096, more, more - 32)
+    filler = random.Random(1).randbytes(4096) * (more // 4096)
+    base = bytearray(hive[:4096])
+    struct.pack_into("<I", base, 40, len(hive) - 4096 + more)
+    return sealed(base) + hive[4096:] + head + filler[len(head):]
 
 
 def set_moments(path):
@@ -115,25 +129,20 @@ def installed_keys(path):
 
 
 def data_of(value):
-    """The bytes of a value, from the text that hivexml makes of them."""
+    """A value's text, number or bytes, of the text that hivexml makes of it."""
     shown, kind = value.get("value") or "", value.get("type")
     if value.get("encoding") == "base64":
         shown = base64.b64decode(shown)
-    if kind in ("string", "expand"):
-        return shown.decode("utf-8") if isinstance(shown, bytes) else shown
-    if kind in ("int32", "int64"):
-        return int(shown)
-    return shown
+        return shown.decode("utf-8") if kind in ("string", "expand") else shown
+    return int(shown) if kind in ("int32", "int64") else shown
 
 
 def read_installed(path):
     """What hivexml reads: the time of each installed database's key, and its values by name."""
-    found = {}
-    for key in installed_keys(path):
-        moment = datetime.strptime(key.find("mtime").text, "%Y-%m-%dT%H:%M:%SZ")
-        values = {value.get("key") or "": data_of(value) for value in key.findall("value")}
-        found[key.get("name")] = (moment.replace(tzinfo=timezone.utc), values)
-    return found
+    return {key.get("name"): (datetime.fromisoformat(key.find("mtime").text),
+                              {value.get("key") or "": data_of(value)
+                               for value in key.findall("value")})
+            for key in installed_keys(path)}
 
 
 def moment_text(filetime):

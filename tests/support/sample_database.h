@@ -1,22 +1,23 @@
 #pragma once
 
+#include <fstream>
+#include <iterator>
+#include <string>
+
 #include "support/sdb_builder.h"
 
-// The example database of examples/: what an intruder leaves behind, among ordinary fixes.
-//
-// It calls itself a font pack. Of its executables, "recordsvc.exe" gets an in-memory patch and
-// "ledger.exe" a module of the intruder's choosing; the rest is what such databases usually hold,
-// with at least one of everything that a report treats in a way of its own: messages, packages,
-// layers, flags, attached data, names in other scripts, and texts with markup. All vendors and
-// products are invented.
 namespace test_support {
 
-// The same bytes at every call. Labels that tests may ask offset_of() for: "patch", "companion",
-// "pin_version", "redirect_paths", "late_start", "layer", "keep_heap", "run_as_caller",
-// "transform", "transform_file", "service_exe", "ledger_exe", "plan_exe", "cyrillic_exe",
-// "markup_exe", "plot_exe", "viewer_exe", "plot_driver", "package".
-sdb_builder sample_database_builder();
+// A file of examples/, for quilt_tests alone. It holds well over 200 tags of all kinds.
+inline bytes example(const std::string& name)
+{
+    std::ifstream file(QUILT_SOURCE_DIR "/examples/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
-bytes sample_database();
+inline bytes sample_database()
+{
+    return example("sample.sdb");
+}
 
 } // namespace test_support

@@ -1,4 +1,4 @@
-#include "support/large_database.h"
+#include "large_database.h"
 
 #include <algorithm>
 #include <array>

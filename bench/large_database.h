@@ -4,8 +4,7 @@
 
 #include "support/sdb_builder.h"
 
-// Generated databases with the proportions of a large system database, for benchmarks and for
-// tests that need more than a handful of records.
+// Generated databases with the proportions of a large system database, for benchmarks.
 //
 // At 16 MiB: about 20,000 executables with 60,000 matching files, 1,000 shims, some hundred
 // layers, flags and patches, packages, drivers, messages and attached files beside them, about

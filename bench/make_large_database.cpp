@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <exception>
 
-#include "support/large_database.h"
+#include "large_database.h"
 #include "support/tools/write_file.h"
 
 int main(int count, char** arguments)

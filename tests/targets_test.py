@@ -1,0 +1,265 @@
+#!/usr/bin/env python3
+"""Runs the real quilt on targets of every kind: files, lists, registries; and looks at what it leaves.
+
+    python3 tests/targets_test.py --quilt build/release/quilt [--windows "wine quilt.exe"]
+
+Run from the root of the repository.
+"""
+
+import csv
+import ctypes
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+from pathlib import Path
+
+from support import hives
+from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE, WIPE, Database,
+                                Runs, main, masked, run, small_database)
+
+
+class Registry(Runs):
+    """A hive with hundreds of databases, read by quilt and by hivexml."""
+
+    def databases(self):
+        found = {f"{{{i:04x}-Ключ}}" if i % 7 == 0 else f"{{{i:04X}-key}}":
+                 hives.installed(f"C:\\Custom\\Base {i} Äх計.sdb", f"Number {i}, ü and 計",
+                                 hives.MOMENT + i * 36_000_000_000) for i in range(600)}
+        keys = list(found)
+        found[keys[1]] += [("Large", hives.BINARY, bytes(range(256)) * 80),
+                           ("Empty", hives.BINARY, b""), ("", hives.SZ, hives.text("Default"))]
+        found[keys[2]] = [("DatabasePath", hives.EXPAND_SZ, hives.text("D:\\%TEMP%\\expanded.sdb")),
+                          ("DatabaseDescription 計", hives.SZ, hives.text("named in UTF-16"))]
+        found[keys[3]] = [("Größe type", hives.DWORD, b"\1\0\0\0"),
+                          ("Über path", hives.SZ, hives.text("E:\\latin.sdb")),
+                          {"below": hives.installed("C:\\below.sdb", "", 1)}]
+        found[keys[4]] = []
+        found[keys[5]] = hives.installed("F:\\other\\BASE 1 Äх計.sdb", "second of a name", 1)
+        found[keys[6]] = [("DatabaseDescription", hives.SZ, hives.text("without a path"))]
+        found[keys[8]] += [("DatabaseDescription", hives.SZ, hives.text("x" * 10_240))]
+        return found
+
+    def expected(self, hive):
+        """By file name, what is installed: path, description, times."""
+        expected = {}
+        for _, (moment, values) in sorted(hives.read_installed(hive).items(),
+                                          key=lambda item: item[0].encode().lower()):
+            facts = {}
+            for name, value in values.items():
+                facts[next((word for word in ("description", "type", "timestamp", "path")
+                            if word in name.lower()), None)] = value
+            path = facts.get("path", "")
+            if values:
+                name = "".join(c.lower() if c.isascii() else c for c in path.rpartition("\\")[2])
+                expected.setdefault(name, (path, facts.get("description", ""),
+                                           facts.get("timestamp", 0), moment))
+        return expected
+
+    def test_no_path_of_a_registry_forges_a_line(self):
+        hive, path = self.path("SOFTWARE"), "a\nDatabase MD5           | 0.sdb"
+        hives.make_hive(hive, {"{A}": hives.installed(path, "", 1)})
+        shown = path.replace("\n", "[LF]").encode()
+        self.assertIn(b"\n" + shown + b"\n", run(f"-listsdb -reg {hive}", cwd=self.folder).stdout)
+        self.write(path, Path(SAMPLE).read_bytes())  # a file may have such a name
+        self.assertRegex(run(f"-stats -reg {hive}", cwd=self.folder).stdout,
+                         rb"(?m)^Database Path/File +\| " + re.escape(shown) + b"$")
+
+    def test_a_search_for_bins_takes_little_memory(self):
+        os.truncate(hive := self.write("SOFTWARE", b"regf"), 1 << 30)
+        with open(os.devnull, "wb") as nowhere:
+            process = subprocess.Popen([*ARGUMENTS.quilt.words, "-listsdb", "-reg", hive],
+                                       stdout=nowhere, stderr=nowhere)
+            _, process.returncode, usage = os.wait4(process.pid, 0)
+        # KiB; a sanitizer holds back much of what was freed.
+        self.assertLess(usage.ru_maxrss, 512 * 1024)
+
+    def test_what_hivexml_reads_is_what_is_reported(self):
+        hive = self.path("SOFTWARE")
+        hives.make_hive(hive, self.databases())
+        expected = self.expected(hive)
+        self.assertGreater(len(expected), 590)
+        paths = [expected[name][0] for name in sorted(expected, key=str.encode)]
+        result = run(f"-listsdb -reg {hive}", cwd=self.folder)
+        self.assertEqual((result.returncode, result.stdout.decode().split("\n")[3:]),
+                         (0, [*filter(None, paths), "", ""]))
+
+        names = [name for name, (path, *_) in expected.items() if path] + ["unknown.sdb"]
+        lines = "".join(self.write(name, small_database(0, "x")) + "\n" for name in names).encode()
+        report = run(f"-pipe -stats -csv -no_whitespace -reg {hive}", lines=lines)
+        header, *rows = csv.reader(report.stdout.decode().split("\n")[3:-1])
+        self.assertEqual([row[0] for row in rows], names)
+        stats, extra = header.index("DB stats"), header.index("Extra info")
+        self.assertEqual((rows[-1][stats], rows[-1][extra]), ("strings: 2", "RegDB Path: "))
+        for row in rows[:-1]:
+            path, description, installed, moment = expected[row[0]]
+            description = description.replace(",", " ")
+            self.assertEqual(row[stats], "strings: 2; Install Timestamp: ; Reg LastMod Timestamp: ; "
+                             f"Database Description: {description}; Database Types: ; "
+                             f"Database Path: {path}")
+            install = f"; Install time: {hives.moment_text(installed)}" if installed else ""
+            self.assertEqual(row[extra], f"RegDB Path: {path}{install}; "
+                             f"Reg modtime: {moment:%Y-%m-%d %H:%M:%S}.000")
+
+
+class Lists(Runs):
+    NAMES = ["./a.sdb", "./b.SDB", "./sysmain.sdb", "./a.sdb.bak", "./计.sdb", "./AppPatch/c.sdb",
+             "./AppPatch/packed.sdb"]
+
+    def setUp(self):
+        super().setUp()
+        for name in self.NAMES[:-1]:
+            self.write(name, small_database(1, name))
+        self.write(self.NAMES[-1], Path(COMPRESSED).read_bytes())
+        self.write("empty", b"")
+        self.write("text", b"no database")
+
+    def databases(self, options, lines=b""):
+        """The names of the databases that are reported on."""
+        report = run(f"-stats {options}", lines=lines, cwd=self.folder).stdout.decode()
+        return re.findall(r"(?m)^Database Path/File +\| (?:\./)?(.*)$", report)
+
+    def test_lists(self):
+        self.check_commands("lists.txt", cwd=self.folder, files=self.NAMES)
+
+    def test_a_folder_is_filtered_as_a_list_is(self):
+        lines = "".join(f"{name}\n" for name in self.NAMES).encode()
+        filters = re.findall("-filter (.*) < all", (COMMANDS / "lists.txt").read_text("utf-8"))
+        self.assertGreater(len(filters), 20)
+        for words in filters:
+            listed = self.databases(f"-enumdir . -num_subdirs 1 -filter {words}")
+            piped = self.databases(f"-pipe -filter {words}", lines)
+            self.assertEqual((words, sorted(listed)), (words, sorted(piped)))
+
+    def test_lines(self):
+        a, b = "a.sdb".encode(), "计.sdb".encode()
+        for lines, expected in (
+            (a + b"\n" + b, ["a.sdb", "计.sdb"]),
+            (a + b"\r\r\n\n\r\n\r\r\n" + b + b"\r\n", ["a.sdb", "计.sdb"]),
+            (b"x" * 5000 + b"\n" + a, ["a.sdb"]),
+            (b"x" * 4095 + a + b"\n" + b, ["a.sdb", "计.sdb"]),  # a long line is two entries
+            (b"\xff\xfe.sdb\n" + a + b"\n", ["a.sdb"]),
+        ):
+            self.assertEqual((lines, self.databases("-pipe", lines)), (lines, expected))
+        self.assertEqual(run("-pipe -stats", lines=b"\n\r\n").returncode, FAILED)
+
+    def test_results_file(self):
+        for form in ("", "-csv"):
+            options = f"-stats {form} -pipe -quiet"
+            lines = f"{self.path('a.sdb')}\n{self.path('b.SDB')}\n".encode()
+            printed = self.printed(options, lines=lines)
+            self.assertEqual(self.printed(f"{options} -out {self.path('out')}", lines=lines), b"")
+            self.assertEqual(self.read("out").count(b"\n"), self.read("out").count(b"\r\n"))
+            self.assertEqual(masked(self.read("out")), masked(printed))
+        listing = run(f"-listsdb -partition {self.folder} -out {self.path('out')}")
+        self.assertEqual((listing.returncode, listing.stdout), (FAILED, b"\n"))
+        self.assertEqual(self.read("out").count(b"\n"), 3)
+
+
+class Signals(Runs):
+    """A second process waits for the end of a run."""
+    NAME = f"quilt-test-{os.getpid()}"
+    OPEN = f"""
+import ctypes
+libc = ctypes.CDLL(None, use_errno=True)
+libc.sem_open.restype = ctypes.c_void_p
+event = ctypes.c_void_p(libc.sem_open(b"/{NAME}", {os.O_CREAT}, 0o600, 0))
+"""
+
+    def wait_for(self, waiter, program, code):
+        self.addCleanup(waiter.stdout.close)
+        self.addCleanup(waiter.kill)
+        self.assertEqual(waiter.stdout.readline().strip(), b"waits")
+        time.sleep(0.2)
+        self.assertIsNone(waiter.poll())
+        program.run("-sdb", SAMPLE, "-shims", "-signal", self.NAME)
+        self.assertEqual(waiter.wait(60), code)
+
+    def test_semaphore(self):
+        self.addCleanup(ctypes.CDLL(None).sem_unlink, f"/{self.NAME}".encode())
+        for options in (f"-sdb {SAMPLE} -shims", "-apps"):  # the second run fails
+            run(f"{options} -signal {self.NAME}")
+            # A new one would be at 0; this one was left by the run.
+            exec(self.OPEN, found := {})
+            takes = [found["libc"].sem_trywait(found["event"]) for _ in range(2)]
+            self.assertEqual((options, takes), (options, [0, -1]))  # raised once
+        waiter = self.OPEN + 'print("waits", flush=True)\nlibc.sem_wait(event)'
+        self.wait_for(subprocess.Popen([sys.executable, "-c", waiter], stdout=subprocess.PIPE),
+                      ARGUMENTS.quilt, 0)
+
+    @unittest.skipIf(shutil.which("x86_64-w64-mingw32-gcc") is None, "no compiler for what waits")
+    def test_windows_event(self):
+        program, waiter = self.windows(), self.path("wait.exe")
+        subprocess.run(["x86_64-w64-mingw32-gcc", "-o", waiter, "tests/support/wait_for_event.c"],
+                       check=True)
+        self.wait_for(subprocess.Popen([*program.words[:-1], waiter, self.NAME],
+                                       stdout=subprocess.PIPE), program, 7)
+
+
+class Files(Runs):
+    def report(self, path, options="", **places):
+        return self.printed("-sdb", path, "-fixes", "-quiet", *options.split(), **places)
+
+    def test_results_file(self):
+        for option in ("-out", "-outfile"):
+            for more in ("", "-append", "-csv", "-append -csv"):
+                with self.subTest(option=option, more=more):
+                    os.chmod(out := self.write("out", b"old contents"), 0o400)
+                    self.assertEqual(self.report(SAMPLE, f"{option} {out} {more}"), b"")
+                    self.assertEqual(masked(self.read("out")), masked(self.report(SAMPLE, more)))
+                    os.unlink(out)
+        self.report(SAMPLE, f"-outfile {self.path('second')} -out {self.path('first')}")
+        self.assertEqual(os.listdir(self.folder), ["first"])
+
+    def test_log(self):
+        log = self.path("log")
+        self.printed("-sdb", SAMPLE, "-fixes", "-quiet", "-diags", log, "-guid", "two words")
+        self.assertRegex(self.read("log").decode(), rf"^->{re.escape(ARGUMENTS.quilt.words[0])} "
+                         r'-sdb .* -guid "two words"->[\d.e-]+ secs$')
+        self.assertEqual(self.report(SAMPLE, f"-diags {self.path('no/log')}"), self.report(SAMPLE))
+
+    def test_elapsed_time(self):
+        for quiet, wipe in (("", WIPE), (" -quiet", b"")):
+            result = run(f"-sdb {SAMPLE} -shims -profile{quiet}")
+            self.assertRegex(result.stderr, re.escape(wipe) + rb"->[\d.e-]+ secs\n$")
+
+    def test_paths(self):
+        sample = Path(SAMPLE).read_bytes()
+        deep = os.path.join(*["a folder whose name is long" * 5] * 3, "x.sdb")
+        for name in ("Windows/AppPatch/Custom.sdb", "Windows/AppPatch/Чертёж/計測器.sdb", deep,
+                     "back\\slash.sdb"):  # a name as typed comes first
+            self.write(name, sample)
+        for name in ("Windows/AppPatch/custom.SDB", "back/slash.sdb"):
+            self.write(name, b"no database")
+        expected = self.report(SAMPLE)
+        places = {"cwd": self.folder, "env": {"PATCHES": "windows\\APPPATCH"}}
+        for path in ("Windows/AppPatch/Custom.sdb", "windows\\apppatch\\Custom.sdb",
+                     "WINDOWS/AppPatch\\CUSTOM.sdb", ".\\windows\\..\\Windows//AppPatch/Custom.sdb",
+                     "%PATCHES%\\Custom.sdb", self.folder + "\\windows\\apppatch\\Custom.sdb",
+                     "windows/apppatch/Чертёж/計測器.SDB", "back\\slash.sdb", self.path(deep),
+                     self.path(deep).replace("x.sdb", "X.SDB").replace("/", "\\")):
+            self.assertEqual(self.report(path, **places), expected, path)
+            shown = path.replace("%PATCHES%", "windows\\APPPATCH")
+            self.assertIn(f"[{shown}]\n".encode(), self.report(path, "-multiline", **places))
+
+    @unittest.skipIf(shutil.which("xmllint") is None, "xmllint is not installed")
+    def test_xml_is_well_formed(self):
+        """For a database without the one head that ends in a doubled " /"."""
+        tag = (d := Database()).tag
+        texts = ["plain", "é 計 𝄞", 'with "quotes" and \'more\'', "a < b & c", "<" * 79, "&" * 80]
+        file = [tag(0x7008, tag(0x6001, text), tag(0x6009, text), tag(0x6010, "*"))
+                for text in texts]
+        exes = [tag(0x7007, tag(0x6001, text), tag(0x6006, text), tag(0x6005, text),
+                    tag(0x4023, 2), *file) for text in texts]
+        path = self.write("a.sdb", d.image(*exes, tag(0x7006, tag(0x6001, "&"), *file)))
+        report = run(f"-sdb {path} -apps -quiet").stdout
+        self.assertEqual(report.count(b"<exe "), len(texts))
+        lint = subprocess.run(["xmllint", "--noout", "-"], input=report, capture_output=True)
+        self.assertEqual((lint.returncode, lint.stderr), (0, b""))
+
+
+if __name__ == "__main__":
+    sys.exit(main())
