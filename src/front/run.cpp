@@ -110,7 +110,7 @@ private:
             return false;
         }
         std::string entry;
-        while (list.stdin_list_next(entry, true)) {
+        while (list.stdin_list_next(entry)) {
             bool open_failed = false;
             file_times times;
             if (entry.empty() ||

@@ -1,0 +1,93 @@
+#include "support/reports.h"
+
+#include <functional>
+#include <stdexcept>
+
+#include "form/forms.h"
+#include "report/reports.h"
+
+namespace test_support {
+
+namespace {
+
+class gathered_notices : public io::notices {
+public:
+    std::string text;
+
+private:
+    void take(std::string_view message) override { text += message; }
+};
+
+made_report make(const request::sdb_opts& options, const about& subject,
+                 const std::function<bool(report::job&)>& maker)
+{
+    uni::text_buffer text;
+    uni::text_buffer console;
+    gathered_notices notices;
+    const auto form = form::form_of(options.form).make(text, options, subject.state);
+    report::job work{options, *form, console, notices};
+    work.path = subject.path;
+    work.times = subject.times;
+    work.installed = subject.installed;
+    made_report made;
+    made.asked = maker(work);
+    made.text = text.view();
+    made.console = console.view();
+    made.notices = notices.text;
+    made.state = form->state();
+    return made;
+}
+
+} // namespace
+
+loaded_database::loaded_database(const bytes& image)
+{
+    if (!database.load_image(io::byte_vector(image.begin(), image.end()))) {
+        throw std::logic_error("the image is no database");
+    }
+}
+
+request::sdb_opts listing_options(std::initializer_list<std::string_view> listings,
+                                  std::string_view form)
+{
+    request::sdb_opts options;
+    options.listings = listings;
+    options.form = form;
+    return options;
+}
+
+made_report database_report(const sdb::sdb_database& database, const request::sdb_opts& options,
+                            const about& subject)
+{
+    return make(options, subject, [&](report::job& work) {
+        work.database = &database;
+        return report::make_database_report(work);
+    });
+}
+
+made_report database_report(const bytes& image, const request::sdb_opts& options,
+                            const about& subject)
+{
+    return database_report(loaded_database(image).database, options, subject);
+}
+
+made_report statistics_report(const bytes& image, const request::sdb_opts& options,
+                              const about& subject)
+{
+    const loaded_database loaded(image);
+    return make(options, subject, [&](report::job& work) {
+        work.database = &loaded.database;
+        return report::report_of("stats").make(work);
+    });
+}
+
+made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,
+                           const about& subject)
+{
+    return make(options, subject, [&](report::job& work) {
+        work.program = &properties;
+        return report::report_of("pe").make(work);
+    });
+}
+
+} // namespace test_support
