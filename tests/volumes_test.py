@@ -11,7 +11,6 @@ in tests/images serves in any case. With --need-mount it is a failure that none 
 import hashlib
 import os
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile

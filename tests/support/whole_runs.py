@@ -83,7 +83,7 @@ def conversation(command, files=(), **places):
 def retold(text, **places):
     """The text with what follows each of its commands made anew."""
     return "".join(conversation(line[2:], **places) if line.startswith("$ ") else line + "\n"
-                   for line in text.splitlines() if not line.startswith((">", "!", "=")))
+                   for line in text.rstrip("\n").split("\n") if not line.startswith((">", "!", "=")))
 
 
 class Runs(unittest.TestCase):
