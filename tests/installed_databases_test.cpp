@@ -21,6 +21,7 @@ using test_support::bytes;
 using test_support::hive_builder;
 using test_support::hive_key;
 using test_support::installed_database;
+using test_support::put;
 using test_support::text_value;
 
 namespace files = std::filesystem;
@@ -242,12 +243,10 @@ TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
 // A cell of numbers behind the others, to which the reference at a place then leads.
 void put_cell(bytes& image, std::uint32_t place, const std::vector<std::uint32_t>& numbers)
 {
-    auto at = static_cast<std::uint32_t>(image.size());
-    hive_builder::put(image, place, hive_builder::reference(at));
-    image.resize(image.size() + 4 * numbers.size() + 4);
-    hive_builder::put(image, at, 0u - (4 + 4 * static_cast<std::uint32_t>(numbers.size())));
+    put(image, place, hive_builder::reference(image.size()), 4);
+    test_support::append(image, 0 - (4 + 4 * numbers.size()), 4);
     for (const std::uint32_t number : numbers) {
-        hive_builder::put(image, at += 4, number);
+        test_support::append(image, number, 4);
     }
 }
 
@@ -261,13 +260,13 @@ TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
         {"data of great size that nobody asked for",
          [](const hive_builder& built, bytes& image, const std::string& place) {
              for (const char* const name : {"\\{0}\\a", "\\{0}\\b", "\\{0}\\c"}) {
-                 hive_builder::put(image, built.cell("vk", place + name) + 8, 0xffffff);
+                 put(image, built.cell("vk", place + name) + 8, 0xffffff, 4);
              }
          }},
         {"values that are none",
          [](const hive_builder& built, bytes& image, const std::string& place) {
              const std::uint32_t key = built.cell("nk", place + "\\{0}");
-             hive_builder::put(image, key + 40, 5'000);
+             put(image, key + 40, 5'000, 4);
              put_cell(image, key + 44, std::vector<std::uint32_t>(5'000, 0x7fffffff));
          }},
         {"keys that are none",
@@ -283,7 +282,7 @@ TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
                      hive_builder::reference(built.cell("nk", place + sound[i]));
              }
              const std::uint32_t key = built.cell("nk", place);
-             hive_builder::put(image, key + 24, 5'000);
+             put(image, key + 24, 5'000, 4);
              put_cell(image, key + 32, list);
          }},
     };
@@ -317,7 +316,7 @@ TEST(DamagedHives, ComeToAnEnd)
                 const std::uint32_t numbers[] = {0,          1,         0x7fffffff,      0x80000000,
                                                  0xffffffff, any & ~7u, 0xffff0000 | any};
                 const std::size_t place = 4096 + random() % 8192;
-                hive_builder::put(damaged, place & ~std::size_t{3}, numbers[random() % 7]);
+                put(damaged, place & ~std::size_t{3}, numbers[random() % 7], 4);
             }
             table_of(damaged);
         }

@@ -198,19 +198,6 @@ TEST(records, are_told_by_their_head_and_fixed_up)
     }
 }
 
-TEST(records, tell_reparse_points_from_links)
-{
-    const auto label_of = [](std::size_t size, std::uint8_t length) {
-        bytes value(size);
-        value[4] = length;
-        const bytes stored = resident_attribute(0xc0, value);
-        return ntfs::attribute_label(ntfs::attribute(uni::byte_view(stored)));
-    };
-    EXPECT_EQ(label_of(17, 9), "reparse point");
-    EXPECT_EQ(label_of(17, 10), "symbolic link") << "more than there is";
-    EXPECT_EQ(label_of(16, 8), "symbolic link");
-}
-
 // A mounted volume and what was traced.
 struct opened_volume {
     explicit opened_volume(const ntfs_builder& builder)

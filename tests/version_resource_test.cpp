@@ -30,9 +30,14 @@ bytes root(const bytes& value, const std::vector<bytes>& children)
     return version_block(u"VS_VERSION_INFO", value, children);
 }
 
-bytes table(std::u16string_view key, const std::vector<bytes>& strings)
+// The block of strings, with tables by their keys.
+bytes strings(const std::vector<std::pair<std::u16string_view, std::vector<bytes>>>& tables)
 {
-    return version_block(key, {}, strings);
+    std::vector<bytes> blocks;
+    for (const auto& [key, texts] : tables) {
+        blocks.push_back(version_block(key, {}, texts));
+    }
+    return version_block(u"StringFileInfo", {}, blocks);
 }
 
 TEST(version_resource, fixed_block)
@@ -56,7 +61,7 @@ TEST(version_resource, fixed_block)
              {"filesubtype", "FileSubtype", 12, 4, "versioned printer"},
              {"filedate", "FileDate", 0x1d00000'00002345, 8, "0x1d0000000002345"},
          }) {
-        const pe::pe_segment& entry = map.at(row.key);
+        const pe::version_value& entry = map.at(row.key);
         EXPECT_EQ(entry.name, row.name);
         EXPECT_EQ(entry.number, row.number) << row.key;
         EXPECT_EQ(entry.size, row.size) << row.key;
@@ -67,69 +72,67 @@ TEST(version_resource, fixed_block)
 
 TEST(version_resource, words_of_the_fixed_block)
 {
-    const auto words = [](const char* key, std::uint32_t flags, std::uint32_t os,
-                          std::uint32_t type, std::uint32_t subtype) {
-        return text_of(decode(root(fixed_version(flags, os, type, subtype), {})), key);
+    struct {
+        std::uint32_t flags, os, type, subtype;
+        std::vector<const char*> words; // of flags, system, type and subtype
+    } const cases[] = {
+        {0, 0, 0, 0, {"0 [none]", "unk", "unk", ""}},
+        {2, 1, 1, 1, {"2 [pre_releasenone]", "win16", "app", ""}},
+        {3, 0x10004, 3, 10, {"3 [debug, pre_release]", "dos, win32", "driver", "comm"}},
+        {0x3e,
+         0x20000,
+         3,
+         11,
+         {"62 [pre_releasepatchedprivate_buildinfo_inferredspecial_buildnone]", "os2/16", "driver",
+          "none"}},
+        {0x3f,
+         0x30003,
+         3,
+         0,
+         {"63 [debug, pre_release, patched, private_build, info_inferred, special_build]",
+          "os2/32, pm32", "driver", "none"}},
+        {0x40, 0x40000, 4, 3, {"64 [none]", "nt", "font", "font_truetype"}},
+        {1, 0x40003, 4, 4, {"1 [debug]", "unk", "font", "none"}},
+        {0, 0, 6, 0, {"0 [none]", "unk", "unk", ""}},
+        {0, 0, 7, 0, {"0 [none]", "unk", "statc_lib", ""}},
     };
-    for (const auto& [flags, text] :
-         {std::pair<std::uint32_t, const char*>{0, "0 [none]"},
-          {2, "2 [pre_releasenone]"},
-          {3, "3 [debug, pre_release]"},
-          {0x3e, "62 [pre_releasepatchedprivate_buildinfo_inferredspecial_buildnone]"},
-          {0x3f, "63 [debug, pre_release, patched, private_build, info_inferred, special_build]"},
-          {0x40, "64 [none]"}}) {
-        EXPECT_EQ(words("fileflags", flags, 0, 0, 0), text);
-    }
-    for (const auto& [os, text] : {std::pair<std::uint32_t, const char*>{0, "unk"},
-                                   {1, "win16"},
-                                   {0x10004, "dos, win32"},
-                                   {0x20000, "os2/16"},
-                                   {0x30003, "os2/32, pm32"},
-                                   {0x40000, "nt"},
-                                   {0x40003, "unk"}}) {
-        EXPECT_EQ(words("fileos", 0, os, 0, 0), text);
-    }
-    for (const auto& [type, subtype, type_text, text] :
-         {std::tuple<std::uint32_t, std::uint32_t, const char*, const char*>{1, 1, "app", ""},
-          {0, 0, "unk", ""},
-          {6, 0, "unk", ""},
-          {7, 0, "statc_lib", ""},
-          {3, 10, "driver", "comm"},
-          {3, 11, "driver", "none"},
-          {3, 0, "driver", "none"},
-          {4, 3, "font", "font_truetype"},
-          {4, 4, "font", "none"}}) {
-        EXPECT_EQ(words("filetype", 0, 0, type, subtype), type_text);
-        EXPECT_EQ(words("filesubtype", 0, 0, type, subtype), text);
+    for (const auto& each : cases) {
+        const auto map =
+            decode(root(fixed_version(each.flags, each.os, each.type, each.subtype), {}));
+        std::size_t word = 0;
+        for (const char* const key : {"fileflags", "fileos", "filetype", "filesubtype"}) {
+            EXPECT_EQ(text_of(map, key), each.words[word++]) << key;
+        }
     }
 }
 
 TEST(version_resource, strings_of_all_tables)
 {
-    const bytes info = version_block(
-        u"StringFileInfo", {},
-        {table(u"040904B0",
-               {version_text(u"CompanyName", u"Caf\u00e9"), version_text(u"Odd", u"\xd800x"),
-                version_text(u"Empty", u""), version_text(u"companyname", u"not this one")}),
-         table(u"zzzz04e4", {version_text(u"CompanyName", u"Any key")}),
-         table(u"040704e4", {version_text(u"CompanyName", u"Akme")})});
+    const bytes info =
+        strings({{u"040904B0",
+                  {version_text(u"CompanyName", u"Caf\u00e9"), version_text(u"Odd", u"\xd800x"),
+                   version_text(u"Empty", u""), version_text(u"companyname", u"not this one")}},
+                 {u"zzzz04e4", {version_text(u"CompanyName", u"Any key")}},
+                 {u"040704e4", {version_text(u"CompanyName", u"Akme")}}});
     const bytes vars =
         version_block(u"VarFileInfo", {}, {version_block(u"Translation", {9, 4, 0xb0, 4}, {})});
     for (const bool vars_first : {false, true}) {
         const auto map =
             decode(root(fixed_version(0, 0, 0, 0),
                         vars_first ? std::vector{vars, info} : std::vector{info, vars}));
-        EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_companyname"), "Caf\u00e9");
-        EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_odd"), "\ufffdx");
-        EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_empty"), "");
-        EXPECT_EQ(text_of(map, "stringfileinfo_zzzz04e4_companyname"), "Any key");
-        EXPECT_EQ(text_of(map, "stringfileinfo_040704e4_companyname"), "Akme");
+        for (const auto& [key, text] : {std::pair{"040904b0_companyname", "Caf\u00e9"},
+                                        {"040904b0_odd", "\ufffdx"},
+                                        {"040904b0_empty", ""},
+                                        {"zzzz04e4_companyname", "Any key"},
+                                        {"040704e4_companyname", "Akme"}}) {
+            EXPECT_EQ(text_of(map, std::string("stringfileinfo_") + key), text);
+        }
         EXPECT_EQ(map.at("stringfileinfo_040704e4_companyname").language, 0x407u);
         EXPECT_EQ(map.at("stringfileinfo_040904b0_companyname").name,
                   "stringfileinfo_040904b0_CompanyName");
         EXPECT_TRUE(map.contains("stringfileinfo") && map.contains("stringfileinfo_040904b0"));
         EXPECT_EQ(text_of(map, "varfileinfo_translation"), "0x4b00409");
-        const pe::pe_segment& company = map.at("stringfileinfo_040904b0_companyname");
+        const pe::version_value& company = map.at("stringfileinfo_040904b0_companyname");
         EXPECT_EQ(company.size, 10u);
         EXPECT_EQ(company.offset % 4, 0u);
     }
@@ -137,25 +140,25 @@ TEST(version_resource, strings_of_all_tables)
 
 TEST(version_resource, roots)
 {
-    const std::vector<bytes> strings = {version_block(
-        u"StringFileInfo", {}, {table(u"040904b0", {version_text(u"CompanyName", u"Acme")})})};
+    const std::vector<bytes> texts = {
+        strings({{u"040904b0", {version_text(u"CompanyName", u"Acme")}}})};
     const auto company = [&](const bytes& resource) {
         return text_of(decode(resource), "stringfileinfo_040904b0_companyname");
     };
     for (const std::size_t size : {4u, 48u, 51u, 52u, 56u}) {
-        const auto map = decode(root(bytes(size, 1), strings));
+        const auto map = decode(root(bytes(size, 1), texts));
         EXPECT_EQ(map.contains("fileversion"), size == 52) << size;
         // 51 bytes end at an odd place, which the rule of alignment leads past the children.
         EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_companyname"),
                   size == 51 ? "(none)" : "Acme")
             << size;
     }
-    EXPECT_EQ(company(version_block(u"vs_Version_Info", bytes(52), strings)), "Acme");
-    EXPECT_EQ(company(version_block(u"VS_VERSION_INF0", bytes(52), strings)), "(none)");
-    EXPECT_EQ(company(root({}, strings)), "(none)") << "no value";
+    EXPECT_EQ(company(version_block(u"vs_Version_Info", bytes(52), texts)), "Acme");
+    EXPECT_EQ(company(version_block(u"VS_VERSION_INF0", bytes(52), texts)), "(none)");
+    EXPECT_EQ(company(root({}, texts)), "(none)") << "no value";
     EXPECT_TRUE(decode({}).empty());
     // The walk goes by the bytes handed in, not by the root's length.
-    bytes short_root = root(bytes(52), strings);
+    bytes short_root = root(bytes(52), texts);
     for (const int length : {0, 7, 8}) {
         short_root[0] = static_cast<std::uint8_t>(length);
         short_root[1] = 0;
@@ -181,35 +184,31 @@ TEST(version_resource, values_that_do_not_fit_are_left_out)
 
 TEST(version_resource, damaged_lengths_keep_what_came_before)
 {
-    const bytes info = version_block(
-        u"StringFileInfo", {},
-        {table(u"040904b0", {version_text(u"CompanyName", u"Acme"), version_text(u"Two", u"2")})});
+    const bytes info = strings(
+        {{u"040904b0", {version_text(u"CompanyName", u"Acme"), version_text(u"Two", u"2")}}});
     const bytes good = root(fixed_version(0, 0, 0, 0), {info});
     constexpr std::size_t info_at = 92;
     constexpr std::size_t table_at = info_at + 36;
     constexpr std::size_t string_at = table_at + 24;
-    struct row {
+    struct {
         std::size_t at;
         std::uint16_t length;
-        bool has_info;
-        bool has_table;
-        bool has_company;
+        std::size_t blocks; // read of the three
+    } const cases[] = {
+        {info_at, 0, 0},   {info_at, 0xffff, 0}, {table_at, 0, 1},       {table_at, 0xffff, 1},
+        {string_at, 0, 2}, {string_at, 1, 2},    {string_at, 0xffff, 3},
     };
-    for (const row& row : {row{info_at, 0, false, false, false},
-                           {info_at, 0xffff, false, false, false},
-                           {table_at, 0, true, false, false},
-                           {table_at, 0xffff, true, false, false},
-                           {string_at, 0, true, true, false},
-                           {string_at, 1, true, true, false},
-                           {string_at, 0xffff, true, true, true}}) {
+    for (const auto& each : cases) {
         bytes damaged = good;
-        damaged[row.at] = static_cast<std::uint8_t>(row.length);
-        damaged[row.at + 1] = static_cast<std::uint8_t>(row.length >> 8);
+        test_support::put(damaged, each.at, each.length, 2);
         const auto map = decode(damaged);
         EXPECT_TRUE(map.contains("fileversion"));
-        EXPECT_EQ(map.contains("stringfileinfo"), row.has_info) << row.at << " " << row.length;
-        EXPECT_EQ(map.contains("stringfileinfo_040904b0"), row.has_table) << row.at;
-        EXPECT_EQ(map.contains("stringfileinfo_040904b0_companyname"), row.has_company) << row.at;
+        std::string key;
+        std::size_t blocks = 0;
+        for (const char* const part : {"stringfileinfo", "_040904b0", "_companyname"}) {
+            blocks += map.contains(key += part) ? 1 : 0;
+        }
+        EXPECT_EQ(blocks, each.blocks) << each.at << " " << each.length;
     }
     // Cut at every length: never more than the whole, and always to an end.
     for (std::size_t size = 0; size < good.size(); ++size) {

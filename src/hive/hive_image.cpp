@@ -4,8 +4,6 @@
 #include <string_view>
 #include <utility>
 
-#include "uni/utf.h"
-
 namespace hive {
 
 namespace {
@@ -71,15 +69,6 @@ std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
     return is_first_bin && mark != log_mark && mark != new_log_mark ? *found : base_block_size;
 }
 
-std::string name_in(uni::byte_view image)
-{
-    constexpr std::uint64_t name_at = 48;
-    constexpr std::uint64_t name_bytes = 64;
-    std::string name;
-    uni::utf16_to_text(image.slice(name_at, name_bytes), name);
-    return name.substr(name.rfind('\\') + 1);
-}
-
 } // namespace
 
 hive_image::hive_image(hive_bytes bytes)
@@ -95,9 +84,6 @@ hive_image::hive_image(hive_bytes bytes)
     }
     hive_bins_base_ = *base;
     root_cell_ = offset_of(image.u32(root_at));
-    hive_name_ = name_in(image);
-    is_new_log_ = image.u32(log_mark_at) == new_log_mark;
-    is_log_ = is_new_log_ || image.u32(log_mark_at) == log_mark;
     bytes_ = std::move(bytes);
 }
 

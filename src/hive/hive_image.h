@@ -6,7 +6,6 @@
 //   offset  width  field
 //   0       4      "regf"
 //   36      u32    reference of the root key's cell
-//   48      64     file name of the hive, UTF-16 up to the first NUL
 //   512     4      "DIRT" or "HvLE" in a transaction log
 //
 // The checksum and the sequence numbers are not looked at: what an interrupted write or an unsteady
@@ -20,7 +19,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "hive/hive_bytes.h"
 #include "uni/byte_view.h"
@@ -37,10 +35,6 @@ public:
     std::uint64_t size() const noexcept { return bytes_.size(); }
     std::uint64_t hive_bins_base() const noexcept { return hive_bins_base_; }
     std::uint64_t root_cell() const noexcept { return root_cell_; }
-    // The name in the base block behind its last backslash, UTF-8; often empty.
-    const std::string& hive_name() const noexcept { return hive_name_; }
-    bool is_log() const noexcept { return is_log_; }
-    bool is_new_log() const noexcept { return is_new_log_; } // "HvLE"
 
     // Where the cell of a reference begins.
     std::uint64_t offset_of(std::uint32_t reference) const noexcept
@@ -60,9 +54,6 @@ private:
     hive_bytes bytes_;
     std::uint64_t hive_bins_base_ = 0;
     std::uint64_t root_cell_ = 0;
-    std::string hive_name_;
-    bool is_log_ = false;
-    bool is_new_log_ = false;
 };
 
 } // namespace hive

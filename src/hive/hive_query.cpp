@@ -15,14 +15,13 @@ registry_cmd_parameters query_installed_databases()
 bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
                 const row_taker& take)
 {
-    key_reader reader(image);
-    parsed_key_path path;
-    std::string hive_name; // a label, which no report of this program shows
-    if (!reader.open(hive_name) || !parse_key_path(parameters.key, path)) {
+    key_path segments;
+    if (!image.is_open() || !parse_key_path(parameters.key, segments)) {
         return false;
     }
+    key_reader reader(image);
     bool any = false;
-    collect_values(reader, path.segments, parameters.level, parameters.need,
+    collect_values(reader, segments, parameters.level, parameters.need,
                    [&](hive_value_record&& row) {
                        if (parameters.keeps_empty_rows || !row.data.empty()) {
                            any = true;

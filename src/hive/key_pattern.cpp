@@ -1,7 +1,6 @@
 #include "hive/key_pattern.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <utility>
 
@@ -14,45 +13,15 @@ namespace {
 constexpr std::string_view any_key = "?*";
 constexpr std::string_view control_set_in_use = "currentcontrolset";
 
-struct kind_row {
-    std::string_view word;
-    hive_kind kind;
-};
-constexpr auto kinds = std::to_array<kind_row>({
-    {"system", hive_kind::system},
-    {"software", hive_kind::software},
-    {"security", hive_kind::security},
-    {"sam", hive_kind::sam},
-    {"amcache", hive_kind::amcache},
-    {"bcd", hive_kind::boot_data},
-    {"components", hive_kind::components},
-});
+// A root above the hives.
+bool names_no_hive(std::string_view segment)
+{
+    return uni::equal_ignoring_case(segment, "hklm") || uni::equal_ignoring_case(segment, "hkcr");
+}
 
 bool holds(std::string_view text, std::string_view part)
 {
     return text.find(part) != std::string_view::npos;
-}
-
-// What a first segment tells of the hive, which it names as `root_name`; nothing if it tells
-// nothing.
-std::optional<hive_kind> kind_of(const std::string& segment, std::string& root_name)
-{
-    const std::string word = uni::lowered(segment);
-    root_name = segment;
-    if (word == "hklm" || word == "hkcr") {
-        return std::nullopt;
-    }
-    if (holds(word, "ntuser") || holds(word, "hkcu")) {
-        root_name = "ntuser.dat";
-        return hive_kind::user;
-    }
-    if (holds(word, "usrclass")) {
-        root_name = "usrclass.dat";
-        return hive_kind::user_classes;
-    }
-    const auto row = std::find_if(kinds.begin(), kinds.end(),
-                                  [&](const kind_row& one) { return one.word == word; });
-    return row == kinds.end() ? hive_kind::other : row->kind;
 }
 
 // The segments up to the first `?*`, with the name of the control set in use.
@@ -206,25 +175,17 @@ void collect_named_value(key_reader& reader, const key_path& pattern, const std:
 
 } // namespace
 
-bool parse_key_path(std::string_view text, parsed_key_path& path)
+bool parse_key_path(std::string_view text, key_path& segments)
 {
-    path = {};
+    segments.clear();
     const bool has_slashes_alone = !holds(text, "\\") && holds(text, "/");
     for (std::string& segment : uni::split(text, has_slashes_alone ? '/' : '\\', false)) {
-        if (path.segments.empty()) {
-            const auto kind = kind_of(segment, path.root_name);
-            if (!kind) {
-                continue;
-            }
-            path.kind = *kind;
-        } else if (segment == "/") {
-            continue;
-        } else {
-            path.root_name += '\\' + segment;
+        const bool is_passed_over = segments.empty() ? names_no_hive(segment) : segment == "/";
+        if (!is_passed_over) {
+            segments.push_back(std::move(segment));
         }
-        path.segments.push_back(std::move(segment));
     }
-    return !path.segments.empty();
+    return !segments.empty();
 }
 
 bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_t level,

@@ -20,25 +20,6 @@ namespace hive {
 using key_path = std::vector<std::string>;
 using shared_path = std::shared_ptr<const key_path>; // many records lie under one path
 
-enum class hive_kind {
-    system = 1,
-    software = 2,
-    security = 3,
-    sam = 4,
-    user = 5,
-    user_classes = 6,
-    amcache = 7,
-    boot_data = 8,
-    components = 9,
-    other = 99,
-};
-
-struct parsed_key_path {
-    hive_kind kind = hive_kind::other;
-    std::string root_name; // the segments, a backslash between two
-    key_path segments;     // from the one that tells the kind on
-};
-
 struct hive_key_record {
     shared_path path_segments; // of the key above it, the hive's name first
     hive_key_item key;
@@ -62,9 +43,9 @@ struct hive_value_record {
 using data_need_of = std::function<data_need(std::string_view)>;
 using row_taker = std::function<void(hive_value_record&&)>;
 
-// Cuts a path at its backslashes or, if it has none, at its slashes. False for a path that names
-// nothing but HKLM or HKCR.
-bool parse_key_path(std::string_view text, parsed_key_path& path);
+// Cuts a path at its backslashes or, if it has none, at its slashes; HKLM and HKCR in front of the
+// hive's name are left out. False for a path that names nothing else.
+bool parse_key_path(std::string_view text, key_path& segments);
 
 // Appends a record for each key that lies up to `level` levels below the key of the pattern or, of a
 // pattern with `?*`, for each that matches its beginning and lies at the pattern's depth or up to

@@ -1,7 +1,6 @@
 #include "hive/key_reader.h"
 
 #include <algorithm>
-#include <array>
 #include <numeric>
 #include <utility>
 
@@ -32,31 +31,6 @@ key_reader::key_reader(const hive_image& image)
 bool key_reader::take_key(std::uint64_t name_length) noexcept
 {
     return (name_length > longest_usual_name ? long_keys_ : keys_).take(key_head + name_length);
-}
-
-bool key_reader::open(std::string& name)
-{
-    struct clue {
-        std::string_view subkey;
-        std::string_view hive;
-    };
-    static constexpr auto clues = std::to_array<clue>({
-        {"Select", "System"},
-        {"control panel", "ntuser.dat"},
-        {"Classes", "Software"},
-        {"local settings", "usrclass.dat"},
-        {"sam", "SAM"},
-        {"RXACT", "Security"},
-        {"root", "AmCache.bin"},
-    });
-    name = image_.hive_name();
-    if (name.empty() && image_.is_open()) {
-        const auto found = std::find_if(clues.begin(), clues.end(), [this](const clue& one) {
-            return find_subkey(image_.root_cell(), one.subkey).has_value();
-        });
-        name = found == clues.end() ? "" : found->hive;
-    }
-    return image_.is_open();
 }
 
 std::optional<key_reader::subkey_list> key_reader::list_at(std::uint32_t reference) const
@@ -103,7 +77,8 @@ bool key_reader::has_sound_list(uni::byte_view key) const
 //   child's list is unsound  goes on      ends        goes on           ends
 //   child's security is bad  ends         ends        ends              ends
 //
-// These differences are meant: they decide how much of a damaged list survives.
+// These differences decide how much of a damaged list survives, and reports of such hives show it:
+// they must not change.
 key_reader::list_end key_reader::take_entries(const subkey_list& list, bool is_part,
                                               reference_set& seen,
                                               std::vector<hive_key_item>& items)
@@ -247,7 +222,7 @@ std::optional<std::string> key_reader::resolve_current_control_set()
     std::uint64_t current = 0;
     if (select) {
         values_.enum_values(*select, [&current](const hive_value_item& value) {
-            current = value.name == "Current" ? value.cell : 0; // in this spelling alone: meant
+            current = value.name == "Current" ? value.cell : 0; // no other spelling counts
             return current == 0;
         });
     }

@@ -39,10 +39,6 @@ public:
     const hive_image& image() const noexcept { return image_; }
     value_reader& values() noexcept { return values_; }
 
-    // False for a closed image. Else gives the hive's name or, where it has none, the one that a
-    // subkey of the root key gives away; it may stay empty.
-    bool open(std::string& name);
-
     // The subkeys in the order of the list, each cell once. False, and `items` empty, if the key or
     // its list cannot be read, the list's count is not the key's, or an "li" part of an "ri" list
     // cannot be read. How much of a damaged list is given depends on its kind: see take_entries.

@@ -33,7 +33,7 @@ std::string value_name(uni::byte_view stored)
     std::string name;
     const std::uint64_t taken = uni::utf16_to_text(stored, name);
     if (stored.size() - taken > 2) {
-        name += bytes_as_text(stored); // what stands behind a zero shows too: meant
+        name += bytes_as_text(stored); // text behind a zero may be hidden there: it shows too
     }
     return name;
 }

@@ -72,7 +72,7 @@ void add_header_properties(pe_list& list, const pe::PE_FILE_UTIL& file, const st
 }
 
 // Takes an entry out of the map.
-bool take_entry(pe::version_map& map, const char* key, pe::pe_segment& entry)
+bool take_entry(pe::version_map& map, const char* key, pe::version_value& entry)
 {
     auto node = map.extract(key);
     if (node.empty()) {
@@ -98,7 +98,7 @@ void add_fixed_values(pe_list& list, pe::version_map& map)
          {tag::product_version, tag::bin_product_version, tag::upto_bin_product_version,
           tag::from_bin_product_version}},
     };
-    pe::pe_segment entry;
+    pe::version_value entry;
     for (const fixed_row& row : rows) {
         if (take_entry(map, row.key, entry)) {
             pe_property property;
@@ -114,7 +114,7 @@ void add_fixed_values(pe_list& list, pe::version_map& map)
 void add_translation(pe_list& list, pe::version_map& map)
 {
     constexpr const char* key = "translation";
-    pe::pe_segment entry;
+    pe::version_value entry;
     if (!take_entry(map, key, entry)) {
         return;
     }

@@ -98,7 +98,7 @@ bool read_extension(mft_entries_ctx& context, std::uint64_t entry, std::uint64_t
     if (!is_new && owner->second != entry) {
         return false;
     }
-    if (!fixup_mft(context, record, buffer) || context.bad) {
+    if (!read_file_record(context, record, buffer) || context.bad) {
         owner->second = nobody;
         return false;
     }
@@ -315,7 +315,7 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
 {
     rows.clear();
     std::vector<std::uint8_t> buffer;
-    if (!fixup_mft(context, entry, buffer)) {
+    if (!read_file_record(context, entry, buffer)) {
         trace_line(context, "err: mftfixup %" PRIx64, entry);
         return false;
     }
@@ -367,10 +367,9 @@ std::uint64_t readable_size(const ntfs_volume& volume, const record_row& row)
 std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
                          std::span<std::uint8_t> out, expanded_unit& last)
 {
-    std::uint32_t flags = 0;
     const std::uint64_t got = is_compressed(row)
                                   ? read_compressed(volume, row.extents, offset, out, last)
-                                  : read_extents(volume, row.extents, offset, out, flags);
+                                  : read_extents(volume, row.extents, offset, out);
     clear_uninitialized(row, offset, out.first(static_cast<std::size_t>(got)));
     return got;
 }

@@ -76,11 +76,10 @@ void expand_unit(ntfs_volume& volume, const std::vector<extent>& extents, std::u
 {
     const auto cluster = static_cast<std::size_t>(volume.cluster_size);
     std::vector<std::uint8_t> packed(static_cast<std::size_t>(stored) * cluster);
-    std::uint32_t flags = 0;
     unit.vcn = vcn;
     unit.bytes.resize(compression_unit * cluster);
     unit.sound = 0;
-    if (read_extents(volume, extents, vcn * cluster, packed, flags) == packed.size()) {
+    if (read_extents(volume, extents, vcn * cluster, packed) == packed.size()) {
         unit.sound = decompress(uni::byte_view(packed), unit.bytes);
     }
 }
@@ -133,8 +132,7 @@ std::uint64_t read_compressed(ntfs_volume& volume, const std::vector<extent>& ex
         const std::uint64_t stored = clusters_of_unit(extents, vcn);
         std::uint64_t got = 0;
         if (stored == 0 || stored == compression_unit) {
-            std::uint32_t flags = 0;
-            got = read_extents(volume, extents, offset + done, piece, flags);
+            got = read_extents(volume, extents, offset + done, piece);
         } else {
             if (last.vcn != vcn) {
                 expand_unit(volume, extents, vcn, stored, last);

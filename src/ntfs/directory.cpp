@@ -120,8 +120,7 @@ bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_
     std::size_t enough = most_repeated;
     while ((done = behind_sparse(volume, extents, done)) < size) {
         piece.resize(static_cast<std::size_t>(std::min(size - done, largest_piece)));
-        std::uint32_t flags = 0;
-        const std::uint64_t got = read_extents(volume, extents, done, piece, flags);
+        const std::uint64_t got = read_extents(volume, extents, done, piece);
         fix_up_index_blocks({piece.data(), static_cast<std::size_t>(got)});
         const uni::byte_view blocks(piece);
         for (std::uint64_t at = 0; at + index_block_size <= got; at += index_block_size) {
@@ -146,7 +145,7 @@ bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_
 bool read_directory_record(mft_entries_ctx& context, std::uint64_t& entry,
                            std::vector<std::uint8_t>& buffer)
 {
-    for (int followed = 0; fixup_mft(context, entry, buffer) && !context.bad; ++followed) {
+    for (int followed = 0; read_file_record(context, entry, buffer) && !context.bad; ++followed) {
         const std::uint64_t base = entry_of(file_record(buffer).base_reference());
         if (file_record(buffer).base_reference() == 0 || base == entry) {
             return true;
@@ -197,7 +196,7 @@ void collect_children_names(mft_entries_ctx& context, std::uint64_t directory, d
         if (child == directory) {
             continue;
         }
-        if (!fixup_mft(context, child, buffer) || context.bad) {
+        if (!read_file_record(context, child, buffer) || context.bad) {
             trace_line(context, "err: readFR: inode 0x%" PRIx64, child);
             continue;
         }

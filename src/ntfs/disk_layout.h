@@ -5,9 +5,9 @@
 //        4      1  type
 //        8      4  first sector
 //       12      4  count of sectors
-// The sector ends in 0xaa55, but see read_partitions(). An entry of type 5 or 15 leads to another such sector, whose entries
-// count from it; its own further one counts from the first in the chain. Type 0xee says that the
-// partitions stand in a GUID partition table from sector 1 on.
+// The sector ends in 0xaa55, but see read_partitions(). An entry of type 5 or 15 leads to another such
+// sector, whose entries count from it; its own further one counts from the first in the chain. Type
+// 0xee says that the partitions stand in a GUID partition table from sector 1 on.
 #pragma once
 
 #include <cstdint>

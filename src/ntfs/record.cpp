@@ -31,14 +31,6 @@ record_kind kind_of(uni::byte_view bytes)
     return begins_with(bytes, "BAAD") ? record_kind::bad : record_kind::unknown;
 }
 
-// A tag (4 bytes), the size of what follows the head (2) and 2 bytes that mean nothing.
-bool is_reparse_point(uni::byte_view value)
-{
-    constexpr std::uint64_t longest_link = 16;
-    constexpr std::uint64_t head = 8;
-    return value.size() > longest_link && value.contains(head, value.u16(4));
-}
-
 } // namespace
 
 record_kind fix_up(std::span<std::uint8_t> bytes)
@@ -124,47 +116,6 @@ bool attribute_walk::next(attribute& out)
     out = attribute(found.bytes().slice(0, length));
     position_ += length;
     return true;
-}
-
-std::string_view attribute_label(const attribute& of)
-{
-    constexpr std::uint64_t object_id_size = 16;
-    switch (of.type()) {
-    case 0x10:
-        return "standard information";
-    case 0x20:
-        return "attribute list";
-    case 0x30:
-        return "file name";
-    case 0x40:
-        return of.value().size() >= object_id_size ? "obj id" : "volume version";
-    case 0x50:
-        return "security descr";
-    case 0x60:
-        return "vol name";
-    case 0x70:
-        return "vol info";
-    case 0x80:
-        return of.is_named() ? "ads" : "unnamed data";
-    case 0x90:
-        return "indx root";
-    case 0xa0:
-        return "indx alloc";
-    case 0xb0:
-        return "bitmap";
-    case 0xc0:
-        return is_reparse_point(of.value()) ? "reparse point" : "symbolic link";
-    case 0xd0:
-        return "extended attribs info";
-    case 0xe0:
-        return "extended attribs";
-    case 0xf0:
-        return "property set";
-    case 0x100:
-        return "logged stream";
-    default:
-        return "unk";
-    }
 }
 
 } // namespace ntfs

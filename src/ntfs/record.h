@@ -153,7 +153,4 @@ private:
     std::uint64_t position_;
 };
 
-// What a reader would call an attribute of that type; some types have two names.
-std::string_view attribute_label(const attribute& of);
-
 } // namespace ntfs

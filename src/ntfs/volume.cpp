@@ -144,9 +144,7 @@ bool read_through_window(ntfs_volume& volume, std::uint64_t position, std::span<
         size = std::max<std::uint64_t>(out.size(), std::min(size, largest_window));
         window.position = position;
         window.bytes.resize(static_cast<std::size_t>(size));
-        std::uint32_t flags = 0;
-        const std::uint64_t got =
-            read_extents(volume, volume.mft_extents, position, window.bytes, flags);
+        const std::uint64_t got = read_extents(volume, volume.mft_extents, position, window.bytes);
         window.bytes.resize(static_cast<std::size_t>(got));
     }
     if (position + out.size() > window.position + window.bytes.size()) {
@@ -157,13 +155,11 @@ bool read_through_window(ntfs_volume& volume, std::uint64_t position, std::span<
     return true;
 }
 
-// The bytes of a record as they are on the volume; 0 into `disk_offset` if it has no place.
+// The bytes of a record as they are on the volume.
 bool read_record_bytes(ntfs_volume& volume, std::uint64_t entry, std::vector<std::uint8_t>& buffer,
-                       std::uint64_t size, std::uint64_t& disk_offset)
+                       std::uint64_t size)
 {
-    disk_offset = 0;
     if (entry == 0) {
-        disk_offset = volume.mft_offset;
         return read_first_record(volume, buffer);
     }
     std::uint64_t position = 0;
@@ -174,8 +170,6 @@ bool read_record_bytes(ntfs_volume& volume, std::uint64_t entry, std::vector<std
     if (part == nullptr || part->is_sparse) {
         return false;
     }
-    disk_offset = (part->lcn + position / volume.cluster_size - part->vcn) * volume.cluster_size +
-                  position % volume.cluster_size;
     buffer.resize(static_cast<std::size_t>(size));
     return read_through_window(volume, position, buffer);
 }
@@ -309,8 +303,7 @@ std::uint64_t read_clusters(ntfs_volume& volume, std::uint64_t lcn, std::span<st
 }
 
 std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& extents,
-                           std::uint64_t byte_offset, std::span<std::uint8_t> out,
-                           std::uint32_t& flags)
+                           std::uint64_t byte_offset, std::span<std::uint8_t> out)
 {
     const std::uint64_t cluster = volume.cluster_size;
     std::uint64_t done = 0;
@@ -329,7 +322,6 @@ std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& exten
         std::uint64_t got = count;
         if (part->is_sparse) {
             std::fill(piece.begin(), piece.end(), std::uint8_t{0});
-            flags |= read_sparse;
         } else if (inner == 0) {
             got = read_clusters(volume, part->lcn + skipped, piece);
         } else {
@@ -345,24 +337,11 @@ std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& exten
     return done;
 }
 
-bool read_file_record(ntfs_volume& volume, std::uint64_t entry, std::vector<std::uint8_t>& buffer,
-                      std::uint64_t& disk_offset)
-{
-    if (read_record_bytes(volume, entry, buffer, volume.record_alloc_size, disk_offset)) {
-        const record_kind kind = fix_up(buffer);
-        if (kind == record_kind::file || kind == record_kind::index) {
-            return true;
-        }
-    }
-    buffer.clear();
-    return false;
-}
-
-bool fixup_mft(mft_entries_ctx& context, std::uint64_t entry, std::vector<std::uint8_t>& buffer)
+bool read_file_record(mft_entries_ctx& context, std::uint64_t entry,
+                      std::vector<std::uint8_t>& buffer)
 {
     context.bad = false;
-    std::uint64_t disk_offset = 0;
-    if (read_record_bytes(context.volume, entry, buffer, context.volume.record_size, disk_offset)) {
+    if (read_record_bytes(context.volume, entry, buffer, context.volume.record_size)) {
         const record_kind kind = fix_up(buffer);
         if (kind == record_kind::bad) {
             context.bad = true;

@@ -115,18 +115,13 @@ std::uint64_t largest_content(const ntfs_volume& volume);
 std::uint64_t read_clusters(ntfs_volume& volume, std::uint64_t lcn, std::span<std::uint8_t> out);
 
 // Reads what extents hold from `byte_offset` on, zeros for sparse ones. Gives the bytes up to the
-// first that cannot be read. Sets bit 2 of `flags` if any were sparse.
+// first that cannot be read.
 std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& extents,
-                           std::uint64_t byte_offset, std::span<std::uint8_t> out,
-                           std::uint32_t& flags);
-inline constexpr std::uint32_t read_sparse = 1u << 2;
+                           std::uint64_t byte_offset, std::span<std::uint8_t> out);
 
-// Reads and fixes up a record, whose place on the volume goes into `disk_offset`. False, and an
-// empty buffer, if it cannot be read or is neither a good "FILE" record nor an "INDX" block.
-bool read_file_record(ntfs_volume& volume, std::uint64_t entry, std::vector<std::uint8_t>& buffer,
-                      std::uint64_t& disk_offset);
-
-// The same for a walk, which also takes a record that the file system gave up, and marks it.
-bool fixup_mft(mft_entries_ctx& context, std::uint64_t entry, std::vector<std::uint8_t>& buffer);
+// Reads and fixes up a record: a "FILE" record, also one that the file system gave up, which marks the
+// context, or an "INDX" block. False, and an empty buffer, if it cannot be read or is something else.
+bool read_file_record(mft_entries_ctx& context, std::uint64_t entry,
+                      std::vector<std::uint8_t>& buffer);
 
 } // namespace ntfs

@@ -13,24 +13,6 @@ constexpr std::uint64_t dos_header_size = 64;
 // PE signature and file header.
 constexpr std::uint64_t optional_header_place = 24;
 constexpr std::uint64_t section_header_size = 40;
-constexpr unsigned certificate_directory = 4;
-constexpr unsigned bound_import_directory = 11;
-constexpr std::string_view gap_name = "gap";
-// Stretches of up to and including the first, and beyond the second, are not tested.
-constexpr std::uint64_t too_small_to_test = 4096;
-constexpr std::uint64_t largest_to_test = 0x1000000;
-
-using segment_map = std::map<std::uint64_t, pe_segment>;
-
-// Of several segments at one offset the first stays.
-void add_segment(segment_map& map, std::string name, std::uint64_t offset, std::uint64_t size)
-{
-    pe_segment segment;
-    segment.name = std::move(name);
-    segment.offset = offset;
-    segment.size = size;
-    map.try_emplace(offset, std::move(segment));
-}
 
 std::string section_name(uni::byte_view header)
 {
@@ -66,7 +48,8 @@ bool PE_FILE_UTIL::read_dos_header()
     }
     const auto place = static_cast<std::int32_t>(dos_header().u32(60));
     const auto stub_size = std::int64_t{place} - static_cast<std::int64_t>(dos_header_size);
-    // A PE signature right behind the DOS header leaves no stub to read: refused, and meant.
+    // A PE signature right behind the DOS header leaves no stub to read, and such files have always
+    // been refused.
     if (stub_size <= 0 || !contains(0, static_cast<std::uint64_t>(place))) {
         return false;
     }
@@ -125,94 +108,10 @@ void PE_FILE_UTIL::find_entry_point()
     }
 }
 
-io::byte_vector PE_FILE_UTIL::dos_stub()
-{
-    io::byte_vector stub;
-    if (valid_) {
-        read_into(stub, headers_.pe_offset - dos_header_size, dos_header_size);
-    }
-    return stub;
-}
-
 const pe_section* PE_FILE_UTIL::find_section_rsrc() const noexcept
 {
     const auto found = std::ranges::find(headers_.sections, ".rsrc", &pe_section::name);
     return found == headers_.sections.end() ? nullptr : &*found;
-}
-
-// The address of an entry of the data directories.
-std::uint64_t PE_FILE_UTIL::data_directory(unsigned index, std::uint64_t& size) const
-{
-    const std::uint64_t place = (headers_.is_64 ? 112 : 96) + std::uint64_t{index} * 8;
-    size = optional_header64().u32(place + 4);
-    return optional_header64().u32(place);
-}
-
-segment_map PE_FILE_UTIL::claimed_segments() const
-{
-    segment_map claimed;
-    add_segment(claimed, "dos_headers", 0, headers_.pe_offset);
-    const std::pair<unsigned, const char*> directories[] = {
-        {certificate_directory, "digital_cert"}, {bound_import_directory, "bound_import"}};
-    for (const auto& [index, name] : directories) {
-        std::uint64_t size = 0;
-        const std::uint64_t offset = data_directory(index, size);
-        if (offset != 0 && size != 0) {
-            add_segment(claimed, name, offset, size);
-        }
-    }
-    add_segment(claimed, "pe_headers", headers_.pe_offset,
-                optional_header_place + optional_header_size() +
-                    section_header_size * headers_.sections.size());
-    for (const pe_section& section : headers_.sections) {
-        if (section.raw_size() != 0) {
-            add_segment(claimed, section.name, section.raw_offset(), section.raw_size());
-        }
-    }
-    return claimed;
-}
-
-// What is said of a stretch behind its name.
-std::string_view PE_FILE_UTIL::mark_of(std::uint64_t offset, std::uint64_t size)
-{
-    if (size > largest_to_test) {
-        return " [too large for analysis]";
-    }
-    STATS stats;
-    const bool is_random =
-        size > too_small_to_test && compute_stats(offset, size, stats) && is_high_entropy(stats);
-    return is_random ? " [entropy high]" : "";
-}
-
-const segment_map& PE_FILE_UTIL::segments()
-{
-    if (segments_) {
-        return *segments_;
-    }
-    segments_.emplace();
-    if (!valid_) {
-        return *segments_;
-    }
-    const auto add_gap = [this](std::uint64_t offset, std::uint64_t length) {
-        add_segment(*segments_, std::string(gap_name).append(mark_of(offset, length)), offset,
-                    length);
-    };
-    std::uint64_t position = 0;
-    for (auto& [offset, segment] : claimed_segments()) {
-        if (offset < position) {
-            continue; // overlaps what came before
-        }
-        if (offset > position) {
-            add_gap(position, offset - position);
-        }
-        position = offset + segment.size;
-        segments_->emplace(offset, segment);
-    }
-    if (position < size()) {
-        // In 32 bits: meant.
-        add_gap(position, static_cast<std::uint32_t>(size() - position));
-    }
-    return *segments_;
 }
 
 void PE_FILE_UTIL::read_resources()
@@ -230,15 +129,6 @@ std::string PE_FILE_UTIL::resource_name(const pe_resource& resource)
 {
     return headers_.resources_at ? pe::resource_name(*this, *headers_.resources_at, resource)
                                  : std::string();
-}
-
-pe_segment PE_FILE_UTIL::resource_segment(const pe_resource& resource)
-{
-    pe_segment segment;
-    segment.name = resource_name(resource).append(mark_of(resource.offset, resource.size));
-    segment.offset = resource.offset;
-    segment.size = resource.size;
-    return segment;
 }
 
 } // namespace pe

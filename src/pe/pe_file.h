@@ -23,15 +23,12 @@
 
 #include <array>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "pe/file_stats.h"
 #include "pe/resources.h"
-#include "pe/segment.h"
 
 namespace pe {
 
@@ -67,8 +64,6 @@ public:
         return uni::byte_view(headers_.optional64).slice(0, optional_header_size());
     }
     std::uint32_t optional_header_size() const noexcept { return headers_.is_64 ? 240 : 224; }
-    // The bytes between the DOS header and the PE signature; empty if they cannot be read.
-    io::byte_vector dos_stub();
 
     std::uint32_t entry_rva() const noexcept { return headers_.entry_rva; }
     // The entry point's place in the file; 0 when no section holds it.
@@ -79,18 +74,10 @@ public:
     // The first section of the name ".rsrc"; null if there is none.
     const pe_section* find_section_rsrc() const noexcept;
 
-    // The map of the file by offset: what the headers claim, and between that the gaps. What starts
-    // inside another segment is left out. Made when first asked for. A gap of more than 4096 bytes
-    // that looks random is named "gap [entropy high]", one of more than 16 MiB "gap [too large for
-    // analysis]".
-    const std::map<std::uint64_t, pe_segment>& segments();
-
     // The resources, ascending by their place in the file.
     const std::vector<pe_resource>& resources() const noexcept { return headers_.resources; }
     // "TYPE : name : language" of a resource.
     std::string resource_name(const pe_resource& resource);
-    // A resource with its name, marked as gaps are.
-    pe_segment resource_segment(const pe_resource& resource);
 
 private:
     struct parsed_headers {
@@ -114,13 +101,9 @@ private:
     bool read_sections();
     void find_entry_point();
     void read_resources();
-    std::map<std::uint64_t, pe_segment> claimed_segments() const;
-    std::uint64_t data_directory(unsigned index, std::uint64_t& size) const;
-    std::string_view mark_of(std::uint64_t offset, std::uint64_t size);
 
     bool valid_ = false;
     parsed_headers headers_;
-    std::optional<std::map<std::uint64_t, pe_segment>> segments_;
 };
 
 } // namespace pe

@@ -96,7 +96,7 @@ private:
             if (state == name_state::passed_over) {
                 if (level + 1 < level_count) {
                     // The position does not move on from such an entry, so those behind it are
-                    // never reached: meant.
+                    // never reached. Which version resource is found first depends on it.
                     return true;
                 }
                 if (!count_directory()) {

@@ -93,7 +93,7 @@ std::string_view subtype_word(std::uint32_t type, std::uint32_t subtype)
 }
 
 // The separator and the closing "none" hang on the first flag alone, so that flags of 2 give
-// "2 [pre_releasenone]": meant.
+// "2 [pre_releasenone]": readers of earlier reports look for these words.
 std::string flags_text(std::uint32_t flags)
 {
     static constexpr std::string_view words[] = {"debug",         "pre_release",   "patched",
@@ -129,7 +129,7 @@ std::string hex_number(std::uint64_t number)
     return std::string(text.view());
 }
 
-void add_entry(version_map& result, pe_segment entry)
+void add_entry(version_map& result, version_value entry)
 {
     std::string key = uni::lowered(entry.name);
     result.try_emplace(std::move(key), std::move(entry));
@@ -164,7 +164,7 @@ private:
         if (!bytes_.contains(place, size)) {
             return;
         }
-        pe_segment entry;
+        version_value entry;
         entry.name = key;
         entry.number = bytes_.u32(place);
         if (size == 8) { // the more significant half comes first
@@ -196,7 +196,8 @@ struct version_block {
 void read_value(version_block& block, uni::byte_view bytes, bool is_text, std::uint64_t key_end)
 {
     std::uint64_t place = key_end;
-    // A number that begins with zeros loses them, and then does not fit any more: meant.
+    // All zeros count as padding, so a number that begins with some loses them and may not fit any
+    // more; reports have always left such a value out.
     while (place < bytes.size() && bytes.u16(place) == 0) {
         place += 2;
     }
@@ -319,7 +320,7 @@ private:
 
     void add(std::string key)
     {
-        pe_segment entry;
+        version_value entry;
         entry.name = std::move(key);
         entry.text = block_.text;
         entry.number = block_.number;

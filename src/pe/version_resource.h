@@ -27,19 +27,26 @@
 //   44      2 u32  date, most significant first
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
-#include "pe/segment.h"
 #include "uni/byte_view.h"
 
 namespace pe {
 
+struct version_value {
+    std::string name; // the key as it is stored
+    std::string text;
+    std::uint64_t number = 0;
+    std::uint64_t language = 0; // of a string: its table's
+    std::uint64_t offset = 0;   // in the resource
+    std::uint64_t size = 0;     // bytes
+};
+
 // Values by their lower-cased key: "fileversion" and the like for the fixed block,
-// "stringfileinfo_040904b0_companyname" for a string, whose table's language stands in `language`.
-// `offset` and `size` tell where in the resource the value stands. Of two values of one key the
-// first stays.
-using version_map = std::map<std::string, pe_segment>;
+// "stringfileinfo_040904b0_companyname" for a string. Of two values of one key the first stays.
+using version_map = std::map<std::string, version_value>;
 
 // Whether bytes begin as a version resource does; its first `version_head` bytes tell.
 bool is_version_resource(uni::byte_view head);

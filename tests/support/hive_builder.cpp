@@ -5,6 +5,8 @@
 #include <span>
 #include <stdexcept>
 
+#include "uni/byte_view.h"
+
 namespace test_support {
 
 namespace {
@@ -12,24 +14,12 @@ namespace {
 constexpr std::size_t page = 4096;
 constexpr std::size_t segment_size = 16344;
 
-void append(bytes& out, std::uint64_t number, unsigned width)
-{
-    for (unsigned i = 0; i < width; ++i) {
-        out.push_back(static_cast<std::uint8_t>(number >> (8 * i)));
-    }
-}
-
-void append(bytes& out, std::string_view text)
-{
-    out.insert(out.end(), text.begin(), text.end());
-}
-
-bytes numbers(std::string_view mark, std::initializer_list<std::uint32_t> words)
+bytes words(std::string_view mark, std::initializer_list<std::uint32_t> numbers)
 {
     bytes out;
     append(out, mark);
-    for (const std::uint32_t word : words) {
-        append(out, word, 4);
+    for (const std::uint32_t number : numbers) {
+        append(out, number, 4);
     }
     return out;
 }
@@ -63,17 +53,10 @@ hive_value text_value(std::string name, std::string_view text)
     return {std::move(name), 1, std::move(data)};
 }
 
-hive_value dword_value(std::string name, std::uint32_t number)
+hive_value number_value(std::string name, std::uint64_t number, unsigned width)
 {
-    hive_value value{std::move(name), 4, {}};
-    append(value.data, number, 4);
-    return value;
-}
-
-hive_value qword_value(std::string name, std::uint64_t number)
-{
-    hive_value value{std::move(name), 11, {}};
-    append(value.data, number, 8);
+    hive_value value{std::move(name), width == 4 ? 4u : 11u, {}};
+    append(value.data, number, width);
     return value;
 }
 
@@ -100,19 +83,6 @@ hive_key installed_database(std::string name, std::string_view path, std::string
                        qword_value("DatabaseInstallTimeStamp", install_time)}};
 }
 
-void hive_builder::put(bytes& image, std::uint64_t offset, std::uint32_t number)
-{
-    for (unsigned i = 0; i < 4; ++i) {
-        image.at(offset + i) = static_cast<std::uint8_t>(number >> (8 * i));
-    }
-}
-
-void hive_builder::put_short(bytes& image, std::uint64_t offset, std::uint16_t number)
-{
-    image.at(offset) = static_cast<std::uint8_t>(number);
-    image.at(offset + 1) = static_cast<std::uint8_t>(number >> 8);
-}
-
 std::uint32_t hive_builder::cell(std::string_view kind, std::string_view path) const
 {
     const auto found = cells_.find(std::string(kind) + ":" + std::string(path));
@@ -130,28 +100,21 @@ void hive_builder::close_bin()
     }
 }
 
-void hive_builder::add_bin(std::size_t least)
-{
-    constexpr std::size_t head = 32;
-    const std::size_t size = (head + least + page - 1) / page * page;
-    const std::size_t begin = image_.size();
-    append(image_, "hbin");
-    append(image_, begin - page, 4);
-    append(image_, size, 4);
-    image_.resize(begin + head);
-    bin_end_ = begin + size;
-}
-
 std::uint32_t hive_builder::add_cell(const bytes& contents)
 {
+    constexpr std::size_t bin_head = 32;
     const std::size_t size = (contents.size() + 4 + 7) / 8 * 8;
     if (image_.size() + size > bin_end_) {
         close_bin();
-        add_bin(size);
+        const std::size_t begin = image_.size();
+        const std::size_t bin = (bin_head + size + page - 1) / page * page;
+        append(image_, words("hbin", {reference(begin), static_cast<std::uint32_t>(bin)}));
+        image_.resize(begin + bin_head);
+        bin_end_ = begin + bin;
     }
     const std::size_t begin = image_.size();
     append(image_, 0 - size, 4);
-    image_.insert(image_.end(), contents.begin(), contents.end());
+    append(image_, contents);
     image_.resize(begin + size);
     return static_cast<std::uint32_t>(begin);
 }
@@ -165,10 +128,9 @@ std::uint32_t hive_builder::add_data(const bytes& data)
     std::uint16_t count = 0;
     for (std::size_t at = 0; at < data.size(); at += segment_size, ++count) {
         const auto piece = std::span(data).subspan(at, std::min(segment_size, data.size() - at));
-        append(list, reference(add_cell(bytes(piece.begin(), piece.end()))), 4);
+        append(list, reference(add_cell({piece.begin(), piece.end()})), 4);
     }
-    bytes head;
-    append(head, "db");
+    bytes head = {'d', 'b'};
     append(head, count, 2);
     append(head, reference(add_cell(list)), 4);
     return add_cell(head);
@@ -183,7 +145,7 @@ std::uint32_t hive_builder::add_value(const hive_value& value, const std::string
     append(cell, name.size(), 2);
     if (value.data.size() <= 4) {
         append(cell, 0x80000000 + value.data.size(), 4);
-        cell.insert(cell.end(), value.data.begin(), value.data.end());
+        append(cell, value.data);
         cell.resize(12);
     } else {
         const std::uint32_t data = add_data(value.data);
@@ -193,7 +155,7 @@ std::uint32_t hive_builder::add_value(const hive_value& value, const std::string
     }
     append(cell, value.type, 4);
     append(cell, is_utf16 ? 0 : 1, 4);
-    cell.insert(cell.end(), name.begin(), name.end());
+    append(cell, name);
     return cells_["vk:" + path] = add_cell(cell);
 }
 
@@ -234,7 +196,7 @@ std::uint32_t hive_builder::add_list(const hive_key& key, const std::vector<std:
     bytes list;
     append(list, "ri");
     append(list, count, 2);
-    list.insert(list.end(), parts.begin(), parts.end());
+    append(list, parts);
     return add_cell(list);
 }
 
@@ -242,14 +204,10 @@ std::uint32_t hive_builder::add_key(const hive_key& key, const std::string& path
                                     std::uint32_t parent)
 {
     constexpr std::uint32_t none = 0xffffffff;
-    bytes head;
-    append(head, "nk");
+    bytes head = {'n', 'k'};
     append(head, path.empty() ? 0x2c : 0x20, 2);
     append(head, key.last_write, 8);
-    for (const std::uint32_t word : {std::uint32_t{0}, parent, std::uint32_t{0}, std::uint32_t{0},
-                                     none, none, std::uint32_t{0}, none, security_, none}) {
-        append(head, word, 4);
-    }
+    append(head, words("", {0, parent, 0, 0, none, none, 0, none, security_, none}));
     head.resize(72);
     append(head, key.name.size(), 4);
     append(head, key.name);
@@ -260,18 +218,18 @@ std::uint32_t hive_builder::add_key(const hive_key& key, const std::string& path
         append(values, reference(add_value(value, below(path, value.name))), 4);
     }
     if (!values.empty()) {
-        put(image_, cell + 40, static_cast<std::uint32_t>(key.values.size()));
+        put(image_, cell + 40, key.values.size(), 4);
         const std::uint32_t list = cells_["values:" + path] = add_cell(values);
-        put(image_, cell + 44, reference(list));
+        put(image_, cell + 44, reference(list), 4);
     }
     std::vector<std::uint32_t> subkeys;
     for (const hive_key& subkey : key.subkeys) {
         subkeys.push_back(add_key(subkey, below(path, subkey.name), reference(cell)));
     }
     if (!subkeys.empty()) {
-        put(image_, cell + 24, static_cast<std::uint32_t>(subkeys.size()));
+        put(image_, cell + 24, subkeys.size(), 4);
         const std::uint32_t list = cells_["list:" + path] = add_list(key, subkeys);
-        put(image_, cell + 32, reference(list));
+        put(image_, cell + 32, reference(list), 4);
     }
     return cell;
 }
@@ -280,25 +238,23 @@ bytes hive_builder::build(const hive_key& root, std::string_view name)
 {
     constexpr std::size_t checksum_at = 508;
     *this = {};
-    image_ = numbers("regf", {1, 1, 0, 0x1d4f54c, 1, 5, 0, 1, 0, 0, 1});
-    bytes stored = utf16_bytes(name);
-    image_.insert(image_.end(), stored.begin(), stored.end());
+    image_ = words("regf", {1, 1, 0, 0x1d4f54c, 1, 5, 0, 1, 0, 0, 1});
+    append(image_, utf16_bytes(name));
     image_.resize(page);
     bin_end_ = image_.size();
     const bytes descriptor{1, 0, 4, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    bytes security = numbers(std::string_view("sk\0\0", 4), {32, 32, 1, 20});
-    security.insert(security.end(), descriptor.begin(), descriptor.end());
+    bytes security = words(std::string_view("sk\0\0", 4), {32, 32, 1, 20});
+    append(security, descriptor);
     security_ = reference(add_cell(security));
     const std::uint32_t root_cell = add_key(root, "", 1);
     close_bin();
-    put(image_, 36, reference(root_cell));
-    put(image_, 40, static_cast<std::uint32_t>(image_.size() - page));
+    put(image_, 36, reference(root_cell), 4);
+    put(image_, 40, image_.size() - page, 4);
     std::uint32_t checksum = 0;
     for (std::size_t at = 0; at < checksum_at; at += 4) {
-        checksum ^= image_[at] | image_[at + 1] << 8 | image_[at + 2] << 16 |
-                    static_cast<std::uint32_t>(image_[at + 3]) << 24;
+        checksum ^= uni::byte_view(image_).u32(at);
     }
-    put(image_, checksum_at, checksum);
+    put(image_, checksum_at, checksum, 4);
     return image_;
 }
 

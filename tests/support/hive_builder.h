@@ -14,7 +14,7 @@
 //     bytes image = builder.build(software_hive({
 //         {.name = "{a}", .values = {text_value("DatabasePath", "C:\\a.sdb")}},
 //     }));
-//     builder.put(image, builder.cell("list", installed_path) + 8, 0);
+//     put(image, builder.cell("list", installed_path) + 8, 0, 4);
 //
 // Other programs read these hives too: bins of 4096 bytes and more, sizes, counts, hashes of "lh"
 // lists and the checksum are what they should be. Damage is done afterwards with put().
@@ -36,9 +36,16 @@ struct hive_key {
     std::uint64_t last_write = 132'000'000'000'000'000; // FILETIME ticks
 };
 
-hive_value text_value(std::string name, std::string_view text); // REG_SZ
-hive_value dword_value(std::string name, std::uint32_t number);
-hive_value qword_value(std::string name, std::uint64_t number);
+hive_value text_value(std::string name, std::string_view text);                  // REG_SZ
+hive_value number_value(std::string name, std::uint64_t number, unsigned width); // 4 or 8 bytes
+inline hive_value dword_value(std::string name, std::uint32_t number)
+{
+    return number_value(std::move(name), number, 4);
+}
+inline hive_value qword_value(std::string name, std::uint64_t number)
+{
+    return number_value(std::move(name), number, 8);
+}
 
 // The path of the installed databases below the root key, its keys parted by backslashes.
 inline constexpr std::string_view installed_path =
@@ -60,16 +67,14 @@ public:
     // ("values"), and of a value's cell ("vk") or data ("data"), whose path ends with its name.
     std::uint32_t cell(std::string_view kind, std::string_view path) const;
 
-    // Puts a number of 4, or 2, bytes at an offset.
-    static void put(bytes& image, std::uint64_t offset, std::uint32_t number);
-    static void put_short(bytes& image, std::uint64_t offset, std::uint16_t number);
-
     // What a reference to the cell at an offset is.
-    static std::uint32_t reference(std::uint32_t offset) { return offset - 4096; }
+    static std::uint32_t reference(std::size_t offset)
+    {
+        return static_cast<std::uint32_t>(offset - 4096);
+    }
 
 private:
     std::uint32_t add_cell(const bytes& contents);
-    void add_bin(std::size_t least);
     void close_bin();
     std::uint32_t add_key(const hive_key& key, const std::string& path, std::uint32_t parent);
     std::uint32_t add_value(const hive_value& value, const std::string& path);

@@ -9,32 +9,6 @@ namespace {
 constexpr std::size_t record_size = 1024;
 constexpr std::size_t index_block_size = 4096;
 
-void put(bytes& out, std::uint64_t place, std::uint64_t value, std::size_t size)
-{
-    out.resize(std::max(out.size(), static_cast<std::size_t>(place) + size));
-    for (std::size_t i = 0; i < size; ++i) {
-        out[static_cast<std::size_t>(place) + i] = static_cast<std::uint8_t>(value >> (i * 8));
-    }
-}
-
-void put_bytes(bytes& out, std::uint64_t place, const bytes& value)
-{
-    out.resize(std::max(out.size(), static_cast<std::size_t>(place) + value.size()));
-    std::copy(value.begin(), value.end(), out.begin() + static_cast<std::ptrdiff_t>(place));
-}
-
-void put_text(bytes& out, std::uint64_t place, std::u16string_view text)
-{
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        put(out, place + i * 2, text[i], 2);
-    }
-}
-
-void pad(bytes& out)
-{
-    out.resize((out.size() + 7) / 8 * 8);
-}
-
 // What resident and other attributes begin with; the name stands at `name_place`.
 bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name,
                      std::uint64_t name_place, std::uint16_t id)
@@ -45,7 +19,7 @@ bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name
     put(out, 9, name.size(), 1);
     put(out, 10, name_place, 2);
     put(out, 14, id, 2);
-    put_text(out, name_place, name);
+    put(out, name_place, name);
     return out;
 }
 
@@ -90,11 +64,11 @@ bytes resident_attribute(std::uint32_t type, const bytes& value, std::u16string_
 {
     bytes out = attribute_head(type, true, name, 24, id);
     out.resize(24 + name.size() * 2);
-    pad(out);
+    align(out, 8);
     put(out, 16, value.size(), 4);
     put(out, 20, out.size(), 2);
-    put_bytes(out, out.size(), value);
-    pad(out);
+    put(out, out.size(), value);
+    align(out, 8);
     put(out, 4, out.size(), 4);
     return out;
 }
@@ -104,7 +78,7 @@ bytes non_resident_attribute(std::uint32_t type, const non_resident& value,
 {
     bytes out = attribute_head(type, false, name, 72, id);
     out.resize(72 + name.size() * 2);
-    pad(out);
+    align(out, 8);
     put(out, 12, value.flags, 2);
     put(out, 16, value.first_vcn, 8);
     put(out, 32, out.size(), 2);
@@ -112,8 +86,8 @@ bytes non_resident_attribute(std::uint32_t type, const non_resident& value,
     put(out, 48, value.real_size, 8);
     put(out, 56, std::min(value.initialized_size, value.real_size), 8);
     put(out, 64, value.compressed_size, 8);
-    put_bytes(out, out.size(), value.runs);
-    pad(out);
+    put(out, out.size(), value.runs);
+    align(out, 8);
     put(out, 4, out.size(), 4);
     return out;
 }
@@ -125,7 +99,7 @@ bytes file_name(std::uint64_t parent, std::u16string_view name, std::uint8_t nam
     put(value, 0, parent | std::uint64_t{1} << 48, 8);
     put(value, 64, name.size(), 1);
     put(value, 65, name_space, 1);
-    put_text(value, 66, name);
+    put(value, 66, name);
     return resident_attribute(0x30, value, {}, id);
 }
 
@@ -134,15 +108,15 @@ bytes index_root(const std::vector<std::uint64_t>& children, std::uint16_t id)
     bytes value;
     put(value, 0, 0x30, 4);
     put(value, 8, index_block_size, 4);
-    put_bytes(value, 16, index_node(children, 16));
+    put(value, 16, index_node(children, 16));
     return resident_attribute(0x90, value, u"$I30", id);
 }
 
 bytes index_block(const std::vector<std::uint64_t>& children)
 {
     bytes out;
-    put_bytes(out, 0, {'I', 'N', 'D', 'X', 40});
-    put_bytes(out, 24, index_node(children, 40));
+    put(out, 0, "INDX(");
+    put(out, 24, index_node(children, 40));
     out.resize(index_block_size);
     protect(out);
     return out;
@@ -163,7 +137,7 @@ bytes attribute_list(const std::vector<list_item>& items)
 
 ntfs_builder::ntfs_builder()
 {
-    put_bytes(boot_, 3, {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '});
+    put(boot_, 3, "NTFS    ");
     put(boot_, 11, 512, 2);
     put(boot_, 13, ntfs_cluster / 512, 1);
     put(boot_, 40, 1024, 8);
@@ -179,7 +153,7 @@ void ntfs_builder::record(std::uint64_t entry, const std::vector<bytes>& attribu
                           std::uint16_t flags, std::uint64_t base)
 {
     bytes out;
-    put_bytes(out, 0, {'F', 'I', 'L', 'E', 48});
+    put(out, 0, "FILE0");
     put(out, 16, 1, 2);
     put(out, 20, 56, 2);
     put(out, 22, flags, 2);
@@ -188,7 +162,7 @@ void ntfs_builder::record(std::uint64_t entry, const std::vector<bytes>& attribu
     put(out, 44, entry, 4);
     out.resize(56);
     for (const bytes& attribute : attributes) {
-        put_bytes(out, out.size(), attribute);
+        put(out, out.size(), attribute);
     }
     put(out, out.size(), 0xffffffff, 4);
     put(out, 24, out.size(), 4);
@@ -207,7 +181,7 @@ bytes ntfs_builder::image() const
     bytes out = boot_;
     out.resize(512 * 1024);
     for (const auto& [place, contents] : places_) {
-        put_bytes(out, place, contents);
+        put(out, place, contents);
     }
     return out;
 }

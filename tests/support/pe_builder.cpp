@@ -6,93 +6,55 @@ namespace test_support {
 
 namespace {
 
-template <typename number>
-void put(bytes& out, std::size_t at, number value)
-{
-    if (out.size() < at + sizeof(number)) {
-        return; // a file cut short
-    }
-    for (std::size_t i = 0; i < sizeof(number); ++i) {
-        out[at + i] = static_cast<std::uint8_t>(std::uint64_t{value} >> (8 * i));
-    }
-}
-
-template <typename number>
-void append(bytes& out, number value)
-{
-    out.resize(out.size() + sizeof(number));
-    put(out, out.size() - sizeof(number), value);
-}
-
-void append_units(bytes& out, std::u16string_view text)
-{
-    for (const char16_t unit : text) {
-        append(out, static_cast<std::uint16_t>(unit));
-    }
-}
-
-void align(bytes& out)
-{
-    out.resize((out.size() + 3) / 4 * 4);
-}
-
-void put_bytes(bytes& out, std::size_t at, const bytes& contents)
-{
-    for (std::size_t i = 0; i < contents.size(); ++i) {
-        put(out, at + i, contents[i]);
-    }
-}
-
 // Writes a directory or leaf and gives its place, with the mark of a directory.
 std::uint32_t write_node(bytes& out, const resource_node& node, std::uint32_t virtual_address)
 {
-    align(out);
+    align(out, 4);
     const auto place = static_cast<std::uint32_t>(out.size());
     if (node.entries.empty()) {
-        append(out, virtual_address + place + 16);
-        append(out, static_cast<std::uint32_t>(node.data.size()));
+        append(out, virtual_address + place + 16, 4);
+        append(out, node.data.size(), 4);
         out.resize(out.size() + 8);
-        out.insert(out.end(), node.data.begin(), node.data.end());
+        append(out, node.data);
         return place;
     }
-    const auto named = std::ranges::count_if(
-        node.entries, [](const resource_node& entry) { return !entry.name.empty(); });
+    const auto named = static_cast<std::size_t>(std::ranges::count_if(
+        node.entries, [](const resource_node& entry) { return !entry.name.empty(); }));
     out.resize(out.size() + 16 + node.entries.size() * 8);
-    put(out, place + 12, static_cast<std::uint16_t>(named));
-    put(out, place + 14,
-        static_cast<std::uint16_t>(node.entries.size() - static_cast<std::size_t>(named)));
+    put(out, place + 12, named, 2);
+    put(out, place + 14, node.entries.size() - named, 2);
     for (std::size_t i = 0; i < node.entries.size(); ++i) {
         const resource_node& entry = node.entries[i];
         std::uint32_t name = entry.id;
         if (!entry.name.empty()) {
             name = static_cast<std::uint32_t>(out.size()) | 0x80000000;
-            append(out, static_cast<std::uint16_t>(entry.name.size()));
-            append_units(out, entry.name);
+            append(out, entry.name.size(), 2);
+            append(out, entry.name);
         }
-        put(out, place + 16 + i * 8, name);
-        put(out, place + 20 + i * 8, write_node(out, entry, virtual_address));
+        put(out, place + 16 + i * 8, name, 4);
+        put(out, place + 20 + i * 8, write_node(out, entry, virtual_address), 4);
     }
     return place | 0x80000000;
 }
 
-bytes block_of(std::u16string_view key, std::uint16_t value_length, std::uint16_t type,
-               const bytes& value, const std::vector<bytes>& children)
+bytes block_of(std::u16string_view key, std::size_t value_length, unsigned type, const bytes& value,
+               const std::vector<bytes>& children)
 {
     bytes out;
-    append(out, std::uint16_t{0});
-    append(out, value_length);
-    append(out, type);
-    append_units(out, key);
-    append(out, std::uint16_t{0});
+    append(out, 0, 2);
+    append(out, value_length, 2);
+    append(out, type, 2);
+    append(out, key);
+    append(out, 0, 2);
     if (!value.empty() || !children.empty()) {
-        align(out);
+        align(out, 4);
     }
-    out.insert(out.end(), value.begin(), value.end());
+    append(out, value);
     for (const bytes& child : children) {
-        align(out);
-        out.insert(out.end(), child.begin(), child.end());
+        align(out, 4);
+        append(out, child);
     }
-    put(out, 0, static_cast<std::uint16_t>(out.size()));
+    put(out, 0, out.size(), 2);
     return out;
 }
 
@@ -100,38 +62,37 @@ bytes block_of(std::u16string_view key, std::uint16_t value_length, std::uint16_
 
 bytes pe_plan::build() const
 {
-    bytes out(file_size);
-    put(out, 0, std::uint16_t{0x5a4d});
-    put(out, 60, pe_offset);
-    put(out, pe_offset, std::uint32_t{0x4550});
-    put(out, pe_offset + 6, static_cast<std::uint16_t>(sections.size()));
-    put(out, pe_offset + 8, time_stamp);
-    put(out, pe_offset + 20, optional_size);
+    bytes out;
+    put(out, 0, "MZ");
+    put(out, 60, pe_offset, 4);
+    put(out, pe_offset, "PE");
+    put(out, pe_offset + 6, sections.size(), 2);
+    put(out, pe_offset + 8, time_stamp, 4);
+    put(out, pe_offset + 20, optional_size, 2);
     const std::size_t header = pe_offset + 24;
-    put(out, header, static_cast<std::uint16_t>(is_64 ? 0x20b : 0x10b));
-    put(out, header + 16, entry_rva);
-    if (is_64) {
-        put(out, header + 24, image_base);
-    } else {
-        put(out, header + 28, static_cast<std::uint32_t>(image_base));
-    }
+    put(out, header, is_64 ? 0x20b : 0x10b, 2);
+    put(out, header + 16, entry_rva, 4);
+    put(out, header + (is_64 ? 24 : 28), image_base, is_64 ? 8 : 4);
     for (std::size_t i = 0; i < 2; ++i) {
-        put(out, header + 40 + i * 2, os_version[i]);
-        put(out, header + 44 + i * 2, image_version[i]);
-        put(out, header + (is_64 ? 112 : 96) + 4 * 8 + i * 4, certificate[i]);
-        put(out, header + (is_64 ? 112 : 96) + 11 * 8 + i * 4, bound_import[i]);
+        put(out, header + 40 + i * 2, os_version[i], 2);
+        put(out, header + 44 + i * 2, image_version[i], 2);
     }
-    put(out, header + 64, checksum);
+    put(out, header + 64, checksum, 4);
     std::size_t row = header + (is_64 ? 240 : 224);
     for (const pe_section_plan& section : sections) {
-        put_bytes(out, row, bytes(section.name.begin(), section.name.end()));
-        put(out, row + 8, section.virtual_size);
-        put(out, row + 12, section.virtual_address);
-        put(out, row + 16, section.raw_size);
-        put(out, row + 20, section.raw_offset);
-        put_bytes(out, section.raw_offset, section.contents);
+        put(out, row, std::string_view(section.name));
+        std::size_t at = row + 8;
+        for (const std::uint32_t word : {section.virtual_size, section.virtual_address,
+                                         section.raw_size, section.raw_offset}) {
+            put(out, at, word, 4);
+            at += 4;
+        }
+        if (!section.contents.empty()) {
+            put(out, section.raw_offset, section.contents);
+        }
         row += 40;
     }
+    out.resize(file_size); // which may cut it short
     return out;
 }
 
@@ -151,15 +112,15 @@ resource_node lone_resource(std::uint32_t type, bytes data)
 
 bytes version_block(std::u16string_view key, const bytes& value, const std::vector<bytes>& children)
 {
-    return block_of(key, static_cast<std::uint16_t>(value.size()), 0, value, children);
+    return block_of(key, value.size(), 0, value, children);
 }
 
 bytes version_text(std::u16string_view key, std::u16string_view text)
 {
     bytes value;
-    append_units(value, text);
-    append(value, std::uint16_t{0});
-    return block_of(key, static_cast<std::uint16_t>(text.size() + 1), 1, value, {});
+    append(value, text);
+    append(value, 0, 2);
+    return block_of(key, text.size() + 1, 1, value, {});
 }
 
 bytes fixed_version(std::uint32_t flags, std::uint32_t os, std::uint32_t type,
@@ -168,7 +129,7 @@ bytes fixed_version(std::uint32_t flags, std::uint32_t os, std::uint32_t type,
     bytes out;
     for (const std::uint32_t word : {0xfeef04bdu, 0x10002u, 0x10002u, 0x3ffffu, 0x40005u, 0x60007u,
                                      0x3fu, flags, os, type, subtype, 0x1d00000u, 0x2345u}) {
-        append(out, word);
+        append(out, word, 4);
     }
     return out;
 }

@@ -30,8 +30,6 @@ struct pe_plan {
     std::uint64_t image_base = 0x400000;
     std::uint16_t os_version[2] = {6, 3};
     std::uint16_t image_version[2] = {2, 5};
-    std::uint32_t certificate[2] = {0, 0}; // place and size
-    std::uint32_t bound_import[2] = {0, 0};
     std::vector<pe_section_plan> sections = {};
     std::size_t file_size = 4096;
 

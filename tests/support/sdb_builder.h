@@ -3,13 +3,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "sdb/tags.h"
+#include "support/byte_writer.h"
 
 // Shim database images for tests, laid out as a tree that reads like the file it makes:
 //
@@ -43,8 +45,6 @@
 // is a fault of the test. Malformed images are made on purpose with raw(), list_with_size(),
 // with_size(), string_ref(), table_bytes() and string_table_size().
 namespace test_support {
-
-using bytes = std::vector<std::uint8_t>;
 
 // What a node is known by before and after it stands in an image; made by sdb_builder alone.
 struct node {
@@ -127,28 +127,46 @@ public:
     sdb_builder& version(std::uint32_t major, std::uint32_t minor);
 
     // Tags. The tag's type must be the call's.
-    node null(std::uint16_t tag);
-    node byte(std::uint16_t tag, std::uint8_t value);
-    node word(std::uint16_t tag, std::uint16_t value);
-    node dword(std::uint16_t tag, std::uint32_t value);
-    node qword(std::uint16_t tag, std::uint64_t value);
+    node null(std::uint16_t tag) { return number(tag, sdb::type::null_, 0, 0); }
+    node byte(std::uint16_t tag, std::uint8_t value)
+    {
+        return number(tag, sdb::type::byte_, value, 1);
+    }
+    node word(std::uint16_t tag, std::uint16_t value)
+    {
+        return number(tag, sdb::type::word, value, 2);
+    }
+    node dword(std::uint16_t tag, std::uint32_t value)
+    {
+        return number(tag, sdb::type::dword, value, 4);
+    }
+    node qword(std::uint16_t tag, std::uint64_t value)
+    {
+        return number(tag, sdb::type::qword, value, 8);
+    }
+    // String reference with any number as its value.
+    node string_ref(std::uint16_t tag, std::uint32_t reference)
+    {
+        return number(tag, sdb::type::stringref, reference, 4);
+    }
     // String reference to a text of the string table, put there when it is new, with a
     // terminating zero unit in its stored bytes.
-    node text(std::uint16_t tag, std::string_view utf8);
+    node text(std::uint16_t tag, std::string_view utf8)
+    {
+        return string_ref(tag, table_text(utf8));
+    }
     // The same for units that no UTF-8 text gives: lone surrogates, zeros in the middle.
     node text_units(std::uint16_t tag, std::u16string_view units);
-    // String reference with any number as its value.
-    node string_ref(std::uint16_t tag, std::uint32_t reference);
-    node list(std::uint16_t tag, std::initializer_list<node> children);
-    node list(std::uint16_t tag, std::span<const node> children);
+    node list(std::uint16_t tag, const std::vector<node>& children);
     // Inline string, with a terminating zero unit.
     node string(std::uint16_t tag, std::string_view utf8);
-    node string_units(std::uint16_t tag, std::u16string_view units);
     // Binary; an odd length is followed by the pad byte.
-    node binary(std::uint16_t tag, std::span<const std::uint8_t> value);
-    node binary(std::uint16_t tag, std::initializer_list<std::uint8_t> value);
-    node guid(std::uint16_t tag, std::string_view text);
-    node patch_bits(const std::vector<patch_op>& operations);
+    node binary(std::uint16_t tag, const bytes& value);
+    node guid(std::uint16_t tag, std::string_view text) { return binary(tag, guid_bytes(text)); }
+    node patch_bits(const std::vector<patch_op>& operations)
+    {
+        return binary(sdb::tag::patch_bits, patch_bytes(operations));
+    }
     node index_bits(const std::vector<index_entry>& entries);
     // Dword that holds the offset of another tag.
     node reference(std::uint16_t tag, const target& where);
@@ -157,18 +175,15 @@ public:
     node label(std::string_view name, node tag);
 
     // Malformed input. None of these checks anything.
-    node raw(std::span<const std::uint8_t> data);
-    node raw(std::initializer_list<std::uint8_t> data);
+    node raw(const bytes& data);
     // A list whose size word is `size`, whatever its children take.
-    node list_with_size(std::uint16_t tag, std::uint32_t size,
-                        std::initializer_list<node> children);
+    node list_with_size(std::uint16_t tag, std::uint32_t size, const std::vector<node>& children);
     // Tag word, size word and the data, of any tag, with no pad byte.
-    node with_size(std::uint16_t tag, std::uint32_t size, std::span<const std::uint8_t> data);
-    node with_size(std::uint16_t tag, std::uint32_t size, std::initializer_list<std::uint8_t> data);
+    node with_size(std::uint16_t tag, std::uint32_t size, const bytes& data);
 
     // The image's roots.
-    sdb_builder& add(node tag);
-    sdb_builder& add(std::initializer_list<node> tags);
+    sdb_builder& add(node tag) { return add(std::vector{tag}); }
+    sdb_builder& add(const std::vector<node>& tags);
     sdb_builder& lead(node tag);
     sdb_builder& trail(node tag);
     sdb_builder& index(std::uint16_t over, std::uint16_t key, std::uint32_t flags,
@@ -183,14 +198,13 @@ public:
     // text it used last adds one more here.
     std::uint32_t table_text(std::string_view utf8);
     // Appends bytes to the string table as they are, and answers the reference value of the first.
-    std::uint32_t table_bytes(std::span<const std::uint8_t> data);
+    std::uint32_t table_bytes(const bytes& data);
 
     // The plain image. May be called again after more was added.
     bytes build();
 
     // The size that build() would give now, when no node that was made is left out.
     std::uint64_t size_so_far() const noexcept;
-    std::size_t string_count() const noexcept { return string_count_; }
 
     // Places in the image built last.
     std::uint32_t offset_of(const target& tag) const;
@@ -204,10 +218,8 @@ private:
     struct record {
         std::uint32_t first = 0;
         std::uint32_t count = 0;
-        std::uint32_t forged_size = 0;
         std::uint16_t tag = 0;
         bool is_list = false;
-        bool size_is_forged = false;
     };
     // A list that is being written: where it began, and which of its children comes next.
     struct open_list {
@@ -218,52 +230,43 @@ private:
     struct fixup {
         std::uint32_t owner;
         std::uint32_t position;
-        std::uint32_t target;
-        bool target_is_label;
+        target where;
     };
-    struct utf8_hash {
+    struct text_hash {
         using is_transparent = void;
         std::size_t operator()(std::string_view text) const noexcept
         {
             return std::hash<std::string_view>{}(text);
         }
     };
-    template <typename value>
-    using text_map = std::unordered_map<std::string, value, utf8_hash, std::equal_to<>>;
+    using text_map = std::unordered_map<std::string, std::uint32_t, text_hash, std::equal_to<>>;
 
     node begin_leaf(std::uint16_t tag);
     node end_leaf(node leaf);
-    node add_record(record what);
+    node number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width);
     void put_target(node leaf, const target& where);
-    std::uint32_t label_id(std::string_view name);
-    std::uint32_t add_to_table(std::span<const std::uint8_t> units);
+    std::uint32_t add_to_table(const bytes& units);
 
-    void write_tree(bytes& image, node root);
+    std::uint32_t write_root(bytes& image, std::uint16_t tag, const std::vector<node>& roots);
+    void write_trees(bytes& image, const std::vector<node>& roots);
     void write_start(bytes& image, std::uint32_t id);
-    void write_roots(bytes& image, const std::vector<node>& roots);
-    void write_string_table(bytes& image);
-    void resolve_references(bytes& image) const;
-    std::uint32_t place_of(std::uint32_t id) const;
 
     std::uint32_t major_ = 2;
     std::uint32_t minor_ = 3;
     bool has_database_ = true;
     bool has_string_table_ = true;
-    bool table_size_is_forged_ = false;
-    std::uint32_t forged_table_size_ = 0;
+    std::optional<std::uint32_t> forged_table_size_;
 
     bytes arena_;
     std::vector<record> records_;
     std::vector<node> children_;
+    std::unordered_map<std::uint32_t, std::uint32_t> forged_sizes_; // of lists
     std::vector<fixup> fixups_;
     std::uint64_t list_head_bytes_ = 0;
-
-    text_map<std::uint32_t> label_ids_;
-    std::vector<std::uint32_t> label_nodes_;
+    text_map labels_; // to nodes
 
     bytes table_;
-    text_map<std::uint32_t> table_references_;
-    std::size_t string_count_ = 0;
+    text_map table_references_;
 
     std::vector<node> indexes_;
     std::vector<node> lead_;

@@ -187,7 +187,8 @@ host_facts read_host_facts()
     host_facts facts;
     SYSTEM_INFO system{};
     ::GetNativeSystemInfo(&system);
-    // A 64-bit ARM processor reads as 32-bit: meant.
+    // By the processor's kind, of which two count: a 64-bit ARM processor reads as 32-bit, as it
+    // has in every run header.
     facts.is_64bit = system.dwProcessorType == 2200 || system.dwProcessorType == 8664;
     const system_version version = read_system_version();
     facts.known_version = version.known;

@@ -42,7 +42,7 @@ bool list_names(const std::string& text, ntfs::volume_source source, const std::
     for (const std::uint64_t child : children) {
         std::vector<std::uint8_t> record;
         std::vector<ntfs::file_name> names;
-        if (child != inode && ntfs::fixup_mft(context, child, record)) {
+        if (child != inode && ntfs::read_file_record(context, child, record)) {
             ntfs::collect_file_names(context, child, ntfs::file_record(record), names, &inode);
         }
         for (const ntfs::file_name& found : names) {
