@@ -1,8 +1,8 @@
 #include <exception>
 
 #include "front/run_driver.h"
-#include "platform/arguments.h"
 #include "io/notice.h"
+#include "platform/arguments.h"
 
 int main(int count, char** arguments)
 {

@@ -5,11 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include "io/notice.h"
 #include "report/listings.h"
 #include "sdb/tags.h"
 #include "support/pe_builder.h"
 #include "support/text_sink.h"
-#include "io/notice.h"
 #include "uni/text.h"
 
 namespace {

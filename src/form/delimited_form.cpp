@@ -46,9 +46,8 @@ private:
         if (one.is_blank_if_empty && text.date.empty()) {
             write_cell(" ", false, width);
         } else {
-            write_cell(
-                field_text(one.part == column_part::date ? text.date : text.time, style_),
-                one.leads_value, width);
+            write_cell(field_text(one.part == column_part::date ? text.date : text.time, style_),
+                       one.leads_value, width);
         }
     }
 
@@ -81,8 +80,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<writer> make_delimited_form(uni::text_buffer& out,
-                                            const request::cmd_params& style, stream_state state)
+std::unique_ptr<writer> make_delimited_form(uni::text_buffer& out, const request::cmd_params& style,
+                                            stream_state state)
 {
     return std::make_unique<delimited_form>(out, style, state);
 }

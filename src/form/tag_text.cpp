@@ -255,8 +255,7 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         write_unix_time(out, image.u32(value), style);
         return true;
     case value_form::filetime:
-        write_moment(out, uni::time_value_from(image.u64(value), uni::time_kind::filetime),
-                     style);
+        write_moment(out, uni::time_value_from(image.u64(value), uni::time_kind::filetime), style);
         return true;
     case value_form::version:
         write_version(out, image.u64(value));

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "sdb/database.h"
 #include "io/large_vector.h"
+#include "sdb/database.h"
 
 namespace form {
 

@@ -19,17 +19,15 @@ std::vector<timeline_row> expand_stamps(const std::array<timeline_stamp, 4>& sta
         if (!moment.valid) {
             continue;
         }
-        auto row = std::ranges::find(rows, moment.filetime, [](const timeline_row& made) {
-            return made.moment.filetime;
-        });
+        auto row = std::ranges::find(rows, moment.filetime,
+                                     [](const timeline_row& made) { return made.moment.filetime; });
         if (row == rows.end()) {
             row = rows.insert(row, {"....", {}, moment});
         }
         row->macb[place] = letters[place];
         row->meaning.append(row->meaning.empty() ? "" : "; ").append(stamps[place].meaning);
     }
-    std::ranges::stable_sort(
-        rows, {}, [](const timeline_row& row) { return row.moment.filetime; });
+    std::ranges::stable_sort(rows, {}, [](const timeline_row& row) { return row.moment.filetime; });
     return rows;
 }
 

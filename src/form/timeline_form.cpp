@@ -32,8 +32,7 @@ constexpr timeline_column columns[] = {
     {"type", [](const row_source& from) { return from.row.meaning; }},
     {"user", [](const row_source& from) { return from.style.username; }},
     {"host", [](const row_source& from) { return from.style.hostname; }},
-    {"short",
-     [](const row_source& from) { return field_text(from.item.short_text, from.style); }},
+    {"short", [](const row_source& from) { return field_text(from.item.short_text, from.style); }},
     {"desc", [](const row_source& from) { return field_text(from.item.description, from.style); }},
     {"version", [](const row_source&) { return std::string(row_version); }},
     {"filename",
@@ -129,14 +128,14 @@ public:
 
 } // namespace
 
-std::unique_ptr<writer> make_timeline_form(uni::text_buffer& out,
-                                           const request::cmd_params& style, stream_state state)
+std::unique_ptr<writer> make_timeline_form(uni::text_buffer& out, const request::cmd_params& style,
+                                           stream_state state)
 {
     return std::make_unique<timeline_form>(out, style, state);
 }
 
-std::unique_ptr<writer> make_bodyfile_form(uni::text_buffer& out,
-                                           const request::cmd_params& style, stream_state state)
+std::unique_ptr<writer> make_bodyfile_form(uni::text_buffer& out, const request::cmd_params& style,
+                                           stream_state state)
 {
     return std::make_unique<bodyfile_form>(out, style, state);
 }

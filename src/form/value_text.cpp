@@ -19,8 +19,7 @@ overloaded(handlers...) -> overloaded<handlers...>;
 void write_stored_value(uni::text_buffer& out, const stored_value& stored,
                         const request::cmd_params& style, const sdb::sdb_database* database)
 {
-    const auto ordinal =
-        database == nullptr ? std::nullopt : database->ordinal_of(stored.offset);
+    const auto ordinal = database == nullptr ? std::nullopt : database->ordinal_of(stored.offset);
     if (ordinal) {
         write_tag_text(out, *database, database->tag_at(*ordinal), stored.offset, style);
     }
@@ -48,9 +47,7 @@ void write_value(uni::text_buffer& out, const value& shown, const request::cmd_p
                    },
                    [&](const tag_count& one) { out.decimal(one.number); },
                    [&](const tag_word& one) { write_tag_name(out, one.tag); },
-                   [&](const stored_value& one) {
-                       write_stored_value(out, one, style, database);
-                   },
+                   [&](const stored_value& one) { write_stored_value(out, one, style, database); },
                },
                shown);
 }

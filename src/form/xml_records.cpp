@@ -354,11 +354,11 @@ xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
     }
     aside_.clear();
     bool plain = true;
-    const std::string_view text = write_stored_text(
-        aside_,
-        is_reference ? database_.string_bytes(scalar.text.reference)
-                     : database_.payload_at(scalar.item.offset),
-        plain);
+    const std::string_view text =
+        write_stored_text(aside_,
+                          is_reference ? database_.string_bytes(scalar.text.reference)
+                                       : database_.payload_at(scalar.item.offset),
+                          plain);
     return {text, plain};
 }
 

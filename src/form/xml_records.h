@@ -87,7 +87,7 @@ private:
     text_cache texts_;
     io::large_vector<member> members_;
     io::large_vector<member*> references_;
-    std::string record_name_; // of the record in work, double quotes as single ones
+    std::string record_name_;          // of the record in work, double quotes as single ones
     bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
     std::vector<const member*> cdata_children_;

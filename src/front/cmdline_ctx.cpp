@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "platform/host.h"
 #include "io/fileio.h"
 #include "io/notice.h"
+#include "platform/host.h"
 #include "uni/time.h"
 
 namespace front {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "request/cmd_params.h"
 #include "platform/console.h"
+#include "request/cmd_params.h"
 
 namespace front {
 

@@ -4,10 +4,10 @@
 
 #include "form/forms.h"
 #include "front/filter.h"
-#include "platform/files.h"
-#include "platform/host.h"
 #include "io/fileio.h"
 #include "io/notice.h"
+#include "platform/files.h"
+#include "platform/host.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -122,7 +122,8 @@ bool take_out(parsing& now, const std::string& value)
     io::fileio probe;
     if (!probe.open_write(params.out_path, true, false, !append) &&
         !(append && probe.open_write(params.out_path, true, false, true))) {
-        io::error_stream().say("prob opening file %s for output, aborting\n", params.out_path.c_str());
+        io::error_stream().say("prob opening file %s for output, aborting\n",
+                               params.out_path.c_str());
         return false;
     }
     probe.close();
@@ -361,7 +362,8 @@ constexpr auto rows_behind_filters = std::to_array<option_row>({
 // Rules between sections are always written where a form has them.
 constexpr option_row verbose_row = {"-verbose", false, accept};
 constexpr option_row short_verbose_row = {"-v", false, accept};
-constexpr option_row quiet_row = {"-quiet", false, set_flag<&request::cmd_params::show_progress, false>};
+constexpr option_row quiet_row = {"-quiet", false,
+                                  set_flag<&request::cmd_params::show_progress, false>};
 
 enum class taking { absent, taken, ended };
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "platform/files.h"
 #include "io/fileio.h"
+#include "platform/files.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"

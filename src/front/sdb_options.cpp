@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <array>
 
+#include "form/forms.h"
 #include "front/common_options.h"
 #include "front/discovery.h"
 #include "front/pattern_text.h"
-#include "platform/files.h"
-#include "platform/host.h"
-#include "form/forms.h"
 #include "io/fileio.h"
 #include "io/notice.h"
+#include "platform/files.h"
+#include "platform/host.h"
 #include "report/reports.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
@@ -50,7 +50,7 @@ bool take_tag(request::sdb_opts& options, argument_list& args)
     options.tag_filter = static_cast<std::uint16_t>(*number);
     if ((*number & 0xf000) != 0x7000) {
         io::error_stream().say("This version only handles certain TAG_TYPE_LIST type tags "
-                          "(eg. 0x7003 - 0x70xx)\n");
+                               "(eg. 0x7003 - 0x70xx)\n");
         return false;
     }
     if (is_refused_tag(*number)) {
@@ -87,7 +87,8 @@ void settle_form(request::sdb_opts& options)
 bool refuse_with_list_form(const request::sdb_opts& options)
 {
     if (options.is_list_form()) {
-        io::error_stream().say("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
+        io::error_stream().say("Invalid option to use with %s\n",
+                               options.pipe ? "-pipe" : "-enumdir");
         return true;
     }
     return false;
@@ -124,7 +125,8 @@ bool take_vss(request::sdb_opts& options, argument_list& args)
     }
     if (!platform::is_process_admin()) {
         io::error_stream().say("This option requires admin privileges...\n");
-        io::error_stream().say("need to restart cmd prompt using \"Run As Administrator\" option...\n");
+        io::error_stream().say(
+            "need to restart cmd prompt using \"Run As Administrator\" option...\n");
         return false;
     }
     options.vss_given = true;
@@ -161,7 +163,7 @@ bool take_sdb(request::sdb_opts& options, argument_list& args)
     }
     if (options.vss_given) {
         io::error_stream().say("-vss option should not be used with -sdb option, "
-                          "use %%vss%%# option for -sdb option\n");
+                               "use %%vss%%# option for -sdb option\n");
         return false;
     }
     if (options.partition_given) {
@@ -200,8 +202,7 @@ bool take_match(request::sdb_opts& options, argument_list& args)
 }
 
 // Says on standard output that a value could not be understood.
-bool refuse_value(io::output_sink& standard_output, std::string_view value,
-                  std::string_view wanted)
+bool refuse_value(io::output_sink& standard_output, std::string_view value, std::string_view wanted)
 {
     standard_output.text("prob understanding ");
     standard_output.text(value);
@@ -211,7 +212,8 @@ bool refuse_value(io::output_sink& standard_output, std::string_view value,
 
 // The first -patchbytes is a pattern, a second one a GUID, though the usage text promises an option
 // -guid, which nothing looks for.
-bool take_patch_bytes(request::sdb_opts& options, argument_list& args, io::output_sink& standard_output)
+bool take_patch_bytes(request::sdb_opts& options, argument_list& args,
+                      io::output_sink& standard_output)
 {
     std::string value;
     if (find_option_value("-patchbytes", value, args)) {
@@ -297,10 +299,9 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
     }
     take_lists(options, args);
     settle_form(options);
-    const bool searches_for_stats =
-        options.stats && !options.pe_stats && options.sdb_path.empty();
-    options.searches_default_places = options.vss_given || options.partition_given ||
-                                      options.list_sdb || searches_for_stats;
+    const bool searches_for_stats = options.stats && !options.pe_stats && options.sdb_path.empty();
+    options.searches_default_places =
+        options.vss_given || options.partition_given || options.list_sdb || searches_for_stats;
     if (options.searches_default_places && options.volume_text.empty()) {
         options.volume_text = "c:";
     }

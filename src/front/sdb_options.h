@@ -2,8 +2,8 @@
 
 #include "front/arguments.h"
 #include "front/diag_log.h"
-#include "request/sdb_opts.h"
 #include "io/output_sink.h"
+#include "request/sdb_opts.h"
 
 namespace front {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "platform/host.h"
 #include "io/notice.h"
+#include "platform/host.h"
 #include "uni/text.h"
 #include "uni/time.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "request/cmd_params.h"
 #include "io/stdin_stream.h"
+#include "request/cmd_params.h"
 
 namespace front {
 

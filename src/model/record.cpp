@@ -11,7 +11,8 @@ bool has_substance(std::span<const record_item> first_group, bool has_one_group)
         })) {
         return false;
     }
-    return first_group.size() > 2 || first_group.front().tag == sdb::tag::inexclude || !has_one_group;
+    return first_group.size() > 2 || first_group.front().tag == sdb::tag::inexclude ||
+           !has_one_group;
 }
 
 } // namespace model

@@ -73,8 +73,7 @@ bool make_database_report(job& work)
     const bool asked = make_listings(work);
     work.form.end();
     if (!asked) {
-        work.notices.say(
-            "Check the options you passed in [either erroneous or a mismatch]...\n");
+        work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");
     }
     return asked;
 }

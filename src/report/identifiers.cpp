@@ -29,8 +29,8 @@ bool list_identifiers(const job& work)
         for (const model::identifier& one : tables[table]) {
             // No tag stands at 0, so that nothing is shown there.
             const form::stored_value name{one.name_offset.value_or(0)};
-            if (!work.form.row(std::array<form::value, 3>{one.guid->text(),
-                                                          form::tag_word{one.tag}, name})) {
+            if (!work.form.row(
+                    std::array<form::value, 3>{one.guid->text(), form::tag_word{one.tag}, name})) {
                 return found;
             }
         }

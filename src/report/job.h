@@ -27,8 +27,9 @@ struct job {
 
     // What the kind of report calls for; the others are null.
     const sdb::sdb_database* database = nullptr;
-    model::search* search = nullptr;                    // in this database
-    const model::installed_database* installed = nullptr; // what the registry says of it, if it does
+    model::search* search = nullptr; // in this database
+    const model::installed_database* installed =
+        nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
     const model::run_targets* targets = nullptr;
 };

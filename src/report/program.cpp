@@ -125,8 +125,8 @@ void add_columns(form::entry& entry, const job& work)
             made.shown = cell_value(column, *work.program);
         }
         if (column.shows == cell::date || column.shows == cell::time) {
-            made.part = column.shows == cell::date ? form::column_part::date
-                                                   : form::column_part::time;
+            made.part =
+                column.shows == cell::date ? form::column_part::date : form::column_part::time;
             made.leads_head = made.leads_value = column.shows == cell::time;
         }
         entry.columns.push_back(std::move(made));

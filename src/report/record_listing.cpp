@@ -143,8 +143,8 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
     std::atomic<std::uint64_t> listed_items = budget_.items;
     uni::ordered_work<stretch> work(1, count);
     const bool started = work.start(threads, [&] {
-        auto maker = std::make_unique<stretch_maker>(database_, search_, form_, ordinals,
-                                                     listed_items);
+        auto maker =
+            std::make_unique<stretch_maker>(database_, search_, form_, ordinals, listed_items);
         return [maker = std::move(maker)](std::size_t number, stretch& made) {
             maker->make(number, made);
         };

@@ -44,7 +44,10 @@ private:
     {
         return work_.installed ? work_.installed->database_path : std::string();
     }
-    std::uint64_t install_time() const { return work_.installed ? work_.installed->install_time : 0; }
+    std::uint64_t install_time() const
+    {
+        return work_.installed ? work_.installed->install_time : 0;
+    }
     std::uint64_t key_time() const { return work_.installed ? work_.installed->key_modtime : 0; }
 
     std::string version() const
@@ -155,8 +158,7 @@ private:
         std::size_t width = 0;
         for (const std::uint32_t offset : facts_.scalars) {
             const std::uint16_t scalar = work_.database->image().u16(offset);
-            std::string text =
-                form::value_text(form::stored_value{offset}, style_, work_.database);
+            std::string text = form::value_text(form::stored_value{offset}, style_, work_.database);
             if (scalar == tag::time) {
                 text += utc_mark;
             } else if (scalar == tag::compiler_version) {

@@ -262,7 +262,7 @@ struct numbered_tag {
 };
 
 io::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows,
-                                             std::uint16_t type_bits)
+                                            std::uint16_t type_bits)
 {
     io::large_vector<numbered_tag> found;
     tag_ordinal ordinal;

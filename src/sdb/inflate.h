@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "uni/byte_view.h"
 #include "io/large_vector.h"
+#include "uni/byte_view.h"
 
 namespace sdb {
 

@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
+#include "io/large_vector.h"
 #include "sdb/tag_ordinal.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
-#include "io/large_vector.h"
 
 namespace sdb {
 

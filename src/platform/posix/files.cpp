@@ -32,8 +32,7 @@ constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 int open_for_reading(const std::string& found)
 {
     const int descriptor = ::open(found.c_str(), O_RDONLY | O_NOATIME | always);
-    return descriptor < 0 && errno == EPERM ? ::open(found.c_str(), O_RDONLY | always)
-                                            : descriptor;
+    return descriptor < 0 && errno == EPERM ? ::open(found.c_str(), O_RDONLY | always) : descriptor;
 }
 
 int open_for_writing(const std::string& path, int flags)
