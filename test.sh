@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds quilt and runs its tests; ends with the line "N passed, N failed".
 #   ./test.sh        the release build: quilt_tests, whole runs, and volume images
-#   ./test.sh --all  also the format check, the sanitizer build, the Windows build under
-#                    Wine, and a short run of every fuzz target
+#   ./test.sh --all  also the format check, the sanitizer builds, the Windows build under
+#                    Wine, a short run of every fuzz target, and a report and a form added
+#                    to a copy of the tree
 set -euo pipefail
 source "$(dirname "$(readlink -f "$0")")/cmake/prepare.sh"
 
@@ -26,10 +27,10 @@ fail() { # log failed-count
     exit 1
 }
 
-build() { # preset
+build() { # preset target...
     heading "build $1"
     alone configure_preset "$1"
-    alone build_preset "$1"
+    alone build_preset "$@"
 }
 
 # Runs a GoogleTest program. A run that tells no number of tests, or none passed, has failed.
@@ -100,6 +101,24 @@ start_wine() {
     logged wine timeout 300 wineboot -u
 }
 
+# Long work by several threads: no data race, and the bytes of the release program.
+thread_tests() {
+    local database=build/tsan/large.sdb options words log=$logs/threads.log
+    heading 'threads'
+    build/release/make_large_database 3000000 "$database" >"$log" 2>&1 || fail "$log" 1
+    for options in -apps '-apps -multiline' -stats; do
+        read -ra words <<<"$options"
+        for program in release tsan; do
+            timeout 300 "build/$program/quilt" -sdb "$database" -quiet "${words[@]}" \
+                >"build/tsan/$program.out" 2>"$log" </dev/null || fail "$log" 1
+        done
+        # The run header has another time and program.
+        diff <(grep -av '^run time: \|^"cmdline: ' build/tsan/release.out) \
+            <(grep -av '^run time: \|^"cmdline: ' build/tsan/tsan.out) >"$log" || fail "$log" 1
+        passed=$((passed + 1))
+    done
+}
+
 # Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".
 fuzz_target() { # name
     local place=build/fuzz/runs/$1 seeds=()
@@ -141,6 +160,7 @@ else
     alone install_packages "${test_packages[@]}"
 fi
 
+script_tests house house_test.py
 build release
 unit_tests quilt_tests build/release/quilt_tests
 report_tests '' build/release
@@ -153,6 +173,11 @@ if $all; then
     report_tests -asan build/asan
     script_tests pe_files-asan pe_files_test.py --quilt build/asan/quilt
     volume_tests -asan build/asan
+
+    build tsan quilt
+    thread_tests
+
+    script_tests patches house_test.py --patches build/release/quilt
 
     build windows
     start_wine
