@@ -42,10 +42,10 @@ class Patches(unittest.TestCase):
         if QUILT is None:
             self.skipTest("only with --patches")
         self.assertEqual(len(PATCHES), 2)
-        folder = Path(tempfile.mkdtemp(prefix="quilt-"))
-        self.addCleanup(shutil.rmtree, folder)
-        for name in ("CMakeLists.txt", "src", "cmake"):
-            (shutil.copytree if (ROOT / name).is_dir() else shutil.copy)(ROOT / name, folder / name)
+        place = tempfile.mkdtemp(prefix="quilt-")
+        self.addCleanup(shutil.rmtree, place)
+        folder = shutil.copytree(ROOT, Path(place, "tree"),
+                                 ignore=shutil.ignore_patterns("build", ".git"))
         for patch in PATCHES:
             changed = re.findall(r"^\+\+\+ b/(\S+)", patch.read_text("utf-8"), re.M)
             self.assertEqual(len(changed), 2)

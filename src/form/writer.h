@@ -61,6 +61,9 @@ public:
     // What stands between two subjects.
     virtual bool separate() { return goes_on(); }
 
+    // Whether all that was said so far could be written.
+    bool goes_on() const noexcept { return out_.good(); }
+
     // The text that a tag of the document has in this form; nothing for one that has none.
     std::optional<std::string> tag_text(sdb::tag_ordinal ordinal) const;
 
@@ -74,7 +77,6 @@ public:
     void take(std::string_view text, stream_state state);
 
 protected:
-    bool goes_on() const noexcept { return out_.good(); }
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
 
     virtual void begin_document() {}

@@ -121,7 +121,7 @@ bool record_listing::print_records(ordinals_span ordinals)
         !ordinals.empty() && sdb::tag_type(database_.tag_at(ordinals.front())) == sdb::type::list;
     bool printed = false;
     for (const sdb::tag_ordinal ordinal : ordinals) {
-        if (search_.finds_nothing()) {
+        if (search_.finds_nothing() || !form_.goes_on()) {
             break;
         }
         if (!are_lists || search_.may_list_pass(ordinal)) {
@@ -149,7 +149,7 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
             maker->make(number, made);
         };
     });
-    for (std::size_t number = 1; number < count; ++number) {
+    for (std::size_t number = 1; number < count && form_.goes_on(); ++number) {
         const stretch* const made = started ? &work.next() : nullptr;
         if (!made || budget_.items + made->items > budget_.limit) {
             work.stop();

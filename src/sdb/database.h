@@ -243,7 +243,6 @@ private:
     void note_leading_tag(const sdb_tag_item& item, sdb_index_record& pending);
     void note_index_entries(const sdb_tag_item& item, const sdb_index_record& pending);
     void note_list(std::uint64_t position, std::uint16_t tag);
-    void record(std::uint64_t position, std::uint16_t tag);
     sdb_tag_item decode(std::uint64_t position) const
     {
         const uni::byte_view bytes = image();

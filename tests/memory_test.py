@@ -1,0 +1,46 @@
+#!/usr/bin/env python3
+"""Runs quilt with too little memory: what does not fit is said, and the rest goes on.
+
+    python3 tests/memory_test.py --quilt build/release/quilt
+
+Run from the root of the repository, with a program without sanitizers.
+"""
+
+import subprocess
+import sys
+import tempfile
+
+from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, notice, small_database
+
+
+class Memory(Runs):
+    def run_within(self, kibibytes, *options, lines=b""):
+        with tempfile.TemporaryFile() as given:
+            given.write(lines)
+            given.seek(0)
+            return subprocess.run(["sh", "-c", f'ulimit -v {kibibytes}; exec "$0" "$@"',
+                                   *ARGUMENTS.quilt.words, *options], stdin=given,
+                                  capture_output=True, timeout=120)
+
+    def large(self):
+        """A database of seven million tags, whose table does not fit."""
+        nulls = small_database(0, "x")[:12] + (0x7001).to_bytes(2, "little")
+        return nulls + (14_000_000).to_bytes(4, "little") + (0x1001).to_bytes(2, "little") * 7_000_000
+
+    def test_the_last_catch_says_what_flew(self):
+        large = self.write("large.sdb", self.large())
+        result = self.run_within(60_000, "-sdb", large, "-apps", "-quiet")
+        self.assertEqual((result.returncode, result.stderr),
+                         (FAILED, notice("quilt: std::bad_alloc\n")))
+
+    def test_one_entry_of_a_list_that_does_not_fit_stops_no_other(self):
+        large = self.write("large.sdb", self.large())
+        lines = f"{large}\n{SAMPLE}\n".encode()
+        result = self.run_within(60_000, "-pipe", "-exes", "-quiet", lines=lines)
+        self.assertEqual((result.returncode, result.stderr),
+                         (0, notice(f"exception caught on file {large}\n")))
+        self.assertIn(b"ledger.exe", result.stdout)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
