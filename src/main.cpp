@@ -9,7 +9,7 @@ int main(int count, char** arguments)
     try {
         return front::run_driver(platform::program_arguments(count, arguments));
     } catch (const std::exception& fault) {
-        io::error_stream().say("quilt: %s\n", fault.what());
+        io::error_notices().fail("quilt: %s\n", fault.what());
     }
     return -1;
 }

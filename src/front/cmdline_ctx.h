@@ -17,16 +17,20 @@ public:
     cmdline_ctx(const cmdline_ctx&) = delete;
     cmdline_ctx& operator=(const cmdline_ctx&) = delete;
 
+    // Whether there is a standard output to write to.
+    bool has_standard_output() const noexcept { return has_standard_output_; }
     // Takes what it needs at the end out of the parsed options.
     void bind_options(const request::cmd_params& params);
+    // The time that the run took so far, as its last line tells it.
+    std::string elapsed_text() const;
 
 private:
+    bool has_standard_output_;
     platform::utf8_console console_;
     std::uint32_t saved_console_mode_;
     bool clear_progress_ = false;
-    std::uint64_t start_time_ = 0; // FILETIME ticks; 0 when no time is taken
+    std::uint64_t start_time_ = 0; // FILETIME ticks
     bool report_elapsed_ = false;
-    std::string diag_path_;
     std::string signal_name_;
 };
 

@@ -4,8 +4,6 @@
 
 #include "form/forms.h"
 #include "front/filter.h"
-#include "io/fileio.h"
-#include "io/notice.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "uni/numbers.h"
@@ -21,6 +19,7 @@ struct parsing {
     request::cmd_params& params;
     argument_list& args;
     diag_log& log;
+    io::notices& notices;
 };
 
 // One option that stands for itself: its name, whether a value follows it, and its effect, which
@@ -58,9 +57,6 @@ void set_csv_separator(request::cmd_params& params, std::string_view text)
 
 bool take_diags(parsing& now, const std::string& value)
 {
-    if (!now.log.open(value)) {
-        return true;
-    }
     now.params.log_path = value;
     now.log.write(now.params.raw_cmdline);
     if (!find_option_flag("-l2", now.args)) {
@@ -86,11 +82,11 @@ void take_forms(request::cmd_params& params, argument_list& args)
 }
 
 // Aliases have no reader here, but an uneven list of them is refused.
-bool check_alias(parsing&, const std::string& value)
+bool check_alias(parsing& now, const std::string& value)
 {
     const std::size_t items = uni::split(value, '|', false).size();
     if (items == 0 || items % 2 != 0) {
-        io::error_stream().say("%s, aborting\n", "imbalanced alias to true pathfiles");
+        now.notices.fail("%s, aborting\n", "imbalanced alias to true pathfiles");
         return false;
     }
     return true;
@@ -106,28 +102,16 @@ bool accept(parsing&, const std::string&)
     return true;
 }
 
-bool refuse(parsing&, const std::string&)
+bool refuse(parsing& now, const std::string&)
 {
-    io::error_stream().say("This option is not offered in this build\n");
+    now.notices.fail("This option is not offered in this build\n");
     return false;
 }
 
-// Tries whether the results file can be written, and removes it again: with -append too, so that
-// nothing is ever appended.
 bool take_out(parsing& now, const std::string& value)
 {
-    request::cmd_params& params = now.params;
-    params.out_path = platform::native_spelling(expanded(value, true));
-    const bool append = peek_option_flag("-append", now.args);
-    io::fileio probe;
-    if (!probe.open_write(params.out_path, true, false, !append) &&
-        !(append && probe.open_write(params.out_path, true, false, true))) {
-        io::error_stream().say("prob opening file %s for output, aborting\n",
-                               params.out_path.c_str());
-        return false;
-    }
-    probe.close();
-    platform::delete_file(params.out_path);
+    now.params.out_path = platform::native_spelling(expanded(value, true));
+    now.params.append = find_option_flag("-append", now.args);
     return true;
 }
 
@@ -204,7 +188,7 @@ bool take_start_time(parsing& now, const std::string& value)
     if (params.time_window_start.set) {
         params.time_window_stop = {true, UINT64_MAX, UINT32_MAX};
     } else {
-        io::error_stream().say("invalid start time, ignoring\n");
+        now.notices.say("invalid start time, ignoring\n");
     }
     return true;
 }
@@ -222,7 +206,7 @@ bool take_stop_time(parsing& now, const std::string& value)
     const bool usable = stop.set && !(start.set && stop.filetime < start.filetime);
     params.time_window_stop = usable ? stop : request::window_end();
     if (!usable) {
-        io::error_stream().say("invalid stop time, ignoring\n");
+        now.notices.say("invalid stop time, ignoring\n");
     }
     return true;
 }
@@ -248,9 +232,9 @@ bool take_no_whitespace(parsing& now, const std::string&)
     return true;
 }
 
-void refuse_format(const std::string& value)
+void refuse_format(parsing& now, const std::string& value)
 {
-    io::error_stream().say("invalid %s, using default format\n", value.c_str());
+    now.notices.say("invalid %s, using default format\n", value.c_str());
 }
 
 bool take_date_format(parsing& now, const std::string& value)
@@ -259,7 +243,7 @@ bool take_date_format(parsing& now, const std::string& value)
     if (value.size() == 8 || value.size() == 10) {
         params.dateformat = uni::lowered(value);
     } else {
-        refuse_format(value);
+        refuse_format(now, value);
     }
     return true;
 }
@@ -271,7 +255,7 @@ bool take_time_format(parsing& now, const std::string& value)
     if (has_length && value.find(':') != std::string::npos) {
         params.timeformat = uni::lowered(value);
     } else {
-        refuse_format(value);
+        refuse_format(now, value);
     }
     return true;
 }
@@ -419,14 +403,15 @@ std::string program_name_of(const std::string& path)
 
 } // namespace
 
-bool parse_common_options(request::cmd_params& params, argument_list& args, diag_log& log)
+bool parse_common_options(request::cmd_params& params, argument_list& args, diag_log& log,
+                          io::notices& notices)
 {
     if (args.empty()) {
         return false;
     }
     params.raw_cmdline = joined_arguments(args);
     params.program_name = program_name_of(args.front());
-    parsing now{params, args, log};
+    parsing now{params, args, log, notices};
     take_row(pair_row, now);
     take_row(diags_row, now);
     take_forms(params, args);

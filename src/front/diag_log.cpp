@@ -2,18 +2,27 @@
 
 namespace front {
 
-bool diag_log::open(const std::string& path)
-{
-    return file_.open_write(path, true, false, true);
-}
-
 void diag_log::write(std::string_view text)
 {
-    if (io::fileio_output* const out = file_.output_stream()) {
-        out->text("->");
-        out->text(text);
-        out->flush();
+    uni::text_buffer& out = file_.is_open() ? static_cast<uni::text_buffer&>(file_) : waiting_;
+    out.text("->");
+    out.text(text);
+}
+
+bool diag_log::open(const io::output_file::place& where, io::output_mode mode, std::string& reason)
+{
+    if (!file_.open(where, mode, reason)) {
+        return false;
     }
+    file_.text(waiting_.view());
+    waiting_.clear();
+    return true;
+}
+
+bool diag_log::finish(std::string_view last)
+{
+    file_.text(last);
+    return file_.finish();
 }
 
 } // namespace front

@@ -3,21 +3,25 @@
 #include <string>
 #include <string_view>
 
-#include "io/fileio.h"
+#include "io/output_file.h"
 
 namespace front {
 
-// The log of -diags; closed, it takes lines and drops them.
+// The log of -diags. Lines wait until it is opened, as it must not be before it is known which files
+// the run reads; where no log is asked for they are dropped.
 class diag_log {
 public:
-    // False if the file cannot be written.
-    bool open(const std::string& path);
-    bool is_open() const noexcept { return file_.is_open(); }
     // Writes "->" and the text.
     void write(std::string_view text);
+    // False, with the reason, if the file cannot be written.
+    bool open(const io::output_file::place& where, io::output_mode mode, std::string& reason);
+    bool is_open() const noexcept { return file_.is_open(); }
+    // Puts the log in its place, behind a last text; false if it could not be written whole.
+    bool finish(std::string_view last);
 
 private:
-    io::fileio file_;
+    uni::text_buffer waiting_;
+    io::output_file file_;
 };
 
 } // namespace front

@@ -34,21 +34,26 @@ bool is_sdb_name(std::string_view name)
 
 } // namespace
 
-std::vector<platform::directory_entry> list_in_order(const std::string& folder)
+std::vector<platform::directory_entry> list_in_order(const std::string& folder,
+                                                     io::notices& notices, bool may_be_missing)
 {
     std::vector<platform::directory_entry> entries;
-    platform::list_directory(folder, entries);
+    const platform::listing_result result = platform::list_directory(folder, entries);
+    if (!result.is_whole && !(result.is_missing && may_be_missing)) {
+        notices.fail("Prob reading folder %s: %s\n", folder.c_str(), result.reason.c_str());
+    }
     std::sort(entries.begin(), entries.end(), comes_before);
     return entries;
 }
 
-void walk_sdb_files(const std::string& root, std::vector<std::string>& results, std::uint32_t depth)
+void walk_sdb_files(const std::string& root, std::vector<std::string>& results, std::uint32_t depth,
+                    io::notices& notices)
 {
     if (depth == 0 || root == "." || root == "..") {
         return;
     }
     const std::string folder = platform::walkable_path(root);
-    const std::vector<platform::directory_entry> entries = list_in_order(folder);
+    const std::vector<platform::directory_entry> entries = list_in_order(folder, notices, true);
     for (const platform::directory_entry& entry : entries) {
         // Folders of such a name come along, so that nothing named like a database is left out.
         if (is_sdb_name(entry.name)) {
@@ -57,12 +62,13 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results, 
     }
     for (const platform::directory_entry& entry : entries) {
         if (entry.kind == platform::entry_kind::directory) {
-            walk_sdb_files(platform::join_path(folder, entry.name), results, depth - 1);
+            walk_sdb_files(platform::join_path(folder, entry.name), results, depth - 1, notices);
         }
     }
 }
 
-void add_default_targets(std::vector<std::string>& files, const std::string& volume)
+void add_default_targets(std::vector<std::string>& files, const std::string& volume,
+                         io::notices& notices)
 {
     const std::initializer_list<const char*> folders[] = {
         {"Windows", "AppPatch"},
@@ -70,7 +76,7 @@ void add_default_targets(std::vector<std::string>& files, const std::string& vol
         {"Windows", "System32", "appraiser"},
     };
     for (const std::initializer_list<const char*>& names : folders) {
-        walk_sdb_files(path_on_volume(volume, names), files, default_depth);
+        walk_sdb_files(path_on_volume(volume, names), files, default_depth, notices);
     }
 }
 

@@ -1,9 +1,10 @@
 #include "front/filter.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 
-#include "io/fileio.h"
+#include "io/byte_source.h"
 #include "platform/files.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
@@ -162,23 +163,24 @@ private:
 
     bool holds_signature(const request::filter_entry& entry, bool& open_failed)
     {
-        if (!file_.is_open() && !file_.open_read(path_)) {
+        if (!file_) {
+            file_ = io::open_source(path_);
+        }
+        if (!file_) {
             open_failed = true;
             return false;
         }
         // A read that reaches the file's end gives fewer bytes.
-        io::byte_vector bytes;
-        return file_.read_at(bytes, entry.signature.size(),
-                             static_cast<std::int64_t>(entry.signature_offset)) &&
-               std::equal(bytes.begin(), bytes.end(), entry.signature.begin(),
-                          entry.signature.end());
+        io::byte_vector bytes(entry.signature.size());
+        bytes.resize(file_->read(bytes, entry.signature_offset));
+        return std::ranges::equal(bytes, entry.signature);
     }
 
     const std::string& path_;
     std::string directory_;
     std::optional<std::u16string> folded_directory_; // made when first needed
     std::u16string name_;
-    io::fileio file_; // opened when first needed
+    std::unique_ptr<io::byte_source> file_; // opened when first needed
 };
 
 } // namespace

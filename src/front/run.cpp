@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "form/forms.h"
 #include "front/discovery.h"
@@ -10,8 +11,6 @@
 #include "front/startup.h"
 #include "front/stdin_stream_ex.h"
 #include "io/byte_source.h"
-#include "io/notice.h"
-#include "model/installed_databases.h"
 #include "model/pe_properties.h"
 #include "platform/console.h"
 #include "platform/redirection.h"
@@ -22,9 +21,6 @@ namespace front {
 
 namespace {
 
-constexpr int success = 0;
-constexpr int failure = -1;
-
 // What one input writes to. The run gives it out in the order of the inputs.
 struct input_output {
     uni::text_buffer& report;
@@ -32,61 +28,66 @@ struct input_output {
     io::notices& notices;
 };
 
+// What became of a file that was to be loaded.
+enum class loading { loaded, passed_over, failed };
+
+// A database with the file that it comes from.
+struct loaded_file {
+    std::unique_ptr<io::byte_source> source;
+    sdb::sdb_database database;
+    std::string reason; // in words, where it did not load
+};
+
+const char* words_of(sdb::load_result result)
+{
+    switch (result) {
+    case sdb::load_result::unreadable:
+        return "reading failed";
+    case sdb::load_result::not_inflated:
+        return "it does not inflate";
+    default:
+        return "is no database";
+    }
+}
+
 // The work of one run.
 class run_work {
 public:
-    run_work(const input_output& out, const request::sdb_opts& options, diag_log& log)
-        : out_(out), options_(options), log_(log), form_(form::form_of(options.form))
+    run_work(const input_output& out, const request::sdb_opts& options,
+             const model::run_targets& targets, outputs& files, diag_log& log)
+        : out_(out), options_(options), targets_(targets), files_(files), log_(log),
+          form_(form::form_of(options.form))
     {}
 
-    int do_all()
+    void do_all()
     {
         if (options_.pe_stats) {
-            return options_.is_list_form() ? tell_listed_programs() : tell_program_alone();
+            options_.is_list_form() ? tell_listed_programs() : tell_program_alone();
+        } else if (options_.list_sdb) {
+            list_databases();
+        } else if (options_.is_list_form()) {
+            work_on_entries();
+        } else {
+            work_on_targets();
         }
-        find_targets();
-        if (options_.list_sdb) {
-            return list_databases();
-        }
-        if (options_.stats) {
-            return options_.is_list_form() ? tell_listed_statistics() : tell_statistics();
-        }
-        return options_.is_list_form() ? report_entries() : report_targets();
     }
 
 private:
-    // What the statistics and the list of databases take in beside what was named.
-    void find_targets()
+    loading load(loaded_file& file, const std::string& path)
     {
-        if (!options_.sdb_path.empty()) {
-            targets_.files.push_back(options_.sdb_path);
+        file.source = io::open_source(path, file.reason);
+        if (!file.source) {
+            return loading::failed;
         }
-        if (options_.searches_default_places) {
-            add_default_targets(targets_.files, options_.volume_text);
-        }
-        if (options_.stats || options_.list_sdb) {
-            ntfs::trace_text trace;
-            if (log_.is_open()) {
-                trace = [this](std::string_view line) { log_.write(line); };
-            }
-            model::gather_installed_databases(targets_, options_, trace);
-        }
-    }
-
-    // Loads a database; false if it is none.
-    bool load(sdb::sdb_database& database, io::file_times& times, const std::string& path)
-    {
-        const auto file = io::open_source(path);
-        const bool loaded = file && database.load(*file);
-        if (!file) {
-            database.clear();
-            return false;
-        }
-        if (database.was_compressed()) {
+        const sdb::load_result result = file.database.load(*file.source);
+        if (file.database.was_compressed()) {
             log_.write("Compressed file");
         }
-        times = file->times();
-        return loaded;
+        if (result == sdb::load_result::loaded) {
+            return loading::loaded;
+        }
+        file.reason = words_of(result);
+        return result == sdb::load_result::no_database ? loading::passed_over : loading::failed;
     }
 
     void say_processing(const std::string& path)
@@ -96,34 +97,52 @@ private:
         }
     }
 
-    // Does the work for each entry of the list that the filter accepts. An exception ends the work
-    // on one entry, not the list. False if the list cannot be opened.
-    template <typename action>
-    bool for_each_entry(action&& work)
+    // Tells what of a file its report could not hold.
+    void say_extent(const loaded_file& file, const std::string& path)
     {
-        stdin_stream_ex list(options_);
-        const bool opened = options_.pipe
-                                ? platform::set_standard_input_binary()
-                                : list.start_walk(options_.enumdir_path, options_.num_subdirs,
-                                                  options_.filter_list);
-        if (!opened) {
-            return false;
+        const sdb::image_extent extent = file.database.extent();
+        if (extent.is_file_longer) {
+            out_.notices.fail("%s is too long: the report ends at byte %llu of %llu\n",
+                              path.c_str(),
+                              static_cast<unsigned long long>(file.database.image().size()),
+                              static_cast<unsigned long long>(extent.file_size));
         }
-        std::string entry;
-        while (list.stdin_list_next(entry)) {
-            bool open_failed = false;
-            file_times times;
-            if (entry.empty() ||
-                !filter_accepts(options_, open_failed, entry, options_.filter_list, &times)) {
-                continue;
-            }
-            try {
-                work(entry);
-            } catch (const std::exception&) {
-                out_.notices.say("exception caught on file %s\n", entry.c_str());
-            }
+        if (extent.cut_off_at) {
+            out_.notices.fail(
+                "%s is cut off: its %llu bytes end before those of tag 0x%08x, "
+                "which go up to byte %llu\n",
+                path.c_str(), static_cast<unsigned long long>(file.database.image().size()),
+                *extent.cut_off_at, static_cast<unsigned long long>(extent.claimed_end));
+        } else if (extent.trailing_at < file.database.image().size()) {
+            out_.notices.say(
+                "%s: behind its lists, from byte %llu on, stand %llu bytes that form "
+                "no list\n",
+                path.c_str(), static_cast<unsigned long long>(extent.trailing_at),
+                static_cast<unsigned long long>(file.database.image().size() - extent.trailing_at));
         }
-        return true;
+        if (file.source->has_changed()) {
+            out_.notices.fail("%s changed while it was read\n", path.c_str());
+        }
+    }
+
+    // Makes the report of a loaded database, or its statistics.
+    void report_database(const loaded_file& file, const std::string& path, bool is_one_of_several)
+    {
+        const auto form = form_.make(out_.report, options_, state_);
+        report::job work = new_job(*form, path);
+        work.database = &file.database;
+        work.times = file.source->times();
+        if (options_.stats) {
+            work.installed = model::find_installed(targets_.installed, path);
+            report::report_of("stats").make(work);
+            if (is_one_of_several) {
+                form->separate();
+            }
+        } else {
+            report::make_database_report(work);
+        }
+        state_ = form->state();
+        say_extent(file, path);
     }
 
     // What a report is made from, but for what it is about.
@@ -134,116 +153,85 @@ private:
         return work;
     }
 
-    int list_databases()
+    void work_on_targets()
+    {
+        if (targets_.files.empty()) {
+            if (options_.searches_default_places) {
+                out_.notices.fail("no database found on %s\n", options_.volume_text.c_str());
+            }
+            if (!options_.stats) {
+                print_usage();
+                out_.notices.note_failure();
+            }
+            return;
+        }
+        state_.is_lone = targets_.files.size() == 1;
+        const platform::wow64_redirect_adt redirection;
+        for (const std::string& path : targets_.files) {
+            if (options_.stats) {
+                say_processing(path);
+            }
+            loaded_file file;
+            if (load(file, path) != loading::loaded) {
+                out_.notices.fail("Prob analyzing file %s: %s\n", path.c_str(),
+                                  file.reason.c_str());
+                continue;
+            }
+            if (!options_.stats) {
+                say_processing(path);
+            }
+            report_database(file, path, targets_.files.size() > 1);
+            if (!out_.report.good()) {
+                return;
+            }
+        }
+    }
+
+    void work_on_entries()
+    {
+        const platform::wow64_redirect_adt redirection;
+        bool any = false;
+        for_each_entry([&](const std::string& entry) {
+            say_processing(entry);
+            loaded_file file;
+            const loading result = load(file, entry);
+            any |= result == loading::loaded;
+            if (result == loading::loaded) {
+                report_database(file, entry, true);
+            } else if (result == loading::failed) {
+                out_.notices.fail("Prob analyzing file %s: %s\n", entry.c_str(),
+                                  file.reason.c_str());
+            } else if (options_.stats) {
+                out_.notices.say("Prob analyzing file %s: %s\n", entry.c_str(),
+                                 file.reason.c_str());
+            }
+        });
+        if (!any) {
+            out_.notices.fail("no database in the list\n");
+        }
+    }
+
+    void list_databases()
     {
         const auto form = form_.make(out_.console, options_, state_);
         report::job work = new_job(*form, {});
         work.targets = &targets_;
-        return report::report_of("listsdb").make(work) ? success : failure;
-    }
-
-    // Makes the report of a loaded database.
-    void report_database(const std::string& path, const sdb::sdb_database& database,
-                         const io::file_times& times)
-    {
-        const auto form = form_.make(out_.report, options_, state_);
-        report::job work = new_job(*form, path);
-        work.database = &database;
-        work.times = times;
-        report::make_database_report(work);
-        state_ = form->state();
-    }
-
-    int report_targets()
-    {
-        if (targets_.files.empty()) {
-            print_usage();
-            return failure;
+        if (!report::report_of("listsdb").make(work)) {
+            out_.notices.fail("no database found on %s\n", options_.volume_text.c_str());
         }
-        state_.is_lone = targets_.files.size() == 1;
-        int result = failure;
-        for (const std::string& path : targets_.files) {
-            const platform::wow64_redirect_adt redirection;
-            sdb::sdb_database database;
-            io::file_times times;
-            if (load(database, times, path)) {
-                say_processing(path);
-                report_database(path, database, times);
-                result = success;
-            }
+    }
+
+    // Tells of one program.
+    loading tell_program(const std::string& path, bool is_one_of_several, std::string& reason)
+    {
+        auto source = io::open_source(path, reason);
+        if (!source) {
+            return loading::failed;
         }
-        return result;
-    }
-
-    int report_entries()
-    {
-        const platform::wow64_redirect_adt redirection;
-        int result = failure;
-        for_each_entry([&](const std::string& entry) {
-            say_processing(entry);
-            sdb::sdb_database database;
-            io::file_times times;
-            if (load(database, times, entry)) {
-                report_database(entry, database, times);
-                result = success;
-            }
-        });
-        return result;
-    }
-
-    // Tells the statistics of one database, and what stands behind them; false if it is none.
-    bool tell_statistics_of(const std::string& path, bool is_one_of_several)
-    {
-        say_processing(path);
-        sdb::sdb_database database;
-        io::file_times times;
-        if (!load(database, times, path)) {
-            out_.notices.say("Prob analyzing file %s\n", path.c_str());
-            return false;
-        }
-        const auto form = form_.make(out_.report, options_, state_);
-        report::job work = new_job(*form, path);
-        work.database = &database;
-        work.times = times;
-        work.installed = model::find_installed(targets_.installed, path);
-        report::report_of("stats").make(work);
-        if (is_one_of_several) {
-            form->separate();
-        }
-        state_ = form->state();
-        return true;
-    }
-
-    int tell_statistics()
-    {
-        const platform::wow64_redirect_adt redirection;
-        int result = failure;
-        for (const std::string& path : targets_.files) {
-            if (!tell_statistics_of(path, targets_.files.size() > 1)) {
-                break; // those behind it are not tried
-            }
-            result = success;
-        }
-        return result;
-    }
-
-    int tell_listed_statistics()
-    {
-        const platform::wow64_redirect_adt redirection;
-        int result = failure;
-        for_each_entry([&](const std::string& entry) {
-            if (tell_statistics_of(entry, true)) {
-                result = success;
-            }
-        });
-        return result;
-    }
-
-    bool tell_program(const std::string& path, bool is_one_of_several)
-    {
         model::pe_list properties;
-        if (!model::read_pe_stats(properties, path)) {
-            return false;
+        if (!model::read_pe_stats(properties, std::move(source), path)) {
+            reason = "is no program";
+            return loading::passed_over;
         }
         const auto form = form_.make(out_.report, options_, state_);
         report::job work = new_job(*form, path);
@@ -253,46 +241,116 @@ private:
             form->separate();
         }
         state_ = form->state();
-        return true;
+        return loading::loaded;
     }
 
-    int tell_program_alone()
+    void tell_program_alone()
     {
         const platform::wow64_redirect_adt redirection;
-        if (tell_program(options_.pe_path, false)) {
-            return success;
+        std::string reason;
+        if (tell_program(options_.pe_path, false, reason) != loading::loaded) {
+            out_.notices.fail("Problem pulling PE stats from file %s\n", options_.pe_path.c_str());
         }
-        out_.notices.say("Problem pulling PE stats from file %s\n", options_.pe_path.c_str());
-        return failure;
     }
 
-    int tell_listed_programs()
+    void tell_listed_programs()
     {
         const platform::wow64_redirect_adt redirection;
-        int result = failure;
+        bool any = false;
         for_each_entry([&](const std::string& entry) {
-            if (tell_program(entry, true)) {
-                result = success;
+            std::string reason;
+            const loading result = tell_program(entry, true, reason);
+            any |= result == loading::loaded;
+            if (result == loading::failed) {
+                out_.notices.fail("Prob analyzing file %s: %s\n", entry.c_str(), reason.c_str());
             }
         });
-        return result;
+        if (!any) {
+            out_.notices.fail("no program in the list\n");
+        }
+    }
+
+    // Does the work for each entry of the list that the filter accepts. An exception ends the work
+    // on one entry, not the list.
+    template <typename action>
+    void for_each_entry(action&& work)
+    {
+        stdin_stream_ex list(options_, out_.notices);
+        const bool opened = options_.pipe
+                                ? platform::set_standard_input_binary()
+                                : list.start_walk(options_.enumdir_path, options_.num_subdirs,
+                                                  options_.filter_list);
+        std::string entry;
+        while (opened && out_.report.good() && list.stdin_list_next(entry)) {
+            bool open_failed = false;
+            file_times times;
+            if (entry.empty() ||
+                !filter_accepts(options_, open_failed, entry, options_.filter_list, &times)) {
+                continue;
+            }
+            if (files_.check_entry(entry, out_.notices) != outputs::entry::other) {
+                continue;
+            }
+            try {
+                work(entry);
+            } catch (const std::exception&) {
+                out_.notices.fail("exception caught on file %s\n", entry.c_str());
+            }
+        }
     }
 
     const input_output& out_;
     const request::sdb_opts& options_;
+    const model::run_targets& targets_;
+    outputs& files_;
     diag_log& log_;
     const form::form_row& form_;
-    model::run_targets targets_;
     form::stream_state state_;
 };
 
 } // namespace
 
-int run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-        diag_log& log)
+model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
+                                io::notices& notices)
 {
-    const input_output streams{out, standard_output, io::error_stream()};
-    return run_work(streams, options, log).do_all();
+    model::run_targets targets;
+    if (options.pe_stats) {
+        return targets;
+    }
+    if (!options.sdb_path.empty()) {
+        targets.files.push_back(options.sdb_path);
+    }
+    if (options.searches_default_places) {
+        add_default_targets(targets.files, options.volume_text, notices);
+    }
+    if (options.stats || options.list_sdb) {
+        ntfs::trace_text trace;
+        if (!options.log_path.empty()) {
+            trace = [&log](std::string_view line) { log.write(line); };
+        }
+        model::gather_installed_databases(targets, options, trace);
+    }
+    return targets;
+}
+
+std::vector<std::string> examined_files(const request::sdb_opts& options,
+                                        const model::run_targets& targets)
+{
+    std::vector<std::string> files = targets.files;
+    for (const std::string* const named :
+         {&options.sdb_path, &options.pe_path, &options.software_hive_path, &options.volume_text}) {
+        if (!named->empty()) {
+            files.push_back(*named);
+        }
+    }
+    return files;
+}
+
+void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
+         const model::run_targets& targets, outputs& files, diag_log& log, io::notices& notices)
+{
+    const input_output streams{out, standard_output, notices};
+    run_work(streams, options, targets, files, log).do_all();
 }
 
 } // namespace front

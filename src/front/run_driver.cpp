@@ -3,10 +3,10 @@
 #include "form/forms.h"
 #include "front/cmdline_ctx.h"
 #include "front/diag_log.h"
+#include "front/outputs.h"
 #include "front/run.h"
 #include "front/sdb_options.h"
 #include "front/startup.h"
-#include "io/fileio.h"
 #include "io/notice.h"
 #include "io/output_sink.h"
 #include "platform/redirection.h"
@@ -19,24 +19,20 @@ namespace {
 constexpr int success = 0;
 constexpr int failure = -1;
 
-int run_to_output(const request::sdb_opts& options, diag_log& log, const std::string& run_header,
-                  io::output_sink& standard_output)
+int refuse(const std::string& run_header, io::output_sink& standard_output)
 {
-    io::fileio results;
-    io::output_sink* out = &standard_output;
-    if (!options.out_path.empty()) {
-        if (!results.open_write(options.out_path, true, false, true)) {
-            io::error_stream().say("prob opening results file: %s for writing\n",
-                                   options.out_path.c_str());
-            return failure;
-        }
-        out = results.output_stream();
+    standard_output.text(run_header);
+    standard_output.line_end();
+    return failure;
+}
+
+void say_what_was_not_written(const io::standard_output& standard_output, io::notices& notices)
+{
+    if (standard_output.reader_is_gone()) {
+        notices.note_failure(); // nobody wants to know more
+    } else if (!standard_output.good()) {
+        notices.fail("prob writing to standard output\n");
     }
-    if (form::form_of(options.form).has_banner) {
-        out->text(run_header);
-        out->line_end();
-    }
-    return run(*out, standard_output, options, log);
 }
 
 } // namespace
@@ -44,6 +40,7 @@ int run_to_output(const request::sdb_opts& options, diag_log& log, const std::st
 int run_driver(argument_list args)
 {
     cmdline_ctx context;
+    io::error_notices notices;
     io::standard_output standard_output;
     diag_log log;
     request::sdb_opts options;
@@ -56,13 +53,30 @@ int run_driver(argument_list args)
         }
         run_header = make_run_header(args);
     }
-    if (!parse_sdb_options(options, args, log, standard_output)) {
-        standard_output.text(run_header);
-        standard_output.line_end();
-        return failure;
+    if (!parse_sdb_options(options, args, log, notices, standard_output)) {
+        return refuse(run_header, standard_output);
     }
     context.bind_options(options);
-    return run_to_output(options, log, run_header, standard_output);
+    if (options.out_path.empty() && !context.has_standard_output()) {
+        notices.fail("standard output is closed, aborting\n");
+        return failure;
+    }
+    const model::run_targets targets = find_targets(options, log, notices);
+    outputs files(options, log);
+    if (files.are_examined(examined_files(options, targets), notices) || !files.open(notices)) {
+        return refuse(run_header, standard_output);
+    }
+    io::output_sink* const results = files.results();
+    io::output_sink& out = results ? *results : standard_output;
+    if (form::form_of(options.form).has_banner) {
+        out.text(run_header);
+        out.line_end();
+    }
+    run(out, standard_output, options, targets, files, log, notices);
+    files.finish(context.elapsed_text(), notices);
+    standard_output.flush();
+    say_what_was_not_written(standard_output, notices);
+    return notices.failed() ? failure : success;
 }
 
 } // namespace front

@@ -7,7 +7,6 @@
 #include "front/common_options.h"
 #include "front/discovery.h"
 #include "front/pattern_text.h"
-#include "io/fileio.h"
 #include "io/notice.h"
 #include "platform/files.h"
 #include "platform/host.h"
@@ -36,7 +35,7 @@ bool is_refused_tag(std::uint32_t tag)
     return tag >= first && tag < first + 64 && ((refused >> (tag - first)) & 1) != 0;
 }
 
-bool take_tag(request::sdb_opts& options, argument_list& args)
+bool take_tag(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     std::string value;
     if (!find_option_value("-tag", value, args)) {
@@ -44,17 +43,17 @@ bool take_tag(request::sdb_opts& options, argument_list& args)
     }
     const auto number = uni::read_u32_auto(value);
     if (!number) {
-        io::error_stream().say("Don't understand tag # %s\n", value.c_str());
+        notices.fail("Don't understand tag # %s\n", value.c_str());
         return false;
     }
     options.tag_filter = static_cast<std::uint16_t>(*number);
     if ((*number & 0xf000) != 0x7000) {
-        io::error_stream().say("This version only handles certain TAG_TYPE_LIST type tags "
-                               "(eg. 0x7003 - 0x70xx)\n");
+        notices.fail("This version only handles certain TAG_TYPE_LIST type tags "
+                     "(eg. 0x7003 - 0x70xx)\n");
         return false;
     }
     if (is_refused_tag(*number)) {
-        io::error_stream().say("Doesn't handle these TAG_TYPE_LIST type tags\n");
+        notices.fail("Doesn't handle these TAG_TYPE_LIST type tags\n");
         return false;
     }
     options.listings.push_back("tag");
@@ -84,24 +83,23 @@ void settle_form(request::sdb_opts& options)
 }
 
 // Refuses an option that names its own target beside a list of targets.
-bool refuse_with_list_form(const request::sdb_opts& options)
+bool refuse_with_list_form(const request::sdb_opts& options, io::notices& notices)
 {
     if (options.is_list_form()) {
-        io::error_stream().say("Invalid option to use with %s\n",
-                               options.pipe ? "-pipe" : "-enumdir");
+        notices.fail("Invalid option to use with %s\n", options.pipe ? "-pipe" : "-enumdir");
         return true;
     }
     return false;
 }
 
-bool take_partition(request::sdb_opts& options, argument_list& args)
+bool take_partition(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     constexpr std::size_t letter_and_colon = 2;
     std::string value;
     if (!find_option_value("-partition", value, args)) {
         return true;
     }
-    if (refuse_with_list_form(options)) {
+    if (refuse_with_list_form(options, notices)) {
         return false;
     }
     options.partition_given = true;
@@ -117,16 +115,15 @@ bool take_partition(request::sdb_opts& options, argument_list& args)
     return true;
 }
 
-bool take_vss(request::sdb_opts& options, argument_list& args)
+bool take_vss(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     std::string value;
     if (!find_option_value("-vss", value, args)) {
         return true;
     }
     if (!platform::is_process_admin()) {
-        io::error_stream().say("This option requires admin privileges...\n");
-        io::error_stream().say(
-            "need to restart cmd prompt using \"Run As Administrator\" option...\n");
+        notices.fail("This option requires admin privileges...\n");
+        notices.fail("need to restart cmd prompt using \"Run As Administrator\" option...\n");
         return false;
     }
     options.vss_given = true;
@@ -134,16 +131,17 @@ bool take_vss(request::sdb_opts& options, argument_list& args)
     return true;
 }
 
-bool file_is_there(const std::string& path)
+bool file_is_there(const std::string& path, io::notices& notices)
 {
-    if (io::file_exists(path)) {
+    platform::file_facts facts;
+    if (!path.empty() && platform::read_file_facts(path, facts)) {
         return true;
     }
-    io::error_stream().say("Prob reading file %s\n", path.c_str());
+    notices.fail("Prob reading file %s\n", path.c_str());
     return false;
 }
 
-bool take_database_target(request::sdb_opts& options, argument_list& args)
+bool take_database_target(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     std::string value;
     if (!find_option_value("-sdb", value, args)) {
@@ -152,33 +150,33 @@ bool take_database_target(request::sdb_opts& options, argument_list& args)
     options.sdb_path = expanded(value);
     // The first two characters, which are the drive of a whole path.
     options.volume_text = options.sdb_path.substr(0, 2);
-    return file_is_there(options.sdb_path);
+    return file_is_there(options.sdb_path, notices);
 }
 
-bool take_sdb(request::sdb_opts& options, argument_list& args)
+bool take_sdb(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     std::string value;
     if (argument_list rest = args; !find_option_value("-sdb", value, rest)) {
         return true;
     }
     if (options.vss_given) {
-        io::error_stream().say("-vss option should not be used with -sdb option, "
-                               "use %%vss%%# option for -sdb option\n");
+        notices.fail("-vss option should not be used with -sdb option, "
+                     "use %%vss%%# option for -sdb option\n");
         return false;
     }
     if (options.partition_given) {
-        io::error_stream().say("-partition option should not be used with -sdb option\n");
+        notices.fail("-partition option should not be used with -sdb option\n");
         return false;
     }
-    return !refuse_with_list_form(options) && take_database_target(options, args);
+    return !refuse_with_list_form(options, notices) && take_database_target(options, args, notices);
 }
 
-bool take_pe(request::sdb_opts& options, argument_list& args)
+bool take_pe(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     std::string value;
     if (find_option_value("-pe", value, args)) {
         options.pe_path = expanded(value);
-        if (!options.vss_given && !file_is_there(options.pe_path)) {
+        if (!options.vss_given && !file_is_there(options.pe_path, notices)) {
             return false;
         }
         options.pe_stats = options.stats;
@@ -188,14 +186,14 @@ bool take_pe(request::sdb_opts& options, argument_list& args)
     return true;
 }
 
-bool take_match(request::sdb_opts& options, argument_list& args)
+bool take_match(request::sdb_opts& options, argument_list& args, io::notices& notices)
 {
     if (!find_option_flag("-match", args)) {
         return true;
     }
     options.match_mode = true;
     if (options.pe_path.empty()) {
-        io::error_stream().say("This option requires -pe <PE file> as well\n");
+        notices.fail("This option requires -pe <PE file> as well\n");
         return false;
     }
     return true;
@@ -278,9 +276,9 @@ void settle_hive(request::sdb_opts& options, argument_list& args)
 } // namespace
 
 bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
-                       io::output_sink& standard_output)
+                       io::notices& notices, io::output_sink& standard_output)
 {
-    if (!parse_common_options(options, args, log)) {
+    if (!parse_common_options(options, args, log, notices)) {
         return false;
     }
     if (find_option_flag("-stats", args)) {
@@ -288,13 +286,13 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
     } else if (find_option_flag("-listsdb", args)) {
         options.list_sdb = true;
     }
-    if (!take_tag(options, args)) {
+    if (!take_tag(options, args, notices)) {
         return false;
     }
     take_listings(options, args);
-    if (!take_partition(options, args) || !take_vss(options, args) || !take_sdb(options, args) ||
-        !take_pe(options, args) || !take_match(options, args) ||
-        !take_patch_bytes(options, args, standard_output)) {
+    if (!take_partition(options, args, notices) || !take_vss(options, args, notices) ||
+        !take_sdb(options, args, notices) || !take_pe(options, args, notices) ||
+        !take_match(options, args, notices) || !take_patch_bytes(options, args, standard_output)) {
         return false;
     }
     take_lists(options, args);

@@ -2,6 +2,7 @@
 
 #include "front/arguments.h"
 #include "front/diag_log.h"
+#include "io/notice.h"
 #include "io/output_sink.h"
 #include "request/sdb_opts.h"
 
@@ -10,6 +11,6 @@ namespace front {
 // Takes all options out of `args`, the common ones first. False when a message has been written and
 // the run is to end. Two of the messages go to `standard_output`, all others to the error stream.
 bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
-                       io::output_sink& standard_output);
+                       io::notices& notices, io::output_sink& standard_output);
 
 } // namespace front

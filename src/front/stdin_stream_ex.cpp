@@ -82,7 +82,7 @@ bool stdin_stream_ex::next_entry(std::string& out)
 // Links to folders are neither entered nor given out.
 void stdin_stream_ex::enter(const pending_directory& directory)
 {
-    for (const platform::directory_entry& entry : list_in_order(directory.path)) {
+    for (const platform::directory_entry& entry : list_in_order(directory.path, notices_)) {
         std::string path = platform::join_path(directory.path, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
             if (directory.depth < max_depth_) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "io/notice.h"
 #include "io/stdin_stream.h"
 #include "request/cmd_params.h"
 
@@ -15,8 +16,9 @@ namespace front {
 class stdin_stream_ex : public io::stdin_stream {
 public:
     // Reads lines of `input`. `options` must outlive the stream or its next reset().
-    explicit stdin_stream_ex(const request::cmd_params& options, std::FILE* input = stdin) noexcept
-        : stdin_stream(input), options_(&options)
+    stdin_stream_ex(const request::cmd_params& options, io::notices& notices,
+                    std::FILE* input = stdin) noexcept
+        : stdin_stream(input), options_(&options), notices_(notices)
     {}
 
     // From now on the entries are the files below `path` that the filters accept. `depth` is the
@@ -49,6 +51,7 @@ private:
     std::vector<request::filter_entry> filters_;
     bool directory_mode_ = false;
     const request::cmd_params* options_;
+    io::notices& notices_;
 };
 
 } // namespace front

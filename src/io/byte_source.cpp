@@ -14,24 +14,36 @@ constexpr std::size_t largest_block = 0x10000000;
 
 class file_source : public byte_source {
 public:
-    file_source(int descriptor, const file_times& times)
-        : descriptor_(descriptor), times_(times),
+    // The times are those from before it was opened, as opening may be noted as a use.
+    file_source(int descriptor, const platform::file_facts& facts)
+        : descriptor_(descriptor), facts_(facts),
           size_(static_cast<std::uint64_t>(platform::file_length(descriptor)))
     {}
     ~file_source() override { platform::close_file(descriptor_); }
 
     std::uint64_t size() const noexcept override { return size_; }
-    file_times times() const override { return times_; }
+    file_times times() const override
+    {
+        return {facts_.write_time, facts_.access_time, facts_.creation_time};
+    }
+    bool has_failed() const noexcept override { return has_failed_; }
+    bool has_changed() const override
+    {
+        platform::file_facts now;
+        return static_cast<std::uint64_t>(platform::file_length(descriptor_)) != size_ ||
+               (platform::read_file_facts(descriptor_, now) && now.write_time != facts_.write_time);
+    }
 
     std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) override
     {
         std::size_t done = 0;
         while (done < out.size()) {
             const std::size_t block = std::min(out.size() - done, largest_block);
-            const std::size_t got = platform::read_file(descriptor_, out.subspan(done, block),
-                                                        static_cast<std::int64_t>(offset + done));
-            done += got;
-            if (got < block) {
+            const platform::read_result got = platform::read_file(
+                descriptor_, out.subspan(done, block), static_cast<std::int64_t>(offset + done));
+            done += got.count;
+            has_failed_ |= got.failed;
+            if (got.count < block) {
                 break;
             }
         }
@@ -40,27 +52,32 @@ public:
 
 private:
     int descriptor_;
-    file_times times_;
+    platform::file_facts facts_;
     std::uint64_t size_;
+    bool has_failed_ = false;
 };
 
 } // namespace
 
-std::unique_ptr<byte_source> open_source(const std::string& path)
+std::unique_ptr<byte_source> open_source(const std::string& path, std::string& reason)
 {
     const std::size_t last = path.find_last_not_of("/\\");
     if (last == std::string::npos) {
+        reason = "no such file";
         return nullptr;
     }
     const std::string cut = path.substr(0, last + 1);
     platform::file_facts facts;
     platform::read_file_facts(cut, facts);
-    const int descriptor = platform::open_file(cut, platform::open_mode::read);
-    if (descriptor < 0) {
+    platform::opened_file opened = platform::open_for_reading(cut);
+    if (opened.descriptor < 0) {
+        reason = std::move(opened.reason);
         return nullptr;
     }
-    const file_times times{facts.write_time, facts.access_time, facts.creation_time};
-    return std::make_unique<file_source>(descriptor, times);
+    if (facts.write_time == 0) { // it could not be told beforehand
+        platform::read_file_facts(opened.descriptor, facts);
+    }
+    return std::make_unique<file_source>(opened.descriptor, facts);
 }
 
 std::size_t memory_source::read(std::span<std::uint8_t> out, std::uint64_t offset)

@@ -33,10 +33,19 @@ public:
     // first bytes were read.
     virtual std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) = 0;
     virtual file_times times() const { return {}; }
+    // Whether a read failed since it was opened, though there should have been bytes.
+    virtual bool has_failed() const noexcept { return false; }
+    // Whether it is another now than when it was opened: longer, shorter or written to.
+    virtual bool has_changed() const { return false; }
 };
 
-// The file at `path` (UTF-8); null if it does not open.
-std::unique_ptr<byte_source> open_source(const std::string& path);
+// The file at `path` (UTF-8); null, with the reason in words, if it does not open.
+std::unique_ptr<byte_source> open_source(const std::string& path, std::string& reason);
+inline std::unique_ptr<byte_source> open_source(const std::string& path)
+{
+    std::string reason;
+    return open_source(path, reason);
+}
 
 // Bytes that are there already.
 class memory_source : public byte_source {

@@ -6,28 +6,41 @@
 
 namespace io {
 
-// Wipes a progress line on the error stream.
-inline constexpr std::string_view progress_wipe = "\x1b[2K\r                           \r";
+// Wipes a progress line on the error stream, if that is a terminal.
+void wipe_progress_line();
 
 // Writes bytes to the error stream at once.
 void write_error_text(std::string_view text);
 
-// Where messages for the user go: the one way in which anything is said to them.
+// Where messages for the user go: the one way in which anything is said to them, and in which what
+// went wrong reaches the exit value.
 class notices {
 public:
     virtual ~notices() = default;
 
-    // Says the text made from `format` as printf would. A text of more than 4096 characters is not
-    // said at all. The user's own text is only ever an argument, never a format.
+    // Says the text made from `format` as printf would, and that the run goes on as if nothing were
+    // wrong. A text of more than 4096 bytes is cut to its first 4092, to a whole character, and
+    // "...". The user's own text is only ever an argument, never a format; what in it could act on a
+    // screen is marked (see uni/marks.h).
     void say(const char* format, ...);
+    // The same, and notes that something that was asked for was not done whole.
+    void fail(const char* format, ...);
+    // Notes just that, where it has been said or nobody is left to hear it.
+    void note_failure() noexcept { failed_ = true; }
+    bool failed() const noexcept { return failed_; }
 
 protected:
     // Takes a whole message, line end and all.
     virtual void take(std::string_view message) = 0;
+
+private:
+    bool failed_ = false;
 };
 
 // Says everything on the error stream at once; wipes a progress line first.
-notices& error_stream();
+class error_notices : public notices {
+    void take(std::string_view message) override;
+};
 
 // Keeps the messages of one input until they may be said.
 class kept_notices : public notices {

@@ -1,6 +1,7 @@
 #include "io/output_sink.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace io {
 
@@ -42,7 +43,12 @@ standard_output::~standard_output()
 
 bool standard_output::write_block(std::string_view block)
 {
-    return std::fwrite(block.data(), 1, block.size(), stdout) == block.size();
+    errno = 0;
+    if (std::fwrite(block.data(), 1, block.size(), stdout) == block.size()) {
+        return true;
+    }
+    reader_is_gone_ = errno == EPIPE;
+    return false;
 }
 
 } // namespace io

@@ -9,8 +9,8 @@
 namespace io {
 
 // The stream that every report writes to. Text gathers in a buffer of `buffer_bytes` and goes out
-// in large blocks. Once a block cannot be written the sink is bad: what follows is dropped without
-// a word, and the report runs on into nothing.
+// in large blocks. Once a block cannot be written the sink is bad: what follows is dropped, and
+// whoever writes a report asks good() and stops.
 class output_sink : public uni::text_buffer {
 public:
     static constexpr std::size_t buffer_bytes = 0x40000;
@@ -24,6 +24,7 @@ protected:
     // Writes the whole block; false on failure.
     virtual bool write_block(std::string_view block) = 0;
     void make_room(std::size_t count) final;
+    void set_bad() noexcept { good_ = false; }
 
 private:
     bool good_ = true;
@@ -35,8 +36,13 @@ public:
     standard_output();
     ~standard_output() override;
 
+    // Whether it went bad because nobody reads any more.
+    bool reader_is_gone() const noexcept { return reader_is_gone_; }
+
 private:
     bool write_block(std::string_view block) override;
+
+    bool reader_is_gone_ = false;
 };
 
 // Drops everything: for code that must be handed a stream when nothing is wanted.

@@ -24,6 +24,13 @@ private:
 std::uint32_t enable_error_console_sequences();
 void restore_error_console_mode(std::uint32_t mode);
 
+// Whether the error stream is a terminal that takes escape sequences.
+bool error_stream_takes_sequences();
+
+// Opens each standard stream that is closed on the null device, so that no file that the run opens
+// takes its place. Answers whether standard output was open.
+bool hold_standard_streams();
+
 // Lets standard input give its bytes untranslated; false on failure.
 bool set_standard_input_binary();
 

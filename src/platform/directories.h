@@ -22,9 +22,15 @@ struct directory_entry {
 };
 
 // The entries of a folder without "." and "..", in no particular order. `folder` is a path as
-// walkable_path gives it, of any length. False, and `entries` empty, for what is no folder or
-// cannot be read.
-bool list_directory(const std::string& folder, std::vector<directory_entry>& entries);
+// walkable_path gives it, of any length. False, with the reason in words, for what is no folder or
+// could not be read to its end; what was read stands in `entries`. `is_missing` tells that there is
+// nothing of that name.
+struct listing_result {
+    bool is_whole = false;
+    bool is_missing = false;
+    std::string reason;
+};
+listing_result list_directory(const std::string& folder, std::vector<directory_entry>& entries);
 
 // A folder and a name in it as one path, with exactly one separator between them.
 std::string join_path(const std::string& folder, const std::string& name);

@@ -10,29 +10,64 @@ namespace platform {
 // Ordinary files. Paths are UTF-8; how a path may be spelled on each side (separators, letter case,
 // long forms) is settled here, so that no caller needs to know.
 
-enum class open_mode {
-    read,           // reading only
-    write_existing, // reading and writing; the file must exist, its contents stay
-    write_truncate, // reading and writing; created if absent, emptied if not
+// A file that is open, or why it is not.
+struct opened_file {
+    int descriptor = -1;
+    std::string reason; // in words, as in "no such file"; empty for one that is open
 };
 
-// Opens a file. Opening for writing first takes away a read-only mark, so that a read-only file can
-// be replaced. Gives a descriptor for the operations below, or -1.
-int open_file(const std::string& path, open_mode mode);
-void close_file(int descriptor);
+// Opens a regular file or a block device for reading; anything else is told in `reason`. Its access
+// time stays as it is, where the system lets us.
+opened_file open_for_reading(const std::string& path);
 
-// Length in bytes, found by seeking to the end; 0 for what cannot be sought.
+// Opens a file for writing, which is created if it is not there. What is there already stays
+// (`keep`), is emptied (`empty`; no link is followed), or is a reason not to open it (`refuse`).
+enum class existing_file { keep, empty, refuse };
+opened_file open_for_writing(const std::string& path, existing_file existing);
+
+// False if what was written did not all arrive.
+bool close_file(int descriptor);
+
+// Length in bytes; 0 for what has none.
 std::int64_t file_length(int descriptor);
 
-// Reads at `offset` until `out` is full, the file ends or reading fails; gives the bytes read.
-std::size_t read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset);
+struct read_result {
+    std::size_t count = 0;
+    bool failed = false; // otherwise the file ended, or `out` is full
+};
 
-// Writes all of `bytes` at `offset`; false on failure.
-bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_t offset);
+// Reads at `offset` until `out` is full, the file ends or reading fails.
+read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset);
 
-// Removes a regular file; anything else (a device or a link that was named as an output, say)
-// stays.
-bool delete_file(const std::string& path);
+// Writes all of `bytes` at the place that writing has reached; false on failure.
+bool write_file(int descriptor, std::span<const std::uint8_t> bytes);
+// Makes the end of the file the place to write at; false for what has no places.
+bool seek_end(int descriptor);
+// Cuts a file to a length.
+bool cut_file(int descriptor, std::int64_t length);
+
+// Puts a file in the place of another, or where there is none.
+bool replace_file(const std::string& from, const std::string& to);
+
+// What tells a file apart from all others, whatever its path; nothing for none.
+struct file_id {
+    std::uint64_t device = 0;
+    std::uint64_t node = 0;
+    friend bool operator==(const file_id&, const file_id&) = default;
+};
+std::optional<file_id> identify_file(const std::string& path);
+
+// What an output path leads to: the end of its links, in its spelling on disk, and whether something
+// else than a regular file is there, such as a device or a pipe.
+struct output_place {
+    std::string path;
+    bool is_special = false;
+    bool exists = false;
+};
+output_place find_output(const std::string& path);
+
+// Gives a file the mode and owner of another, as far as the system lets us.
+void take_rights(int descriptor, const std::string& from);
 
 // A path as this system's users write it, for paths that messages show; it names the same file.
 std::string native_spelling(std::string path);
@@ -49,10 +84,10 @@ struct file_facts {
     bool is_directory = false;
 };
 
+// Facts of an open file.
+bool read_file_facts(int descriptor, file_facts& facts);
+
 // Facts of the file or directory at `path`; false, and `facts` at its defaults, if there is none.
 bool read_file_facts(const std::string& path, file_facts& facts);
-
-// The 48-bit file reference of a file on a mounted volume, where the platform gives one; else 0.
-std::uint64_t file_identity(const std::string& path);
 
 } // namespace platform

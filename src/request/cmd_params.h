@@ -36,6 +36,7 @@ struct cmd_params {
     std::string raw_cmdline;  // the arguments as they came, quoted where they hold a blank
     std::string program_name; // the program's file name up to its first dot
     std::string out_path;     // results file; empty for standard output
+    bool append = false;      // it is written behind what stands in it
     std::string username;
     std::string hostname;
 

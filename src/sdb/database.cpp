@@ -76,30 +76,81 @@ void sdb_database::clear()
     *lazy_ = {};
 }
 
-bool sdb_database::load(io::byte_source& file)
+load_result sdb_database::load(io::byte_source& file)
 {
     io::byte_vector bytes;
     io::read_source(bytes, file, largest_file);
-    return load_image(std::move(bytes));
+    const bool is_whole = bytes.size() == std::min(file.size(), largest_file);
+    if (file.has_failed() || (!is_whole && !bytes.empty())) {
+        clear();
+        image_.clear();
+        return load_result::unreadable;
+    }
+    const bool is_compressed = uni::byte_view(bytes).u32(8) == compressed_magic;
+    if (is_compressed && file.size() > largest_file) {
+        clear();
+        image_.clear();
+        was_compressed_ = true;
+        return load_result::not_inflated;
+    }
+    const load_result result = load_image(std::move(bytes));
+    file_size_ = is_compressed ? image_.size() : file.size();
+    return result;
 }
 
-bool sdb_database::load_image(io::byte_vector image)
+load_result sdb_database::load_image(io::byte_vector image)
 {
     image_ = std::move(image);
+    file_size_ = image_.size();
     const scan_outcome outcome = scan();
     was_compressed_ = outcome == scan_outcome::compressed;
     if (was_compressed_) {
         io::byte_vector inflated;
         if (inflate_image(this->image(), inflated)) {
             image_ = std::move(inflated);
+            file_size_ = image_.size();
             scan();
         }
     }
-    if (!loaded_) {
-        image_.clear();
-        clear();
+    if (loaded_) {
+        return load_result::loaded;
     }
-    return loaded_;
+    image_.clear();
+    clear();
+    return was_compressed_ ? load_result::not_inflated : load_result::no_database;
+}
+
+// By the sizes as they are stored, whatever stands in which list.
+image_extent sdb_database::extent() const
+{
+    const uni::byte_view bytes = image();
+    image_extent found;
+    found.file_size = file_size_;
+    found.is_file_longer = file_size_ > bytes.size();
+    const auto look_at = [&](std::uint64_t position, std::uint16_t tag) {
+        const bool is_sized = tag_type(tag) >= type::list && tag_type(tag) <= type::binary_;
+        const std::uint64_t end = is_sized ? position + tag_header + bytes.u32(position + 2)
+                                           : position + bytes_to_next[tag >> 12];
+        if (end > bytes.size() && !found.cut_off_at) {
+            found.cut_off_at = static_cast<std::uint32_t>(position);
+            found.claimed_end = end;
+        }
+    };
+    std::uint64_t position = header_size;
+    while (bytes.contains(position, 2) && bytes.u16(position) != tag::database) {
+        look_at(position, bytes.u16(position));
+        position += step_over(bytes.u16(position), bytes.u32(position + 2));
+    }
+    for (const tag_table::row& row : tags_.rows()) {
+        look_at(row.offset, row.tag);
+    }
+    found.trailing_at = header_size;
+    while (bytes.contains(found.trailing_at, tag_header) &&
+           tag_type(bytes.u16(found.trailing_at)) == type::list) {
+        found.trailing_at += tag_header + bytes.u32(found.trailing_at + 2);
+    }
+    found.trailing_at = std::min<std::uint64_t>(found.trailing_at, bytes.size());
+    return found;
 }
 
 sdb_database::scan_outcome sdb_database::scan()

@@ -110,6 +110,24 @@ struct guid_item {
     std::string text() const;
 };
 
+enum class load_result {
+    loaded,
+    unreadable,   // reading failed
+    no_database,  // another head, or none
+    not_inflated, // a compressed one, but damaged, too long or of no database
+};
+
+// How far a loaded image goes, beside its tags.
+struct image_extent {
+    // The first tag whose stored size, or value, goes beyond the image's end; none in a whole one.
+    std::optional<std::uint32_t> cut_off_at;
+    std::uint64_t claimed_end = 0; // where that tag would end
+    // Where bytes begin, behind the last root list, that form no list; the image's end for none.
+    std::uint64_t trailing_at = 0;
+    bool is_file_longer = false; // than what is read of a file
+    std::uint64_t file_size = 0;
+};
+
 // One database: loads a file, scans it once and answers from what the scan left. Indexes that not
 // every report needs are made when they are first asked for, by one thread only.
 class sdb_database {
@@ -119,18 +137,18 @@ public:
     sdb_database(const sdb_database&) = delete;
     sdb_database& operator=(const sdb_database&) = delete;
 
-    // Forgets what was loaded and loads a file, inflating a compressed one. False when nothing could
-    // be read or the head is not a database's; the object is then empty. A file with the right head
-    // always loads, whatever follows.
-    bool load(io::byte_source& file);
+    // Forgets what was loaded and loads a file, inflating a compressed one. A file with the right
+    // head always loads, whatever follows; what does not load leaves the object empty.
+    load_result load(io::byte_source& file);
     // The same over bytes in memory.
-    bool load_image(io::byte_vector image);
+    load_result load_image(io::byte_vector image);
     void clear();
 
     bool loaded() const noexcept { return loaded_; }
     // Whether the file last tried was a compressed one.
     bool was_compressed() const noexcept { return was_compressed_; }
     uni::byte_view image() const noexcept { return uni::byte_view(image_); }
+    image_extent extent() const;
     std::uint32_t version_major() const noexcept { return version_major_; }
     std::uint32_t version_minor() const noexcept { return version_minor_; }
 
@@ -274,6 +292,7 @@ private:
     bool loaded_ = false;
     bool was_compressed_ = false;
     io::byte_vector image_;
+    std::uint64_t file_size_ = 0; // of a plain file
     std::uint32_t version_major_ = 0;
     std::uint32_t version_minor_ = 0;
     std::uint32_t indexes_offset_ = 0;

@@ -1,5 +1,11 @@
 #include "platform/console.h"
 
+#include <cstdlib>
+#include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace platform {
 
 // A terminal here takes UTF-8 and escape sequences as it is.
@@ -13,6 +19,26 @@ std::uint32_t enable_error_console_sequences()
 }
 
 void restore_error_console_mode(std::uint32_t) {}
+
+bool error_stream_takes_sequences()
+{
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(STDERR_FILENO) == 1 &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+bool hold_standard_streams()
+{
+    const bool has_output = ::fcntl(STDOUT_FILENO, F_GETFD) != -1;
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // A descriptor that is opened is the lowest free one, which is this stream's.
+        if (::fcntl(stream, F_GETFD) == -1 &&
+            ::open("/dev/null", stream == STDIN_FILENO ? O_RDONLY : O_WRONLY) < 0) {
+            std::_Exit(255); // without it the streams are not safe to use
+        }
+    }
+    return has_output;
+}
 
 bool set_standard_input_binary()
 {

@@ -1,6 +1,8 @@
 #include "platform/directories.h"
 
+#include <cerrno>
 #include <string_view>
+#include <system_error>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -31,21 +33,30 @@ entry_kind kind_of(DIR* listing, const dirent& entry)
 
 } // namespace
 
-bool list_directory(const std::string& folder, std::vector<directory_entry>& entries)
+listing_result list_directory(const std::string& folder, std::vector<directory_entry>& entries)
 {
     entries.clear();
     DIR* const listing = ::opendir(folder.c_str());
     if (listing == nullptr) {
-        return false;
+        const bool is_missing = errno == ENOENT;
+        return {false, is_missing,
+                errno == ENOENT    ? "no such folder"
+                : errno == ENOTDIR ? "is no folder"
+                : errno == EACCES  ? "no permission"
+                                   : std::system_category().message(errno)};
     }
+    errno = 0;
     while (const dirent* const entry = ::readdir(listing)) {
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..") {
             entries.push_back({std::string(name), kind_of(listing, *entry)});
         }
+        errno = 0;
     }
+    const int error = errno;
     ::closedir(listing);
-    return true;
+    return error == 0 ? listing_result{true, false, {}}
+                      : listing_result{false, false, std::system_category().message(error)};
 }
 
 std::string join_path(const std::string& folder, const std::string& name)

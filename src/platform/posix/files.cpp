@@ -1,7 +1,11 @@
 #include "platform/files.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <system_error>
 
+#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -28,98 +32,204 @@ std::uint64_t filetime_of(const struct statx_timestamp& moment)
 // A pipe must not block the run, a terminal must not become its controlling one.
 constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
-// Leaves the file's access time as it is, where the system lets us: reading is no use of the file.
-int open_for_reading(const std::string& found)
+std::string words_of(int error)
 {
-    const int descriptor = ::open(found.c_str(), O_RDONLY | O_NOATIME | always);
-    return descriptor < 0 && errno == EPERM ? ::open(found.c_str(), O_RDONLY | always) : descriptor;
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return "no such file";
+    case ENAMETOOLONG:
+        return "the path is too long";
+    case EACCES:
+    case EPERM:
+        return "no permission";
+    case ELOOP:
+        return "its links lead nowhere";
+    default:
+        return std::system_category().message(error);
+    }
 }
 
-int open_for_writing(const std::string& path, int flags)
+opened_file failed_open(int error)
 {
-    const std::string found = find_output_path(path);
-    int descriptor = ::open(found.c_str(), O_RDWR | flags | always, 0600);
-    struct stat status {};
-    if (descriptor < 0 && errno == EACCES && ::stat(found.c_str(), &status) == 0 &&
-        S_ISREG(status.st_mode) && (status.st_mode & S_IWUSR) == 0 &&
-        ::chmod(found.c_str(), (status.st_mode & 07777) | S_IWUSR) == 0) {
-        descriptor = ::open(found.c_str(), O_RDWR | flags | always, 0600);
-    }
-    return descriptor;
+    return {-1, words_of(error)};
 }
+
+// What a run does not read, in words; null for a regular file or a block device.
+const char* kind_refused(const struct stat& status)
+{
+    if (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode)) {
+        return nullptr;
+    }
+    return S_ISDIR(status.st_mode)    ? "is a folder"
+           : S_ISFIFO(status.st_mode) ? "is a pipe"
+           : S_ISSOCK(status.st_mode) ? "is a socket"
+                                      : "is a device";
+}
+
+bool facts_from(const struct statx& status, file_facts& facts)
+{
+    facts.write_time = filetime_of(status.stx_mtime);
+    facts.access_time = filetime_of(status.stx_atime);
+    facts.creation_time = (status.stx_mask & STATX_BTIME) != 0 ? filetime_of(status.stx_btime) : 0;
+    facts.size = status.stx_size;
+    facts.is_directory = S_ISDIR(status.stx_mode);
+    return true;
+}
+
+// Where a link leads that leads to nothing yet.
+std::string link_end(std::string path)
+{
+    constexpr int longest_chain = 40;
+    struct stat status {};
+    for (int i = 0; i < longest_chain && ::stat(path.c_str(), &status) != 0 &&
+                    ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+         ++i) {
+        std::string target(PATH_MAX, '\0');
+        const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+        target.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+        const std::size_t folder = path.find_last_of('/') + 1; // 0 where there is none
+        path = target.starts_with('/') ? target : path.substr(0, folder) + target;
+    }
+    return path;
+}
+
+constexpr unsigned wanted_facts = STATX_BASIC_STATS | STATX_BTIME;
 
 } // namespace
 
-int open_file(const std::string& path, open_mode mode)
+opened_file open_for_reading(const std::string& path)
 {
-    switch (mode) {
-    case open_mode::read:
-        return open_for_reading(find_path(path));
-    case open_mode::write_existing:
-        return open_for_writing(path, 0);
-    case open_mode::write_truncate:
-        return open_for_writing(path, O_CREAT | O_TRUNC);
+    const std::string found = find_path(path);
+    struct stat status {};
+    // Looked at first: to open a pipe or a device may be an act of its own.
+    if (::stat(found.c_str(), &status) != 0) {
+        return failed_open(errno);
     }
-    return -1;
+    if (const char* const kind = kind_refused(status)) {
+        return {-1, kind};
+    }
+    int descriptor = ::open(found.c_str(), O_RDONLY | O_NOATIME | always);
+    if (descriptor < 0 && errno == EPERM) { // it is another's: its access time is the system's
+        descriptor = ::open(found.c_str(), O_RDONLY | always);
+    }
+    if (descriptor < 0) {
+        return failed_open(errno);
+    }
+    if (::fstat(descriptor, &status) != 0 || kind_refused(status) != nullptr) {
+        ::close(descriptor);
+        return {-1, "is no file any more"};
+    }
+    return {descriptor, {}};
 }
 
-void close_file(int descriptor)
+opened_file open_for_writing(const std::string& path, existing_file existing)
 {
-    ::close(descriptor);
+    const int flags = existing == existing_file::keep    ? 0
+                      : existing == existing_file::empty ? O_TRUNC | O_NOFOLLOW
+                                                         : O_EXCL;
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | flags | always, 0600);
+    if (descriptor < 0) {
+        return failed_open(errno);
+    }
+    ::fcntl(descriptor, F_SETFL, 0); // what is written to a pipe waits for its reader
+    return {descriptor, {}};
+}
+
+bool close_file(int descriptor)
+{
+    return ::close(descriptor) == 0;
 }
 
 std::int64_t file_length(int descriptor)
 {
-    const off_t length = ::lseek(descriptor, 0, SEEK_END);
     struct stat status {};
-    if (length < 0 || ::fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
+    if (::fstat(descriptor, &status) != 0) {
         return 0;
     }
-    return length;
+    // A device tells its length to those who seek.
+    return S_ISBLK(status.st_mode) ? std::max<off_t>(::lseek(descriptor, 0, SEEK_END), 0)
+                                   : status.st_size;
 }
 
-std::size_t read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)
+read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)
 {
-    std::size_t done = 0;
-    while (done < out.size()) {
-        const ssize_t got = ::pread(descriptor, out.data() + done, out.size() - done,
-                                    offset + static_cast<off_t>(done));
+    read_result result;
+    while (result.count < out.size()) {
+        const ssize_t got =
+            ::pread(descriptor, out.data() + result.count, out.size() - result.count,
+                    offset + static_cast<off_t>(result.count));
         if (got > 0) {
-            done += static_cast<std::size_t>(got);
+            result.count += static_cast<std::size_t>(got);
         } else if (got == 0 || errno != EINTR) {
+            result.failed = got < 0;
             break;
         }
     }
-    return done;
+    return result;
 }
 
-bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_t offset)
+bool write_file(int descriptor, std::span<const std::uint8_t> bytes)
 {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        ssize_t put = ::pwrite(descriptor, bytes.data() + done, bytes.size() - done,
-                               offset + static_cast<off_t>(done));
-        if (put < 0 && errno == ESPIPE) {
-            // A pipe or a terminal has no places, only a next byte.
-            put = ::write(descriptor, bytes.data() + done, bytes.size() - done);
-        }
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
+        const ssize_t put = ::write(descriptor, bytes.data() + done, bytes.size() - done);
+        if (put > 0) {
+            done += static_cast<std::size_t>(put);
+        } else if (put == 0 || errno != EINTR) {
             return false;
         }
-        done += static_cast<std::size_t>(put);
     }
     return true;
 }
 
-bool delete_file(const std::string& path)
+bool seek_end(int descriptor)
 {
-    const std::string found = find_path(path);
+    return ::lseek(descriptor, 0, SEEK_END) >= 0;
+}
+
+bool cut_file(int descriptor, std::int64_t length)
+{
+    return ::ftruncate(descriptor, length) == 0;
+}
+
+bool replace_file(const std::string& from, const std::string& to)
+{
+    return ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+std::optional<file_id> identify_file(const std::string& path)
+{
     struct stat status {};
-    return ::lstat(found.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           ::unlink(found.c_str()) == 0;
+    if (path.empty() || ::stat(find_path(path).c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return file_id{status.st_dev, status.st_ino};
+}
+
+output_place find_output(const std::string& path)
+{
+    output_place place{link_end(find_output_path(path))};
+    struct stat status {};
+    if (::stat(place.path.c_str(), &status) == 0) {
+        place.exists = true;
+        place.is_special = !S_ISREG(status.st_mode);
+    }
+    if (char* const end_of_links = ::realpath(place.path.c_str(), nullptr)) {
+        place.path = end_of_links;
+        std::free(end_of_links);
+    }
+    return place;
+}
+
+void take_rights(int descriptor, const std::string& from)
+{
+    struct stat status {};
+    if (::stat(from.c_str(), &status) == 0) {
+        // A mode is lost with the owner, so it comes last.
+        static_cast<void>(::fchown(descriptor, status.st_uid, status.st_gid) == 0);
+        static_cast<void>(::fchmod(descriptor, status.st_mode & 07777) == 0);
+    }
 }
 
 std::string native_spelling(std::string path)
@@ -139,25 +249,20 @@ std::optional<std::string> volume_at(const std::string& value)
     return found.empty() ? "/" : found;
 }
 
+bool read_file_facts(int descriptor, file_facts& facts)
+{
+    facts = {};
+    struct statx status {};
+    return ::statx(descriptor, "", AT_EMPTY_PATH, wanted_facts, &status) == 0 &&
+           facts_from(status, facts);
+}
+
 bool read_file_facts(const std::string& path, file_facts& facts)
 {
     facts = {};
     struct statx status {};
-    if (::statx(AT_FDCWD, find_path(path).c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &status) !=
-        0) {
-        return false;
-    }
-    facts.write_time = filetime_of(status.stx_mtime);
-    facts.access_time = filetime_of(status.stx_atime);
-    facts.creation_time = (status.stx_mask & STATX_BTIME) != 0 ? filetime_of(status.stx_btime) : 0;
-    facts.size = status.stx_size;
-    facts.is_directory = S_ISDIR(status.stx_mode);
-    return true;
-}
-
-std::uint64_t file_identity(const std::string&)
-{
-    return 0;
+    return ::statx(AT_FDCWD, find_path(path).c_str(), 0, wanted_facts, &status) == 0 &&
+           facts_from(status, facts);
 }
 
 } // namespace platform

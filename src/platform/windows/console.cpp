@@ -1,6 +1,8 @@
 #include "platform/console.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 #include <fcntl.h>
 #include <io.h>
@@ -36,6 +38,26 @@ std::uint32_t enable_error_console_sequences()
 void restore_error_console_mode(std::uint32_t mode)
 {
     ::SetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), mode);
+}
+
+bool error_stream_takes_sequences()
+{
+    DWORD mode = 0;
+    const char* const terminal = std::getenv("TERM");
+    return ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0 &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+bool hold_standard_streams()
+{
+    // A closed stream has no descriptor below it.
+    const bool has_output = _fileno(stdout) >= 0;
+    for (std::FILE* const stream : {stdin, stdout, stderr}) {
+        if (_fileno(stream) < 0) {
+            static_cast<void>(std::freopen("NUL", stream == stdin ? "r" : "w", stream));
+        }
+    }
+    return has_output;
 }
 
 bool set_standard_input_binary()

@@ -26,15 +26,22 @@ entry_kind kind_of(const WIN32_FIND_DATAW& found)
 
 } // namespace
 
-bool list_directory(const std::string& folder, std::vector<directory_entry>& entries)
+listing_result list_directory(const std::string& folder, std::vector<directory_entry>& entries)
 {
     entries.clear();
     WIN32_FIND_DATAW found{};
-    const HANDLE listing =
-        folder.empty() ? INVALID_HANDLE_VALUE
-                       : ::FindFirstFileW(callable_path(join_path(folder, "*")).c_str(), &found);
+    if (folder.empty()) {
+        return {false, true, "no such folder"};
+    }
+    const HANDLE listing = ::FindFirstFileW(callable_path(join_path(folder, "*")).c_str(), &found);
     if (listing == INVALID_HANDLE_VALUE) {
-        return false;
+        const DWORD error = ::GetLastError();
+        const bool is_missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return {false, is_missing,
+                is_missing                     ? "no such folder"
+                : error == ERROR_DIRECTORY     ? "is no folder"
+                : error == ERROR_ACCESS_DENIED ? "no permission"
+                                               : "error " + std::to_string(error)};
     }
     do {
         // Empty for a name that is no text, which no path could name.
@@ -43,8 +50,11 @@ bool list_directory(const std::string& folder, std::vector<directory_entry>& ent
             entries.push_back({std::move(name), kind_of(found)});
         }
     } while (::FindNextFileW(listing, &found));
+    const DWORD error = ::GetLastError();
     ::FindClose(listing);
-    return true;
+    return error == ERROR_NO_MORE_FILES
+               ? listing_result{true, false, {}}
+               : listing_result{false, false, "error " + std::to_string(error)};
 }
 
 std::string join_path(const std::string& folder, const std::string& name)

@@ -1,11 +1,10 @@
 #include "platform/files.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdint>
 
 #include <fcntl.h>
 #include <io.h>
-#include <share.h>
 #include <sys/stat.h>
 #include <windows.h>
 
@@ -24,18 +23,31 @@ std::uint64_t ticks_of(const FILETIME& time)
     return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
 }
 
-int open_wide(const std::wstring& path, int flags, bool for_writing)
+std::string words_of(DWORD error)
 {
-    if (for_writing) {
-        // A read-only file is to be replaced all the same.
-        ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+        return "no such file";
+    case ERROR_FILENAME_EXCED_RANGE:
+        return "the path is too long";
+    case ERROR_ACCESS_DENIED:
+        return "no permission";
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+        return "another program holds it";
+    case ERROR_HANDLE_DISK_FULL:
+    case ERROR_DISK_FULL:
+        return "no space left";
+    default:
+        return "error " + std::to_string(error);
     }
-    int descriptor = -1;
-    const int permissions = for_writing ? _S_IREAD | _S_IWRITE : _S_IREAD;
-    if (_wsopen_s(&descriptor, path.c_str(), flags, _SH_DENYNO, permissions) != 0) {
-        return -1;
-    }
-    return descriptor;
+}
+
+opened_file failed_open(DWORD error)
+{
+    return {-1, words_of(error)};
 }
 
 bool needs_long_form(DWORD error)
@@ -43,17 +55,52 @@ bool needs_long_form(DWORD error)
     return error == ERROR_FILENAME_EXCED_RANGE || error == ERROR_PATH_NOT_FOUND;
 }
 
-int open_flags(open_mode mode)
+HANDLE open_wide(const std::wstring& path, DWORD access, DWORD disposition, DWORD flags)
 {
-    switch (mode) {
-    case open_mode::read:
-        return _O_RDONLY | _O_BINARY;
-    case open_mode::write_existing:
-        return _O_RDWR | _O_BINARY;
-    case open_mode::write_truncate:
-        return _O_RDWR | _O_CREAT | _O_TRUNC | _O_BINARY;
+    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return ::CreateFileW(path.c_str(), access, sharing, nullptr, disposition, flags, nullptr);
+}
+
+// The path as it stands, and in its long form where the system finds it too long.
+HANDLE open_handle(const std::string& path, DWORD access, DWORD disposition, DWORD flags)
+{
+    const std::wstring wide = wide_from_utf8(path);
+    if (wide.empty()) {
+        ::SetLastError(ERROR_INVALID_NAME);
+        return INVALID_HANDLE_VALUE;
     }
-    return _O_RDONLY | _O_BINARY;
+    const HANDLE handle = open_wide(wide, access, disposition, flags);
+    if (handle != INVALID_HANDLE_VALUE || !needs_long_form(::GetLastError())) {
+        return handle;
+    }
+    const std::wstring longer = long_path_form(wide);
+    return longer.empty() ? handle : open_wide(longer, access, disposition, flags);
+}
+
+opened_file descriptor_of(HANDLE handle, int flags)
+{
+    const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
+    if (descriptor < 0) {
+        ::CloseHandle(handle);
+        return {-1, "too many files are open"};
+    }
+    return {descriptor, {}};
+}
+
+HANDLE handle_of(int descriptor)
+{
+    return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+}
+
+std::optional<file_id> id_of(HANDLE handle)
+{
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!::GetFileInformationByHandle(handle, &information)) {
+        return std::nullopt;
+    }
+    return file_id{information.dwVolumeSerialNumber,
+                   (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
+                       information.nFileIndexLow};
 }
 
 // The stat record knows whole seconds only; it serves where the attribute call fails.
@@ -77,54 +124,77 @@ bool facts_from_stat(const std::wstring& path, file_facts& facts)
 
 } // namespace
 
-int open_file(const std::string& path, open_mode mode)
+opened_file open_for_reading(const std::string& path)
 {
-    const std::wstring wide = wide_from_utf8(path);
-    if (wide.empty()) {
-        return -1;
+    // With the right to set times, which serves to have the system leave the access time alone.
+    HANDLE handle = open_handle(path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, OPEN_EXISTING,
+                                FILE_ATTRIBUTE_NORMAL);
+    if (handle != INVALID_HANDLE_VALUE) {
+        const FILETIME left_alone{0xffffffff, 0xffffffff};
+        ::SetFileTime(handle, nullptr, &left_alone, nullptr);
+    } else {
+        handle = open_handle(path, GENERIC_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
     }
-    const int flags = open_flags(mode);
-    const bool for_writing = mode != open_mode::read;
-    const int descriptor = open_wide(wide, flags, for_writing);
-    if (descriptor >= 0 || !needs_long_form(::GetLastError())) {
-        return descriptor;
+    if (handle == INVALID_HANDLE_VALUE) {
+        const DWORD error = ::GetLastError();
+        const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
+        const bool is_folder =
+            attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        return is_folder ? opened_file{-1, "is a folder"} : failed_open(error);
     }
-    const std::wstring longer = long_path_form(wide);
-    return longer.empty() ? -1 : open_wide(longer, flags, for_writing);
+    if (::GetFileType(handle) != FILE_TYPE_DISK) {
+        ::CloseHandle(handle);
+        return {-1, "is a device"};
+    }
+    return descriptor_of(handle, _O_RDONLY | _O_BINARY);
 }
 
-void close_file(int descriptor)
+opened_file open_for_writing(const std::string& path, existing_file existing)
 {
-    _close(descriptor);
+    const DWORD disposition = existing == existing_file::keep    ? OPEN_ALWAYS
+                              : existing == existing_file::empty ? CREATE_ALWAYS
+                                                                 : CREATE_NEW;
+    // A link is not emptied, but what it leads to would be.
+    const DWORD flags = existing == existing_file::keep
+                            ? FILE_ATTRIBUTE_NORMAL
+                            : FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT;
+    const HANDLE handle = open_handle(path, GENERIC_WRITE, disposition, flags);
+    return handle == INVALID_HANDLE_VALUE ? failed_open(::GetLastError())
+                                          : descriptor_of(handle, _O_WRONLY | _O_BINARY);
+}
+
+bool close_file(int descriptor)
+{
+    return _close(descriptor) == 0;
 }
 
 std::int64_t file_length(int descriptor)
 {
-    return std::max<std::int64_t>(_lseeki64(descriptor, 0, SEEK_END), 0);
+    return std::max<std::int64_t>(_filelengthi64(descriptor), 0);
 }
 
-std::size_t read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)
+read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)
 {
+    read_result result;
     if (_lseeki64(descriptor, offset, SEEK_SET) < 0) {
-        return 0;
+        result.failed = true;
+        return result;
     }
-    std::size_t done = 0;
-    while (done < out.size()) {
-        const auto wanted = static_cast<unsigned>(std::min(out.size() - done, largest_block));
-        const int got = _read(descriptor, out.data() + done, wanted);
+    while (result.count < out.size()) {
+        const auto wanted =
+            static_cast<unsigned>(std::min(out.size() - result.count, largest_block));
+        const int got = _read(descriptor, out.data() + result.count, wanted);
         if (got <= 0) {
+            result.failed = got < 0;
             break;
         }
-        done += static_cast<std::size_t>(got);
+        result.count += static_cast<std::size_t>(got);
     }
-    return done;
+    return result;
 }
 
-bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_t offset)
+bool write_file(int descriptor, std::span<const std::uint8_t> bytes)
 {
-    if (_lseeki64(descriptor, offset, SEEK_SET) < 0) {
-        return false;
-    }
     std::size_t done = 0;
     while (done < bytes.size()) {
         const auto wanted = static_cast<unsigned>(std::min(bytes.size() - done, largest_block));
@@ -137,10 +207,64 @@ bool write_file(int descriptor, std::span<const std::uint8_t> bytes, std::int64_
     return true;
 }
 
-bool delete_file(const std::string& path)
+bool seek_end(int descriptor)
 {
-    return ::DeleteFileW(callable_path(path).c_str()) != 0;
+    return _lseeki64(descriptor, 0, SEEK_END) >= 0;
 }
+
+bool cut_file(int descriptor, std::int64_t length)
+{
+    return _chsize_s(descriptor, length) == 0;
+}
+
+bool replace_file(const std::string& from, const std::string& to)
+{
+    return ::MoveFileExW(callable_path(from).c_str(), callable_path(to).c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+std::optional<file_id> identify_file(const std::string& path)
+{
+    if (path.empty()) {
+        return std::nullopt;
+    }
+    const HANDLE handle = open_handle(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return std::nullopt;
+    }
+    const std::optional<file_id> id = id_of(handle);
+    ::CloseHandle(handle);
+    return id;
+}
+
+output_place find_output(const std::string& path)
+{
+    output_place place{path};
+    const HANDLE handle = open_handle(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return place;
+    }
+    place.exists = true;
+    const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
+    place.is_special =
+        ::GetFileType(handle) != FILE_TYPE_DISK ||
+        (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
+    if (!place.is_special && attributes != INVALID_FILE_ATTRIBUTES &&
+        (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        std::wstring end_of_links(32768, L'\0');
+        const DWORD length = ::GetFinalPathNameByHandleW(
+            handle, end_of_links.data(), static_cast<DWORD>(end_of_links.size()), 0);
+        if (length != 0 && length < end_of_links.size()) {
+            end_of_links.resize(length);
+            place.path = utf8_from_wide(end_of_links);
+        }
+    }
+    ::CloseHandle(handle);
+    return place;
+}
+
+// A file that takes another's place here takes its rights from the folder that both stand in.
+void take_rights(int, const std::string&) {}
 
 std::string native_spelling(std::string path)
 {
@@ -169,23 +293,19 @@ bool read_file_facts(const std::string& path, file_facts& facts)
     return true;
 }
 
-std::uint64_t file_identity(const std::string& path)
+bool read_file_facts(int descriptor, file_facts& facts)
 {
-    const HANDLE file = ::CreateFileW(callable_path(path).c_str(), 0,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        return 0;
-    }
+    facts = {};
     BY_HANDLE_FILE_INFORMATION information{};
-    const bool known = ::GetFileInformationByHandle(file, &information) != 0;
-    ::CloseHandle(file);
-    if (!known) {
-        return 0;
+    if (!::GetFileInformationByHandle(handle_of(descriptor), &information)) {
+        return false;
     }
-    const std::uint64_t index =
-        (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) | information.nFileIndexLow;
-    return index & 0xffffffffffff;
+    facts.write_time = ticks_of(information.ftLastWriteTime);
+    facts.access_time = ticks_of(information.ftLastAccessTime);
+    facts.creation_time = ticks_of(information.ftCreationTime);
+    facts.size =
+        (static_cast<std::uint64_t>(information.nFileSizeHigh) << 32) | information.nFileSizeLow;
+    return true;
 }
 
 } // namespace platform

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "front/diag_log.h"
+#include "io/notice.h"
+#include "io/output_file.h"
+#include "platform/files.h"
+#include "request/sdb_opts.h"
+
+namespace front {
+
+// The files that a run writes: its results and its log. They are opened when it is known what the
+// run reads, and take their places when it ends.
+class outputs {
+public:
+    outputs(const request::sdb_opts& options, diag_log& log) : options_(options), log_(log) {}
+
+    // Whether the run would read what it is to write; says so. The paths are those that are known
+    // before the run begins.
+    bool are_examined(const std::vector<std::string>& inputs, io::notices& notices);
+    // Opens what was asked for; false, and said, if the results cannot be written.
+    bool open(io::notices& notices);
+
+    // The results file; null for standard output.
+    io::output_sink* results() noexcept { return results_.is_open() ? &results_ : nullptr; }
+
+    // What an entry of a list is to the run's own files.
+    enum class entry { other, examined, own_partial };
+    // An entry that is one of the files is refused, and the files are not put in their places.
+    entry check_entry(const std::string& path, io::notices& notices);
+
+    // Puts everything in its place. What could not be written is said.
+    void finish(std::string_view last_of_log, io::notices& notices);
+
+private:
+    // One of the files, with what is in its place before the run.
+    struct planned {
+        std::string name; // as the user named it
+        io::output_file::place where;
+        std::optional<platform::file_id> target;
+        std::optional<platform::file_id> partial; // as it was, or as the run made it
+    };
+    std::optional<planned> plan(const std::string& path, io::output_mode mode) const;
+    io::output_mode mode_of_results() const;
+    io::output_mode mode_of_log() const;
+
+    const request::sdb_opts& options_;
+    diag_log& log_;
+    io::output_file results_;
+    std::optional<planned> planned_results_;
+    std::optional<planned> planned_log_;
+    bool is_spoilt_ = false;
+};
+
+} // namespace front
