@@ -1,8 +1,5 @@
 #include "platform/devices.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "platform/files.h"
 
@@ -30,7 +27,7 @@ public:
 
     std::size_t read(std::span<std::uint8_t> out, std::int64_t offset) override
     {
-        return read_file(descriptor_, out, offset);
+        return read_file(descriptor_, out, offset).count;
     }
 
 private:
@@ -38,27 +35,16 @@ private:
     std::int64_t size_;
 };
 
-bool holds_a_volume(int descriptor)
-{
-    struct stat status {};
-    return ::fstat(descriptor, &status) == 0 &&
-           (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode));
-}
-
 } // namespace
 
-std::unique_ptr<device> open_device(const std::string& name, device_access access)
+// Images and block devices alone; nothing is ever written to them.
+std::unique_ptr<device> open_device(const std::string& name, device_access)
 {
-    const int flags = (access.write ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    const int descriptor = ::open(name.c_str(), flags);
-    if (descriptor < 0) {
+    const opened_file opened = open_for_reading(name);
+    if (opened.descriptor < 0) {
         return nullptr;
     }
-    if (!holds_a_volume(descriptor)) {
-        close_file(descriptor);
-        return nullptr;
-    }
-    return std::make_unique<image_device>(descriptor, file_length(descriptor));
+    return std::make_unique<image_device>(opened.descriptor, file_length(opened.descriptor));
 }
 
 } // namespace platform
