@@ -46,7 +46,7 @@ bool make_reports(const bytes& image, std::size_t count = 2)
     }
     for (const request::sdb_opts& options : std::span(all_reports()).first(count)) {
         if (options.stats) {
-            test_support::statistics_report(image, options);
+            test_support::statistics_report(image, options, {.times = {.write = 1}});
         } else {
             EXPECT_TRUE(test_support::database_report(database, options).asked);
         }
