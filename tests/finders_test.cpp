@@ -1,7 +1,7 @@
 #include "sdb/finders.h"
 
 #include <algorithm>
-#include <sstream>
+#include <regex>
 
 #include <gtest/gtest.h>
 
@@ -149,25 +149,20 @@ sdb_builder searched_database(bytes data)
     return b;
 }
 
-// The names of the records in a document, a blank behind each, then its other lines, a "/" behind
-// each, a "$" for its end, and what was said.
+// A report in brief: of a record its name and a blank, "/" for another line, "$" for the end of the
+// document, then what was said.
 std::string outcome(const test_support::made_report& made)
 {
-    std::string names;
-    std::string words;
-    std::istringstream lines(made.text);
-    for (std::string line; std::getline(lines, line);) {
-        // A record is a line that opens with one blank; what stands inside it has two or more.
-        const std::size_t name = line.find("name=\"");
-        if (line == "</shimdb>") {
-            words += '$';
-        } else if (!line.starts_with(' ') && line != "<shimdb>") {
-            words += line + '/';
-        } else if (line[1] == '<' && name != std::string::npos) {
-            names += line.substr(name + 6, line.find('"', name + 6) - name - 6) + ' ';
-        }
+    std::string text = made.text;
+    for (const auto& [piece, brief] : {std::pair{"^<shimdb>\n", ""},
+                                       {"^(  | </)[^\n]*\n", ""}, // what stands inside a record
+                                       {"^ <\\w+ name=\"([^\"]*)\"[^\n]*\n", "$1 "},
+                                       {"^</shimdb>\n", "$$"},
+                                       {"\n", "/"}}) {
+        const std::regex lines(piece, std::regex::ECMAScript | std::regex::multiline);
+        text = std::regex_replace(text, lines, brief);
     }
-    return names + words + made.notices;
+    return text + made.notices;
 }
 
 TEST(search, selects_records_and_words_its_failure_by_what_is_listed)
@@ -193,7 +188,7 @@ TEST(search, selects_records_and_words_its_failure_by_what_is_listed)
     };
     const search_case cases[] = {
         {texts({"patched"}), {}, alone, "patched /$"},
-        {two, {}, alone, "an app patched //$"},
+        {two, {}, alone, "an app /patched /$"},
         {two, {}, {"exes"}, "patched /$"},
         {texts({"fix"}), {}, alone, "$" + none},
         {texts({"fix"}), {}, {"fixes"}, "fix /$"},
@@ -214,7 +209,7 @@ TEST(search, selects_records_and_words_its_failure_by_what_is_listed)
         {{}, {0xfe}, alone, "patched /$"},
         {{}, {0xfe}, {"apps"}, "patched /$"},
         {{}, {0xfe}, {"exes"}, "patched /$"},
-        {{}, {0xfe}, {"fixes"}, "patched p //$"},
+        {{}, {0xfe}, {"fixes"}, "patched /p /$"},
         {{}, {0xff}, alone, none},
         {{}, {0xff}, all, none},
     };
