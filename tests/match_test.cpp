@@ -1,5 +1,6 @@
 #include "model/match.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 

@@ -1,5 +1,7 @@
 #include "model/record.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "model/record_collector.h"
