@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,18 @@ inline void put(bytes& out, std::uint64_t at, std::uint64_t number, unsigned wid
     }
     for (unsigned i = 0; i < width; ++i) {
         out[static_cast<std::size_t>(at) + i] = static_cast<std::uint8_t>(number >> (8 * i));
+    }
+}
+
+// The same for many numbers at once.
+struct field {
+    std::uint64_t at, number;
+    unsigned width;
+};
+inline void put(bytes& out, std::initializer_list<field> fields)
+{
+    for (const field& each : fields) {
+        put(out, each.at, each.number, each.width);
     }
 }
 

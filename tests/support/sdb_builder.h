@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -54,9 +55,9 @@ struct node {
 // Where a reference leads: a label (which may be given later), a node, or any number at all.
 class target {
 public:
-    target(const char* label) : kind_(kind::label), label_(label) {}
-    target(std::string_view label) : kind_(kind::label), label_(label) {}
-    target(const std::string& label) : kind_(kind::label), label_(label) {}
+    target(const std::convertible_to<std::string_view> auto& label)
+        : kind_(kind::label), label_(std::string_view(label))
+    {}
     target(node tag) : kind_(kind::node), number_(tag.id) {}
     static target at(std::uint32_t offset) { return target(kind::offset, offset); }
 
@@ -124,7 +125,10 @@ bytes compress(std::span<const std::uint8_t> image, int level = 6);
 class sdb_builder {
 public:
     // The two version words of the header; 2 and 3 unless told.
-    sdb_builder& version(std::uint32_t major, std::uint32_t minor);
+    sdb_builder& version(std::uint32_t major, std::uint32_t minor)
+    {
+        return set(major_, major).set(minor_, minor);
+    }
 
     // Tags. The tag's type must be the call's.
     node null(std::uint16_t tag) { return number(tag, sdb::type::null_, 0, 0); }
@@ -182,16 +186,16 @@ public:
     node with_size(std::uint16_t tag, std::uint32_t size, const bytes& data);
 
     // The image's roots.
-    sdb_builder& add(node tag) { return add(std::vector{tag}); }
-    sdb_builder& add(const std::vector<node>& tags);
-    sdb_builder& lead(node tag);
-    sdb_builder& trail(node tag);
+    sdb_builder& add(node tag) { return add_to(database_, {tag}); }
+    sdb_builder& add(const std::vector<node>& tags) { return add_to(database_, tags); }
+    sdb_builder& lead(node tag) { return add_to(lead_, {tag}); }
+    sdb_builder& trail(node tag) { return add_to(trail_, {tag}); }
     sdb_builder& index(std::uint16_t over, std::uint16_t key, std::uint32_t flags,
                        const std::vector<index_entry>& entries);
-    sdb_builder& without_database();
-    sdb_builder& without_string_table();
+    sdb_builder& without_database() { return set(has_database_, false); }
+    sdb_builder& without_string_table() { return set(has_string_table_, false); }
     // Forges the size word of the string table.
-    sdb_builder& string_table_size(std::uint32_t size);
+    sdb_builder& string_table_size(std::uint32_t size) { return set(forged_table_size_, size); }
 
     // Puts a text in the string table, if it is new, and answers its reference value: 6 for the
     // first. Text search never sees the last string of a table, so a test that searches for the
@@ -241,6 +245,16 @@ private:
     };
     using text_map = std::unordered_map<std::string, std::uint32_t, text_hash, std::equal_to<>>;
 
+    sdb_builder& set(auto& what, const auto& value)
+    {
+        what = value;
+        return *this;
+    }
+    sdb_builder& add_to(std::vector<node>& roots, const std::vector<node>& tags)
+    {
+        roots.insert(roots.end(), tags.begin(), tags.end());
+        return *this;
+    }
     node begin_leaf(std::uint16_t tag);
     node end_leaf(node leaf);
     node number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width);
