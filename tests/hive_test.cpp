@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <numeric>
 
 #include "hive/hive_query.h"
 #include "support/hive_builder.h"
@@ -17,7 +17,7 @@ using enum list_kind;
 hive_image opened(const bytes& image)
 {
     hive::hive_bytes hive;
-    hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
+    hive.open(source_of(image));
     return hive_image(std::move(hive));
 }
 
@@ -165,9 +165,10 @@ TEST(HiveImage, GivesCellsThatExist)
 {
     const hive_image hive = opened(hive_builder().build({.name = "root"}));
     EXPECT_EQ(hive.cell_at(hive.size() - 4, 9).size(), 4u);
-    EXPECT_TRUE(hive.cell_at(hive.size(), 1).empty());
-    EXPECT_TRUE(hive.cell_at(0x80000000, 1).empty());
-    EXPECT_TRUE(hive.cell_at(hive.offset_of(0xfffffff0), 1).empty());
+    for (const std::uint64_t place :
+         {hive.size(), std::uint64_t{0x80000000}, hive.offset_of(0xfffffff0)}) {
+        EXPECT_TRUE(hive.cell_at(place, 1).empty()) << place;
+    }
 }
 
 TEST(HiveKeys, AreListedInTheOrderOfEveryKindOfList)
@@ -252,9 +253,8 @@ TEST(HiveValues, NamesAreToldByTheirSecondByte)
     };
     for (const auto& [stored, name] : cases) {
         built hive(with_values({text_value("0123456789abcdef", "text")}));
-        const std::uint32_t cell = hive.cell("vk", "k\\0123456789abcdef");
-        put(hive.image, cell + 6, stored.size(), 2);
-        put(hive.image, cell + 24, stored);
+        hive.apply({{"vk", "k\\0123456789abcdef", 6, stored.size(), 2}});
+        put(hive.image, hive.cell("vk", "k\\0123456789abcdef") + 24, stored);
         const auto rows = hive.rows();
         ASSERT_EQ(rows.size(), 1u);
         EXPECT_EQ(rows[0].value_name, name);
@@ -264,9 +264,7 @@ TEST(HiveValues, NamesAreToldByTheirSecondByte)
 TEST(HiveValues, GiveTheirBytes)
 {
     bytes large(20'480);
-    for (std::size_t i = 0; i < large.size(); ++i) {
-        large[i] = static_cast<std::uint8_t>(i * 7);
-    }
+    std::iota(large.begin(), large.end(), std::uint8_t{0});
     const bytes plain(16'344, 5);
     const bytes three = {1, 2, 3};
     const built hive(with_values({{"large", 3, large},
@@ -376,14 +374,12 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
 {
     hive_key select{.name = "Select",
                     .values = {dword_value("current", 9), dword_value("Current", 2)}};
-    hive_builder builder;
-    bytes image = builder.build(
+    built hive(
         tree("root", {tree("a", {tree("x", {tree("deep", {tree("deeper", {})})}), tree("y", {})}),
                       tree("b", {tree("?*", {tree("deep", {})}), {.name = "empty"}}), select,
                       tree("ControlSet001", {}), tree("ControlSet002", {tree("two", {})})}));
-    const std::uint32_t current = builder.cell("vk", "Select\\Current");
-    put(image, current + 8, 0x80000001, 4); // one byte: what stands behind it is none
-    put(image, current + 12, 0x55555502, 4);
+    // One byte: what stands behind it is none.
+    hive.apply({{"vk", "Select\\Current", 8, 0x5555550280000001, 8}});
     struct {
         const char* pattern;
         std::uint32_t level;
@@ -406,7 +402,7 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
     };
     for (const auto& one : cases) {
         std::vector<std::string> texts;
-        for (const auto& row : rows_of(image, {.key = one.pattern, .level = one.level})) {
+        for (const auto& row : rows_of(hive.image, {.key = one.pattern, .level = one.level})) {
             const std::vector<std::string> below(row.path_segments->begin() + 1,
                                                  row.path_segments->end());
             texts.push_back(joined(below, "\\") + ":" + row.value_name);

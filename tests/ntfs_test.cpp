@@ -125,18 +125,19 @@ TEST(raw_disk_io, reads_whole_sectors_and_gives_what_was_asked)
 TEST(raw_disk_io, takes_bytes_from_elsewhere)
 {
     const bytes contents = numbered(3000);
-    const auto source = [&contents] {
-        return std::make_unique<io::memory_source>(
-            io::byte_vector(contents.begin(), contents.end()));
-    };
-    ntfs::RAW_DISK_IO io(source());
+    ntfs::RAW_DISK_IO io(source_of(contents));
     EXPECT_EQ(io.total_size(), 3000);
     bytes out(100);
     EXPECT_EQ(io.read(out, 2900), 100u);
     EXPECT_EQ(out, bytes(contents.end() - 100, contents.end()));
     EXPECT_EQ(io.read(out, 2950), 50u);
     EXPECT_FALSE(ntfs::RAW_DISK_IO(nullptr).is_open());
-    EXPECT_FALSE(ntfs::open_ntfs_volume(source()));
+    EXPECT_FALSE(ntfs::open_ntfs_volume(source_of(contents)));
+    const auto file = ntfs::open_locked_file(
+        ntfs::open_ntfs_volume(source_of(windows_volume({data({7})}).image())), hive_path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->read(out, 0), 1u);
+    EXPECT_EQ(out[0], 7);
 }
 
 TEST(runs, are_decoded_up_to_what_does_not_fit)

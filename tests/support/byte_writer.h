@@ -4,9 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "io/byte_source.h"
 
 // What all builders of files write with: numbers are little-endian, `width` bytes each.
 namespace test_support {
@@ -67,6 +70,12 @@ void put(bytes& out, std::uint64_t at, const auto& values)
     append(piece, values);
     out.resize(std::max(out.size(), static_cast<std::size_t>(at) + piece.size()));
     std::copy(piece.begin(), piece.end(), out.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+// Bytes as formats take them.
+inline std::unique_ptr<io::byte_source> source_of(std::span<const std::uint8_t> values)
+{
+    return std::make_unique<io::memory_source>(io::byte_vector(values.begin(), values.end()));
 }
 
 inline void align(bytes& out, std::size_t to)

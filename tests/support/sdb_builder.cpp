@@ -8,6 +8,8 @@
 #include <locale>
 #include <stdexcept>
 
+#include "sdb/tags.h"
+
 namespace test_support {
 namespace {
 
@@ -185,12 +187,32 @@ node sdb_builder::end_leaf(node leaf)
     return leaf;
 }
 
-node sdb_builder::number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width)
+node sdb_builder::leaf_of(std::uint16_t tag, std::uint64_t value, unsigned width)
 {
-    require_type(tag, type);
     const node leaf = begin_leaf(tag);
     append(arena_, value, width);
     return end_leaf(leaf);
+}
+
+node sdb_builder::number(std::uint16_t tag, std::uint64_t value, unsigned width)
+{
+    require_type(tag, width == 0   ? type::null_
+                      : width == 1 ? type::byte_
+                      : width == 2 ? type::word
+                      : width == 4 ? type::dword
+                                   : type::qword);
+    return leaf_of(tag, value, width);
+}
+
+node sdb_builder::string_ref(std::uint16_t tag, std::uint32_t reference)
+{
+    require_type(tag, type::stringref);
+    return leaf_of(tag, reference, 4);
+}
+
+node sdb_builder::text(std::uint16_t tag, std::string_view utf8)
+{
+    return string_ref(tag, table_text(utf8));
 }
 
 node sdb_builder::text_units(std::uint16_t tag, std::u16string_view units)
@@ -198,6 +220,11 @@ node sdb_builder::text_units(std::uint16_t tag, std::u16string_view units)
     bytes stored;
     append(stored, units);
     return string_ref(tag, add_to_table(terminated(stored)));
+}
+
+node sdb_builder::patch_bits(const std::vector<patch_op>& operations)
+{
+    return binary(tag::patch_bits, patch_bytes(operations));
 }
 
 node sdb_builder::list(std::uint16_t tag, const std::vector<node>& children)

@@ -11,7 +11,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "sdb/tags.h"
 #include "support/byte_writer.h"
 
 // Shim database images for tests, laid out as a tree that reads like the file it makes:
@@ -29,22 +28,17 @@
 //     const auto image = b.build();
 //     const std::uint32_t where = b.offset_of("fix");
 //
-// The image, in file order:
-//
-//     12 bytes      the two version words and the magic "sdbf"
-//     0x7802        the index collection, when index() was called
-//     lead()        root tags in front of the database list
-//     0x7001        the database list with what add() gave it
-//     0x7801        the string table: each distinct text once, in the order of first use
-//     trail()       whatever comes behind
+// The image, in file order: 12 bytes of the two version words and the magic "sdbf"; the index
+// collection, if index() was called; what lead() gave; the database list with what add() gave it;
+// the string table, each distinct text once, in the order of first use; what trail() gave.
 //
 // A tag is a node, and a node stands at one place of one tree. Nodes cost a few bytes each in one
 // arena, and building is one pass, so images of many megabytes are made the same way as small ones.
 //
 // Misuse (a tag of another type than the call's, a malformed GUID or UTF-8 text, an unknown label,
-// a node that stands twice or a reference to one that stands nowhere) throws std::logic_error: it
-// is a fault of the test. Malformed images are made on purpose with raw(), list_with_size(),
-// with_size(), string_ref(), table_bytes() and string_table_size().
+// a node that stands twice or a reference to one that stands nowhere) throws std::logic_error.
+// Malformed images are made with raw(), list_with_size(), with_size(), string_ref(), table_bytes()
+// and string_table_size().
 namespace test_support {
 
 // What a node is known by before and after it stands in an image; made by sdb_builder alone.
@@ -131,34 +125,16 @@ public:
     }
 
     // Tags. The tag's type must be the call's.
-    node null(std::uint16_t tag) { return number(tag, sdb::type::null_, 0, 0); }
-    node byte(std::uint16_t tag, std::uint8_t value)
-    {
-        return number(tag, sdb::type::byte_, value, 1);
-    }
-    node word(std::uint16_t tag, std::uint16_t value)
-    {
-        return number(tag, sdb::type::word, value, 2);
-    }
-    node dword(std::uint16_t tag, std::uint32_t value)
-    {
-        return number(tag, sdb::type::dword, value, 4);
-    }
-    node qword(std::uint16_t tag, std::uint64_t value)
-    {
-        return number(tag, sdb::type::qword, value, 8);
-    }
+    node null(std::uint16_t tag) { return number(tag, 0, 0); }
+    node byte(std::uint16_t tag, std::uint8_t value) { return number(tag, value, 1); }
+    node word(std::uint16_t tag, std::uint16_t value) { return number(tag, value, 2); }
+    node dword(std::uint16_t tag, std::uint32_t value) { return number(tag, value, 4); }
+    node qword(std::uint16_t tag, std::uint64_t value) { return number(tag, value, 8); }
     // String reference with any number as its value.
-    node string_ref(std::uint16_t tag, std::uint32_t reference)
-    {
-        return number(tag, sdb::type::stringref, reference, 4);
-    }
+    node string_ref(std::uint16_t tag, std::uint32_t reference);
     // String reference to a text of the string table, put there when it is new, with a
     // terminating zero unit in its stored bytes.
-    node text(std::uint16_t tag, std::string_view utf8)
-    {
-        return string_ref(tag, table_text(utf8));
-    }
+    node text(std::uint16_t tag, std::string_view utf8);
     // The same for units that no UTF-8 text gives: lone surrogates, zeros in the middle.
     node text_units(std::uint16_t tag, std::u16string_view units);
     node list(std::uint16_t tag, const std::vector<node>& children);
@@ -167,10 +143,7 @@ public:
     // Binary; an odd length is followed by the pad byte.
     node binary(std::uint16_t tag, const bytes& value);
     node guid(std::uint16_t tag, std::string_view text) { return binary(tag, guid_bytes(text)); }
-    node patch_bits(const std::vector<patch_op>& operations)
-    {
-        return binary(sdb::tag::patch_bits, patch_bytes(operations));
-    }
+    node patch_bits(const std::vector<patch_op>& operations);
     node index_bits(const std::vector<index_entry>& entries);
     // Dword that holds the offset of another tag.
     node reference(std::uint16_t tag, const target& where);
@@ -257,7 +230,8 @@ private:
     }
     node begin_leaf(std::uint16_t tag);
     node end_leaf(node leaf);
-    node number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width);
+    node number(std::uint16_t tag, std::uint64_t value, unsigned width);
+    node leaf_of(std::uint16_t tag, std::uint64_t value, unsigned width);
     void put_target(node leaf, const target& where);
     std::uint32_t add_to_table(const bytes& units);
 
