@@ -201,7 +201,7 @@ report::installed_table table_of(const bytes& image)
 {
     report::installed_table table;
     hive::hive_bytes hive;
-    hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
+    hive.open(test_support::source_of(image));
     hive::hive_query(report::installed_query(), hive::hive_image(std::move(hive)),
                      [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
     return table;

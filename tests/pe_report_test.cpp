@@ -14,8 +14,7 @@ using test_support::text_sink;
 report::pe_list properties(const bytes& image)
 {
     report::pe_list list;
-    auto source = std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end()));
-    const bool is_program = report::read_pe_stats(list, std::move(source), "");
+    const bool is_program = report::read_pe_stats(list, test_support::source_of(image), "");
     EXPECT_EQ(is_program, !list.empty());
     return list;
 }
