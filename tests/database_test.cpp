@@ -1,9 +1,5 @@
 #include "sdb/database.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include <gtest/gtest.h>
 
 #include "sdb/tags.h"
@@ -11,7 +7,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace tag = sdb::tag;
 using test_support::bytes;
 using test_support::node;
@@ -23,15 +18,10 @@ class database : public testing::Test {
 protected:
     bool load(const bytes& image)
     {
-        return db.load_image(io::byte_vector(image.begin(), image.end()), options);
+        return db.load_image(io::byte_vector(image.begin(), image.end()));
     }
     void load(sdb_builder& b) { ASSERT_TRUE(load(b.build())); }
 
-    std::string string_at(std::uint32_t reference)
-    {
-        std::string text;
-        return db.read_string_ref(text, reference) ? text : "(none)";
-    }
     offsets children(std::uint32_t list)
     {
         std::vector<sdb::sdb_child_record> rows;
@@ -64,7 +54,6 @@ protected:
         return {value.begin(), value.end()};
     }
 
-    front::sdb_opts options;
     sdb::sdb_database db;
 };
 
@@ -104,22 +93,17 @@ TEST_F(database, any_file_with_the_right_head_loads_and_no_other)
     }
 }
 
-TEST_F(database, files_are_read_up_to_their_limit_and_give_their_times)
+TEST_F(database, files_are_read_up_to_their_limit)
 {
-    const fs::path path = fs::path(testing::TempDir()) / "database_limit.sdb";
     sdb_builder b;
     b.add({b.binary(tag::file_bits, bytes(20'971'520)), b.null(tag::general)});
     const bytes image = b.build();
-    std::ofstream file(path, std::ios::binary);
-    std::copy(image.begin(), image.end(), std::ostreambuf_iterator<char>(file));
-    file.close();
-    EXPECT_TRUE(db.load(path.string(), options));
+    io::memory_source file(io::byte_vector(image.begin(), image.end()));
+    EXPECT_TRUE(db.load(file));
     EXPECT_EQ(db.image().size(), 20'971'520u);
     EXPECT_EQ(db.tag_count(), 2u);
-    EXPECT_NE(options.file_write_time, 0u);
-    EXPECT_NE(options.file_access_time, 0u);
-    fs::remove(path);
-    EXPECT_FALSE(db.load(path.string(), options) || db.loaded());
+    io::memory_source empty({});
+    EXPECT_FALSE(db.load(empty) || db.loaded());
 }
 
 TEST_F(database, every_type_is_decoded_and_stepped_over)
@@ -195,7 +179,7 @@ TEST_F(database, tags_count_from_the_database_list_on)
     EXPECT_TRUE(db.read_item(item, b.offset_of(late)) && !item.indexed);
     EXPECT_TRUE(db.read_item(item, b.offset_of(exe)) && item.indexed);
     offsets exes;
-    for (const std::uint32_t ordinal : db.ordinals_by_tag(tag::exe)) {
+    for (const sdb::tag_ordinal ordinal : db.ordinals_by_tag(tag::exe)) {
         exes.push_back(db.offset_at(ordinal));
     }
     EXPECT_EQ(exes, (offsets{b.offset_of(exe), b.offset_of(second_exe)}));
@@ -236,7 +220,6 @@ TEST_F(database, indexes_are_read_before_the_database_list_alone)
     EXPECT_EQ(odd.index_key, 0x6002);
     EXPECT_EQ(odd.bits_position, 22u);
     EXPECT_EQ(odd.entries.size(), 1u) << "a partial entry is left out";
-    EXPECT_EQ(options.last_index_key, 0x6002);
 }
 
 TEST_F(database, string_references)
@@ -261,7 +244,8 @@ TEST_F(database, string_references)
         {b.database_offset() - b.string_table_offset(), "(none)"}, // the sum does not wrap
     };
     for (const auto& [reference, text] : cases) {
-        EXPECT_EQ(string_at(reference), text) << reference;
+        std::string found;
+        EXPECT_EQ(db.read_string_ref(found, reference) ? found : "(none)", text) << reference;
     }
 }
 

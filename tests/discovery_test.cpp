@@ -66,14 +66,14 @@ protected:
     }
     paths walked(const std::string& root, std::uint32_t depth, std::string_view filter = "*") const
     {
-        const front::cmd_params options;
-        std::vector<front::filter_entry> filters;
+        const request::cmd_params options;
+        std::vector<request::filter_entry> filters;
         front::parse_filter(filters, filter);
-        mvportdir::stdin_stream_ex stream(options, nullptr);
+        front::stdin_stream_ex stream(options, nullptr);
         EXPECT_TRUE(stream.start_walk(root, depth, filters));
         return entries_of(stream);
     }
-    static paths entries_of(mvportdir::stdin_stream_ex& stream)
+    static paths entries_of(front::stdin_stream_ex& stream)
     {
         paths found;
         for (std::string entry; stream.stdin_list_next(entry);) {
@@ -189,20 +189,15 @@ TEST_F(discovery, default_folders_are_found_in_any_spelling)
     make({"wINDOWS/APPpatch/sysmain.sdb", "wINDOWS/APPpatch/Custom/a.sdb",
           "wINDOWS/system32/COMPATTEL/b.sdb", "wINDOWS/system32/appraiser/c.SDB",
           "wINDOWS/system32/d.sdb", "e.sdb"});
-    front::sdb_opts options;
-    options.target_files = {"first.sdb"};
-    options.volume_text = root_;
-    front::add_default_targets(options);
-    EXPECT_EQ(options.target_files.front(), "first.sdb");
-    options.target_files.erase(options.target_files.begin());
-    for (std::string& path : options.target_files) {
+    paths found = {"first.sdb"};
+    front::add_default_targets(found, root_);
+    EXPECT_EQ(found.front(), "first.sdb");
+    found.erase(found.begin());
+    for (std::string& path : found) {
         EXPECT_TRUE(fs::exists(path_of(path))) << path;
         path = path.substr(path.find_last_of("\\/") + 1);
     }
-    EXPECT_EQ(options.target_files, (paths{"sysmain.sdb", "a.sdb", "b.sdb", "c.SDB"}));
-    front::sdb_opts without_volume;
-    front::add_default_targets(without_volume);
-    EXPECT_EQ(without_volume.volume_text, "c:");
+    EXPECT_EQ(found, (paths{"sysmain.sdb", "a.sdb", "b.sdb", "c.SDB"}));
 }
 
 TEST_F(discovery, list_walk_takes_the_last_folder_first_and_files_from_the_end)
@@ -245,13 +240,13 @@ TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
     const std::string start(4095, 'x');
     std::fputs(("one\r\r\n\n\r\n" + start + std::string(905, 'y') + "\nlast").c_str(), input);
     std::rewind(input);
-    const front::cmd_params options;
-    mvportdir::stdin_stream_ex stream(options, input);
+    const request::cmd_params options;
+    front::stdin_stream_ex stream(options, input);
     std::string entry;
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
     EXPECT_TRUE(stream.stdin_list_next(entry));
     EXPECT_FALSE(stream.start_walk("", 1, {}));
-    std::vector<front::filter_entry> filters;
+    std::vector<request::filter_entry> filters;
     front::parse_filter(filters, "*.sdb");
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, filters));
     EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb"}));

@@ -1,17 +1,17 @@
 // What a run learns from the software hive, and that no hive, however damaged, harms it.
 
-#include "report/installed_databases.h"
+#include "model/installed_databases.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
-#include "hive/hive_query.h"
+#include "ntfs/locked_file.h"
 #include "support/hive_builder.h"
+#include "support/memory_device.h"
+#include "support/ntfs_builder.h"
 #include "uni/text.h"
 
 namespace {
@@ -48,30 +48,23 @@ protected:
     void gather(std::vector<hive_key> databases)
     {
         write(hive_builder().build(test_support::software_hive(std::move(databases))));
-        report::gather_installed_databases(options);
+        model::gather_installed_databases(targets, options);
     }
 
     files::path folder_;
-    front::sdb_opts options;
+    request::sdb_opts options;
+    model::run_targets targets;
 };
-
-hive_value_record row(std::string key, std::string name, bytes data)
-{
-    return {.path_segments = std::make_shared<const hive::key_path>(
-                hive::key_path{"Software", "1", "2", "3", "4", "5", std::move(key)}),
-            .last_write = 77,
-            .value_name = std::move(name),
-            .data = std::move(data)};
-}
-
-std::string facts_of(const front::installed_database& database)
-{
-    return std::to_string(database.database_type) + "|" + std::to_string(database.install_time) +
-           "|" + database.database_path + "|" + database.description;
-}
 
 TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
 {
+    const auto row = [](std::string key, std::string name, bytes data, std::uint64_t time) {
+        return hive_value_record{.path_segments = std::make_shared<const hive::key_path>(
+                                     hive::key_path{"", "1", "2", "3", "4", "5", std::move(key)}),
+                                 .last_write = time,
+                                 .value_name = std::move(name),
+                                 .data = std::move(data)};
+    };
     struct {
         const char* name;
         bytes data;
@@ -89,32 +82,30 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
         {"", {1}, "0|0||"},
     };
     for (const auto& one : cases) {
-        report::installed_table table;
-        report::fold_installed_row(table, row("{A}", one.name, one.data));
+        model::installed_table table;
+        model::fold_installed_row(table, row("{A}", one.name, one.data, 77));
+        // The key has its first row's time; of several values that mean the same the last counts.
+        model::fold_installed_row(table, row("{a}", one.name, {}, 99));
+        model::fold_installed_row(table, row("{A}", one.name, one.data, 99));
         ASSERT_EQ(table.size(), 1u);
-        EXPECT_EQ(table["{a}"].key_path, "{a}");
-        EXPECT_EQ(table["{a}"].key_modtime, 77u);
-        EXPECT_EQ(facts_of(table["{a}"]), one.facts) << one.name;
+        const model::installed_database& found = table["{a}"];
+        EXPECT_EQ(found.key_path, "{a}");
+        EXPECT_EQ(found.key_modtime, 77u);
+        EXPECT_EQ(std::to_string(found.database_type) + "|" + std::to_string(found.install_time) +
+                      "|" + found.database_path + "|" + found.description,
+                  one.facts)
+            << one.name;
     }
-    report::installed_table table;
-    hive_value_record shallow = row("x", "path", {});
+    model::installed_table table;
+    hive_value_record shallow = row("x", "path", {}, 1);
     shallow.path_segments = std::make_shared<const hive::key_path>(hive::key_path(6));
-    report::fold_installed_row(table, shallow);
+    model::fold_installed_row(table, shallow);
     EXPECT_TRUE(table.empty());
-    hive_value_record later = row("{a}", "path", text_value("", "last").data);
-    later.last_write = 99;
-    for (const hive_value_record& one :
-         {row("{A}", "type", {1}), row("{A}", "path", text_value("", "1").data), later}) {
-        report::fold_installed_row(table, one);
-    }
-    EXPECT_EQ(table.size(), 1u);
-    EXPECT_EQ(table["{a}"].database_path, "last");
-    EXPECT_EQ(table["{a}"].key_modtime, 77u);
 }
 
 TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
 {
-    options.target_files = {"x/HELPER.sdb", "plain.sdb"};
+    targets.files = {"x/HELPER.sdb", "plain.sdb"};
     gather({installed_database("{4}", "C:\\Custom\\zulu.sdb", "last by name", 4),
             installed_database("{2}", "C:\\Custom\\Alpha.sdb", "first key", 2),
             installed_database("{3}", "D:\\Other\\ALPHA.SDB", "second key", 3),
@@ -122,55 +113,63 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
             {.name = "{0}", .values = {text_value("DatabaseDescription", "no path")}},
             {.name = "{5}"},
             {.name = "{6}", .subkeys = {installed_database("below", "C:\\below.sdb", "", 6)}}});
-    EXPECT_EQ(options.target_files,
+    EXPECT_EQ(targets.files,
               (std::vector<std::string>{"x/HELPER.sdb", "plain.sdb", "C:\\Custom\\Alpha.sdb",
                                         "C:\\Custom\\zulu.sdb"}));
-    ASSERT_EQ(options.installed_databases.size(), 4u);
-    const front::installed_database& alpha = options.installed_databases.at("alpha.sdb");
+    ASSERT_EQ(targets.installed.size(), 4u);
+    const model::installed_database& alpha = targets.installed.at("alpha.sdb");
     EXPECT_EQ(alpha.key_path, "{2}");
     EXPECT_EQ(alpha.description, "first key");
     EXPECT_EQ(alpha.install_time, 2u);
     EXPECT_EQ(alpha.database_type, 0x10000u);
     EXPECT_EQ(alpha.local_path, "C:\\Custom\\Alpha.sdb");
-    EXPECT_EQ(options.installed_databases.at("").description, "no path");
+    EXPECT_EQ(targets.installed.at("").description, "no path");
+    for (const char* const path : {"ALPHA.sdb", "/mnt/Alpha.SDB", "Q:\\any where\\alpha.sdb"}) {
+        EXPECT_EQ(model::find_installed(targets.installed, path), &alpha) << path;
+    }
+    for (const char* const path : {"D:\\y\\", "", "alpha", "D:\\alpha.sdb\\b"}) {
+        EXPECT_EQ(model::find_installed(targets.installed, path), nullptr) << path;
+    }
 }
 
 TEST_F(Gathering, FindsThePathsOnTheVolume)
 {
+    options.volume_text = folder_.string();
+    files::create_directories(folder_ / "Custom");
+    std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
     for (const bool is_snapshot : {false, true}) {
         options.volume_given = !is_snapshot;
         options.vss_given = is_snapshot;
-        options.volume_text = folder_.string();
-        options.target_files.clear();
-        options.installed_databases.clear();
-        files::create_directories(folder_ / "Custom");
-        std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
+        targets = {};
         gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
                 installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
                 installed_database("{3}", "x", "too short", 1),
                 installed_database("{4}", "C:\\q\\", "a folder", 1)});
         std::vector<std::string> found;
-        for (const std::string& path : options.target_files) {
+        for (const std::string& path : targets.files) {
             EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
             found.push_back(
                 uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
         }
         EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
-        EXPECT_EQ(options.installed_databases.at("").description, "a folder");
-        EXPECT_EQ(options.installed_databases.at("x").description, "too short");
-        EXPECT_EQ(options.installed_databases.at("there.sdb").database_path,
-                  "C:\\CUSTOM\\\\there.sdb");
+        EXPECT_EQ(targets.installed.at("").description, "a folder");
+        EXPECT_EQ(targets.installed.at("x").description, "too short");
+        EXPECT_EQ(targets.installed.at("there.sdb").database_path, "C:\\CUSTOM\\\\there.sdb");
     }
 }
 
 TEST_F(Gathering, IsSilentWithoutAHive)
 {
-    options.target_files = {"a.sdb"};
-    const auto check = [this](const char* what) {
-        SCOPED_TRACE(what);
-        report::gather_installed_databases(options);
-        EXPECT_EQ(options.target_files.size(), 1u);
-        EXPECT_TRUE(options.installed_databases.empty());
+    targets.files = {"a.sdb"};
+    const auto check = [this](const char* what, std::size_t installed = 0) {
+        targets.installed.clear();
+        model::gather_installed_databases(targets, options);
+        EXPECT_EQ(targets.files.size(), 1u) << what;
+        EXPECT_EQ(targets.installed.size(), installed) << what;
+    };
+    const auto check_hive = [&](const char* what, std::vector<hive_key> databases) {
+        write(hive_builder().build(test_support::software_hive(std::move(databases))));
+        check(what, what[0] == '1' ? 1 : 0);
     };
     check("no such file");
     write({});
@@ -179,14 +178,9 @@ TEST_F(Gathering, IsSilentWithoutAHive)
     check("no hive");
     write(hive_builder().build({.name = "root"}));
     check("nothing installed");
-    gather({});
-    check("an empty list");
-    gather({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}});
-    check("a database whose values are empty");
-    gather({installed_database("{1}", "", "", 0, 0)}); // its type and time are data all the same
-    EXPECT_EQ(options.installed_databases.size(), 1u);
-    EXPECT_EQ(options.target_files.size(), 1u);
-    options.installed_databases.clear();
+    check_hive("an empty list", {});
+    check_hive("no data", {{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}});
+    check_hive("1 without a path", {installed_database("{1}", "", "", 0, 0)});
     options.hive_given = false;
     check("a hive that was not asked for");
     options.hive_given = true;
@@ -196,14 +190,58 @@ TEST_F(Gathering, IsSilentWithoutAHive)
     check("no path");
 }
 
-// The table of the installed databases of a hive, its image in an allocation of its own size.
-report::installed_table table_of(const bytes& image)
+// The hive of a volume, whose folder's index and whose data lie in clusters.
+TEST(LockedHives, AreNoneWhereMemoryRunsOut)
 {
-    report::installed_table table;
+    const bytes hive = hive_builder().build(
+        test_support::software_hive({installed_database("{1}", "C:\\1.sdb", "", 1)}));
+    test_support::ntfs_builder volume = test_support::windows_volume(
+        {test_support::non_resident_attribute(0x80, {{0x21, 127, 200, 0, 0}, hive.size()})});
+    volume.clusters(200, hive);
+    request::sdb_opts options;
+    options.volume_text = "c:";
+    options.software_hive_path = "no such hive";
+    std::size_t not_found = 0;
+    for (std::size_t reads = 0;; ++reads) {
+        test_support::memory_disk disk;
+        disk.bytes = volume.image();
+        disk.reads_that_fit = reads;
+        const hive::hive_bytes found =
+            model::load_software_hive(options, {}, test_support::opener_of(disk));
+        if (disk.reads.size() < reads) { // it needs no more
+            EXPECT_EQ(found.size(), hive.size());
+            break;
+        }
+        EXPECT_EQ(found.size(), 0u) << reads;
+        disk.reads.clear();
+        try {
+            not_found +=
+                ntfs::open_locked_file(ntfs::open_ntfs_volume("c:", ntfs::volume_source::letter,
+                                                              test_support::opener_of(disk)),
+                                       test_support::hive_path) == nullptr;
+        } catch (const std::bad_alloc&) {
+            // Whoever asks for the hive takes this.
+        }
+    }
+    EXPECT_GT(not_found, 0u) << "a value that does not fit is one that cannot be read";
+    EXPECT_EQ(
+        model::load_software_hive(
+            options, {},
+            [](const std::string&, platform::device_access) -> std::unique_ptr<platform::device> {
+                throw std::bad_alloc();
+            })
+            .size(),
+        0u);
+}
+
+// The table of the installed databases of a hive, its image in an allocation of its own size.
+model::installed_table table_of(const bytes& image)
+{
+    model::installed_table table;
     hive::hive_bytes hive;
     hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
-    hive::hive_query(report::installed_query(), hive::hive_image(std::move(hive)),
-                     [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
+    hive::hive_query(model::installed_query(), hive::hive_image(std::move(hive)),
+                     [&table](hive_value_record&& row) { model::fold_installed_row(table, row); });
     return table;
 }
 
@@ -227,7 +265,7 @@ TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
         std::size_t most = 0;
         for (std::size_t size = 0; size <= image.size();
              size += list == lh && size < 8192 ? 1 : 512) {
-            const report::installed_table table =
+            const model::installed_table table =
                 table_of({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)});
             EXPECT_GE(table.size(), most) << size;
             most = table.size();
@@ -296,7 +334,7 @@ TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
             test_support::software_hive({first, installed_database("{1}", "C:\\1.sdb", "", 1),
                                          installed_database("{2}", "C:\\2.sdb", "", 1)}));
         one.harm(builder, image, keys);
-        report::installed_table table = table_of(image);
+        model::installed_table table = table_of(image);
         EXPECT_EQ(table["{1}"].database_path, "C:\\1.sdb") << one.what;
         EXPECT_EQ(table["{2}"].database_path, "C:\\2.sdb") << one.what;
     }

@@ -56,6 +56,17 @@ request::sdb_opts listing_options(std::initializer_list<std::string_view> listin
     return options;
 }
 
+request::sdb_opts row_options(std::string_view form, std::string_view timeformat)
+{
+    request::sdb_opts options;
+    options.form = form;
+    options.csv_separator = options.field_char_from = ',';
+    options.field_char_to = ' ';
+    options.timeformat = timeformat;
+    uni::compile_date_style(options.date_style, options.dateformat, timeformat, false);
+    return options;
+}
+
 made_report database_report(const sdb::sdb_database& database, const request::sdb_opts& options,
                             const about& subject)
 {

@@ -32,6 +32,9 @@ struct made_report {
 request::sdb_opts listing_options(std::initializer_list<std::string_view> listings,
                                   std::string_view form = "xml");
 
+// Options of a form as they are once the command line was read, with a comma between fields.
+request::sdb_opts row_options(std::string_view form, std::string_view timeformat = "hh:mm:ss.xxx");
+
 // What a report is about, beside the database.
 struct about {
     std::string path = "c:\\a&b.sdb";
