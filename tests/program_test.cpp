@@ -19,7 +19,8 @@ model::pe_list properties(const bytes& image)
 {
     model::pe_list list;
     auto source = std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end()));
-    EXPECT_EQ(model::read_pe_stats(list, std::move(source), ""), !list.empty());
+    const bool is_program = model::read_pe_stats(list, std::move(source), "");
+    EXPECT_EQ(is_program, !list.empty());
     return list;
 }
 

@@ -29,13 +29,9 @@ std::ptrdiff_t records_listed(const sdb::sdb_database& database, std::uint16_t t
     return count;
 }
 
-void expect_agreement(const sdb::sdb_database& database)
+void expect_agreement(const sdb::sdb_database& database, std::uint32_t looked_for)
 {
-    for (const sdb::tag_table::row& row : database.children().rows()) {
-        if (row.tag == tag::name || sdb::is_expanded_dword_tag(row.tag)) {
-            EXPECT_EQ(difference_of_short_ways(database, {{row.offset}}), "") << row.offset;
-        }
-    }
+    EXPECT_EQ(difference_of_short_ways(database, {{looked_for}}), "");
     model::database_facts facts;
     model::gather_facts(facts, database);
     for (const std::uint16_t tag : report::application_tags(database)) {
@@ -84,7 +80,9 @@ TEST(statistics, counts_agree_with_listings_where_a_record_takes_in_what_is_not_
     for (const bytes& image :
          {small_reference_list_at_the_end(), followed_record_that_reaches_out()}) {
         const loaded_database in(image);
-        expect_agreement(in.database);
+        for (const sdb::tag_table::row& row : in.database.children().rows()) {
+            expect_agreement(in.database, row.offset);
+        }
         EXPECT_EQ(records_listed(in.database, tag::exe), 0); // a mere reference
     }
 }
@@ -93,17 +91,18 @@ TEST(statistics, counts_agree_with_listings_whatever_size_a_list_claims)
 {
     const bytes image = sample_database();
     const loaded_database whole(image);
-    expect_agreement(whole.database);
+    std::uint32_t any = 0;
     for (const sdb::tag_table::list_row& list : whole.database.children().lists()) {
-        const std::uint32_t sizes[] = {0, list.size - 1, list.size + 1, 4, 0xffffffff};
-        const std::uint32_t size = sizes[list.ordinal.number() % std::size(sizes)];
-        bytes damaged = image;
-        for (unsigned i = 0; i < 4; ++i) {
-            damaged[whole.database.offset_at(list.ordinal) + 2 + i] =
-                static_cast<std::uint8_t>(size >> 8 * i);
+        const std::uint32_t place = whole.database.offset_at(list.ordinal);
+        for (const std::uint32_t size :
+             {list.size, 0u, list.size - 1, list.size + 1, 4u, 0xffffffffu}) {
+            bytes damaged = image;
+            put(damaged, place + 2, size, 4);
+            const loaded_database in(damaged);
+            any = (any + 97) % in.database.tag_count();
+            SCOPED_TRACE(std::to_string(place) + ' ' + std::to_string(size));
+            expect_agreement(in.database, in.database.offset_at(sdb::tag_ordinal(any)));
         }
-        SCOPED_TRACE(list.ordinal.number());
-        expect_agreement(loaded_database(damaged).database);
     }
 }
 

@@ -51,6 +51,9 @@ made_report database_report(const bytes& image, const request::sdb_opts& options
 // The statistics of a database.
 made_report statistics_report(const bytes& image, const request::sdb_opts& options,
                               const about& subject = {});
+// The statistics or the listings, whichever the options ask for, as they go out.
+void write_report(uni::text_buffer& out, const sdb::sdb_database& database,
+                  const request::sdb_opts& options);
 // What a program says of itself.
 made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,
                            const about& subject = {});
