@@ -52,11 +52,11 @@ TEST(filter, paths)
         std::vector<request::filter_entry> entries;
         front::parse_filter(entries, filter);
         bool open_failed = true;
-        for (const std::string& path : accepted) {
-            EXPECT_TRUE(front::filter_accepts({}, open_failed, path, entries)) << filter << path;
-        }
-        for (const std::string& path : refused) {
-            EXPECT_FALSE(front::filter_accepts({}, open_failed, path, entries)) << filter << path;
+        for (const auto* const list : {&accepted, &refused}) {
+            for (const std::string& path : *list) {
+                EXPECT_EQ(front::filter_accepts({}, open_failed, path, entries), list == &accepted)
+                    << filter << path;
+            }
         }
         EXPECT_FALSE(open_failed) << "no file is touched";
     }
@@ -78,16 +78,16 @@ TEST(filter, signatures)
     const file_on_disk file("12345678sdbf");
     const std::string absent = file.path + ".absent";
     bool failed = true;
-    for (const char* const text : {"73 64 62 66|8", "73 64 62 66,0x8", "31 32"}) {
-        EXPECT_TRUE(
-            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}))
-            << text;
-    }
-    // In the third the last byte lies behind the file's end.
-    for (const char* const text :
-         {"|8", "73 64 62 66|7", "73 64 62 66|9", "73|0xffffffffffffffff"}) {
-        EXPECT_FALSE(
-            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}))
+    for (const auto& [text, is_accepted] : {std::pair("73 64 62 66|8", true),
+                                            {"73 64 62 66,0x8", true},
+                                            {"31 32", true},
+                                            {"|8", false},
+                                            {"73 64 62 66|7", false},
+                                            {"73 64 62 66|9", false}, // up to behind the file's end
+                                            {"73|0xffffffffffffffff", false}}) {
+        EXPECT_EQ(
+            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}),
+            is_accepted)
             << text;
     }
     EXPECT_FALSE(failed);
