@@ -283,9 +283,9 @@ private:
         std::string entry;
         while (opened && out_.report.good() && list.stdin_list_next(entry)) {
             bool open_failed = false;
-            file_times times;
-            if (entry.empty() ||
-                !filter_accepts(options_, open_failed, entry, options_.filter_list, &times)) {
+            const bool accepted =
+                filter_accepts(options_, open_failed, entry, options_.filter_list);
+            if (!accepted && !open_failed) {
                 continue;
             }
             if (files_.check_entry(entry, out_.notices) != outputs::entry::other) {
