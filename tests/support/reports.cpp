@@ -56,6 +56,13 @@ request::sdb_opts listing_options(std::initializer_list<std::string_view> listin
     return options;
 }
 
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form)
+{
+    request::sdb_opts options = listing_options({"tag"}, form);
+    options.tag_filter = tag;
+    return options;
+}
+
 made_report database_report(const sdb::sdb_database& database, const request::sdb_opts& options,
                             const about& subject)
 {

@@ -31,6 +31,8 @@ struct made_report {
 // Options that ask for these listings in a form.
 request::sdb_opts listing_options(std::initializer_list<std::string_view> listings,
                                   std::string_view form = "xml");
+// The same for the records with one tag.
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form = "xml");
 
 // What a report is about, beside the database.
 struct about {
