@@ -5,6 +5,7 @@
 
 #include "io/notice.h"
 #include "platform/host.h"
+#include "uni/marks.h"
 #include "uni/text.h"
 #include "uni/time.h"
 
@@ -124,7 +125,8 @@ std::string command_line(const argument_list& args)
 
 std::string make_run_header(const argument_list& args)
 {
-    return std::string(banner) + "\n" + run_line(args) + "\n" + command_line(args);
+    return std::string(banner) + "\n" + uni::marked(run_line(args)) + "\n" +
+           uni::marked(command_line(args));
 }
 
 bool asks_for_help(argument_list& args)
