@@ -132,6 +132,7 @@ private:
         report::job work = new_job(*form, path);
         work.database = &file.database;
         work.times = file.source->times();
+        work.source = file.source.get();
         if (options_.stats) {
             work.installed = model::find_installed(targets_.installed, path);
             report::report_of("stats").make(work);
@@ -185,6 +186,7 @@ private:
                 return;
             }
         }
+        form_.make(out_.report, options_, state_)->end_stream();
     }
 
     void work_on_entries()

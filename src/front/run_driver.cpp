@@ -26,6 +26,18 @@ int refuse(const std::string& run_header, io::output_sink& standard_output)
     return failure;
 }
 
+bool has_banner(const request::sdb_opts& options)
+{
+    switch (form::form_of(options.form).header) {
+    case form::banner::always:
+        return true;
+    case form::banner::not_on_files:
+        return !options.stats || options.pe_stats;
+    default:
+        return false;
+    }
+}
+
 void say_what_was_not_written(const io::standard_output& standard_output, io::notices& notices)
 {
     if (standard_output.reader_is_gone()) {
@@ -89,7 +101,7 @@ int run_driver(argument_list args)
     }
     io::output_sink* const results = files.results();
     io::output_sink& out = results ? *results : standard_output;
-    if (form::form_of(options.form).has_banner) {
+    if (has_banner(options)) {
         out.text(run_header);
         out.line_end();
     }
