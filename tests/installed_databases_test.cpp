@@ -1,17 +1,16 @@
 // What a run learns from the software hive, and that no hive, however damaged, harms it.
 
-#include "report/installed_databases.h"
+#include "model/installed_databases.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
-#include "hive/hive_query.h"
 #include "support/hive_builder.h"
+#include "support/memory_device.h"
+#include "support/ntfs_builder.h"
 #include "uni/text.h"
 
 namespace {
@@ -48,30 +47,23 @@ protected:
     void gather(std::vector<hive_key> databases)
     {
         write(hive_builder().build(test_support::software_hive(std::move(databases))));
-        report::gather_installed_databases(options);
+        model::gather_installed_databases(targets, options);
     }
 
     files::path folder_;
-    front::sdb_opts options;
+    request::sdb_opts options;
+    model::run_targets targets;
 };
-
-hive_value_record row(std::string key, std::string name, bytes data)
-{
-    return {.path_segments = std::make_shared<const hive::key_path>(
-                hive::key_path{"Software", "1", "2", "3", "4", "5", std::move(key)}),
-            .last_write = 77,
-            .value_name = std::move(name),
-            .data = std::move(data)};
-}
-
-std::string facts_of(const front::installed_database& database)
-{
-    return std::to_string(database.database_type) + "|" + std::to_string(database.install_time) +
-           "|" + database.database_path + "|" + database.description;
-}
 
 TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
 {
+    const auto row = [](std::string key, std::string name, bytes data, std::uint64_t time) {
+        return hive_value_record{.path_segments = std::make_shared<const hive::key_path>(
+                                     hive::key_path{"", "1", "2", "3", "4", "5", std::move(key)}),
+                                 .last_write = time,
+                                 .value_name = std::move(name),
+                                 .data = std::move(data)};
+    };
     struct {
         const char* name;
         bytes data;
@@ -89,32 +81,29 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
         {"", {1}, "0|0||"},
     };
     for (const auto& one : cases) {
-        report::installed_table table;
-        report::fold_installed_row(table, row("{A}", one.name, one.data));
+        model::installed_table table;
+        model::fold_installed_row(table, row("{A}", one.name, one.data, 77));
+        // The key has its first row's time; of several values that mean the same the last counts.
+        model::fold_installed_row(table, row("{a}", one.name, {}, 99));
+        model::fold_installed_row(table, row("{A}", one.name, one.data, 99));
         ASSERT_EQ(table.size(), 1u);
-        EXPECT_EQ(table["{a}"].key_path, "{a}");
-        EXPECT_EQ(table["{a}"].key_modtime, 77u);
-        EXPECT_EQ(facts_of(table["{a}"]), one.facts) << one.name;
+        const model::installed_database& found = table["{a}"];
+        EXPECT_EQ(found.key_path + std::to_string(found.key_modtime), "{a}77");
+        EXPECT_EQ(std::to_string(found.database_type) + "|" + std::to_string(found.install_time) +
+                      "|" + found.database_path + "|" + found.description,
+                  one.facts)
+            << one.name;
     }
-    report::installed_table table;
-    hive_value_record shallow = row("x", "path", {});
+    model::installed_table table;
+    hive_value_record shallow = row("x", "path", {}, 1);
     shallow.path_segments = std::make_shared<const hive::key_path>(hive::key_path(6));
-    report::fold_installed_row(table, shallow);
+    model::fold_installed_row(table, shallow);
     EXPECT_TRUE(table.empty());
-    hive_value_record later = row("{a}", "path", text_value("", "last").data);
-    later.last_write = 99;
-    for (const hive_value_record& one :
-         {row("{A}", "type", {1}), row("{A}", "path", text_value("", "1").data), later}) {
-        report::fold_installed_row(table, one);
-    }
-    EXPECT_EQ(table.size(), 1u);
-    EXPECT_EQ(table["{a}"].database_path, "last");
-    EXPECT_EQ(table["{a}"].key_modtime, 77u);
 }
 
 TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
 {
-    options.target_files = {"x/HELPER.sdb", "plain.sdb"};
+    targets.files = {"x/HELPER.sdb", "plain.sdb"};
     gather({installed_database("{4}", "C:\\Custom\\zulu.sdb", "last by name", 4),
             installed_database("{2}", "C:\\Custom\\Alpha.sdb", "first key", 2),
             installed_database("{3}", "D:\\Other\\ALPHA.SDB", "second key", 3),
@@ -122,88 +111,116 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
             {.name = "{0}", .values = {text_value("DatabaseDescription", "no path")}},
             {.name = "{5}"},
             {.name = "{6}", .subkeys = {installed_database("below", "C:\\below.sdb", "", 6)}}});
-    EXPECT_EQ(options.target_files,
+    EXPECT_EQ(targets.files,
               (std::vector<std::string>{"x/HELPER.sdb", "plain.sdb", "C:\\Custom\\Alpha.sdb",
                                         "C:\\Custom\\zulu.sdb"}));
-    ASSERT_EQ(options.installed_databases.size(), 4u);
-    const front::installed_database& alpha = options.installed_databases.at("alpha.sdb");
+    ASSERT_EQ(targets.installed.size(), 4u);
+    const model::installed_database& alpha = targets.installed.at("alpha.sdb");
     EXPECT_EQ(alpha.key_path, "{2}");
     EXPECT_EQ(alpha.description, "first key");
     EXPECT_EQ(alpha.install_time, 2u);
     EXPECT_EQ(alpha.database_type, 0x10000u);
     EXPECT_EQ(alpha.local_path, "C:\\Custom\\Alpha.sdb");
-    EXPECT_EQ(options.installed_databases.at("").description, "no path");
+    EXPECT_EQ(targets.installed.at("").description, "no path");
+    for (const char* const path : {"ALPHA.sdb", "/mnt/Alpha.SDB", "Q:\\any where\\alpha.sdb"}) {
+        EXPECT_EQ(model::find_installed(targets.installed, path), &alpha) << path;
+    }
+    for (const char* const path : {"D:\\y\\", "", "alpha", "D:\\alpha.sdb\\b"}) {
+        EXPECT_EQ(model::find_installed(targets.installed, path), nullptr) << path;
+    }
 }
 
 TEST_F(Gathering, FindsThePathsOnTheVolume)
 {
+    options.volume_text = folder_.string();
+    files::create_directories(folder_ / "Custom");
+    std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
     for (const bool is_snapshot : {false, true}) {
         options.volume_given = !is_snapshot;
         options.vss_given = is_snapshot;
-        options.volume_text = folder_.string();
-        options.target_files.clear();
-        options.installed_databases.clear();
-        files::create_directories(folder_ / "Custom");
-        std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
+        targets = {};
         gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
                 installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
                 installed_database("{3}", "x", "too short", 1),
                 installed_database("{4}", "C:\\q\\", "a folder", 1)});
         std::vector<std::string> found;
-        for (const std::string& path : options.target_files) {
+        for (const std::string& path : targets.files) {
             EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
             found.push_back(
                 uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
         }
         EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
-        EXPECT_EQ(options.installed_databases.at("").description, "a folder");
-        EXPECT_EQ(options.installed_databases.at("x").description, "too short");
-        EXPECT_EQ(options.installed_databases.at("there.sdb").database_path,
-                  "C:\\CUSTOM\\\\there.sdb");
+        EXPECT_EQ(targets.installed.at("").description, "a folder");
+        EXPECT_EQ(targets.installed.at("x").description, "too short");
+        EXPECT_EQ(targets.installed.at("there.sdb").database_path, "C:\\CUSTOM\\\\there.sdb");
     }
 }
 
 TEST_F(Gathering, IsSilentWithoutAHive)
 {
-    options.target_files = {"a.sdb"};
-    const auto check = [this](const char* what) {
-        SCOPED_TRACE(what);
-        report::gather_installed_databases(options);
-        EXPECT_EQ(options.target_files.size(), 1u);
-        EXPECT_TRUE(options.installed_databases.empty());
+    targets.files = {"a.sdb"};
+    const auto check = [this](const std::string& what, std::size_t installed = 0) {
+        targets.installed.clear();
+        model::gather_installed_databases(targets, options);
+        EXPECT_EQ(targets.files.size(), 1u) << what;
+        EXPECT_EQ(targets.installed.size(), installed) << what;
     };
     check("no such file");
-    write({});
-    check("an empty file");
-    write(bytes(100'000, 'x'));
-    check("no hive");
-    write(hive_builder().build({.name = "root"}));
-    check("nothing installed");
-    gather({});
-    check("an empty list");
-    gather({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}});
-    check("a database whose values are empty");
-    gather({installed_database("{1}", "", "", 0, 0)}); // its type and time are data all the same
-    EXPECT_EQ(options.installed_databases.size(), 1u);
-    EXPECT_EQ(options.target_files.size(), 1u);
-    options.installed_databases.clear();
+    const auto hive_of = [](std::vector<hive_key> databases) {
+        return hive_builder().build(test_support::software_hive(std::move(databases)));
+    };
+    for (const bytes& hive :
+         {bytes(), bytes(100'000, 'x'), hive_builder().build({.name = "root"}), hive_of({}),
+          hive_of({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}})}) {
+        write(hive);
+        check(std::to_string(hive.size()));
+    }
+    write(hive_of({installed_database("{1}", "", "", 0, 0)}));
+    check("no path, but type and time", 1);
     options.hive_given = false;
     check("a hive that was not asked for");
     options.hive_given = true;
     options.software_hive_path = folder_.string();
     check("a folder");
     options.software_hive_path.clear();
-    check("no path");
+    check("no path of a hive");
+}
+
+// The hive of a volume, in its record or in clusters.
+TEST(LockedHives, AreNoneWhereMemoryRunsOut)
+{
+    const bytes hive(300, 7);
+    request::sdb_opts options;
+    options.volume_text = "c:";
+    options.software_hive_path = "no such hive";
+    for (const bool is_resident : {true, false}) {
+        test_support::ntfs_builder volume = test_support::windows_volume(
+            {is_resident
+                 ? test_support::resident_attribute(0x80, hive)
+                 : test_support::non_resident_attribute(0x80, {{0x21, 1, 200, 0, 0}, 300})});
+        volume.clusters(200, hive);
+        test_support::memory_disk disk;
+        disk.bytes = volume.image();
+        const auto size_of_hive = [&] {
+            disk.reads.clear();
+            return model::load_software_hive(options, {}, opener_of(disk)).size();
+        };
+        EXPECT_EQ(size_of_hive(), hive.size());
+        const std::size_t all_reads = disk.reads.size();
+        for (disk.reads_that_fit = 0; disk.reads_that_fit < all_reads; ++disk.reads_that_fit) {
+            EXPECT_EQ(size_of_hive(), 0u) << disk.reads_that_fit << " of " << all_reads;
+        }
+    }
 }
 
 // The table of the installed databases of a hive, its image in an allocation of its own size.
-report::installed_table table_of(const bytes& image)
+model::installed_table table_of(const bytes& image)
 {
-    report::installed_table table;
+    model::installed_table table;
     hive::hive_bytes hive;
     hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
-    hive::hive_query(report::installed_query(), hive::hive_image(std::move(hive)),
-                     [&table](hive_value_record&& row) { report::fold_installed_row(table, row); });
+    hive::hive_query(model::installed_query(), hive::hive_image(std::move(hive)),
+                     [&table](hive_value_record&& row) { model::fold_installed_row(table, row); });
     return table;
 }
 
@@ -227,7 +244,7 @@ TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
         std::size_t most = 0;
         for (std::size_t size = 0; size <= image.size();
              size += list == lh && size < 8192 ? 1 : 512) {
-            const report::installed_table table =
+            const model::installed_table table =
                 table_of({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)});
             EXPECT_GE(table.size(), most) << size;
             most = table.size();
@@ -252,34 +269,33 @@ void put_cell(bytes& image, std::uint32_t place, const std::vector<std::uint32_t
 
 TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
 {
-    const std::string keys(test_support::installed_path);
+    static const std::string place(test_support::installed_path);
     struct {
         const char* what;
-        void (*harm)(const hive_builder&, bytes&, const std::string& place);
+        void (*harm)(const hive_builder& built, bytes& image);
     } const cases[] = {
         {"data of great size that nobody asked for",
-         [](const hive_builder& built, bytes& image, const std::string& place) {
+         [](const hive_builder& built, bytes& image) {
              for (const char* const name : {"\\{0}\\a", "\\{0}\\b", "\\{0}\\c"}) {
                  put(image, built.cell("vk", place + name) + 8, 0xffffff, 4);
              }
          }},
         {"values that are none",
-         [](const hive_builder& built, bytes& image, const std::string& place) {
+         [](const hive_builder& built, bytes& image) {
              const std::uint32_t key = built.cell("nk", place + "\\{0}");
              put(image, key + 40, 5'000, 4);
              put_cell(image, key + 44, std::vector<std::uint32_t>(5'000, 0x7fffffff));
          }},
         {"keys that are none",
-         [](const hive_builder& built, bytes& image, const std::string& place) {
+         [](const hive_builder& built, bytes& image) {
              std::vector<std::uint32_t> list(1 + 2 * 5'000, 0x14); // between cells
              list[0] = 5'000 << 16 | 'l' | 'f' << 8;
              for (std::uint32_t i = 0; i < 5'000; ++i) {
                  list[1 + 2 * i] += 8 * i;
              }
-             const char* const sound[] = {"\\{0}", "\\{1}", "\\{2}"};
-             for (std::size_t i = 0; i < 3; ++i) {
-                 list[list.size() - 2 * (i + 1)] =
-                     hive_builder::reference(built.cell("nk", place + sound[i]));
+             std::size_t end = list.size();
+             for (const char* const sound : {"\\{0}", "\\{1}", "\\{2}"}) {
+                 list[end -= 2] = hive_builder::reference(built.cell("nk", place + sound));
              }
              const std::uint32_t key = built.cell("nk", place);
              put(image, key + 24, 5'000, 4);
@@ -295,31 +311,10 @@ TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
         bytes image = builder.build(
             test_support::software_hive({first, installed_database("{1}", "C:\\1.sdb", "", 1),
                                          installed_database("{2}", "C:\\2.sdb", "", 1)}));
-        one.harm(builder, image, keys);
-        report::installed_table table = table_of(image);
+        one.harm(builder, image);
+        model::installed_table table = table_of(image);
         EXPECT_EQ(table["{1}"].database_path, "C:\\1.sdb") << one.what;
         EXPECT_EQ(table["{2}"].database_path, "C:\\2.sdb") << one.what;
-    }
-}
-
-// Numbers that matter are put at places that matter; what comes out is of no account.
-TEST(DamagedHives, ComeToAnEnd)
-{
-    using enum test_support::list_kind;
-    std::mt19937 random(1);
-    for (const test_support::list_kind list : {lf, lh, li, ri_lh, ri_li}) {
-        const bytes image = hive_with_everything(list);
-        for (int round = 0; round < 300; ++round) {
-            bytes damaged = image;
-            for (int change = 0; change < 3; ++change) {
-                const std::uint32_t any = random() % 0x10000;
-                const std::uint32_t numbers[] = {0,          1,         0x7fffffff,      0x80000000,
-                                                 0xffffffff, any & ~7u, 0xffff0000 | any};
-                const std::size_t place = 4096 + random() % 8192;
-                put(damaged, place & ~std::size_t{3}, numbers[random() % 7], 4);
-            }
-            table_of(damaged);
-        }
     }
 }
 

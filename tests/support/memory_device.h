@@ -23,6 +23,7 @@ struct memory_disk {
     std::int64_t size = -1; // that it claims; -1: that of the bytes
     platform::partition_facts partition = {1 << 20, 0, 3};
     std::int64_t unreadable = -1; // a byte that cannot be read, nor can what is read with it
+    std::size_t reads_that_fit = ~std::size_t{0}; // the one behind them finds no memory
 
     std::vector<std::pair<std::string, platform::device_access>> opened;
     std::vector<std::pair<std::int64_t, std::size_t>> reads; // offset and size
