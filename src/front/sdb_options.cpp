@@ -8,6 +8,7 @@
 #include "front/discovery.h"
 #include "front/pattern_text.h"
 #include "io/notice.h"
+#include "model/stored_path.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "report/reports.h"
@@ -148,8 +149,8 @@ bool take_database_target(request::sdb_opts& options, argument_list& args, io::n
         return true;
     }
     options.sdb_path = expanded(value);
-    // The first two characters, which are the drive of a whole path.
-    options.volume_text = options.sdb_path.substr(0, 2);
+    // Only the drive of a path is a volume that may have a hive.
+    options.volume_text = model::parts_of(options.sdb_path).drive;
     return file_is_there(options.sdb_path, notices);
 }
 
@@ -265,6 +266,7 @@ void settle_hive(request::sdb_opts& options, argument_list& args)
 {
     if (find_option_value("-reg", options.software_hive_path, args)) {
         options.hive_given = true;
+        options.hive_named = true;
     } else if (!options.pe_stats && !options.volume_text.empty() &&
                (options.stats || options.list_sdb)) {
         options.hive_given = true;
