@@ -12,6 +12,7 @@
 #include "front/pattern_text.h"
 #include "front/startup.h"
 #include "io/notice.h"
+#include "model/stored_path.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "report/reports.h"
@@ -187,8 +188,8 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
         return false;
     }
     options.sdb_path = expanded(value);
-    // The first two characters, which are the drive of a whole path.
-    options.volume_text = options.sdb_path.substr(0, 2);
+    // Only the drive of a path is a volume that may have a hive.
+    options.volume_text = model::parts_of(options.sdb_path).drive;
     return file_is_there(options.sdb_path, now.notices);
 }
 
@@ -268,6 +269,7 @@ std::optional<std::uint32_t> read_tag_id(const std::string& text)
 
 bool take_tagids(parsing& now, const option_row&, const std::string& value)
 {
+<<<<<<< HEAD
     for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
         if (const auto id = read_tag_id(item)) {
             now.options.search.tagids.push_back(*id);
@@ -341,6 +343,13 @@ void settle_targets(request::sdb_opts& options)
     }
     if (!options.hive_given && !options.pe_stats && !options.volume_text.empty() &&
         (options.stats || options.list_sdb)) {
+=======
+    if (find_option_value("-reg", options.software_hive_path, args)) {
+        options.hive_given = true;
+        options.hive_named = true;
+    } else if (!options.pe_stats && !options.volume_text.empty() &&
+               (options.stats || options.list_sdb)) {
+>>>>>>> harm-installed
         options.hive_given = true;
         options.software_hive_path =
             path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
