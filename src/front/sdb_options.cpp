@@ -148,8 +148,12 @@ bool take_database_target(request::sdb_opts& options, argument_list& args, io::n
         return true;
     }
     options.sdb_path = expanded(value);
-    // The first two characters, which are the drive of a whole path.
+    // The first two characters, which are the drive of a whole path. A device or a share has none,
+    // and separators alone would stand for the current drive.
     options.volume_text = options.sdb_path.substr(0, 2);
+    if (options.volume_text.find_first_not_of("\\/") == std::string::npos) {
+        options.volume_text.clear();
+    }
     return file_is_there(options.sdb_path, notices);
 }
 
