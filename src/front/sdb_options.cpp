@@ -269,7 +269,6 @@ std::optional<std::uint32_t> read_tag_id(const std::string& text)
 
 bool take_tagids(parsing& now, const option_row&, const std::string& value)
 {
-<<<<<<< HEAD
     for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
         if (const auto id = read_tag_id(item)) {
             now.options.search.tagids.push_back(*id);
@@ -294,6 +293,7 @@ bool take_strings(parsing& now, const option_row&, const std::string& value)
 bool take_reg(parsing& now, const option_row&, const std::string& value)
 {
     now.options.hive_given = true;
+    now.options.hive_named = true;
     now.options.software_hive_path = value;
     return true;
 }
@@ -343,13 +343,6 @@ void settle_targets(request::sdb_opts& options)
     }
     if (!options.hive_given && !options.pe_stats && !options.volume_text.empty() &&
         (options.stats || options.list_sdb)) {
-=======
-    if (find_option_value("-reg", options.software_hive_path, args)) {
-        options.hive_given = true;
-        options.hive_named = true;
-    } else if (!options.pe_stats && !options.volume_text.empty() &&
-               (options.stats || options.list_sdb)) {
->>>>>>> harm-installed
         options.hive_given = true;
         options.software_hive_path =
             path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
