@@ -132,7 +132,7 @@ bool stdin_stream::read_character()
             character.push_back(*unit_);
             unit_.reset();
         } else {
-            character = u"\xfffd"; // no name that could be opened
+            character.assign(1, u'\xfffd'); // no name that could be opened
         }
     }
     waiting_ = uni::utf8_from_utf16(character);
