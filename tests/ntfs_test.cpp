@@ -5,12 +5,12 @@
 #include <functional>
 #include <string>
 
+#include "model/software_hive.h"
 #include "ntfs/attributes.h"
 #include "ntfs/compression.h"
 #include "ntfs/directory.h"
 #include "ntfs/disk_layout.h"
 #include "ntfs/locked_file.h"
-#include "report/installed_databases.h"
 #include "support/memory_device.h"
 #include "support/ntfs_builder.h"
 
@@ -768,11 +768,13 @@ TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
         disk.bytes = volume.image();
         disk.name = each.device;
         disk.knows_extended_geometry = disk.knows_geometry = each.has_geometry;
-        front::sdb_opts options;
+        request::sdb_opts options;
         options.volume_text = each.volume;
         options.vss_given = each.is_snapshot;
-        options.software_hive_path = "no such hive";
-        const hive::hive_bytes found = report::load_software_hive(options, opener_of(disk));
+        options.software_hive_path =
+            each.volume + std::string("\\Windows\\System32\\Config\\Software");
+        const hive::hive_bytes found =
+            model::load_software_hive(options, {}, opener_of(disk)).bytes;
         const std::span<const std::uint8_t> read = found.at(0, found.size()).bytes();
         EXPECT_EQ(bytes(read.begin(), read.end()), each.is_read ? hive : bytes()) << each.what;
     }

@@ -66,7 +66,8 @@ report_maker maker_of_statistics(const sdb::sdb_database& database)
 
 loaded_database::loaded_database(const bytes& image)
 {
-    if (!database.load_image(io::byte_vector(image.begin(), image.end()))) {
+    if (database.load_image(io::byte_vector(image.begin(), image.end())) !=
+        sdb::load_result::loaded) {
         throw std::logic_error("the image is no database");
     }
 }
@@ -77,6 +78,13 @@ request::sdb_opts listing_options(std::initializer_list<std::string_view> listin
     request::sdb_opts options;
     options.listings = listings;
     options.form = form;
+    return options;
+}
+
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form)
+{
+    request::sdb_opts options = listing_options({"tag"}, form);
+    options.tag_filter = tag;
     return options;
 }
 

@@ -31,6 +31,8 @@ struct made_report {
 // Options that ask for these listings in a form.
 request::sdb_opts listing_options(std::initializer_list<std::string_view> listings,
                                   std::string_view form = "xml");
+// The same for the records with one tag.
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form = "xml");
 
 // Options of a form as they are once the command line was read, with a comma between fields.
 request::sdb_opts row_options(std::string_view form, std::string_view timeformat = "hh:mm:ss.xxx");
