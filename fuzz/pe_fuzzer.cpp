@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     };
     pe::PE_FILE_UTIL file(source());
     model::pe_list list;
-    if (model::read_pe_stats(list, source(), "a.exe")) {
+    if (model::read_pe_stats(list, source(), "a.exe") == model::pe_outcome::gathered) {
         name_everything(file);
         for (const char* const form : {"plain", "csv"}) {
             test_support::program_report(list, test_support::row_options(form));

@@ -8,10 +8,10 @@
 #include <fstream>
 #include <random>
 
+#include "model/software_hive.h"
 #include "support/hive_builder.h"
 #include "support/memory_device.h"
 #include "support/ntfs_builder.h"
-#include "uni/text.h"
 
 namespace {
 
@@ -24,6 +24,8 @@ using test_support::put;
 using test_support::text_value;
 
 namespace files = std::filesystem;
+
+using findings_list = std::vector<std::pair<model::registry_finding_kind, std::string>>;
 
 // A run that was given a hive, which lies in a folder of its own.
 class Gathering : public testing::Test {
@@ -44,10 +46,15 @@ protected:
             .write(reinterpret_cast<const char*>(image.data()),
                    static_cast<std::streamsize>(image.size()));
     }
-    void gather(std::vector<hive_key> databases)
+    // What is found out beside the targets: kinds and paths.
+    findings_list gather(std::vector<hive_key> databases)
     {
         write(hive_builder().build(test_support::software_hive(std::move(databases))));
-        model::gather_installed_databases(targets, options);
+        findings_list found;
+        for (auto& one : model::gather_installed_databases(targets, options)) {
+            found.emplace_back(one.kind, one.subject);
+        }
+        return found;
     }
 
     files::path folder_;
@@ -101,89 +108,204 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
     EXPECT_TRUE(table.empty());
 }
 
+// How the registry's facts are found for a path: the description of what is joined to it, else
+// whether the name is known at all.
+std::string known_of(const model::installed_databases& installed, const std::string& path)
+{
+    const model::registry_facts found = installed.find(path);
+    EXPECT_EQ(found.facts != nullptr,
+              found.how == model::joining::joined || found.how == model::joining::ambiguous);
+    const std::string mark = found.how == model::joining::ambiguous ? "first of several: " : "";
+    return found.facts                               ? mark + found.facts->description
+           : found.how == model::joining::not_joined ? "-"
+                                                     : "";
+}
+
+TEST(InstalledDatabases, AreJoinedByPath)
+{
+    const std::pair<const char*, const char*> stored[] = {
+        {"C:\\ProgramData\\Tarnwick\\fonts.sdb", "Tarnwick"},
+        {"C:\\Windows\\AppPatch\\Custom\\Custom64\\fonts.sdb", "Custom64"},
+        {"c:/a\\.\\b/../ONE.sdb", "one"},
+        {"C:\\x\\twice.sdb", "twice on C"},
+        {"D:\\x\\Twice.sdb", "twice on D"},
+        {"C:\\y\\again.sdb", "first key"},
+        {"c:\\Y\\AGAIN.sdb", "second key"},
+        {"\\\\server\\share\\far.sdb", "far"},
+        {"C:\\a\\..", "no file"},
+        {"", "no path"},
+    };
+    const auto table = [&] {
+        model::installed_table made;
+        for (const auto& [path, description] : stored) {
+            const std::string key = std::to_string(made.size());
+            made[key].key_path = key;
+            made[key].database_path = path;
+            made[key].description = description;
+        }
+        return made;
+    };
+    struct {
+        const char* volume; // that was named
+        bool joins_by_name;
+        const char* path;
+        const char* known;
+    } const cases[] = {
+        // Below a volume the whole path counts.
+        {"/mnt", false, "/mnt/ProgramData/Tarnwick/fonts.sdb", "Tarnwick"},
+        {"/mnt", false, "/mnt//programdata\\TARNWICK/./Fonts.SDB", "Tarnwick"},
+        {"/mnt/", false, "/mnt/Windows/AppPatch/Custom/Custom64/fonts.sdb", "Custom64"},
+        {"/mnt", false, "/mnt/Windows/AppPatch/fonts.sdb", "-"},
+        {"/mnt", false, "/mnt2/ProgramData/Tarnwick/fonts.sdb", "-"},
+        {"/mnt", false, "/ProgramData/Tarnwick/fonts.sdb", "-"},
+        {"./mnt", false, "mnt/a/one.sdb", "one"},
+        {"mnt", false, "/mnt/a/one.sdb", "-"},
+        {"/", false, "/a/one.sdb", "one"},
+        {"/", false, "/.", ""},
+        {"c:", false, "C:\\A\\One.sdb", "one"},
+        {"c:", false, "d:\\a\\one.sdb", "-"},
+        {"\\\\?\\GLOBALROOT\\Device\\Copy3", false, "\\\\?\\GLOBALROOT\\Device\\Copy3\\a\\one.sdb",
+         "one"},
+        {"c:", false, "\\\\?\\c:\\a\\one.sdb", "one"},
+        {"/mnt", false, "/mnt/x/twice.sdb", "first of several: twice on C"},
+        {"d:", false, "d:\\x\\twice.sdb", "twice on D"},
+        {"/mnt", false, "/mnt/y/again.sdb", "first of several: first key"},
+        {"/mnt", false, "/mnt/share/far.sdb", "-"},
+        {"/mnt", false, "/mnt/other.sdb", ""},
+        {"/mnt", false, "/mnt/a/..", ""},
+        {"/mnt", false, "/mnt/", ""},
+        // Without one a name does, if it is that of one alone and no path agrees.
+        {"", true, "/ProgramData/Tarnwick/fonts.sdb", "Tarnwick"},
+        {"", true, "E:\\ProgramData\\Tarnwick\\fonts.sdb", "Tarnwick"},
+        {"", true, "ProgramData/Tarnwick/fonts.sdb", "-"},
+        {"", true, "fonts.sdb", "-"},
+        {"", true, "/elsewhere/ONE.sdb", "one"},
+        {"", true, "one.sdb", "one"},
+        {"", true, "far.sdb", "far"},
+        {"", true, "again.sdb", "-"},
+        {"", false, "one.sdb", "-"},
+        {"", false, "D:\\a\\one.sdb", "one"},
+        {"", true, "", ""},
+    };
+    for (const auto& one : cases) {
+        const model::installed_databases installed(table(), one.volume, one.joins_by_name);
+        EXPECT_EQ(known_of(installed, one.path), one.known) << one.volume << " " << one.path;
+    }
+}
+
 TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
 {
-    targets.files = {"x/HELPER.sdb", "plain.sdb"};
-    gather({installed_database("{4}", "C:\\Custom\\zulu.sdb", "last by name", 4),
-            installed_database("{2}", "C:\\Custom\\Alpha.sdb", "first key", 2),
-            installed_database("{3}", "D:\\Other\\ALPHA.SDB", "second key", 3),
-            installed_database("{1}", "E:\\helper.SDB", "known", 1),
-            {.name = "{0}", .values = {text_value("DatabaseDescription", "no path")}},
-            {.name = "{5}"},
-            {.name = "{6}", .subkeys = {installed_database("below", "C:\\below.sdb", "", 6)}}});
-    EXPECT_EQ(targets.files,
-              (std::vector<std::string>{"x/HELPER.sdb", "plain.sdb", "C:\\Custom\\Alpha.sdb",
-                                        "C:\\Custom\\zulu.sdb"}));
-    ASSERT_EQ(targets.installed.size(), 4u);
-    const model::installed_database& alpha = targets.installed.at("alpha.sdb");
-    EXPECT_EQ(alpha.key_path, "{2}");
-    EXPECT_EQ(alpha.description, "first key");
-    EXPECT_EQ(alpha.install_time, 2u);
-    EXPECT_EQ(alpha.database_type, 0x10000u);
-    EXPECT_EQ(alpha.local_path, "C:\\Custom\\Alpha.sdb");
-    EXPECT_EQ(targets.installed.at("").description, "no path");
-    for (const char* const path : {"ALPHA.sdb", "/mnt/Alpha.SDB", "Q:\\any where\\alpha.sdb"}) {
-        EXPECT_EQ(model::find_installed(targets.installed, path), &alpha) << path;
-    }
-    for (const char* const path : {"D:\\y\\", "", "alpha", "D:\\alpha.sdb\\b"}) {
-        EXPECT_EQ(model::find_installed(targets.installed, path), nullptr) << path;
-    }
-}
-
-TEST_F(Gathering, FindsThePathsOnTheVolume)
-{
+    using enum model::registry_finding_kind;
     options.volume_text = folder_.string();
-    files::create_directories(folder_ / "Custom");
-    std::ofstream(folder_ / "Custom" / "There.sdb") << "x";
-    for (const bool is_snapshot : {false, true}) {
-        options.volume_given = !is_snapshot;
-        options.vss_given = is_snapshot;
-        targets = {};
-        gather({installed_database("{1}", "C:\\CUSTOM\\\\there.sdb", "", 1),
-                installed_database("{2}", "C:\\..\\a\\.\\b\\..\\gone.sdb", "", 1),
-                installed_database("{3}", "x", "too short", 1),
-                installed_database("{4}", "C:\\q\\", "a folder", 1)});
-        std::vector<std::string> found;
-        for (const std::string& path : targets.files) {
-            EXPECT_EQ(files::exists(path), path.ends_with("here.sdb"));
-            found.push_back(
-                uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
-        }
-        EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
-        EXPECT_EQ(targets.installed.at("").description, "a folder");
-        EXPECT_EQ(targets.installed.at("x").description, "too short");
-        EXPECT_EQ(targets.installed.at("there.sdb").database_path, "C:\\CUSTOM\\\\there.sdb");
+    options.volume_given = true;
+    const auto on_volume = [&](const char* path) { return (folder_ / path).string(); };
+    for (const char* const there : {"Custom/There.sdb", "known.sdb", "deep/a.sdb"}) {
+        files::create_directories((folder_ / there).parent_path());
+        std::ofstream(folder_ / there) << "x";
     }
+    const std::vector<hive_key> databases = {
+        installed_database("{5}", "C:\\CUSTOM\\\\there.sdb", "", 1),
+        installed_database("{6}", "C:\\a\\.\\b\\..\\gone.sdb", "", 1),
+        installed_database("{3}", "D:\\Deep\\B.sdb", "its folder is there", 3),
+        installed_database("{4}", "C:\\deep\\a.sdb", "", 1),
+        installed_database("{2}", "C:\\other\\A.sdb", "another of that name, first by key", 1),
+        installed_database("{1}", "E:\\KNOWN.SDB", "known", 1),
+        installed_database("{7}", "C:\\..\\up.sdb", "", 1),
+        installed_database("{8}", "\\\\server\\share\\far.sdb", "", 1),
+        installed_database("{9}", "x", "too short", 1),
+        installed_database("{a}", "C:\\q\\..", "a folder", 1),
+        {.name = "{0}", .values = {text_value("DatabaseDescription", "no path")}},
+        {.name = "{b}"},
+        {.name = "{c}", .subkeys = {installed_database("below", "C:\\below.sdb", "", 6)}}};
+    const std::vector<std::string> listed = {
+        on_volume("known.sdb"),  on_volume("other/A.sdb"), on_volume("deep/a.sdb"),
+        on_volume("deep/B.sdb"), on_volume("a/gone.sdb"),  on_volume("Custom/There.sdb")};
+    const findings_list outside = {{names_no_file, "C:\\q\\.."},
+                                   {leaves_volume, "\\\\server\\share\\far.sdb"},
+                                   {leaves_volume, "C:\\..\\up.sdb"},
+                                   {leaves_volume, "x"}};
+    targets.files = {on_volume("known.sdb")};
+    EXPECT_EQ(gather(databases), outside);
+    EXPECT_EQ(targets.files, listed);
+    EXPECT_EQ(targets.installed.by_key().size(), 11u);
+    EXPECT_EQ(known_of(targets.installed, on_volume("known.sdb")), "known");
+    EXPECT_EQ(known_of(targets.installed, on_volume("deep/b.sdb")), "its folder is there");
+
+    // Without a volume a hive of another machine names files that are not here.
+    options.volume_given = false;
+    targets = {};
+    const findings_list told = gather({installed_database("{1}", "C:\\a.sdb", "", 1),
+                                       installed_database("{2}", "C:\\..\\b.sdb", "", 1),
+                                       installed_database("{3}", "C:\\.", "", 1)});
+    EXPECT_EQ(told, (findings_list{{names_no_file, "C:\\."},
+                                   {not_opened, "C:\\a.sdb"},
+                                   {leaves_volume, "C:\\..\\b.sdb"}}));
+    EXPECT_TRUE(targets.files.empty());
+    options.list_sdb = true;
+    EXPECT_EQ(gather({installed_database("{1}", "C:\\a.sdb", "", 1),
+                      installed_database("{2}", "c:/A.SDB", "the same", 1),
+                      installed_database("{3}", "C:\\..\\b.sdb", "", 1)}),
+              findings_list());
+    EXPECT_EQ(targets.files, (std::vector<std::string>{"C:\\a.sdb", "C:\\..\\b.sdb"}));
+    options.pipe = true;
+    options.list_sdb = false;
+    targets = {};
+    EXPECT_EQ(gather({installed_database("{1}", "C:\\a.sdb", "one", 1)}), findings_list());
+    EXPECT_TRUE(targets.files.empty()); // a list has its own
+    EXPECT_EQ(known_of(targets.installed, "/b/a.sdb"), "one");
 }
 
-TEST_F(Gathering, IsSilentWithoutAHive)
+TEST_F(Gathering, TellsWhyNothingIsKnown)
 {
-    targets.files = {"a.sdb"};
-    const auto check = [this](const std::string& what, std::size_t installed = 0) {
-        targets.installed.clear();
-        model::gather_installed_databases(targets, options);
-        EXPECT_EQ(targets.files.size(), 1u) << what;
-        EXPECT_EQ(targets.installed.size(), installed) << what;
-    };
-    check("no such file");
+    using enum model::registry_finding_kind;
     const auto hive_of = [](std::vector<hive_key> databases) {
         return hive_builder().build(test_support::software_hive(std::move(databases)));
     };
-    for (const bytes& hive :
-         {bytes(), bytes(100'000, 'x'), hive_builder().build({.name = "root"}), hive_of({}),
-          hive_of({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}})}) {
-        write(hive);
-        check(std::to_string(hive.size()));
+    const std::string path = options.software_hive_path;
+    options.hive_named = true;
+    const auto gathered = [&] {
+        findings_list found;
+        for (auto& one : model::gather_installed_databases(targets, options)) {
+            EXPECT_TRUE(one.subject == path || one.subject == folder_.string());
+            found.emplace_back(one.kind, one.reason);
+        }
+        return found;
+    };
+    EXPECT_EQ(gathered(), (findings_list{{hive_unread, "no such file"}}));
+    bytes cut = hive_of({installed_database("{1}", "", "", 0, 0)});
+    cut.resize(4496);
+    const bytes bare = hive_builder().build({.name = "root"});
+    struct {
+        bytes hive;
+        findings_list findings;
+        std::size_t installed;
+    } const cases[] = {
+        {{}, {{hive_unread, "is no hive"}}, 0},
+        {bytes(100'000, 'x'), {{hive_unread, "is no hive"}}, 0},
+        {bare, {{no_key, ""}}, 0},
+        {hive_of({}), {}, 0},
+        {hive_of({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}}), {}, 0},
+        {hive_of({installed_database("{1}", "", "", 0, 0)}), {}, 1},
+        {cut, {{damaged, ""}}, 0},
+    };
+    for (const auto& one : cases) {
+        write(one.hive);
+        targets = {};
+        EXPECT_EQ(gathered(), one.findings) << one.hive.size();
+        EXPECT_EQ(targets.installed.by_key().size(), one.installed) << one.hive.size();
     }
-    write(hive_of({installed_database("{1}", "", "", 0, 0)}));
-    check("no path, but type and time", 1);
-    options.hive_given = false;
-    check("a hive that was not asked for");
-    options.hive_given = true;
     options.software_hive_path = folder_.string();
-    check("a folder");
-    options.software_hive_path.clear();
-    check("no path of a hive");
+    EXPECT_EQ(gathered(), (findings_list{{hive_unread, "is a folder"}}));
+    // One that nobody named is missing only where there is a volume to hold it.
+    options.hive_named = false;
+    options.software_hive_path = path;
+    files::remove(path);
+    options.volume_text = "no such volume";
+    EXPECT_EQ(gathered(), findings_list());
+    options.volume_text = folder_.string();
+    EXPECT_EQ(gathered(), (findings_list{{hive_missing, "no such file"}}));
+    options.hive_given = false;
+    EXPECT_EQ(gathered(), findings_list());
 }
 
 // The hive of a volume, in its record or in clusters.
@@ -192,7 +314,7 @@ TEST(LockedHives, AreNoneWhereMemoryRunsOut)
     const bytes hive(300, 7);
     request::sdb_opts options;
     options.volume_text = "c:";
-    options.software_hive_path = "no such hive";
+    options.software_hive_path = "c:\\Windows\\System32\\Config\\Software";
     for (const bool is_resident : {true, false}) {
         test_support::ntfs_builder volume = test_support::windows_volume(
             {is_resident
@@ -203,7 +325,11 @@ TEST(LockedHives, AreNoneWhereMemoryRunsOut)
         disk.bytes = volume.image();
         const auto size_of_hive = [&] {
             disk.reads.clear();
-            return model::load_software_hive(options, {}, opener_of(disk)).size();
+            const model::software_hive found =
+                model::load_software_hive(options, {}, opener_of(disk));
+            EXPECT_EQ(found.state, found.bytes.size() == 0 ? model::hive_state::no_memory
+                                                           : model::hive_state::opened);
+            return found.bytes.size();
         };
         EXPECT_EQ(size_of_hive(), hive.size());
         const std::size_t all_reads = disk.reads.size();
@@ -214,14 +340,31 @@ TEST(LockedHives, AreNoneWhereMemoryRunsOut)
 }
 
 // The table of the installed databases of a hive, its image in an allocation of its own size.
-model::installed_table table_of(const bytes& image)
+model::installed_table table_of(const bytes& image, bool* is_damaged = nullptr)
 {
     model::installed_table table;
     hive::hive_bytes hive;
     hive.open(test_support::source_of(image));
-    hive::hive_query(model::installed_query(), hive::hive_image(std::move(hive)),
-                     [&table](hive_value_record&& row) { model::fold_installed_row(table, row); });
+    const hive::hive_image opened(std::move(hive));
+    const hive::query_outcome outcome =
+        hive::hive_query(model::installed_query(), opened, [&table](hive_value_record&& row) {
+            model::fold_installed_row(table, row);
+        });
+    if (is_damaged != nullptr) {
+        *is_damaged = !opened.is_open() || outcome.is_damaged;
+    }
     return table;
+}
+
+std::string text_of(const model::installed_table& table)
+{
+    std::string text;
+    for (const auto& [key, database] : table) {
+        text += key + "|" + database.database_path + "|" + database.description + "|" +
+                std::to_string(database.install_time) + "|" +
+                std::to_string(database.database_type) + "\n";
+    }
+    return text;
 }
 
 bytes hive_with_everything(test_support::list_kind list)
@@ -240,12 +383,16 @@ TEST(DamagedHives, GiveNothingThatTheWholeOneDoesNot)
     using enum test_support::list_kind;
     for (const test_support::list_kind list : {lf, lh, li, ri_lh, ri_li}) {
         const bytes image = hive_with_everything(list);
-        ASSERT_EQ(table_of(image).size(), 8u);
+        bool is_damaged = true;
+        const model::installed_table whole = table_of(image, &is_damaged);
+        ASSERT_EQ(whole.size(), 8u);
+        EXPECT_FALSE(is_damaged);
         std::size_t most = 0;
         for (std::size_t size = 0; size <= image.size();
              size += list == lh && size < 8192 ? 1 : 512) {
-            const model::installed_table table =
-                table_of({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)});
+            const model::installed_table table = table_of(
+                {image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)}, &is_damaged);
+            EXPECT_TRUE(is_damaged || text_of(table) == text_of(whole)) << size;
             EXPECT_GE(table.size(), most) << size;
             most = table.size();
             for (const auto& [key, database] : table) {
@@ -312,7 +459,9 @@ TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
             test_support::software_hive({first, installed_database("{1}", "C:\\1.sdb", "", 1),
                                          installed_database("{2}", "C:\\2.sdb", "", 1)}));
         one.harm(builder, image);
-        model::installed_table table = table_of(image);
+        bool is_damaged = false;
+        model::installed_table table = table_of(image, &is_damaged);
+        EXPECT_TRUE(is_damaged) << one.what;
         EXPECT_EQ(table["{1}"].database_path, "C:\\1.sdb") << one.what;
         EXPECT_EQ(table["{2}"].database_path, "C:\\2.sdb") << one.what;
     }

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "model/installed_databases.h"
+#include "model/software_hive.h"
 #include "ntfs/attributes.h"
 #include "ntfs/compression.h"
 #include "ntfs/directory.h"
@@ -738,8 +738,10 @@ TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
         request::sdb_opts options;
         options.volume_text = each.volume;
         options.vss_given = each.is_snapshot;
-        options.software_hive_path = "no such hive";
-        const hive::hive_bytes found = model::load_software_hive(options, {}, opener_of(disk));
+        options.software_hive_path =
+            each.volume + std::string("\\Windows\\System32\\Config\\Software");
+        const hive::hive_bytes found =
+            model::load_software_hive(options, {}, opener_of(disk)).bytes;
         const std::span<const std::uint8_t> read = found.at(0, found.size()).bytes();
         EXPECT_EQ(bytes(read.begin(), read.end()), each.is_read ? hive : bytes()) << each.what;
     }

@@ -18,9 +18,45 @@ using test_support::row_options;
 model::pe_list properties(const bytes& image)
 {
     model::pe_list list;
-    const bool is_program = model::read_pe_stats(list, test_support::source_of(image), "");
-    EXPECT_EQ(is_program, !list.empty());
+    const model::pe_outcome outcome =
+        model::read_pe_stats(list, test_support::source_of(image), "");
+    EXPECT_EQ(outcome, list.empty() ? model::pe_outcome::no_program : model::pe_outcome::gathered);
     return list;
+}
+
+// A program of which a read fails, or which changes while it is read.
+struct unsteady_source : io::memory_source {
+    using memory_source::memory_source;
+    std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) override
+    {
+        return reads_left-- > 0 ? memory_source::read(out, offset) : 0;
+    }
+    bool has_failed() const noexcept override { return reads_left < 0; }
+    bool has_changed() const override { return changes; }
+
+    int reads_left = 1000;
+    bool changes = false;
+};
+
+TEST(program, a_failed_read_gives_nothing_and_a_change_is_told)
+{
+    const bytes image = test_support::sample_program(true);
+    const auto outcome_of = [&](int reads, bool changes) {
+        auto source =
+            std::make_unique<unsteady_source>(io::byte_vector(image.begin(), image.end()));
+        source->reads_left = reads;
+        source->changes = changes;
+        model::pe_list list;
+        const model::pe_outcome outcome = model::read_pe_stats(list, std::move(source), "");
+        EXPECT_EQ(list.empty(), outcome == model::pe_outcome::unreadable);
+        return outcome;
+    };
+    int reads = 0;
+    for (; reads < 1000 && outcome_of(reads, false) == model::pe_outcome::unreadable; ++reads) {
+    }
+    EXPECT_GT(reads, 3); // headers, sections, resources
+    EXPECT_EQ(outcome_of(reads, false), model::pe_outcome::gathered);
+    EXPECT_EQ(outcome_of(reads, true), model::pe_outcome::changed);
 }
 
 TEST(program, every_fact_is_filed_under_its_tags)

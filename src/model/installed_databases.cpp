@@ -193,7 +193,9 @@ installed_databases::installed_databases(installed_table by_key, std::string vol
     : by_key_(std::move(by_key)), volume_(std::move(volume)), joins_by_name_(joins_by_name)
 {
     for (const auto& [key, database] : by_key_) {
-        by_name_[lower_file_name(database.database_path)].push_back(&database);
+        const std::string& stored = database.database_path;
+        const bool is_file = read_stored_path(stored).kind != stored_kind::names_no_file;
+        by_name_[is_file ? lower_file_name(stored) : std::string()].push_back(&database);
     }
 }
 

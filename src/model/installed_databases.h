@@ -44,7 +44,8 @@ public:
     // `volume` is the root of the volume that was named, from which paths of files are counted;
     // without one they are counted from the root that they tell themselves. With `joins_by_name` a
     // name does where it is that of one database alone, and no path agrees.
-    explicit installed_databases(installed_table by_key = {}, std::string volume = {},
+    installed_databases() = default;
+    explicit installed_databases(installed_table by_key, std::string volume = {},
                                  bool joins_by_name = true);
     installed_databases(const installed_databases&) = delete;
     installed_databases(installed_databases&&) = default;
