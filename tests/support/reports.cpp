@@ -66,7 +66,7 @@ report_maker maker_of_statistics(const sdb::sdb_database& database)
 
 loaded_database::loaded_database(const bytes& image)
 {
-    if (!database.load_image(io::byte_vector(image.begin(), image.end()))) {
+    if (database.load_image(io::byte_vector(image.begin(), image.end())) != sdb::load_result::loaded) {
         throw std::logic_error("the image is no database");
     }
 }
