@@ -111,12 +111,11 @@ class Forms(Runs):
                     for listing in ("-apps", "-fixes", "-guids", "-stringtable", "-stats"):
                         report = self.report(f"-sdb {path} {listing} {form}")
                         if "TAB" in form and listing == "-guids":
-                            self.assertEqual(set(re.findall(r"(?m)^[-\da-f]{36}(.*)", report)),
-                                             set(re.findall(r"(?m)^[-\da-f]{36}(\t[^\t\n]*\t[^\t\n]*)$",
-                                                            report)))
+                            self.assertEqual({row.count("\t") for row in
+                                              re.findall(r"(?m)^[-\da-f]{36}.*", report)}, {2})
                 for form, separator in DELIMITED.items():
-                    head, *rows = self.rows(self.report(f"-sdb {path} -stats {form}"), separator)
-                    self.assertTrue(rows)
+                    rows = self.rows(self.report(f"-sdb {path} -stats {form}"), separator)
+                    self.assertGreater(len(rows), 1)
 
     def test_names_of_files(self):
         for name in ("a\nb.sdb", "a\x1b[2J.sdb", 'a"b<c>&d.sdb', "\u202ebds.sdb", b"\xff\xfe,.sdb"):
