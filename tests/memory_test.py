@@ -38,7 +38,7 @@ class Memory(Runs):
         lines = f"{large}\n{SAMPLE}\n".encode()
         result = self.run_within(60_000, "-pipe", "-exes", "-quiet", lines=lines)
         self.assertEqual((result.returncode, result.stderr),
-                         (0, f"exception caught on file {large}\n".encode()))
+                         (FAILED, f"exception caught on file {large}\n".encode()))
         self.assertIn(b"ledger.exe", result.stdout)
 
 
