@@ -177,13 +177,16 @@ class Wine(Runs):
         files = wine_files()
         report = self.printed("-pe -stats -pipe -csv -quiet",
                               lines="".join(f"{path}\n" for path in files).encode())
-        rows = list(csv.reader(report.decode().split("\n")[4:-1], quoting=csv.QUOTE_NONE))
+        rows = list(csv.reader(report.decode().split("\n")[4:-1], strict=True))
         self.assertEqual({len(row) for row in rows}, {20})
         facts = {path: header_facts(path) for path in files}
-        expected = [(os.path.basename(path), os.path.dirname(path), str(fact["PECheckSum"]))
+        columns = {0: "name", 3: "CompileTimestamp", 7: "FileSize", 12: "LinkerVersion",
+                   13: "OSMajorVersion", 14: "OSMinorVersion", 16: "PECheckSum", 19: "folder"}
+        expected = [[str({**fact, "name": os.path.basename(path), "folder": os.path.dirname(path)}[one])
+                     for one in columns.values()]
                     for path, fact in facts.items() if fact is not None]
         self.assertGreater(len(expected), 500)
-        self.assertEqual([(row[0], row[-1], row[3]) for row in rows], expected)
+        self.assertEqual([[row[place] for place in columns] for row in rows], expected)
 
     @unittest.skipIf(shutil.which("wrestool") is None, "wrestool is not installed")
     def test_version_strings_agree_with_wrestool(self):
