@@ -7,6 +7,8 @@ Run from the root of the repository. With --update the answers in tests/commands
 """
 
 import os
+import select
+import subprocess
 import sys
 
 from support.whole_runs import (ARGUMENTS, FAILED, SAMPLE, Runs, main, run, small_database)
@@ -37,6 +39,20 @@ class Options(Runs):
         start = said[:4090]
         self.printed("-sdb", start[len("Prob reading file "):] + "計計計", code=FAILED,
                      messages=start + "...\n")  # to a whole character
+
+    def test_the_progress_line_is_wiped_on_terminals_alone(self):
+        wipe = "\x1b[2K\r" + " " * 27 + "\r"
+        for term, expected in (("xterm", wipe + "ignored: x\r\n" + wipe), ("dumb", "ignored: x\r\n")):
+            screen, terminal = os.openpty()
+            subprocess.run([*ARGUMENTS.quilt.words, "-sdb", SAMPLE, "-listsdb", "x", "-reg", SAMPLE],
+                           stdout=subprocess.DEVNULL, stderr=terminal, check=False,
+                           env={**os.environ, "TERM": term})
+            shown = os.read(screen, 4096)
+            while len(shown) < len(expected) and select.select([screen], [], [], 5)[0]:
+                shown += os.read(screen, 4096)
+            self.assertEqual((term, shown.decode()), (term, expected))
+            os.close(screen)
+            os.close(terminal)
 
     def test_a_refusal_leaves_the_results_file_alone(self):
         out = self.write("out", b"old")
