@@ -344,7 +344,7 @@ model::installed_table table_of(const bytes& image, bool* is_damaged = nullptr)
 {
     model::installed_table table;
     hive::hive_bytes hive;
-    hive.open(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())));
+    hive.open(test_support::source_of(image));
     const hive::hive_image opened(std::move(hive));
     const hive::query_outcome outcome =
         hive::hive_query(model::installed_query(), opened, [&table](hive_value_record&& row) {

@@ -4,6 +4,8 @@
 
 #include <map>
 
+#include "uni/windows_paths.h"
+
 namespace {
 
 TEST(paths, split_at_the_last_separator)
@@ -59,6 +61,57 @@ TEST(paths, expands_variables)
     EXPECT_EQ(uni::expand_path("%vss%%EMPTY%", false, environment), "%vss%");
     const auto named_vss = [](const std::string&) { return std::optional<std::string>("v"); };
     EXPECT_EQ(uni::expand_path("%vss%", true, named_vss), "v") << "wins over the snapshot";
+}
+
+TEST(paths, long_windows_form)
+{
+    const struct {
+        std::string_view path, current, expected;
+    } cases[] = {{R"(c:\a\.\b\..\x.sdb)", R"(d:\e)", R"(\\?\c:\a\x.sdb)"},
+                 {R"(c:/a//b/)", "", R"(\\?\c:\a\b\)"},
+                 {R"(c:\..\..\a)", "", R"(\\?\c:\a)"},
+                 {R"(c:\)", "", R"(\\?\c:\)"},
+                 {R"(it's "a" .sdb)", R"(c:\ e)", R"(\\?\c:\ e\it's "a" .sdb)"},
+                 {R"(a\..\..\b\...)", R"(c:\d\e)", R"(\\?\c:\d\b\...)"},
+                 {R"(..\..\..\a)", R"(c:\d)", R"(\\?\c:\a)"},
+                 {R"(a)", R"(c:\)", R"(\\?\c:\a)"},
+                 {R"(/a)", R"(c:\d)", R"(\\?\c:\a)"},
+                 {R"(c:a)", R"(c:\d)", R"(\\?\c:\d\a)"},
+                 {R"(c:)", R"(c:\d)", R"(\\?\c:\d)"},
+                 {R"(a)", R"(\\s\v\d)", R"(\\?\UNC\s\v\d\a)"},
+                 {R"(..\..\..\a)", R"(\\s\v\d)", R"(\\?\UNC\s\v\a)"},
+                 {R"(\a)", R"(\\s\v\d)", R"(\\?\UNC\s\v\a)"},
+                 {R"(a)", R"(\\?\c:\d)", R"(\\?\c:\d\a)"},
+                 {R"(a)", R"(\\?\UNC\s\v\d)", R"(\\?\UNC\s\v\d\a)"},
+                 {R"(//s/v/./a/../../b)", "", R"(\\?\UNC\s\v\b)"},
+                 {R"(/\s\v)", "", R"(\\?\UNC\s\v\)"},
+                 {R"(\\?\c:\a\..\b/.)", R"(c:\d)", R"(\\?\c:\a\..\b/.)"},
+                 {R"(//?/c:/a/../b)", "", R"(\\?\c:\b)"},
+                 {R"(\\.\c:\..\b)", "", R"(\\?\c:\b)"},
+                 {R"(a)", "", ""},
+                 {"", R"(c:\d)", ""}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(uni::long_windows_path(c.path, c.current), c.expected) << c.path;
+    }
+    for (const auto& [path, plain] : {std::pair(R"(\\?\c:\a)", R"(c:\a)"),
+                                      {R"(\\?\unc\s\v)", R"(\\s\v)"},
+                                      {R"(\\?\Volume{1}\a)", R"(\\?\Volume{1}\a)"},
+                                      {R"(\\s\v\a)", R"(\\s\v\a)"}}) {
+        EXPECT_EQ(uni::plain_windows_path(path), plain);
+    }
+}
+
+TEST(paths, names_of_windows_devices)
+{
+    for (const char* const name :
+         {R"(\\.\NUL)", R"(\\.\COM1)", R"(\\.\pipe\a)", R"(\\?\Pipe\a)", R"(\\s\pipe\a)",
+          R"(\\?\UNC\s\pipe\a)", R"(\\.\PhysicalDrive0)"}) {
+        EXPECT_TRUE(uni::names_windows_device(name)) << name;
+    }
+    for (const char* const name : {R"(c:\pipe\a)", R"(\\.\c:\a)", R"(\\?\c:\)", R"(\\s\v\pipe\a)",
+                                   R"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy2\a)", ""}) {
+        EXPECT_FALSE(uni::names_windows_device(name)) << name;
+    }
 }
 
 } // namespace

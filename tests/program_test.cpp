@@ -18,8 +18,8 @@ using test_support::row_options;
 model::pe_list properties(const bytes& image)
 {
     model::pe_list list;
-    auto source = std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end()));
-    const model::pe_outcome outcome = model::read_pe_stats(list, std::move(source), "");
+    const model::pe_outcome outcome =
+        model::read_pe_stats(list, test_support::source_of(image), "");
     EXPECT_EQ(outcome, list.empty() ? model::pe_outcome::no_program : model::pe_outcome::gathered);
     return list;
 }

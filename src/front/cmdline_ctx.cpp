@@ -15,11 +15,11 @@ cmdline_ctx::cmdline_ctx()
 
 cmdline_ctx::~cmdline_ctx()
 {
-    if (saved_console_mode_ != 0) {
-        platform::restore_error_console_mode(saved_console_mode_);
-    }
     if (clear_progress_) {
         io::wipe_progress_line();
+    }
+    if (saved_console_mode_ != 0) { // in which the wipe may show as it stands
+        platform::restore_error_console_mode(saved_console_mode_);
     }
     if (report_elapsed_) {
         io::write_error_text(elapsed_text() + "\n");

@@ -135,6 +135,7 @@ private:
         report::job work = new_job(*form, path);
         work.database = &file.database;
         work.times = file.source->times();
+        work.source = file.source.get();
         if (options_.stats) {
             const model::registry_facts known = targets_.installed.find(path);
             say_doubts(known.how, path, out_.notices);
@@ -185,6 +186,7 @@ private:
                 return;
             }
         }
+        form_.make(out_.report, options_, state_)->end_stream();
     }
 
     void work_on_target(const std::string& path)
@@ -306,9 +308,9 @@ private:
         std::string entry;
         while (opened && out_.report.good() && list.stdin_list_next(entry)) {
             bool open_failed = false;
-            file_times times;
-            if (entry.empty() ||
-                !filter_accepts(options_, open_failed, entry, options_.filter_list, &times)) {
+            const bool accepted =
+                filter_accepts(options_, open_failed, entry, options_.filter_list);
+            if (!accepted && !open_failed) {
                 continue;
             }
             if (files_.check_entry(entry, out_.notices) != outputs::entry::other) {

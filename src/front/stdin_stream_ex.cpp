@@ -14,6 +14,7 @@ namespace front {
 namespace {
 
 constexpr std::string_view long_prefix = "\\\\?\\";
+constexpr std::string_view long_share_prefix = "\\\\?\\UNC\\";
 
 // Whether a path that begins with the long prefix names a device, such as that of a snapshot.
 bool is_device_path(std::string_view path)
@@ -109,7 +110,10 @@ bool stdin_stream_ex::accept_path(std::string& path, bool is_root) const
     }
     if (path.size() > long_prefix.size() && path.starts_with(long_prefix) &&
         !is_device_path(path)) {
-        path.erase(0, long_prefix.size());
+        const bool is_share =
+            uni::equal_ignoring_case(path.substr(0, long_share_prefix.size()), long_share_prefix);
+        path.replace(0, is_share ? long_share_prefix.size() : long_prefix.size(),
+                     is_share ? "\\\\" : "");
     }
     return true;
 }

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "platform/console.h"
+#include "platform/files.h"
+#include "uni/byte_view.h"
 #include "uni/marks.h"
 
 namespace io {
@@ -60,8 +62,9 @@ void wipe_progress_line()
 
 void write_error_text(std::string_view text)
 {
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    std::fflush(stderr);
+    // Where this fails nobody can be told, but by the exit value that the message comes with.
+    static_cast<void>(
+        platform::write_file(platform::standard_error_descriptor, uni::bytes_of(text)));
 }
 
 void notices::say(const char* format, ...)

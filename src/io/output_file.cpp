@@ -2,17 +2,13 @@
 
 #include <utility>
 
+#include "uni/byte_view.h"
+
 namespace io {
 
 namespace {
 
 constexpr std::string_view partial_ending = ".partial";
-
-std::span<const std::uint8_t> bytes_of(std::string_view text)
-{
-    // A char may be looked at as a byte.
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
 
 } // namespace
 
@@ -65,7 +61,7 @@ bool output_file::write_block(std::string_view block)
         translated_.append("\r\n");
         block.remove_prefix(line + 1);
     }
-    return is_open() && platform::write_file(descriptor_, bytes_of(translated_));
+    return is_open() && platform::write_file(descriptor_, uni::bytes_of(translated_));
 }
 
 bool output_file::close()

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/files.h"
+#include "uni/byte_view.h"
+
 namespace io {
 
 void output_sink::flush()
@@ -30,12 +33,6 @@ void output_sink::make_room(std::size_t count)
     }
 }
 
-standard_output::standard_output()
-{
-    // Blocks are large already; a second buffer would only copy them.
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-}
-
 standard_output::~standard_output()
 {
     flush();
@@ -44,7 +41,7 @@ standard_output::~standard_output()
 bool standard_output::write_block(std::string_view block)
 {
     errno = 0;
-    if (std::fwrite(block.data(), 1, block.size(), stdout) == block.size()) {
+    if (platform::write_file(platform::standard_output_descriptor, uni::bytes_of(block))) {
         return true;
     }
     reader_is_gone_ = errno == EPIPE;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <string_view>
 
 #include "uni/text_buffer.h"
@@ -33,7 +32,6 @@ private:
 // Standard output, in the platform's text mode.
 class standard_output : public output_sink {
 public:
-    standard_output();
     ~standard_output() override;
 
     // Whether it went bad because nobody reads any more.

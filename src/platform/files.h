@@ -39,6 +39,9 @@ struct read_result {
 // Reads at `offset` until `out` is full, the file ends or reading fails.
 read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset);
 
+inline constexpr int standard_output_descriptor = 1;
+inline constexpr int standard_error_descriptor = 2;
+
 // Writes all of `bytes` at the place that writing has reached; false on failure.
 bool write_file(int descriptor, std::span<const std::uint8_t> bytes);
 // Makes the end of the file the place to write at; false for what has no places.

@@ -25,9 +25,10 @@ bool list_matches(const job& work)
     record_listing listing(*work.database, *work.search, work.form);
     for (const auto& [record, lists] : results) {
         for (const std::uint32_t list : lists) {
-            work.console.literal("match tagid ");
-            work.console.hex(list, 8);
-            work.console.line_end();
+            uni::text_buffer line;
+            line.literal("match tagid ");
+            line.hex(list, 8);
+            work.form.aside(work.console, line.view());
         }
         listing.print_record(record);
         work.console.line_end();

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 namespace uni {
 
@@ -76,5 +77,11 @@ private:
 
     std::span<const std::uint8_t> bytes_;
 };
+
+// The bytes of a text. (A char may be looked at as a byte.)
+inline std::span<const std::uint8_t> bytes_of(std::string_view text) noexcept
+{
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
 
 } // namespace uni

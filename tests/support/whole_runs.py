@@ -161,7 +161,7 @@ def small_database(number, name):
                 tag(0x7008, tag(0x6001, "*"), tag(0x4001, i))) for i in range(number)]
     moment = tag(0x5001, 127_000_000_000_000_000 + number * 864_000_000_000)
     return d.image(moment, tag(0x6022, "v3.0"), tag(0x6001, name),
-                   tag(0x9007, bytes([number] * 16)), *exes)
+                   tag(0x9007, bytes([number % 256] * 16)), *exes)
 
 
 def main(prepare=lambda: None, update=lambda: None):

@@ -1,5 +1,6 @@
 #include "platform/console.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <string_view>
 
@@ -29,6 +30,8 @@ bool error_stream_takes_sequences()
 
 bool hold_standard_streams()
 {
+    // A reader that has gone is told by the write that fails.
+    std::signal(SIGPIPE, SIG_IGN);
     const bool has_output = ::fcntl(STDOUT_FILENO, F_GETFD) != -1;
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         // A descriptor that is opened is the lowest free one, which is this stream's.

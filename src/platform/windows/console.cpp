@@ -1,5 +1,6 @@
 #include "platform/console.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -8,7 +9,27 @@
 #include <io.h>
 #include <windows.h>
 
+#include "platform/files.h"
+
 namespace platform {
+
+namespace {
+
+constexpr DWORD terminal_sequences = 0x4; // the name is missing from older headers
+
+// A stream that was closed at the start has a descriptor, but nothing below it.
+bool is_open(int descriptor)
+{
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    constexpr std::intptr_t no_stream = -2;
+    if (handle == INVALID_HANDLE_VALUE || handle == reinterpret_cast<HANDLE>(no_stream)) {
+        return false;
+    }
+    ::SetLastError(NO_ERROR);
+    return ::GetFileType(handle) != FILE_TYPE_UNKNOWN || ::GetLastError() == NO_ERROR;
+}
+
+} // namespace
 
 utf8_console::utf8_console() : output_page_(::GetConsoleOutputCP()), input_page_(::GetConsoleCP())
 {
@@ -24,7 +45,7 @@ utf8_console::~utf8_console()
 std::uint32_t enable_error_console_sequences()
 {
     constexpr DWORD wanted =
-        ENABLE_PROCESSED_OUTPUT | ENABLE_WRAP_AT_EOL_OUTPUT | 0x4 /* terminal sequences */;
+        ENABLE_PROCESSED_OUTPUT | ENABLE_WRAP_AT_EOL_OUTPUT | terminal_sequences;
     const HANDLE console = ::GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;
     if (!::GetConsoleMode(console, &mode)) {
@@ -45,16 +66,21 @@ bool error_stream_takes_sequences()
     DWORD mode = 0;
     const char* const terminal = std::getenv("TERM");
     return ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0 &&
+           (mode & terminal_sequences) != 0 &&
            (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 bool hold_standard_streams()
 {
-    // A closed stream has no descriptor below it.
-    const bool has_output = _fileno(stdout) >= 0;
-    for (std::FILE* const stream : {stdin, stdout, stderr}) {
-        if (_fileno(stream) < 0) {
-            static_cast<void>(std::freopen("NUL", stream == stdin ? "r" : "w", stream));
+    const bool has_output = is_open(standard_output_descriptor);
+    for (int descriptor = 0; descriptor <= standard_error_descriptor; ++descriptor) {
+        if (is_open(descriptor)) {
+            continue;
+        }
+        const int nothing = _wopen(L"NUL", _O_RDWR | _O_TEXT);
+        if (nothing >= 0 && nothing != descriptor) {
+            _dup2(nothing, descriptor);
+            _close(nothing);
         }
     }
     return has_output;

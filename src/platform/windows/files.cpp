@@ -2,15 +2,19 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
 #include <windows.h>
 
+#include <aclapi.h>
+
 #include "platform/windows/paths.h"
 #include "platform/windows/wide.h"
 #include "uni/time.h"
+#include "uni/windows_paths.h"
 
 namespace platform {
 
@@ -50,31 +54,52 @@ opened_file failed_open(DWORD error)
     return {-1, words_of(error)};
 }
 
-bool needs_long_form(DWORD error)
-{
-    return error == ERROR_FILENAME_EXCED_RANGE || error == ERROR_PATH_NOT_FOUND;
-}
-
-HANDLE open_wide(const std::wstring& path, DWORD access, DWORD disposition, DWORD flags)
-{
-    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return ::CreateFileW(path.c_str(), access, sharing, nullptr, disposition, flags, nullptr);
-}
-
-// The path as it stands, and in its long form where the system finds it too long.
 HANDLE open_handle(const std::string& path, DWORD access, DWORD disposition, DWORD flags)
 {
-    const std::wstring wide = wide_from_utf8(path);
+    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const std::wstring wide = callable_path(path);
     if (wide.empty()) {
         ::SetLastError(ERROR_INVALID_NAME);
         return INVALID_HANDLE_VALUE;
     }
-    const HANDLE handle = open_wide(wide, access, disposition, flags);
-    if (handle != INVALID_HANDLE_VALUE || !needs_long_form(::GetLastError())) {
-        return handle;
+    return ::CreateFileW(wide.c_str(), access, sharing, nullptr, disposition, flags, nullptr);
+}
+
+// What is there, a folder too, to be asked about and not to be read.
+class looked_at {
+public:
+    explicit looked_at(const std::string& path)
+        : handle_(open_handle(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS))
+    {}
+    ~looked_at()
+    {
+        if (is_there()) {
+            ::CloseHandle(handle_);
+        }
     }
-    const std::wstring longer = long_path_form(wide);
-    return longer.empty() ? handle : open_wide(longer, access, disposition, flags);
+    looked_at(const looked_at&) = delete;
+    looked_at& operator=(const looked_at&) = delete;
+
+    bool is_there() const { return handle_ != INVALID_HANDLE_VALUE; }
+    HANDLE handle() const { return handle_; }
+
+private:
+    HANDLE handle_;
+};
+
+// The attributes of a path itself, not of what a link leads to; none for what is not there.
+DWORD attributes_of(const std::string& path)
+{
+    const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
+    return attributes == INVALID_FILE_ATTRIBUTES ? 0 : attributes;
+}
+
+bool is_link(HANDLE handle)
+{
+    FILE_ATTRIBUTE_TAG_INFO tag{};
+    return ::GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &tag, sizeof tag) &&
+           (tag.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           IsReparseTagNameSurrogate(tag.ReparseTag);
 }
 
 opened_file descriptor_of(HANDLE handle, int flags)
@@ -92,15 +117,24 @@ HANDLE handle_of(int descriptor)
     return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
 }
 
-std::optional<file_id> id_of(HANDLE handle)
+template <typename record>
+void set_facts(file_facts& facts, const record& from)
+{
+    facts.write_time = ticks_of(from.ftLastWriteTime);
+    facts.access_time = ticks_of(from.ftLastAccessTime);
+    facts.creation_time = ticks_of(from.ftCreationTime);
+    facts.size = (static_cast<std::uint64_t>(from.nFileSizeHigh) << 32) | from.nFileSizeLow;
+    facts.is_directory = (from.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool facts_from_handle(HANDLE handle, file_facts& facts)
 {
     BY_HANDLE_FILE_INFORMATION information{};
     if (!::GetFileInformationByHandle(handle, &information)) {
-        return std::nullopt;
+        return false;
     }
-    return file_id{information.dwVolumeSerialNumber,
-                   (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
-                       information.nFileIndexLow};
+    set_facts(facts, information);
+    return true;
 }
 
 // The stat record knows whole seconds only; it serves where the attribute call fails.
@@ -126,6 +160,9 @@ bool facts_from_stat(const std::wstring& path, file_facts& facts)
 
 opened_file open_for_reading(const std::string& path)
 {
+    if (names_device(path)) {
+        return {-1, "is a device"};
+    }
     // With the right to set times, which serves to have the system leave the access time alone.
     HANDLE handle = open_handle(path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, OPEN_EXISTING,
                                 FILE_ATTRIBUTE_NORMAL);
@@ -137,9 +174,7 @@ opened_file open_for_reading(const std::string& path)
     }
     if (handle == INVALID_HANDLE_VALUE) {
         const DWORD error = ::GetLastError();
-        const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
-        const bool is_folder =
-            attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        const bool is_folder = (attributes_of(path) & FILE_ATTRIBUTE_DIRECTORY) != 0;
         return is_folder ? opened_file{-1, "is a folder"} : failed_open(error);
     }
     if (::GetFileType(handle) != FILE_TYPE_DISK) {
@@ -151,16 +186,23 @@ opened_file open_for_reading(const std::string& path)
 
 opened_file open_for_writing(const std::string& path, existing_file existing)
 {
-    const DWORD disposition = existing == existing_file::keep    ? OPEN_ALWAYS
-                              : existing == existing_file::empty ? CREATE_ALWAYS
-                                                                 : CREATE_NEW;
-    // A link is not emptied, but what it leads to would be.
-    const DWORD flags = existing == existing_file::keep
-                            ? FILE_ATTRIBUTE_NORMAL
-                            : FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT;
-    const HANDLE handle = open_handle(path, GENERIC_WRITE, disposition, flags);
-    return handle == INVALID_HANDLE_VALUE ? failed_open(::GetLastError())
-                                          : descriptor_of(handle, _O_WRONLY | _O_BINARY);
+    const bool is_emptied = existing == existing_file::empty;
+    const HANDLE handle = open_handle(
+        path, GENERIC_WRITE, existing == existing_file::refuse ? CREATE_NEW : OPEN_ALWAYS,
+        is_emptied ? FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT : FILE_ATTRIBUTE_NORMAL);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return failed_open(::GetLastError());
+    }
+    if (is_emptied && is_link(handle)) {
+        ::CloseHandle(handle);
+        return {-1, "is a link"};
+    }
+    if (is_emptied && !::SetEndOfFile(handle)) {
+        const DWORD error = ::GetLastError();
+        ::CloseHandle(handle);
+        return failed_open(error);
+    }
+    return descriptor_of(handle, _O_WRONLY | _O_BINARY);
 }
 
 bool close_file(int descriptor)
@@ -219,52 +261,101 @@ bool cut_file(int descriptor, std::int64_t length)
 
 bool replace_file(const std::string& from, const std::string& to)
 {
-    return ::MoveFileExW(callable_path(from).c_str(), callable_path(to).c_str(),
-                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    const std::wstring source = callable_path(from);
+    const std::wstring place = callable_path(to);
+    const auto move = [&] {
+        return ::MoveFileExW(source.c_str(), place.c_str(),
+                             MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    };
+    if (move()) {
+        return true;
+    }
+    // What is marked as read-only is not replaced, though its folder would let it be.
+    const DWORD attributes = attributes_of(to);
+    if (::GetLastError() != ERROR_ACCESS_DENIED || (attributes & FILE_ATTRIBUTE_READONLY) == 0 ||
+        !::SetFileAttributesW(place.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY})) {
+        return false;
+    }
+    const bool is_moved = move();
+    if (!is_moved) {
+        ::SetFileAttributesW(place.c_str(), attributes);
+    }
+    return is_moved;
 }
 
 std::optional<file_id> identify_file(const std::string& path)
 {
-    if (path.empty()) {
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (path.empty() || names_device(path)) {
         return std::nullopt;
     }
-    const HANDLE handle = open_handle(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
-    if (handle == INVALID_HANDLE_VALUE) {
+    const looked_at file(path);
+    if (!file.is_there() || !::GetFileInformationByHandle(file.handle(), &information)) {
         return std::nullopt;
     }
-    const std::optional<file_id> id = id_of(handle);
-    ::CloseHandle(handle);
-    return id;
+    return file_id{information.dwVolumeSerialNumber,
+                   (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
+                       information.nFileIndexLow};
 }
 
 output_place find_output(const std::string& path)
 {
+    if (names_device(path)) {
+        return {path, true, true};
+    }
     output_place place{path};
-    const HANDLE handle = open_handle(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
-    if (handle == INVALID_HANDLE_VALUE) {
+    const looked_at file(path);
+    if (!file.is_there()) {
         return place;
     }
+    file_facts facts;
     place.exists = true;
-    const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
-    place.is_special =
-        ::GetFileType(handle) != FILE_TYPE_DISK ||
-        (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
-    if (!place.is_special && attributes != INVALID_FILE_ATTRIBUTES &&
-        (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    place.is_special = ::GetFileType(file.handle()) != FILE_TYPE_DISK ||
+                       (facts_from_handle(file.handle(), facts) && facts.is_directory);
+    if (!place.is_special && (attributes_of(path) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         std::wstring end_of_links(32768, L'\0');
         const DWORD length = ::GetFinalPathNameByHandleW(
-            handle, end_of_links.data(), static_cast<DWORD>(end_of_links.size()), 0);
+            file.handle(), end_of_links.data(), static_cast<DWORD>(end_of_links.size()), 0);
         if (length != 0 && length < end_of_links.size()) {
             end_of_links.resize(length);
-            place.path = utf8_from_wide(end_of_links);
+            place.path = uni::plain_windows_path(utf8_from_wide(end_of_links));
         }
     }
-    ::CloseHandle(handle);
     return place;
 }
 
-// A file that takes another's place here takes its rights from the folder that both stand in.
-void take_rights(int, const std::string&) {}
+void take_rights(int descriptor, const std::string& from)
+{
+    const std::wstring model = callable_path(from);
+    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    PSID owner = nullptr;
+    PACL rights = nullptr;
+    PSECURITY_DESCRIPTOR all = nullptr;
+    if (::GetNamedSecurityInfoW(model.c_str(), SE_FILE_OBJECT,
+                                OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
+                                nullptr, &rights, nullptr, &all) == ERROR_SUCCESS) {
+        SECURITY_DESCRIPTOR_CONTROL control = 0;
+        DWORD revision = 0;
+        ::GetSecurityDescriptorControl(all, &control, &revision);
+        const DWORD inherited = (control & SE_DACL_PROTECTED) != 0
+                                    ? PROTECTED_DACL_SECURITY_INFORMATION
+                                    : UNPROTECTED_DACL_SECURITY_INFORMATION;
+        // The right to give a file away is another than that to change its rights.
+        for (const auto& [wanted, kinds] :
+             {std::pair<DWORD, DWORD>(WRITE_OWNER, OWNER_SECURITY_INFORMATION),
+              {WRITE_DAC, DACL_SECURITY_INFORMATION | inherited}}) {
+            const HANDLE file = ::ReOpenFile(handle_of(descriptor), wanted, sharing, 0);
+            if (file != INVALID_HANDLE_VALUE) {
+                ::SetSecurityInfo(file, SE_FILE_OBJECT, kinds, owner, nullptr, rights, nullptr);
+                ::CloseHandle(file);
+            }
+        }
+        ::LocalFree(all);
+    }
+    FILE_BASIC_INFO basic{};
+    basic.FileAttributes = attributes_of(from);
+    ::SetFileInformationByHandle(handle_of(descriptor), FileBasicInfo, &basic, sizeof basic);
+}
 
 std::string native_spelling(std::string path)
 {
@@ -285,27 +376,18 @@ bool read_file_facts(const std::string& path, file_facts& facts)
     if (!::GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &data)) {
         return facts_from_stat(wide, facts);
     }
-    facts.write_time = ticks_of(data.ftLastWriteTime);
-    facts.access_time = ticks_of(data.ftLastAccessTime);
-    facts.creation_time = ticks_of(data.ftCreationTime);
-    facts.size = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-    facts.is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) { // the link's own facts
+        const looked_at file(path);
+        return file.is_there() && facts_from_handle(file.handle(), facts);
+    }
+    set_facts(facts, data);
     return true;
 }
 
 bool read_file_facts(int descriptor, file_facts& facts)
 {
     facts = {};
-    BY_HANDLE_FILE_INFORMATION information{};
-    if (!::GetFileInformationByHandle(handle_of(descriptor), &information)) {
-        return false;
-    }
-    facts.write_time = ticks_of(information.ftLastWriteTime);
-    facts.access_time = ticks_of(information.ftLastAccessTime);
-    facts.creation_time = ticks_of(information.ftCreationTime);
-    facts.size =
-        (static_cast<std::uint64_t>(information.nFileSizeHigh) << 32) | information.nFileSizeLow;
-    return true;
+    return facts_from_handle(handle_of(descriptor), facts);
 }
 
 } // namespace platform

@@ -1,107 +1,50 @@
 #include "platform/windows/paths.h"
 
-#include <algorithm>
-#include <vector>
-
-#include <direct.h>
 #include <windows.h>
 
 #include "platform/windows/wide.h"
+#include "uni/windows_paths.h"
 
 namespace platform {
 
 namespace {
 
-constexpr std::wstring_view long_prefix = L"\\\\?\\";
-
-bool is_separator(wchar_t c)
+// What the system makes of a path, at any length; empty on failure.
+std::wstring full_path(const std::wstring& path)
 {
-    return c == L'\\' || c == L'/';
+    std::wstring full(::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
+    const DWORD length =
+        ::GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    full.resize(length < full.size() ? length : 0);
+    return full;
 }
 
-std::wstring unquoted(std::wstring_view path)
+// The current folder, or that of the drive which a path names.
+std::wstring folder_for(const std::wstring& path)
 {
-    std::wstring out(path);
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        if (out[i] == L'"' || (out[i] == L'\'' && i > 0)) {
-            out[i] = L' ';
-        }
-    }
-    const auto first = out.find_first_not_of(L" \t");
-    const auto last = out.find_last_not_of(L" \t");
-    return first == std::wstring::npos ? std::wstring() : out.substr(first, last - first + 1);
-}
-
-// Takes out every "." segment, and with every ".." segment one folder; separators become
-// backslashes, as the long form takes nothing else.
-std::wstring without_dot_segments(const std::wstring& path)
-{
-    std::vector<std::wstring> kept;
-    std::size_t start = 0;
-    while (start <= path.size()) {
-        std::size_t end = start;
-        while (end < path.size() && !is_separator(path[end])) {
-            ++end;
-        }
-        std::wstring segment = path.substr(start, end - start);
-        if (segment == L"..") {
-            if (kept.size() > 1) {
-                kept.pop_back();
-            }
-        } else if (segment != L"." && (!segment.empty() || kept.empty())) {
-            kept.push_back(std::move(segment));
-        }
-        start = end + 1;
-    }
-    std::wstring out;
-    for (const std::wstring& segment : kept) {
-        out += (out.empty() && &segment == &kept.front()) ? segment : L"\\" + segment;
-    }
-    return out;
-}
-
-std::wstring absolute_form(std::wstring_view path)
-{
-    const std::wstring clean = unquoted(path);
-    if (clean.size() >= 2 && is_separator(clean[0]) && is_separator(clean[1])) {
-        return clean;
-    }
-    wchar_t current[512];
-    if (_wgetcwd(current, 512) == nullptr) {
-        return {};
-    }
-    if (!clean.empty() && is_separator(clean[0])) {
-        return without_dot_segments(std::wstring(current, 2) + clean);
-    }
-    return without_dot_segments(std::wstring(current) + L"\\" + clean);
+    const bool has_drive = path.size() >= 2 && path[1] == L':';
+    return full_path(has_drive ? path.substr(0, 2) : L".");
 }
 
 } // namespace
 
-std::wstring long_path_form(std::wstring_view path)
+std::string long_path_form(const std::string& path)
 {
-    constexpr std::wstring_view share_prefix = L"\\\\";
-    if (path.starts_with(long_prefix)) {
-        return std::wstring(path);
-    }
-    if (path.starts_with(share_prefix)) {
-        return std::wstring(long_prefix) + L"UNC\\" + std::wstring(path.substr(2));
-    }
-    if (path.size() > 2 && path[1] != L':') {
-        const std::wstring absolute = absolute_form(path);
-        return absolute.empty() || absolute.starts_with(long_prefix)
-                   ? absolute
-                   : std::wstring(long_prefix) + absolute;
-    }
-    std::wstring out = std::wstring(long_prefix) + std::wstring(path);
-    std::replace(out.begin(), out.end(), L'/', L'\\');
-    return out;
+    return uni::long_windows_path(path, utf8_from_wide(folder_for(wide_from_utf8(path))));
 }
 
 std::wstring callable_path(const std::string& path)
 {
+    constexpr std::size_t too_long = MAX_PATH - 12; // a folder has room for a file in it
     const std::wstring wide = wide_from_utf8(path);
-    return wide.size() < MAX_PATH - 12 ? wide : long_path_form(wide);
+    return wide.size() < too_long && full_path(wide).size() < too_long
+               ? wide
+               : wide_from_utf8(long_path_form(path));
+}
+
+bool names_device(const std::string& path)
+{
+    return uni::names_windows_device(utf8_from_wide(full_path(wide_from_utf8(path))));
 }
 
 } // namespace platform

@@ -1,16 +1,17 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace platform {
 
-// The form of a path that the system takes beyond its usual length limit: a relative path is made
-// absolute first, then `\\?\` is put in front. Empty when the current folder is not to be had.
-std::wstring long_path_form(std::wstring_view path);
+// The form of a path that the system takes at any length, with `\\?\` in front.
+std::string long_path_form(const std::string& path);
 
-// A path for the calls that know nothing of long forms by themselves: long ones are given as
-// long_path_form gives them, others as they are.
+// A path for the system's calls, which resolve short ones themselves and take long ones in their
+// long form alone. Empty where there is no such path.
 std::wstring callable_path(const std::string& path);
+
+// Whether a path names a pipe or a device, which to open may be an act of its own.
+bool names_device(const std::string& path);
 
 } // namespace platform
