@@ -68,7 +68,7 @@ script_tests() { # name script argument...
 # Whole runs of the programs of one build.
 report_tests() { # name-suffix folder argument...
     local subject
-    for subject in reports options targets; do
+    for subject in reports forms options targets; do
         script_tests "$subject$1" "${subject}_test.py" --quilt "$2/quilt" "${@:3}"
     done
 }

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "io/byte_source.h"
-#include "io/stdin_stream.h"
 
 namespace {
 
@@ -183,25 +182,6 @@ TEST(output_sink, drops_everything_behind_a_failed_block)
     }
     EXPECT_FALSE(out.good());
     EXPECT_EQ(out.written, "block");
-}
-
-TEST(stdin_stream, gives_lines_of_at_most_4095_bytes)
-{
-    std::FILE* const input = std::tmpfile();
-    ASSERT_NE(input, nullptr);
-    const std::string start(4095, 'x');
-    std::fputs(("a b \r\r\n\n\r\n" + start + "xyz\nlast\r").c_str(), input);
-    std::rewind(input);
-    io::stdin_stream lines(input);
-    std::vector<std::string> found;
-    for (std::string line; lines.stdin_list_next(line);) {
-        found.push_back(line);
-    }
-    EXPECT_EQ(found, (std::vector<std::string>{"a b ", "", "", start, "xyz", "last"}));
-    std::fclose(input);
-    std::string line = "old";
-    EXPECT_FALSE(io::stdin_stream(nullptr).stdin_list_next(line));
-    EXPECT_EQ(line, "");
 }
 
 } // namespace

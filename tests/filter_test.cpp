@@ -5,10 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/files.h"
+
 namespace {
 
 namespace fs = std::filesystem;
-using uni::time_kind;
 
 TEST(filter, paths)
 {
@@ -100,51 +101,36 @@ TEST(filter, signatures)
     EXPECT_TRUE(failed) << "told all the same when a later entry accepts";
 }
 
-TEST(filter, time_window_wants_one_time_behind_its_start_and_none_behind_its_stop)
+TEST(filter, time_window_holds_the_write_time)
 {
+    const file_on_disk file("x");
+    platform::file_facts facts;
+    ASSERT_TRUE(platform::read_file_facts(file.path, facts));
+    const std::uint64_t written = facts.write_time;
+    using end = std::optional<std::uint64_t>;
     struct row {
-        bool start, stop;
-        std::uint64_t written, created;
+        end start, stop;
         bool accepted;
     };
     const row rows[] = {
-        {true, false, 99, 99, false},  {true, false, 100, 0, true},   {true, false, 0, 100, true},
-        {false, true, 200, 200, true}, {false, true, 201, 0, false},  {false, true, 0, 201, false},
-        {true, true, 0, 150, true},    {true, true, 150, 201, false}, {true, true, 0, 0, false},
+        {{}, {}, true},
+        {written, {}, true},
+        {written + 1, {}, false},
+        {{}, written, true},
+        {{}, written - 1, false},
+        {written, written, true},
+        {written - 2, written - 1, false},
     };
-    for (const bool is_filetime : {true, false}) {
-        for (const auto& [start, stop, written, created, accepted] : rows) {
-            request::cmd_params params;
-            // The form that is not asked for would refuse everything.
-            params.time_window_start = {start, is_filetime ? 100 : ~0ull, is_filetime ? ~0u : 100};
-            params.time_window_stop = {stop, is_filetime ? 200u : 0u, is_filetime ? 0u : 200u};
-            front::file_times times = {true,
-                                       is_filetime ? time_kind::filetime : time_kind::unix_seconds,
-                                       written, created};
-            bool failed = false;
-            EXPECT_EQ(front::filter_accepts(params, failed, "x", {}, &times), accepted)
-                << start << stop << ' ' << written << ' ' << created;
-        }
+    for (const auto& [start, stop, accepted] : rows) {
+        request::cmd_params params;
+        params.time_window_start = start;
+        params.time_window_stop = stop;
+        bool failed = false;
+        EXPECT_EQ(front::filter_accepts(params, failed, file.path, {}), accepted)
+            << start.value_or(0) << ' ' << stop.value_or(0);
+        EXPECT_TRUE(front::filter_accepts(params, failed, file.path + ".absent", {}))
+            << "whoever opens it tells that it is not there";
     }
-}
-
-TEST(filter, time_window_reads_the_times_of_the_file)
-{
-    const file_on_disk file("x");
-    request::cmd_params params;
-    bool failed = false;
-    const auto accepted = [&](const std::string& path, front::file_times times) {
-        return front::filter_accepts(params, failed, path, {}, &times);
-    };
-    EXPECT_TRUE(accepted("absent", {})) << "nothing is read without a window";
-    params.time_window_start = {true, uni::now_filetime() - 600 * uni::ticks_per_second, 0};
-    params.time_window_stop = {true, ~0ull, ~0u};
-    EXPECT_TRUE(accepted(file.path, {}));
-    EXPECT_FALSE(accepted(file.path + ".absent", {}));
-    EXPECT_FALSE(accepted(file.path, {true, time_kind::filetime, 0, 0})) << "known already";
-    params.time_window_start.filetime = uni::now_filetime() + 600 * uni::ticks_per_second;
-    EXPECT_FALSE(accepted(file.path, {}));
-    EXPECT_TRUE(front::filter_accepts(params, failed, file.path, {})) << "no times were given";
 }
 
 } // namespace

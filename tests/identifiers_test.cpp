@@ -119,7 +119,7 @@ TEST(identifiers, the_string_table_is_listed_wherever_its_strings_stand)
     using texts = std::vector<std::string>;
     for (const texts& sought : {texts(), texts{"zz"}}) {
         EXPECT_EQ(listed(b, "stringtable", sought),
-                  "first\nsecond\ncut\n\xd1\x87\xd0\xb5\n\n\nthe last one\n\n");
+                  "first\nsecond\ncut\n\xd1\x87\xd0\xb5[LF]\n\nthe last one\n\n");
     }
     sdb_builder bare;
     bare.without_string_table().add(bare.null(tag::general));

@@ -16,6 +16,8 @@ using test_support::made_report;
 using test_support::node;
 using test_support::sdb_builder;
 
+constexpr std::string_view opening = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<shimdb>\n";
+
 // The one record of a database that holds it alone, without the document around it.
 std::string xml_record(sdb_builder& b, std::uint16_t tag, std::initializer_list<node> children,
                        bool base16 = true)
@@ -24,7 +26,6 @@ std::string xml_record(sdb_builder& b, std::uint16_t tag, std::initializer_list<
     request::sdb_opts options = test_support::tag_options(tag);
     options.base16 = base16;
     const std::string text = test_support::database_report(b.build(), options).text;
-    constexpr std::string_view opening = "<shimdb>\n";
     constexpr std::string_view closing = "\n</shimdb>\n";
     EXPECT_TRUE(text.starts_with(opening) && text.ends_with(closing)) << text;
     return text.substr(opening.size(), text.size() - opening.size() - closing.size());
@@ -47,7 +48,7 @@ TEST(listing, nothing_to_list)
             options.listings = listings;
             const made_report made = test_support::database_report(image, options);
             EXPECT_EQ(made.text,
-                      form == "xml" ? "<shimdb>\n" + expected + "</shimdb>\n" : expected);
+                      form == "xml" ? std::string(opening) + expected + "</shimdb>\n" : expected);
             EXPECT_EQ(made.asked, !listings.empty());
             EXPECT_EQ(
                 made.notices,
@@ -175,7 +176,7 @@ TEST(listing, nested_elements)
 )");
 }
 
-TEST(listing, an_application_element_without_children_ends_doubled)
+TEST(listing, an_application_element_is_closed_once_and_its_parent_too)
 {
     const std::uint16_t heads[] = {0x7007, 0x7017, 0x702d, 0x702e, 0x702f,
                                    0x7034, 0x7035, 0x7036, 0x703a, 0x7012};
@@ -185,7 +186,7 @@ TEST(listing, an_application_element_without_children_ends_doubled)
                              {b.text(tag::app_name, "A"), b.dword(tag::os_platform, 1),
                               b.text(tag::vendor, "V"), b.text(tag::name, "n")}),
                   " <" + sdb::tag_name(head) + " os_platform=\"win32\" name=\"n\">\n" +
-                      "  <app app_name=\"A\" vendor=\"V\" / />\n");
+                      "  <app app_name=\"A\" vendor=\"V\" />\n </" + sdb::tag_name(head) + ">\n");
     }
     sdb_builder b; // other lists keep all of it on their element
     EXPECT_EQ(xml_record(b, tag::kdriver, {b.text(tag::vendor, "V"), b.dword(tag::os_platform, 1)}),
@@ -233,11 +234,12 @@ TEST(listing, matching_files_are_escaped)
 {
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {"\xc3\x84 \"&\t", "*", "name=\"%c3%84 '&amp;%09\" module=\"*\""},
-        {"e", "\x7f", "name=\"%7f\" module=\"*\""},
-        {"e", "12345\x7f", "name=\"12345%7f\" module=\"*\""},
+        {"e", "\x7f", "name=\"[x7f]\" module=\"*\""},
+        {"e", "12345\t", "name=\"12345%09\" module=\"*\""},
         {"e", "\xc3\xa9*", "name=\"%c3%a9*\" module=\"*\""},
         {"", "*", "name=\"*\" module=\"*\""},
-        {"", "\xc3\xa9", "name=\"\xc3\xa9\" module=\"*\""}, // escaped only beside a record's name
+        {"", "\xc3\xa9", "name=\"\xc3\xa9\" module=\"*\""}, // to ASCII only beside a record's name
+        {"e", "\x1b\xe2\x80\xae", "name=\"[x1b][U+202E]\" module=\"*\""},
     };
     for (const auto& [record_name, name, expected] : cases) {
         sdb_builder b;
@@ -247,9 +249,8 @@ TEST(listing, matching_files_are_escaped)
         const std::string text =
             record_name.empty() ? xml_record(b, tag::exe, {match})
                                 : xml_record(b, tag::exe, {b.text(tag::name, record_name), match});
-        const std::string inline_text = record_name.empty() ? "\"<>\"" : "\"&lt;&gt;\"";
-        EXPECT_NE(text.find("  <matching_file " + expected + " stringtable_item=\"" + inline_text +
-                            "\" />\n"),
+        EXPECT_NE(text.find("  <matching_file " + expected +
+                            " stringtable_item=\"&quot;&lt;&gt;&quot;\" />\n"),
                   std::string::npos)
             << text;
     }
@@ -287,7 +288,7 @@ TEST(listing, binaries_that_are_child_elements)
   </name>
   <text binary="" />
   <patch_bits>
-   <op module="m<" type="match" address="0x00000010">01 ab</op>
+   <op module="m&lt;" type="match" address="0x00000010">01 ab</op>
    <op module="r" type="replace" address="0xdeadbeef"></op>
   </patch_bits>
   <patch_bits>
@@ -297,12 +298,58 @@ TEST(listing, binaries_that_are_child_elements)
 )");
 }
 
+TEST(listing, what_comes_again_or_cannot_be_an_attribute_is_a_child)
+{
+    sdb_builder b;
+    EXPECT_EQ(
+        xml_record(b, tag::app,
+                   {b.text(tag::name, "first"), b.text(tag::name, "\"second\""),
+                    b.text(tag::name, "a]]>b"), b.byte(0x2001, 1), b.byte(0x2002, 2),
+                    b.string(0x8801, "&\"\x1b"), b.string(0x8801, "<\n"), b.dword(0x4fff, 1),
+                    b.dword(0x4fff, 2)}),
+        R"( <app name="first" byte="0x01" stringtable_item="&amp;&quot;[x1b]" tag_20479="0x00000001">
+  <name stringref="'second'" />
+  <name>
+   <![CDATA[a]]]]><![CDATA[>b]]>
+  </name>
+  <byte byte="0x02" />
+  <stringtable_item string="&lt;[LF]" />
+  <tag_20479 dword="0x00000002" />
+ </app>
+)");
+    sdb_builder deep;
+    node inner = deep.list(tag::data, {deep.null(tag::general)});
+    for (int depth = 0; depth < 80; ++depth) {
+        inner = deep.list(tag::data, {inner});
+    }
+    const std::string text = xml_record(deep, tag::app, {inner});
+    EXPECT_NE(text.find('\n' + std::string(64, ' ') + "<data general"), std::string::npos);
+    EXPECT_EQ(text.find(std::string(65, ' ')), std::string::npos);
+}
+
+TEST(listing, no_text_forges_a_line)
+{
+    sdb_builder b;
+    b.add(b.list(tag::app, {b.text(tag::name, "a\n-------------------- [x]\t\x1b"),
+                            b.null(tag::general), b.string(0x8801, "\xe2\x80\xae")}));
+    for (const auto& [separator, tab] : {std::pair(" | ", "\t"), {"\t", "[x09]"}}) {
+        request::sdb_opts options = listing_options({"apps"}, "plain");
+        options.csv_separator = separator;
+        const std::string text =
+            test_support::database_report(b.build(), options, {.path = "p\r\n\x7f"}).text;
+        EXPECT_TRUE(text.starts_with("-------------------- [p[CRLF][x7f]]\n1")) << text;
+        EXPECT_NE(text.find("a[LF]-------------------- [x]" + std::string(tab) + "[x1b]\n"),
+                  std::string::npos);
+        EXPECT_NE(text.find("[U+202E]\n"), std::string::npos);
+    }
+}
+
 // The records of executables, printed one after the other.
 made_report made_one_by_one(const sdb::sdb_database& database, std::string_view form)
 {
     const request::sdb_opts options;
     uni::text_buffer text;
-    const auto writer = form::form_of(form).make(text, options, {});
+    const auto writer = form::form_of(form).make(text, options, {.is_lone = true});
     writer->begin({&database, test_support::about().path});
     model::search everything(database, {});
     report::record_listing listing(database, everything, *writer);

@@ -41,7 +41,8 @@ const std::vector<request::sdb_opts>& all_reports()
 bool make_reports(const bytes& image, std::size_t count = 2)
 {
     sdb::sdb_database database;
-    if (!database.load_image(io::byte_vector(image.begin(), image.end()))) {
+    if (database.load_image(io::byte_vector(image.begin(), image.end())) !=
+        sdb::load_result::loaded) {
         return false;
     }
     for (const request::sdb_opts& options : std::span(all_reports()).first(count)) {

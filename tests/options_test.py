@@ -19,8 +19,9 @@ class Options(Runs):
                          "use %vss%# option for -sdb option\n")
         others = ("This option requires admin privileges...\nneed to "
                   "restart cmd prompt using \"Run As Administrator\" option...\n")
-        self.printed(f"-vss 2 -sdb {SAMPLE}", code=FAILED,
-                     messages=others if os.geteuid() else administrator)
+        for options, said in ((f"-vss 2 -sdb {SAMPLE}", administrator),
+                              ("-vss two", "no snapshot: two\n"), ("-vss ''", "no snapshot: \n")):
+            self.printed(options, code=FAILED, messages=others if os.geteuid() else said)
 
     def test_forms(self):
         self.check_commands("forms.txt", cwd="examples")
@@ -42,6 +43,19 @@ class Options(Runs):
         run(f"-tag seven -out {out}")
         self.assertEqual((self.read("out"), os.listdir(self.folder)), (b"old", ["out"]))
 
+    def test_results_and_log_are_two_files(self):
+        os.symlink(self.folder, self.path("link"))
+        for out, log in (("a", "a"), ("a", "./A"), ("a", "link/a"), ("a", "a.partial"),
+                         ("a.partial", "a"), ("b -csv -append", "link/b"), ("b", "hard")):
+            if log == "hard":
+                os.link(self.write("b", b"old"), self.path("hard"))
+            files = os.listdir(self.folder)
+            self.printed(f"-sdb {SAMPLE} -apps -out {self.path(out)} -diags {self.path(log)}",
+                         code=FAILED, messages=f"{self.path(out).split()[0]} cannot hold both "
+                                               "results and log, aborting\n")
+            self.assertEqual(os.listdir(self.folder), files)
+        self.printed(f"-sdb {SAMPLE} -apps -quiet -out /dev/null -diags /dev/null")
+
     def header(self, *options):
         return run("-tag", "1", *options).stdout.decode().split("\n")  # a refusal shows it
 
@@ -52,18 +66,32 @@ class Options(Runs):
                                    r"[^;]+; os: [^;]+;\d+\.\d+\.-;\d+\.\d+\.\d+;(32|64)$")
         program = ARGUMENTS.quilt.words[0]
         self.assertEqual(command, f'"cmdline: {program} -tag 1 \'-name of two words\'"')
-        # The date takes the format of the run, and a list on standard input is hinted at.
+        # The date takes the format of the run, unless it is none, and a list on standard input is hinted at.
         self.assertRegex(self.header("-dateformat", "YYYY-MM-DD")[1], r"^run time: \d{4}-\d\d-\d\d ")
+        self.assertRegex(self.header("--dateformat", "yyyy/m/ddd")[1], r"^run time: \d\d/\d\d/\d{4} ")
+        self.assertTrue(self.header("a\x1b\nb")[2].endswith(" a[x1b][LF]b\""))
         self.assertTrue(self.header("-pipe")[2].startswith('"cmdline: <filelist> ... | '))
 
     def test_unknown_and_accepted_options_change_nothing(self):
-        names = ("threads zlibex cpuinst cpu fragment_files outdir num_subdirs alias hostname "
+        names = ("threads zlibex cpuinst cpu fragment_files outdir alias hostname "
                  "username filter filter_skip filter_sig filter_path")
         values = " ".join(f"-{name} a|b" for name in names.split())
         plain = f"-sdb {SAMPLE} -apps -quiet "
-        for options in ("-guid x -enumsdb stray -l2 -no_such",
-                        f"-gzip -zlib -split_pathfile -separate_files -base16 {values}"):
-            self.assertEqual(self.printed(plain + options), self.printed(plain))
+        accepted = f"-gzip -zlib -split_pathfile -separate_files -base16 {values}"
+        self.assertEqual(self.printed(plain + accepted), self.printed(plain))
+        self.assertEqual(self.printed(plain.replace("-", "--").replace("sample--", "sample-")),
+                         self.printed(plain))
+        for option, said in (("stray", ""), ("-no_such", ""), ("exes", "-exes"), ("a", ""), ("-x", "-v"),
+                             ("-exse", "-exes"), ("--EXSE", "-exes"), ("-quite", "-quiet"),
+                             ("-apps", ""), ("-l2", ""), ("-append", ""),
+                             ("-versoin", "-version"), ("--version", ""), ("-guidss", "-guids"),
+                             ("-liststb", "-listsdb"), ("", ""), ("x\n\x1b", "")):
+            shown = option.replace("\n\x1b", "[LF][x1b]")
+            said = f"ignored: {shown}" + (f" ({said}?)\n" if said else "\n")
+            self.assertEqual(self.printed(*plain.split(), option, messages=said),
+                             self.printed(plain))
+        self.printed(*plain.split(), "-sdb", "a", "--Out",
+                     messages="ignored: -sdb\nignored: a\n--Out wants a value\n")
 
     def test_each_database_of_a_list_is_searched_anew(self):
         other = self.write("other.sdb", small_database(1, "x"))

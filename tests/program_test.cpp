@@ -162,12 +162,14 @@ TEST(program, lines)
     list = {{"CompileTimestamp", "", 0xf0000000, 0x401d},
             {"FileSize", "", 0x123456789a, 0x4001},
             {"FileSize", "", 1, 0x4002},
-            {"text", "two\nlines", 0, 0x6001}};
+            {"text", "two\nlines", 0, 0x6001},
+            {"t\x1b", "\xe2\x80\xae", 0, 0x6001}};
     options.csv_separator = ";";
     EXPECT_EQ(program_report(list, options, {.path = "T.exe"}).text,
               "Source file     ;T.exe       \n"
-              "CompileTimestamp;0xf0000000 [  UTC]\n" // a date before 1970
+              "CompileTimestamp;0xf0000000 [2097-08-05 09:04:00.000 UTC]\n"
               "FileSize        ;0x123456789a\n"
+              "t[x1b]          ;[U+202E]    \n"
               "text            ;two[LF]lines\n");
     EXPECT_EQ(program_report(list, row_options("csvl2t")).text, "");
 }
@@ -182,17 +184,18 @@ TEST(program, rows)
         "file version   ,internal name,copyright                               ,"
         "linker ver        ,os major ver      ,os minor ver      ,orig filename,"
         "PE checksum       ,product name        ,product ver    ,path of file\n"
-        "Tool.exe                                  ,1970-01-01  , 20:42:45.000,74565             ,"
-        "Akme GmbH      ,Caf\u00e9 \u8a08,nt  win32         ,                  ,app   ,"
+        "Tool.exe                                  ,2020-09-13  , 12:26:40.000,1600000000        ,"
+        "Akme GmbH      ,Caf\u00e9 \u8a08,nt  win32         ,1824              ,app   ,"
         "1.2.3.65535    ,tool    ,\u00a9 Acme[CRLF]All of it                  ,"
-        "                  ,                  ,                  ,Tool.exe    ,"
-        "                  ,Werkzeug            ,4.5.6.7        ,C:\\Tools\n");
+        "131077            ,6                 ,3                 ,Tool.exe    ,"
+        "74565             ,Werkzeug            ,4.5.6.7        ,C:\\Tools\n");
     request::sdb_opts options = row_options("csv");
     options.no_whitespace = true;
-    EXPECT_EQ(program_report(properties(test_support::pe_plan{.checksum = 0}.build()), options,
-                             {.path = "a,b", .state = {.head_stands = true}})
-                  .text,
-              "a b,, ,0, , , ,, , , , ,,,, ,, , ,.\n");
+    EXPECT_EQ(
+        program_report(properties(test_support::pe_plan{.time_stamp = 0, .checksum = 0}.build()),
+                       options, {.path = "a,\"b\"", .state = {.head_stands = true}})
+            .text,
+        "\"a \"\"b\"\"\",, ,0, , , ,4096, , , , ,131077,6,3, ,0, , ,.\n");
     options.pad_separator = false;
     EXPECT_EQ(program_report({}, options, {.path = "a,b"}).text,
               "source file,compile date,time-UTC,compile rawdate,company name,description,file os,"

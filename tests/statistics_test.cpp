@@ -164,10 +164,10 @@ TEST(statistics, delimited_form_pads_and_leads_as_the_options_say)
          "2001-02-03  , 00:00:00.000,            ,            ,2001-02-03  , 00:00:00.000,"
          "2024-02-29  , 00:00:00.000,"},
         {false, false, "hh:mm:ss",
-         "file mdate  , time-UTC,file adate  , time-UTC,file cdate  ,ctime-UTC,DB date     ,"
+         "file mdate  ,time-UTC,file adate  ,time-UTC,file cdate  ,ctime-UTC,DB date     ,"
          "time-UTC,",
-         "2001-02-03  , 00:00:00,            ,        ,2001-02-03  , 00:00:00,2024-02-29  , "
-         "00:00:00,"},
+         "2001-02-03  ,00:00:00,            ,        ,2001-02-03  ,00:00:00,2024-02-29  "
+         ",00:00:00,"},
         {true, true, "hh:mm:ss.xxx",
          "file mdate, time-UTC,file adate, time-UTC,file cdate,ctime-UTC,DB date,time-UTC," + bare,
          "2001-02-03, 00:00:00.000, , ,2001-02-03, 00:00:00.000,2024-02-29, 00:00:00.000,"},
@@ -183,14 +183,18 @@ TEST(statistics, delimited_form_pads_and_leads_as_the_options_say)
                       .times = {filetime(2001, 2, 3), 0, filetime(2001, 2, 3)}};
         const made_report made = statistics_report(told_database(), options, subject);
         const std::string row = made.text.substr(made.text.find('\n') + 1);
-        const auto filled = [&](std::string field, std::size_t width) {
+        const auto padded = [&](std::string field, std::size_t width) {
             field.resize(one.no_whitespace ? field.size() : std::max(width, field.size()), ' ');
-            return field + ',';
+            return field;
+        };
+        const auto filled = [&](const std::string& field, std::size_t width) {
+            return padded(field, width) + ',';
         };
         EXPECT_TRUE(made.text.starts_with(filled("source file", 42) + one.header)) << made.text;
         EXPECT_TRUE(row.starts_with(filled("a b.sdb", 42) + one.data)) << row;
         const std::string end =
-            filled("1.2", 8) + filled("3.16", 8) + filled("A  \"B\"", 36) +
+            filled("1.2", 8) + filled("3.16", 8) + '"' +
+            padded("A  \"B\"", 36).replace(3, 3, "\"\"B\"\"") + "\"," +
             "0x00000004,01234567-89ab-cdef-0123-456789abcdef,general: 1; appname: 1; shim: 2; app: "
             "0; exe: 2; tag_31420: 1; strings: 6; appid: 2," +
             filled("RegDB Path: ", 20) + filled("dir 1", 36);

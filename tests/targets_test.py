@@ -173,6 +173,7 @@ class Lists(Runs):
         for name in self.NAMES[:-1]:
             self.write(name, small_database(1, name))
         self.write(self.NAMES[-1], Path(COMPRESSED).read_bytes())
+        os.utime(self.path("a.sdb"), (0, 1_577_959_200))  # 2020-01-02 10:00:00
         self.write("empty", b"")
         self.write("text", b"no database")
 
@@ -200,10 +201,18 @@ class Lists(Runs):
             (a + b"\r\r\n\n\r\n\r\r\n" + b + b"\r\n", ["a.sdb", "计.sdb"]),
             (b"x" * 5000 + b"\n" + a, ["a.sdb"]),
             (b"x" * 4095 + a + b"\n" + b, ["a.sdb", "计.sdb"]),  # a long line is two entries
-            (b"\xff\xfe.sdb\n" + a + b"\n", ["a.sdb"]),
+            (b"\xff\xff.sdb\n" + a + b"\n", ["a.sdb"]),
+            (b'"a.sdb"\r\n' + b, ["a.sdb", "计.sdb"]),
+            *((f'{mark}"a.sdb"\r\n计.sdb\n'.encode(encoding), ["a.sdb", "计.sdb"])
+              for mark, encoding in (("", "utf-8-sig"), ("\ufeff", "utf-16-le"),
+                                     ("\ufeff", "utf-16-be"))),
         ):
             self.assertEqual((lines, self.databases("-pipe", lines)), (lines, expected))
-        self.assertEqual(run("-pipe -stats", lines=b"\n\r\n").returncode, FAILED)
+        for lines, said in ((b"\n\r\n", "no database in the list\n"),
+                            (a + b"\0" + b + b"\n" + b, "line 1 of the list holds a NUL, what "
+                                                        "stands behind it is left out\n")):
+            self.printed("-pipe -stats -quiet", lines=lines, code=FAILED, messages=said,
+                         cwd=self.folder)
 
     def test_results_file(self):
         for form in ("", "-csv"):
@@ -270,16 +279,18 @@ class Files(Runs):
                     out = self.write("out", old)
                     self.assertEqual(self.report(SAMPLE, f"{option} {out} {more}"), b"")
                     self.assertEqual(masked(self.read("out")),
-                                     stays + masked(self.report(SAMPLE, more)))
+                                     stays + masked(self.report(SAMPLE, more.split(" ")[0])))
                     os.unlink(out)
-        self.report(SAMPLE, f"-outfile {self.path('second')} -out {self.path('first')}")
+        second = self.path("second")
+        self.printed(f"-sdb {SAMPLE} -quiet -apps -outfile {second} -out {self.path('first')}",
+                     messages=f"ignored: -outfile\nignored: {second}\n")
         self.assertEqual(os.listdir(self.folder), ["first"])
 
     def test_log(self):
         log = self.path("log")
-        self.printed("-sdb", SAMPLE, "-fixes", "-quiet", "-diags", log, "-guid", "two words")
+        self.printed("-sdb", SAMPLE, "-fixes", "-quiet", "-diags", log, "-hostname", "two words")
         self.assertRegex(self.read("log").decode(), rf"^->{re.escape(ARGUMENTS.quilt.words[0])} "
-                         r'-sdb .* -guid "two words"->[\d.e-]+ secs$')
+                         r'-sdb .* -hostname "two words"->[\d.e-]+ secs$')
         self.printed(f"-sdb {SAMPLE} -fixes -quiet -diags {self.path('no/log')}", code=FAILED,
                      messages=f"prob opening log {self.path('no/log')}: no such file\n")
 
@@ -320,6 +331,81 @@ class Files(Runs):
         self.assertEqual(report.count(b"<exe "), len(texts))
         lint = subprocess.run(["xmllint", "--noout", "-"], input=report, capture_output=True)
         self.assertEqual((lint.returncode, lint.stderr), (0, b""))
+
+
+class WindowsPaths(Runs):
+    """Spellings that Windows knows, of files in one folder: drive R, and the share \\server\share."""
+
+    def setUp(self):
+        super().setUp()
+        self.program = self.windows()
+        self.wine_drive("r:", self.folder)
+        self.wine_drive("unc", self.folder)
+        os.makedirs(self.path("server"))
+        os.symlink("..", self.path("server/share"))
+        self.sample = self.write("sample file.sdb", Path(SAMPLE).read_bytes())
+        os.utime(self.sample, (1e9, 1.7e9))
+
+    def run_windows(self, *options, **places):
+        return self.program.run(*options, cwd=self.folder, **places)
+
+    def test_a_path_without_a_drive_has_no_hive(self):
+        os.makedirs(self.path("Windows/System32/config"))
+        hives.make_hive(self.path("Windows/System32/config/SOFTWARE"),
+                        {"{A}": hives.installed("r:\\sample file.sdb", "", 1)})
+        for path, found in ((r"r:\sample file.sdb", True), (r"\\?\r:\sample file.sdb", False),
+                            ("//?/r:/sample file.sdb", False),
+                            (r"\\server\share\sample file.sdb", False)):
+            report = self.run_windows("-sdb", path, "-stats").stdout
+            self.assertEqual((path, b"Database MD5" in report, b"Registry ModTime" in report),
+                             (path, True, found))
+
+    def test_long_paths(self):
+        name = "a folder whose name is long " * 4 + "x"
+        deep = f"{name}/{name}/{name}"
+        os.utime(self.write(f"{deep}/y.sdb", Path(SAMPLE).read_bytes()), (1e9, 1.7e9))
+        back = deep.replace("/", "\\")
+        for folder in (deep, f".\\{back}\\.\\..\\{name}", f"r:/{deep}/../{name}/.", f"r:{deep}",
+                       f"//server/share/{deep}/../{name}", f"\\\\server\\share\\{back}",
+                       f"\\\\?\\r:\\{back}", f"\\\\?\\UNC\\server\\share\\{back}"):
+            report = self.run_windows("-sdb", f"{folder}\\y.sdb", "-stats").stdout.decode()
+            self.assertRegex(report, r"File ModTime +\| 2023-11-14 22:13:20", folder)
+            listed = self.run_windows("-enumdir", folder, "-num_subdirs", "1", "-stats").stdout
+            shown = re.findall(r"(?m)^Database Path/File +\| (.*y\.sdb)\r?$", listed.decode())
+            self.assertEqual((folder, len(shown)), (folder, 1))
+            again = self.run_windows("-sdb", shown[0], "-stats").stdout  # as it is shown
+            self.assertIn(b"2023-11-14 22:13:20", again, shown)
+
+    def test_no_spelling_of_an_examined_file_is_written(self):
+        os.link(self.sample, self.path("hard.txt"))
+        before = os.stat(self.sample)
+        for out in ("SAMPLE FILE.sdb", r"r:\Sample File.sdb", r"\\?\r:\sample file.sdb", "hard.txt",
+                    r"server\..\sample file.sdb",
+                    r"\\.\r:\sample file.sdb", "//server/share/sample file.sdb", "r:sample file.sdb"):
+            for option in ("-out", "-diags"):
+                result = self.run_windows("-sdb", self.sample, "-shims", option, out)
+                self.assertEqual((out, result.returncode), (out, FAILED))
+                self.assertIn(b"is examined by this run, aborting", result.stderr)
+        self.assertEqual(self.read("sample file.sdb"), Path(SAMPLE).read_bytes())
+        self.assertEqual((before.st_ino, before.st_mtime_ns, before.st_mode),
+                         ((now := os.stat(self.sample)).st_ino, now.st_mtime_ns, now.st_mode))
+
+    def test_results_file(self):
+        options = ["-sdb", self.sample, "-shims", "-quiet", "-out"]
+        report = run(*options[:-1]).stdout.replace(b"\n", b"\r\n")
+        for old, mode in ((None, 0o644), (b"old", 0o444), (b"old", 0o600)):
+            if old:
+                os.chmod(self.write("out", old), mode)
+            self.assertEqual(self.run_windows(*options, "out").returncode, 0)
+            self.assertEqual(self.read("out"), report)
+            self.assertEqual(os.stat(self.path("out")).st_mode & 0o666, mode)
+            os.unlink(self.path("out"))
+        for out, code in (("NUL", 0), (r"r:\nul", 0), ("server", FAILED), (r"no\out", FAILED),
+                          (r"z:\dev\full", FAILED)):
+            result = self.run_windows(*options, out)
+            self.assertEqual((out, result.returncode, result.stderr != b""),
+                             (out, code, code == FAILED))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["sample file.sdb", "server"])
 
 
 if __name__ == "__main__":

@@ -1,3 +1,4 @@
+#include "uni/marks.h"
 #include "uni/text.h"
 
 #include <gtest/gtest.h>
@@ -46,23 +47,38 @@ TEST(text, split_drops_empty_items)
 
 TEST(text, xml_escape_leaves_plain_ascii)
 {
-    EXPECT_EQ(uni::xml_escape("a<b>&c"), "a&lt;b&gt;&amp;c");
-    EXPECT_EQ(uni::xml_escape({"\0\x80\t\r\n\x1f\x7f \"~\xff", 11}), "%00%80%09\r\n%1f%7f \"~%ff");
+    EXPECT_EQ(uni::xml_escape("a<b>&c\xc3\xa9\"\t'"), "a&lt;b&gt;&amp;c\xc3\xa9&quot;\t'");
+    EXPECT_EQ(uni::xml_escape_to_ascii({"\0\x80\t\r\n\x1f\x7f <~\xff", 11}),
+              "%00%80%09\r\n%1f%7f &lt;~%ff");
 }
 
-TEST(text, line_ends_become_markers)
+TEST(text, what_acts_on_a_screen_becomes_a_mark)
 {
-    for (const auto& [text, expected] : {text_pair{"a\r\nb\nc", "a[CRLF]b[LF]c"},
-                                         {"a\rb\r", "a[CR]b[CR]"},
-                                         {"a\n\rb", "a[LFCR]b"},
-                                         {"\n\rb", "[LF][CR]b"}, // an LF at the start never pairs
-                                         {"\n\r\nb", "[LF][CRLF]b"},
-                                         {"a\n\r\n", "a[LFCR][LF]"}, // the CR pairs with the first
-                                         {"a\r\r\n", "a[CR][CRLF]"},
-                                         {"plain", "plain"}}) {
+    for (const auto& [text, expected] :
+         {text_pair{"a\r\nb\nc", "a[CRLF]b[LF]c"},
+          {"a\rb\r", "a[CR]b[CR]"},
+          {"a\n\rb", "a[LFCR]b"},
+          {"\n\rb", "[LF][CR]b"}, // an LF at the start never pairs
+          {"\n\r\nb", "[LF][CRLF]b"},
+          {"a\n\r\n", "a[LFCR][LF]"}, // the CR pairs with the first
+          {"a\r\r\n", "a[CR][CRLF]"},
+          {"plain\t\xc3\xa9\xe8\xa8\x88", "plain\t\xc3\xa9\xe8\xa8\x88"},
+          {"\x1b[2J\x7f", "[x1b][2J[x7f]"},
+          {"\xc2\x9b\xc2\x80\xc2\xa0", "[x9b][x80]\xc2\xa0"},
+          {"\xd8\x9c\xe2\x80\x8e", "[U+061C][U+200E]"},
+          {"\xe2\x80\xa9\xe2\x80\xaa", "\xe2\x80\xa9[U+202A]"},
+          {"\xe2\x80\xae\xe2\x80\xaf", "[U+202E]\xe2\x80\xaf"},
+          {"\xe2\x81\xa6\xe2\x81\xa9", "[U+2066][U+2069]"},
+          {"\xef\xbf\xbe\xef\xbf\xbf", "\xef\xbf\xbd\xef\xbf\xbd"},
+          {"\xff"
+           "a\xc3",
+           "[xff]a[xc3]"}, // no UTF-8
+          {"\xc0\xaf\xed\xa0\x80", "[xc0][xaf][xed][xa0][x80]"},
+          {"\xf0\x9f\xa7\xb5\xf4\x90\x80\x80", "\xf0\x9f\xa7\xb5[xf4][x90][x80][x80]"}}) {
         std::string in_place = text;
-        uni::keep_on_one_line(in_place);
+        uni::mark(in_place);
         EXPECT_EQ(in_place, expected);
+        EXPECT_EQ(uni::needs_marks(text), text != expected);
     }
 }
 

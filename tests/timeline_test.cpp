@@ -73,15 +73,21 @@ TEST(timeline, columns_follow_the_options)
         {[](request::sdb_opts&) {},
          "date,time,timezone,MACB,source,sourcetype,type,user,host,short,desc,version,filename,"
          "inode,notes,format,extra\n",
-         "2021-03-04, 05:06:07.891,UTC,M...,SHIM,Shim Database,DB, Modified,me,here,"
+         "2021-03-04, 05:06:07.891,UTC,M...,SHIM,Shim Database,DB  Modified,m e,here,"
          "1 2[CRLF]3[CR],a|b c,2,fi le,,no tes[LF],quilt (morvane),ext ra\n"},
         {[](request::sdb_opts& options) {
              options.no_whitespace = true;
              options.field_char_to = '\0';
          },
          "date,time,timezone,MACB,",
-         "2021-03-04,05:06:07.891,UTC,M...,SHIM,Shim Database,DB, Modified,me,here,"
-         "1,2[CRLF]3[CR],a|b,c,2,fi,le,,no,tes[LF],quilt (morvane),ext,ra\n"},
+         "2021-03-04,05:06:07.891,UTC,M...,SHIM,Shim Database,\"DB, Modified\",\"m,e\",here,"
+         "\"1,2[CRLF]3[CR]\",\"a|b,c\",2,\"fi,le\",,\"no,tes[LF]\",quilt (morvane),\"ext,ra\"\n"},
+        {[](request::sdb_opts& options) { // no blank in front of a field
+             options.quoted_csv_fields = true;
+             options.csv_separator = "-0";
+             options.field_char_from = '\0';
+         },
+         "date-0time-0timezone-0", "\"2021-03-04\"-005:06:07.891-0UTC-0M...-0"},
         {[](request::sdb_opts& options) {
              options.pair_datetime = true;
              options.csv_separator = " | ";
@@ -90,7 +96,7 @@ TEST(timeline, columns_follow_the_options)
              uni::compile_date_style(options.date_style, "dd-mmm-yyyy", "hh:mm:ss", true);
          },
          "date/time | timezone | MACB | ",
-         " 04-Mar-2021 05:06:07 | UTC | M... | SHIM | Shim Database | DB, Modified | me | here | "
+         " 04-Mar-2021 05:06:07 | UTC | M... | SHIM | Shim Database | DB, Modified | m,e | here | "
          "1,2[CRLF]3[CR] | a;b,c | 2 | fi,le |  | no,tes[LF] | quilt (morvane) | ext,ra\n"},
         {[](request::sdb_opts& options) {
              options.pair_datetime = options.no_whitespace = true;
@@ -98,30 +104,52 @@ TEST(timeline, columns_follow_the_options)
          },
          "date/time\ttimezone\t", "2021-03-04 05:06:07.891\tUTC\tM...\t"},
     };
-    for (const char* const form : {"csvl2t", "bodyfile"}) {
-        for (const auto& one : cases) {
-            request::sdb_opts options = test_support::row_options(form);
-            options.username = "me";
-            options.hostname = "here";
-            options.program_name = "quilt";
-            one.change(options);
-            uni::text_buffer out;
-            const auto writer = form::form_of(form).make(out, options, {});
-            EXPECT_TRUE(writer->subject(events()) && writer->subject(events()));
-            const std::string text(out.view());
-            const std::size_t behind_head = text.find('\n') + 1;
-            const std::string row = text.substr(behind_head, (text.size() - behind_head) / 2);
-            EXPECT_TRUE(text.starts_with(one.head)) << text;
-            EXPECT_TRUE(row.starts_with(one.row)) << row;
-            EXPECT_EQ(text, text.substr(0, behind_head) + row + row) << "one head for all";
-        }
+    for (const auto& one : cases) {
+        request::sdb_opts options = test_support::row_options("csvl2t");
+        options.username = "m,e";
+        options.hostname = "here";
+        options.program_name = "quilt";
+        one.change(options);
+        uni::text_buffer out;
+        const auto writer = form::form_of("csvl2t").make(out, options, {});
+        EXPECT_TRUE(writer->subject(events()) && writer->subject(events()));
+        const std::string text(out.view());
+        const std::size_t behind_head = text.find('\n') + 1;
+        const std::string row = text.substr(behind_head, (text.size() - behind_head) / 2);
+        EXPECT_TRUE(text.starts_with(one.head)) << text;
+        EXPECT_TRUE(row.starts_with(one.row)) << row;
+        EXPECT_EQ(text, text.substr(0, behind_head) + row + row) << "one head for all";
+    }
+}
+
+TEST(timeline, a_body_file_has_rows_of_eleven_fields)
+{
+    form::entry facts = events();
+    facts.file = {.path = "a|b\t\x1b",
+                  .digest_md5 = [] { return std::string("d19"); },
+                  .size = 77,
+                  .access = year_3001,
+                  .write = moment,
+                  .events = {{moment, "database"}, {0, "installed"}}};
+    const char* const cases[] = {"d19|a;b\t[x1b]|0|0|0|0|77|0|1614834367|0|0\n"
+                                 "0|a;b\t[x1b] (database)|0|0|0|0|0|0|1614834367|0|0\n",
+                                 "d19|\"a|b\t[x1b]\"|0|0|0|0|77|0|1614834367|0|0\n"
+                                 "0|\"a|b\t[x1b] (database)\"|0|0|0|0|0|0|1614834367|0|0\n"};
+    for (const bool quoted : {false, true}) {
+        request::sdb_opts options = test_support::row_options("bodyfile");
+        options.quoted_csv_fields = quoted;
+        options.csv_separator = "\t";
+        uni::text_buffer out;
+        const auto writer = form::form_of("bodyfile").make(out, options, {});
+        EXPECT_TRUE(writer->subject(facts) && writer->separate());
+        EXPECT_EQ(out.view(), cases[quoted]);
     }
 }
 
 TEST(timeline, what_has_no_events_is_lines_in_one_form_and_nothing_in_the_other)
 {
     form::entry facts = events();
-    facts.events.reset();
+    facts.events.reset(); // and no file
     for (const auto& [form, expected] : {std::pair("csvl2t", ""), {"bodyfile", "label,line\n"}}) {
         const request::sdb_opts options = test_support::row_options(form);
         uni::text_buffer out;

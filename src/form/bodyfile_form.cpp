@@ -2,6 +2,8 @@
 
 #include "form/fields.h"
 #include "form/lines_form.h"
+#include "uni/marks.h"
+#include "uni/text.h"
 
 namespace form {
 
@@ -10,9 +12,20 @@ namespace {
 constexpr std::string_view separator = "|";
 constexpr std::string_view unknown = "0";
 
+// A path without the separator: readers of these files know no quotes.
+std::string path_text(std::string path, const request::cmd_params& style)
+{
+    uni::mark(path);
+    if (!style.quoted_csv_fields) {
+        uni::replace_char(path, separator.front(), ';');
+    }
+    return path;
+}
+
 std::string seconds_text(std::uint64_t filetime)
 {
-    return std::to_string(uni::time_value_from(filetime, uni::time_kind::filetime).unix_seconds);
+    const uni::time_value moment = uni::time_value_from(filetime, uni::time_kind::filetime);
+    return moment.valid ? std::to_string(moment.unix_seconds) : std::string(unknown);
 }
 
 // Rows of eleven fields as tools for timelines read them, and lines for what is no file of the kind:
@@ -56,7 +69,7 @@ private:
     {
         out_.text(digest.empty() ? unknown : digest);
         out_.text(separator);
-        write_field(out_, field_text(path, style_), separator);
+        write_field(out_, path_text(path, style_), separator);
         out_.literal("|0|0|0|0|");
         out_.decimal(size);
         for (const std::string& text : {seconds_text(access), seconds_text(write),

@@ -137,6 +137,9 @@ private:
         }
         // A read that reaches the file's end gives fewer bytes.
         io::byte_vector bytes(entry.signature.size());
+        if (entry.signature_offset >= file_->size()) {
+            return false;
+        }
         bytes.resize(file_->read(bytes, entry.signature_offset));
         open_failed |= file_->has_failed();
         return std::ranges::equal(bytes, entry.signature);

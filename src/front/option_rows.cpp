@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 #include "uni/text.h"
@@ -23,17 +24,25 @@ taking take_row(const option_row& row, parsing& now)
     return row.effect(now, row, value) ? taking::taken : taking::ended;
 }
 
-// How many characters are to be put in, taken out or replaced to make one text the other.
+// How many characters are to be put in, taken out, replaced or swapped with their neighbour to make
+// one text the other.
 std::size_t edits_between(std::string_view from, std::string_view to)
 {
-    std::vector<std::size_t> edits(to.size() + 1); // to each beginning of `to`
+    // Of the beginnings of `from` that end here, one character and two characters earlier, to each
+    // beginning of `to`.
+    std::vector<std::size_t> edits(to.size() + 1);
     std::iota(edits.begin(), edits.end(), std::size_t{0});
-    for (const char wanted : from) {
-        std::size_t before = edits[0]++; // of both texts without their last character
-        for (std::size_t i = 1; i <= to.size(); ++i) {
-            const std::size_t replaced = before + (wanted == to[i - 1] ? 0 : 1);
-            before = edits[i];
-            edits[i] = std::min({replaced, edits[i] + 1, edits[i - 1] + 1});
+    std::vector<std::size_t> before;
+    std::vector<std::size_t> long_before;
+    for (std::size_t k = 0; k < from.size(); ++k) {
+        long_before = std::exchange(before, edits);
+        ++edits[0];
+        for (std::size_t i = 0; i < to.size(); ++i) {
+            edits[i + 1] =
+                std::min({before[i] + (from[k] == to[i] ? 0 : 1), before[i + 1] + 1, edits[i] + 1});
+            if (k > 0 && i > 0 && from[k] == to[i - 1] && from[k - 1] == to[i]) {
+                edits[i + 1] = std::min(edits[i + 1], long_before[i - 1] + 1);
+            }
         }
     }
     return edits.back();

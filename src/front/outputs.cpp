@@ -1,13 +1,28 @@
 #include "front/outputs.h"
 
-#include <array>
-#include <utility>
+#include "uni/paths.h"
+#include "uni/text.h"
 
 namespace front {
 
 namespace {
 
 constexpr const char* examined_words = "%s is examined by this run, aborting\n";
+
+// Whether two paths name one file, which need not be there yet. Letter case counts only among files
+// that are.
+bool lead_to_one_file(const std::string& a, const std::string& b)
+{
+    const auto id = platform::identify_file(a);
+    const auto other = platform::identify_file(b);
+    if (id || other) {
+        return id == other;
+    }
+    std::string folder, other_folder, name, other_name;
+    return uni::split_path(a, folder, name) && uni::split_path(b, other_folder, other_name) &&
+           uni::equal_ignoring_case(name, other_name) &&
+           platform::identify_file(folder) == platform::identify_file(other_folder);
+}
 
 } // namespace
 
@@ -59,14 +74,11 @@ bool outputs::are_one_file(io::notices& notices) const
     if (!planned_results_ || !planned_log_ || planned_results_->where.target.is_special) {
         return false;
     }
-    using written = std::pair<const std::string&, const std::optional<platform::file_id>&>;
-    const auto files_of = [](const planned& file) {
-        return std::array<written, 2>{
-            {{file.where.target.path, file.target}, {file.where.partial, file.partial}}};
-    };
-    for (const auto& [path, id] : files_of(*planned_results_)) {
-        for (const auto& [log_path, log_id] : files_of(*planned_log_)) {
-            if ((!path.empty() && path == log_path) || (id && id == log_id)) {
+    const io::output_file::place& results = planned_results_->where;
+    const io::output_file::place& log = planned_log_->where;
+    for (const std::string* const path : {&results.target.path, &results.partial}) {
+        for (const std::string* const log_path : {&log.target.path, &log.partial}) {
+            if (lead_to_one_file(*path, *log_path)) {
                 notices.fail("%s cannot hold both results and log, aborting\n",
                              planned_results_->name.c_str());
                 return true;

@@ -351,7 +351,8 @@ void settle_targets(request::sdb_opts& options)
 
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
-    if (options.append && !form::form_of(options.form).has_banner) {
+    if (options.append &&
+        form::form_of(options.form).carries == form::contents::records_of_one) {
         notices.fail("-append needs a form of lines, aborting\n");
         return true;
     }

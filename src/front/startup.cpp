@@ -16,7 +16,8 @@ namespace front {
 namespace {
 
 constexpr std::string_view banner = "quilt ver: 0.45";
-constexpr std::string_view help_names[] = {"-h", "-help", "-?", "/?"};
+constexpr std::string_view help_names[] = {"-h", "-help", "-?"};
+constexpr std::string_view slash_help = "/?"; // always among errors
 constexpr std::string_view version_names[] = {"-version"};
 constexpr std::string_view default_date_format = "mm/dd/yyyy";
 constexpr std::string_view run_time_format = "hh:mm:ss";
@@ -157,12 +158,9 @@ std::optional<std::string> text_asked_for(const argument_list& args)
 
 bool asks_for_help(argument_list& args)
 {
-    for (const std::string_view name : help_names) {
-        if (find_option_flag(name, args)) {
-            return true;
-        }
-    }
-    return args.size() <= 1;
+    const bool asks = std::ranges::any_of(
+        help_names, [&](std::string_view name) { return find_option_flag(name, args); });
+    return asks || find_option_flag(slash_help, args) || args.size() <= 1;
 }
 
 void add_help_options(std::vector<option_row>& rows)

@@ -46,8 +46,9 @@ bool stdin_stream::stdin_list_next(std::string& out)
     }
     out.erase(out.find_last_not_of("\r\n") + 1);
     if (continues_line_ && !out.empty() && !is_long_line_told_) {
-        notices_.fail("line %llu of the list has more than %zu bytes, taken as several entries\n",
-                      static_cast<unsigned long long>(line_), longest_entry);
+        notices_.fail("line %llu of the list has more than %llu bytes, taken as several entries\n",
+                      static_cast<unsigned long long>(line_),
+                      static_cast<unsigned long long>(longest_entry));
         is_long_line_told_ = true;
     }
     const bool is_line_end = byte == '\n' || byte == EOF;
@@ -132,7 +133,7 @@ bool stdin_stream::read_character()
             character.push_back(*unit_);
             unit_.reset();
         } else {
-            character = u"\xfffd"; // no name that could be opened
+            character.assign(1, u'\xfffd'); // no name that could be opened
         }
     }
     waiting_ = uni::utf8_from_utf16(character);

@@ -42,7 +42,7 @@ struct about {
     std::string path = "c:\\a&b.sdb";
     io::file_times times = {};
     const model::installed_database* installed = nullptr;
-    form::stream_state state = {};
+    form::stream_state state = {.is_lone = true};
 };
 
 // The listings that the options ask for, or what takes their place.

@@ -72,8 +72,9 @@ def conversation(command, files=(), **places):
                      result.stdout.decode())
     if pattern:
         printed = "".join(found[0] + "\n" for found in re.finditer(pattern, printed, re.M))
-    usage = (GOLDEN / "usage.txt").read_bytes()
-    said = result.stderr.replace(usage, b"<usage>\n").decode()
+    usage = (GOLDEN / "usage.txt").read_text("utf-8")
+    printed = printed.replace(usage, "<usage>\n")
+    said = result.stderr.decode().replace(usage, "<usage>\n")
     shown = "".join(f"{mark} {line}" if line.endswith("\n") else f"{mark} {line}<no end>\n"
                     for mark, text in ((">", printed), ("!", said))
                     for line in re.findall(r".*\n|.+", text))

@@ -187,9 +187,18 @@ opened_file open_for_reading(const std::string& path)
 opened_file open_for_writing(const std::string& path, existing_file existing)
 {
     const bool is_emptied = existing == existing_file::empty;
-    const HANDLE handle = open_handle(
-        path, GENERIC_WRITE, existing == existing_file::refuse ? CREATE_NEW : OPEN_ALWAYS,
-        is_emptied ? FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT : FILE_ATTRIBUTE_NORMAL);
+    const DWORD disposition = existing == existing_file::refuse ? CREATE_NEW : OPEN_ALWAYS;
+    const DWORD flags =
+        is_emptied ? FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT : FILE_ATTRIBUTE_NORMAL;
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    // As many of the rights that take_rights needs as the system gives.
+    const DWORD most = existing == existing_file::keep ? 0 : WRITE_DAC | WRITE_OWNER;
+    for (const DWORD more : {most, most & WRITE_DAC, DWORD{0}}) {
+        handle = open_handle(path, GENERIC_WRITE | more, disposition, flags);
+        if (handle != INVALID_HANDLE_VALUE || ::GetLastError() != ERROR_ACCESS_DENIED) {
+            break;
+        }
+    }
     if (handle == INVALID_HANDLE_VALUE) {
         return failed_open(::GetLastError());
     }
@@ -326,35 +335,20 @@ output_place find_output(const std::string& path)
 
 void take_rights(int descriptor, const std::string& from)
 {
-    const std::wstring model = callable_path(from);
-    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    PSID owner = nullptr;
-    PACL rights = nullptr;
-    PSECURITY_DESCRIPTOR all = nullptr;
-    if (::GetNamedSecurityInfoW(model.c_str(), SE_FILE_OBJECT,
-                                OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
-                                nullptr, &rights, nullptr, &all) == ERROR_SUCCESS) {
-        SECURITY_DESCRIPTOR_CONTROL control = 0;
-        DWORD revision = 0;
-        ::GetSecurityDescriptorControl(all, &control, &revision);
-        const DWORD inherited = (control & SE_DACL_PROTECTED) != 0
-                                    ? PROTECTED_DACL_SECURITY_INFORMATION
-                                    : UNPROTECTED_DACL_SECURITY_INFORMATION;
-        // The right to give a file away is another than that to change its rights.
-        for (const auto& [wanted, kinds] :
-             {std::pair<DWORD, DWORD>(WRITE_OWNER, OWNER_SECURITY_INFORMATION),
-              {WRITE_DAC, DACL_SECURITY_INFORMATION | inherited}}) {
-            const HANDLE file = ::ReOpenFile(handle_of(descriptor), wanted, sharing, 0);
-            if (file != INVALID_HANDLE_VALUE) {
-                ::SetSecurityInfo(file, SE_FILE_OBJECT, kinds, owner, nullptr, rights, nullptr);
-                ::CloseHandle(file);
-            }
+    const HANDLE file = handle_of(descriptor);
+    PSECURITY_DESCRIPTOR rights = nullptr;
+    if (::GetNamedSecurityInfoW(callable_path(from).c_str(), SE_FILE_OBJECT,
+                                OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr,
+                                nullptr, nullptr, nullptr, &rights) == ERROR_SUCCESS) {
+        // One by one: a file may be given rights by whoever may not give it away.
+        for (const DWORD kind : {OWNER_SECURITY_INFORMATION, DACL_SECURITY_INFORMATION}) {
+            ::SetKernelObjectSecurity(file, kind, rights);
         }
-        ::LocalFree(all);
+        ::LocalFree(rights);
     }
     FILE_BASIC_INFO basic{};
     basic.FileAttributes = attributes_of(from);
-    ::SetFileInformationByHandle(handle_of(descriptor), FileBasicInfo, &basic, sizeof basic);
+    ::SetFileInformationByHandle(file, FileBasicInfo, &basic, sizeof basic);
 }
 
 std::string native_spelling(std::string path)
