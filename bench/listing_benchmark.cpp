@@ -7,13 +7,15 @@
 #include <memory>
 #include <utility>
 
+#include "io/output_sink.h"
 #include "large_database.h"
-#include "report/listings.h"
-#include "report/statistics.h"
+#include "model/database_facts.h"
+#include "model/record_expander.h"
 #include "sdb/database.h"
 #include "sdb/finders.h"
 #include "sdb/inflate.h"
 #include "sdb/tags.h"
+#include "support/reports.h"
 
 namespace {
 
@@ -27,16 +29,6 @@ const test_support::bytes& image_of(std::int64_t mebibytes)
     return mebibytes == 1 ? small : large;
 }
 
-// A database that is loaded, with the options of its run.
-struct loaded_database {
-    explicit loaded_database(const test_support::bytes& image)
-    {
-        database.load_image(io::byte_vector(image.begin(), image.end()), options);
-    }
-    front::sdb_opts options;
-    sdb::sdb_database database;
-};
-
 void count_bytes(benchmark::State& state)
 {
     const auto size = static_cast<std::int64_t>(image_of(state.range(0)).size());
@@ -49,10 +41,9 @@ void load_and_scan(benchmark::State& state)
     for (auto _ : state) {
         state.PauseTiming();
         io::byte_vector copy(image.begin(), image.end());
-        front::sdb_opts options;
         auto database = std::make_unique<sdb::sdb_database>();
         state.ResumeTiming();
-        benchmark::DoNotOptimize(database->load_image(std::move(copy), options));
+        benchmark::DoNotOptimize(database->load_image(std::move(copy)));
         state.PauseTiming();
         database.reset();
         state.ResumeTiming();
@@ -72,26 +63,25 @@ void inflate(benchmark::State& state)
 
 void expand_executables(benchmark::State& state)
 {
-    const loaded_database loaded(image_of(state.range(0)));
-    report::record_expander expander(loaded.database);
+    const test_support::loaded_database loaded(image_of(state.range(0)));
+    model::record_expander expander(loaded.database);
     for (auto _ : state) {
-        std::uint64_t listed_items = 0;
-        for (const std::uint32_t ordinal : loaded.database.ordinals_by_tag(sdb::tag::exe)) {
-            expander.expand(loaded.database.offset_at(ordinal), true, listed_items);
+        model::listing_budget budget(loaded.database);
+        for (const sdb::tag_ordinal ordinal : loaded.database.ordinals_by_tag(sdb::tag::exe)) {
+            expander.expand(loaded.database.offset_at(ordinal), true, budget);
         }
-        benchmark::DoNotOptimize(listed_items);
+        benchmark::DoNotOptimize(budget.items);
     }
     count_bytes(state);
 }
 
-void list_applications(benchmark::State& state, bool xml)
+void list_applications(benchmark::State& state, std::string_view form)
 {
-    loaded_database loaded(image_of(state.range(0)));
-    loaded.options.xml = xml;
-    loaded.options.list_apps = true;
+    const test_support::loaded_database loaded(image_of(state.range(0)));
+    const request::sdb_opts options = test_support::listing_options({"apps"}, form);
     for (auto _ : state) {
         io::null_out_stream nowhere;
-        report::run_database_report(nowhere, loaded.database, loaded.options);
+        test_support::write_report(nowhere, loaded.database, options);
     }
     count_bytes(state);
 }
@@ -99,7 +89,7 @@ void list_applications(benchmark::State& state, bool xml)
 // A search for what no string holds looks at all of them.
 void search_strings(benchmark::State& state)
 {
-    const loaded_database loaded(image_of(state.range(0)));
+    const test_support::loaded_database loaded(image_of(state.range(0)));
     for (auto _ : state) {
         sdb::found_tags found;
         benchmark::DoNotOptimize(sdb::find_strings(loaded.database, found, "no such word"));
@@ -110,10 +100,10 @@ void search_strings(benchmark::State& state)
 // Counts, expansions and both digests.
 void gather_statistics(benchmark::State& state)
 {
-    const loaded_database loaded(image_of(state.range(0)));
+    const test_support::loaded_database loaded(image_of(state.range(0)));
     for (auto _ : state) {
-        report::database_facts facts;
-        benchmark::DoNotOptimize(report::gather_facts(facts, loaded.database, loaded.options));
+        model::database_facts facts;
+        benchmark::DoNotOptimize(model::gather_facts(facts, loaded.database));
     }
     count_bytes(state);
 }
@@ -128,7 +118,7 @@ BENCHMARK(inflate)->Apply(sizes);
 BENCHMARK(expand_executables)->Apply(sizes);
 BENCHMARK(search_strings)->Apply(sizes);
 BENCHMARK(gather_statistics)->Apply(sizes);
-BENCHMARK_CAPTURE(list_applications, xml, true)->Apply(sizes);
-BENCHMARK_CAPTURE(list_applications, plain, false)->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, xml, "xml")->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, plain, "plain")->Apply(sizes);
 
 } // namespace

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "hive/hive_query.h"
-#include "report/installed_databases.h"
+#include "model/installed_databases.h"
 
 namespace {
 
@@ -23,9 +23,9 @@ void put_text(io::byte_vector& bytes, std::size_t offset, std::string_view text)
 
 void ask(const hive::hive_image& image, const hive::registry_cmd_parameters& question)
 {
-    report::installed_table table;
+    model::installed_table table;
     hive::hive_query(question, image, [&table](hive::hive_value_record&& row) {
-        report::fold_installed_row(table, row);
+        model::fold_installed_row(table, row);
     });
 }
 
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     hive.open(std::make_unique<io::memory_source>(std::move(bytes)));
     const hive::hive_image image(std::move(hive));
     ask(image, hive::query_installed_databases());
-    ask(image, report::installed_query());
+    ask(image, model::installed_query());
     ask(image, {.key = "Software\\?*\\?*", .level = 2, .keeps_empty_rows = true});
     ask(image, {.key = "System\\CurrentControlSet\\?*\\v", .level = 1});
     ask(image, {.key = "System\\Select\\Current"});

@@ -1,102 +1,125 @@
-// Loads arbitrary bytes as a database and makes one report of it. The first byte, a version number
-// that no report but the statistics looks at, selects which, so that any database is a seed.
+// Loads arbitrary bytes as a database and makes one report of it, or holds the quick ways to its
+// records against the long one. The first byte, a version number that no report but the statistics
+// looks at, selects which, so that any database is a seed.
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <iterator>
+#include <string>
+#include <vector>
 
-#include "report/listings.h"
-#include "report/statistics.h"
-#include "sdb/database.h"
-#include "sdb/finders.h"
+#include "io/output_sink.h"
 #include "sdb/tags.h"
+#include "support/record_checks.h"
+#include "support/reports.h"
 
 namespace {
 
 // Longer inputs find nothing that shorter ones do not.
 constexpr std::size_t longest_input = 65'536;
 
-io::null_out_stream& nowhere()
+void report(const sdb::sdb_database& database, const request::sdb_opts& options)
 {
-    static io::null_out_stream out;
-    return out;
+    static io::null_out_stream nowhere;
+    test_support::write_report(nowhere, database, options);
 }
 
-void list_everything(const sdb::sdb_database& database, front::sdb_opts& options)
+void list_everything(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.list_apps = options.list_fixes = true;
-    options.exes_only = options.shims_only = options.patches_only = true;
-    options.list_700b = options.list_7013 = options.tag_filter_on = true;
+    options.listings = {"apps", "fixes", "exes", "shims", "patches", "tag"};
     options.tag_filter = sdb::tag::inexclude;
-    report::run_database_report(nowhere(), database, options);
+    report(database, options);
 }
 
-void list_plain(const sdb::sdb_database& database, front::sdb_opts& options)
+void list_plain(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.xml = options.base16 = false;
+    options.form = "plain";
+    options.base16 = false;
     list_everything(database, options);
 }
 
-void list_tables(const sdb::sdb_database& database, front::sdb_opts& options)
+void list_xml(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.xml = false;
-    options.list_guids = options.list_stringtable = true;
-    report::run_database_report(nowhere(), database, options);
+    list_everything(database, options);
 }
 
-template <bool front::cmd_params::*form>
-void make_statistics(const sdb::sdb_database& database, front::sdb_opts& options)
+void list_tables(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.xml = false;
-    options.*form = true;
-    report::run_database_stats(database, nowhere(), options);
+    options.form = "plain";
+    options.listings = {"guids", "stringtable"};
+    report(database, options);
 }
+
+template <const char* form>
+void make_statistics(const sdb::sdb_database& database, request::sdb_opts)
+{
+    request::sdb_opts options = test_support::row_options(form);
+    options.stats = true;
+    report(database, options);
+}
+constexpr char plain[] = "plain";
+constexpr char csv[] = "csv";
+constexpr char csvl2t[] = "csvl2t";
 
 // What is searched for comes from the database itself, so that there is something to be found.
-void search_texts(const sdb::sdb_database& database, front::sdb_opts& options)
+void search_texts(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.find_strings_list = {"ex", "*"};
+    options.search.strings = {"ex", "*"};
     list_plain(database, options);
 }
 
-void search_guid(const sdb::sdb_database& database, front::sdb_opts& options)
+void search_guid(const sdb::sdb_database& database, request::sdb_opts options)
 {
     if (!database.guid_items().empty()) {
-        options.find_guid_text = database.guid_items().back().text();
+        options.search.guid = database.guid_items().back().text();
     }
-    options.list_guids = true;
+    list_tables(database, options);
     list_plain(database, options);
 }
 
-void search_tags(const sdb::sdb_database& database, front::sdb_opts& options)
+void search_tags(const sdb::sdb_database& database, request::sdb_opts options)
 {
     if (database.tag_count() != 0) {
-        options.find_tagids_list = {database.offset_at(database.tag_count() - 1), 12};
+        options.search.tagids = {database.offset_at(sdb::tag_ordinal(database.tag_count() - 1)),
+                                 12};
     }
     list_everything(database, options);
 }
 
-void search_patch_bytes(const sdb::sdb_database& database, front::sdb_opts& options)
+void search_patch_bytes(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    const std::uint8_t pattern[] = {0xeb};
-    sdb::found_tags found;
-    if (sdb::find_patch_bytes(database, found, pattern)) { // a failure would be worded each time
-        options.patch_pattern.assign(pattern, pattern + 1);
-    }
+    options.patch_pattern = {0xeb};
     list_everything(database, options);
 }
 
-constexpr void (*reports[])(const sdb::sdb_database&, front::sdb_opts&) = {
-    list_everything,
+// Looks for three tags, spread over the file.
+void compare_short_ways(const sdb::sdb_database& database, request::sdb_opts)
+{
+    std::vector<std::uint32_t> found;
+    for (std::uint32_t part = 1; part < 4 && database.tag_count() != 0; ++part) {
+        found.push_back(database.offset_at(sdb::tag_ordinal(database.tag_count() / 4 * part)));
+    }
+    const std::string difference = test_support::difference_of_short_ways(database, found);
+    if (!difference.empty()) {
+        std::fprintf(stderr, "%s\n", difference.c_str());
+        std::abort();
+    }
+}
+
+constexpr void (*reports[])(const sdb::sdb_database&, request::sdb_opts) = {
+    list_xml,
     list_plain,
     list_tables,
-    make_statistics<&front::cmd_params::section_rules>, // the plain form, which no flag selects
-    make_statistics<&front::cmd_params::csv>,
-    make_statistics<&front::cmd_params::csvl2t>,
+    make_statistics<plain>,
+    make_statistics<csv>,
+    make_statistics<csvl2t>,
     search_texts,
     search_guid,
     search_tags,
     search_patch_bytes,
+    compare_short_ways,
 };
 
 } // namespace
@@ -106,10 +129,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0 || size > longest_input) {
         return -1;
     }
-    front::sdb_opts options;
     sdb::sdb_database database;
-    if (database.load_image(io::byte_vector(data, data + size), options)) {
-        reports[data[0] % std::size(reports)](database, options);
+    if (database.load_image(io::byte_vector(data, data + size))) {
+        reports[data[0] % std::size(reports)](database, {});
     }
     return 0;
 }

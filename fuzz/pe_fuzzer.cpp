@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "pe/pe_file.h"
-#include "report/pe_report.h"
+#include "support/reports.h"
 
 namespace {
 
@@ -29,14 +29,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return std::make_unique<io::memory_source>(io::byte_vector(data, data + size));
     };
     pe::PE_FILE_UTIL file(source());
-    report::pe_list list;
-    if (report::read_pe_stats(list, source(), "a.exe")) {
+    model::pe_list list;
+    if (model::read_pe_stats(list, source(), "a.exe") == model::pe_outcome::gathered) {
         name_everything(file);
-        io::null_out_stream nowhere;
-        front::sdb_opts options;
-        report::print_pe_stats(nowhere, list, options);
-        options.csv = true;
-        report::print_pe_stats(nowhere, list, options);
+        for (const char* const form : {"plain", "csv"}) {
+            test_support::program_report(list, test_support::row_options(form));
+        }
     }
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "front/filter.h"
+#include "front/sdb_options.h"
 #include "front/stdin_stream_ex.h"
 #include "io/fileio.h"
 
@@ -64,16 +65,14 @@ protected:
         front::walk_sdb_files(root_, found, depth);
         return below_root(found);
     }
-    paths walked(const std::string& root, std::uint32_t depth, std::string_view filter = "*") const
+    static paths walked(const std::string& root, std::uint32_t depth)
     {
-        const front::cmd_params options;
-        std::vector<front::filter_entry> filters;
-        front::parse_filter(filters, filter);
-        mvportdir::stdin_stream_ex stream(options, nullptr);
-        EXPECT_TRUE(stream.start_walk(root, depth, filters));
+        const request::cmd_params options;
+        front::stdin_stream_ex stream(options, nullptr);
+        EXPECT_TRUE(stream.start_walk(root, depth, {}));
         return entries_of(stream);
     }
-    static paths entries_of(mvportdir::stdin_stream_ex& stream)
+    static paths entries_of(front::stdin_stream_ex& stream)
     {
         paths found;
         for (std::string entry; stream.stdin_list_next(entry);) {
@@ -85,21 +84,17 @@ protected:
     std::string root_;
 };
 
-TEST_F(discovery, sdb_walk_takes_a_folder_before_its_subfolders_in_order)
+TEST_F(discovery, sdb_walk_takes_a_folder_before_its_subfolders_as_deep_as_asked)
 {
     make({"b/2.sdb", "b/1.SDB", "b/z/5.sdb", "A/3.sdb", "C.sdb/4.sdb", "x.sdb", "M.Sdb", "_.sdb",
           "a.sdb", ".sdb", "a.sdb.bak", "a.sdbx", "sdb", "a.sd"});
-    EXPECT_EQ(sdb_files(8), (paths{".sdb", "_.sdb", "a.sdb", "C.sdb", "M.Sdb", "x.sdb", "A/3.sdb",
-                                   "b/1.SDB", "b/2.sdb", "b/z/5.sdb", "C.sdb/4.sdb"}));
-}
-
-TEST_F(discovery, sdb_walk_looks_at_as_many_levels_as_asked)
-{
-    make({"1.sdb", "2/3/4/5/6/7/8/8.sdb", "2/3/4/5/6/7/8/9/9.sdb"});
+    paths expected = {".sdb",  "_.sdb",   "a.sdb",   "C.sdb",   "M.Sdb",
+                      "x.sdb", "A/3.sdb", "b/1.SDB", "b/2.sdb", "C.sdb/4.sdb"};
+    EXPECT_EQ(sdb_files(2), expected);
+    expected.insert(expected.end() - 1, "b/z/5.sdb");
+    EXPECT_EQ(sdb_files(3), expected);
+    EXPECT_EQ(sdb_files(1), paths(expected.begin(), expected.begin() + 6));
     EXPECT_EQ(sdb_files(0), paths());
-    EXPECT_EQ(sdb_files(7), (paths{"1.sdb"}));
-    EXPECT_EQ(sdb_files(8), (paths{"1.sdb", "2/3/4/5/6/7/8/8.sdb"}));
-    EXPECT_EQ(sdb_files(9).size(), 3u);
 }
 
 TEST_F(discovery, what_cannot_be_listed_gives_nothing)
@@ -184,37 +179,15 @@ TEST_F(discovery, links_to_folders_are_not_followed)
     EXPECT_EQ(walked(root_ + "/real/up/real", 0).size(), 1u) << "but a root may be reached by one";
 }
 
-TEST_F(discovery, default_folders_are_found_in_any_spelling)
+TEST_F(discovery, the_system_volume_is_looked_at_where_no_target_is_named)
 {
-    make({"wINDOWS/APPpatch/sysmain.sdb", "wINDOWS/APPpatch/Custom/a.sdb",
-          "wINDOWS/system32/COMPATTEL/b.sdb", "wINDOWS/system32/appraiser/c.SDB",
-          "wINDOWS/system32/d.sdb", "e.sdb"});
-    front::sdb_opts options;
-    options.target_files = {"first.sdb"};
-    options.volume_text = root_;
-    front::add_default_targets(options);
-    EXPECT_EQ(options.target_files.front(), "first.sdb");
-    options.target_files.erase(options.target_files.begin());
-    for (std::string& path : options.target_files) {
-        EXPECT_TRUE(fs::exists(path_of(path))) << path;
-        path = path.substr(path.find_last_of("\\/") + 1);
-    }
-    EXPECT_EQ(options.target_files, (paths{"sysmain.sdb", "a.sdb", "b.sdb", "c.SDB"}));
-    front::sdb_opts without_volume;
-    front::add_default_targets(without_volume);
-    EXPECT_EQ(without_volume.volume_text, "c:");
-}
-
-TEST_F(discovery, list_walk_takes_the_last_folder_first_and_files_from_the_end)
-{
-    make({"a.sdb", "B.txt", "c.sdb", "x/1.sdb", "x/2.sdb", "x/deep/3.sdb", "y/4.sdb", "z/5.txt"});
-    EXPECT_EQ(below_root(walked(root_, 0)), (paths{"c.sdb", "B.txt", "a.sdb"}));
-    EXPECT_EQ(below_root(walked(root_, 1)),
-              (paths{"c.sdb", "B.txt", "a.sdb", "z/5.txt", "y/4.sdb", "x/2.sdb", "x/1.sdb"}));
-    EXPECT_EQ(below_root(walked(root_, ~0u, "*.sdb")),
-              (paths{"c.sdb", "a.sdb", "y/4.sdb", "x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
-    EXPECT_EQ(below_root(walked(root_, ~0u, "\\x")), (paths{"x/2.sdb", "x/1.sdb", "x/deep/3.sdb"}));
-    EXPECT_EQ(walked(root_ + "/absent", 1), paths());
+    request::sdb_opts options;
+    front::argument_list args = {"quilt", "-stats"};
+    front::diag_log log;
+    io::null_out_stream nowhere;
+    EXPECT_TRUE(front::parse_sdb_options(options, args, log, nowhere));
+    EXPECT_TRUE(options.searches_default_places);
+    EXPECT_EQ(options.volume_text, "c:");
 }
 
 TEST_F(discovery, list_walk_shows_plain_paths_but_keeps_those_of_devices)
@@ -239,26 +212,25 @@ TEST_F(discovery, list_walk_shows_plain_paths_but_keeps_those_of_devices)
 
 TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
 {
-    make({"old/1", "old/2", "old/sub/3", "new/a.sdb", "new/b"});
+    make({"old/1", "old/2", "old/sub/3", "new/a.sdb", "new/b", "new/x/c.sdb", "new/y/d.sdb"});
     std::FILE* const input = std::tmpfile();
     ASSERT_NE(input, nullptr);
-    const std::string start(4095, 'x');
-    std::fputs(("one\r\r\n\n\r\n" + start + std::string(905, 'y') + "\nlast").c_str(), input);
+    std::fputs("one\r\n\nlast", input);
     std::rewind(input);
-    const front::cmd_params options;
-    mvportdir::stdin_stream_ex stream(options, input);
+    const request::cmd_params options;
+    front::stdin_stream_ex stream(options, input);
     std::string entry;
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
     EXPECT_TRUE(stream.stdin_list_next(entry));
     EXPECT_FALSE(stream.start_walk("", 1, {}));
-    std::vector<front::filter_entry> filters;
+    std::vector<request::filter_entry> filters;
     front::parse_filter(filters, "*.sdb");
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, filters));
-    EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb"}));
+    EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb", "new/y/d.sdb", "new/x/c.sdb"}));
     EXPECT_FALSE(stream.stdin_list_next(entry));
     EXPECT_EQ(entry, "");
     stream.reset();
-    EXPECT_EQ(entries_of(stream), (paths{"one", "", "", start, std::string(905, 'y'), "last"}));
+    EXPECT_EQ(entries_of(stream), (paths{"one", "", "last"}));
     std::fclose(input);
 }
 

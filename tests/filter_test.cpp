@@ -49,14 +49,14 @@ TEST(filter, paths)
          {"c:\\apppatch", "c:\\apppatch64\\a", "c:\\myapppatch\\a"}},
     };
     for (const auto& [filter, accepted, refused] : rows) {
-        std::vector<front::filter_entry> entries;
+        std::vector<request::filter_entry> entries;
         front::parse_filter(entries, filter);
         bool open_failed = true;
-        for (const std::string& path : accepted) {
-            EXPECT_TRUE(front::filter_accepts({}, open_failed, path, entries)) << filter << path;
-        }
-        for (const std::string& path : refused) {
-            EXPECT_FALSE(front::filter_accepts({}, open_failed, path, entries)) << filter << path;
+        for (const auto* const list : {&accepted, &refused}) {
+            for (const std::string& path : *list) {
+                EXPECT_EQ(front::filter_accepts({}, open_failed, path, entries), list == &accepted)
+                    << filter << path;
+            }
         }
         EXPECT_FALSE(open_failed) << "no file is touched";
     }
@@ -78,22 +78,22 @@ TEST(filter, signatures)
     const file_on_disk file("12345678sdbf");
     const std::string absent = file.path + ".absent";
     bool failed = true;
-    for (const char* const text : {"73 64 62 66|8", "73 64 62 66,0x8", "31 32"}) {
-        EXPECT_TRUE(
-            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}))
-            << text;
-    }
-    // In the third the last byte lies behind the file's end.
-    for (const char* const text :
-         {"|8", "73 64 62 66|7", "73 64 62 66|9", "73|0xffffffffffffffff"}) {
-        EXPECT_FALSE(
-            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}))
+    for (const auto& [text, is_accepted] : {std::pair("73 64 62 66|8", true),
+                                            {"73 64 62 66,0x8", true},
+                                            {"31 32", true},
+                                            {"|8", false},
+                                            {"73 64 62 66|7", false},
+                                            {"73 64 62 66|9", false}, // up to behind the file's end
+                                            {"73|0xffffffffffffffff", false}}) {
+        EXPECT_EQ(
+            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}),
+            is_accepted)
             << text;
     }
     EXPECT_FALSE(failed);
     EXPECT_FALSE(front::filter_accepts({}, failed, absent, {front::parse_signature_filter("31")}));
     EXPECT_TRUE(failed);
-    std::vector<front::filter_entry> entries;
+    std::vector<request::filter_entry> entries;
     front::parse_filter(entries, "*.absent");
     entries.insert(entries.begin(), front::parse_signature_filter("31"));
     EXPECT_TRUE(front::filter_accepts({}, failed, absent, entries));
@@ -114,7 +114,7 @@ TEST(filter, time_window_wants_one_time_behind_its_start_and_none_behind_its_sto
     };
     for (const bool is_filetime : {true, false}) {
         for (const auto& [start, stop, written, created, accepted] : rows) {
-            front::cmd_params params;
+            request::cmd_params params;
             // The form that is not asked for would refuse everything.
             params.time_window_start = {start, is_filetime ? 100 : ~0ull, is_filetime ? ~0u : 100};
             params.time_window_stop = {stop, is_filetime ? 200u : 0u, is_filetime ? 0u : 200u};
@@ -131,7 +131,7 @@ TEST(filter, time_window_wants_one_time_behind_its_start_and_none_behind_its_sto
 TEST(filter, time_window_reads_the_times_of_the_file)
 {
     const file_on_disk file("x");
-    front::cmd_params params;
+    request::cmd_params params;
     bool failed = false;
     const auto accepted = [&](const std::string& path, front::file_times times) {
         return front::filter_accepts(params, failed, path, {}, &times);

@@ -1,30 +1,21 @@
 #include "sdb/finders.h"
 
 #include <algorithm>
-#include <array>
-#include <functional>
+#include <regex>
 
 #include <gtest/gtest.h>
 
-#include "report/listings.h"
 #include "sdb/tags.h"
-#include "support/sdb_builder.h"
-#include "support/text_sink.h"
+#include "support/reports.h"
 
 namespace {
 
 namespace tag = sdb::tag;
 using test_support::bytes;
+using test_support::loaded_database;
 using test_support::match_op;
 using test_support::node;
 using test_support::sdb_builder;
-using test_support::text_sink;
-
-void load(sdb::sdb_database& database, const bytes& image)
-{
-    front::sdb_opts options;
-    ASSERT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-}
 
 TEST(finders, strings_are_found_by_any_piece_of_them_whatever_their_case)
 {
@@ -43,8 +34,7 @@ TEST(finders, strings_are_found_by_any_piece_of_them_whatever_their_case)
     b.lead(lead);
     b.add(b.list(tag::exe, {alpha, beta, b.list(tag::data, {again, umlaut}), last, behind}));
     b.add({zeroed, twin});
-    sdb::sdb_database database;
-    load(database, b.build());
+    const loaded_database in(b.build());
 
     const std::tuple<std::string, std::vector<node>> cases[] = {
         {"alpha.exe", {lead, alpha, again}},
@@ -70,7 +60,7 @@ TEST(finders, strings_are_found_by_any_piece_of_them_whatever_their_case)
         }
         std::ranges::sort(wanted);
         sdb::found_tags found;
-        EXPECT_EQ(sdb::find_strings(database, found, pattern), !expected.empty()) << pattern;
+        EXPECT_EQ(sdb::find_strings(in.database, found, pattern), !expected.empty()) << pattern;
         EXPECT_EQ(found, wanted) << pattern;
     }
 }
@@ -87,19 +77,18 @@ TEST(finders, guids_are_found_in_any_binary_of_16_bytes)
     b.add({b.list(tag::exe, {b.guid(tag::app_id, "3cb4a5f1-7e02-4d19-bb6f-90de51c2a785"), known}),
            unknown, b.binary(tag::fix_id, longer)});
     b.trail(b.with_size(tag::fix_id, 16, {1, 2, 3})); // cut off: none
-    sdb::sdb_database database;
-    load(database, b.build());
+    const loaded_database in(b.build());
     for (const std::string& spelling :
          {wanted, std::string("3CB4A5F1-7E02-4D19-BB6F-90DE51C2A784")}) {
         sdb::found_tags found = {1, 2}; // must not stay
-        EXPECT_TRUE(sdb::find_guid(database, found, spelling));
+        EXPECT_TRUE(sdb::find_guid(in.database, found, spelling));
         EXPECT_EQ(found, (sdb::found_tags{b.offset_of(known), b.offset_of(unknown)}));
     }
     for (const std::string_view absent :
          {"", "3cb4a5f1", "{3cb4a5f1-7e02-4d19-bb6f-90de51c2a784}",
           "00000000-0000-0000-0000-000000000000", "04030201-0000-0000-0000-000000000000"}) {
         sdb::found_tags found = {1};
-        EXPECT_FALSE(sdb::find_guid(database, found, absent)) << absent;
+        EXPECT_FALSE(sdb::find_guid(in.database, found, absent)) << absent;
         EXPECT_TRUE(found.empty());
     }
 }
@@ -134,190 +123,125 @@ TEST(finders, patch_bytes_are_found_inside_one_operation)
         const node bits = b.patch_bits(operations);
         b.add(b.list(tag::patch, {b.binary(tag::file_bits, pattern), bits}));
         b.add(b.binary(tag::patch_bits, {}));
-        sdb::sdb_database database;
-        load(database, b.build());
+        const loaded_database in(b.build());
         sdb::found_tags found = {1}; // must not stay
-        EXPECT_EQ(sdb::find_patch_bytes(database, found, pattern), is_found) << pattern.size();
+        EXPECT_EQ(sdb::find_patch_bytes(in.database, found, pattern), is_found) << pattern.size();
         EXPECT_EQ(found, is_found ? sdb::found_tags{b.offset_of(bits)} : sdb::found_tags());
     }
 }
 
-using setter = std::function<void(front::sdb_opts&)>;
-
 // A database with one patch, whose data hold `data`, an exe that takes it, one that does not, and
 // a fix.
-struct searched_database {
-    explicit searched_database(bytes data)
-    {
-        const node patch =
-            b.list(tag::patch, {b.text(tag::name, "p"), b.text(tag::description, "zebra"),
-                                b.patch_bits({match_op("m", 1, std::move(data))})});
-        b.add(b.list(tag::library, {patch, b.list(tag::shim, {b.text(tag::name, "fix"),
-                                                              b.text(tag::dllfile, "f.dll")})}));
-        b.add({b.list(tag::exe, {b.text(tag::name, "patched"), b.guid(tag::exe_id, id),
-                                 b.list(tag::patch_ref, {b.reference(tag::patch_tagid, patch)})}),
-               b.list(tag::exe, {b.text(tag::name, "plain"), b.null(tag::general)}),
-               b.list(tag::app, {b.text(tag::name, "an app"), b.null(tag::general)})});
-        b.table_text("end");
-        load(database, b.build());
-    }
-    static constexpr std::string_view id = "c0ffee00-1234-5678-9abc-def012345678";
+sdb_builder searched_database(bytes data)
+{
     sdb_builder b;
-    sdb::sdb_database database;
-};
-
-struct outcome {
-    std::string names; // of the records that were listed
-    std::string words; // the other lines, a "$" for the end of the document
-    std::string notice;
-    friend bool operator==(const outcome&, const outcome&) = default;
-    friend void PrintTo(const outcome& o, std::ostream* out)
-    {
-        *out << '{' << o.names << "} {" << o.words << "} {" << o.notice << '}';
-    }
-};
-
-outcome search(const searched_database& in, front::sdb_opts& options)
-{
-    text_sink out;
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(report::run_database_report(out, in.database, options));
-    outcome result;
-    result.notice = testing::internal::GetCapturedStderr();
-    if (const std::size_t wiped = result.notice.rfind('\r'); wiped != std::string::npos) {
-        result.notice.erase(0, wiped + 1);
-    }
-    out.flush();
-    // A record is a line that opens with one blank; what stands inside it has two or more.
-    for (std::size_t start = 0; start < out.gathered.size();) {
-        const std::size_t end = out.gathered.find('\n', start);
-        const std::string line = out.gathered.substr(start, end - start);
-        const std::size_t name = line.find("name=\"");
-        if (line == "</shimdb>") {
-            result.words += '$';
-        } else if (!line.starts_with(' ') && line != "<shimdb>") {
-            result.words += line + '/';
-        } else if (line[1] == '<' && name != std::string::npos) {
-            result.names += line.substr(name + 6, line.find('"', name + 6) - name - 6) + ' ';
-        }
-        start = end + 1;
-    }
-    return result;
+    const node patch =
+        b.list(tag::patch, {b.text(tag::name, "p"), b.text(tag::description, "zebra"),
+                            b.patch_bits({match_op("m", 1, std::move(data))})});
+    b.add(b.list(tag::library, {patch, b.list(tag::shim, {b.text(tag::name, "fix"),
+                                                          b.text(tag::dllfile, "f.dll")})}));
+    b.add({b.list(tag::exe, {b.text(tag::name, "patched"),
+                             b.guid(tag::exe_id, "c0ffee00-1234-5678-9abc-def012345678"),
+                             b.list(tag::patch_ref, {b.reference(tag::patch_tagid, patch)})}),
+           b.list(tag::exe, {b.text(tag::name, "plain"), b.null(tag::general)}),
+           b.label("app", b.list(tag::app, {b.text(tag::name, "an app"), b.null(tag::general)}))});
+    b.table_text("end");
+    return b;
 }
 
-void everything(front::sdb_opts& options)
+// A report in brief: of a record its name and a blank, "/" for another line, "$" for the end of the
+// document, then what was said.
+std::string outcome(const test_support::made_report& made)
 {
-    options.list_apps = options.list_fixes = true;
-    options.exes_only = options.shims_only = options.patches_only = true;
+    std::string text = made.text;
+    for (const auto& [piece, brief] : {std::pair{"^<shimdb>\n", ""},
+                                       {"^(  | </)[^\n]*\n", ""}, // what stands inside a record
+                                       {"^ <\\w+ name=\"([^\"]*)\"[^\n]*\n", "$1 "},
+                                       {"^</shimdb>\n", "$$"},
+                                       {"\n", "/"}}) {
+        const std::regex lines(piece, std::regex::ECMAScript | std::regex::multiline);
+        text = std::regex_replace(text, lines, brief);
+    }
+    return text + made.notices;
 }
 
-TEST(finders, searches_select_records_and_word_their_failure_by_what_is_listed)
+TEST(search, selects_records_and_words_its_failure_by_what_is_listed)
 {
-    const searched_database in({0xca, 0xfe});
-    const auto strings = [](std::vector<std::string> patterns) {
-        return [patterns](front::sdb_opts& options) { options.find_strings_list = patterns; };
-    };
-    const auto guid = [](std::string_view text) {
-        return [text](front::sdb_opts& options) { options.find_guid_text = text; };
-    };
-    const auto ids = [](std::vector<std::uint32_t> offsets) {
-        return [offsets](front::sdb_opts& options) { options.find_tagids_list = offsets; };
-    };
-    const auto bytes_of = [](bytes pattern) {
-        return [pattern](front::sdb_opts& options) { options.patch_pattern = pattern; };
-    };
-    const auto alone = [](front::sdb_opts&) {};
-    const auto apps = [](front::sdb_opts& options) { options.list_apps = true; };
-    const auto fixes = [](front::sdb_opts& options) { options.list_fixes = true; };
-    const auto exes = [](front::sdb_opts& options) { options.exes_only = true; };
-    const auto tagged = [](front::sdb_opts& options) {
-        options.tag_filter_on = true;
-        options.tag_filter = tag::inexclude;
-    };
+    sdb_builder b = searched_database({0xca, 0xfe});
+    const loaded_database in(b.build());
+    using wanted = request::search_request;
+    using listings = std::vector<std::string_view>;
+    const auto texts = [](std::vector<std::string> strings) { return wanted{strings, "", {}}; };
+    const auto guid = [](const char* text) { return wanted{{}, text, {}}; };
+    const auto ids = [](std::vector<std::uint32_t> offsets) { return wanted{{}, "", offsets}; };
+    const wanted known_guid = guid("c0ffee00-1234-5678-9abc-def012345678");
+    const wanted nothing = texts({"zz", "yy"});
+    const wanted two = texts({"patched", "an "});
+    const listings alone = {};
+    const listings all = {"apps", "fixes", "exes", "shims", "patches"};
     const std::string none = "no matches found: a.sdb\n";
-    const std::tuple<const char*, setter, setter, outcome> cases[] = {
-        {"text", strings({"patched"}), alone, {"patched ", "/$", ""}},
-        {"texts", strings({"patched", "an "}), alone, {"an app patched ", "//$", ""}},
-        {"texts in exes", strings({"patched", "an "}), exes, {"patched ", "/$", ""}},
-        {"text of a fix", strings({"fix"}), alone, {"", "$", none}},
-        {"text of a fix in fixes", strings({"fix"}), fixes, {"fix ", "/$", ""}},
-        {"text of an exe in fixes", strings({"plain"}), fixes, {"", "No fixes found/$", ""}},
-        {"through a reference", strings({"zebra"}), exes, {"patched ", "/$", ""}},
-        {"no text", strings({"zz", "yy"}), alone, {"", "$", none}},
-        {"no text in apps", strings({"zz"}), apps, {"", "No Apps found/$", ""}},
-        {"no text in fixes", strings({"zz"}), fixes, {"", "No fixes found/$", ""}},
-        {"no text in exes", strings({"zz"}), exes, {"", "/$", ""}},
-        {"no text in a tag", strings({"zz"}), tagged, {"", "/$", ""}},
-        {"no text at all",
-         strings({"zz"}),
-         everything,
-         {"", "No Apps found/No fixes found////$", ""}},
-        {"guid", guid(searched_database::id), alone, {"patched ", "/$", ""}},
-        {"no guid", guid("c0ffee00"), alone, {"", "$", none}},
-        {"no guid in apps", guid("c0ffee00"), apps, {"", "No Apps found/$", ""}},
-        {"id",
-         ids({in.database.offset_at(in.database.ordinals_by_tag(tag::app)[0]), 5, 5}),
-         alone,
-         {"an app ", "/$", ""}},
-        {"no id", ids({5}), alone, {"", "$", none}},
-        {"no id in exes", ids({5}), exes, {"", "/$", ""}},
-        {"bytes", bytes_of({0xfe}), alone, {"patched ", "/$", ""}},
-        {"bytes in apps", bytes_of({0xfe}), apps, {"patched ", "/$", ""}},
-        {"bytes in exes", bytes_of({0xfe}), exes, {"patched ", "/$", ""}},
-        {"bytes in fixes", bytes_of({0xfe}), fixes, {"patched p ", "//$", ""}},
-        {"no bytes", bytes_of({0xff}), alone, {"", "", none}},
-        {"no bytes at all", bytes_of({0xff}), everything, {"", "", none}},
+    struct search_case {
+        wanted search;
+        bytes pattern;
+        listings asked;
+        std::string expected;
     };
-    for (const auto& [what, look_for, listing, expected] : cases) {
-        front::sdb_opts options;
-        options.current_path = "a.sdb";
-        look_for(options);
-        listing(options);
-        EXPECT_EQ(search(in, options), expected) << what;
+    const search_case cases[] = {
+        {texts({"patched"}), {}, alone, "patched /$"},
+        {two, {}, alone, "an app /patched /$"},
+        {two, {}, {"exes"}, "patched /$"},
+        {texts({"fix"}), {}, alone, "$" + none},
+        {texts({"fix"}), {}, {"fixes"}, "fix /$"},
+        {texts({"plain"}), {}, {"fixes"}, "No fixes found/$"},
+        {texts({"zebra"}), {}, {"exes"}, "patched /$"}, // through a reference
+        {nothing, {}, alone, "$" + none},
+        {nothing, {}, {"apps"}, "No Apps found/$"},
+        {nothing, {}, {"fixes"}, "No fixes found/$"},
+        {nothing, {}, {"exes"}, "/$"},
+        {nothing, {}, {"tag"}, "/$"},
+        {nothing, {}, all, "No Apps found/No fixes found////$"},
+        {known_guid, {}, alone, "patched /$"},
+        {guid("c0ffee00"), {}, alone, "$" + none},
+        {guid("c0ffee00"), {}, {"apps"}, "No Apps found/$"},
+        {ids({b.offset_of("app"), 5, 5}), {}, alone, "an app /$"},
+        {ids({5}), {}, alone, "$" + none},
+        {ids({5}), {}, {"exes"}, "/$"},
+        {{}, {0xfe}, alone, "patched /$"},
+        {{}, {0xfe}, {"apps"}, "patched /$"},
+        {{}, {0xfe}, {"exes"}, "patched /$"},
+        {{}, {0xfe}, {"fixes"}, "patched /p /$"},
+        {{}, {0xff}, alone, none},
+        {{}, {0xff}, all, none},
+    };
+    for (const search_case& one : cases) {
+        request::sdb_opts options = test_support::tag_options(tag::inexclude);
+        options.listings = one.asked;
+        options.search = one.search;
+        options.patch_pattern = one.pattern;
+        EXPECT_EQ(outcome(test_support::database_report(in.database, options, {.path = "a.sdb"})),
+                  one.expected)
+            << "case " << &one - cases;
     }
 }
 
-TEST(finders, the_string_table_takes_the_place_of_a_text_search)
+TEST(search, is_made_anew_in_each_database)
 {
-    const searched_database in({1});
-    front::sdb_opts options;
-    options.xml = false;
-    options.find_strings_list = {"zz"};
-    options.list_stringtable = true;
-    EXPECT_EQ(search(in, options),
-              (outcome{"", "p/zebra/fix/f.dll/patched/plain/an app/end//", ""}));
-    EXPECT_TRUE(options.found_offsets.empty());
-}
-
-TEST(finders, each_database_is_searched_anew)
-{
-    const searched_database first({0xca, 0xfe});
-    const searched_database second({0xbe});
-    const searched_database third({0xfe, 0xfe});
-    const std::string none = "no matches found: x\n";
-    front::sdb_opts by_bytes;
+    request::sdb_opts by_bytes = test_support::listing_options({"exes"});
     by_bytes.patch_pattern = {0xfe};
-    by_bytes.exes_only = true;
-    front::sdb_opts by_text;
-    by_text.find_strings_list = {"patched"};
-    front::sdb_opts by_id;
-    by_id.find_tagids_list = {5};
-    const outcome hit = {"patched ", "/$", ""};
-    const outcome miss = {"", "$", none};
-    const std::tuple<front::sdb_opts&, std::array<outcome, 3>> cases[] = {
-        {by_bytes, {hit, {"", "", none}, hit}},
-        {by_text, {hit, hit, hit}},
-        {by_id, {miss, miss, miss}},
-    };
-    for (const auto& [options, expected] : cases) {
-        std::size_t next = 0;
-        for (const searched_database* in : {&first, &second, &third}) {
-            front::reset_per_database(options);
-            options.current_path = "x";
-            EXPECT_EQ(search(*in, options), expected[next++]);
-        }
+    request::sdb_opts by_text;
+    by_text.search.strings = {"patched"};
+    const std::string none = "no matches found: x\n";
+    for (const auto& [data, bytes_outcome] :
+         {std::pair<bytes, std::string>{{0xca, 0xfe}, "patched /$"},
+          {{0xbe}, none},
+          {{0xfe, 0xfe}, "patched /$"}}) {
+        const bytes image = searched_database(data).build();
+        const auto found = [&](const request::sdb_opts& options) {
+            return outcome(test_support::database_report(image, options, {.path = "x"}));
+        };
+        EXPECT_EQ(found(by_bytes), bytes_outcome);
+        EXPECT_EQ(found(by_text), "patched /$");
     }
-    EXPECT_FALSE(by_bytes.list_apps);
 }
 
 } // namespace

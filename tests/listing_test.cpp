@@ -1,74 +1,33 @@
-#include "report/listings.h"
-
 #include <algorithm>
-#include <functional>
 
 #include <gtest/gtest.h>
 
+#include "form/forms.h"
+#include "report/record_listing.h"
 #include "sdb/tags.h"
-#include "support/sdb_builder.h"
-#include "support/text_sink.h"
+#include "support/reports.h"
 
 namespace {
 
 namespace tag = sdb::tag;
 using test_support::bytes;
+using test_support::listing_options;
+using test_support::made_report;
 using test_support::node;
 using test_support::sdb_builder;
-using test_support::text_sink;
-using setter = std::function<void(front::sdb_opts&)>;
 
-struct report_result {
-    std::string text;
-    std::string notices;
-    bool asked;
-};
-
-report_result run(const bytes& image, const setter& prepare)
+// The one record of a database that holds it alone, without the document around it.
+std::string xml_record(sdb_builder& b, std::uint16_t tag, std::initializer_list<node> children,
+                       bool base16 = true)
 {
-    front::sdb_opts options;
-    sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-    options.current_path = "c:\\a&b.sdb";
-    uni::compile_date_style(options.date_style, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
-    prepare(options);
-    text_sink out;
-    testing::internal::CaptureStderr();
-    report_result result;
-    result.asked = report::run_database_report(out, database, options);
-    result.notices = testing::internal::GetCapturedStderr();
-    out.flush();
-    result.text = out.gathered;
-    return result;
-}
-
-// The records with that tag, without the document around them.
-std::string xml_records(const bytes& image, std::uint16_t tag, const setter& more = {})
-{
-    const std::string text = run(image, [&](front::sdb_opts& options) {
-                                 options.tag_filter_on = true;
-                                 options.tag_filter = tag;
-                                 if (more) {
-                                     more(options);
-                                 }
-                             }).text;
+    b.add(b.list(tag, children));
+    request::sdb_opts options = test_support::tag_options(tag);
+    options.base16 = base16;
+    const std::string text = test_support::database_report(b.build(), options).text;
     constexpr std::string_view opening = "<shimdb>\n";
     constexpr std::string_view closing = "\n</shimdb>\n";
     EXPECT_TRUE(text.starts_with(opening) && text.ends_with(closing)) << text;
     return text.substr(opening.size(), text.size() - opening.size() - closing.size());
-}
-
-// The one record of a database that holds it alone.
-std::string xml_record(sdb_builder& b, std::uint16_t tag, std::initializer_list<node> children,
-                       const setter& more = {})
-{
-    b.add(b.list(tag, children));
-    return xml_records(b.build(), tag, more);
-}
-
-void decimal(front::sdb_opts& options)
-{
-    options.base16 = false;
 }
 
 TEST(listing, nothing_to_list)
@@ -76,27 +35,25 @@ TEST(listing, nothing_to_list)
     sdb_builder b;
     b.add({b.list(tag::exe, {b.text(tag::name, "bare")}), b.list(tag::library, {})});
     const bytes image = b.build();
-    const std::tuple<bool, bool, std::string> cases[] = {
-        {true, false, "No Apps found\nNo fixes found\n"},
-        {false, true, "\n\n"}, // a line end for each tag, and no words
-        {true, true, "No Apps found\nNo fixes found\n\n\n"},
-        {false, false, ""},
+    const std::pair<std::vector<std::string_view>, std::string> cases[] = {
+        {{"apps", "fixes"}, "No Apps found\nNo fixes found\n"},
+        {{"exes", "shims"}, "\n\n"}, // a line end for each tag, and no words
+        {{"apps", "fixes", "exes", "shims"}, "No Apps found\nNo fixes found\n\n\n"},
+        {{}, ""},
     };
-    for (const auto& [all, single, expected] : cases) {
-        for (const bool xml : {false, true}) {
-            const report_result result = run(image, [&](front::sdb_opts& options) {
-                options.xml = xml;
-                options.list_apps = options.list_fixes = all;
-                options.exes_only = options.shims_only = single;
-            });
-            EXPECT_EQ(result.text, xml ? "<shimdb>\n" + expected + "</shimdb>\n" : expected);
-            EXPECT_EQ(result.asked, all || single);
+    for (const auto& [listings, expected] : cases) {
+        for (const std::string_view form : {"plain", "xml"}) {
+            request::sdb_opts options = listing_options({}, form);
+            options.listings = listings;
+            const made_report made = test_support::database_report(image, options);
+            EXPECT_EQ(made.text,
+                      form == "xml" ? "<shimdb>\n" + expected + "</shimdb>\n" : expected);
+            EXPECT_EQ(made.asked, !listings.empty());
             EXPECT_EQ(
-                result.notices,
-                result.asked
+                made.notices,
+                made.asked
                     ? ""
-                    : "\x1b[2K\r                           \r"
-                      "Check the options you passed in [either erroneous or a mismatch]...\n");
+                    : "Check the options you passed in [either erroneous or a mismatch]...\n");
         }
     }
 }
@@ -134,13 +91,9 @@ $
 )";
     std::erase(expected, '$'); // shows where a line ends
     const bytes image = b.build();
-    for (const bool section_rules : {true, false}) { // delimited forms write no record
-        const report_result result = run(image, [&](front::sdb_opts& options) {
-            options.xml = false;
-            options.patches_only = true;
-            options.section_rules = section_rules;
-        });
-        EXPECT_EQ(result.text, section_rules ? expected : "\n");
+    for (const std::string_view form : {"plain", "csv"}) { // delimited forms write no record
+        const auto made = test_support::database_report(image, listing_options({"patches"}, form));
+        EXPECT_EQ(made.text, form == "plain" ? expected : "\n");
     }
 }
 
@@ -154,11 +107,9 @@ TEST(listing, depths_are_hexadecimal_and_wide_fields_stand_whole)
     // Offsets beyond 24 bits and sizes beyond 20 take the digits that they need.
     const node far = b.list(tag::flag, {b.dword(tag::flags, 1)});
     b.add(b.list(tag::app, {inner, b.binary(tag::file_bits, bytes(0xfffffe)), far}));
-    const std::string text = run(b.build(), [](front::sdb_opts& options) {
-                                 options.xml = false;
-                                 options.csv_separator = "|";
-                                 options.list_apps = true;
-                             }).text;
+    request::sdb_opts options = listing_options({"apps"}, "plain");
+    options.csv_separator = "|";
+    const std::string text = test_support::database_report(b.build(), options).text;
     for (const std::string_view line :
          {"1|000012|7006|1000072|app  ", "2|000018|700f|0005c|data  ", "9|000042|700f|00032|data ",
           "a|000048|700f|0002c|data  ", "10|00006c|700f|00008|data  ",
@@ -250,10 +201,10 @@ TEST(listing, os_platform_is_told_by_the_digit_2)
     for (const auto& [value, hexadecimal_word, decimal_word] : cases) {
         for (const bool base16 : {true, false}) {
             sdb_builder b;
-            EXPECT_EQ(xml_record(b, tag::exe, {b.dword(tag::os_platform, value), b.null(0x1002)},
-                                 base16 ? setter() : decimal),
-                      " <exe os_platform=\"" + (base16 ? hexadecimal_word : decimal_word) +
-                          "\" general=\"set\" />\n");
+            EXPECT_EQ(
+                xml_record(b, tag::exe, {b.dword(tag::os_platform, value), b.null(0x1002)}, base16),
+                " <exe os_platform=\"" + (base16 ? hexadecimal_word : decimal_word) +
+                    "\" general=\"set\" />\n");
         }
     }
 }
@@ -274,7 +225,7 @@ TEST(listing, application_help)
     }
     sdb_builder b;
     EXPECT_EQ(xml_record(b, tag::apphelp,
-                         {b.dword(tag::flags, 0), b.dword(tag::problemseverity, 2)}, decimal),
+                         {b.dword(tag::flags, 0), b.dword(tag::problemseverity, 2)}, false),
               " <apphelp flags=\"0\" problemseverity=\"hardblock\" />\n");
 }
 
@@ -326,7 +277,8 @@ TEST(listing, binaries_that_are_child_elements)
     sdb_builder b;
     EXPECT_EQ(xml_record(b, tag::patch,
                          {b.binary(tag::text, {1, 2}),
-                          b.patch_bits({test_support::match_op("m<", 0x10, {1, 0xab})}),
+                          b.patch_bits({test_support::match_op("m<", 0x10, {1, 0xab}),
+                                        test_support::replace_op("r", 0xdeadbeef, {})}),
                           b.text(tag::name, "a>b"), b.binary(tag::patch_bits, {}),
                           b.binary(0x9012, {1}), b.binary(tag::file_bits, {})}),
               R"( <patch name="CDATA" reg_value_data_binary="">
@@ -336,6 +288,7 @@ TEST(listing, binaries_that_are_child_elements)
   <text binary="" />
   <patch_bits>
    <op module="m<" type="match" address="0x00000010">01 ab</op>
+   <op module="r" type="replace" address="0xdeadbeef"></op>
   </patch_bits>
   <patch_bits>
   </patch_bits>
@@ -344,33 +297,24 @@ TEST(listing, binaries_that_are_child_elements)
 )");
 }
 
-// What the records with that tag read, printed one after the other.
-std::string one_by_one(const bytes& image, std::uint16_t tag, const setter& prepare)
+// The records of executables, printed one after the other.
+made_report made_one_by_one(const sdb::sdb_database& database, std::string_view form)
 {
-    front::sdb_opts options;
-    sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-    prepare(options);
-    text_sink out;
-    report::record_printer printer(out, database, options);
-    for (const std::uint32_t ordinal : database.ordinals_by_tag(tag)) {
-        printer.print_record(database.offset_at(ordinal));
+    const request::sdb_opts options;
+    uni::text_buffer text;
+    const auto writer = form::form_of(form).make(text, options, {});
+    writer->begin({&database, test_support::about().path});
+    model::search everything(database, {});
+    report::record_listing listing(database, everything, *writer);
+    for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(tag::exe)) {
+        listing.print_record(database.offset_at(ordinal));
     }
-    out.flush();
-    return out.gathered;
-}
-
-std::string all_at_once(const bytes& image, std::uint16_t tag, const setter& prepare)
-{
-    front::sdb_opts options;
-    sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-    prepare(options);
-    options.print_header = false;
-    text_sink out;
-    report::record_printer(out, database, options).list_records_by_tag(tag);
-    out.flush();
-    return out.gathered;
+    writer->end_section();
+    writer->end();
+    made_report made;
+    made.text = text.view();
+    made.state = writer->state();
+    return made;
 }
 
 // Thousands of records that share what they refer to.
@@ -416,20 +360,25 @@ TEST(listing, long_listings_read_as_if_made_one_record_after_the_other)
                        swollen.list(tag::shim_ref, {swollen.reference(tag::shim_tagid, shim)})}));
     }
     swollen.add(swollen.list(tag::library, {shim}));
-    const setter forms[] = {
-        [](front::sdb_opts&) {},
-        [](front::sdb_opts& options) { options.xml = false; },
+    struct listing_case {
+        bytes image;
+        std::string_view form;
     };
-    for (const setter& form : forms) {
-        for (const bytes& image : {many_records(), late.build()}) {
-            const std::string listed = all_at_once(image, tag::exe, form);
-            EXPECT_GT(listed.size(), 10'000u);
-            EXPECT_TRUE(listed == one_by_one(image, tag::exe, form));
-        }
+    const listing_case cases[] = {
+        {many_records(), "xml"}, {many_records(), "plain"}, {late.build(), "xml"},
+        {late.build(), "plain"}, {swollen.build(), "xml"},
+    };
+    std::string listed;
+    for (const auto& [image, form] : cases) {
+        const test_support::loaded_database in(image);
+        const made_report one_by_one = made_one_by_one(in.database, form);
+        const made_report made =
+            test_support::database_report(in.database, listing_options({"exes"}, form));
+        EXPECT_GT(made.text.size(), 10'000u);
+        EXPECT_TRUE(made.text == one_by_one.text) << form << ' ' << image.size();
+        EXPECT_EQ(made.state, one_by_one.state);
+        listed = made.text;
     }
-    const bytes image = swollen.build();
-    const std::string listed = all_at_once(image, tag::exe, forms[0]);
-    EXPECT_TRUE(listed == one_by_one(image, tag::exe, forms[0]));
     // The last records follow nothing any more.
     EXPECT_LT(listed.size() - listed.rfind("n699"), 200u);
 }

@@ -1,227 +1,207 @@
-#include "report/match.h"
+#include "model/match.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
-#include "io/notice.h"
-#include "report/listings.h"
+#include "form/forms.h"
 #include "sdb/tags.h"
 #include "support/pe_builder.h"
-#include "support/text_sink.h"
-#include "uni/text.h"
+#include "support/reports.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 namespace tag = sdb::tag;
+using model::pe_list;
 using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
 
-// A folder with the sample program in it, which is called Tool.exe.
-class match : public testing::Test {
+// What the sample program says of itself under that path.
+pe_list sample(const std::string& path = "c:\\tools\\Tool.exe")
+{
+    const bytes image = test_support::sample_program(true);
+    pe_list list;
+    model::read_pe_stats(
+        list, std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())),
+        path);
+    EXPECT_FALSE(list.empty());
+    return list;
+}
+
+// The records that catch a program.
+model::match_results find(sdb_builder& b, const pe_list& file, const std::string& path = "Tool.exe",
+                          bool base16 = true)
+{
+    const test_support::loaded_database in(b.build());
+    request::sdb_opts options;
+    options.base16 = base16;
+    uni::text_buffer nowhere;
+    const auto writer = form::form_of("xml").make(nowhere, options, {});
+    writer->begin({&in.database, ""});
+    model::match_results results;
+    EXPECT_TRUE(
+        model::match_program(results, in.database, file, path,
+                             [&](sdb::tag_ordinal ordinal) { return writer->tag_text(ordinal); }));
+    return results;
+}
+
+// Records that hold one list each, and whether they catch a program.
+struct match_case {
+    bool caught;
+    const char* name;
+    std::vector<node> properties;
+};
+
+void check(sdb_builder& b, std::span<const match_case> cases, const pe_list& file,
+           bool base16 = true)
+{
+    std::vector<node> records;
+    for (const match_case& one : cases) {
+        records.push_back(b.list(
+            tag::exe, {b.text(tag::name, one.name), b.list(tag::matching_file, one.properties)}));
+        b.add(records.back());
+    }
+    const model::match_results found = find(b, file, "Tool.exe", base16);
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        EXPECT_EQ(found.contains(b.offset_of(records[i])), cases[i].caught) << "case " << i;
+    }
+}
+
+TEST(match, each_number_is_compared_by_its_rule)
+{
+    enum class rule { exact, upper, lower };
+    const std::pair<std::uint16_t, rule> rules[] = {
+        {tag::size, rule::exact},
+        {tag::module_type, rule::exact},
+        {tag::link_date, rule::exact},
+        {tag::upto_link_date, rule::upper},
+        {tag::from_link_date, rule::lower},
+        {tag::bin_file_version, rule::exact},
+        {tag::bin_product_version, rule::exact},
+        {tag::upto_bin_product_version, rule::upper},
+        {tag::from_bin_product_version, rule::lower},
+        {tag::upto_bin_file_version, rule::upper},
+        {tag::from_bin_file_version, rule::lower},
+        {tag::from_packageid_version, rule::lower},
+        {tag::upto_packageid_version, rule::upper},
+        {tag::from_osmaxversiontested, rule::lower},
+        {tag::upto_osmaxversiontested, rule::upper},
+        {tag::quirk_enabled_version_lt, rule::upper},
+    };
+    sdb_builder b;
+    std::vector<match_case> cases;
+    pe_list file = {{"", "tool.exe", 0, tag::name}};
+    for (const auto& [number_tag, compared] : rules) {
+        for (const std::uint32_t value : {999u, 1000u, 1001u}) {
+            const bool is_caught = value == 1000 || (value < 1000 && compared == rule::lower) ||
+                                   (value > 1000 && compared == rule::upper);
+            const bool is_long = sdb::tag_type(number_tag) == sdb::type::qword;
+            cases.push_back({is_caught,
+                             "Record",
+                             {b.text(tag::name, "tool.exe"),
+                              is_long ? b.qword(number_tag, value) : b.dword(number_tag, value)}});
+        }
+        file.push_back({"", "", 1000, number_tag});
+    }
+    std::ranges::sort(file, {}, &model::pe_property::tag);
+    check(b, cases, file);
+}
+
+TEST(match, properties_and_names)
+{
+    for (const bool base16 : {true, false}) {
+        sdb_builder b;
+        const node name[] = {b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe"),
+                             b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe"),
+                             b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe")};
+        const match_case cases[] = {
+            {true, "x", {name[0], b.text(tag::company_name, "Akm\u00e9 GmbH")}},
+            {false, "x", {name[1], b.text(tag::company_name, "Akm\u00e9 GmbHx")}},
+            // Zeros are equal, though what the file has is no text.
+            {true, "x", {name[2], b.dword(tag::pe_checksum, 0)}},
+            {false, "x", {name[3], b.dword(tag::pe_checksum, 1)}},
+            // The comparison ends at the first tag of which the file tells nothing: 0x4002 comes
+            // before the checksum, 0x4043 behind it.
+            {true, "x", {name[4], b.dword(tag::pe_checksum, 1), b.dword(tag::offset, 1)}},
+            {false, "x", {name[5], b.dword(tag::pe_checksum, 1), b.dword(tag::size_of_image, 1)}},
+            {false, "x", {b.text(tag::name, "TOOL.EXE")}}, // found, but has capital letters
+            {true, "tool.exe", {b.text(tag::name, "*"), b.dword(tag::module_type, 3)}},
+            {false, "Tool.exe", {b.text(tag::name, "*"), b.dword(tag::module_type, 3)}},
+            {true, "tool.exe", {b.dword(tag::module_type, 3)}}, // the record's name
+            {false, "tool.exe", {b.text(tag::name, "other"), b.dword(tag::module_type, 3)}},
+            {false, "x", {b.text(tag::name, "%windir%\\tool.exe"), b.dword(tag::module_type, 3)}},
+            // What has no text takes that of the member before it.
+            {false,
+             "x",
+             {b.string_ref(tag::name, 0x7fffff), b.text(tag::product_name, "tool.exe")}},
+            {false,
+             "x",
+             {b.text(tag::product_name, "tool.exe"), b.string_ref(tag::name, 0x7fffff)}},
+            {false, "tool.exe", {b.string_ref(tag::name, 0x7fffff)}}, // no text, not the record's
+        };
+        check(b, cases,
+              {{"", "", 3, tag::module_type},
+               {"", "", 0, tag::pe_checksum},
+               {"", "tool.exe", 0, tag::name},
+               {"", "Akm\u00e9 GmbH", 0, tag::company_name},
+               {"", "Werkzeug", 0, tag::product_name}},
+              base16);
+    }
+}
+
+TEST(match, a_whole_path_counts_where_no_list_has_the_name)
+{
+    for (const auto& [path, key] :
+         {std::pair{"C:/Windows\\System32/Foo.exe", "%windir%\\system32\\foo.exe"},
+          {"/mnt/c:\\windows\\foo.exe", "\\mnt\\%windir%\\foo.exe"}}) {
+        for (const bool name_too : {false, true}) {
+            sdb_builder b;
+            // 0x4002 is unknown and comes before the name, whose text would not be the file's.
+            b.add(b.list(tag::exe, {b.text(tag::name, key),
+                                    b.list(tag::matching_file, {b.dword(tag::offset, 0)})}));
+            if (name_too) {
+                b.add(b.list(tag::exe, {b.list(tag::matching_file, {b.text(tag::name, "foo.exe"),
+                                                                    b.dword(tag::size, 1)})}));
+            }
+            EXPECT_EQ(find(b, sample(path), path).size(), name_too ? 0u : 1u) << path;
+        }
+    }
+}
+
+// A folder with the sample program in it, which is called Tool.exe, and a file that is none.
+class match_report : public testing::Test {
 protected:
-    match() : folder_(fs::path(testing::TempDir()) / "quilt_match")
+    match_report() : folder_(fs::path(testing::TempDir()) / "quilt_match")
     {
         fs::remove_all(folder_);
         fs::create_directories(folder_);
-        put("Tool.exe", test_support::sample_program(true));
+        const bytes program = test_support::sample_program(true);
+        std::ofstream(folder_ / "Tool.exe", std::ios::binary)
+            .write(reinterpret_cast<const char*>(program.data()),
+                   static_cast<std::streamsize>(program.size()));
+        std::ofstream(folder_ / "no.exe") << std::string(100, 'x');
     }
-    ~match() override { fs::remove_all(folder_); }
+    ~match_report() override { fs::remove_all(folder_); }
 
-    void put(const std::string& name, const bytes& contents)
+    test_support::made_report report(const bytes& image, std::string_view form,
+                                     const char* program = "Tool.exe")
     {
-        std::ofstream(folder_ / name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(contents.data()),
-                   static_cast<std::streamsize>(contents.size()));
-        options_.pe_path = (folder_ / name).string();
+        auto options = test_support::listing_options({"apps"}, form); // makes no difference
+        options.match_mode = true;
+        options.pe_path = path_of(program);
+        return test_support::database_report(image, options, {.path = "a.sdb"});
     }
-    report::match_results find(sdb_builder& b)
-    {
-        const bytes image = b.build();
-        sdb::sdb_database database;
-        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
-        report::match_results results;
-        const bool any = report::match_pe_file(results, database, options_);
-        EXPECT_EQ(any, !results.empty());
-        return results;
-    }
-    // Whether a record is caught that holds one list of these properties behind its name.
-    template <typename maker>
-    bool catches(maker&& make)
-    {
-        sdb_builder b;
-        std::vector<node> properties = {b.text(tag::name, "tool.exe")};
-        make(b, properties);
-        b.add(b.list(tag::exe,
-                     {b.text(tag::name, "Record"), b.list(tag::matching_file, properties)}));
-        return !find(b).empty();
-    }
+    std::string path_of(const char* name) const { return (folder_ / name).string(); }
 
+private:
     fs::path folder_;
-    front::sdb_opts options_;
 };
 
-TEST_F(match, each_property_is_compared_by_its_rule)
-{
-    constexpr std::uint64_t version = 0x0001'0002'0003'ffff;
-    constexpr std::uint64_t product = 0x0004'0005'0006'0007;
-    enum class rule { exact, upper, lower };
-    struct row {
-        std::uint16_t tag;
-        std::uint64_t value;
-        rule compared;
-    };
-    for (const row& row : {
-             row{tag::size, test_support::sample_program(true).size(), rule::exact},
-             {tag::checksum, 0x12345, rule::exact},
-             {tag::pe_checksum, 0x12345, rule::exact},
-             {tag::module_type, 3, rule::exact},
-             {tag::verfileos, 0x40004, rule::exact},
-             {tag::verfiletype, 1, rule::exact},
-             {tag::prevosmajorver, 6, rule::exact},
-             {tag::prevosminorver, 3, rule::exact},
-             {tag::linker_version, 0x20005, rule::exact},
-             {tag::link_date, 0x5f5e1000, rule::exact},
-             {tag::upto_link_date, 0x5f5e1000, rule::upper},
-             {tag::from_link_date, 0x5f5e1000, rule::lower},
-             {tag::bin_file_version, version, rule::exact},
-             {tag::upto_bin_file_version, version, rule::upper},
-             {tag::from_bin_file_version, version, rule::lower},
-             {tag::bin_product_version, product, rule::exact},
-             {tag::upto_bin_product_version, product, rule::upper},
-             {tag::from_bin_product_version, product, rule::lower},
-             {tag::from_osmaxversiontested, 6, rule::lower},
-             {tag::upto_osmaxversiontested, 3, rule::upper},
-         }) {
-        const auto with = [&](std::uint64_t value) {
-            return catches([&](sdb_builder& b, std::vector<node>& properties) {
-                properties.push_back(sdb::tag_type(row.tag) == sdb::type::qword
-                                         ? b.qword(row.tag, value)
-                                         : b.dword(row.tag, static_cast<std::uint32_t>(value)));
-            });
-        };
-        EXPECT_TRUE(with(row.value)) << row.tag;
-        EXPECT_EQ(with(row.value - 1), row.compared == rule::lower) << row.tag;
-        EXPECT_EQ(with(row.value + 1), row.compared == rule::upper) << row.tag;
-    }
-    for (const auto& [text_tag, text] :
-         {std::pair<std::uint16_t, const char*>{tag::company_name, "Akme GmbH"},
-          {tag::product_name, "Werkzeug"},
-          {tag::product_version, "4.5.6.7"},
-          {tag::file_description, "Caf\u00e9 \u8a08"},
-          {tag::file_version, "1.2.3.65535"},
-          {tag::original_filename, "Tool.exe"},
-          {tag::internal_name, "tool"},
-          {tag::legal_copyright, "\u00a9 Acme\r\nAll of it"}}) {
-        const auto with = [&, id = text_tag](const std::string& value) {
-            return catches([&](sdb_builder& b, std::vector<node>& properties) {
-                properties.push_back(b.text(id, value));
-            });
-        };
-        EXPECT_TRUE(with(text)) << text;
-        EXPECT_FALSE(with(std::string(text) + "x")) << text;
-    }
-}
-
-TEST_F(match, comparison_ends_at_the_first_tag_that_the_file_does_not_have)
-{
-    const auto with = [this](std::uint16_t unknown) {
-        return catches([unknown](sdb_builder& b, std::vector<node>& properties) {
-            properties.push_back(b.dword(tag::pe_checksum, 1)); // speaks against it
-            properties.push_back(b.dword(unknown, 1));
-        });
-    };
-    EXPECT_TRUE(with(tag::offset)) << "0x4002 comes before the checksum";
-    EXPECT_FALSE(with(tag::size_of_image)) << "0x4043 comes behind it";
-}
-
-TEST_F(match, zeros_are_equal)
-{
-    put("tool.exe", test_support::pe_plan{.checksum = 0}.build());
-    for (const bool base16 : {true, false}) {
-        options_.base16 = base16;
-        const auto with = [this](std::uint32_t checksum) {
-            return catches([checksum](sdb_builder& b, std::vector<node>& properties) {
-                properties.push_back(b.dword(tag::pe_checksum, checksum));
-            });
-        };
-        EXPECT_TRUE(with(0));
-        EXPECT_FALSE(with(1));
-    }
-}
-
-TEST_F(match, names_that_lead_to_a_list)
-{
-    struct row {
-        const char* record;
-        const char* list;
-        bool caught;
-    };
-    for (const row& row : {
-             row{"x", "tool.exe", true},
-             {"x", "TOOL.EXE", false}, // found, but the text has capital letters
-             {"tool.exe", "*", true},  // the record's name
-             {"Tool.exe", "*", false}, // the same, for its capital letter
-             {"tool.exe", "", true},   // a list without a name
-             {"tool.exe", "other", false},
-             {"x", "%windir%\\tool.exe", false},
-         }) {
-        sdb_builder b;
-        const std::vector<node> members =
-            *row.list != '\0'
-                ? std::vector{b.text(tag::name, row.list), b.dword(tag::module_type, 3)}
-                : std::vector{b.dword(tag::module_type, 3)};
-        b.add(
-            b.list(tag::exe, {b.text(tag::name, row.record), b.list(tag::matching_file, members)}));
-        EXPECT_EQ(!find(b).empty(), row.caught) << row.record << " " << row.list;
-    }
-}
-
-TEST_F(match, a_whole_path_counts_where_no_list_has_the_name)
-{
-    put("c:\\Windows\\System32\\foo.exe", test_support::sample_program(true));
-    if (!fs::exists(options_.pe_path)) {
-        GTEST_SKIP() << "no such file names here";
-    }
-    std::string key = uni::lowered(options_.pe_path);
-    uni::replace_char(key, '/', '\\');
-    key.replace(key.find("c:\\windows"), 10, "%windir%");
-    for (const bool name_too : {false, true}) {
-        sdb_builder b;
-        // 0x4002 is unknown and comes before the name, whose text would not be the file's.
-        b.add(b.list(tag::exe, {b.text(tag::name, key),
-                                b.list(tag::matching_file, {b.dword(tag::offset, 0)})}));
-        if (name_too) {
-            b.add(b.list(tag::exe, {b.list(tag::matching_file, {b.text(tag::name, "foo.exe"),
-                                                                b.dword(tag::size, 1)})}));
-        }
-        EXPECT_EQ(find(b).size(), name_too ? 0u : 1u);
-    }
-}
-
-TEST_F(match, members_without_a_text_keep_the_one_before)
-{
-    const auto with = [this](bool first) {
-        sdb_builder b;
-        const node unresolved = b.string_ref(tag::name, 0x7fffff);
-        const node product = b.text(tag::product_name, "tool.exe");
-        const std::vector<node> members =
-            first ? std::vector{unresolved, product} : std::vector{product, unresolved};
-        b.add(b.list(tag::exe, {b.text(tag::name, "x"), b.list(tag::matching_file, members)}));
-        return find(b).size();
-    };
-    EXPECT_EQ(with(true), 0u) << "its file name is that of the record";
-    EXPECT_EQ(with(false), 0u) << "found by name, refused by the product's";
-    sdb_builder b;
-    b.add(b.list(tag::exe, {b.text(tag::name, "tool.exe"),
-                            b.list(tag::matching_file, {b.string_ref(tag::name, 0x7fffff)})}));
-    EXPECT_EQ(find(b).size(), 0u) << "an empty text is not the file's name";
-}
-
-TEST_F(match, records_are_printed_once_behind_a_line_for_each_list)
+TEST_F(match_report, records_are_printed_once_behind_a_line_for_each_list)
 {
     sdb_builder b;
     const auto matching = [&b](std::string_view label, std::uint32_t module_type) {
@@ -232,65 +212,53 @@ TEST_F(match, records_are_printed_once_behind_a_line_for_each_list)
                             matching("no", 4), matching("b", 3)}));
     b.add(b.list(tag::exe,
                  {b.text(tag::name, "two"), b.dword(tag::exe_type, 1), matching("not", 4)}));
-    const bytes image = b.build();
-    sdb::sdb_database database;
-    options_.match_mode = true;
-    options_.list_apps = true; // makes no difference
-    ASSERT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
-    test_support::text_sink out;
-    test_support::text_sink console;
-    EXPECT_TRUE(report::run_database_report(out, console, database, options_));
-    out.flush();
-    console.flush();
+    const auto made = report(b.build(), "xml");
+    EXPECT_TRUE(made.asked);
     char lines[64];
     std::snprintf(lines, sizeof lines, "match tagid %08x\nmatch tagid %08x\n\n", b.offset_of("a"),
                   b.offset_of("b"));
-    EXPECT_EQ(console.gathered, lines);
-    EXPECT_NE(out.gathered.find("name=\"one\""), std::string::npos) << out.gathered;
-    EXPECT_EQ(out.gathered.find("\"two\""), std::string::npos);
-    EXPECT_EQ(out.gathered.find("</shimdb>"), std::string::npos) << "the document stays open";
+    EXPECT_EQ(made.console, lines);
+    EXPECT_EQ(made.notices, "");
+    EXPECT_NE(made.text.find("name=\"one\""), std::string::npos) << made.text;
+    EXPECT_EQ(made.text.find("\"two\""), std::string::npos);
+    EXPECT_EQ(made.text.find("</shimdb>"), std::string::npos) << "the document stays open";
 }
 
-TEST_F(match, messages)
+TEST_F(match_report, notices)
 {
-    const auto said = [this](sdb_builder& b) {
-        const bytes image = b.build();
-        sdb::sdb_database database;
-        options_.match_mode = true;
-        options_.xml = false;
-        options_.current_path = "a.sdb";
-        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options_));
-        test_support::text_sink out;
-        testing::internal::CaptureStderr();
-        EXPECT_TRUE(report::run_database_report(out, database, options_));
-        std::string words = testing::internal::GetCapturedStderr();
-        out.flush();
-        EXPECT_EQ(out.gathered, "");
-        return uni::replace_all(words, io::progress_wipe, "");
-    };
-    sdb_builder b;
-    EXPECT_EQ(said(b), "no matches found: a.sdb\n");
-    put("no.exe", bytes(100));
-    EXPECT_EQ(said(b), "Problem pulling PE stats from file " + options_.pe_path +
-                           "\nno matches found: a.sdb\n");
+    const bytes empty = sdb_builder().build();
+    for (const auto& [program, notice] :
+         {std::pair{"Tool.exe", std::string()},
+          {"no.exe",
+           "Problem pulling PE stats from file " + path_of("no.exe") + ": is no program\n"}}) {
+        const auto made = report(empty, "plain", program);
+        EXPECT_TRUE(made.asked);
+        EXPECT_EQ(made.text, "");
+        EXPECT_EQ(made.notices, notice + "no matches found: a.sdb\n");
+    }
 }
 
-// A record must not hide behind records that stand in one another.
-TEST_F(match, nested_records_hide_no_other)
+// A record must not hide behind records that stand in one another, and who reads the report learns
+// that not all of these were looked at.
+TEST_F(match_report, nested_records_hide_no_other)
 {
     sdb_builder b;
     const std::uint32_t one_byte = b.table_bytes(bytes{0x01, 0x88, 1, 0, 0, 0, 'x'});
     std::vector<node> nested;
-    for (int i = 0; i < 20'000; ++i) {
-        nested.push_back(b.list(tag::matching_file, {b.text(tag::name, "tool.exe")}));
+    for (int i = 0; i < 2'000; ++i) {
+        nested.push_back(b.list(tag::matching_file,
+                                {b.text(tag::name, "tool.exe"), b.dword(tag::module_type, 4)}));
         nested = {b.list(tag::exe, nested)};
     }
     const node list = b.list(tag::matching_file, {b.text(tag::name, "*")});
     const node hidden = b.list(tag::exe, {b.string_ref(tag::name, one_byte), // reads as no name
                                           b.text(tag::name, "tool.exe"), list});
-    b.add(nested.front());
-    b.add(hidden);
-    EXPECT_TRUE(find(b).contains(b.offset_of(hidden)));
+    b.add({nested.front(), hidden});
+    const auto made = report(b.build(), "plain");
+    char line[64];
+    std::snprintf(line, sizeof line, "match tagid %08x\n\n", b.offset_of(list));
+    EXPECT_EQ(made.console, line);
+    EXPECT_EQ(made.notices, "Not all nested records could be matched: a.sdb\n");
 }
 
 } // namespace

@@ -6,11 +6,12 @@
 Run from the root of the repository, with a program without sanitizers.
 """
 
+import os
 import subprocess
 import sys
 import tempfile
 
-from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, notice, small_database
+from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, small_database
 
 
 class Memory(Runs):
@@ -31,15 +32,31 @@ class Memory(Runs):
         large = self.write("large.sdb", self.large())
         result = self.run_within(60_000, "-sdb", large, "-apps", "-quiet")
         self.assertEqual((result.returncode, result.stderr),
-                         (FAILED, notice("quilt: std::bad_alloc\n")))
+                         (FAILED, b"quilt: std::bad_alloc\n"))
 
     def test_one_entry_of_a_list_that_does_not_fit_stops_no_other(self):
         large = self.write("large.sdb", self.large())
         lines = f"{large}\n{SAMPLE}\n".encode()
         result = self.run_within(60_000, "-pipe", "-exes", "-quiet", lines=lines)
         self.assertEqual((result.returncode, result.stderr),
-                         (0, notice(f"exception caught on file {large}\n")))
+                         (FAILED, f"exception caught on file {large}\n".encode()))
         self.assertIn(b"ledger.exe", result.stdout)
+
+    def test_one_target_of_several_that_does_not_fit_stops_no_other(self):
+        self.write("Windows/AppPatch/a.sdb", self.large())
+        self.write("Windows/AppPatch/b.sdb", small_database(1, "b"))
+        result = self.run_within(60_000, "-partition", self.folder, "-stats", "-quiet")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertIn(f"exception caught on file {self.path('Windows/AppPatch/a.sdb')}\n".encode(),
+                      result.stderr)
+        self.assertIn(b"Windows/AppPatch/b.sdb", result.stdout)
+
+    def test_a_hive_that_does_not_fit_is_said_and_the_rest_is_done(self):
+        os.truncate(hive := self.write("hive", b"regf"), 1 << 30)
+        result = self.run_within(60_000, "-sdb", SAMPLE, "-stats", "-quiet", "-reg", hive)
+        self.assertEqual((result.returncode, result.stderr.decode()),
+                         (FAILED, f"Prob reading hive {hive}: memory has run out\n"))
+        self.assertIn(b"Database MD5", result.stdout)
 
 
 if __name__ == "__main__":

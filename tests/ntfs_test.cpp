@@ -3,14 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <sstream>
 #include <string>
 
+#include "model/software_hive.h"
 #include "ntfs/attributes.h"
 #include "ntfs/compression.h"
 #include "ntfs/directory.h"
 #include "ntfs/disk_layout.h"
 #include "ntfs/locked_file.h"
-#include "report/installed_databases.h"
 #include "support/memory_device.h"
 #include "support/ntfs_builder.h"
 
@@ -33,6 +34,20 @@ bytes numbered(std::size_t size)
 bytes text_bytes(std::string_view text)
 {
     return {text.begin(), text.end()};
+}
+
+// A file's content: in the record, in clusters, or told by an attribute list.
+bytes data(const bytes& value, std::u16string_view name = {}, std::uint16_t id = 0)
+{
+    return resident_attribute(0x80, value, name, id);
+}
+bytes stored(const non_resident& value, std::u16string_view name = {}, std::uint16_t id = 0)
+{
+    return non_resident_attribute(0x80, value, name, id);
+}
+bytes list(const std::vector<list_item>& items)
+{
+    return resident_attribute(0x20, attribute_list(items));
 }
 
 TEST(raw_disk_io, takes_names_and_fallbacks_by_mode)
@@ -77,9 +92,7 @@ TEST(raw_disk_io, takes_names_and_fallbacks_by_mode)
 
 TEST(raw_disk_io, reads_whole_sectors_and_gives_what_was_asked)
 {
-    memory_disk disk;
-    disk.bytes = numbered(4096 + 100);
-    disk.size = 4096;
+    memory_disk disk{.bytes = numbered(4096 + 100), .size = 4096};
     ntfs::RAW_DISK_IO io("c:", disk_mode::volume, opener_of(disk));
     struct {
         std::uint64_t offset, size;
@@ -112,18 +125,19 @@ TEST(raw_disk_io, reads_whole_sectors_and_gives_what_was_asked)
 TEST(raw_disk_io, takes_bytes_from_elsewhere)
 {
     const bytes contents = numbered(3000);
-    const auto source = [&contents] {
-        return std::make_unique<io::memory_source>(
-            io::byte_vector(contents.begin(), contents.end()));
-    };
-    ntfs::RAW_DISK_IO io(source());
+    ntfs::RAW_DISK_IO io(source_of(contents));
     EXPECT_EQ(io.total_size(), 3000);
     bytes out(100);
     EXPECT_EQ(io.read(out, 2900), 100u);
     EXPECT_EQ(out, bytes(contents.end() - 100, contents.end()));
     EXPECT_EQ(io.read(out, 2950), 50u);
     EXPECT_FALSE(ntfs::RAW_DISK_IO(nullptr).is_open());
-    EXPECT_FALSE(ntfs::open_ntfs_volume(source()));
+    EXPECT_FALSE(ntfs::open_ntfs_volume(source_of(contents)));
+    const auto file = ntfs::open_locked_file(
+        ntfs::open_ntfs_volume(source_of(windows_volume({data({7})}).image())), hive_path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->read(out, 0), 1u);
+    EXPECT_EQ(out[0], 7);
 }
 
 TEST(runs, are_decoded_up_to_what_does_not_fit)
@@ -146,11 +160,11 @@ TEST(runs, are_decoded_up_to_what_does_not_fit)
     };
     for (const auto& each : cases) {
         // As long as its runs need and no longer.
-        bytes stored = non_resident_attribute(0x80, {{}, 1});
-        stored.insert(stored.end(), each.runs.begin(), each.runs.end());
+        bytes attribute = stored({{}, 1});
+        append(attribute, each.runs);
         std::vector<ntfs::byte_run> runs;
         std::vector<ntfs::extent> extents;
-        ntfs::decode_data_runs(ntfs::attribute(uni::byte_view(stored)), runs);
+        ntfs::decode_data_runs(ntfs::attribute(uni::byte_view(attribute)), runs);
         ntfs::runs_to_extents(runs, extents);
         std::string found;
         for (const ntfs::extent& part : extents) {
@@ -164,7 +178,7 @@ TEST(runs, are_decoded_up_to_what_does_not_fit)
 TEST(records, are_told_by_their_head_and_fixed_up)
 {
     ntfs_builder builder;
-    builder.record(9, {resident_attribute(0x80, numbered(800))});
+    builder.record(9, {data(numbered(800))});
     const bytes image = builder.image();
     const auto from = image.begin() + static_cast<std::ptrdiff_t>(place_of_record(9));
     const bytes good(from, from + 1024);
@@ -200,9 +214,8 @@ TEST(records, are_told_by_their_head_and_fixed_up)
 
 // A mounted volume and what was traced.
 struct opened_volume {
-    explicit opened_volume(const ntfs_builder& builder)
+    explicit opened_volume(const ntfs_builder& builder) : disk{.bytes = builder.image()}
     {
-        disk.bytes = builder.image();
         volume = ntfs::open_ntfs_volume("c", volume_source::letter, opener_of(disk));
     }
     std::unique_ptr<ntfs::mft_entries_ctx> look_up()
@@ -212,10 +225,27 @@ struct opened_volume {
         return context;
     }
 
+    // The entry of the file that a path leads to, 0 for none; and what a directory holds.
+    std::uint64_t find(const char* path)
+    {
+        std::uint64_t inode = 0;
+        std::uint64_t parent = 0;
+        return ntfs::resolve_file(*look_up(), path, inode, parent) ? inode : 0;
+    }
+    std::vector<std::uint64_t> children(std::uint64_t entry,
+                                        ntfs::index_parsing how = ntfs::index_parsing::strict)
+    {
+        std::vector<std::uint64_t> found;
+        const bool is_directory = ntfs::enum_directory(*look_up(), entry, found, how);
+        EXPECT_EQ(is_directory, !found.empty());
+        return found;
+    }
+
     memory_disk disk;
     std::unique_ptr<ntfs::ntfs_volume> volume;
     strings traced;
 };
+using entry_list = std::vector<std::uint64_t>;
 
 TEST(paths, are_resolved_through_indexes_and_names)
 {
@@ -270,7 +300,7 @@ TEST(paths, leave_a_trace)
     on.disk.bytes[place_of_record(41) + 29] = 8; // larger than a record
     std::uint64_t inode = 0;
     std::uint64_t parent = 0;
-    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\Windows", inode, parent));
+    EXPECT_EQ(on.find("\\Windows"), 40u);
     EXPECT_FALSE(ntfs::resolve_file(*on.look_up(), "\\WINDOWS\\x", inode, parent));
     EXPECT_EQ(inode, 40u) << "the last that was found";
     EXPECT_EQ(
@@ -293,25 +323,19 @@ TEST(paths, lead_to_files_that_are_there_before_deleted_ones)
     volume.record(39, {file_name(5, u"gone")}, 0);
     volume.record(47, {file_name(40, u"linked"), file_name(5, u"windows")});
     opened_volume on(volume);
-    const std::pair<const char*, std::uint64_t> cases[] = {
-        {"\\Windows", 40}, {"\\gone", 38}, {"\\linked", 47}};
-    for (const auto& [path, expected] : cases) {
-        std::uint64_t inode = 0;
-        std::uint64_t parent = 0;
-        EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), path, inode, parent));
-        EXPECT_EQ(inode, expected) << path;
-    }
+    EXPECT_EQ(on.find("\\Windows"), 40u);
+    EXPECT_EQ(on.find("\\gone"), 38u);
+    EXPECT_EQ(on.find("\\linked"), 47u);
 }
 
 TEST(paths, do_not_lead_through_records_that_extend_another_file)
 {
-    const bytes list = resident_attribute(0x20, attribute_list({{0x30, 72, 1}}));
     ntfs_builder volume = windows_volume({});
-    volume.record(41, {list}); // looked at first
-    volume.record(44, {list});
+    volume.record(41, {list({{0x30, 72, 1}})}); // looked at first
+    volume.record(44, {list({{0x30, 72, 1}})});
     volume.record(72, {file_name(43, u"software", 1, 1)}, file_flags, 44);
     opened_volume on(volume);
-    const auto context = on.look_up();
+    const auto context = on.look_up(); // one for both
     std::uint64_t inode = 0;
     std::uint64_t parent = 0;
     EXPECT_FALSE(ntfs::resolve_file(*context, "\\software", inode, parent));
@@ -322,8 +346,9 @@ TEST(paths, do_not_lead_through_records_that_extend_another_file)
 TEST(directories, follow_attribute_lists)
 {
     ntfs_builder volume = windows_volume({});
-    const bytes list = attribute_list({{0x30, 42, 0}, {0x90, 50, 3}, {0xa0, 51, 4}, {0xa0, 52, 5}});
-    volume.record(42, {resident_attribute(0x20, list), file_name(40, u"System32")},
+    volume.record(42,
+                  {list({{0x30, 42, 0}, {0x90, 50, 3}, {0xa0, 51, 4}, {0xa0, 52, 5}}),
+                   file_name(40, u"System32")},
                   directory_flags);
     volume.record(50, {index_root({43}, 3)}, file_flags, 42);
     // One block in two parts, which come in either order.
@@ -336,15 +361,10 @@ TEST(directories, follow_attribute_lists)
                   file_flags, 42);
     volume.record(60, {file_name(42, u"found")});
     opened_volume on(volume);
-    std::uint64_t inode = 0;
-    std::uint64_t parent = 0;
-    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\windows\\system32\\config", inode, parent));
-    EXPECT_TRUE(ntfs::resolve_file(*on.look_up(), "\\windows\\system32\\found", inode, parent));
-    EXPECT_EQ(inode, 60u);
-    // A record that extends another stands for it.
-    std::vector<std::uint64_t> children;
-    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 50, children, ntfs::index_parsing::strict));
-    EXPECT_EQ(children, (std::vector<std::uint64_t>{43, 60}));
+    EXPECT_EQ(on.find("\\windows\\system32\\config"), 43u);
+    EXPECT_EQ(on.find("\\windows\\system32\\found"), 60u);
+    EXPECT_EQ(on.children(50), (entry_list{43, 60}))
+        << "a record that extends another stands for it";
 }
 
 TEST(directories, parse_nodes_strictly_or_not)
@@ -353,15 +373,12 @@ TEST(directories, parse_nodes_strictly_or_not)
     ntfs_builder volume = windows_volume({});
     bytes root = index_root({41, 46, 45});
     const std::size_t middle = 24 + 8 + 16 + 16 + 88;
-    std::fill_n(root.begin() + static_cast<std::ptrdiff_t>(middle), 8, std::uint8_t{0});
+    put(root, middle, 0, 8);
     volume.record(40, {file_name(5, u"Windows"), root}, directory_flags);
     opened_volume on(volume);
-    std::vector<std::uint64_t> children;
-    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 40, children, ntfs::index_parsing::strict));
-    EXPECT_EQ(children, (std::vector<std::uint64_t>{41}));
-    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 40, children, ntfs::index_parsing::lenient));
-    EXPECT_EQ(children, (std::vector<std::uint64_t>{41, 45}));
-    EXPECT_FALSE(ntfs::enum_directory(*on.look_up(), 41, children, ntfs::index_parsing::strict));
+    EXPECT_EQ(on.children(40), (entry_list{41}));
+    EXPECT_EQ(on.children(40, ntfs::index_parsing::lenient), (entry_list{41, 45}));
+    EXPECT_EQ(on.children(41), entry_list{});
 }
 
 std::size_t bytes_read(const memory_disk& disk)
@@ -378,10 +395,9 @@ bytes repeated_runs(std::uint8_t first_size, std::uint8_t first)
 {
     bytes runs = {0x21, first_size, first, 0};
     for (int i = 0; i < 150; ++i) {
-        const bytes run = {0x12, 0, 1, static_cast<std::uint8_t>(i % 2 == 0 ? 1 : 0xff)};
-        runs.insert(runs.end(), run.begin(), run.end());
+        append(runs, i % 2 == 0 ? 0x01010012 : 0xff010012, 4);
     }
-    runs.push_back(0);
+    append(runs, 0, 1);
     return runs;
 }
 
@@ -391,19 +407,15 @@ TEST(directories, end_where_their_clusters_come_again_and_again)
     volume.record(43, {non_resident_attribute(0xa0, {repeated_runs(4, 140), 1 << 20}, u"$I30")},
                   directory_flags);
     opened_volume on(volume);
-    std::vector<std::uint64_t> children;
     on.disk.reads.clear();
-    EXPECT_TRUE(ntfs::enum_directory(*on.look_up(), 43, children, ntfs::index_parsing::strict));
-    EXPECT_EQ(children, (std::vector<std::uint64_t>{44, 45}));
+    EXPECT_EQ(on.children(43), (entry_list{44, 45}));
     EXPECT_LT(bytes_read(on.disk), 20u << 20) << "of 38 MiB";
     // The same of the records themselves; those in the first run stay.
-    volume = windows_volume({resident_attribute(0x80, {7})});
-    volume.record(0, {non_resident_attribute(0x80, {repeated_runs(96, 4), 1 << 30})});
+    volume = windows_volume({data({7})});
+    volume.record(0, {stored({repeated_runs(96, 4), 1 << 30})});
     opened_volume records(volume);
     EXPECT_LT(records.volume->record_count, 20u * 1024);
-    std::uint64_t inode = 0;
-    std::uint64_t parent = 0;
-    EXPECT_TRUE(ntfs::resolve_file(*records.look_up(), hive_path, inode, parent));
+    EXPECT_EQ(records.find(hive_path), 44u);
 }
 
 TEST(clusters, that_come_again_are_counted)
@@ -446,8 +458,7 @@ io::byte_vector read_hive(memory_disk& disk)
 // What is read of the hive of a volume; `disk` may be damaged first.
 bytes read_hive(const ntfs_builder& volume, const std::function<void(memory_disk&)>& change = {})
 {
-    memory_disk disk;
-    disk.bytes = volume.image();
+    memory_disk disk{.bytes = volume.image()};
     if (change) {
         change(disk);
     }
@@ -455,14 +466,9 @@ bytes read_hive(const ntfs_builder& volume, const std::function<void(memory_disk
     return {found.begin(), found.end()};
 }
 
-bytes zeros(std::size_t count)
-{
-    return bytes(count);
-}
-
 bytes operator+(bytes a, const bytes& b)
 {
-    a.insert(a.end(), b.begin(), b.end());
+    append(a, b);
     return a;
 }
 
@@ -475,54 +481,32 @@ TEST(contents, come_from_wherever_they_lie)
     const bytes packed = {0x05, 0xb0, 0x08, 'a', 'b', 'c', 0x0f, 0x20, 0, 0};
     bytes unpacked = text_bytes("abcabcabcabcabcabcabc");
     constexpr std::u16string_view zero_name(u"\0x", 2);
-    bytes name_outside = resident_attribute(0x80, {1}, u"ab");
+    bytes name_outside = data({1}, u"ab");
     name_outside[11] = 0x40;
-    const auto list = [](const std::vector<list_item>& items) {
-        return resident_attribute(0x20, attribute_list(items));
-    };
     struct {
         const char* what;
         std::vector<bytes> attributes;
         bytes expected;
     } const cases[] = {
         {"nothing", {}, {}},
-        {"resident", {resident_attribute(0x80, text_bytes("short"))}, text_bytes("short")},
-        {"empty", {resident_attribute(0x80, {})}, {}},
-        {"streams",
-         {resident_attribute(0x80, b, u""), resident_attribute(0x80, a_start, u"x")},
-         {}}, // does not fit
-        {"a stream before",
-         {resident_attribute(0x80, {1}, u"x"), resident_attribute(0x80, {2})},
-         {2}},
-        {"a stream whose name begins with a zero",
-         {resident_attribute(0x80, {2}), resident_attribute(0x80, {1}, zero_name)},
-         {2}},
-        {"a stream whose name lies outside of it",
-         {resident_attribute(0x80, {2}), name_outside},
-         {2}},
+        {"resident", {data(text_bytes("short"))}, text_bytes("short")},
+        {"empty", {data({})}, {}},
+        {"streams", {data(b, u""), data(a_start, u"x")}, {}}, // does not fit
+        {"a stream before", {data({1}, u"x"), data({2})}, {2}},
+        {"a stream whose name begins with a zero", {data({2}), data({1}, zero_name)}, {2}},
+        {"a stream whose name lies outside of it", {data({2}), name_outside}, {2}},
         {"a later part of such a stream",
-         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 2048}),
-          non_resident_attribute(0x80, {{0x21, 1, 200, 0, 0}, 0, 0, 1}, zero_name)},
+         {stored({{0x21, 1, 220, 0, 0}, 2048}), stored({{0x21, 1, 200, 0, 0}, 0, 0, 1}, zero_name)},
          b},
-        {"two contents", {resident_attribute(0x80, {1}), resident_attribute(0x80, {2})}, {2}},
-        {"runs", {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 1500})}, a_start},
-        {"two runs",
-         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x11, 2, 0xec, 0}, 3072})},
-         b + a},
-        {"a hole",
-         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x01, 1, 0}, 2000})},
-         b + zeros(976)},
-        {"all sparse", {non_resident_attribute(0x80, {{0x01, 2, 0}, 2048})}, zeros(2048)},
-        {"more than its runs", {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 1 << 30})}, b},
-        {"less initialized",
-         {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 2048, 1500})},
-         a_start + zeros(548)},
-        {"a run out of the volume",
-         {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0x31, 1, 0, 0, 0x40, 0}, 2048})},
-         b},
-        {"first run out of the volume",
-         {non_resident_attribute(0x80, {{0x31, 1, 0, 0, 0x40, 0}, 2048})},
-         {}},
+        {"two contents", {data({1}), data({2})}, {2}},
+        {"runs", {stored({{0x21, 2, 200, 0, 0}, 1500})}, a_start},
+        {"two runs", {stored({{0x21, 1, 220, 0, 0x11, 2, 0xec, 0}, 3072})}, b + a},
+        {"a hole", {stored({{0x21, 1, 220, 0, 0x01, 1, 0}, 2000})}, b + bytes(976)},
+        {"all sparse", {stored({{0x01, 2, 0}, 2048})}, bytes(2048)},
+        {"more than its runs", {stored({{0x21, 1, 220, 0, 0}, 1 << 30})}, b},
+        {"less initialized", {stored({{0x21, 2, 200, 0, 0}, 2048, 1500})}, a_start + bytes(548)},
+        {"a run out of the volume", {stored({{0x21, 1, 220, 0, 0x31, 1, 0, 0, 0x40, 0}, 2048})}, b},
+        {"first run out of the volume", {stored({{0x31, 1, 0, 0, 0x40, 0}, 2048})}, {}},
         {"in another record", {list({{0x80, 70, 1}})}, a},
         {"in two records, the later part first", {list({{0x80, 71, 2}, {0x80, 70, 1}})}, a + b},
         {"in records, one of them bad",
@@ -536,14 +520,12 @@ TEST(contents, come_from_wherever_they_lie)
          {non_resident_attribute(0x20, {{0x31, 1, 0, 0, 0x40, 0x31, 1, 240, 0, 0xc0, 0}, 2048})},
          a + b},
         {"compressed",
-         {non_resident_attribute(0x80, {{0x21, 1, 250, 0, 0x01, 15, 0}, 5000, 5000, 0, 1, 1024})},
-         unpacked + zeros(5000 - unpacked.size())},
+         {stored({{0x21, 1, 250, 0, 0x01, 15, 0}, 5000, 5000, 0, 1, 1024})},
+         unpacked + bytes(5000 - unpacked.size())},
         {"compressed, stored as it is",
-         {non_resident_attribute(0x80, {{0x21, 16, 200, 0, 0}, 2048, 2048, 0, 1, 16384})},
+         {stored({{0x21, 16, 200, 0, 0}, 2048, 2048, 0, 1, 16384})},
          a},
-        {"compressed, all sparse",
-         {non_resident_attribute(0x80, {{0x01, 16, 0}, 2048, 2048, 0, 1, 1024})},
-         zeros(2048)},
+        {"compressed, all sparse", {stored({{0x01, 16, 0}, 2048, 2048, 0, 1, 1024})}, bytes(2048)},
     };
     for (const auto& each : cases) {
         ntfs_builder volume = windows_volume(each.attributes);
@@ -551,10 +533,8 @@ TEST(contents, come_from_wherever_they_lie)
         volume.clusters(220, b);
         volume.clusters(240, attribute_list({{0x10, 44, 0}, {0x80, 70, 1}, {0x80, 71, 2}}));
         volume.clusters(250, packed);
-        volume.record(70, {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 3072}, {}, 1)},
-                      file_flags, 44);
-        volume.record(71, {non_resident_attribute(0x80, {{0x21, 1, 220, 0, 0}, 0, 0, 2}, {}, 2)},
-                      file_flags, 44);
+        volume.record(70, {stored({{0x21, 2, 200, 0, 0}, 3072}, {}, 1)}, file_flags, 44);
+        volume.record(71, {stored({{0x21, 1, 220, 0, 0}, 0, 0, 2}, {}, 2)}, file_flags, 44);
         EXPECT_EQ(read_hive(volume), each.expected) << each.what;
     }
 }
@@ -568,8 +548,8 @@ TEST(contents, of_many_parts_cost_one_reading_of_a_record)
         items.insert(items.end(), {{0x80, 70, 1}, {0x80, 8, 1}}); // far from each other
     }
     volume.clusters(240, attribute_list(items));
-    volume.record(70, {resident_attribute(0x80, {3}, {}, 1)}, file_flags, 44);
-    volume.record(8, {resident_attribute(0x80, {4}, u"x", 1)}, file_flags, 44);
+    volume.record(70, {data({3}, {}, 1)}, file_flags, 44);
+    volume.record(8, {data({4}, u"x", 1)}, file_flags, 44);
     opened_volume on(volume);
     std::vector<ntfs::record_row> rows;
     on.disk.reads.clear();
@@ -586,13 +566,11 @@ TEST(contents, that_are_compressed_are_expanded_where_they_are_asked_for)
                         0x11, 1, 10,  0x01, 15,   0x11, 1,    10,   0x01, 15,   0};
     constexpr std::uint64_t zeros_end = 0x3fffd0 * ntfs_cluster;
     constexpr std::uint64_t size = 0x3ffff0 * ntfs_cluster;
-    ntfs_builder volume =
-        windows_volume({non_resident_attribute(0x80, {runs, size, size, 0, 1, 1024})});
+    ntfs_builder volume = windows_volume({stored({runs, size, size, 0, 1, 1024})});
     volume.clusters(200, {0x03, 0xb0, 0x02, 'x', 0xfc, 0x0f, 0, 0});
     volume.clusters(210, {0x03, 0xb0, 0x02, 'y', 0xfc, 0x0f, 0, 0});
     volume.clusters(220, {0x03, 0xb0, 0x02, 'z', 0xfc, 0x0f, 0x01, 0xb0, 1, 0, 0, 0});
-    memory_disk disk;
-    disk.bytes = volume.image();
+    memory_disk disk{.bytes = volume.image()};
     disk.size = std::int64_t{5} << 30;
     const auto file = open_hive(disk);
     ASSERT_TRUE(file);
@@ -604,7 +582,7 @@ TEST(contents, that_are_compressed_are_expanded_where_they_are_asked_for)
     };
     disk.reads.clear();
     EXPECT_EQ(at(4095, 2), bytes({'x', 0}));
-    EXPECT_EQ(at(1 << 30, 3), zeros(3));
+    EXPECT_EQ(at(1 << 30, 3), bytes(3));
     EXPECT_TRUE(disk.reads.empty()) << "the first unit is there, the zeros are nowhere";
     EXPECT_EQ(at(zeros_end - 1, 2), bytes({0, 'y'}));
     EXPECT_EQ(at(zeros_end + 4095, 1), bytes{'y'});
@@ -615,8 +593,7 @@ TEST(contents, that_are_compressed_are_expanded_where_they_are_asked_for)
 
 TEST(contents, end_where_a_cluster_cannot_be_read)
 {
-    ntfs_builder volume =
-        windows_volume({non_resident_attribute(0x80, {{0x21, 32, 200, 0, 0}, 32 * 1024})});
+    ntfs_builder volume = windows_volume({stored({{0x21, 32, 200, 0, 0}, 32 * 1024})});
     const bytes whole = numbered(32 * 1024);
     volume.clusters(200, whole);
     // Large reads are for speed alone: what precedes the bad cluster is there.
@@ -629,12 +606,10 @@ TEST(contents, end_where_a_cluster_cannot_be_read)
     }
     const bytes cut = read_hive(volume, [](memory_disk& disk) { disk.bytes.resize(210 * 1024); });
     EXPECT_EQ(cut.size(), 10u * 1024);
-    memory_disk disk;
-    disk.bytes = volume.image();
+    memory_disk disk{.bytes = volume.image()};
     EXPECT_EQ(read_hive(disk).size(), whole.size());
-    EXPECT_TRUE(std::find(disk.reads.begin(), disk.reads.end(),
-                          std::pair<std::int64_t, std::size_t>(200 * 1024, 32 * 1024)) !=
-                disk.reads.end())
+    using read = std::pair<std::int64_t, std::size_t>;
+    EXPECT_EQ(std::ranges::count(disk.reads, read(200 * 1024, 32 * 1024)), 1)
         << "clusters side by side are read at once";
 }
 
@@ -687,8 +662,7 @@ TEST(mounting, settles_sizes_or_fails)
         {"record 0 has a true size of 4096", {{place_of_record(0) + 6, 9}}, 4096},
     };
     for (const auto& each : cases) {
-        memory_disk disk;
-        disk.bytes = windows_volume({}).image();
+        memory_disk disk{.bytes = windows_volume({}).image()};
         for (const auto& [place, value] : each.changes) {
             disk.bytes[place] = static_cast<std::uint8_t>(value);
         }
@@ -706,25 +680,21 @@ TEST(mounting, settles_sizes_or_fails)
 
 TEST(mounting, follows_the_attribute_list_of_the_mft)
 {
-    ntfs_builder volume = windows_volume({resident_attribute(0x80, {7})});
+    ntfs_builder volume = windows_volume({data({7})});
     // Records 0 to 19 lie at once, and 12 tells where the others do.
-    volume.record(0, {resident_attribute(0x20, attribute_list({{0x80, 0, 0}, {0x80, 12, 6}})),
-                      non_resident_attribute(0x80, {{0x11, 20, 4, 0}, 96 * 1024})});
-    volume.record(12, {non_resident_attribute(0x80, {{0x11, 76, 24, 0}, 0, 0, 20}, {}, 6)},
-                  file_flags, 0);
+    volume.record(0, {list({{0x80, 0, 0}, {0x80, 12, 6}}), stored({{0x11, 20, 4, 0}, 96 * 1024})});
+    volume.record(12, {stored({{0x11, 76, 24, 0}, 0, 0, 20}, {}, 6)}, file_flags, 0);
     EXPECT_EQ(read_hive(volume), bytes{7});
 }
 
 TEST(rows, stand_in_their_order_and_tell_what_failed)
 {
     ntfs_builder volume = windows_volume({});
-    volume.record(44, {resident_attribute(0x80, {1, 2}), file_name(43, u"a"),
-                       resident_attribute(0x10, bytes(48)), resident_attribute(0x80, {3}, u"ads"),
-                       file_name(43, u"b")});
+    volume.record(44, {data({1, 2}), file_name(43, u"a"), resident_attribute(0x10, bytes(48)),
+                       data({3}, u"ads"), file_name(43, u"b")});
     opened_volume on(volume);
     on.disk.bytes[place_of_record(45)] = 'x';
-    std::copy_n("BAAD", 4,
-                on.disk.bytes.begin() + static_cast<std::ptrdiff_t>(place_of_record(46)));
+    put(on.disk.bytes, place_of_record(46), "BAAD");
     std::vector<ntfs::record_row> rows;
     EXPECT_TRUE(ntfs::list_record_attributes(*on.look_up(), 44, rows));
     std::string found;
@@ -742,8 +712,7 @@ TEST(rows, stand_in_their_order_and_tell_what_failed)
 TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
 {
     const bytes hive = numbered(3000);
-    ntfs_builder volume =
-        windows_volume({non_resident_attribute(0x80, {{0x21, 3, 200, 0, 0}, 3000})});
+    ntfs_builder volume = windows_volume({stored({{0x21, 3, 200, 0, 0}, 3000})});
     volume.clusters(200, hive);
     const std::string snapshot = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2";
     struct {
@@ -764,15 +733,15 @@ TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
         {"no volume", "", false, true, "", false},
     };
     for (const auto& each : cases) {
-        memory_disk disk;
-        disk.bytes = volume.image();
-        disk.name = each.device;
+        memory_disk disk{.bytes = volume.image(), .name = each.device};
         disk.knows_extended_geometry = disk.knows_geometry = each.has_geometry;
-        front::sdb_opts options;
+        request::sdb_opts options;
         options.volume_text = each.volume;
         options.vss_given = each.is_snapshot;
-        options.software_hive_path = "no such hive";
-        const hive::hive_bytes found = report::load_software_hive(options, opener_of(disk));
+        options.software_hive_path =
+            each.volume + std::string("\\Windows\\System32\\Config\\Software");
+        const hive::hive_bytes found =
+            model::load_software_hive(options, {}, opener_of(disk)).bytes;
         const std::span<const std::uint8_t> read = found.at(0, found.size()).bytes();
         EXPECT_EQ(bytes(read.begin(), read.end()), each.is_read ? hive : bytes()) << each.what;
     }
@@ -781,11 +750,9 @@ TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
 // Whatever the bytes, a look-up ends by itself, and reads nothing twice for long.
 TEST(damage, of_any_byte_ends_a_look_up)
 {
-    ntfs_builder volume = windows_volume(
-        {resident_attribute(0x20, attribute_list({{0x80, 70, 1}, {0x80, 71, 2}, {0x20, 44, 0}}))});
-    volume.record(70, {non_resident_attribute(0x80, {{0x21, 2, 200, 0, 0}, 3072}, {}, 1)},
-                  file_flags, 44);
-    volume.record(71, {resident_attribute(0x20, attribute_list({{0x20, 70, 0}}))}, file_flags, 70);
+    ntfs_builder volume = windows_volume({list({{0x80, 70, 1}, {0x80, 71, 2}, {0x20, 44, 0}})});
+    volume.record(70, {stored({{0x21, 2, 200, 0, 0}, 3072}, {}, 1)}, file_flags, 44);
+    volume.record(71, {list({{0x20, 70, 0}})}, file_flags, 70);
     const bytes image = volume.image();
     memory_disk disk;
     const auto look = [&disk] {
@@ -794,79 +761,52 @@ TEST(damage, of_any_byte_ends_a_look_up)
         EXPECT_LT(bytes_read(disk), 8u * 1024 * 1024);
         EXPECT_LE(found.size(), disk.bytes.size() + (64u << 20));
     };
-    std::vector<std::size_t> places;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> stretches = {{0, 80}, {140 * 1024, 80}};
     for (const std::uint64_t record : {0, 5, 40, 42, 43, 44, 45, 70, 71}) {
-        for (std::size_t at = 0; at < 512; ++at) {
-            places.push_back(static_cast<std::size_t>(place_of_record(record)) + at);
-        }
+        stretches.emplace_back(place_of_record(record), 512);
     }
-    for (std::size_t at = 0; at < 80; ++at) {
-        places.push_back(at);
-        places.push_back(140 * 1024 + at);
-    }
-    for (const std::size_t place : places) {
-        disk.bytes = image;
-        for (const int value : {0x00, 0x01, 0x7f, 0x80, 0xff}) {
-            disk.bytes[place] = static_cast<std::uint8_t>(value);
+    for (const auto& [begin, size] : stretches) {
+        for (std::uint64_t place = begin; place < begin + size; ++place) {
+            disk.bytes = image;
+            for (const unsigned value : {0x00u, 0x01u, 0x7fu, 0x80u, 0xffu}) {
+                put(disk.bytes, place, value, 1);
+                look();
+            }
+            put(disk.bytes, place, 0xffffffff, 4);
             look();
         }
-        for (std::size_t i = 0; i < 4; ++i) {
-            disk.bytes[place + i] = 0xff;
-        }
-        look();
     }
 }
 
 TEST(disk_layout, tells_file_systems_apart)
 {
-    struct {
-        std::vector<std::pair<std::size_t, std::string>> marks;
-        const char* name;
-        std::uint32_t kind, sector, cluster, block;
-        std::uint64_t serial;
-    } const cases[] = {
-        {{{3, "EXFAT   "}, {100, "1234"}, {108, "\x09\x03"}}, "exfat", 7, 512, 8, 0, 0x34333231},
+    using marks = std::vector<std::pair<std::size_t, std::string>>;
+    const std::pair<marks, const char*> cases[] = {
+        // kind; bytes or number of sector, cluster, block
+        {{{3, "EXFAT   "}, {100, "1234"}, {108, "\x09\x03"}}, "exfat 7; 512 8 0; 34333231"},
         {{{3, "NTFS    "}, {12, "\x02\x08"}, {72, "12345678"}},
-         "ntfs",
-         7,
-         512,
-         8,
-         0,
-         0x3837363534333231},
-        {{{3, "-FVE-FS-"}, {12, "\x02\x08"}}, "bitlocker container", 7, 512, 8, 0, 0},
-        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {82, "FAT32"}, {67, "12"}},
-         "fat32",
-         12,
-         512,
-         4,
-         0,
-         0x3231},
-        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {54, "FAT16"}, {39, "12"}},
-         "fat16",
-         4,
-         512,
-         4,
-         0,
-         0x3231},
-        {{{3, "x"}, {1048, "\x02"}, {1080, "\x53\xef"}}, "ext2/3", 131, 0, 0, 4096, 0},
-        {{{1048, "\x02"}, {1080, "\x53\xef"}}, "ext", 131, 0, 0, 4096, 0},
-        {{{1024, "H+"}}, "hfs+", 175, 0, 0, 0, 0},
-        {{{1024, "HX"}}, "hfsx", 175, 0, 0, 0, 0},
-        {{{3, "x"}, {1024, "HX"}}, "", 0, 0, 0, 0, 0},
-        {{{3, "EXFAT   "}, {108, "\xff\xff"}}, "exfat", 7, 0, 0, 0, 0},
+         "ntfs 7; 512 8 0; 3837363534333231"},
+        {{{3, "-FVE-FS-"}, {12, "\x02\x08"}}, "bitlocker container 7; 512 8 0; 0"},
+        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {82, "FAT32"}, {67, "12"}}, "fat32 12; 512 4 0; 3231"},
+        {{{3, "MSDOS5.0"}, {12, "\x02\x04"}, {54, "FAT16"}, {39, "12"}}, "fat16 4; 512 4 0; 3231"},
+        {{{3, "x"}, {1048, "\x02"}, {1080, "\x53\xef"}}, "ext2/3 131; 0 0 4096; 0"},
+        {{{1048, "\x02"}, {1080, "\x53\xef"}}, "ext 131; 0 0 4096; 0"},
+        {{{1024, "H+"}}, "hfs+ 175; 0 0 0; 0"},
+        {{{1024, "HX"}}, "hfsx 175; 0 0 0; 0"},
+        {{{3, "x"}, {1024, "HX"}}, " 0; 0 0 0; 0"},
+        {{{3, "EXFAT   "}, {108, "\xff\xff"}}, "exfat 7; 0 0 0; 0"},
     };
-    for (const auto& each : cases) {
+    for (const auto& [at, expected] : cases) {
         bytes block(2048);
-        for (const auto& [place, mark] : each.marks) {
-            std::copy(mark.begin(), mark.end(), block.begin() + static_cast<std::ptrdiff_t>(place));
+        for (const auto& [place, mark] : at) {
+            put(block, place, mark);
         }
         const ntfs::volume_identity found = ntfs::identify_volume(uni::byte_view(block));
-        EXPECT_EQ(found.name, each.name);
-        EXPECT_EQ(found.kind, each.kind) << each.name;
-        EXPECT_EQ(found.sector_size, each.sector) << each.name;
-        EXPECT_EQ(found.sectors_per_cluster, each.cluster) << each.name;
-        EXPECT_EQ(found.block_size, each.block) << each.name;
-        EXPECT_EQ(found.serial, each.serial) << each.name;
+        std::ostringstream text;
+        text << found.name << " " << found.kind << "; " << found.sector_size << " "
+             << found.sectors_per_cluster << " " << found.block_size << "; " << std::hex
+             << found.serial;
+        EXPECT_EQ(text.str(), expected);
     }
     EXPECT_EQ(ntfs::identify_volume(uni::byte_view(bytes(511))).name, "");
     const std::pair<std::uint32_t, const char*> names[] = {
@@ -885,32 +825,25 @@ std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entri
 {
     memory_disk disk;
     disk.bytes.resize(512 * size);
+    bytes& image = disk.bytes;
     for (const auto& [sector, place, type, start, count] : entries) {
-        std::uint8_t* const table = &disk.bytes[sector * size];
+        const std::size_t table = sector * size;
         if (sector == 0 || sector != unmarked) {
-            table[size - 2] = 0x55;
-            table[size - 1] = 0xaa;
+            put(image, table + size - 2, 0xaa55, 2);
         }
-        std::uint8_t* const entry = table + 446 + place * 16;
-        entry[4] = static_cast<std::uint8_t>(type);
-        for (unsigned i = 0; i < 4; ++i) {
-            entry[8 + i] = static_cast<std::uint8_t>(start >> (i * 8));
-            entry[12 + i] = static_cast<std::uint8_t>(count >> (i * 8));
-        }
+        put(image, table + 446 + place * 16 + 4, type, 1);
+        put(image, table + 446 + place * 16 + 8, start | std::uint64_t{count} << 32, 8);
     }
-    std::copy(oem.begin(), oem.end(), disk.bytes.begin() + 3);
-    std::uint8_t* const lost = &disk.bytes[63 * size];
-    std::copy_n("NTFS    ", 8, lost + 3);
-    lost[40] = 20;
-    std::uint8_t* const gpt = &disk.bytes[size];
-    std::copy_n("EFI PART", 8, gpt);
-    gpt[72] = 2; // entries from sector 2 on
-    gpt[80] = 4; // four
-    gpt[84] = 128;
-    std::uint8_t* const second = gpt + size + 128;
-    second[0] = 1; // it has a type
-    second[32] = 34;
-    second[40] = 99;
+    put(image, 3, oem);
+    put(image, 63 * size + 3, "NTFS    "); // a lost partition
+    put(image, 63 * size + 40, 20, 1);
+    put(image, size, "EFI PART");
+    for (const auto& [at, number] : {std::pair{72u, 2u}, {80u, 4u}, {84u, 128u}}) {
+        put(image, size + at, number, 1); // four entries from sector 2 on
+    }
+    for (const auto& [at, number] : {std::pair{0u, 1u}, {32u, 34u}, {40u, 99u}}) {
+        put(image, 2 * size + 128 + at, number, 1); // the second: type, first sector and last
+    }
     ntfs::RAW_DISK_IO io("c:", disk_mode::volume, opener_of(disk));
     std::string found;
     for (const ntfs::disk_partition& each : ntfs::read_partitions(io)) {

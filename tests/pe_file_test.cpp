@@ -13,9 +13,7 @@ using test_support::resource_node;
 using lines = std::vector<std::string>;
 
 struct opened {
-    explicit opened(const bytes& image)
-        : file(std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())))
-    {}
+    explicit opened(const bytes& image) : file(test_support::source_of(image)) {}
     explicit opened(const pe_plan& plan) : opened(plan.build()) {}
 
     lines resources()

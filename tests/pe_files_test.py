@@ -17,7 +17,7 @@ import sys
 import unittest
 from pathlib import Path
 
-from support.whole_runs import (ARGUMENTS, FAILED, RULE, WIPE, Database, Runs, main, masked, run)
+from support.whole_runs import (ARGUMENTS, FAILED, RULE, Database, Runs, main, masked, run)
 
 WINE = Path("/usr/lib/x86_64-linux-gnu/wine")
 X64 = "x86_64-w64-mingw32"
@@ -153,7 +153,9 @@ class Made(Runs):
                      messages=f"Problem pulling PE stats from file {bad}\n")
         lines = f"{bad}\n\n{self.path('nowhere')}\n{tool}\n{tool}\n".encode()
         for form, rules, rows, heads in (("", 2, 0, 0), ("-csv", 0, 3, 1), ("-csvl2t", 0, 0, 0)):
-            text = self.printed(f"-pe -stats -pipe {form}", messages=WIPE, lines=lines).decode()
+            text = self.printed(
+                f"-pe -stats -pipe {form}", lines=lines, code=FAILED,
+                messages=f"Prob analyzing file {self.path('nowhere')}: no such file\n").decode()
             found = (text.count(RULE), text.count("\n") - 3 if form else 0,
                      text.count("source file,"))
             self.assertEqual((form, *found), (form, rules, rows, heads))

@@ -1,76 +1,22 @@
-#include "report/record.h"
+#include "model/record.h"
 
-#include <functional>
-#include <sstream>
+#include <algorithm>
 
 #include <gtest/gtest.h>
 
-#include "report/listings.h"
+#include "model/record_collector.h"
 #include "sdb/tags.h"
-#include "support/sdb_builder.h"
-#include "support/text_sink.h"
-#include "uni/text.h"
+#include "support/reports.h"
+#include "uni/utf.h"
 
 namespace {
 
 namespace tag = sdb::tag;
-using test_support::bytes;
 using test_support::node;
-using test_support::sdb_builder;
-using test_support::text_sink;
 using records = std::vector<std::string>;
 
-// "2:name=a.exe", or "2:exe" for what is no string reference, out of a line of a plain listing.
-std::string brief(std::string_view line)
-{
-    std::vector<std::string_view> fields;
-    for (std::size_t start = 0; start <= line.size();) {
-        const std::size_t end = std::min(line.find('|', start), line.size());
-        fields.push_back(uni::trimmed(line.substr(start, end - start)));
-        start = end + 1;
-    }
-    std::string text = std::string(fields.at(0)) + ":" + std::string(fields.at(4));
-    return fields.at(5) == "stringref" ? text + "=" + std::string(fields.at(6)) : text;
-}
-
-// The records with that tag, each as one line with " | " between its groups.
-records listed(sdb_builder& b, std::uint16_t tag,
-               const std::function<void(front::sdb_opts&)>& prepare = {})
-{
-    const bytes image = b.build();
-    front::sdb_opts options;
-    sdb::sdb_database database;
-    EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-    options.xml = false;
-    options.tag_filter_on = true;
-    options.tag_filter = tag;
-    options.csv_separator = "|";
-    if (prepare) {
-        prepare(options);
-    }
-    text_sink out;
-    EXPECT_TRUE(report::run_database_report(out, database, options));
-    out.flush();
-
-    records found;
-    bool group_begins = true;
-    std::istringstream lines(out.gathered);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with("-----")) {
-            found.emplace_back();
-        } else if (!line.empty()) {
-            if (!found.back().empty()) {
-                found.back() += group_begins ? " | " : " ";
-            }
-            found.back() += brief(line);
-        }
-        group_begins = line.empty();
-    }
-    return found;
-}
-
 // A builder with the nodes that records are made of.
-struct record_builder : sdb_builder {
+struct record_builder : test_support::sdb_builder {
     node name(std::string_view text) { return this->text(tag::name, text); }
     node fix(std::string_view called)
     {
@@ -81,6 +27,62 @@ struct record_builder : sdb_builder {
         return list(tag::shim_ref, {reference(tag::shim_tagid, to)});
     }
 };
+
+// "2:name=a.exe", or "2:exe" for what is no string reference.
+std::string brief(const sdb::sdb_database& database, const model::record_item& item)
+{
+    std::string text = std::to_string(item.depth) + ":" + sdb::tag_name(item.tag);
+    if (sdb::tag_type(item.tag) == sdb::type::stringref) {
+        std::string value;
+        uni::utf16_to_text(database.string_bytes(database.word_behind(item.offset)), value);
+        text += "=" + value;
+    }
+    return text;
+}
+
+std::string brief(const sdb::sdb_database& database, const model::record_groups& groups)
+{
+    std::string text;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const model::record_item& item : groups[group]) {
+            text += text.empty() ? "" : &item == groups[group].data() ? " | " : " ";
+            text += brief(database, item);
+        }
+    }
+    return text;
+}
+
+// The records with that tag that a listing shows, each as one line with " | " between its groups.
+records listed(record_builder& b, std::uint16_t tag, const request::search_request& wanted = {})
+{
+    const test_support::loaded_database loaded(b.build());
+    const sdb::sdb_database& database = loaded.database;
+    model::search everything(database, {});
+    model::search search(database, wanted);
+    model::listing_budget budget(database);
+    model::record_collector collector(database);
+    records found;
+    for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(tag)) {
+        const std::uint32_t offset = database.offset_at(ordinal);
+        const model::record_groups& groups = collector.groups();
+        const bool holds_something = collector.collect(everything, budget, offset);
+        const bool passes = holds_something && search.passes(groups);
+        // The short way to the first group gives the same.
+        EXPECT_EQ(collector.collect_first_group(budget, offset), holds_something);
+        if (holds_something && collector.collect(everything, budget, offset)) {
+            EXPECT_TRUE(std::ranges::equal(groups[0], collector.first_group(), {},
+                                           &model::record_item::offset,
+                                           &model::record_item::offset));
+            EXPECT_EQ(collector.has_one_group(), groups.size() == 1);
+        }
+        // The quick look turns down nothing that passes.
+        EXPECT_EQ(collector.collect(search, budget, offset), passes);
+        if (passes && has_substance(groups[0], groups.size() == 1)) {
+            found.push_back(brief(database, groups));
+        }
+    }
+    return found;
+}
 
 TEST(record, sub_records_come_in_reverse_each_with_what_it_refers_to)
 {
@@ -106,11 +108,10 @@ TEST(record, sub_records_come_in_reverse_each_with_what_it_refers_to)
 TEST(record, followed_records_are_followed_in_turn)
 {
     record_builder b;
-    b.add(b.fix("fix"));
     const node layer =
         b.list(tag::layer, {b.name("L"), b.shim_ref("fix"), b.list(tag::data, {b.name("d")}),
                             b.dword(tag::flags, 1)});
-    b.add(layer);
+    b.add({b.fix("fix"), layer});
     b.add(b.list(tag::exe,
                  {b.name("a.exe"), b.list(tag::layer, {b.reference(tag::layer_tagid, layer)})}));
     EXPECT_EQ(listed(b, tag::exe),
@@ -169,8 +170,9 @@ TEST(record, circles_are_followed_once)
 TEST(record, a_list_that_stayed_open_takes_its_sibling_without_what_stands_in_it)
 {
     record_builder b;
-    const node odd = b.binary(tag::file_bits, {1});
-    b.add({b.list(tag::exe, {b.name("x"), odd, b.binary(tag::file_bits, {2})}), b.fix("s")});
+    b.add({b.list(tag::exe,
+                  {b.name("x"), b.binary(tag::file_bits, {1}), b.binary(tag::file_bits, {2})}),
+           b.fix("s")});
     EXPECT_EQ(listed(b, tag::exe),
               (records{"1:exe 2:name=x 2:file_bits 2:file_bits | 2:shim | 2:stringtable"}));
     EXPECT_EQ(listed(b, tag::shim), (records{"1:shim 2:name=s 2:flags"}));
@@ -179,9 +181,9 @@ TEST(record, a_list_that_stayed_open_takes_its_sibling_without_what_stands_in_it
 TEST(record, only_records_of_substance_are_listed)
 {
     record_builder b;
-    const node pointer =
-        b.list(tag::app, {b.name("n"), b.name("n"), b.reference(tag::tagid, "fix")});
-    b.add({b.fix("fix"), pointer, b.list(tag::app, {}), b.list(tag::app, {b.name("n")}),
+    b.add({b.fix("fix"),
+           b.list(tag::app, {b.name("n"), b.name("n"), b.reference(tag::tagid, "fix")}),
+           b.list(tag::app, {}), b.list(tag::app, {b.name("n")}),
            b.list(tag::app, {b.name("n"), b.null(tag::general)}),
            b.list(tag::app, {b.list(tag::data, {})}), b.list(tag::app, {b.shim_ref("fix")}),
            b.list(tag::inexclude, {}), b.list(tag::inexclude, {b.null(tag::include)})});
@@ -192,7 +194,7 @@ TEST(record, only_records_of_substance_are_listed)
     EXPECT_EQ(listed(b, tag::shim_ref), records());
 }
 
-TEST(record, found_offsets_select_records_through_their_references)
+TEST(record, what_was_found_selects_records_through_their_references)
 {
     record_builder b;
     const node bits = b.binary(tag::patch_bits, {});
@@ -201,15 +203,11 @@ TEST(record, found_offsets_select_records_through_their_references)
            b.list(tag::exe, {b.name("x"), b.shim_ref(patch)})});
     b.build();
     const std::uint32_t wanted = b.offset_of(bits);
-    const auto look_for = [](std::vector<std::uint32_t> found) {
-        return [found](front::sdb_opts& options) { options.found_offsets = found; };
-    };
     EXPECT_EQ(
-        listed(b, tag::exe, look_for({5, wanted, 0xffffffff})),
+        listed(b, tag::exe, {{}, "", {5, wanted, 0xffffffff}}),
         (records{"1:exe 2:name=x | 2:shim_ref 3:shim_tagid | 3:patch 4:name=p 4:patch_bits"}));
-    EXPECT_EQ(listed(b, tag::exe, look_for({wanted + 1})), records());
-    EXPECT_EQ(listed(b, tag::exe, [](front::sdb_opts& options) { options.no_results = true; }),
-              records());
+    EXPECT_EQ(listed(b, tag::exe, {{}, "", {wanted + 1}}), records());
+    EXPECT_EQ(listed(b, tag::exe, {{"zz"}, "", {}}), records());
 }
 
 } // namespace

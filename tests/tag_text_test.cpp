@@ -1,9 +1,10 @@
-#include "report/tag_text.h"
+#include "form/tag_text.h"
 
 #include <gtest/gtest.h>
 
+#include "form/forms.h"
 #include "sdb/tags.h"
-#include "support/sdb_builder.h"
+#include "support/reports.h"
 
 namespace {
 
@@ -11,39 +12,19 @@ namespace tag = sdb::tag;
 using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
-using line_map = std::map<std::uint32_t, std::string>;
 
-// One tag in a database of its own.
-struct single_tag {
-    explicit single_tag(node (*make)(sdb_builder&))
-    {
-        sdb_builder b;
-        const node made = make(b);
-        load(b, made);
-    }
-    single_tag(sdb_builder& b, node made) { load(b, made); }
-    void load(sdb_builder& b, node made)
-    {
-        const bytes image = b.add(made).build();
-        EXPECT_TRUE(database.load_image(io::byte_vector(image.begin(), image.end()), options));
-        offset = b.offset_of(made);
-        uni::compile_date_style(options.date_style, "mm/dd/yyyy", "hh:mm:ss", false);
-    }
-    report::rendered_value rendered() const
-    {
-        sdb::sdb_tag_item item;
-        EXPECT_TRUE(database.read_item(item, offset));
-        return report::render_tag_value(database, item, options);
-    }
-    std::string text(bool all_lines = false, bool quote = false) const
-    {
-        return report::tag_text(database, offset, options, all_lines, quote);
-    }
-
-    front::sdb_opts options;
-    sdb::sdb_database database;
-    std::uint32_t offset = 0;
-};
+// The text of one tag, in a database of its own; "none" if it has none.
+std::string text_of(sdb_builder& b, node made, std::string_view form = "plain", bool base16 = true)
+{
+    const test_support::loaded_database loaded(b.add(made).build());
+    request::sdb_opts options;
+    options.base16 = base16;
+    uni::compile_date_style(options.date_style, "mm/dd/yyyy", "hh:mm:ss", false);
+    uni::text_buffer out;
+    const auto writer = form::form_of(form).make(out, options, {});
+    writer->begin({&loaded.database, ""});
+    return writer->tag_text(loaded.database.ordinal_of(b.offset_of(made)).value()).value_or("none");
+}
 
 node number_tag(sdb_builder& b, std::uint16_t tag, std::uint64_t value)
 {
@@ -93,14 +74,11 @@ TEST(tag_text, numbers)
         {tag::bin_product_version, ~0ull, "0xffffffffffffffff", ""},
     };
     for (const number_case& number : cases) {
-        sdb_builder b;
-        single_tag it(b, number_tag(b, number.tag, number.value));
         for (const bool base16 : {true, false}) {
-            it.options.base16 = base16;
-            const report::rendered_value value = it.rendered();
-            EXPECT_EQ(value.value_number, number.value);
-            EXPECT_EQ(value.value_text, base16 ? number.hexadecimal : std::to_string(number.value));
-            EXPECT_EQ(value.lines, (line_map{{it.offset, number.text.value_or(value.value_text)}}));
+            sdb_builder b;
+            const std::string plain = base16 ? number.hexadecimal : std::to_string(number.value);
+            EXPECT_EQ(text_of(b, number_tag(b, number.tag, number.value), "plain", base16),
+                      number.text.value_or(plain));
         }
     }
 }
@@ -108,75 +86,38 @@ TEST(tag_text, numbers)
 TEST(tag_text, tags_without_a_number)
 {
     static constexpr std::string_view id = "11223344-5566-7788-99AA-BBCCDDEEFF00";
-    struct text_case {
-        node (*make)(sdb_builder&);
-        std::string value_text;
-        std::optional<std::string> text = {};
+    sdb_builder b;
+    const std::pair<node, std::string> cases[] = {
+        {b.null(tag::include), "set"},
+        {b.text(tag::name, "say \"<&>\""), "say \"<&>\""},
+        {b.string_ref(tag::name, 0x12345), "none"},
+        {b.text_units(tag::name, {u"a\0b", 3}), "a"},
+        {b.string(tag::stringtable_item, "\"in\""), "\"in\""},
+        {b.list(tag::exe, {b.null(tag::general)}), "none"},
+        {b.guid(tag::exe_id, id), "11223344-5566-7788-99aa-bbccddeeff00"},
+        {b.guid(tag::data_bits, id), "none"},
+        {b.binary(tag::fix_id, bytes(15)), "none"},
+        {b.binary(tag::fix_id, bytes(17)), "none"},
+        {b.binary(tag::index_bits, bytes(12)), "..."},
+        {b.binary(tag::index_bits, bytes(11)), "none"},
+        {b.binary(tag::patch_bits, bytes(51)), "none"},
     };
-    const text_case cases[] = {
-        {[](sdb_builder& b) { return b.text(tag::name, "say \"<&>\""); }, "0x0006", "say \"<&>\""},
-        {[](sdb_builder& b) { return b.string_ref(tag::name, 0x12345); }, "0x12345"},
-        {[](sdb_builder& b) {
-             return b.text_units(tag::name, {u"a\0b", 3});
-         },
-         "0x0006", "a"},
-        {[](sdb_builder& b) { return b.string(tag::stringtable_item, "\"in\""); }, "", "\"in\""},
-        {[](sdb_builder& b) { return b.list(tag::exe, {b.null(tag::general)}); }, ""},
-        {[](sdb_builder& b) { return b.guid(tag::exe_id, id); }, "",
-         "11223344-5566-7788-99aa-bbccddeeff00"},
-        {[](sdb_builder& b) { return b.guid(tag::data_bits, id); }, ""},
-        {[](sdb_builder& b) { return b.binary(tag::fix_id, bytes(15)); }, ""},
-        {[](sdb_builder& b) { return b.binary(tag::fix_id, bytes(17)); }, ""},
-        {[](sdb_builder& b) { return b.binary(tag::index_bits, bytes(12)); }, "", "..."},
-        {[](sdb_builder& b) { return b.binary(tag::index_bits, bytes(11)); }, ""},
-        {[](sdb_builder& b) { return b.binary(tag::patch_bits, bytes(51)); }, ""},
-    };
-    for (const auto& [make, value_text, text] : cases) {
-        single_tag it(make);
-        for (const bool base16 : {true, false}) {
-            it.options.base16 = base16;
-            const report::rendered_value value = it.rendered();
-            EXPECT_EQ(value.value_number, 0u);
-            EXPECT_EQ(value.value_text, value_text);
-            EXPECT_EQ(value.lines, text ? line_map({{it.offset, *text}}) : line_map());
-            EXPECT_EQ(it.text(), text.value_or(""));
-        }
+    for (const auto& [made, text] : cases) {
+        EXPECT_EQ(text_of(b, made), text);
     }
 }
 
-TEST(tag_text, a_null_tag_is_set)
+TEST(tag_text, a_patch_value_shows_its_first_operation_where_the_form_has_room)
 {
-    single_tag it([](sdb_builder& b) { return b.null(tag::include); });
-    EXPECT_EQ(it.rendered().value_text + it.text(), "setset");
-    EXPECT_EQ(it.rendered().value_number, 1u);
-    ++it.offset;
-    EXPECT_EQ(it.text(), "") << "no tag stands there";
-}
-
-TEST(tag_text, quoting_makes_double_quotes_single)
-{
-    const single_tag it([](sdb_builder& b) { return b.text(tag::name, "\"a\" 'b' \""); });
-    EXPECT_EQ(it.text(false, false), "\"a\" 'b' \"");
-    EXPECT_EQ(it.text(false, true), "'a' 'b' '");
-}
-
-TEST(tag_text, patch_operations)
-{
-    single_tag it([](sdb_builder& b) {
-        return b.patch_bits({test_support::match_op("a.dll", 0x1f, {0x0a, 0xff, 0x00}),
-                             test_support::replace_op("b.dll", 0xdeadbeef, {})});
-    });
-    const std::string first =
-        R"(<op module="a.dll" type="match" address="0x0000001f">0a ff 00</op>)";
-    const std::string second = R"(<op module="b.dll" type="replace" address="0xdeadbeef"></op>)";
-    it.options.base16 = false; // changes nothing here
-    EXPECT_EQ(it.rendered().lines, (line_map{{it.offset, first}, {it.offset + 87, second}}));
-    EXPECT_EQ(it.text(), first);
-    EXPECT_EQ(it.text(true), first + "\n" + second);
-    it.options.xml = false;
-    EXPECT_EQ(it.rendered().lines, (line_map{{it.offset + 6, ""}, {it.offset + 93, ""}}));
-    it.options.section_rules = false;
-    EXPECT_EQ(it.rendered().lines, line_map());
+    for (const auto& [form, text] :
+         {std::pair{"xml", R"(<op module="a.dll" type="match" address="0x0000001f">0a ff 00</op>)"},
+          {"plain", ""},
+          {"csv", "none"}}) {
+        sdb_builder b;
+        const node patch = b.patch_bits({test_support::match_op("a.dll", 0x1f, {0x0a, 0xff, 0}),
+                                         test_support::replace_op("b.dll", 0xdeadbeef, {})});
+        EXPECT_EQ(text_of(b, patch, form, false), text) << form;
+    }
 }
 
 } // namespace

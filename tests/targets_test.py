@@ -18,7 +18,7 @@ import unittest
 from pathlib import Path
 
 from support import hives
-from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE, WIPE, Database,
+from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE, Database,
                                 Runs, main, masked, run, small_database)
 
 
@@ -44,10 +44,9 @@ class Registry(Runs):
         return found
 
     def expected(self, hive):
-        """By file name, what is installed: path, description, times."""
-        expected = {}
-        for _, (moment, values) in sorted(hives.read_installed(hive).items(),
-                                          key=lambda item: item[0].encode().lower()):
+        """What is installed, by file name and then key: name, path, description, times."""
+        expected = []
+        for key, (moment, values) in hives.read_installed(hive).items():
             facts = {}
             for name, value in values.items():
                 facts[next((word for word in ("description", "type", "timestamp", "path")
@@ -55,18 +54,18 @@ class Registry(Runs):
             path = facts.get("path", "")
             if values:
                 name = "".join(c.lower() if c.isascii() else c for c in path.rpartition("\\")[2])
-                expected.setdefault(name, (path, facts.get("description", ""),
-                                           facts.get("timestamp", 0), moment))
-        return expected
+                expected.append((name, key, path, facts.get("description", ""),
+                                 facts.get("timestamp", 0), moment))
+        return sorted(expected, key=lambda one: (one[0].encode(), one[1].encode().lower()))
 
     def test_no_path_of_a_registry_forges_a_line(self):
         hive, path = self.path("SOFTWARE"), "a\nDatabase MD5           | 0.sdb"
-        hives.make_hive(hive, {"{A}": hives.installed(path, "", 1)})
+        hives.make_hive(hive, {"{A}": hives.installed("C:\\" + path, "", 1)})
         shown = path.replace("\n", "[LF]").encode()
-        self.assertIn(b"\n" + shown + b"\n", run(f"-listsdb -reg {hive}", cwd=self.folder).stdout)
+        self.assertIn(b"\nC:\\" + shown + b"\n", run(f"-listsdb -reg {hive}").stdout)
         self.write(path, Path(SAMPLE).read_bytes())  # a file may have such a name
-        self.assertRegex(run(f"-stats -reg {hive}", cwd=self.folder).stdout,
-                         rb"(?m)^Database Path/File +\| " + re.escape(shown) + b"$")
+        self.assertRegex(run(f"-stats -partition . -reg {hive}", cwd=self.folder).stdout,
+                         rb"(?m)^Database Path/File +\| \./" + re.escape(shown) + b"$")
 
     def test_a_search_for_bins_takes_little_memory(self):
         os.truncate(hive := self.write("SOFTWARE", b"regf"), 1 << 30)
@@ -82,20 +81,29 @@ class Registry(Runs):
         hives.make_hive(hive, self.databases())
         expected = self.expected(hive)
         self.assertGreater(len(expected), 590)
-        paths = [expected[name][0] for name in sorted(expected, key=str.encode)]
         result = run(f"-listsdb -reg {hive}", cwd=self.folder)
-        self.assertEqual((result.returncode, result.stdout.decode().split("\n")[3:]),
-                         (0, [*filter(None, paths), "", ""]))
+        self.assertEqual((result.returncode, result.stderr, result.stdout.decode().split("\n")[3:]),
+                         (0, b"", [*(path for _, _, path, *_ in expected if path), "", ""]))
 
-        names = [name for name, (path, *_) in expected.items() if path] + ["unknown.sdb"]
+        # By name alone none is known that stands in two folders.
+        names = list(dict.fromkeys(name for name, _, path, *_ in expected if path))
+        twice = {name for name in names if [one[0] for one in expected].count(name) > 1}
+        self.assertEqual(len(twice), 1)
+        names.append("unknown.sdb")
         lines = "".join(self.write(name, small_database(0, "x")) + "\n" for name in names).encode()
-        report = run(f"-pipe -stats -csv -no_whitespace -reg {hive}", lines=lines)
+        report = run(f"-pipe -stats -csv -no_whitespace -quiet -reg {hive}", lines=lines)
+        self.assertEqual((report.returncode, report.stderr.decode()), (0, "".join(
+            f"{self.path(name)}: the registry knows this name, but not at this path\n"
+            for name in twice)))
         header, *rows = csv.reader(report.stdout.decode().split("\n")[3:-1])
         self.assertEqual([row[0] for row in rows], names)
         stats, extra = header.index("DB stats"), header.index("Extra info")
-        self.assertEqual((rows[-1][stats], rows[-1][extra]), ("strings: 2", "RegDB Path: "))
-        for row in rows[:-1]:
-            path, description, installed, moment = expected[row[0]]
+        facts = {name: rest for name, _, *rest in expected if name not in twice}
+        for row in rows:
+            if row[0] not in facts:
+                self.assertEqual((row[stats], row[extra]), ("strings: 2", "RegDB Path: "))
+                continue
+            path, description, installed, moment = facts[row[0]]
             description = description.replace(",", " ")
             self.assertEqual(row[stats], "strings: 2; Install Timestamp: ; Reg LastMod Timestamp: ; "
                              f"Database Description: {description}; Database Types: ; "
@@ -103,6 +111,57 @@ class Registry(Runs):
             install = f"; Install time: {hives.moment_text(installed)}" if installed else ""
             self.assertEqual(row[extra], f"RegDB Path: {path}{install}; "
                              f"Reg modtime: {moment:%Y-%m-%d %H:%M:%S}.000")
+
+    def test_what_is_wrong_with_a_hive_is_said_and_the_rest_is_done(self):
+        hives.make_hive(good := self.path("good"), {"{A}": hives.installed("C:\\a.sdb", "", 1)})
+        whole, end = self.read("good"), self.read("good").rindex(b"vk\x0c\x00")
+        for name, contents in (("empty", b""), ("cut", whole[:end]), ("bare", hives.empty_hive()),
+                               ("damaged", whole[:end] + b"xx" + whole[end + 2:])):
+            self.write(name, contents)
+        os.mkdir(self.path("folder"))
+        os.mkfifo(self.path("pipe"))
+        own = masked(run(f"-sdb {SAMPLE} -stats").stdout)
+        for hive, code, said in (
+            ("nowhere", FAILED, "Prob reading hive {}: no such file\n"),
+            ("folder", FAILED, "Prob reading hive {}: is a folder\n"),
+            ("pipe", FAILED, "Prob reading hive {}: is a pipe\n"),
+            ("/dev/null", FAILED, "Prob reading hive {}: is a device\n"),
+            ("empty", FAILED, "Prob reading hive {}: is no hive\n"),
+            (os.path.abspath(SAMPLE), FAILED, "Prob reading hive {}: is no hive\n"),
+            ("bare", 0, "hive {} has no key of installed databases\n"),
+            ("cut", FAILED, "hive {} is damaged, not all that it should hold was read\n"),
+            ("damaged", FAILED, "hive {} is damaged, not all that it should hold was read\n"),
+            ("good", 0, ""),
+        ):
+            with self.subTest(hive=hive):
+                path = self.path(hive)
+                told = "" if code and hive not in ("cut", "damaged") or hive == "bare" else \
+                    "installed on another machine, not opened: C:\\a.sdb\n"
+                result = run(f"-sdb {SAMPLE} -stats -quiet -reg {path}")
+                self.assertEqual((result.returncode, result.stderr.decode()),
+                                 (code, said.format(path) + told))
+                self.assertEqual(masked(result.stdout), own)
+
+    def test_a_stored_path_is_opened_only_where_it_belongs(self):
+        """Here the working folder looks like the drive of the hive's machine."""
+        hive = self.path("SOFTWARE")
+        hives.make_hive(hive, {"{A}": hives.installed("C:\\a.sdb", "", 1),
+                               "{B}": hives.installed("a.sdb", "", 1),
+                               "{C}": hives.installed("C:\\x\\..", "", 1)})
+        for name in ("C:\\a.sdb", "a.sdb", "C:/a.sdb"):
+            self.write(name, Path(SAMPLE).read_bytes())
+        no_file = "installed under a path that names no file: C:\\x\\..\n"
+        outside = "installed outside of the volume, not opened: a.sdb\n"
+        for options, listed, said in (
+            ("-listsdb", "C:\\a.sdb\na.sdb\n", no_file),
+            ("-listsdb -partition .", "./a.sdb\n", no_file + outside),
+            ("-stats -csv", "", no_file + "installed on another machine, not opened: C:\\a.sdb\n"
+             + outside + "no database found on c:\n"),
+        ):
+            result = run(f"{options} -reg SOFTWARE", cwd=self.folder)
+            self.assertEqual((result.returncode, result.stderr.decode()), (FAILED, said))
+            self.assertEqual(result.stdout.decode().split('"\n')[1].rstrip("\n"),
+                             listed.rstrip("\n"))
 
 
 class Lists(Runs):
@@ -204,12 +263,14 @@ class Files(Runs):
         return self.printed("-sdb", path, "-fixes", "-quiet", *options.split(), **places)
 
     def test_results_file(self):
+        old = b"old contents\n"
         for option in ("-out", "-outfile"):
-            for more in ("", "-append", "-csv", "-append -csv"):
+            for more, stays in (("", b""), ("-csv", b""), ("-csv -append", old)):
                 with self.subTest(option=option, more=more):
-                    os.chmod(out := self.write("out", b"old contents"), 0o400)
+                    out = self.write("out", old)
                     self.assertEqual(self.report(SAMPLE, f"{option} {out} {more}"), b"")
-                    self.assertEqual(masked(self.read("out")), masked(self.report(SAMPLE, more)))
+                    self.assertEqual(masked(self.read("out")),
+                                     stays + masked(self.report(SAMPLE, more)))
                     os.unlink(out)
         self.report(SAMPLE, f"-outfile {self.path('second')} -out {self.path('first')}")
         self.assertEqual(os.listdir(self.folder), ["first"])
@@ -219,12 +280,12 @@ class Files(Runs):
         self.printed("-sdb", SAMPLE, "-fixes", "-quiet", "-diags", log, "-guid", "two words")
         self.assertRegex(self.read("log").decode(), rf"^->{re.escape(ARGUMENTS.quilt.words[0])} "
                          r'-sdb .* -guid "two words"->[\d.e-]+ secs$')
-        self.assertEqual(self.report(SAMPLE, f"-diags {self.path('no/log')}"), self.report(SAMPLE))
+        self.printed(f"-sdb {SAMPLE} -fixes -quiet -diags {self.path('no/log')}", code=FAILED,
+                     messages=f"prob opening log {self.path('no/log')}: no such file\n")
 
     def test_elapsed_time(self):
-        for quiet, wipe in (("", WIPE), (" -quiet", b"")):
-            result = run(f"-sdb {SAMPLE} -shims -profile{quiet}")
-            self.assertRegex(result.stderr, re.escape(wipe) + rb"->[\d.e-]+ secs\n$")
+        result = run(f"-sdb {SAMPLE} -shims -profile -quiet")
+        self.assertRegex(result.stderr, rb"^->[\d.e-]+ secs\n$")
 
     def test_paths(self):
         sample = Path(SAMPLE).read_bytes()

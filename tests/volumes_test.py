@@ -10,6 +10,7 @@ in tests/images serves in any case. With --need-mount it is a failure that none 
 
 import hashlib
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -19,7 +20,7 @@ from pathlib import Path
 
 import volume_images as images
 from support import hives
-from support.whole_runs import ARGUMENTS, FAILED, WIPE, Runs, main, run
+from support.whole_runs import ARGUMENTS, FAILED, Runs, main, run
 
 FOLDER = tempfile.TemporaryDirectory(prefix="quilt-images-")
 IMAGES = []  # (path, {file: digest}), the prepared one first
@@ -42,13 +43,18 @@ class Reading(Runs):
         return self.read("output") if result.returncode == 0 else None
 
     def listed(self, image, *options, program=None):
-        """What -listsdb prints behind the run header; nothing else may be said."""
+        """What -listsdb prints behind the run header. What is not whole is said and fails."""
         result = (program or ARGUMENTS.quilt).run("-partition", image, "-listsdb", *options)
-        self.assertIn(result.stderr.replace(b"\r\n", b"\n"), (WIPE, b""))
-        lines = result.stdout.decode().replace("\r\n", "\n").split("\n")[3:]
-        self.assertEqual(lines[-2:], ["", ""])
-        self.assertEqual(result.returncode, 0 if lines[:-2] else FAILED)
-        return lines[:-2]
+        *lines, before_last, last = result.stdout.decode().replace("\r\n", "\n").split("\n")[3:]
+        self.assertEqual((before_last, last), ("", ""))
+        self.said = result.stderr.decode().replace("\r\n", "\n")
+        volume, root = (re.escape(image[:end]) for end in (None, -1 if image[1:] == ":\\" else None))
+        self.assertRegex(self.said, rf"\A(Prob reading volume {volume}: is (no|a damaged) NTFS volume\n|"
+                         rf"(no hive {root}\S+: no such file\n|Prob reading hive \S+: .+\n|"
+                         rf"hive {root}\S+ is damaged, not all that it should hold was read\n)?"
+                         rf"({'' if lines else f'no database found on {root}.*'}\n)?)\Z")
+        self.assertEqual((result.returncode == 0, bool(lines)), (not self.said, bool(lines)))
+        return lines
 
 
 class Content(Reading):
@@ -108,7 +114,9 @@ class Hives(Reading):
             if os.geteuid() == 0:
                 result = run("-vss", image, "-listsdb")
                 self.assertEqual(result.stdout.decode().split("\n")[3:-2], expected)
-            self.assertEqual(self.listed(image, "-reg", self.path("nowhere")), expected)
+            missing = self.path("nowhere")
+            self.assertEqual(self.listed(image, "-reg", missing), [])  # no other in its place
+            self.assertIn(f"Prob reading hive {missing}: no such file\n", self.said)
 
     def test_an_ordinary_hive_comes_first(self):
         other = self.write("hive", hives.software_hive(["C:\\other.sdb"], 8160))
@@ -185,10 +193,17 @@ class Damage(Reading):
                 subprocess.run([*command.split(), image], check=True, stdout=subprocess.DEVNULL)
                 self.assertEqual((command, self.listed(image)), (command, []))
 
-    def test_what_is_no_volume_is_passed_over_in_silence(self):
-        for path in (self.write("empty", b""), self.write("text", b"NTFS " * 1000), self.folder,
-                     "c:"):
+    def test_what_is_no_volume_is_said(self):
+        whole = Path(IMAGES[0][0]).read_bytes()
+        for path, said in ((self.write("empty", b""), "Prob reading volume {}: is no NTFS volume\n"),
+                           (self.write("text", b"NTFS " * 1000),
+                            "Prob reading volume {}: is no NTFS volume\n"),
+                           (self.write("cut", whole[:8192]),
+                            "Prob reading volume {}: is a damaged NTFS volume\n"),
+                           (self.folder, "no hive {}/Windows/System32/Config/Software: no such file\n"
+                                         "no database found on {}\n")):
             self.assertEqual((path, self.listed(path)), (path, []))
+            self.assertEqual(self.said, said.replace("{}", path))
 
 
 class Wine(Reading):
@@ -206,7 +221,7 @@ class Wine(Reading):
         result = ARGUMENTS.windows_reader.run(word, "x", path, output, *size)
         return self.read("output") if result.returncode == 0 else result.returncode
 
-    def test_a_letter_is_refused_in_silence(self):
+    def test_a_letter_is_refused(self):
         for volume in ("x", "x:", "x:\\"):
             self.assertEqual(self.listed(volume, program=self.windows()), [])
         self.assertEqual(self.read_device("cat", images.HIVE), 1)

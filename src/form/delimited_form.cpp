@@ -12,10 +12,16 @@ namespace {
 class delimited_form : public writer {
 public:
     delimited_form(uni::text_buffer& out, const request::cmd_params& style, stream_state state)
-        : writer(out, style, state), lead_(style.no_whitespace && !style.pad_separator ? "" : " ")
+        : writer(out, style, state), lead_(style.pad_separator ? " " : "")
     {}
 
     bool record(const model::record_groups&) override { return goes_on(); }
+
+    bool row(std::span<const value> cells) override
+    {
+        write_fields(out_, cells, style_, document_.database);
+        return goes_on();
+    }
 
     bool subject(const entry& facts) override
     {
@@ -53,8 +59,8 @@ private:
 
     void write_cell(std::string_view text, bool leads, std::size_t width)
     {
-        out_.text(leads ? lead_ : std::string_view());
-        out_.left(text, style_.no_whitespace ? 0 : width);
+        write_field(out_, text, style_.csv_separator, style_.no_whitespace ? 0 : width,
+                    leads ? lead_ : std::string_view());
     }
 
     void end_cell(bool is_last)

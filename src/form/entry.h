@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,6 +38,23 @@ struct column {
     bool is_blank_if_empty = false; // a moment that has no date is one blank
 };
 
+// Something that is known to have happened to a file, in FILETIME ticks; 0 for never.
+struct file_event {
+    std::uint64_t time = 0;
+    std::string_view meaning; // one word
+};
+
+// A file as a body file tells of it. Times are FILETIME ticks, 0 for what is not known.
+struct file_facts {
+    std::string path;
+    std::function<std::string()> digest_md5; // empty if it cannot be computed
+    std::uint64_t size = 0;
+    std::uint64_t access = 0;
+    std::uint64_t write = 0;
+    std::uint64_t creation = 0;
+    std::vector<file_event> events;
+};
+
 struct entry {
     std::vector<labelled_line> lines;
     std::size_t label_width = 0;
@@ -44,6 +62,7 @@ struct entry {
     std::size_t narrowest_value = 0;
     std::vector<column> columns;
     std::optional<timeline_item> events;
+    std::optional<file_facts> file;
 };
 
 } // namespace form

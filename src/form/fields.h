@@ -1,12 +1,31 @@
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <string>
+#include <string_view>
 
+#include "form/value.h"
 #include "request/cmd_params.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
 
+// Fields of delimited rows, which every reader of RFC 4180 takes apart again.
 namespace form {
 
-// A text as it can stand in a field of a delimited row: free of the separator, and on one line.
+// A text as it can stand in a field: with its marks, and with the run's substitution, so that there
+// is mostly nothing to quote.
 std::string field_text(std::string text, const request::cmd_params& style);
+
+// Writes a field, with blanks up to `width`. One that holds the separator, a double quote or a line
+// end stands in double quotes, its blanks with it and without `lead` in front. An empty separator
+// parts no fields, and so quotes none.
+void write_field(uni::text_buffer& out, std::string_view text, std::string_view separator,
+                 std::size_t width = 0, std::string_view lead = {});
+
+// Writes the cells of a row as fields, without the substitution. What stands alone is no field but a
+// line.
+void write_fields(uni::text_buffer& out, std::span<const value> cells,
+                  const request::cmd_params& style, const sdb::sdb_database* database);
 
 } // namespace form

@@ -4,7 +4,7 @@
 
 namespace form {
 
-#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, banner)               \
+#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, header)               \
     std::unique_ptr<writer> make(uni::text_buffer&, const request::cmd_params&, stream_state);
 #include "form/forms.inc"
 #undef QUILT_FORM
@@ -12,8 +12,8 @@ namespace form {
 namespace {
 
 constexpr form_row rows[] = {
-#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, banner)               \
-    {#name, option, make, separator, blanks::separator_blanks, contents::carries, banner},
+#define QUILT_FORM(name, option, make, separator, separator_blanks, carries, header)               \
+    {#name, option, make, separator, blanks::separator_blanks, contents::carries, banner::header},
 #include "form/forms.inc"
 #undef QUILT_FORM
 };

@@ -14,6 +14,9 @@ enum class blanks { as_they_are, none, none_unless_paired };
 // What a form can carry.
 enum class contents { any, records_of_one }; // or the records of one database at a time
 
+// When the run header stands in front.
+enum class banner { always, never, not_on_files }; // or not before the facts of database files
+
 using writer_maker = std::unique_ptr<writer> (*)(uni::text_buffer& out,
                                                  const request::cmd_params& style,
                                                  stream_state state);
@@ -25,7 +28,7 @@ struct form_row {
     std::string_view separator; // of fields, until the user names another
     blanks separator_blanks;
     contents carries;
-    bool has_banner; // the run header stands in front
+    banner header;
 };
 
 // All forms; of several that are asked for the last wins.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "form/fields.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "sdb/patch_op.h"
@@ -167,6 +168,34 @@ std::optional<std::string> lines_form::patch_text(const sdb::sdb_tag_item& patch
     sdb::patch_op first;
     return sdb::decode_patch_op(first, patch.value, 0) ? std::optional(std::string())
                                                        : std::nullopt;
+}
+
+namespace {
+
+// The same lines, and rows of several cells whose fields are quoted where they must be.
+class general_form : public lines_form {
+public:
+    using lines_form::lines_form;
+
+    bool row(std::span<const value> cells) override
+    {
+        write_fields(out_, cells, style_, document_.database);
+        return goes_on();
+    }
+
+private:
+    std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
+    {
+        return std::make_unique<general_form>(out, style_, state_);
+    }
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_general_form(uni::text_buffer& out, const request::cmd_params& style,
+                                          stream_state state)
+{
+    return std::make_unique<general_form>(out, style, state);
 }
 
 std::unique_ptr<writer> make_lines_form(uni::text_buffer& out, const request::cmd_params& style,

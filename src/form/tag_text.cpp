@@ -1,11 +1,14 @@
 #include "form/tag_text.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/guid.h"
+#include "uni/marks.h"
+#include "uni/text.h"
 #include "uni/time.h"
 #include "uni/utf.h"
 
@@ -19,6 +22,7 @@ namespace type = sdb::type;
 constexpr std::uint64_t shortest_index_bits = 12;
 constexpr std::string_view set_word = "set";
 constexpr std::string_view cut_mark = "...";
+constexpr std::string_view tab_mark = "[x09]";
 
 // Hexadecimal digits of a number of the tag's type.
 unsigned digits_of(std::uint16_t tag)
@@ -173,6 +177,19 @@ void write_unix_time(uni::text_buffer& out, std::uint32_t value, const request::
         style);
 }
 
+// Writes stored text into a row, whose fields TABs may part.
+void write_text_of_row(uni::text_buffer& out, uni::byte_view stored,
+                       const request::cmd_params& style)
+{
+    bool plain = false;
+    const std::string_view text = write_stored_text(out, stored, plain);
+    if (!plain && text.find('\t') != std::string_view::npos) {
+        const std::string marked = marked_text(text, style);
+        out.take_back(text.size());
+        out.text(marked);
+    }
+}
+
 bool write_guid(uni::text_buffer& out, uni::byte_view value)
 {
     if (value.size() != uni::guid_size) {
@@ -219,16 +236,45 @@ void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
 
 std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain)
 {
-    char* const start = out.room(uni::stored_text_room(stored.size()));
-    char* const end = uni::put_stored_utf16(start, stored, plain);
+    char* start = out.room(uni::stored_text_room(stored.size()));
+    char* end = uni::put_stored_utf16(start, stored, plain);
+    const std::string_view text(start, static_cast<std::size_t>(end - start));
+    if (!plain && uni::needs_marks(text)) [[unlikely]] {
+        const std::string marked = uni::marked(text);
+        start = out.room(marked.size());
+        end = std::ranges::copy(marked, start).out;
+    }
     out.taken(end);
     return {start, static_cast<std::size_t>(end - start)};
 }
 
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored)
+std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
+                                          std::uint32_t offset)
 {
-    bool plain = false;
-    return write_stored_text(out, stored, plain);
+    const bool is_reference = form_of(tag) == value_form::reference;
+    const uni::byte_view stored = is_reference ? database.string_bytes(database.word_behind(offset))
+                                               : database.payload_at(offset);
+    if (is_reference && stored.empty()) {
+        return std::nullopt;
+    }
+    std::string text(uni::stored_text_room(stored.size()), '\0');
+    text.resize(static_cast<std::size_t>(uni::put_stored_utf16(text.data(), stored) - text.data()));
+    return text;
+}
+
+void mark_text(std::string& text, const request::cmd_params& style)
+{
+    uni::mark(text);
+    if (style.csv_separator.find('\t') != std::string::npos) {
+        text = uni::replace_all(text, "\t", tab_mark);
+    }
+}
+
+std::string marked_text(std::string_view text, const request::cmd_params& style)
+{
+    std::string marked(text);
+    mark_text(marked, style);
+    return marked;
 }
 
 bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
@@ -262,11 +308,11 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         return true;
     case value_form::reference: {
         const uni::byte_view stored = database.string_bytes(image.u32(value));
-        write_stored_text(out, stored);
+        write_text_of_row(out, stored, style);
         return !stored.empty();
     }
     case value_form::stored_text:
-        write_stored_text(out, database.payload_at(offset));
+        write_text_of_row(out, database.payload_at(offset), style);
         return true;
     case value_form::guid:
         return write_guid(out, database.payload_at(offset));

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "request/cmd_params.h"
@@ -19,11 +21,19 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
                   const request::cmd_params& style);
 
-// Writes stored UTF-16LE text up to its first zero unit; gives what was written, which the next
-// write to `out` makes invalid.
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored);
-// The same, which also tells whether the text is plain (see uni::put_stored_utf16).
+// Writes stored UTF-16LE text up to its first zero unit, with its marks (see uni/marks.h); gives what
+// was written, which the next write to `out` makes invalid. Also tells whether the text is plain (see
+// uni::put_stored_utf16).
 std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain);
+
+// The text of a string or a string reference as it is stored, without marks; nothing for a reference
+// that leads nowhere.
+std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
+                                          std::uint32_t offset);
+
+// Marks what of a text may not be shown in a row or a line of the run.
+void mark_text(std::string& text, const request::cmd_params& style);
+std::string marked_text(std::string_view text, const request::cmd_params& style);
 
 // Writes the display text of a tag.
 void write_tag_name(uni::text_buffer& out, std::uint16_t tag);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "uni/marks.h"
 #include "uni/utf.h"
 
 namespace form {
@@ -44,6 +45,12 @@ text_cache::entry text_cache::convert(entry& place, std::uint32_t reference)
     texts_.resize(start + uni::stored_text_room(stored.size()));
     char* const end = uni::put_stored_utf16(texts_.data() + start, stored, found.plain);
     texts_.resize(static_cast<std::size_t>(end - texts_.data()));
+    const std::string_view text(texts_.data() + start, texts_.size() - start);
+    if (!found.plain && uni::needs_marks(text)) [[unlikely]] {
+        const std::string marked = uni::marked(text);
+        texts_.resize(start + marked.size());
+        std::ranges::copy(marked, texts_.data() + start);
+    }
     found.position = static_cast<std::uint32_t>(start);
     found.length = static_cast<std::uint32_t>(texts_.size() - start);
     found.is_kept = true;

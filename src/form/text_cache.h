@@ -8,7 +8,7 @@
 
 namespace form {
 
-// The texts of string references as UTF-8. Listings show the same strings again and again, so each
+// The texts of string references as UTF-8 with their marks. Listings show the same strings again and again, so each
 // is converted once and kept, side by side with others, as long as no other string takes its place.
 class text_cache {
 public:

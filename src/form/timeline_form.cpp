@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "form/fields.h"
-#include "form/lines_form.h"
 #include "form/value_text.h"
+#include "form/writer.h"
 
 namespace form {
 
@@ -32,78 +32,83 @@ constexpr timeline_column columns[] = {
     {"type", [](const row_source& from) { return from.row.meaning; }},
     {"user", [](const row_source& from) { return from.style.username; }},
     {"host", [](const row_source& from) { return from.style.hostname; }},
-    {"short", [](const row_source& from) { return field_text(from.item.short_text, from.style); }},
-    {"desc", [](const row_source& from) { return field_text(from.item.description, from.style); }},
+    {"short", [](const row_source& from) { return from.item.short_text; }},
+    {"desc", [](const row_source& from) { return from.item.description; }},
     {"version", [](const row_source&) { return std::string(row_version); }},
-    {"filename",
-     [](const row_source& from) { return field_text(from.item.file_name, from.style); }},
+    {"filename", [](const row_source& from) { return from.item.file_name; }},
     {"inode", [](const row_source&) { return std::string(); }},
-    {"notes", [](const row_source& from) { return field_text(from.item.notes, from.style); }},
+    {"notes", [](const row_source& from) { return from.item.notes; }},
     {"format",
      [](const row_source& from) { return from.style.program_name + std::string(program_mark); }},
-    {"extra", [](const row_source& from) { return field_text(from.item.extra, from.style); }},
+    {"extra", [](const row_source& from) { return from.item.extra; }},
 };
 
-void write_head(uni::text_buffer& out, const request::cmd_params& style)
-{
-    out.text("date");
-    out.text(style.pair_datetime ? std::string_view("/") : style.csv_separator);
-    out.text("time");
-    for (const timeline_column& column : columns) {
-        out.text(style.csv_separator);
-        out.text(column.head);
-    }
-    out.line_end();
-}
-
-void write_moment_columns(uni::text_buffer& out, const timeline_row& row,
-                          const request::cmd_params& style)
-{
-    const std::string_view pad = style.no_whitespace ? "" : " ";
-    const moment_text text({row.moment.filetime, uni::time_kind::filetime}, style);
-    if (style.pair_datetime) {
-        out.text(pad);
-        out.text(text.date);
-        out.character(' ');
-    } else {
-        out.text(text.date);
-        out.text(style.csv_separator);
-        out.text(pad);
-    }
-    out.text(text.time);
-}
-
-// The rows of an item, under one head for the whole stream.
-bool write_timeline(uni::text_buffer& out, const timeline_item& item,
-                    const request::cmd_params& style, stream_state& state)
-{
-    if (!state.head_stands) {
-        write_head(out, style);
-        state.head_stands = true;
-    }
-    for (const timeline_row& row : expand_stamps(item.stamps)) {
-        write_moment_columns(out, row, style);
-        for (const timeline_column& column : columns) {
-            out.text(style.csv_separator);
-            out.text(column.text({item, row, style}));
-        }
-        out.line_end();
-    }
-    return out.good();
-}
-
-// A row for each moment; what has no events is not said, nor are records.
+// A row for each moment, under one head for the whole stream; what has no events is not said, nor are
+// records.
 class timeline_form : public writer {
 public:
     using writer::writer;
 
     bool record(const model::record_groups&) override { return goes_on(); }
+    bool row(std::span<const value> cells) override
+    {
+        write_fields(out_, cells, style_, document_.database);
+        return goes_on();
+    }
     bool subject(const entry& facts) override
     {
-        return facts.events ? write_timeline(out_, *facts.events, style_, state_) : goes_on();
+        if (!facts.events) {
+            return goes_on();
+        }
+        if (!state_.head_stands) {
+            write_head();
+            state_.head_stands = true;
+        }
+        for (const timeline_row& row : expand_stamps(facts.events->stamps)) {
+            write_moment_columns(row);
+            for (const timeline_column& column : columns) {
+                out_.text(style_.csv_separator);
+                field(field_text(column.text({*facts.events, row, style_}), style_));
+            }
+            out_.line_end();
+        }
+        return goes_on();
     }
 
 private:
+    void field(std::string_view text) { write_field(out_, text, style_.csv_separator); }
+
+    void write_head()
+    {
+        if (style_.pair_datetime) {
+            field("date/time");
+        } else {
+            field("date");
+            out_.text(style_.csv_separator);
+            field("time");
+        }
+        for (const timeline_column& column : columns) {
+            out_.text(style_.csv_separator);
+            field(column.head);
+        }
+        out_.line_end();
+    }
+
+    // A blank stands in front of what pairs them, otherwise in front of the time.
+    void write_moment_columns(const timeline_row& row)
+    {
+        const bool is_padded = !style_.no_whitespace && !style_.quoted_csv_fields;
+        const std::string_view lead = is_padded ? " " : "";
+        const moment_text text({row.moment.filetime, uni::time_kind::filetime}, style_);
+        if (style_.pair_datetime) {
+            write_field(out_, text.joined(), style_.csv_separator, 0, lead);
+            return;
+        }
+        field(text.date);
+        out_.text(style_.csv_separator);
+        write_field(out_, text.time, style_.csv_separator, 0, lead);
+    }
+
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         return std::make_unique<timeline_form>(out, style_, state_);
@@ -114,30 +119,12 @@ private:
     }
 };
 
-// A row for each moment, and lines for what has no events.
-class bodyfile_form : public lines_form {
-public:
-    using lines_form::lines_form;
-
-    bool subject(const entry& facts) override
-    {
-        return facts.events ? write_timeline(out_, *facts.events, style_, state_)
-                            : lines_form::subject(facts);
-    }
-};
-
 } // namespace
 
 std::unique_ptr<writer> make_timeline_form(uni::text_buffer& out, const request::cmd_params& style,
                                            stream_state state)
 {
     return std::make_unique<timeline_form>(out, style, state);
-}
-
-std::unique_ptr<writer> make_bodyfile_form(uni::text_buffer& out, const request::cmd_params& style,
-                                           stream_state state)
-{
-    return std::make_unique<bodyfile_form>(out, style, state);
 }
 
 } // namespace form

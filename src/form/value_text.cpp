@@ -37,7 +37,7 @@ void write_value(uni::text_buffer& out, const value& shown, const request::cmd_p
 {
     std::visit(overloaded{
                    [](std::monostate) {},
-                   [&](const std::string& text) { out.text(text); },
+                   [&](const std::string& text) { out.text(marked_text(text, style)); },
                    [&](const moment& one) { out.text(moment_text(one, style).joined()); },
                    [&](const dword_value& one) { write_number(out, one.number, 8, style); },
                    [&](const count& one) { out.decimal(one.number); },

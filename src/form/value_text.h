@@ -18,7 +18,7 @@ struct moment_text {
     std::string time;
 };
 
-// Writes a value as plain text. `database` is the one in which a stored value stands.
+// Writes a value as plain text, with the marks of its text. `database` is the one in which a stored value stands.
 void write_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
                  const sdb::sdb_database* database);
 std::string value_text(const value& shown, const request::cmd_params& style,

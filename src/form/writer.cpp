@@ -5,12 +5,15 @@
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/marks.h"
 
 namespace form {
 
 bool writer::begin(document about)
 {
     document_ = std::move(about);
+    uni::mark(document_.path);
     begin_document();
     return goes_on();
 }
@@ -23,7 +26,7 @@ bool writer::end_section()
 
 bool writer::note(std::string_view text)
 {
-    out_.text(text);
+    out_.text(uni::marked(text));
     out_.line_end();
     return goes_on();
 }
@@ -47,11 +50,21 @@ bool writer::row(std::span<const value> cells)
     return goes_on();
 }
 
+void writer::aside(uni::text_buffer& console, std::string_view line)
+{
+    console.text(line);
+    console.line_end();
+}
+
 std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal) const
 {
     const std::uint16_t tag = database().tag_at(ordinal);
     if (tag == sdb::tag::patch_bits) {
         return patch_text(database().item_at(ordinal));
+    }
+    if (const auto type = sdb::tag_type(tag);
+        type == sdb::type::stringref || type == sdb::type::string) {
+        return stored_text_of(database(), tag, database().offset_at(ordinal));
     }
     uni::text_buffer text;
     if (!write_tag_text(text, database(), tag, database().offset_at(ordinal), style_)) {

@@ -27,7 +27,7 @@ struct stream_state {
 // The database that is told about.
 struct document {
     const sdb::sdb_database* database = nullptr;
-    std::string path;
+    std::string path; // a writer keeps it with its marks
 };
 
 // How a report is said: a report hands over what it knows, in this order, and each form makes of it
@@ -46,16 +46,20 @@ public:
     // Around the listings of one database.
     bool begin(document about);
     virtual bool end() { return goes_on(); }
+    // Behind the last database of the stream, which may have had none.
+    virtual bool end_stream() { return goes_on(); }
 
     // A record with all that belongs to it, of the document's database.
     virtual bool record(const model::record_groups& groups) = 0;
     // The end of the records of one kind.
     virtual bool end_section();
-    // A line for the reader.
+    // A line for the reader; text in it that may not be shown is marked.
     virtual bool note(std::string_view text);
     // The head of rows that follow, and one of these.
     virtual bool heading(std::string_view text);
     virtual bool row(std::span<const value> cells);
+    // A line for standard output, `console`, wherever the report goes.
+    virtual void aside(uni::text_buffer& console, std::string_view line);
     // The facts of one subject.
     virtual bool subject(const entry& facts) = 0;
     // What stands between two subjects.
@@ -64,7 +68,8 @@ public:
     // Whether all that was said so far could be written.
     bool goes_on() const noexcept { return out_.good(); }
 
-    // The text that a tag of the document has in this form; nothing for one that has none.
+    // The text that a tag of the document has in this form, to be compared: a stored text as it
+    // stands, without marks. Nothing for a tag that has none.
     std::optional<std::string> tag_text(sdb::tag_ordinal ordinal) const;
 
     // A writer of the same form and document into another buffer, so that stretches of a listing

@@ -3,12 +3,16 @@
 
 #include "form/writer.h"
 #include "form/xml_records.h"
+#include "uni/text.h"
 
 namespace form {
 
 namespace {
 
-// One <shimdb> document for each database. Facts and rows are not said in this form.
+constexpr std::string_view declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+
+// One document for the whole stream: a <shimdb>, or, where there may be several databases, one for
+// each inside of <shimdbs>. Facts and rows are not said in this form.
 class xml_form : public writer {
 public:
     using writer::writer;
@@ -24,15 +28,44 @@ public:
         out_.literal("</shimdb>\n");
         return goes_on();
     }
+    bool end_stream() override
+    {
+        if (!state_.head_stands) {
+            out_.text(declaration);
+            out_.literal("<shimdb>\n</shimdb>\n");
+        } else if (!state_.is_lone) {
+            out_.literal("</shimdbs>\n");
+        }
+        return goes_on();
+    }
+    // Where the line would stand in the document it is a comment.
+    void aside(uni::text_buffer& console, std::string_view line) override
+    {
+        if (&console != &out_) {
+            writer::aside(console, line);
+            return;
+        }
+        out_.literal("<!-- ");
+        out_.text(line);
+        out_.literal(" -->\n");
+    }
 
 private:
     void begin_document() override
     {
         prepare(document_);
-        if (state_.is_lone) {
-            out_.literal("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
+        if (!state_.head_stands) {
+            out_.text(declaration);
+            out_.text(state_.is_lone ? "" : "<shimdbs>\n");
+            state_.head_stands = true;
         }
-        out_.literal("<shimdb>\n");
+        if (state_.is_lone) {
+            out_.literal("<shimdb>\n");
+        } else {
+            out_.literal("<shimdb file=\"");
+            out_.text(uni::xml_escape(document_.path));
+            out_.literal("\">\n");
+        }
     }
     void prepare(const document& about)
     {

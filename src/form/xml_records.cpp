@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "form/tag_text.h"
 #include "sdb/tags.h"
@@ -29,6 +30,8 @@ constexpr std::string_view any_name = "*";
 constexpr std::string_view zero_dword = "0x00000000";
 // Text of that many bytes stands on a line of its own inside its CDATA.
 constexpr std::size_t long_cdata = 80;
+// Lists may stand in one another without end.
+constexpr unsigned deepest_indentation = 64;
 
 // What a byte of text calls for.
 enum byte_need : std::uint8_t { needs_cdata = 1, needs_single_quote = 2 };
@@ -86,7 +89,10 @@ bool moves_to_app_element(std::uint16_t tag)
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
 {
     out.text("<op module=\"");
-    write_stored_text(out, op.module_name);
+    uni::text_buffer module_name;
+    bool plain = false;
+    const std::string_view name = write_stored_text(module_name, op.module_name, plain);
+    out.text(plain ? std::string(name) : uni::xml_escape(name));
     out.text("\" type=\"");
     out.text(sdb::op_name(op.opcode));
     out.text("\" address=\"0x");
@@ -101,6 +107,11 @@ void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
         out.hex(byte, 2);
     }
     out.text("</op>");
+}
+
+void xml_record_writer::indent(unsigned depth)
+{
+    out_.blanks(std::min(depth, deepest_indentation));
 }
 
 void xml_record_writer::write_name(std::uint16_t tag, std::string_view name)
@@ -118,7 +129,7 @@ void xml_record_writer::close_down_to(std::uint16_t depth)
     while (!open_.empty() && open_.back().depth >= depth) {
         const open_element closed = open_.back();
         open_.pop_back();
-        out_.blanks(closed.depth);
+        indent(closed.depth);
         out_.literal("</");
         write_name(closed.tag, closed.name);
         out_.literal(">\n");
@@ -184,7 +195,9 @@ void xml_record_writer::write_group(members group, bool has_nested)
 {
     const model::record_item& head = group.front().item;
     close_down_to(head.depth);
-    cdata_children_.clear();
+    moved_.clear();
+    ++element_;
+    uncommon_tags_.clear();
     const auto children =
         !record_has_children_ ? 0 : std::ranges::count_if(group, [](const member& one) {
             return is_child_element(one.item.tag);
@@ -197,7 +210,7 @@ void xml_record_writer::write_group(members group, bool has_nested)
             group, [](const member& one) { return one.item.tag == tag::include; });
         open_.back().name = includes ? include_word : exclude_word;
     }
-    out_.blanks(head.depth);
+    indent(head.depth);
     out_.character('<');
     write_name(head.tag, open_.back().name);
     write_attributes(group);
@@ -223,14 +236,37 @@ void xml_record_writer::write_attributes(members group)
         if (is_child_element(scalar.item.tag)) {
             continue;
         }
-        if (escapes) {
-            write_matching(scalar);
-        } else if (head_tag == tag::apphelp) {
+        if (head_tag == tag::apphelp) {
             write_apphelp(scalar);
-        } else if (head_tag != tag::inexclude || scalar.item.tag != tag::include) {
+        } else if (head_tag == tag::inexclude && scalar.item.tag == tag::include) {
+            continue;
+        } else if (!is_first_of_its_tag(scalar)) {
+            move_to_child(scalar);
+        } else if (escapes) {
+            write_matching(scalar);
+        } else {
             write_general(scalar);
         }
     }
+}
+
+// Whether the element in work has no attribute of that tag, or rather of its name, yet; from now on
+// it has.
+bool xml_record_writer::is_first_of_its_tag(const member& scalar)
+{
+    const bool shares_name = sdb::tag_type(scalar.item.tag) == type::byte_;
+    const std::uint16_t tag = shares_name ? type::byte_ : scalar.item.tag;
+    const std::size_t slot = sdb::tag_slot(tag);
+    if (slot != sdb::tag_slots - 1) [[likely]] {
+        return std::exchange(seen_in_[slot], element_) != element_;
+    }
+    return uncommon_tags_.insert(tag).second;
+}
+
+void xml_record_writer::move_to_child(const member& scalar)
+{
+    moved_.push_back(&scalar);
+    self_closed_ = false;
 }
 
 void xml_record_writer::open_attribute(std::uint16_t tag)
@@ -256,14 +292,14 @@ void xml_record_writer::write_general(const member& scalar)
 {
     open_attribute(scalar.item.tag);
     if (is_text(scalar)) {
-        out_.text(protected_text(scalar).text);
+        out_.text(attribute_text(scalar));
     } else {
         write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
     }
     out_.character('"');
 }
 
-// In a matching file values are escaped, and the name "*" stands for the record's own.
+// In a matching file values are escaped to plain ASCII, and the name "*" stands for the record's own.
 void xml_record_writer::write_matching(const member& scalar)
 {
     open_attribute(scalar.item.tag);
@@ -272,11 +308,11 @@ void xml_record_writer::write_matching(const member& scalar)
     } else {
         const known_text known = protected_text(scalar);
         if (scalar.item.tag == tag::name && known.text == any_name) {
-            out_.text(uni::xml_escape(record_name_));
+            out_.text(uni::xml_escape_to_ascii(record_name_));
         } else if (known.plain) {
             out_.text(known.text);
         } else {
-            out_.text(uni::xml_escape(known.text));
+            out_.text(uni::xml_escape_to_ascii(known.text));
         }
     }
     out_.character('"');
@@ -287,11 +323,17 @@ void xml_record_writer::write_apphelp(const member& scalar)
     if (scalar.item.tag == tag::langid) {
         return;
     }
+    const std::string_view plain = is_text(scalar) ? text_of(scalar).text : value_of(scalar);
+    if (plain == zero_dword && scalar.item.tag != tag::problemseverity) {
+        return;
+    }
+    if (!is_first_of_its_tag(scalar)) {
+        move_to_child(scalar);
+        return;
+    }
     const std::string_view value = value_of(scalar);
     if (scalar.item.tag != tag::problemseverity) {
-        if (value != zero_dword) {
-            write_pair(scalar.item.tag, value);
-        }
+        write_pair(scalar.item.tag, value);
         return;
     }
     const std::uint32_t severity = uni::read_u32_auto(value).value_or(0);
@@ -314,6 +356,8 @@ void xml_record_writer::write_application(members scalars)
         }
         if (moves_to_app_element(scalar.item.tag)) {
             has_app = true;
+        } else if (!is_first_of_its_tag(scalar)) {
+            move_to_child(scalar);
         } else if (scalar.item.tag == tag::os_platform) {
             const bool wide = value_of(scalar).find('2') != std::string_view::npos;
             write_pair(scalar.item.tag, wide ? win64_word : win32_word);
@@ -324,16 +368,20 @@ void xml_record_writer::write_application(members scalars)
     if (!has_app) {
         return;
     }
-    // The element's tag ends here, and what closes it stands on the child's line: so an element
-    // without children ends in a doubled " /" and has no closing tag, as these reports always had
-    // it.
+    // The element's tag ends here, and the child's where the caller ends a tag.
+    self_closed_ = false;
     out_.text(">\n");
-    out_.blanks(open_.back().depth + 1u);
+    indent(open_.back().depth + 1u);
     out_.character('<');
     out_.text(app_word);
     for (const member& scalar : scalars) {
-        if (moves_to_app_element(scalar.item.tag)) {
+        if (!moves_to_app_element(scalar.item.tag)) {
+            continue;
+        }
+        if (is_first_of_its_tag(scalar)) {
             write_general(scalar);
+        } else {
+            move_to_child(scalar);
         }
     }
     out_.text(" /");
@@ -362,8 +410,8 @@ xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
     return {text, plain};
 }
 
-// The text of a member as an attribute can hold it: a reference whose text cannot stand there is
-// noted as a child.
+// The text of a member under the rules for references: one whose text cannot stand in an attribute
+// becomes a child.
 xml_record_writer::known_text xml_record_writer::protected_text(const member& scalar)
 {
     const known_text known = text_of(scalar);
@@ -372,8 +420,7 @@ xml_record_writer::known_text xml_record_writer::protected_text(const member& sc
     }
     const unsigned needs = needs_of(known.text);
     if ((needs & needs_cdata) != 0) {
-        cdata_children_.push_back(&scalar);
-        self_closed_ = false;
+        move_to_child(scalar);
         return {cdata_word, true};
     }
     if ((needs & needs_single_quote) == 0) {
@@ -383,11 +430,22 @@ xml_record_writer::known_text xml_record_writer::protected_text(const member& sc
     return {quoted_, false};
 }
 
-// The text of any member; good until the next is made.
+// The text of a member as an attribute can hold it.
+std::string_view xml_record_writer::attribute_text(const member& scalar)
+{
+    const known_text known = protected_text(scalar);
+    if (known.plain || sdb::tag_type(scalar.item.tag) == type::stringref) {
+        return known.text;
+    }
+    quoted_ = uni::xml_escape(known.text);
+    return quoted_;
+}
+
+// The value of any member as an attribute can hold it; good until the next is made.
 std::string_view xml_record_writer::value_of(const member& scalar)
 {
     if (is_text(scalar)) {
-        return protected_text(scalar).text;
+        return attribute_text(scalar);
     }
     aside_.clear();
     write_tag_text(aside_, database_, scalar.item.tag, scalar.item.offset, style_);
@@ -397,24 +455,33 @@ std::string_view xml_record_writer::value_of(const member& scalar)
 void xml_record_writer::write_children(members scalars)
 {
     // In the order of the group, though an <app> element's come later.
-    std::ranges::sort(cdata_children_);
-    for (const member* const scalar : cdata_children_) {
-        write_cdata_child(*scalar);
+    std::ranges::sort(moved_);
+    for (const member* const scalar : moved_) {
+        write_moved(*scalar);
     }
     if (!has_tag_children_) {
         return;
     }
     for (const member& scalar : scalars) {
         if (is_child_element(scalar.item.tag)) {
-            write_child(scalar.item);
+            write_child(scalar);
         }
     }
 }
 
-// A tag as an element with the value as its one attribute, named after the type.
-void xml_record_writer::write_child(const model::record_item& item)
+// What could be no attribute, since it holds markup or is not the first of its tag.
+void xml_record_writer::write_moved(const member& scalar)
 {
-    out_.blanks(item.depth);
+    const bool has_markup = sdb::tag_type(scalar.item.tag) == type::stringref &&
+                            (needs_of(text_of(scalar).text) & needs_cdata) != 0;
+    has_markup ? write_cdata_child(scalar) : write_child(scalar);
+}
+
+// A tag as an element with the value as its one attribute, named after the type.
+void xml_record_writer::write_child(const member& scalar)
+{
+    const model::record_item& item = scalar.item;
+    indent(item.depth);
     out_.character('<');
     write_tag_name(out_, item.tag);
     if (item.tag == tag::patch_bits) {
@@ -424,9 +491,11 @@ void xml_record_writer::write_child(const model::record_item& item)
     out_.character(' ');
     out_.text(sdb::known_type_name(sdb::tag_type(item.tag)));
     out_.literal("=\"");
-    aside_.clear();
-    write_tag_text(aside_, database_, item.tag, item.offset, style_);
-    out_.text(uni::replace_all(aside_.view(), "\"", "'"));
+    if (is_text(scalar)) {
+        out_.text(uni::xml_escape(uni::replace_all(text_of(scalar).text, "\"", "'")));
+    } else {
+        write_tag_text(out_, database_, item.tag, item.offset, style_);
+    }
     out_.literal("\" />\n");
 }
 
@@ -436,12 +505,12 @@ void xml_record_writer::write_patch_children(const model::record_item& item)
     out_.literal(">\n");
     sdb::for_each_patch_op(database_.payload_at(item.offset),
                            [&](const sdb::patch_op& op, std::uint64_t) {
-                               out_.blanks(item.depth + 1u);
+                               indent(item.depth + 1u);
                                write_patch_element(out_, op);
                                out_.line_end();
                                return true;
                            });
-    out_.blanks(item.depth);
+    indent(item.depth);
     out_.literal("</");
     write_tag_name(out_, item.tag);
     out_.literal(">\n");
@@ -451,23 +520,23 @@ void xml_record_writer::write_cdata_child(const member& scalar)
 {
     const std::string_view text = text_of(scalar).text;
     const bool on_own_line = text.size() >= long_cdata;
-    out_.blanks(scalar.item.depth);
+    indent(scalar.item.depth);
     out_.character('<');
     write_tag_name(out_, scalar.item.tag);
     out_.text(">\n");
-    out_.blanks(scalar.item.depth + 1u);
+    indent(scalar.item.depth + 1u);
     out_.text("<![CDATA[");
     if (on_own_line) {
         out_.line_end();
-        out_.blanks(scalar.item.depth + 2u);
+        indent(scalar.item.depth + 2u);
     }
-    out_.text(text);
+    out_.text(uni::replace_all(text, "]]>", "]]]]><![CDATA[>"));
     if (on_own_line) {
         out_.line_end();
-        out_.blanks(scalar.item.depth + 1u);
+        indent(scalar.item.depth + 1u);
     }
     out_.text("]]>\n");
-    out_.blanks(scalar.item.depth);
+    indent(scalar.item.depth);
     out_.text("</");
     write_tag_name(out_, scalar.item.tag);
     out_.text(">\n");

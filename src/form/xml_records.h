@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,9 +19,9 @@
 // Records as XML: a list tag is an element, its scalars are attributes, and what cannot be an
 // attribute is a child element.
 //
-// Only text of string references is protected: one with "<", ">" or "&" becomes a child element
-// around CDATA, its attribute holding the word "CDATA"; a double quote becomes a single one. All
-// other values are written as they are, but in matching files, where they are escaped.
+// A string reference with "<", ">" or "&" becomes a child element around CDATA, its attribute holding
+// the word "CDATA"; its double quotes become single ones. All other text is escaped. Of several
+// scalars of one tag the first is the attribute and each further one a child.
 namespace form {
 
 // Writes a patch operation as its element.
@@ -56,12 +58,15 @@ private:
         bool plain; // see uni::put_stored_utf16
     };
 
+    void indent(unsigned depth);
     void collect_members(const model::record_groups& groups);
     void note_record_name(members first_group);
     void write_group(members group, bool has_nested);
     void close_down_to(std::uint16_t depth);
     void write_name(std::uint16_t tag, std::string_view name);
     void write_attributes(members group);
+    bool is_first_of_its_tag(const member& scalar);
+    void move_to_child(const member& scalar);
     void open_attribute(std::uint16_t tag);
     void write_pair(std::uint16_t tag, std::string_view value);
     void write_general(const member& scalar);
@@ -71,10 +76,12 @@ private:
     bool is_text(const member& scalar) const;
     known_text text_of(const member& scalar);
     known_text protected_text(const member& scalar);
+    std::string_view attribute_text(const member& scalar);
     std::string_view value_of(const member& scalar);
+    void write_moved(const member& scalar);
     void write_cdata_child(const member& scalar);
     void write_children(members scalars);
-    void write_child(const model::record_item& item);
+    void write_child(const member& scalar);
     void write_patch_children(const model::record_item& item);
 
     uni::text_buffer& out_;
@@ -90,9 +97,12 @@ private:
     std::string record_name_;          // of the record in work, double quotes as single ones
     bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
-    std::vector<const member*> cdata_children_;
+    std::vector<const member*> moved_; // to children, though they are no child elements
     uni::text_buffer aside_;
     std::string quoted_;
+    std::uint32_t element_ = 0;                           // its number
+    std::array<std::uint32_t, sdb::tag_slots> seen_in_{}; // by tag: the element that has it
+    std::set<std::uint16_t> uncommon_tags_; // that it has, without a slot of their own
     bool has_tag_children_ = false;
     bool self_closed_ = true;
 };

@@ -13,11 +13,16 @@ auto find_from(std::ptrdiff_t start, std::string_view name, list& args)
 {
     const auto first = args.begin() + std::min(start, std::ssize(args));
     return std::find_if(first, args.end(), [name](const std::string& argument) {
-        return uni::equal_ignoring_case(argument, name);
+        return uni::equal_ignoring_case(as_option_name(argument), name);
     });
 }
 
 } // namespace
+
+std::string_view as_option_name(std::string_view argument)
+{
+    return argument.substr(argument.starts_with("--") ? 1 : 0);
+}
 
 bool find_option_flag(std::string_view name, argument_list& args)
 {

@@ -1,16 +1,21 @@
 #pragma once
 
-#include "front/arguments.h"
-#include "front/diag_log.h"
-#include "io/notice.h"
-#include "request/cmd_params.h"
+#include <string>
+#include <vector>
+
+#include "front/option_rows.h"
 
 namespace front {
 
-// Takes the options that all tools of the family share out of `args`. False when the run is to end:
-// a refusal has been worded, or there are no arguments. Options that this tool does not act on are
-// taken all the same, without a word. The command line goes to the log.
-bool parse_common_options(request::cmd_params& params, argument_list& args, diag_log& log,
-                          io::notices& notices);
+// Appends the options that all tools of the family share, in the order in which they are looked up,
+// which settles every conflict. Options that this tool does not act on are taken all the same,
+// without a word. The command line goes to the log.
+void add_common_options(std::vector<option_row>& rows);
+
+// Keeps what later texts say of the command line: the program's name and all that was typed.
+void note_command_line(request::cmd_params& params, const argument_list& args);
+
+// Whether dates can be written by a format of -dateformat, in any case.
+bool is_date_format(const std::string& text);
 
 } // namespace front

@@ -84,9 +84,9 @@ std::string path_on_volume(const std::string& volume, std::initializer_list<cons
 {
     std::string path = volume;
     for (const char* const name : names) {
-        path = platform::join_path(path, name);
+        path = platform::walkable_path(platform::join_path(path, name));
     }
-    return platform::walkable_path(path);
+    return path;
 }
 
 } // namespace front

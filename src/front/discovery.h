@@ -29,7 +29,7 @@ void add_default_targets(std::vector<std::string>& files, const std::string& vol
                          io::notices& notices);
 
 // The path of what lies on a volume under these names, one below the other, in its spelling on disk
-// where it exists.
+// as far as it exists.
 std::string path_on_volume(const std::string& volume, std::initializer_list<const char*> names);
 
 } // namespace front

@@ -68,49 +68,14 @@ std::u16string comparable(std::string text)
     return units;
 }
 
-bool lies_before(std::uint64_t time, const request::window_end& end, uni::time_kind kind)
+// A file whose write time is not to be had is for whoever opens it to tell of.
+bool lies_in_window(const request::cmd_params& params, const std::string& path)
 {
-    return kind == uni::time_kind::filetime
-               ? time < end.filetime
-               : static_cast<std::int64_t>(time) < static_cast<std::int64_t>(end.unix_time);
-}
-
-bool lies_behind(std::uint64_t time, const request::window_end& end, uni::time_kind kind)
-{
-    return kind == uni::time_kind::filetime
-               ? time > end.filetime
-               : static_cast<std::int64_t>(time) > static_cast<std::int64_t>(end.unix_time);
-}
-
-bool read_times(const std::string& path, file_times& times)
-{
+    const auto& start = params.time_window_start;
+    const auto& stop = params.time_window_stop;
     platform::file_facts facts;
-    if (!platform::read_file_facts(path, facts)) {
-        return false;
-    }
-    times = {true, uni::time_kind::filetime, facts.write_time, facts.creation_time};
-    return true;
-}
-
-// One time behind the start is enough, but no time may be behind the stop: what was touched in
-// the window, and not later.
-bool lies_in_window(const request::cmd_params& params, const file_times& times)
-{
-    const auto& [known, kind, written, created] = times;
-    const request::window_end& start = params.time_window_start;
-    const request::window_end& stop = params.time_window_stop;
-    if (start.set && lies_before(written, start, kind) && lies_before(created, start, kind)) {
-        return false;
-    }
-    return !(stop.set && (lies_behind(written, stop, kind) || lies_behind(created, stop, kind)));
-}
-
-bool window_accepts(const request::cmd_params& params, const std::string& path, file_times* times)
-{
-    if (times == nullptr || !(params.time_window_start.set || params.time_window_stop.set)) {
-        return true;
-    }
-    return (times->known || read_times(path, *times)) && lies_in_window(params, *times);
+    return (!start && !stop) || !platform::read_file_facts(path, facts) ||
+           (facts.write_time >= start.value_or(0) && facts.write_time <= stop.value_or(UINT64_MAX));
 }
 
 // One path as the entries look at it.
@@ -173,6 +138,7 @@ private:
         // A read that reaches the file's end gives fewer bytes.
         io::byte_vector bytes(entry.signature.size());
         bytes.resize(file_->read(bytes, entry.signature_offset));
+        open_failed |= file_->has_failed();
         return std::ranges::equal(bytes, entry.signature);
     }
 
@@ -220,10 +186,10 @@ request::filter_entry parse_signature_filter(std::string_view text)
 }
 
 bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<request::filter_entry>& entries, file_times* times)
+                    const std::vector<request::filter_entry>& entries)
 {
     open_failed = false;
-    if (path.empty() || !window_accepts(params, path, times)) {
+    if (path.empty() || !lies_in_window(params, path)) {
         return false;
     }
     if (entries.empty() || (entries.size() == 1 && entries.front().match_all)) {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "request/cmd_params.h"
-#include "uni/time.h"
 
 namespace front {
 
@@ -18,16 +17,9 @@ bool parse_filter(std::vector<request::filter_entry>& entries, std::string_view 
 // offset at which a file must hold them.
 request::filter_entry parse_signature_filter(std::string_view text);
 
-// The times of a file, for the window of -cmd_start_time and -cmd_stop_time.
-struct file_times {
-    bool known = false; // otherwise filter_accepts reads them, as FILETIME ticks
-    uni::time_kind kind = uni::time_kind::filetime;
-    std::uint64_t write_time = 0;
-    std::uint64_t creation_time = 0;
-};
-
-// Whether a path is to be worked on: its file's times lie in the window, when `times` are given,
-// and an entry accepts it; without entries that is all. `path` is UTF-8; its case does not count.
+// Whether a path is to be worked on: its file was last written in the window of -cmd_start_time and
+// -cmd_stop_time, if there is one, and an entry accepts it; without entries that is all. `path` is
+// UTF-8; its case does not count.
 //
 //   entry              accepts
 //   *                  everything
@@ -37,9 +29,9 @@ struct file_times {
 //                      with a backslash or the directory's end behind it
 //   a signature        files that hold these bytes at that offset
 //
-// Stream parts are not looked at. `open_failed` tells that a file could not be opened for its
-// signature, so that a refusal may be none.
+// Stream parts are not looked at. `open_failed` tells that a file could not be opened or read for
+// its signature, so that a refusal may be none.
 bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<request::filter_entry>& entries, file_times* times = nullptr);
+                    const std::vector<request::filter_entry>& entries);
 
 } // namespace front

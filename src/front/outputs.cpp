@@ -1,5 +1,8 @@
 #include "front/outputs.h"
 
+#include <array>
+#include <utility>
+
 namespace front {
 
 namespace {
@@ -32,7 +35,7 @@ std::optional<outputs::planned> outputs::plan(const std::string& path, io::outpu
     return made;
 }
 
-bool outputs::are_examined(const std::vector<std::string>& inputs, io::notices& notices)
+bool outputs::are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices)
 {
     planned_results_ = plan(options_.out_path, mode_of_results());
     planned_log_ = plan(options_.log_path, mode_of_log());
@@ -44,6 +47,28 @@ bool outputs::are_examined(const std::vector<std::string>& inputs, io::notices& 
             const auto id = platform::identify_file(input);
             if (id && (id == (*file)->target || id == (*file)->partial)) {
                 notices.fail(examined_words, (*file)->name.c_str());
+                return true;
+            }
+        }
+    }
+    return are_one_file(notices);
+}
+
+bool outputs::are_one_file(io::notices& notices) const
+{
+    if (!planned_results_ || !planned_log_ || planned_results_->where.target.is_special) {
+        return false;
+    }
+    using written = std::pair<const std::string&, const std::optional<platform::file_id>&>;
+    const auto files_of = [](const planned& file) {
+        return std::array<written, 2>{
+            {{file.where.target.path, file.target}, {file.where.partial, file.partial}}};
+    };
+    for (const auto& [path, id] : files_of(*planned_results_)) {
+        for (const auto& [log_path, log_id] : files_of(*planned_log_)) {
+            if ((!path.empty() && path == log_path) || (id && id == log_id)) {
+                notices.fail("%s cannot hold both results and log, aborting\n",
+                             planned_results_->name.c_str());
                 return true;
             }
         }

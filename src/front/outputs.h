@@ -18,9 +18,9 @@ class outputs {
 public:
     outputs(const request::sdb_opts& options, diag_log& log) : options_(options), log_(log) {}
 
-    // Whether the run would read what it is to write; says so. The paths are those that are known
-    // before the run begins.
-    bool are_examined(const std::vector<std::string>& inputs, io::notices& notices);
+    // Whether the run would read what it is to write, or write one file as two; says so. The paths
+    // are those that are known before the run begins.
+    bool are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices);
     // Opens what was asked for; false, and said, if the results cannot be written.
     bool open(io::notices& notices);
 
@@ -43,6 +43,7 @@ private:
         std::optional<platform::file_id> target;
         std::optional<platform::file_id> partial; // as it was, or as the run made it
     };
+    bool are_one_file(io::notices& notices) const;
     std::optional<planned> plan(const std::string& path, io::output_mode mode) const;
     io::output_mode mode_of_results() const;
     io::output_mode mode_of_log() const;

@@ -1,5 +1,6 @@
 #include "front/pattern_text.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "uni/guid.h"
@@ -22,26 +23,40 @@ char separator_of(std::string_view text)
     return '\0';
 }
 
-// The low byte of a hexadecimal item, read from behind its "x" as far as its digits go. An item
-// without "x" and without text is dropped.
+// The low byte of a hexadecimal item, read from behind its first "x" as far as its digits go. Nothing
+// for an item without digits there, or one that begins with none but for "x" or "0x".
 std::optional<std::uint8_t> read_item(std::string_view item)
 {
-    const std::size_t prefix = item.find('x');
-    if (prefix == std::string_view::npos && item.empty()) {
+    constexpr std::string_view hex_digits = "0123456789abcdef";
+    constexpr std::size_t digits_of_byte = 2;
+    const std::size_t x = item.find('x');
+    if (x > 0 && hex_digits.find(item[0]) == std::string_view::npos) {
         return std::nullopt;
     }
-    const std::string_view digits =
-        prefix == std::string_view::npos ? item : item.substr(prefix + 1);
-    std::uint64_t value = 0;
+    std::string_view digits = x == std::string_view::npos ? item : item.substr(x + 1);
+    digits = digits.substr(0, digits.find_first_not_of(hex_digits));
+    if (digits.empty()) {
+        return std::nullopt;
+    }
+    digits.remove_prefix(digits.size() - std::min(digits.size(), digits_of_byte));
+    std::uint8_t value = 0;
     std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-    return static_cast<std::uint8_t>(value);
+    return value;
+}
+
+std::string_view without_braces(std::string_view text)
+{
+    const std::string_view whole = uni::trimmed(text);
+    return whole.size() > 1 && whole.front() == '{' && whole.back() == '}'
+               ? whole.substr(1, whole.size() - 2)
+               : text;
 }
 
 } // namespace
 
 std::vector<std::uint8_t> read_pattern_text(std::string_view text)
 {
-    const std::string lower = uni::lowered(text);
+    const std::string lower = uni::lowered(without_braces(text));
     const char separator = separator_of(lower);
     std::vector<std::string> items;
     if (separator != '\0') {
@@ -51,15 +66,18 @@ std::vector<std::uint8_t> read_pattern_text(std::string_view text)
     }
     std::vector<std::uint8_t> pattern;
     for (const std::string& item : items) {
-        if (const auto byte = read_item(item)) {
-            pattern.push_back(*byte);
+        const auto byte = read_item(item);
+        if (!byte) {
+            return {};
         }
+        pattern.push_back(*byte);
     }
     return pattern;
 }
 
-std::optional<std::string> read_guid_argument(std::string_view text)
+std::optional<std::string> read_guid_argument(std::string_view argument)
 {
+    const std::string_view text = without_braces(argument);
     if (text.size() < shortest_guid_argument) {
         return std::nullopt;
     }

@@ -8,12 +8,15 @@
 #include "form/forms.h"
 #include "front/discovery.h"
 #include "front/filter.h"
+#include "front/registry_words.h"
 #include "front/startup.h"
 #include "front/stdin_stream_ex.h"
 #include "io/byte_source.h"
 #include "model/pe_properties.h"
+#include "model/software_hive.h"
 #include "platform/console.h"
 #include "platform/redirection.h"
+#include "report/read_program.h"
 #include "report/reports.h"
 #include "sdb/database.h"
 
@@ -132,8 +135,11 @@ private:
         report::job work = new_job(*form, path);
         work.database = &file.database;
         work.times = file.source->times();
+        work.source = file.source.get();
         if (options_.stats) {
-            work.installed = model::find_installed(targets_.installed, path);
+            const model::registry_facts known = targets_.installed.find(path);
+            say_doubts(known.how, path, out_.notices);
+            work.installed = known.facts;
             report::report_of("stats").make(work);
             if (is_one_of_several) {
                 form->separate();
@@ -157,7 +163,7 @@ private:
     {
         if (targets_.files.empty()) {
             if (options_.searches_default_places) {
-                out_.notices.fail("no database found on %s\n", options_.volume_text.c_str());
+                say_nothing_found();
             }
             if (!options_.stats) {
                 print_usage();
@@ -168,23 +174,35 @@ private:
         state_.is_lone = targets_.files.size() == 1;
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
-            if (options_.stats) {
-                say_processing(path);
+            try {
+                work_on_target(path);
+            } catch (const std::exception&) {
+                if (state_.is_lone) {
+                    throw; // it is the run that ends
+                }
+                out_.notices.fail("exception caught on file %s\n", path.c_str());
             }
-            loaded_file file;
-            if (load(file, path) != loading::loaded) {
-                out_.notices.fail("Prob analyzing file %s: %s\n", path.c_str(),
-                                  file.reason.c_str());
-                continue;
-            }
-            if (!options_.stats) {
-                say_processing(path);
-            }
-            report_database(file, path, targets_.files.size() > 1);
             if (!out_.report.good()) {
                 return;
             }
         }
+        form_.make(out_.report, options_, state_)->end_stream();
+    }
+
+    void work_on_target(const std::string& path)
+    {
+        if (options_.stats) {
+            say_processing(path);
+        }
+        loaded_file file;
+        if (load(file, path) != loading::loaded) {
+            out_.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+            return;
+        }
+        if (!options_.stats) {
+            say_processing(path);
+        }
+        report_database(file, path, targets_.files.size() > 1);
     }
 
     void work_on_entries()
@@ -217,21 +235,27 @@ private:
         report::job work = new_job(*form, {});
         work.targets = &targets_;
         if (!report::report_of("listsdb").make(work)) {
+            say_nothing_found();
+        }
+    }
+
+    void say_nothing_found()
+    {
+        if (targets_.has_volume) { // otherwise that was said
             out_.notices.fail("no database found on %s\n", options_.volume_text.c_str());
         }
+        out_.notices.note_failure();
     }
 
     // Tells of one program.
     loading tell_program(const std::string& path, bool is_one_of_several, std::string& reason)
     {
-        auto source = io::open_source(path, reason);
-        if (!source) {
-            return loading::failed;
-        }
         model::pe_list properties;
-        if (!model::read_pe_stats(properties, std::move(source), path)) {
-            reason = "is no program";
-            return loading::passed_over;
+        const report::program_state state =
+            report::read_program(properties, path, out_.notices, reason);
+        if (state != report::program_state::read) {
+            return state == report::program_state::no_program ? loading::passed_over
+                                                              : loading::failed;
         }
         const auto form = form_.make(out_.report, options_, state_);
         report::job work = new_job(*form, path);
@@ -249,7 +273,8 @@ private:
         const platform::wow64_redirect_adt redirection;
         std::string reason;
         if (tell_program(options_.pe_path, false, reason) != loading::loaded) {
-            out_.notices.fail("Problem pulling PE stats from file %s\n", options_.pe_path.c_str());
+            out_.notices.fail("Problem pulling PE stats from file %s: %s\n",
+                              options_.pe_path.c_str(), reason.c_str());
         }
     }
 
@@ -283,9 +308,9 @@ private:
         std::string entry;
         while (opened && out_.report.good() && list.stdin_list_next(entry)) {
             bool open_failed = false;
-            file_times times;
-            if (entry.empty() ||
-                !filter_accepts(options_, open_failed, entry, options_.filter_list, &times)) {
+            const bool accepted =
+                filter_accepts(options_, open_failed, entry, options_.filter_list);
+            if (!accepted && !open_failed) {
                 continue;
             }
             if (files_.check_entry(entry, out_.notices) != outputs::entry::other) {
@@ -320,7 +345,9 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
     if (!options.sdb_path.empty()) {
         targets.files.push_back(options.sdb_path);
     }
-    if (options.searches_default_places) {
+    // No folder of an image can be listed, and a list has all its targets itself.
+    const bool is_list_alone = options.is_list_form() && !options.list_sdb;
+    if (options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
         add_default_targets(targets.files, options.volume_text, notices);
     }
     if (options.stats || options.list_sdb) {
@@ -328,7 +355,7 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
         if (!options.log_path.empty()) {
             trace = [&log](std::string_view line) { log.write(line); };
         }
-        model::gather_installed_databases(targets, options, trace);
+        say_findings(model::gather_installed_databases(targets, options, trace), notices);
     }
     return targets;
 }

@@ -26,6 +26,18 @@ int refuse(const std::string& run_header, io::output_sink& standard_output)
     return failure;
 }
 
+bool has_banner(const request::sdb_opts& options)
+{
+    switch (form::form_of(options.form).header) {
+    case form::banner::always:
+        return true;
+    case form::banner::not_on_files:
+        return !options.stats || options.pe_stats;
+    default:
+        return false;
+    }
+}
+
 void say_what_was_not_written(const io::standard_output& standard_output, io::notices& notices)
 {
     if (standard_output.reader_is_gone()) {
@@ -33,6 +45,25 @@ void say_what_was_not_written(const io::standard_output& standard_output, io::no
     } else if (!standard_output.good()) {
         notices.fail("prob writing to standard output\n");
     }
+}
+
+bool may_write_to(const cmdline_ctx& context, io::notices& notices)
+{
+    if (!context.has_standard_output()) {
+        notices.fail("standard output is closed, aborting\n");
+    }
+    return context.has_standard_output();
+}
+
+int print_text(std::string_view text, const cmdline_ctx& context,
+               io::standard_output& standard_output, io::notices& notices)
+{
+    if (may_write_to(context, notices)) {
+        standard_output.text(text);
+        standard_output.flush();
+        say_what_was_not_written(standard_output, notices);
+    }
+    return notices.failed() ? failure : success;
 }
 
 } // namespace
@@ -47,6 +78,9 @@ int run_driver(argument_list args)
     std::string run_header;
     {
         const platform::wow64_redirect_adt redirection;
+        if (const auto text = text_asked_for(args)) {
+            return print_text(*text, context, standard_output, notices);
+        }
         if (asks_for_help(args)) {
             print_usage();
             return success;
@@ -57,18 +91,17 @@ int run_driver(argument_list args)
         return refuse(run_header, standard_output);
     }
     context.bind_options(options);
-    if (options.out_path.empty() && !context.has_standard_output()) {
-        notices.fail("standard output is closed, aborting\n");
+    if (options.out_path.empty() && !may_write_to(context, notices)) {
         return failure;
     }
     const model::run_targets targets = find_targets(options, log, notices);
     outputs files(options, log);
-    if (files.are_examined(examined_files(options, targets), notices) || !files.open(notices)) {
+    if (files.are_in_the_way(examined_files(options, targets), notices) || !files.open(notices)) {
         return refuse(run_header, standard_output);
     }
     io::output_sink* const results = files.results();
     io::output_sink& out = results ? *results : standard_output;
-    if (form::form_of(options.form).has_banner) {
+    if (has_banner(options)) {
         out.text(run_header);
         out.line_end();
     }

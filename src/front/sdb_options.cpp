@@ -2,15 +2,21 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <vector>
 
 #include "form/forms.h"
 #include "front/common_options.h"
 #include "front/discovery.h"
+#include "front/option_rows.h"
 #include "front/pattern_text.h"
+#include "front/startup.h"
 #include "io/notice.h"
+#include "model/stored_path.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "report/reports.h"
+#include "uni/marks.h"
 #include "uni/numbers.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -35,12 +41,17 @@ bool is_refused_tag(std::uint32_t tag)
     return tag >= first && tag < first + 64 && ((refused >> (tag - first)) & 1) != 0;
 }
 
-bool take_tag(request::sdb_opts& options, argument_list& args, io::notices& notices)
+template <bool request::sdb_opts::*field>
+bool set_flag(parsing& now, const option_row&, const std::string&)
 {
-    std::string value;
-    if (!find_option_value("-tag", value, args)) {
-        return true;
-    }
+    now.options.*field = true;
+    return true;
+}
+
+bool take_tag(parsing& now, const option_row&, const std::string& value)
+{
+    request::sdb_opts& options = now.options;
+    io::notices& notices = now.notices;
     const auto number = uni::read_u32_auto(value);
     if (!number) {
         notices.fail("Don't understand tag # %s\n", value.c_str());
@@ -60,13 +71,11 @@ bool take_tag(request::sdb_opts& options, argument_list& args, io::notices& noti
     return true;
 }
 
-void take_listings(request::sdb_opts& options, argument_list& args)
+bool take_listing(parsing& now, const option_row& option, const std::string&)
 {
-    for (const report::report_row& row : report::all_reports()) {
-        if (!row.option.empty() && find_option_flag(row.option, args)) {
-            options.listings.push_back(row.name);
-        }
-    }
+    now.options.listings.push_back(
+        std::ranges::find(report::all_reports(), option.name, &report::report_row::option)->name);
+    return true;
 }
 
 // A form that has no room for what is asked for gives way to lines.
@@ -92,42 +101,64 @@ bool refuse_with_list_form(const request::sdb_opts& options, io::notices& notice
     return false;
 }
 
-bool take_partition(request::sdb_opts& options, argument_list& args, io::notices& notices)
+// The volume that a letter names, with a colon and separators or without; nothing for another text.
+std::optional<std::string> volume_of_letter(std::string_view value)
 {
-    constexpr std::size_t letter_and_colon = 2;
-    std::string value;
-    if (!find_option_value("-partition", value, args)) {
-        return true;
-    }
-    if (refuse_with_list_form(options, notices)) {
+    const bool is_letter =
+        !value.empty() && uni::lower_ascii(value[0]) >= 'a' && uni::lower_ascii(value[0]) <= 'z';
+    const std::string_view rest = value.substr(is_letter ? 1 : 0);
+    const bool names_volume =
+        is_letter && (rest.empty() || (rest[0] == ':' &&
+                                       rest.find_first_not_of("/\\", 1) == std::string_view::npos));
+    return names_volume ? std::optional(std::string(value.substr(0, 1)) + ':') : std::nullopt;
+}
+
+bool take_partition(parsing& now, const option_row&, const std::string& value)
+{
+    request::sdb_opts& options = now.options;
+    if (refuse_with_list_form(options, now.notices)) {
         return false;
     }
     options.partition_given = true;
     options.volume_given = true;
-    if (const auto volume = platform::volume_at(value)) {
-        options.volume_text = *volume;
-        return true;
+    auto volume = platform::volume_at(value);
+    if (!volume) {
+        volume = volume_of_letter(value);
     }
-    options.volume_text = value.substr(0, letter_and_colon);
-    if (value.size() == 1) {
-        options.volume_text += ':';
+    if (!volume) {
+        now.notices.fail("no volume: %s\n", value.c_str());
+        return false;
     }
+    options.volume_text = *volume;
     return true;
 }
 
-bool take_vss(request::sdb_opts& options, argument_list& args, io::notices& notices)
+// Snapshots are told apart by number.
+std::optional<std::string> snapshot_of_number(const std::string& value)
 {
-    std::string value;
-    if (!find_option_value("-vss", value, args)) {
-        return true;
-    }
+    const bool is_number =
+        !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+    return is_number ? std::optional(uni::snapshot_prefix(false) + value) : std::nullopt;
+}
+
+bool take_vss(parsing& now, const option_row&, const std::string& value)
+{
+    request::sdb_opts& options = now.options;
     if (!platform::is_process_admin()) {
-        notices.fail("This option requires admin privileges...\n");
-        notices.fail("need to restart cmd prompt using \"Run As Administrator\" option...\n");
+        now.notices.fail("This option requires admin privileges...\n");
+        now.notices.fail("need to restart cmd prompt using \"Run As Administrator\" option...\n");
         return false;
     }
     options.vss_given = true;
-    options.volume_text = platform::volume_at(value).value_or(uni::snapshot_prefix(false) + value);
+    auto volume = platform::volume_at(value);
+    if (!volume) {
+        volume = snapshot_of_number(value);
+    }
+    if (!volume) {
+        now.notices.fail("no snapshot: %s\n", value.c_str());
+        return false;
+    }
+    options.volume_text = *volume;
     return true;
 }
 
@@ -141,63 +172,49 @@ bool file_is_there(const std::string& path, io::notices& notices)
     return false;
 }
 
-bool take_database_target(request::sdb_opts& options, argument_list& args, io::notices& notices)
+bool take_sdb(parsing& now, const option_row&, const std::string& value)
 {
-    std::string value;
-    if (!find_option_value("-sdb", value, args)) {
-        return true;
-    }
-    options.sdb_path = expanded(value);
-    // The first two characters, which are the drive of a whole path. A device or a share has none,
-    // and separators alone would stand for the current drive.
-    options.volume_text = options.sdb_path.substr(0, 2);
-    if (options.volume_text.find_first_not_of("\\/") == std::string::npos) {
-        options.volume_text.clear();
-    }
-    return file_is_there(options.sdb_path, notices);
-}
-
-bool take_sdb(request::sdb_opts& options, argument_list& args, io::notices& notices)
-{
-    std::string value;
-    if (argument_list rest = args; !find_option_value("-sdb", value, rest)) {
-        return true;
-    }
+    request::sdb_opts& options = now.options;
     if (options.vss_given) {
-        notices.fail("-vss option should not be used with -sdb option, "
-                     "use %%vss%%# option for -sdb option\n");
+        now.notices.fail("-vss option should not be used with -sdb option, "
+                         "use %%vss%%# option for -sdb option\n");
         return false;
     }
     if (options.partition_given) {
-        notices.fail("-partition option should not be used with -sdb option\n");
+        now.notices.fail("-partition option should not be used with -sdb option\n");
         return false;
     }
-    return !refuse_with_list_form(options, notices) && take_database_target(options, args, notices);
+    if (refuse_with_list_form(options, now.notices)) {
+        return false;
+    }
+    options.sdb_path = expanded(value);
+    // Only the drive of a path is a volume that may have a hive.
+    options.volume_text = model::parts_of(options.sdb_path).drive;
+    return file_is_there(options.sdb_path, now.notices);
 }
 
-bool take_pe(request::sdb_opts& options, argument_list& args, io::notices& notices)
+bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
-    std::string value;
-    if (find_option_value("-pe", value, args)) {
-        options.pe_path = expanded(value);
-        if (!options.vss_given && !file_is_there(options.pe_path, notices)) {
-            return false;
-        }
-        options.pe_stats = options.stats;
-    } else if (options.is_list_form() && find_option_flag("-pe", args)) {
-        options.pe_stats = options.stats;
+    request::sdb_opts& options = now.options;
+    options.pe_path = expanded(value);
+    if (!options.vss_given && !file_is_there(options.pe_path, now.notices)) {
+        return false;
     }
+    options.pe_stats = options.stats;
     return true;
 }
 
-bool take_match(request::sdb_opts& options, argument_list& args, io::notices& notices)
+bool take_pe_of_list(parsing& now, const option_row&, const std::string&)
 {
-    if (!find_option_flag("-match", args)) {
-        return true;
-    }
-    options.match_mode = true;
-    if (options.pe_path.empty()) {
-        notices.fail("This option requires -pe <PE file> as well\n");
+    now.options.pe_stats = now.options.stats;
+    return true;
+}
+
+bool take_match(parsing& now, const option_row&, const std::string&)
+{
+    now.options.match_mode = true;
+    if (now.options.pe_path.empty()) {
+        now.notices.fail("This option requires -pe <PE file> as well\n");
         return false;
     }
     return true;
@@ -207,30 +224,25 @@ bool take_match(request::sdb_opts& options, argument_list& args, io::notices& no
 bool refuse_value(io::output_sink& standard_output, std::string_view value, std::string_view wanted)
 {
     standard_output.text("prob understanding ");
-    standard_output.text(value);
+    standard_output.text(uni::marked(value));
     standard_output.text(wanted);
     return false;
 }
 
-// The first -patchbytes is a pattern, a second one a GUID, though the usage text promises an option
-// -guid, which nothing looks for.
-bool take_patch_bytes(request::sdb_opts& options, argument_list& args,
-                      io::output_sink& standard_output)
+bool take_pattern(parsing& now, const option_row&, const std::string& value)
 {
-    std::string value;
-    if (find_option_value("-patchbytes", value, args)) {
-        options.patch_pattern = read_pattern_text(value);
-        if (options.patch_pattern.empty()) {
-            return refuse_value(standard_output, value, " as pattern\n");
-        }
+    now.options.patch_pattern = read_pattern_text(value);
+    return !now.options.patch_pattern.empty() ||
+           refuse_value(now.standard_output, value, " as pattern\n");
+}
+
+bool take_guid(parsing& now, const option_row&, const std::string& value)
+{
+    const auto guid = read_guid_argument(value);
+    if (!guid) {
+        return refuse_value(now.standard_output, value, " as guid\n");
     }
-    if (find_option_value("-patchbytes", value, args)) {
-        const auto guid = read_guid_argument(value);
-        if (!guid) {
-            return refuse_value(standard_output, value, " as guid\n");
-        }
-        options.search.guid = *guid;
-    }
+    now.options.search.guid = *guid;
     return true;
 }
 
@@ -245,36 +257,106 @@ char list_separator(std::string_view value, std::string_view separators, char ot
     return otherwise;
 }
 
-void take_lists(request::sdb_opts& options, argument_list& args)
+// Digits alone are decimal; what can only be hexadecimal is, as reports print it without "0x".
+std::optional<std::uint32_t> read_tag_id(const std::string& text)
 {
-    std::string value;
-    if (find_option_value("-tagids", value, args)) {
-        for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
-            if (const auto id = uni::read_u32_auto(item)) {
-                options.search.tagids.push_back(*id);
-            }
-        }
-    }
-    if (find_option_value("-strings", value, args)) {
-        const char separator = list_separator(value, "|,;", '\0');
-        options.search.strings =
-            separator == '\0' ? std::vector{value} : uni::split(value, separator, true);
-        for (std::string& item : options.search.strings) {
-            uni::lower_text(item);
-        }
-    }
+    constexpr std::string_view digits = "0123456789";
+    constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
+    const bool is_hex = text.find_first_not_of(hex_digits) == std::string::npos &&
+                        text.find_first_not_of(digits) != std::string::npos;
+    return uni::read_u32_auto(is_hex ? "0x" + text : text);
 }
 
-void settle_hive(request::sdb_opts& options, argument_list& args)
+bool take_tagids(parsing& now, const option_row&, const std::string& value)
 {
-    if (find_option_value("-reg", options.software_hive_path, args)) {
-        options.hive_given = true;
-    } else if (!options.pe_stats && !options.volume_text.empty() &&
-               (options.stats || options.list_sdb)) {
+    for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
+        if (const auto id = read_tag_id(item)) {
+            now.options.search.tagids.push_back(*id);
+        } else {
+            now.notices.say("Don't understand tag id %s\n", item.c_str());
+        }
+    }
+    return true;
+}
+
+bool take_strings(parsing& now, const option_row&, const std::string& value)
+{
+    const char separator = list_separator(value, "|,;", '\0');
+    std::vector<std::string>& strings = now.options.search.strings;
+    strings = separator == '\0' ? std::vector{value} : uni::split(value, separator, true);
+    for (std::string& item : strings) {
+        uni::lower_text(item);
+    }
+    return true;
+}
+
+bool take_reg(parsing& now, const option_row&, const std::string& value)
+{
+    now.options.hive_given = true;
+    now.options.hive_named = true;
+    now.options.software_hive_path = value;
+    return true;
+}
+
+// Before and behind the listings.
+constexpr auto first_rows = std::to_array<option_row>({
+    {"-stats", false, set_flag<&request::sdb_opts::stats>},
+    {"-listsdb", false, set_flag<&request::sdb_opts::list_sdb>, look_up::if_none_yet},
+    {"-enumsdb", false, set_flag<&request::sdb_opts::list_sdb>, look_up::if_none_yet},
+    {"-tag", true, take_tag},
+});
+
+constexpr auto more_rows = std::to_array<option_row>({
+    {"-partition", true, take_partition},
+    {"-vss", true, take_vss},
+    {"-sdb", true, take_sdb},
+    {"-pe", true, take_pe},
+    {"-pe", false, take_pe_of_list, look_up::alone_in_lists},
+    {"-match", false, take_match},
+    {"-patchbytes", true, take_pattern},
+    {"-patchbytes", true, take_guid}, // a second one
+    {"-guid", true, take_guid},
+    {"-tagids", true, take_tagids},
+    {"-strings", true, take_strings},
+    {"-reg", true, take_reg},
+});
+
+void add_database_options(std::vector<option_row>& rows)
+{
+    rows.insert(rows.end(), first_rows.begin(), first_rows.end());
+    for (const report::report_row& row : report::all_reports()) {
+        if (!row.option.empty()) {
+            rows.push_back({row.option, false, take_listing});
+        }
+    }
+    rows.insert(rows.end(), more_rows.begin(), more_rows.end());
+}
+
+// What follows from all options together.
+void settle_targets(request::sdb_opts& options)
+{
+    const bool searches_for_stats = options.stats && !options.pe_stats && options.sdb_path.empty();
+    options.searches_default_places =
+        options.vss_given || options.partition_given || options.list_sdb || searches_for_stats;
+    if (options.searches_default_places && options.volume_text.empty()) {
+        options.volume_text = "c:";
+    }
+    if (!options.hive_given && !options.pe_stats && !options.volume_text.empty() &&
+        (options.stats || options.list_sdb)) {
         options.hive_given = true;
         options.software_hive_path =
             path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
     }
+}
+
+bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
+{
+    if (options.append &&
+        form::form_of(options.form).carries == form::contents::records_of_one) {
+        notices.fail("-append needs a form of lines, aborting\n");
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -282,32 +364,26 @@ void settle_hive(request::sdb_opts& options, argument_list& args)
 bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
                        io::notices& notices, io::output_sink& standard_output)
 {
-    if (!parse_common_options(options, args, log, notices)) {
+    if (args.empty()) {
         return false;
     }
-    if (find_option_flag("-stats", args)) {
-        options.stats = true;
-    } else if (find_option_flag("-listsdb", args)) {
-        options.list_sdb = true;
-    }
-    if (!take_tag(options, args, notices)) {
+    note_command_line(options, args);
+    std::vector<option_row> rows;
+    add_common_options(rows);
+    add_database_options(rows);
+    add_help_options(rows);
+    parsing now{options, args, log, notices, standard_output};
+    if (!take_rows(rows, now)) {
         return false;
     }
-    take_listings(options, args);
-    if (!take_partition(options, args, notices) || !take_vss(options, args, notices) ||
-        !take_sdb(options, args, notices) || !take_pe(options, args, notices) ||
-        !take_match(options, args, notices) || !take_patch_bytes(options, args, standard_output)) {
-        return false;
-    }
-    take_lists(options, args);
+    uni::compile_date_style(options.date_style, options.dateformat, options.timeformat,
+                            options.pair_datetime);
     settle_form(options);
-    const bool searches_for_stats = options.stats && !options.pe_stats && options.sdb_path.empty();
-    options.searches_default_places =
-        options.vss_given || options.partition_given || options.list_sdb || searches_for_stats;
-    if (options.searches_default_places && options.volume_text.empty()) {
-        options.volume_text = "c:";
+    if (appends_to_no_lines(options, notices)) {
+        return false;
     }
-    settle_hive(options, args);
+    settle_targets(options);
+    tell_ignored(rows, args, notices);
     return true;
 }
 

@@ -8,8 +8,9 @@
 
 namespace front {
 
-// Takes all options out of `args`, the common ones first. False when a message has been written and
-// the run is to end. Two of the messages go to `standard_output`, all others to the error stream.
+// Takes all options out of `args`, the common ones first, and says what is left over. False when a
+// message has been written and the run is to end. Two of the messages go to `standard_output`, all
+// others are notices.
 bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
                        io::notices& notices, io::output_sink& standard_output);
 

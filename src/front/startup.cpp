@@ -1,10 +1,13 @@
 #include "front/startup.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 
+#include "front/common_options.h"
 #include "io/notice.h"
 #include "platform/host.h"
+#include "uni/marks.h"
 #include "uni/text.h"
 #include "uni/time.h"
 
@@ -13,12 +16,13 @@ namespace front {
 namespace {
 
 constexpr std::string_view banner = "quilt ver: 0.45";
+constexpr std::string_view help_names[] = {"-h", "-help", "-?", "/?"};
+constexpr std::string_view version_names[] = {"-version"};
 constexpr std::string_view default_date_format = "mm/dd/yyyy";
 constexpr std::string_view run_time_format = "hh:mm:ss";
 constexpr char os_text_separator = ';';
 
-// Readers know this text: it has names of two options that nothing takes, and a word of its own for
-// a snapshot.
+// Readers know this text, and its own word for a snapshot.
 constexpr std::string_view usage_lines =
     "Usage\n"
     " quilt -listsdb              = list SDB files on system volume\n"
@@ -64,6 +68,11 @@ constexpr std::string_view usage_lines =
     "  quilt -enumdir <location sdb> -num_subdirs <#> [options]\n"
     "\n";
 
+std::string usage_text()
+{
+    return std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n" + std::string(usage_lines);
+}
+
 std::string os_text(const platform::host_facts& facts)
 {
     std::string build = facts.os_build_text;
@@ -84,8 +93,10 @@ std::string os_text(const platform::host_facts& facts)
 
 std::string run_line(const argument_list& args)
 {
-    std::string format(default_date_format);
-    peek_option_value("-dateformat", format, args);
+    std::string format;
+    if (!peek_option_value("-dateformat", format, args) || !is_date_format(format)) {
+        format = default_date_format;
+    }
     std::string date;
     std::string time;
     uni::format_date_time(date, time,
@@ -124,12 +135,29 @@ std::string command_line(const argument_list& args)
 
 std::string make_run_header(const argument_list& args)
 {
-    return std::string(banner) + "\n" + run_line(args) + "\n" + command_line(args);
+    return std::string(banner) + "\n" + uni::marked(run_line(args)) + "\n" +
+           uni::marked(command_line(args));
+}
+
+std::optional<std::string> text_asked_for(const argument_list& args)
+{
+    if (args.size() != 2) {
+        return std::nullopt;
+    }
+    const auto is_one_of = [&](std::span<const std::string_view> names) {
+        return std::ranges::any_of(names, [&](std::string_view name) {
+            return uni::equal_ignoring_case(as_option_name(args[1]), name);
+        });
+    };
+    if (is_one_of(version_names)) {
+        return std::string(banner) + '\n';
+    }
+    return is_one_of(help_names) ? std::optional(usage_text()) : std::nullopt;
 }
 
 bool asks_for_help(argument_list& args)
 {
-    for (const std::string_view name : {"-h", "-help", "/?", "--help"}) {
+    for (const std::string_view name : help_names) {
         if (find_option_flag(name, args)) {
             return true;
         }
@@ -137,10 +165,19 @@ bool asks_for_help(argument_list& args)
     return args.size() <= 1;
 }
 
+void add_help_options(std::vector<option_row>& rows)
+{
+    for (const std::span<const std::string_view> names :
+         {std::span<const std::string_view>(help_names), {version_names}}) {
+        for (const std::string_view name : names) {
+            rows.push_back({name, false, nullptr, look_up::by_another_effect});
+        }
+    }
+}
+
 void print_usage()
 {
-    io::write_error_text(std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n");
-    io::write_error_text(usage_lines);
+    io::write_error_text(usage_text());
 }
 
 } // namespace front

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "front/arguments.h"
+#include "front/option_rows.h"
 
 namespace front {
 
@@ -11,9 +13,15 @@ namespace front {
 // last.
 std::string make_run_header(const argument_list& args);
 
-// Takes a request for help out of the arguments, in any of its four spellings; true if there was
-// one or if there is nothing but the program's name.
+// The text that is asked for by the only argument: the usage text, or the line of the version.
+std::optional<std::string> text_asked_for(const argument_list& args);
+
+// Takes a request for help out of the arguments, in any of its spellings; true if there was one or
+// if there is nothing but the program's name.
 bool asks_for_help(argument_list& args);
+
+// Appends the options that only text_asked_for and asks_for_help look at, for their names.
+void add_help_options(std::vector<option_row>& rows);
 
 // Writes the usage text to the error stream.
 void print_usage();

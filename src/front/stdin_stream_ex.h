@@ -18,7 +18,7 @@ public:
     // Reads lines of `input`. `options` must outlive the stream or its next reset().
     stdin_stream_ex(const request::cmd_params& options, io::notices& notices,
                     std::FILE* input = stdin) noexcept
-        : stdin_stream(input), options_(&options), notices_(notices)
+        : stdin_stream(notices, input), options_(&options)
     {}
 
     // From now on the entries are the files below `path` that the filters accept. `depth` is the
@@ -51,7 +51,6 @@ private:
     std::vector<request::filter_entry> filters_;
     bool directory_mode_ = false;
     const request::cmd_params* options_;
-    io::notices& notices_;
 };
 
 } // namespace front

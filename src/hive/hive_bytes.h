@@ -14,10 +14,15 @@ namespace hive {
 // of a large hive.
 class hive_bytes {
 public:
-    // Takes a source, up to 4 GiB of it. False if it is null or gives no byte.
+    // Takes a source, up to 4 GiB of it. False if it is null or gives no byte, which
+    // has_failed() tells from an empty one.
     bool open(std::unique_ptr<io::byte_source> source);
 
     std::uint64_t size() const noexcept { return bytes_.size(); }
+
+    // What became of the source since it was opened: see byte_source.
+    bool has_failed() const noexcept { return source_ && source_->has_failed(); }
+    bool has_changed() const { return source_ && source_->has_changed(); }
 
     // Those of the `count` bytes at `offset` that exist and can be read, up to the first that
     // cannot. The view lasts as long as this object.

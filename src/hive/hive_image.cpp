@@ -71,20 +71,20 @@ std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
 
 } // namespace
 
-hive_image::hive_image(hive_bytes bytes)
+hive_image::hive_image(hive_bytes bytes) : bytes_(std::move(bytes))
 {
     constexpr std::uint64_t root_at = 36;
-    const uni::byte_view image = bytes.at(0, smallest_hive);
+    const uni::byte_view image = bytes_.at(0, smallest_hive);
     if (image.size() < smallest_hive || image.u32(0) != hive_mark) {
         return;
     }
-    const auto base = find_bins_base(bytes);
+    const auto base = find_bins_base(bytes_);
     if (!base) {
         return;
     }
     hive_bins_base_ = *base;
     root_cell_ = offset_of(image.u32(root_at));
-    bytes_ = std::move(bytes);
+    is_open_ = true;
 }
 
 uni::byte_view hive_image::cell_at(std::uint64_t offset, std::uint64_t count) const

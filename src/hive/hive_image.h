@@ -28,13 +28,16 @@ namespace hive {
 class hive_image {
 public:
     hive_image() = default;
-    // Takes the bytes of a hive. They are kept if they are one; otherwise the image stays closed.
+    // Takes the bytes of a hive. If they are none, the image stays closed.
     explicit hive_image(hive_bytes bytes);
 
-    bool is_open() const noexcept { return bytes_.size() != 0; }
+    bool is_open() const noexcept { return is_open_; }
     std::uint64_t size() const noexcept { return bytes_.size(); }
     std::uint64_t hive_bins_base() const noexcept { return hive_bins_base_; }
     std::uint64_t root_cell() const noexcept { return root_cell_; }
+    // What became of the bytes while they were read, also of those that are no hive.
+    bool has_failed() const noexcept { return bytes_.has_failed(); }
+    bool has_changed() const { return bytes_.has_changed(); }
 
     // Where the cell of a reference begins.
     std::uint64_t offset_of(std::uint32_t reference) const noexcept
@@ -52,6 +55,7 @@ public:
 
 private:
     hive_bytes bytes_;
+    bool is_open_ = false;
     std::uint64_t hive_bins_base_ = 0;
     std::uint64_t root_cell_ = 0;
 };

@@ -12,23 +12,25 @@ registry_cmd_parameters query_installed_databases()
     return parameters;
 }
 
-bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
-                const row_taker& take)
+query_outcome hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
+                         const row_taker& take)
 {
+    query_outcome outcome;
     key_path segments;
     if (!image.is_open() || !parse_key_path(parameters.key, segments)) {
-        return false;
+        return outcome;
     }
     key_reader reader(image);
-    bool any = false;
     collect_values(reader, segments, parameters.level, parameters.need,
                    [&](hive_value_record&& row) {
                        if (parameters.keeps_empty_rows || !row.data.empty()) {
-                           any = true;
+                           outcome.any = true;
                            take(std::move(row));
                        }
                    });
-    return any;
+    outcome.has_keys = has_beginning(reader, segments);
+    outcome.is_damaged = reader.is_damaged();
+    return outcome;
 }
 
 } // namespace hive

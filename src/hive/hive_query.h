@@ -20,9 +20,16 @@ struct registry_cmd_parameters {
 // asked picks those that it knows by their names.
 registry_cmd_parameters query_installed_databases();
 
-// Gives the rows one by one, in the order in which the hive lists keys and then values. Answers
-// whether there is any; false for a closed image too. Does not word anything.
-bool hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
-                const row_taker& take);
+// What came of a query.
+struct query_outcome {
+    bool any = false;        // rows
+    bool has_keys = false;   // those in front of the pattern's first `?*`
+    bool is_damaged = false; // less was read than a sound hive would have held
+};
+
+// Gives the rows one by one, in the order in which the hive lists keys and then values. A closed
+// image has none. Does not word anything.
+query_outcome hive_query(const registry_cmd_parameters& parameters, const hive_image& image,
+                         const row_taker& take);
 
 } // namespace hive

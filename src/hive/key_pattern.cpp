@@ -129,8 +129,11 @@ private:
         const bool has_list = reader_.values().enum_values(key, [&](const hive_value_item& item) {
             any = true;
             hive_value_data data;
-            if (item.cell == 0 || item.cell_size > largest_value_cell ||
-                (wanted && !uni::equal_ignoring_case(item.name, *wanted)) ||
+            if (item.cell_size > largest_value_cell) {
+                reader_.values().note_damage();
+                return true;
+            }
+            if (item.cell == 0 || (wanted && !uni::equal_ignoring_case(item.name, *wanted)) ||
                 !reader_.values().read_value_data(item.cell, data)) {
                 return true;
             }
@@ -149,9 +152,11 @@ private:
         constexpr std::uint64_t size_bits = 0x0fffffff;
         constexpr std::uint64_t too_large = 0x1000000;
         const std::uint64_t count = data.size & size_bits;
-        return count < too_large
-                   ? reader_.values().copy_data(data, count, need_ ? need_(name) : data_need::whole)
-                   : std::vector<std::uint8_t>();
+        if (count >= too_large) {
+            reader_.values().note_damage();
+            return {};
+        }
+        return reader_.values().copy_data(data, count, need_ ? need_(name) : data_need::whole);
     }
 
     key_reader& reader_;
@@ -186,6 +191,11 @@ bool parse_key_path(std::string_view text, key_path& segments)
         }
     }
     return !segments.empty();
+}
+
+bool has_beginning(key_reader& reader, const key_path& segments)
+{
+    return find_key(reader, beginning_of(reader, segments)).has_value();
 }
 
 bool walk_key_pattern(key_reader& reader, const key_path& segments, std::uint32_t level,

@@ -47,6 +47,9 @@ using row_taker = std::function<void(hive_value_record&&)>;
 // hive's name are left out. False for a path that names nothing else.
 bool parse_key_path(std::string_view text, key_path& segments);
 
+// Whether the keys in front of the first `?*` of a pattern are all there.
+bool has_beginning(key_reader& reader, const key_path& segments);
+
 // Appends a record for each key that lies up to `level` levels below the key of the pattern or, of a
 // pattern with `?*`, for each that matches its beginning and lies at the pattern's depth or up to
 // `level` levels below. False if the keys in front of the first `?*` are not all there.

@@ -138,14 +138,21 @@ bool key_reader::enum_subkeys(std::uint64_t key, std::vector<hive_key_item>& ite
 {
     items.clear();
     const uni::byte_view cell = image_.cell_at(key, key_head);
-    if (!cell.contains(key_field::subkey_list, sizeof(std::uint32_t))) {
+    const bool done = take_subkeys(cell, items);
+    is_damaged_ |= !done || items.size() != cell.u32(key_field::subkey_count);
+    return done;
+}
+
+bool key_reader::take_subkeys(uni::byte_view key, std::vector<hive_key_item>& items)
+{
+    if (!key.contains(key_field::subkey_list, sizeof(std::uint32_t))) {
         return false;
     }
-    const std::uint32_t count = cell.u32(key_field::subkey_count);
+    const std::uint32_t count = key.u32(key_field::subkey_count);
     if (count == 0) {
         return true;
     }
-    const auto list = list_at(cell.u32(key_field::subkey_list));
+    const auto list = list_at(key.u32(key_field::subkey_list));
     if (!list) {
         return false;
     }

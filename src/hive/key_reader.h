@@ -31,7 +31,8 @@ struct hive_key_item {
 //   entries of subkey lists   an image for a list, eight for all
 //   keys that they list       the same; keys with a name that no registry would take by themselves
 //
-// Values have bounds of their own: see value_reader. The image must outlive the reader.
+// Values have bounds of their own: see value_reader. Whatever is refused, and whatever a sound hive
+// could not hold, is noted. The image must outlive the reader.
 class key_reader {
 public:
     explicit key_reader(const hive_image& image);
@@ -57,6 +58,9 @@ public:
 
     std::uint64_t last_write_of(std::uint64_t key) const;
 
+    // Whether less was given than a sound hive would have held.
+    bool is_damaged() const noexcept { return is_damaged_ || values_.is_damaged(); }
+
 private:
     struct subkey_list {
         std::uint16_t kind = 0;
@@ -80,6 +84,7 @@ private:
                           std::vector<hive_key_item>& items);
     bool take_parts(const subkey_list& list, reference_set& seen,
                     std::vector<hive_key_item>& items);
+    bool take_subkeys(uni::byte_view key, std::vector<hive_key_item>& items);
     known_subkeys& known(std::uint64_t key);
 
     const hive_image& image_;
@@ -87,6 +92,7 @@ private:
     allowance keys_;
     allowance long_keys_;
     value_reader values_;
+    bool is_damaged_ = false;
     std::unordered_map<std::uint64_t, known_subkeys> known_;
 };
 

@@ -60,6 +60,7 @@ bool value_reader::take_data(std::uint64_t bytes) noexcept
         return true;
     }
     is_refused_ = true;
+    is_damaged_ = true;
     beyond.exhaust();
     return false;
 }
@@ -81,36 +82,50 @@ bool value_reader::enum_values(std::uint64_t key,
     entries_.renew();
     values_.renew();
     is_refused_ = false;
-    if (!key_name || count == 0 || list_reference == 0 || !take_data(key_head + key_name->size())) {
+    if (key_name && count == 0) {
+        return false;
+    }
+    if (!key_name || list_reference == 0 || !take_data(key_head + key_name->size())) {
+        is_damaged_ = true;
         return false;
     }
     // Whoever takes a value takes its path with it.
     const std::uint64_t long_name = key_name->size() > longest_usual_name ? key_name->size() : 0;
     const uni::byte_view entries =
         entries_at(image_, image_.offset_of(list_reference), contents_at, count * entry_size);
-    for (std::uint64_t at = 0; entries.contains(at, entry_size) && entries_.take(entry_size);
-         at += entry_size) {
-        const uni::byte_view value = value_at(image_.offset_of(entries.u32(at)));
-        const std::uint16_t name_length = value.u16(value_field::name_length);
-        const bool is_value = value.u16(mark_at) == value_mark;
-        if (!value.contains(0, sizeof(std::uint32_t)) ||
-            (is_value && !value.contains(value_field::name, name_length))) {
-            continue;
-        }
+    std::uint64_t at = 0;
+    for (; entries.contains(at, entry_size) && entries_.take(entry_size); at += entry_size) {
+        const std::uint64_t offset = image_.offset_of(entries.u32(at));
         hive_value_item item;
-        if (is_value) {
-            const uni::byte_view name = value.slice(value_field::name, name_length);
-            const std::uint64_t shown = name.size() > longest_value_name ? 0 : name.size();
-            if (!values_.take(value_head + entry_size + shown + long_name)) {
-                continue;
-            }
-            item = {image_.offset_of(entries.u32(at)), hive_image::cell_size(value),
-                    value_name(name)};
-        }
-        if (!take(item)) {
-            break;
+        if (!take_value(value_at(offset), offset, long_name, item)) {
+            is_damaged_ = true;
+        } else if (!take(item)) {
+            return true;
         }
     }
+    is_damaged_ |= at < count * entry_size;
+    return true;
+}
+
+// A value as an item; one that is none is an empty item. False for one that is passed over.
+bool value_reader::take_value(const uni::byte_view& value, std::uint64_t offset,
+                              std::uint64_t long_name, hive_value_item& item)
+{
+    if (!value.contains(0, sizeof(std::uint32_t))) {
+        return false;
+    }
+    if (value.u16(mark_at) != value_mark) {
+        is_damaged_ = true;
+        return true;
+    }
+    const std::uint16_t name_length = value.u16(value_field::name_length);
+    const std::uint64_t shown = name_length > longest_value_name ? 0 : name_length;
+    if (!value.contains(value_field::name, name_length) ||
+        !values_.take(value_head + entry_size + shown + long_name)) {
+        return false;
+    }
+    item = {offset, hive_image::cell_size(value),
+            value_name(value.slice(value_field::name, name_length))};
     return true;
 }
 
@@ -132,6 +147,7 @@ bool value_reader::find_segments(std::uint64_t data_cell, hive_value_data& data)
             data.segments.push_back(image_.offset_of(entries.u32(at)));
         }
     }
+    is_damaged_ |= data.segments.size() != head.u16(list_count_at);
     return true;
 }
 
@@ -140,6 +156,7 @@ bool value_reader::read_value_data(std::uint64_t value, hive_value_data& data)
     data = {};
     const uni::byte_view cell = image_.cell_at(value, value_head);
     if (cell.u16(mark_at) != value_mark || !cell.contains(0, value_head)) {
+        is_damaged_ = true;
         return false;
     }
     data.type = cell.u32(value_field::type);
@@ -152,13 +169,16 @@ bool value_reader::read_value_data(std::uint64_t value, hive_value_data& data)
     }
     const std::uint64_t data_cell = image_.offset_of(cell.u32(value_field::data));
     if (!image_.cell_at(data_cell, contents_at + 1).contains(contents_at, 1)) {
+        is_damaged_ |= data.size != 0; // what has no data needs no cell
         return false;
     }
     data.offset = data_cell + contents_at;
     data.is_big = data.size > largest_plain && find_segments(data_cell, data);
     const std::uint64_t stored =
         hive_image::cell_size(image_.cell_at(data_cell, contents_at)) & 0x0fffffff;
-    return stored <= image_.size() - data_cell;
+    const bool fits = stored <= image_.size() - data_cell;
+    is_damaged_ |= data.size != 0 && (!fits || (!data.is_big && contents_at + data.size > stored));
+    return fits;
 }
 
 // The text at the beginning of data, with its zero unit. It is not looked for where it could not be
@@ -204,6 +224,9 @@ std::vector<std::uint8_t> value_reader::copy_data(const hive_value_data& data, s
         const std::uint64_t size = hive_image::cell_size(image_.cell_at(segment, contents_at));
         add(segment + contents_at, size > segment_overhead ? size - segment_overhead : 0);
     }
+    const bool is_whole_text = need == data_need::text && total < count && total >= 2 &&
+                               pieces.size() == 1 && pieces[0].u16(total - 2) == 0;
+    is_damaged_ |= total < count && !is_whole_text;
     std::vector<std::uint8_t> copy;
     if (!is_small && !take_data(total)) {
         return copy; // a part of a text would be another text

@@ -44,6 +44,8 @@ enum class data_need {
 //                             up to 64 KiB, and larger ones, by themselves
 //
 // The image must outlive the reader.
+//
+// What a sound hive could not hold, and what the bounds cut, is passed over and noted.
 class value_reader {
 public:
     explicit value_reader(const hive_image& image);
@@ -58,9 +60,15 @@ public:
     std::vector<std::uint8_t> copy_data(const hive_value_data& data, std::uint64_t count,
                                         data_need need);
 
+    // Whether anything was passed over.
+    bool is_damaged() const noexcept { return is_damaged_; }
+    void note_damage() noexcept { is_damaged_ = true; }
+
 private:
     uni::byte_view value_at(std::uint64_t offset) const;
     bool take_data(std::uint64_t bytes) noexcept;
+    bool take_value(const uni::byte_view& value, std::uint64_t offset, std::uint64_t long_name,
+                    hive_value_item& item);
     uni::byte_view text_in(uni::byte_view data) const noexcept;
     bool find_segments(std::uint64_t data_cell, hive_value_data& data);
 
@@ -71,6 +79,7 @@ private:
     allowance medium_;
     allowance large_;
     bool is_refused_ = false; // whether the key whose values are read asked for too much
+    bool is_damaged_ = false;
 };
 
 } // namespace hive

@@ -221,6 +221,17 @@ private:
 
 } // namespace
 
+std::string file_digest_md5(io::byte_source& source)
+{
+    constexpr std::uint64_t longest = 0x10000000;
+    io::byte_vector bytes;
+    if (source.size() > longest || !io::read_source(bytes, source, source.size()) ||
+        bytes.size() != source.size()) {
+        return {};
+    }
+    return uni::hex_text(platform::compute_digest(platform::digest_kind::md5, bytes));
+}
+
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database)
 {
     facts = {};

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "io/byte_source.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -29,6 +30,10 @@ struct database_facts {
     std::vector<std::uint32_t> scalars;    // offsets of those that stand in the database list
     std::vector<record_count> counts;      // ascending by tag, equal tags as they were found
 };
+
+// The MD5 digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot
+// be read whole, or that is too long for that.
+std::string file_digest_md5(io::byte_source& source);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts.

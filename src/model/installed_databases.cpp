@@ -2,26 +2,24 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <new>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <utility>
 
 #include "hive/hive_image.h"
-#include "ntfs/locked_file.h"
+#include "model/software_hive.h"
+#include "model/stored_path.h"
 #include "platform/directories.h"
 #include "platform/files.h"
 #include "uni/byte_view.h"
-#include "uni/paths.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
 namespace model {
 
 namespace {
-
-constexpr std::size_t drive_letter_and_colon = 2;
 
 std::string text_of(uni::byte_view data)
 {
@@ -57,97 +55,185 @@ const meaning* meaning_of(std::string_view value_name)
     return found == meanings.end() ? nullptr : &*found;
 }
 
-std::string lower_file_name(const std::string& path)
+bool is_volume_named(const request::sdb_opts& options)
 {
-    const std::string lower = uni::lowered(path);
-    std::string folder;
-    std::string name;
-    return uni::split_path(lower, folder, name) ? name : lower;
+    return options.volume_given || options.vss_given;
 }
 
-// A stored path on the run's volume: the volume stands for the drive letter. Names are joined one by
-// one, so that the path can be used where the stored separators are none, and none leads out of the
-// volume.
-std::string path_on_volume(const std::string& volume, const std::string& stored)
+// Whether the files come from a list alone, to which the registry adds none.
+bool is_list_alone(const request::sdb_opts& options)
 {
-    std::string rest = stored.substr(drive_letter_and_colon);
-    uni::replace_char(rest, '/', '\\');
-    std::vector<std::string> names;
-    for (std::string& name : uni::split(rest, '\\', false)) {
-        if (name == "..") {
-            names.resize(names.empty() ? 0 : names.size() - 1);
-        } else if (name != ".") {
-            names.push_back(std::move(name));
+    return options.is_list_form() && !options.list_sdb;
+}
+
+// Adds the files that the registry knows to those of the run.
+class file_adder {
+public:
+    file_adder(run_targets& targets, const request::sdb_opts& options,
+               std::vector<registry_finding>& findings)
+        : targets_(targets), options_(options), findings_(findings),
+          is_here_(!is_volume_named(options) && is_own_hive(options))
+    {
+        for (const std::string& path : targets.files) {
+            known_.insert(folded(parts_of(path)));
         }
     }
-    std::string path = volume;
-    for (const std::string& name : names) {
-        path = platform::join_path(path, name);
-    }
-    path = platform::walkable_path(path);
-    return rest.ends_with('\\') ? platform::join_path(path, {}) : path;
-}
 
-// Where this run finds a database; empty where the stored path leads nowhere.
-std::string local_path(const request::sdb_opts& options, const std::string& stored)
-{
-    if (!options.vss_given && !options.volume_given) {
-        return stored;
-    }
-    return stored.size() < drive_letter_and_colon ? std::string()
-                                                  : path_on_volume(options.volume_text, stored);
-}
-
-// Of two databases with one file name the one whose key sorts first stays.
-installed_table by_file_name(const request::sdb_opts& options, installed_table by_key)
-{
-    installed_table installed;
-    while (!by_key.empty()) { // one by one, so that none is held twice
-        const auto node = by_key.extract(by_key.begin());
-        installed_database& database = node.mapped();
-        database.local_path = local_path(options, database.database_path);
-        std::string name = lower_file_name(database.local_path.empty() ? database.database_path
-                                                                       : database.local_path);
-        installed.try_emplace(std::move(name), std::move(database));
-    }
-    return installed;
-}
-
-void add_files(run_targets& targets)
-{
-    std::set<std::string> names;
-    for (const std::string& path : targets.files) {
-        names.insert(lower_file_name(path));
-    }
-    for (const auto& [name, database] : targets.installed) {
-        if (!database.local_path.empty() && names.insert(name).second) {
-            targets.files.push_back(database.local_path);
+    void add(const std::string& stored)
+    {
+        const stored_path path = read_stored_path(stored);
+        const bool is_opened = is_volume_named(options_) || is_here_;
+        if (path.kind == stored_kind::empty) {
+            return;
+        }
+        if (path.kind == stored_kind::names_no_file) {
+            findings_.push_back({registry_finding_kind::names_no_file, stored});
+        } else if (!is_opened && options_.list_sdb) {
+            add_file(stored);
+        } else if (path.kind == stored_kind::leaves_volume) {
+            findings_.push_back({registry_finding_kind::leaves_volume, stored});
+        } else if (!is_opened) {
+            findings_.push_back({registry_finding_kind::not_opened, stored});
+        } else {
+            add_file(local_path(path));
         }
     }
+
+private:
+    void add_file(std::string path)
+    {
+        if (known_.insert(folded(parts_of(path))).second) {
+            targets_.files.push_back(std::move(path));
+        }
+    }
+
+    // Where this run finds a file. Names are joined one by one, so that the path can be used where
+    // the stored separators are none and where not all of it exists.
+    std::string local_path(const stored_path& stored) const
+    {
+        std::string path = is_here_ ? stored.drive : options_.volume_text;
+        for (const std::string& name : stored.names) {
+            path = platform::walkable_path(platform::join_path(path, name));
+        }
+        return stored.ends_in_separator ? platform::join_path(path, {}) : path;
+    }
+
+    run_targets& targets_;
+    const request::sdb_opts& options_;
+    std::vector<registry_finding>& findings_;
+    bool is_here_;
+    std::set<std::string> known_;
+};
+
+// A hive that nobody named is looked for where there is a volume.
+bool was_looked_for(const request::sdb_opts& options)
+{
+    platform::file_facts facts;
+    return is_volume_named(options) ||
+           platform::read_file_facts(platform::join_path(options.volume_text, {}), facts);
 }
 
-// Snapshots and images of a volume are opened by their whole text, volumes by their letter. Without
-// a volume that is the first character of the database's path, whatever it is, as a path of this
-// machine has its drive there.
-ntfs::volume_source source_of(const request::sdb_opts& options)
+void tell_of_missing_hive(const software_hive& hive, run_targets& targets,
+                          const request::sdb_opts& options, std::vector<registry_finding>& findings)
 {
-    const bool is_image =
-        options.partition_given && platform::volume_at(options.volume_text).has_value();
-    return options.vss_given || is_image ? ntfs::volume_source::device
-                                         : ntfs::volume_source::letter;
+    using enum registry_finding_kind;
+    const std::string& path = options.software_hive_path;
+    switch (hive.state) {
+    case hive_state::opened:
+        break;
+    case hive_state::missing:
+        if (options.hive_named) {
+            findings.push_back({hive_unread, path, hive.reason});
+        } else if (was_looked_for(options)) {
+            findings.push_back({hive_missing, path, hive.reason});
+        }
+        break;
+    case hive_state::unreadable:
+        findings.push_back({hive_unread, path, hive.reason});
+        break;
+    case hive_state::no_volume:
+        targets.has_volume = false;
+        findings.push_back({no_volume, options.volume_text, hive.reason});
+        break;
+    case hive_state::no_memory:
+        findings.push_back({no_memory, path});
+        break;
+    }
 }
 
-hive::hive_bytes locked_hive(const request::sdb_opts& options, const ntfs::trace_text& trace,
-                             const platform::device_opener& open_device)
+installed_table read_table(software_hive hive, const std::string& path,
+                           std::vector<registry_finding>& findings)
 {
-    hive::hive_bytes bytes;
-    bytes.open(ntfs::open_locked_file(
-        ntfs::open_ntfs_volume(options.volume_text, source_of(options), open_device),
-        "\\windows\\system32\\config\\software", trace));
-    return bytes;
+    using enum registry_finding_kind;
+    installed_table table;
+    const hive::hive_image image(std::move(hive.bytes));
+    const hive::query_outcome outcome =
+        hive::hive_query(installed_query(), image, [&table](hive::hive_value_record&& row) {
+            fold_installed_row(table, row);
+        });
+    if (image.has_failed()) {
+        findings.push_back({hive_unread, path, "reading failed"});
+    } else if (!image.is_open()) {
+        findings.push_back({hive_unread, path, "is no hive"});
+    } else if (outcome.is_damaged) {
+        findings.push_back({damaged, path});
+    } else if (!outcome.has_keys) {
+        findings.push_back({no_key, path});
+    }
+    if (image.has_changed()) {
+        findings.push_back({changed, path});
+    }
+    return table;
 }
 
 } // namespace
+
+installed_databases::installed_databases(installed_table by_key, std::string volume,
+                                         bool joins_by_name)
+    : by_key_(std::move(by_key)), volume_(std::move(volume)), joins_by_name_(joins_by_name)
+{
+    for (const auto& [key, database] : by_key_) {
+        const std::string& stored = database.database_path;
+        const bool is_file = read_stored_path(stored).kind != stored_kind::names_no_file;
+        by_name_[is_file ? lower_file_name(stored) : std::string()].push_back(&database);
+    }
+}
+
+registry_facts installed_databases::find(const std::string& path) const
+{
+    const std::string name = lower_file_name(path);
+    const auto of_name = by_name_.find(name);
+    // An empty name is that of the installed databases without a path, not of a file.
+    if (name.empty() || of_name == by_name_.end()) {
+        return {};
+    }
+    const path_parts file = parts_of(path);
+    const auto place = volume_.empty() ? place_below_root(file) : place_below(file, volume_);
+    std::vector<const installed_database*> found;
+    bool has_drive = false;
+    for (const installed_database* const database : of_name->second) {
+        const stored_path stored = read_stored_path(database->database_path);
+        if (stored.kind != stored_kind::on_volume || place != folded(stored.names)) {
+            continue;
+        }
+        // Of several the one on the file's own drive counts, where that tells them apart.
+        const bool is_on_drive = uni::equal_ignoring_case(stored.drive, file.drive);
+        if (is_on_drive && !has_drive) {
+            found.clear();
+        }
+        if (is_on_drive || !has_drive) {
+            found.push_back(database);
+        }
+        has_drive |= is_on_drive;
+    }
+    if (!found.empty()) {
+        return {found.size() == 1 ? joining::joined : joining::ambiguous, found.front()};
+    }
+    if (joins_by_name_ && of_name->second.size() == 1) {
+        return {joining::joined, of_name->second.front()};
+    }
+    return {joining::not_joined, nullptr};
+}
 
 void fold_installed_row(installed_table& table, const hive::hive_value_record& row)
 {
@@ -177,43 +263,37 @@ hive::registry_cmd_parameters installed_query()
     return query;
 }
 
-hive::hive_bytes load_software_hive(const request::sdb_opts& options, const ntfs::trace_text& trace,
-                                    const platform::device_opener& open_device)
+std::vector<registry_finding> gather_installed_databases(run_targets& targets,
+                                                         const request::sdb_opts& options,
+                                                         const ntfs::trace_text& trace)
 {
+    std::vector<registry_finding> findings;
+    if (!options.hive_given) {
+        return findings;
+    }
     try {
-        hive::hive_bytes bytes;
-        if (bytes.open(io::open_source(options.software_hive_path))) {
-            return bytes;
+        software_hive hive = load_software_hive(options, trace);
+        tell_of_missing_hive(hive, targets, options, findings);
+        if (hive.state != hive_state::opened) {
+            return findings;
         }
-        return locked_hive(options, trace, open_device);
+        const bool joins_by_name = !is_volume_named(options) &&
+                                   (is_list_alone(options) || !options.searches_default_places);
+        targets.installed = installed_databases(
+            read_table(std::move(hive), options.software_hive_path, findings),
+            is_volume_named(options) ? options.volume_text : std::string(), joins_by_name);
+        if (!is_list_alone(options)) {
+            file_adder files(targets, options, findings);
+            for (const auto& [name, databases] : targets.installed.by_name()) {
+                for (const installed_database* const database : databases) {
+                    files.add(database->database_path);
+                }
+            }
+        }
     } catch (const std::bad_alloc&) {
-        // The run goes on without what does not fit.
+        findings.push_back({registry_finding_kind::no_memory, options.software_hive_path});
     }
-    return {};
-}
-
-const installed_database* find_installed(const installed_table& installed, const std::string& path)
-{
-    const std::string name = lower_file_name(path);
-    const auto found = installed.find(name);
-    // An empty name is that of the installed databases without a path, not of a file.
-    return name.empty() || found == installed.end() ? nullptr : &found->second;
-}
-
-void gather_installed_databases(run_targets& targets, const request::sdb_opts& options,
-                                const ntfs::trace_text& trace)
-{
-    if (!options.hive_given || options.software_hive_path.empty()) {
-        return;
-    }
-    const hive::hive_image image(load_software_hive(options, trace));
-    installed_table table;
-    hive::hive_query(installed_query(), image,
-                     [&table](hive::hive_value_record&& row) { fold_installed_row(table, row); });
-    if (!table.empty()) {
-        targets.installed = by_file_name(options, std::move(table));
-        add_files(targets);
-    }
+    return findings;
 }
 
 } // namespace model

@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "hive/hive_bytes.h"
 #include "hive/hive_query.h"
 #include "ntfs/volume.h"
-#include "platform/devices.h"
 #include "request/sdb_opts.h"
 
 namespace model {
@@ -20,21 +18,78 @@ struct installed_database {
     std::uint64_t install_time = 0; // FILETIME ticks
     std::uint32_t database_type = 0;
     std::string database_path; // as stored
-    std::string local_path;    // where this run finds the file
     std::string description;
 };
 
-// Installed databases by a name: the lower-cased one of the registry key, or of the file.
+// Installed databases by the lower-cased name of the registry key.
 using installed_table = std::map<std::string, installed_database>;
+
+// How a file and what the registry says were brought together.
+enum class joining {
+    unknown,    // the registry knows nothing of that name
+    joined,     // one is the other
+    ambiguous,  // several keys have the file's path; the first of them counts
+    not_joined, // the registry knows its name, but not its path
+};
+
+struct registry_facts {
+    joining how = joining::unknown;
+    const installed_database* facts = nullptr; // lasts as long as the table
+};
+
+// All that are installed, and how files are found among them: by their path below the volume, letter
+// case and the kind of separators aside.
+class installed_databases {
+public:
+    // `volume` is the root of the volume that was named, from which paths of files are counted;
+    // without one they are counted from the root that they tell themselves. With `joins_by_name` a
+    // name does where it is that of one database alone, and no path agrees.
+    installed_databases() = default;
+    explicit installed_databases(installed_table by_key, std::string volume = {},
+                                 bool joins_by_name = true);
+    installed_databases(const installed_databases&) = delete;
+    installed_databases(installed_databases&&) = default;
+    installed_databases& operator=(installed_databases&&) = default;
+
+    registry_facts find(const std::string& path) const;
+
+    // By lower-cased file name, those of one name by key.
+    using name_table = std::map<std::string, std::vector<const installed_database*>>;
+    const name_table& by_name() const noexcept { return by_name_; }
+    const installed_table& by_key() const noexcept { return by_key_; }
+
+private:
+    installed_table by_key_;
+    name_table by_name_; // leads into the other table
+    std::string volume_;
+    bool joins_by_name_ = true;
+};
 
 // What a run works on, and what the registry says of it.
 struct run_targets {
     std::vector<std::string> files;
-    installed_table installed; // by file name
+    installed_databases installed;
+    bool has_volume = true; // false where the image of one proved to be none
 };
 
-// What the registry says of the file at a path; null for nothing.
-const installed_database* find_installed(const installed_table& installed, const std::string& path);
+// Something about the registry that its user should know.
+enum class registry_finding_kind {
+    hive_missing,  // that of a volume; nothing is known
+    hive_unread,   // with a reason
+    no_volume,     // the same, of the volume that should hold the hive
+    no_memory,     // for what the hive holds
+    no_key,        // the hive has no place for installed databases
+    damaged,       // some of the hive could not be read
+    changed,       // the hive did while it was read
+    not_opened,    // a path of another machine than this
+    leaves_volume, // a path that leads out of its volume, not opened either
+    names_no_file, // a path
+};
+struct registry_finding {
+    registry_finding_kind kind;
+    std::string subject; // a path
+    std::string reason = {};
+};
 
 // Enters a row of a query into the table, by key: a value of a database's key, which is the seventh
 // segment of its path. A value tells its meaning by a word in its name.
@@ -43,17 +98,12 @@ void fold_installed_row(installed_table& table, const hive::hive_value_record& r
 // The query whose rows are folded. It asks for no more of a value's data than its meaning needs.
 hive::registry_cmd_parameters installed_query();
 
-// The bytes of the run's hive: of the ordinary file, and only if that gives nothing, as that of a
-// hive that the running system keeps locked, those read off the run's volume. None if neither is to
-// be had. What is met on the volume goes to `trace`, where one is given.
-hive::hive_bytes
-load_software_hive(const request::sdb_opts& options, const ntfs::trace_text& trace = {},
-                   const platform::device_opener& open_device = platform::open_device);
-
-// Reads the installed databases from the run's hive and appends to the files those that the run
-// does not have yet, by file name. Without a hive, or one that cannot be read, nothing is done and
-// nothing is said.
-void gather_installed_databases(run_targets& targets, const request::sdb_opts& options,
-                                const ntfs::trace_text& trace = {});
+// Reads the installed databases from the run's hive, if it has one, and appends to the files those
+// that the run does not have yet, by path. A stored path is opened, and so is a file of the run,
+// below the volume that was named or where the hive is this machine's own; others are only listed,
+// where the run lists databases. Gives back what should be said.
+std::vector<registry_finding> gather_installed_databases(run_targets& targets,
+                                                         const request::sdb_opts& options,
+                                                         const ntfs::trace_text& trace = {});
 
 } // namespace model

@@ -193,17 +193,13 @@ const pe_property* find_property(const pe_list& list, std::uint16_t tag)
     return found == list.end() || found->tag != tag ? nullptr : &*found;
 }
 
-bool read_pe_stats(pe_list& list, const std::string& path)
-{
-    return read_pe_stats(list, io::open_source(path), path);
-}
-
-bool read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source, const std::string& path)
+pe_outcome read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source,
+                         const std::string& path)
 {
     pe::PE_FILE_UTIL file(std::move(source));
     list.clear();
     if (!file.valid()) {
-        return false;
+        return file.has_failed() ? pe_outcome::unreadable : pe_outcome::no_program;
     }
     add_header_properties(list, file, path);
     const io::byte_vector bytes = read_version_resource(file);
@@ -215,7 +211,11 @@ bool read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source, const
     }
     std::stable_sort(list.begin(), list.end(),
                      [](const pe_property& a, const pe_property& b) { return a.tag < b.tag; });
-    return true;
+    if (file.has_failed()) {
+        list.clear();
+        return pe_outcome::unreadable;
+    }
+    return file.has_changed() ? pe_outcome::changed : pe_outcome::gathered;
 }
 
 } // namespace model

@@ -27,10 +27,16 @@ using pe_list = std::vector<pe_property>;
 // The first property under a tag; null if there is none.
 const pe_property* find_property(const pe_list& list, std::uint16_t tag);
 
+enum class pe_outcome {
+    gathered,
+    changed, // gathered, but the file became another under the read
+    no_program,
+    unreadable, // a read failed; what was read before that is not told
+};
+
 // Gathers the properties of a file, of which only its headers, its tree of resources and its version
-// resource are read; `path` gives its name. False, and an empty list, for what is no PE file.
-bool read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source, const std::string& path);
-// The same for the file at `path`.
-bool read_pe_stats(pe_list& list, const std::string& path);
+// resource are read; `path` gives its name. The list is empty unless they were gathered.
+pe_outcome read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source,
+                         const std::string& path);
 
 } // namespace model

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cinttypes>
 #include <map>
-#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -377,13 +376,8 @@ std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64
 bool read_attribute_data(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream)
 {
     stream.clear();
-    try {
-        return row.is_resident ? read_resident(context, row, stream)
-                               : read_content(context, row, stream);
-    } catch (const std::bad_alloc&) {
-        stream = {};
-        return false;
-    }
+    return row.is_resident ? read_resident(context, row, stream)
+                           : read_content(context, row, stream);
 }
 
 } // namespace ntfs

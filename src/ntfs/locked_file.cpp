@@ -31,13 +31,17 @@ public:
     {
         const std::uint64_t left = content_.size - std::min(content_.size, offset);
         out = out.first(static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), left)));
-        return static_cast<std::size_t>(
+        const auto got = static_cast<std::size_t>(
             read_value(*volume_, content_.row, offset, out, content_.last));
+        has_failed_ |= got < out.size();
+        return got;
     }
+    bool has_failed() const noexcept override { return has_failed_; }
 
 private:
     std::unique_ptr<ntfs_volume> volume_;
     content content_;
+    bool has_failed_ = false;
 };
 
 bool take_content(mft_entries_ctx& context, const record_row& row, content& found)

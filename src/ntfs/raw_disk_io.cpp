@@ -1,7 +1,6 @@
 #include "ntfs/raw_disk_io.h"
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 namespace ntfs {
@@ -139,11 +138,8 @@ std::uint64_t RAW_DISK_IO::read_sectors(std::span<std::uint8_t> buffer, std::uin
     if (before == 0 && whole == buffer.size()) {
         return handle_->read(buffer, start);
     }
-    const std::unique_ptr<std::uint8_t[]> sectors(
-        new (std::nothrow) std::uint8_t[static_cast<std::size_t>(whole)]);
-    if (!sectors) {
-        return 0;
-    }
+    const auto sectors =
+        std::make_unique_for_overwrite<std::uint8_t[]>(static_cast<std::size_t>(whole));
     const std::uint64_t got =
         handle_->read({sectors.get(), static_cast<std::size_t>(whole)}, start);
     const std::uint64_t wanted =

@@ -35,14 +35,20 @@ std::uint64_t record_size_of(std::uint8_t stored, std::uint32_t cluster_size)
     return shift <= widest_shift ? std::uint64_t{1} << shift : largest_record + 1;
 }
 
+bool has_ntfs_mark(const ntfs_volume& volume)
+{
+    return std::equal(oem_id.begin(), oem_id.end(), volume.boot_sector.begin() + oem_place);
+}
+
 bool read_boot_sector(ntfs_volume& volume)
 {
     if (volume.reader->read(volume.boot_sector, volume.volume_offset) !=
         volume.boot_sector.size()) {
+        volume.boot_sector.fill(0);
         return false;
     }
     const uni::byte_view boot(volume.boot_sector);
-    if (!std::equal(oem_id.begin(), oem_id.end(), volume.boot_sector.begin() + oem_place)) {
+    if (!has_ntfs_mark(volume)) {
         return false;
     }
     volume.sectors_per_cluster = sectors_per_cluster(boot.u8(13));
@@ -183,14 +189,26 @@ bool place_of_cluster(const ntfs_volume& volume, std::uint64_t lcn, std::uint64_
     return lcn <= end / volume.cluster_size;
 }
 
-std::unique_ptr<ntfs_volume> mounted(std::unique_ptr<RAW_DISK_IO> reader)
+volume_state state_of(const ntfs_volume& volume)
+{
+    return !volume.reader          ? volume_state::closed
+           : has_ntfs_mark(volume) ? volume_state::no_records
+                                   : volume_state::not_ntfs;
+}
+
+std::unique_ptr<ntfs_volume> mounted(std::unique_ptr<RAW_DISK_IO> reader, volume_state& state)
 {
     auto volume = std::make_unique<ntfs_volume>();
     if (reader->is_open()) {
         volume->reader = std::move(reader);
     }
     std::uint64_t mft_offset = 0;
-    return mount_ntfs_volume(*volume, mft_offset) ? std::move(volume) : nullptr;
+    if (!mount_ntfs_volume(*volume, mft_offset)) {
+        state = state_of(*volume);
+        return nullptr;
+    }
+    state = volume_state::mounted;
+    return volume;
 }
 
 } // namespace
@@ -214,20 +232,26 @@ void trace_line(const mft_entries_ctx& context, const char* format, ...)
 }
 
 std::unique_ptr<ntfs_volume> open_ntfs_volume(std::string_view text, volume_source source,
-                                              const platform::device_opener& open_device)
+                                              const platform::device_opener& open_device,
+                                              volume_state* state)
 {
+    volume_state ignored = volume_state::closed;
+    volume_state& told = state != nullptr ? *state : ignored;
+    told = volume_state::closed;
     if (text.empty()) {
         return nullptr;
     }
     return mounted(source == volume_source::letter
                        ? std::make_unique<RAW_DISK_IO>(std::string{text.front(), ':'},
                                                        disk_mode::volume, open_device)
-                       : std::make_unique<RAW_DISK_IO>(text, disk_mode::device, open_device));
+                       : std::make_unique<RAW_DISK_IO>(text, disk_mode::device, open_device),
+                   told);
 }
 
 std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source)
 {
-    return mounted(std::make_unique<RAW_DISK_IO>(std::move(source)));
+    volume_state ignored = volume_state::closed;
+    return mounted(std::make_unique<RAW_DISK_IO>(std::move(source)), ignored);
 }
 
 bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)

@@ -94,10 +94,20 @@ enum class volume_source {
     device, // a device path, whole
 };
 
-// Opens and mounts a volume; null on failure, also for an empty text.
+// What became of a volume that was to be opened.
+enum class volume_state {
+    mounted,
+    closed,    // there is no such device, or it cannot be opened
+    not_ntfs,  // it holds something else, or nothing that can be read
+    no_records // its boot sector or the record of $MFT is damaged
+};
+
+// Opens and mounts a volume; null on failure, also for an empty text. `state`, where it is given,
+// tells what became of it.
 std::unique_ptr<ntfs_volume>
 open_ntfs_volume(std::string_view text, volume_source source,
-                 const platform::device_opener& open_device = platform::open_device);
+                 const platform::device_opener& open_device = platform::open_device,
+                 volume_state* state = nullptr);
 std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source);
 
 // Reads what must be known of a volume whose reader is set. True when it is ready, at once if it

@@ -20,6 +20,9 @@ public:
 
     bool file_valid() const noexcept { return source_ != nullptr; }
     std::uint64_t size() const noexcept { return source_ ? source_->size() : 0; }
+    // What became of the file since it was opened: see byte_source.
+    bool has_failed() const noexcept { return source_ && source_->has_failed(); }
+    bool has_changed() const { return source_ && source_->has_changed(); }
 
     // Fills `buffer`; false if it is empty or the file has fewer bytes at `offset`.
     bool read_at(std::span<std::uint8_t> buffer, std::uint64_t offset);

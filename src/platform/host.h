@@ -22,6 +22,9 @@ struct host_facts {
 
 host_facts read_host_facts();
 
+// The path of the hive "software" of the system that runs here; nothing where systems have none.
+std::optional<std::string> own_software_hive();
+
 // The machine's name alone, which costs less than all facts; "<unk>" on failure.
 std::string host_name();
 

@@ -49,6 +49,18 @@ bool make_listings(const job& work)
     return asked;
 }
 
+// The match, or else the listings, if `found` says that there is something to list.
+bool make_reports(const job& work, bool found)
+{
+    if (found && !work.options.match_mode) {
+        return make_listings(work);
+    }
+    if (!found || !report_of("match").make(work)) {
+        say_no_matches(work);
+    }
+    return true;
+}
+
 } // namespace
 
 bool make_database_report(job& work)
@@ -58,19 +70,7 @@ bool make_database_report(job& work)
     const bool found = work.options.match_mode || settle_search(wanted, work);
     model::search search(*work.database, work.options.match_mode ? work.options.search : wanted);
     work.search = &search;
-    if (work.options.match_mode) {
-        // The document stays open.
-        if (!report_of("match").make(work)) {
-            say_no_matches(work);
-        }
-        return true;
-    }
-    if (!found) {
-        // The document stays open.
-        say_no_matches(work);
-        return true;
-    }
-    const bool asked = make_listings(work);
+    const bool asked = make_reports(work, found);
     work.form.end();
     if (!asked) {
         work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");

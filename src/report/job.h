@@ -24,6 +24,7 @@ struct job {
     // The file that is told about.
     std::string path = {};
     io::file_times times = {};
+    io::byte_source* source = nullptr; // null for what is no file
 
     // What the kind of report calls for; the others are null.
     const sdb::sdb_database* database = nullptr;

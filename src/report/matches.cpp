@@ -1,4 +1,5 @@
 #include "model/match.h"
+#include "report/read_program.h"
 #include "report/record_listing.h"
 #include "report/reports.h"
 
@@ -10,8 +11,10 @@ bool list_matches(const job& work)
 {
     const request::sdb_opts& options = work.options;
     model::pe_list program;
-    if (!model::read_pe_stats(program, options.pe_path)) {
-        work.notices.say("Problem pulling PE stats from file %s\n", options.pe_path.c_str());
+    std::string reason;
+    if (read_program(program, options.pe_path, work.notices, reason) != program_state::read) {
+        work.notices.fail("Problem pulling PE stats from file %s: %s\n", options.pe_path.c_str(),
+                          reason.c_str());
         return false;
     }
     model::match_results results;
@@ -22,9 +25,10 @@ bool list_matches(const job& work)
     record_listing listing(*work.database, *work.search, work.form);
     for (const auto& [record, lists] : results) {
         for (const std::uint32_t list : lists) {
-            work.console.literal("match tagid ");
-            work.console.hex(list, 8);
-            work.console.line_end();
+            uni::text_buffer line;
+            line.literal("match tagid ");
+            line.hex(list, 8);
+            work.form.aside(work.console, line.view());
         }
         listing.print_record(record);
         work.console.line_end();

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <utility>
 
+#include "form/tag_text.h"
 #include "report/reports.h"
 #include "sdb/tags.h"
 #include "uni/paths.h"
-#include "uni/text.h"
 
 namespace report {
 
@@ -16,23 +16,16 @@ namespace {
 
 namespace tag = sdb::tag;
 
-std::string on_one_line(std::string text)
-{
-    uni::keep_on_one_line(text);
-    return text;
-}
-
-// A stored time stamp: seconds since 1970, signed.
+// A program's time stamp: seconds since 1970, unsigned.
 form::moment moment_of(const model::pe_property& property)
 {
-    const std::int64_t seconds = static_cast<std::int32_t>(property.number);
-    return {static_cast<std::uint64_t>(seconds), uni::time_kind::unix_seconds};
+    return {property.number, uni::time_kind::unix_seconds};
 }
 
 form::value value_of(const model::pe_property& property)
 {
     if (!property.text.empty()) {
-        return on_one_line(property.text);
+        return property.text;
     }
     return form::hex_number{property.number};
 }
@@ -42,10 +35,9 @@ void add_lines(form::entry& entry, const job& work)
 {
     std::map<std::string, const model::pe_property*> by_name;
     for (const model::pe_property& property : *work.program) {
-        by_name.try_emplace(on_one_line(property.name), &property);
+        by_name.try_emplace(form::marked_text(property.name, work.options), &property);
     }
-    entry.lines.push_back(
-        {.label = "Source file", .shown = on_one_line(work.path), .sets_width = false});
+    entry.lines.push_back({.label = "Source file", .shown = work.path, .sets_width = false});
     for (const auto& [name, property] : by_name) {
         form::labelled_line line{.label = name, .shown = value_of(*property)};
         if (property->tag == tag::link_date && property->text.empty()) {
@@ -58,7 +50,8 @@ void add_lines(form::entry& entry, const job& work)
     entry.pads_values = true;
 }
 
-// What a column of the delimited form shows of the property under its tag.
+// What a column of the delimited form shows of the property under its tag. Numbers are decimal,
+// whatever the base of the run.
 enum class cell { file_name, date, time, number, text, folder };
 
 struct program_column {
@@ -70,22 +63,22 @@ struct program_column {
 
 constexpr program_column columns[] = {
     {"source file", 42, cell::file_name},
-    {"compile date", 12, cell::date, tag::pe_checksum},
-    {"time-UTC", 12, cell::time, tag::pe_checksum},
-    {"compile rawdate", 18, cell::number, tag::pe_checksum},
+    {"compile date", 12, cell::date, tag::link_date},
+    {"time-UTC", 12, cell::time, tag::link_date},
+    {"compile rawdate", 18, cell::number, tag::link_date},
     {"company name", 15, cell::text, tag::company_name},
     {"description", 8, cell::text, tag::file_description},
     {"file os", 18, cell::text, tag::verfileos},
-    {"file size", 18, cell::text, tag::size},
+    {"file size", 18, cell::number, tag::size},
     {"file type", 6, cell::text, tag::verfiletype},
     {"file version", 15, cell::text, tag::bin_file_version},
     {"internal name", 8, cell::text, tag::internal_name},
     {"copyright", 40, cell::text, tag::legal_copyright},
-    {"linker ver", 18, cell::text, tag::linker_version},
-    {"os major ver", 18, cell::text, tag::prevosmajorver},
-    {"os minor ver", 18, cell::text, tag::prevosminorver},
+    {"linker ver", 18, cell::number, tag::linker_version},
+    {"os major ver", 18, cell::number, tag::prevosmajorver},
+    {"os minor ver", 18, cell::number, tag::prevosminorver},
     {"orig filename", 12, cell::text, tag::original_filename},
-    {"PE checksum", 18, cell::text, tag::pe_checksum},
+    {"PE checksum", 18, cell::number, tag::pe_checksum},
     {"product name", 20, cell::text, tag::product_name},
     {"product ver", 15, cell::text, tag::product_version},
     {"path of file", 0, cell::folder},

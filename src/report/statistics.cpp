@@ -36,6 +36,7 @@ public:
         add_lines();
         add_columns();
         add_events();
+        add_file();
         return std::move(entry_);
     }
 
@@ -79,17 +80,11 @@ private:
         }
     }
 
-    static std::string on_one_line(std::string path)
-    {
-        uni::keep_on_one_line(path); // the registry may hold any text
-        return path;
-    }
-
     void add_lines()
     {
-        line("Database Path/File", on_one_line(work_.path));
+        line("Database Path/File", work_.path);
         if (!uni::equal_ignoring_case(registry_path(), work_.path)) {
-            line_if_any("Reg DB Path/File", on_one_line(registry_path()));
+            line_if_any("Reg DB Path/File", registry_path());
         }
         line_if_any("Database MD5", facts_.digest_md5);
         line_if_any("Database SHA1", facts_.digest_sha1);
@@ -250,6 +245,23 @@ private:
         item.notes = "Compiler Ver: " + facts_.compiler_version +
                      "; Platform: " + form::value_text(platform(), style_);
         item.extra = all_counts();
+    }
+
+    void add_file()
+    {
+        form::file_facts& file = entry_.file.emplace();
+        file.path = work_.path;
+        file.size = work_.source ? work_.source->size() : work_.database->image().size();
+        file.access = work_.times.access;
+        file.write = work_.times.write;
+        file.creation = work_.times.creation;
+        file.events = {{facts_.time.value_or(0), "database"}, {install_time(), "installed"}};
+        // The image is the whole file, unless that was inflated or is too long.
+        const bool is_whole =
+            !work_.database->was_compressed() && !work_.database->extent().is_file_longer;
+        file.digest_md5 = [source = work_.source, is_whole, digest = facts_.digest_md5] {
+            return is_whole || source == nullptr ? digest : model::file_digest_md5(*source);
+        };
     }
 
     const job& work_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,13 +22,6 @@ struct filter_entry {
     bool match_all = false;              // the item was "*"
     bool star_front = false;             // `pattern` had a star at its start
     bool star_back = false;              // `pattern` had a star at its end
-};
-
-// One end of the window of -cmd_start_time and -cmd_stop_time.
-struct window_end {
-    bool set = false;
-    std::uint64_t filetime = 0;  // FILETIME ticks
-    std::uint32_t unix_time = 0; // seconds since 1970
 };
 
 // What all tools of the family share: form of the output, date and time style, separators, filters,
@@ -67,8 +61,8 @@ struct cmd_params {
     bool enumdir = false;
     std::string enumdir_path;
     std::uint32_t num_subdirs = 0;
-    window_end time_window_start;
-    window_end time_window_stop;
+    std::optional<std::uint64_t> time_window_start; // FILETIME ticks
+    std::optional<std::uint64_t> time_window_stop;  // the same
 
     // Whether the targets come from a list.
     bool is_list_form() const noexcept { return pipe || enumdir; }

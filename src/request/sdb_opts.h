@@ -42,6 +42,7 @@ struct sdb_opts : cmd_params {
     std::string volume_text; // root of the volume, such as "c:" or a snapshot's device path
     bool searches_default_places = false; // the folders in which a volume keeps its databases
     bool hive_given = false;
+    bool hive_named = false; // by -reg, and not by the volume
     std::string software_hive_path;
 
     bool wants(std::string_view listing) const

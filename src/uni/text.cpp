@@ -1,7 +1,6 @@
 #include "uni/text.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "uni/numbers.h"
 
@@ -91,13 +90,31 @@ std::string xml_escape(std::string_view text)
     std::string out;
     out.reserve(text.size());
     for (const char c : text) {
-        if (c == '<') {
+        switch (c) {
+        case '<':
             out += "&lt;";
-        } else if (c == '>') {
+            break;
+        case '>':
             out += "&gt;";
-        } else if (c == '&') {
+            break;
+        case '&':
             out += "&amp;";
-        } else if ((c >= 0x20 && c <= 0x7e) || c == '\r' || c == '\n') {
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string xml_escape_to_ascii(std::string_view text)
+{
+    std::string out;
+    for (const char c : xml_escape(text)) {
+        if ((c >= 0x20 && c <= 0x7e) || c == '\r' || c == '\n') {
             out += c;
         } else {
             char escape[3] = {'%'};
@@ -106,31 +123,6 @@ std::string xml_escape(std::string_view text)
         }
     }
     return out;
-}
-
-void keep_on_one_line(std::string& text)
-{
-    if (text.find_first_of("\r\n") == std::string::npos) {
-        return;
-    }
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char next = i + 1 < text.size() ? text[i + 1] : '\0';
-        if (text[i] == '\r' && next == '\n') {
-            out += "[CRLF]";
-            ++i;
-        } else if (text[i] == '\r') {
-            out += "[CR]";
-        } else if (text[i] != '\n') {
-            out += text[i];
-        } else if (next == '\r' && i > 0) { // an LF that opens the text stands alone
-            out += "[LFCR]";
-            ++i;
-        } else {
-            out += "[LF]";
-        }
-    }
-    text = std::move(out);
 }
 
 } // namespace uni

@@ -45,13 +45,10 @@ std::string replace_all(std::string_view text, std::string_view from, std::strin
 // trimmed first, so that items of blanks alone are dropped too.
 std::vector<std::string> split(std::string_view text, char separator, bool trim_items);
 
-// The text as XML character data: "<", ">" and "&" as entities, CR and LF as they are, every other
-// byte outside 0x20..0x7e as "%" and two lower-case hexadecimal digits. The result is plain ASCII.
+// The text as an XML attribute can hold it: "<", ">", "&" and the double quote as entities.
 std::string xml_escape(std::string_view text);
-
-// Makes line ends visible, in place, so that a field cannot break its row: CR LF becomes "[CRLF]",
-// LF CR "[LFCR]", and what is left of either "[LF]" or "[CR]". An LF that opens the text is always
-// "[LF]", whatever follows it.
-void keep_on_one_line(std::string& text);
+// The same, and CR and LF as they are, every other byte outside 0x20..0x7e as "%" and two lower-case
+// hexadecimal digits. The result is plain ASCII.
+std::string xml_escape_to_ascii(std::string_view text);
 
 } // namespace uni

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "io/byte_source.h"
 
 // What all builders of files write with: numbers are little-endian, `width` bytes each.
 namespace test_support {
@@ -20,6 +24,18 @@ inline void put(bytes& out, std::uint64_t at, std::uint64_t number, unsigned wid
     }
     for (unsigned i = 0; i < width; ++i) {
         out[static_cast<std::size_t>(at) + i] = static_cast<std::uint8_t>(number >> (8 * i));
+    }
+}
+
+// The same for many numbers at once.
+struct field {
+    std::uint64_t at, number;
+    unsigned width;
+};
+inline void put(bytes& out, std::initializer_list<field> fields)
+{
+    for (const field& each : fields) {
+        put(out, each.at, each.number, each.width);
     }
 }
 
@@ -54,6 +70,12 @@ void put(bytes& out, std::uint64_t at, const auto& values)
     append(piece, values);
     out.resize(std::max(out.size(), static_cast<std::size_t>(at) + piece.size()));
     std::copy(piece.begin(), piece.end(), out.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+// Bytes as formats take them.
+inline std::unique_ptr<io::byte_source> source_of(std::span<const std::uint8_t> values)
+{
+    return std::make_unique<io::memory_source>(io::byte_vector(values.begin(), values.end()));
 }
 
 inline void align(bytes& out, std::size_t to)

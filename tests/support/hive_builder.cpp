@@ -179,7 +179,8 @@ std::uint32_t hive_builder::add_plain_list(std::string_view mark, const hive_key
     return add_cell(list);
 }
 
-std::uint32_t hive_builder::add_list(const hive_key& key, const std::vector<std::uint32_t>& cells)
+std::uint32_t hive_builder::add_list(const hive_key& key, const std::string& path,
+                                     const std::vector<std::uint32_t>& cells)
 {
     static constexpr auto marks = std::to_array<std::string_view>({"lf", "lh", "li", "lh", "li"});
     constexpr std::size_t part_size = 2;
@@ -191,7 +192,9 @@ std::uint32_t hive_builder::add_list(const hive_key& key, const std::vector<std:
     std::uint16_t count = 0;
     for (std::size_t at = 0; at < cells.size(); at += part_size, ++count) {
         const auto part = std::span(cells).subspan(at, std::min(part_size, cells.size() - at));
-        append(parts, reference(add_plain_list(mark, key, at, {part.begin(), part.end()})), 4);
+        const std::uint32_t cell = add_plain_list(mark, key, at, {part.begin(), part.end()});
+        cells_["part" + std::to_string(count) + ":" + path] = cell;
+        append(parts, reference(cell), 4);
     }
     bytes list;
     append(list, "ri");
@@ -228,7 +231,7 @@ std::uint32_t hive_builder::add_key(const hive_key& key, const std::string& path
     }
     if (!subkeys.empty()) {
         put(image_, cell + 24, subkeys.size(), 4);
-        const std::uint32_t list = cells_["list:" + path] = add_list(key, subkeys);
+        const std::uint32_t list = cells_["list:" + path] = add_list(key, path, subkeys);
         put(image_, cell + 32, reference(list), 4);
     }
     return cell;

@@ -63,8 +63,9 @@ public:
     // `name` is the one of the base block.
     bytes build(const hive_key& root, std::string_view name = "SOFTWARE");
 
-    // The offset in the image of a key's cell ("nk"), of its list of subkeys ("list") or values
-    // ("values"), and of a value's cell ("vk") or data ("data"), whose path ends with its name.
+    // The offset in the image of a key's cell ("nk"), of its list of subkeys ("list"), the parts of
+    // that ("part0" and so on) or of values ("values"), and of a value's cell ("vk") or data ("data"),
+    // whose path ends with its name.
     std::uint32_t cell(std::string_view kind, std::string_view path) const;
 
     // What a reference to the cell at an offset is.
@@ -79,7 +80,8 @@ private:
     std::uint32_t add_key(const hive_key& key, const std::string& path, std::uint32_t parent);
     std::uint32_t add_value(const hive_value& value, const std::string& path);
     std::uint32_t add_data(const bytes& data);
-    std::uint32_t add_list(const hive_key& key, const std::vector<std::uint32_t>& cells);
+    std::uint32_t add_list(const hive_key& key, const std::string& path,
+                           const std::vector<std::uint32_t>& cells);
     std::uint32_t add_plain_list(std::string_view mark, const hive_key& key, std::size_t first,
                                  const std::vector<std::uint32_t>& cells);
 

@@ -1,5 +1,7 @@
 #include "support/memory_device.h"
 
+#include <new>
+
 namespace test_support {
 
 namespace {
@@ -32,6 +34,9 @@ public:
 
     std::size_t read(std::span<std::uint8_t> out, std::int64_t offset) override
     {
+        if (disk_.reads.size() == disk_.reads_that_fit) {
+            throw std::bad_alloc();
+        }
         disk_.reads.emplace_back(offset, out.size());
         const auto end = offset + static_cast<std::int64_t>(out.size());
         if (offset >= static_cast<std::int64_t>(disk_.bytes.size()) ||

@@ -9,17 +9,25 @@ namespace {
 constexpr std::size_t record_size = 1024;
 constexpr std::size_t index_block_size = 4096;
 
+// Of the first file that a record was used for.
+constexpr std::uint64_t reference_to(std::uint64_t entry)
+{
+    return entry | std::uint64_t{1} << 48;
+}
+
 // What resident and other attributes begin with; the name stands at `name_place`.
 bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name,
                      std::uint64_t name_place, std::uint16_t id)
 {
     bytes out;
-    put(out, 0, type, 4);
-    put(out, 8, resident ? 0 : 1, 1);
-    put(out, 9, name.size(), 1);
-    put(out, 10, name_place, 2);
-    put(out, 14, id, 2);
-    put(out, name_place, name);
+    put(out, {{0, type, 4},
+              {8, resident ? 0u : 1u, 1},
+              {9, name.size(), 1},
+              {10, name_place, 2},
+              {14, id, 2}});
+    out.resize(name_place);
+    append(out, name);
+    align(out, 8);
     return out;
 }
 
@@ -31,17 +39,10 @@ bytes index_node(const std::vector<std::uint64_t>& children, std::uint64_t first
     bytes out;
     std::uint64_t at = first_entry;
     for (const std::uint64_t child : children) {
-        put(out, at, child | std::uint64_t{1} << 48, 8);
-        put(out, at + 8, entry_size, 2);
-        put(out, at + 10, key_size, 2);
-        put(out, at + entry_size - 1, 0, 1);
+        put(out, {{at, reference_to(child), 8}, {at + 8, entry_size, 2}, {at + 10, key_size, 2}});
         at += entry_size;
     }
-    put(out, at + 8, 16, 2);
-    put(out, at + 12, 2, 4);
-    at += 16;
-    put(out, 0, first_entry, 4);
-    put(out, 4, at, 4);
+    put(out, {{at + 8, 16, 2}, {at + 12, 2, 4}, {0, first_entry, 4}, {4, at + 16, 4}});
     return out;
 }
 
@@ -51,8 +52,7 @@ void protect(bytes& record, std::uint16_t check)
 {
     const std::size_t updates = record.size() / 512 + 1;
     const std::size_t place = record[4];
-    put(record, 6, updates, 2);
-    put(record, place, check, 2);
+    put(record, {{6, updates, 2}, {place, check, 2}});
     for (std::size_t i = 1; i < updates; ++i) {
         put(record, place + i * 2, record[i * 512 - 2] | record[i * 512 - 1] << 8, 2);
         put(record, i * 512 - 2, check, 2);
@@ -63,11 +63,8 @@ bytes resident_attribute(std::uint32_t type, const bytes& value, std::u16string_
                          std::uint16_t id)
 {
     bytes out = attribute_head(type, true, name, 24, id);
-    out.resize(24 + name.size() * 2);
-    align(out, 8);
-    put(out, 16, value.size(), 4);
-    put(out, 20, out.size(), 2);
-    put(out, out.size(), value);
+    put(out, {{16, value.size(), 4}, {20, out.size(), 2}});
+    append(out, value);
     align(out, 8);
     put(out, 4, out.size(), 4);
     return out;
@@ -77,16 +74,14 @@ bytes non_resident_attribute(std::uint32_t type, const non_resident& value,
                              std::u16string_view name, std::uint16_t id)
 {
     bytes out = attribute_head(type, false, name, 72, id);
-    out.resize(72 + name.size() * 2);
-    align(out, 8);
-    put(out, 12, value.flags, 2);
-    put(out, 16, value.first_vcn, 8);
-    put(out, 32, out.size(), 2);
-    put(out, 40, value.real_size, 8);
-    put(out, 48, value.real_size, 8);
-    put(out, 56, std::min(value.initialized_size, value.real_size), 8);
-    put(out, 64, value.compressed_size, 8);
-    put(out, out.size(), value.runs);
+    put(out, {{12, value.flags, 2},
+              {16, value.first_vcn, 8},
+              {32, out.size(), 2},
+              {40, value.real_size, 8},
+              {48, value.real_size, 8},
+              {56, std::min(value.initialized_size, value.real_size), 8},
+              {64, value.compressed_size, 8}});
+    append(out, value.runs);
     align(out, 8);
     put(out, 4, out.size(), 4);
     return out;
@@ -96,19 +91,16 @@ bytes file_name(std::uint64_t parent, std::u16string_view name, std::uint8_t nam
                 std::uint16_t id)
 {
     bytes value;
-    put(value, 0, parent | std::uint64_t{1} << 48, 8);
-    put(value, 64, name.size(), 1);
-    put(value, 65, name_space, 1);
-    put(value, 66, name);
+    put(value, {{0, reference_to(parent), 8}, {64, name.size(), 1}, {65, name_space, 1}});
+    append(value, name);
     return resident_attribute(0x30, value, {}, id);
 }
 
 bytes index_root(const std::vector<std::uint64_t>& children, std::uint16_t id)
 {
     bytes value;
-    put(value, 0, 0x30, 4);
-    put(value, 8, index_block_size, 4);
-    put(value, 16, index_node(children, 16));
+    put(value, {{0, 0x30, 4}, {8, index_block_size, 8}});
+    append(value, index_node(children, 16));
     return resident_attribute(0x90, value, u"$I30", id);
 }
 
@@ -127,10 +119,10 @@ bytes attribute_list(const std::vector<list_item>& items)
     bytes out;
     for (const list_item& item : items) {
         const std::size_t at = out.size();
-        put(out, at, item.type, 4);
-        put(out, at + 4, 32, 2);
-        put(out, at + 16, item.record, 8);
-        put(out, at + 24, item.id, 8);
+        put(out, {{at, item.type, 4},
+                  {at + 4, 32, 2},
+                  {at + 16, item.record, 8},
+                  {at + 24, item.id, 8}});
     }
     return out;
 }
@@ -138,12 +130,12 @@ bytes attribute_list(const std::vector<list_item>& items)
 ntfs_builder::ntfs_builder()
 {
     put(boot_, 3, "NTFS    ");
-    put(boot_, 11, 512, 2);
-    put(boot_, 13, ntfs_cluster / 512, 1);
-    put(boot_, 40, 1024, 8);
-    put(boot_, 48, ntfs_mft_cluster, 8);
-    put(boot_, 64, 0xf6, 1);
-    put(boot_, 510, 0xaa55, 2);
+    put(boot_, {{11, 512, 2},
+                {13, ntfs_cluster / 512, 1},
+                {40, 1024, 8},
+                {48, ntfs_mft_cluster, 8},
+                {64, 0xf6, 1},
+                {510, 0xaa55, 2}});
     // Record 0: 96 clusters from 4 on.
     record(0, {non_resident_attribute(
                   0x80, {{0x11, ntfs_records, ntfs_mft_cluster, 0}, ntfs_records * record_size})});
@@ -154,17 +146,17 @@ void ntfs_builder::record(std::uint64_t entry, const std::vector<bytes>& attribu
 {
     bytes out;
     put(out, 0, "FILE0");
-    put(out, 16, 1, 2);
-    put(out, 20, 56, 2);
-    put(out, 22, flags, 2);
-    put(out, 28, record_size, 4);
-    put(out, 32, base == 0 ? 0 : base | std::uint64_t{1} << 48, 8);
-    put(out, 44, entry, 4);
+    put(out, {{16, 1, 2},
+              {20, 56, 2},
+              {22, flags, 2},
+              {28, record_size, 4},
+              {32, base == 0 ? 0 : reference_to(base), 8},
+              {44, entry, 4}});
     out.resize(56);
     for (const bytes& attribute : attributes) {
-        put(out, out.size(), attribute);
+        append(out, attribute);
     }
-    put(out, out.size(), 0xffffffff, 4);
+    append(out, 0xffffffff, 4);
     put(out, 24, out.size(), 4);
     out.resize(record_size);
     protect(out);

@@ -62,31 +62,29 @@ bytes block_of(std::u16string_view key, std::size_t value_length, unsigned type,
 
 bytes pe_plan::build() const
 {
+    const std::size_t header = pe_offset + 24;
     bytes out;
     put(out, 0, "MZ");
-    put(out, 60, pe_offset, 4);
     put(out, pe_offset, "PE");
-    put(out, pe_offset + 6, sections.size(), 2);
-    put(out, pe_offset + 8, time_stamp, 4);
-    put(out, pe_offset + 20, optional_size, 2);
-    const std::size_t header = pe_offset + 24;
-    put(out, header, is_64 ? 0x20b : 0x10b, 2);
-    put(out, header + 16, entry_rva, 4);
-    put(out, header + (is_64 ? 24 : 28), image_base, is_64 ? 8 : 4);
-    for (std::size_t i = 0; i < 2; ++i) {
-        put(out, header + 40 + i * 2, os_version[i], 2);
-        put(out, header + 44 + i * 2, image_version[i], 2);
-    }
-    put(out, header + 64, checksum, 4);
+    put(out, {{60, pe_offset, 4},
+              {pe_offset + 6u, sections.size(), 2},
+              {pe_offset + 8u, time_stamp, 4},
+              {pe_offset + 20u, optional_size, 2},
+              {header, is_64 ? 0x20bu : 0x10bu, 2},
+              {header + 16, entry_rva, 4},
+              {header + (is_64 ? 24 : 28), image_base, is_64 ? 8u : 4u},
+              {header + 40, os_version[0], 2},
+              {header + 42, os_version[1], 2},
+              {header + 44, image_version[0], 2},
+              {header + 46, image_version[1], 2},
+              {header + 64, checksum, 4}});
     std::size_t row = header + (is_64 ? 240 : 224);
     for (const pe_section_plan& section : sections) {
         put(out, row, std::string_view(section.name));
-        std::size_t at = row + 8;
-        for (const std::uint32_t word : {section.virtual_size, section.virtual_address,
-                                         section.raw_size, section.raw_offset}) {
-            put(out, at, word, 4);
-            at += 4;
-        }
+        put(out, {{row + 8, section.virtual_size, 4},
+                  {row + 12, section.virtual_address, 4},
+                  {row + 16, section.raw_size, 4},
+                  {row + 20, section.raw_offset, 4}});
         if (!section.contents.empty()) {
             put(out, section.raw_offset, section.contents);
         }

@@ -18,31 +18,56 @@ private:
     void take(std::string_view message) override { text += message; }
 };
 
-made_report make(const request::sdb_opts& options, const about& subject,
-                 const std::function<bool(report::job&)>& maker)
+using report_maker = std::function<bool(report::job&)>;
+
+made_report make_into(uni::text_buffer& out, const request::sdb_opts& options, const about& subject,
+                      const report_maker& maker)
 {
-    uni::text_buffer text;
     uni::text_buffer console;
     gathered_notices notices;
-    const auto form = form::form_of(options.form).make(text, options, subject.state);
+    const auto form = form::form_of(options.form).make(out, options, subject.state);
     report::job work{options, *form, console, notices};
     work.path = subject.path;
     work.times = subject.times;
     work.installed = subject.installed;
     made_report made;
     made.asked = maker(work);
-    made.text = text.view();
     made.console = console.view();
     made.notices = notices.text;
     made.state = form->state();
     return made;
 }
 
+made_report make(const request::sdb_opts& options, const about& subject, const report_maker& maker)
+{
+    uni::text_buffer text;
+    made_report made = make_into(text, options, subject, maker);
+    made.text = text.view();
+    return made;
+}
+
+report_maker maker_of_listings(const sdb::sdb_database& database)
+{
+    return [&database](report::job& work) {
+        work.database = &database;
+        return report::make_database_report(work);
+    };
+}
+
+report_maker maker_of_statistics(const sdb::sdb_database& database)
+{
+    return [&database](report::job& work) {
+        work.database = &database;
+        return report::report_of("stats").make(work);
+    };
+}
+
 } // namespace
 
 loaded_database::loaded_database(const bytes& image)
 {
-    if (!database.load_image(io::byte_vector(image.begin(), image.end()))) {
+    if (database.load_image(io::byte_vector(image.begin(), image.end())) !=
+        sdb::load_result::loaded) {
         throw std::logic_error("the image is no database");
     }
 }
@@ -56,13 +81,28 @@ request::sdb_opts listing_options(std::initializer_list<std::string_view> listin
     return options;
 }
 
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form)
+{
+    request::sdb_opts options = listing_options({"tag"}, form);
+    options.tag_filter = tag;
+    return options;
+}
+
+request::sdb_opts row_options(std::string_view form, std::string_view timeformat)
+{
+    request::sdb_opts options;
+    options.form = form;
+    options.csv_separator = options.field_char_from = ',';
+    options.field_char_to = ' ';
+    options.timeformat = timeformat;
+    uni::compile_date_style(options.date_style, options.dateformat, timeformat, false);
+    return options;
+}
+
 made_report database_report(const sdb::sdb_database& database, const request::sdb_opts& options,
                             const about& subject)
 {
-    return make(options, subject, [&](report::job& work) {
-        work.database = &database;
-        return report::make_database_report(work);
-    });
+    return make(options, subject, maker_of_listings(database));
 }
 
 made_report database_report(const bytes& image, const request::sdb_opts& options,
@@ -74,11 +114,14 @@ made_report database_report(const bytes& image, const request::sdb_opts& options
 made_report statistics_report(const bytes& image, const request::sdb_opts& options,
                               const about& subject)
 {
-    const loaded_database loaded(image);
-    return make(options, subject, [&](report::job& work) {
-        work.database = &loaded.database;
-        return report::report_of("stats").make(work);
-    });
+    return make(options, subject, maker_of_statistics(loaded_database(image).database));
+}
+
+void write_report(uni::text_buffer& out, const sdb::sdb_database& database,
+                  const request::sdb_opts& options)
+{
+    make_into(out, options, {},
+              options.stats ? maker_of_statistics(database) : maker_of_listings(database));
 }
 
 made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,

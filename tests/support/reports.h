@@ -31,6 +31,11 @@ struct made_report {
 // Options that ask for these listings in a form.
 request::sdb_opts listing_options(std::initializer_list<std::string_view> listings,
                                   std::string_view form = "xml");
+// The same for the records with one tag.
+request::sdb_opts tag_options(std::uint16_t tag, std::string_view form = "xml");
+
+// Options of a form as they are once the command line was read, with a comma between fields.
+request::sdb_opts row_options(std::string_view form, std::string_view timeformat = "hh:mm:ss.xxx");
 
 // What a report is about, beside the database.
 struct about {
@@ -48,6 +53,9 @@ made_report database_report(const bytes& image, const request::sdb_opts& options
 // The statistics of a database.
 made_report statistics_report(const bytes& image, const request::sdb_opts& options,
                               const about& subject = {});
+// The statistics or the listings, whichever the options ask for, as they go out.
+void write_report(uni::text_buffer& out, const sdb::sdb_database& database,
+                  const request::sdb_opts& options);
 // What a program says of itself.
 made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,
                            const about& subject = {});

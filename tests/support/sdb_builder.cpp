@@ -8,6 +8,8 @@
 #include <locale>
 #include <stdexcept>
 
+#include "sdb/tags.h"
+
 namespace test_support {
 namespace {
 
@@ -34,19 +36,10 @@ std::uint32_t size32(std::size_t size)
     return static_cast<std::uint32_t>(size);
 }
 
-bytes terminated_units(std::u16string_view units)
+bytes terminated(bytes units)
 {
-    bytes out;
-    append(out, units);
-    append(out, 0, 2);
-    return out;
-}
-
-bytes terminated(std::string_view utf8)
-{
-    bytes out = utf16_bytes(utf8);
-    append(out, 0, 2);
-    return out;
+    append(units, 0, 2);
+    return units;
 }
 
 void require_type(std::uint16_t tag, std::uint16_t wanted)
@@ -180,13 +173,6 @@ bytes compress(std::span<const std::uint8_t> image, int level)
 
 // ---- tags ----------------------------------------------------------------------------------
 
-sdb_builder& sdb_builder::version(std::uint32_t major, std::uint32_t minor)
-{
-    major_ = major;
-    minor_ = minor;
-    return *this;
-}
-
 node sdb_builder::begin_leaf(std::uint16_t tag)
 {
     const node leaf = raw({});
@@ -201,17 +187,44 @@ node sdb_builder::end_leaf(node leaf)
     return leaf;
 }
 
-node sdb_builder::number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width)
+node sdb_builder::leaf_of(std::uint16_t tag, std::uint64_t value, unsigned width)
 {
-    require_type(tag, type);
     const node leaf = begin_leaf(tag);
     append(arena_, value, width);
     return end_leaf(leaf);
 }
 
+node sdb_builder::number(std::uint16_t tag, std::uint64_t value, unsigned width)
+{
+    require_type(tag, width == 0   ? type::null_
+                      : width == 1 ? type::byte_
+                      : width == 2 ? type::word
+                      : width == 4 ? type::dword
+                                   : type::qword);
+    return leaf_of(tag, value, width);
+}
+
+node sdb_builder::string_ref(std::uint16_t tag, std::uint32_t reference)
+{
+    require_type(tag, type::stringref);
+    return leaf_of(tag, reference, 4);
+}
+
+node sdb_builder::text(std::uint16_t tag, std::string_view utf8)
+{
+    return string_ref(tag, table_text(utf8));
+}
+
 node sdb_builder::text_units(std::uint16_t tag, std::u16string_view units)
 {
-    return string_ref(tag, add_to_table(terminated_units(units)));
+    bytes stored;
+    append(stored, units);
+    return string_ref(tag, add_to_table(terminated(stored)));
+}
+
+node sdb_builder::patch_bits(const std::vector<patch_op>& operations)
+{
+    return binary(tag::patch_bits, patch_bytes(operations));
 }
 
 node sdb_builder::list(std::uint16_t tag, const std::vector<node>& children)
@@ -235,7 +248,7 @@ node sdb_builder::list_with_size(std::uint16_t tag, std::uint32_t size,
 node sdb_builder::string(std::uint16_t tag, std::string_view utf8)
 {
     require_type(tag, type::string);
-    const bytes units = terminated(utf8);
+    const bytes units = terminated(utf16_bytes(utf8));
     return with_size(tag, size32(units.size()), units);
 }
 
@@ -298,47 +311,11 @@ node sdb_builder::with_size(std::uint16_t tag, std::uint32_t size, const bytes& 
 
 // ---- roots and string table ----------------------------------------------------------------
 
-sdb_builder& sdb_builder::add(const std::vector<node>& tags)
-{
-    database_.insert(database_.end(), tags.begin(), tags.end());
-    return *this;
-}
-
-sdb_builder& sdb_builder::lead(node tag)
-{
-    lead_.push_back(tag);
-    return *this;
-}
-
-sdb_builder& sdb_builder::trail(node tag)
-{
-    trail_.push_back(tag);
-    return *this;
-}
-
 sdb_builder& sdb_builder::index(std::uint16_t over, std::uint16_t key, std::uint32_t flags,
                                 const std::vector<index_entry>& entries)
 {
     indexes_.push_back(list(tag::index, {word(tag::index_tag, over), word(tag::index_key, key),
                                          dword(tag::index_flags, flags), index_bits(entries)}));
-    return *this;
-}
-
-sdb_builder& sdb_builder::without_database()
-{
-    has_database_ = false;
-    return *this;
-}
-
-sdb_builder& sdb_builder::without_string_table()
-{
-    has_string_table_ = false;
-    return *this;
-}
-
-sdb_builder& sdb_builder::string_table_size(std::uint32_t size)
-{
-    forged_table_size_ = size;
     return *this;
 }
 
@@ -356,7 +333,8 @@ std::uint32_t sdb_builder::table_text(std::string_view utf8)
     const auto found = table_references_.find(utf8);
     return found != table_references_.end()
                ? found->second
-               : table_references_.emplace(utf8, add_to_table(terminated(utf8))).first->second;
+               : table_references_.emplace(utf8, add_to_table(terminated(utf16_bytes(utf8))))
+                     .first->second;
 }
 
 std::uint32_t sdb_builder::table_bytes(const bytes& data)

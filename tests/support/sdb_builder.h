@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -10,7 +11,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "sdb/tags.h"
 #include "support/byte_writer.h"
 
 // Shim database images for tests, laid out as a tree that reads like the file it makes:
@@ -28,22 +28,17 @@
 //     const auto image = b.build();
 //     const std::uint32_t where = b.offset_of("fix");
 //
-// The image, in file order:
-//
-//     12 bytes      the two version words and the magic "sdbf"
-//     0x7802        the index collection, when index() was called
-//     lead()        root tags in front of the database list
-//     0x7001        the database list with what add() gave it
-//     0x7801        the string table: each distinct text once, in the order of first use
-//     trail()       whatever comes behind
+// The image, in file order: 12 bytes of the two version words and the magic "sdbf"; the index
+// collection, if index() was called; what lead() gave; the database list with what add() gave it;
+// the string table, each distinct text once, in the order of first use; what trail() gave.
 //
 // A tag is a node, and a node stands at one place of one tree. Nodes cost a few bytes each in one
 // arena, and building is one pass, so images of many megabytes are made the same way as small ones.
 //
 // Misuse (a tag of another type than the call's, a malformed GUID or UTF-8 text, an unknown label,
-// a node that stands twice or a reference to one that stands nowhere) throws std::logic_error: it
-// is a fault of the test. Malformed images are made on purpose with raw(), list_with_size(),
-// with_size(), string_ref(), table_bytes() and string_table_size().
+// a node that stands twice or a reference to one that stands nowhere) throws std::logic_error.
+// Malformed images are made with raw(), list_with_size(), with_size(), string_ref(), table_bytes()
+// and string_table_size().
 namespace test_support {
 
 // What a node is known by before and after it stands in an image; made by sdb_builder alone.
@@ -54,9 +49,9 @@ struct node {
 // Where a reference leads: a label (which may be given later), a node, or any number at all.
 class target {
 public:
-    target(const char* label) : kind_(kind::label), label_(label) {}
-    target(std::string_view label) : kind_(kind::label), label_(label) {}
-    target(const std::string& label) : kind_(kind::label), label_(label) {}
+    target(const std::convertible_to<std::string_view> auto& label)
+        : kind_(kind::label), label_(std::string_view(label))
+    {}
     target(node tag) : kind_(kind::node), number_(tag.id) {}
     static target at(std::uint32_t offset) { return target(kind::offset, offset); }
 
@@ -124,37 +119,22 @@ bytes compress(std::span<const std::uint8_t> image, int level = 6);
 class sdb_builder {
 public:
     // The two version words of the header; 2 and 3 unless told.
-    sdb_builder& version(std::uint32_t major, std::uint32_t minor);
+    sdb_builder& version(std::uint32_t major, std::uint32_t minor)
+    {
+        return set(major_, major).set(minor_, minor);
+    }
 
     // Tags. The tag's type must be the call's.
-    node null(std::uint16_t tag) { return number(tag, sdb::type::null_, 0, 0); }
-    node byte(std::uint16_t tag, std::uint8_t value)
-    {
-        return number(tag, sdb::type::byte_, value, 1);
-    }
-    node word(std::uint16_t tag, std::uint16_t value)
-    {
-        return number(tag, sdb::type::word, value, 2);
-    }
-    node dword(std::uint16_t tag, std::uint32_t value)
-    {
-        return number(tag, sdb::type::dword, value, 4);
-    }
-    node qword(std::uint16_t tag, std::uint64_t value)
-    {
-        return number(tag, sdb::type::qword, value, 8);
-    }
+    node null(std::uint16_t tag) { return number(tag, 0, 0); }
+    node byte(std::uint16_t tag, std::uint8_t value) { return number(tag, value, 1); }
+    node word(std::uint16_t tag, std::uint16_t value) { return number(tag, value, 2); }
+    node dword(std::uint16_t tag, std::uint32_t value) { return number(tag, value, 4); }
+    node qword(std::uint16_t tag, std::uint64_t value) { return number(tag, value, 8); }
     // String reference with any number as its value.
-    node string_ref(std::uint16_t tag, std::uint32_t reference)
-    {
-        return number(tag, sdb::type::stringref, reference, 4);
-    }
+    node string_ref(std::uint16_t tag, std::uint32_t reference);
     // String reference to a text of the string table, put there when it is new, with a
     // terminating zero unit in its stored bytes.
-    node text(std::uint16_t tag, std::string_view utf8)
-    {
-        return string_ref(tag, table_text(utf8));
-    }
+    node text(std::uint16_t tag, std::string_view utf8);
     // The same for units that no UTF-8 text gives: lone surrogates, zeros in the middle.
     node text_units(std::uint16_t tag, std::u16string_view units);
     node list(std::uint16_t tag, const std::vector<node>& children);
@@ -163,10 +143,7 @@ public:
     // Binary; an odd length is followed by the pad byte.
     node binary(std::uint16_t tag, const bytes& value);
     node guid(std::uint16_t tag, std::string_view text) { return binary(tag, guid_bytes(text)); }
-    node patch_bits(const std::vector<patch_op>& operations)
-    {
-        return binary(sdb::tag::patch_bits, patch_bytes(operations));
-    }
+    node patch_bits(const std::vector<patch_op>& operations);
     node index_bits(const std::vector<index_entry>& entries);
     // Dword that holds the offset of another tag.
     node reference(std::uint16_t tag, const target& where);
@@ -182,16 +159,16 @@ public:
     node with_size(std::uint16_t tag, std::uint32_t size, const bytes& data);
 
     // The image's roots.
-    sdb_builder& add(node tag) { return add(std::vector{tag}); }
-    sdb_builder& add(const std::vector<node>& tags);
-    sdb_builder& lead(node tag);
-    sdb_builder& trail(node tag);
+    sdb_builder& add(node tag) { return add_to(database_, {tag}); }
+    sdb_builder& add(const std::vector<node>& tags) { return add_to(database_, tags); }
+    sdb_builder& lead(node tag) { return add_to(lead_, {tag}); }
+    sdb_builder& trail(node tag) { return add_to(trail_, {tag}); }
     sdb_builder& index(std::uint16_t over, std::uint16_t key, std::uint32_t flags,
                        const std::vector<index_entry>& entries);
-    sdb_builder& without_database();
-    sdb_builder& without_string_table();
+    sdb_builder& without_database() { return set(has_database_, false); }
+    sdb_builder& without_string_table() { return set(has_string_table_, false); }
     // Forges the size word of the string table.
-    sdb_builder& string_table_size(std::uint32_t size);
+    sdb_builder& string_table_size(std::uint32_t size) { return set(forged_table_size_, size); }
 
     // Puts a text in the string table, if it is new, and answers its reference value: 6 for the
     // first. Text search never sees the last string of a table, so a test that searches for the
@@ -241,9 +218,20 @@ private:
     };
     using text_map = std::unordered_map<std::string, std::uint32_t, text_hash, std::equal_to<>>;
 
+    sdb_builder& set(auto& what, const auto& value)
+    {
+        what = value;
+        return *this;
+    }
+    sdb_builder& add_to(std::vector<node>& roots, const std::vector<node>& tags)
+    {
+        roots.insert(roots.end(), tags.begin(), tags.end());
+        return *this;
+    }
     node begin_leaf(std::uint16_t tag);
     node end_leaf(node leaf);
-    node number(std::uint16_t tag, std::uint16_t type, std::uint64_t value, unsigned width);
+    node number(std::uint16_t tag, std::uint64_t value, unsigned width);
+    node leaf_of(std::uint16_t tag, std::uint64_t value, unsigned width);
     void put_target(node leaf, const target& where);
     std::uint32_t add_to_table(const bytes& units);
 

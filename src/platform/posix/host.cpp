@@ -59,6 +59,11 @@ host_facts read_host_facts()
     return facts;
 }
 
+std::optional<std::string> own_software_hive()
+{
+    return std::nullopt;
+}
+
 bool is_process_admin()
 {
     return ::geteuid() == 0;

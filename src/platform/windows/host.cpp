@@ -203,6 +203,16 @@ host_facts read_host_facts()
     return facts;
 }
 
+std::optional<std::string> own_software_hive()
+{
+    wchar_t folder[MAX_PATH];
+    const UINT length = ::GetSystemWindowsDirectoryW(folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) {
+        return std::nullopt;
+    }
+    return utf8_from_wide(std::wstring(folder, length)) + "\\System32\\config\\SOFTWARE";
+}
+
 bool is_process_admin()
 {
     const system_version version = read_system_version();

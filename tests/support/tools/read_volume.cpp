@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "io/fileio.h"
 #include "ntfs/attributes.h"
 #include "ntfs/directory.h"
 #include "ntfs/locked_file.h"
 #include "platform/arguments.h"
+#include "support/tools/write_file.h"
 #include "uni/text.h"
 
 namespace {
@@ -126,6 +126,5 @@ int main(int count, char** arguments)
         : words[1] == "raw"
             ? read_raw(volume, words[3], bytes)
             : read_content(ntfs::open_ntfs_volume(volume, source, opener), words[3], bytes);
-    io::fileio output;
-    return done && output.open_write(words[4], true, true, true) && output.append(bytes) ? 0 : 1;
+    return done && test_support::write_file(words[4], {bytes.begin(), bytes.end()}) ? 0 : 1;
 }

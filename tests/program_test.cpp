@@ -1,45 +1,67 @@
-#include "report/pe_report.h"
+// The properties of a program, and what is told of them.
+
+#include "model/pe_properties.h"
 
 #include <gtest/gtest.h>
 
 #include "sdb/tags.h"
 #include "support/pe_builder.h"
-#include "support/text_sink.h"
+#include "support/reports.h"
 
 namespace {
 
+namespace tag = sdb::tag;
 using test_support::bytes;
-using test_support::text_sink;
+using test_support::program_report;
+using test_support::row_options;
 
-report::pe_list properties(const bytes& image)
+model::pe_list properties(const bytes& image)
 {
-    report::pe_list list;
-    auto source = std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end()));
-    const bool is_program = report::read_pe_stats(list, std::move(source), "");
-    EXPECT_EQ(is_program, !list.empty());
+    model::pe_list list;
+    const model::pe_outcome outcome =
+        model::read_pe_stats(list, test_support::source_of(image), "");
+    EXPECT_EQ(outcome, list.empty() ? model::pe_outcome::no_program : model::pe_outcome::gathered);
     return list;
 }
 
-struct run {
-    run()
+// A program of which a read fails, or which changes while it is read.
+struct unsteady_source : io::memory_source {
+    using memory_source::memory_source;
+    std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) override
     {
-        uni::compile_date_style(options.date_style, "yyyy-mm-dd", "hh:mm:ss.xxx", false);
-        options.xml = false;
-        options.pe_path = "C:\\Tools\\Tool.exe";
+        return reads_left-- > 0 ? memory_source::read(out, offset) : 0;
     }
-    std::string text(const report::pe_list& list)
-    {
-        text_sink out;
-        report::print_pe_stats(out, list, options);
-        out.flush();
-        return out.gathered;
-    }
-    front::sdb_opts options;
+    bool has_failed() const noexcept override { return reads_left < 0; }
+    bool has_changed() const override { return changes; }
+
+    int reads_left = 1000;
+    bool changes = false;
 };
 
-TEST(pe_report, every_fact_is_filed_under_its_tags)
+TEST(program, a_failed_read_gives_nothing_and_a_change_is_told)
 {
-    const report::pe_list list = properties(test_support::sample_program(true));
+    const bytes image = test_support::sample_program(true);
+    const auto outcome_of = [&](int reads, bool changes) {
+        auto source =
+            std::make_unique<unsteady_source>(io::byte_vector(image.begin(), image.end()));
+        source->reads_left = reads;
+        source->changes = changes;
+        model::pe_list list;
+        const model::pe_outcome outcome = model::read_pe_stats(list, std::move(source), "");
+        EXPECT_EQ(list.empty(), outcome == model::pe_outcome::unreadable);
+        return outcome;
+    };
+    int reads = 0;
+    for (; reads < 1000 && outcome_of(reads, false) == model::pe_outcome::unreadable; ++reads) {
+    }
+    EXPECT_GT(reads, 3); // headers, sections, resources
+    EXPECT_EQ(outcome_of(reads, false), model::pe_outcome::gathered);
+    EXPECT_EQ(outcome_of(reads, true), model::pe_outcome::changed);
+}
+
+TEST(program, every_fact_is_filed_under_its_tags)
+{
+    const model::pe_list list = properties(test_support::sample_program(true));
     struct row {
         std::uint16_t tag;
         const char* name;
@@ -90,11 +112,11 @@ TEST(pe_report, every_fact_is_filed_under_its_tags)
         EXPECT_EQ(list[i].number, rows[i].number) << rows[i].tag;
         EXPECT_EQ(list[i].sub_tag, rows[i].language) << rows[i].tag;
     }
-    EXPECT_EQ(report::find_property(list, 0x6009)->name, german);
-    EXPECT_EQ(report::find_property(list, 0x4011), nullptr);
+    EXPECT_EQ(model::find_property(list, tag::company_name)->name, german);
+    EXPECT_EQ(model::find_property(list, 0x4011), nullptr);
 }
 
-TEST(pe_report, which_entries_become_properties)
+TEST(program, which_entries_become_properties)
 {
     using test_support::version_block;
     using test_support::version_text;
@@ -104,62 +126,57 @@ TEST(pe_report, which_entries_become_properties)
                        version_text(u"CompanyDescription", u"company comes first"),
                        version_text(u"Description of StringFile_Info", u"left out"),
                        version_text(u"LegalTrademarks", u"left out too")});
-    const auto list = properties(
-        test_support::pe_with_resources(test_support::lone_resource(16, resource)).build());
-    const report::pe_property* language = report::find_property(list, 0x4011);
+    test_support::resource_node root = test_support::lone_resource(16, resource);
+    const auto list = properties(test_support::pe_with_resources(root).build());
+    const model::pe_property* language = model::find_property(list, 0x4011);
     ASSERT_NE(language, nullptr);
     EXPECT_EQ(language->text, "0x0407");
     EXPECT_EQ(language->number, 0x407u);
     EXPECT_EQ(language->sub_tag, 0x407u);
-    EXPECT_NE(report::find_property(list, 0x4012), nullptr);
-    EXPECT_EQ(report::find_property(list, 0x6009)->name, "companydescription");
-    EXPECT_EQ(report::find_property(list, 0x6012), nullptr);
-    EXPECT_EQ(report::find_property(list, 0x4009)->text, "unk");
-    test_support::resource_node root = test_support::lone_resource(16, resource);
-    const bytes no_version(8);
+    EXPECT_NE(model::find_property(list, 0x4012), nullptr);
+    EXPECT_EQ(model::find_property(list, tag::company_name)->name, "companydescription");
+    EXPECT_EQ(model::find_property(list, tag::file_description), nullptr);
+    EXPECT_EQ(model::find_property(list, tag::verfileos)->text, "unk");
     root.entries.insert(root.entries.begin(),
-                        {.name = u"PACKTHEM_VERSION", .entries = {{.id = 1, .data = no_version}}});
+                        {.name = u"PACKTHEM_VERSION", .entries = {{.id = 1, .data = bytes(8)}}});
     EXPECT_EQ(properties(test_support::pe_with_resources(root).build()).size(), list.size())
         << "another resource with the word in its name";
     EXPECT_EQ(properties(test_support::pe_plan().build()).size(), 12u) << "no resources";
     EXPECT_TRUE(properties(bytes(4096)).empty());
 }
 
-TEST(pe_report, lines)
+TEST(program, lines)
 {
-    run r;
-    r.options.pe_path = "T.exe";
-    report::pe_list list = properties(test_support::pe_plan{.image_version = {0, 0}}.build());
-    EXPECT_EQ(r.text(list), "Source file      | T.exe     \n"
-                            "CompileTimestamp | 0x5f5e1000 [2020-09-13 12:26:40.000 UTC]\n"
-                            "FileSize         | 0x00001000\n"
-                            "LinkerVersion    | 0x00000000\n"
-                            "ModuleType       | Win32     \n"
-                            "OSMajorVersion   | 0x00000006\n"
-                            "OSMinorVersion   | 0x00000003\n"
-                            "PECheckSum       | 0x00012345\n");
+    request::sdb_opts options = row_options("multiline");
+    options.csv_separator = " | ";
+    model::pe_list list = properties(test_support::pe_plan{.image_version = {0, 0}}.build());
+    EXPECT_EQ(program_report(list, options, {.path = "T.exe"}).text,
+              "Source file      | T.exe     \n"
+              "CompileTimestamp | 0x5f5e1000 [2020-09-13 12:26:40.000 UTC]\n"
+              "FileSize         | 0x00001000\n"
+              "LinkerVersion    | 0x00000000\n"
+              "ModuleType       | Win32     \n"
+              "OSMajorVersion   | 0x00000006\n"
+              "OSMinorVersion   | 0x00000003\n"
+              "PECheckSum       | 0x00012345\n");
     list = {{"CompileTimestamp", "", 0xf0000000, 0x401d},
             {"FileSize", "", 0x123456789a, 0x4001},
             {"FileSize", "", 1, 0x4002},
             {"text", "two\nlines", 0, 0x6001}};
-    r.options.csv_separator = ";";
-    EXPECT_EQ(r.text(list), "Source file     ;T.exe       \n"
-                            "CompileTimestamp;0xf0000000 [  UTC]\n" // a date before 1970
-                            "FileSize        ;0x123456789a\n"
-                            "text            ;two[LF]lines\n");
-    r.options.csvl2t = true;
-    EXPECT_EQ(r.text(list), "");
+    options.csv_separator = ";";
+    EXPECT_EQ(program_report(list, options, {.path = "T.exe"}).text,
+              "Source file     ;T.exe       \n"
+              "CompileTimestamp;0xf0000000 [  UTC]\n" // a date before 1970
+              "FileSize        ;0x123456789a\n"
+              "text            ;two[LF]lines\n");
+    EXPECT_EQ(program_report(list, row_options("csvl2t")).text, "");
 }
 
-TEST(pe_report, rows)
+TEST(program, rows)
 {
-    run r;
-    r.options.csv = true;
-    front::set_csv_separator(r.options, ",");
-    const auto list = properties(test_support::sample_program(false));
-    const std::string padded = r.text(list);
+    const auto whole = properties(test_support::sample_program(false));
     EXPECT_EQ(
-        padded,
+        program_report(whole, row_options("csv"), {.path = "C:\\Tools\\Tool.exe"}).text,
         "source file                               ,compile date, time-UTC    ,compile rawdate   ,"
         "company name   ,description,file os           ,file size         ,file type,"
         "file version   ,internal name,copyright                               ,"
@@ -170,14 +187,18 @@ TEST(pe_report, rows)
         "1.2.3.65535    ,tool    ,\u00a9 Acme[CRLF]All of it                  ,"
         "                  ,                  ,                  ,Tool.exe    ,"
         "                  ,Werkzeug            ,4.5.6.7        ,C:\\Tools\n");
-    r.options.pe_path = "a,b";
-    r.options.no_whitespace = true;
-    EXPECT_EQ(r.text(properties(test_support::pe_plan{.checksum = 0}.build())),
+    request::sdb_opts options = row_options("csv");
+    options.no_whitespace = true;
+    EXPECT_EQ(program_report(properties(test_support::pe_plan{.checksum = 0}.build()), options,
+                             {.path = "a,b", .state = {.head_stands = true}})
+                  .text,
               "a b,, ,0, , , ,, , , , ,,,, ,, , ,.\n");
-    r.options.pad_separator = false;
-    r.options.print_header = true;
-    EXPECT_EQ(r.text({}).substr(0, 45), "source file,compile date,time-UTC,compile raw");
-    EXPECT_EQ(r.text({}), "a b, , , , , , , , , , , , , , , , , , ,.\n");
+    options.pad_separator = false;
+    EXPECT_EQ(program_report({}, options, {.path = "a,b"}).text,
+              "source file,compile date,time-UTC,compile rawdate,company name,description,file os,"
+              "file size,file type,file version,internal name,copyright,linker ver,os major ver,"
+              "os minor ver,orig filename,PE checksum,product name,product ver,path of file\n"
+              "a b, , , , , , , , , , , , , , , , , , ,.\n");
 }
 
 } // namespace

@@ -1,0 +1,86 @@
+#include <memory>
+
+#include "form/fields.h"
+#include "form/lines_form.h"
+
+namespace form {
+
+namespace {
+
+constexpr std::string_view separator = "|";
+constexpr std::string_view unknown = "0";
+
+std::string seconds_text(std::uint64_t filetime)
+{
+    return std::to_string(uni::time_value_from(filetime, uni::time_kind::filetime).unix_seconds);
+}
+
+// Rows of eleven fields as tools for timelines read them, and lines for what is no file of the kind:
+//
+//   md5|path|0|0|0|0|size|accessed|modified|0|born
+//
+// in seconds since 1970, 0 for what is not known. What else is known to have happened to a file has
+// rows of its own, with the moment as modified.
+class bodyfile_form : public lines_form {
+public:
+    using lines_form::lines_form;
+
+    bool row(std::span<const value> cells) override
+    {
+        write_fields(out_, cells, style_, document_.database);
+        return goes_on();
+    }
+
+    bool subject(const entry& facts) override
+    {
+        if (!facts.file) {
+            wrote_lines_ = true;
+            return lines_form::subject(facts);
+        }
+        const file_facts& file = *facts.file;
+        write_row(file.digest_md5(), file.path, file.size, file.access, file.write, file.creation);
+        for (const file_event& event : file.events) {
+            if (uni::time_value_from(event.time, uni::time_kind::filetime).valid) {
+                const std::string name = file.path + " (" + std::string(event.meaning) + ")";
+                write_row({}, name, 0, 0, event.time, 0);
+            }
+        }
+        return goes_on();
+    }
+
+    bool separate() override { return wrote_lines_ ? lines_form::separate() : goes_on(); }
+
+private:
+    void write_row(std::string_view digest, const std::string& path, std::uint64_t size,
+                   std::uint64_t access, std::uint64_t write, std::uint64_t creation)
+    {
+        out_.text(digest.empty() ? unknown : digest);
+        out_.text(separator);
+        write_field(out_, field_text(path, style_), separator);
+        out_.literal("|0|0|0|0|");
+        out_.decimal(size);
+        for (const std::string& text : {seconds_text(access), seconds_text(write),
+                                        std::string(unknown), seconds_text(creation)}) {
+            out_.text(separator);
+            out_.text(text);
+        }
+        out_.line_end();
+    }
+
+    std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
+    {
+        return std::make_unique<bodyfile_form>(out, style_, state_);
+    }
+
+    bool wrote_lines_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_bodyfile_form(uni::text_buffer& out, const request::cmd_params& style,
+                                           stream_state state)
+{
+    return std::make_unique<bodyfile_form>(out, style, state);
+}
+
+} // namespace form

@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""Lets each call to the system of a run fail in turn: a run gives its whole output, or ends with -1
+and a word.
+
+    python3 tests/faults_test.py --quilt build/release/quilt
+
+Run from the root of the repository, with the release program of Linux and faults.so beside it.
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
+
+KINDS = ("open", "close", "read", "write", "seek", "stat", "rename", "readdir", "thread", "memory")
+CUT_SHORT = ("read", "write")
+MOST = 2000  # calls of one kind that are let fail one by one
+
+
+class Faults(Runs):
+    def setUp(self):
+        super().setUp()
+        self.library = os.path.join(os.path.dirname(ARGUMENTS.quilt.words[0]), "faults.so")
+        folder = Path(self.path("in/Windows/AppPatch/deep"))
+        folder.mkdir(parents=True)
+        shutil.copy(SAMPLE, folder.parent / "sysmain.sdb")
+        (folder / "other.sdb").write_bytes(small_database(3, "Other"))
+        (folder.parent / "many.sdb").write_bytes(small_database(1200, "Many"))
+        self.before = self.inputs()
+
+    def inputs(self):
+        """All that must be as it was: names, bytes, modes, times and nodes."""
+        found = {}
+        for path in sorted(Path(self.path("in")).rglob("*")):
+            status = path.stat()
+            found[str(path)] = (path.read_bytes() if path.is_file() else None, status.st_mode,
+                                status.st_mtime_ns, status.st_ino)
+        return found
+
+    def run_with(self, options, **faults):
+        for name in ("out", "out.partial"):
+            Path(self.path(name)).unlink(missing_ok=True)
+        result = subprocess.run([*ARGUMENTS.quilt.words, *options], stdin=subprocess.DEVNULL,
+                                capture_output=True, timeout=60,
+                                env={**os.environ, "LD_PRELOAD": self.library, **faults})
+        out = Path(self.path("out"))
+        return result, masked(result.stdout) + masked(out.read_bytes() if out.exists() else b"")
+
+    def check(self, *options):
+        options = [word.replace("IN", self.path("in")).replace("OUT", self.path("out"))
+                   for word in options]
+        counts = self.path("counts")
+        good, whole = self.run_with(options, QUILT_FAULT_COUNT=counts)
+        self.assertEqual(good.returncode, 0, good.stderr)
+        numbers = dict(line.split() for line in Path(counts).read_text().splitlines())
+        for kind in KINDS:
+            count = int(numbers[kind])
+            step = max(1, count // MOST)
+            for number in range(1, count + 1, step):
+                for ending in ("", "/short") if kind in CUT_SHORT else ("",):
+                    fault = f"{kind}:{number}{ending}"
+                    result, output = self.run_with(options, QUILT_FAULT=fault)
+                    with self.subTest(options=options, fault=fault):
+                        if result.returncode == 0:
+                            self.assertEqual(output, whole)
+                        else:
+                            self.assertEqual(result.returncode, FAILED, result.stderr)
+                            if kind != "write":  # the error stream itself may be what failed
+                                self.assertNotEqual(result.stderr, b"")
+        self.assertEqual(self.inputs(), self.before)
+
+    def test_listing(self):
+        self.check("-sdb", "IN/Windows/AppPatch/sysmain.sdb", "-apps", "-quiet", "-out", "OUT")
+
+    def test_long_listing(self):
+        self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-quiet")
+
+    def test_statistics(self):
+        self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT")
+
+    def test_volume(self):
+        self.check("-listsdb", "-quiet", "-partition", "IN")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
