@@ -393,12 +393,12 @@ class WindowsPaths(Runs):
     def test_results_file(self):
         options = ["-sdb", self.sample, "-shims", "-quiet", "-out"]
         report = run(*options[:-1]).stdout.replace(b"\n", b"\r\n")
-        for old, mode in ((None, 0o644), (b"old", 0o444), (b"old", 0o600)):
+        for old, mode in ((None, 0o604), (b"old", 0o404), (b"old", 0o600)):
             if old:
                 os.chmod(self.write("out", old), mode)
             self.assertEqual(self.run_windows(*options, "out").returncode, 0)
             self.assertEqual(self.read("out"), report)
-            self.assertEqual(os.stat(self.path("out")).st_mode & 0o666, mode)
+            self.assertEqual(os.stat(self.path("out")).st_mode & 0o606, mode)
             os.unlink(self.path("out"))
         for out, code in (("NUL", 0), (r"r:\nul", 0), ("server", FAILED), (r"no\out", FAILED),
                           (r"z:\dev\full", FAILED)):
