@@ -18,7 +18,8 @@ using offsets = std::vector<std::uint32_t>;
 struct database : testing::Test, sdb_builder {
     bool load(const bytes& image)
     {
-        return db.load_image(io::byte_vector(image.begin(), image.end()));
+        return db.load_image(io::byte_vector(image.begin(), image.end())) ==
+               sdb::load_result::loaded;
     }
     void load() { ASSERT_TRUE(load(build())); }
     std::uint32_t at(node made) const { return offset_of(made); }
@@ -89,11 +90,12 @@ TEST_F(database, files_are_read_up_to_their_limit)
     add({binary(tag::file_bits, bytes(20'971'520)), null(tag::general)});
     const bytes image = build();
     io::memory_source file(io::byte_vector(image.begin(), image.end()));
-    EXPECT_TRUE(db.load(file));
+    EXPECT_EQ(db.load(file), sdb::load_result::loaded);
     EXPECT_EQ(db.image().size(), 20'971'520u);
     EXPECT_EQ(db.tag_count(), 2u);
     io::memory_source empty({});
-    EXPECT_FALSE(db.load(empty) || db.loaded());
+    EXPECT_EQ(db.load(empty), sdb::load_result::no_database);
+    EXPECT_FALSE(db.loaded());
 }
 
 using stored_tag = std::tuple<bytes, std::uint32_t, bytes>; // with its size and value
