@@ -203,17 +203,17 @@ node generator::guid(std::uint16_t tag)
 
 node generator::version(std::uint16_t tag)
 {
-    const auto major = static_cast<std::uint16_t>(dice_.between(1, 20));
-    const auto minor = static_cast<std::uint16_t>(dice_.between(0, 99));
-    const auto build = static_cast<std::uint16_t>(dice_.between(0, 9999));
-    const auto revision =
-        static_cast<std::uint16_t>(dice_.percent(20) ? 0xffff : dice_.between(0, 99));
-    return b_.qword(tag, version_quad(major, minor, build, revision));
+    const std::uint64_t major = dice_.between(1, 20);
+    const std::uint64_t minor = dice_.between(0, 99);
+    const std::uint64_t build = dice_.between(0, 9999);
+    const std::uint64_t revision = dice_.percent(20) ? 0xffff : dice_.between(0, 99);
+    return b_.qword(tag, major << 48 | minor << 32 | build << 16 | revision);
 }
 
 node generator::link_date(std::uint16_t tag)
 {
-    return b_.dword(tag, dice_.between(unix_time(1996, 1, 1), unix_time(2024, 1, 1)));
+    return b_.dword(
+        tag, dice_.between(unix_time(filetime(1996, 1, 1)), unix_time(filetime(2024, 1, 1))));
 }
 
 bytes generator::random_bytes(std::uint32_t low, std::uint32_t high)

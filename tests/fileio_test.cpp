@@ -8,14 +8,17 @@
 
 #include "io/byte_source.h"
 #include "io/stdin_stream.h"
+#include "support/byte_writer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using test_support::bytes;
+constexpr std::string_view digits = "0123456789";
 
-std::span<const std::uint8_t> bytes_of(std::string_view text)
+bytes bytes_of(std::string_view text)
 {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+    return {text.begin(), text.end()};
 }
 
 // A folder of its own for each test.
@@ -97,22 +100,21 @@ TEST_F(fileio, opening_for_writing)
 
 TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
 {
-    const std::string_view text = "0123456789";
     io::fileio on_disk, in_memory;
     io::byte_vector out = {1};
     EXPECT_FALSE(on_disk.read_at(out, 1, 0));
     EXPECT_FALSE(on_disk.open_read(path("absent")));
-    ASSERT_TRUE(on_disk.open_read(make("in", text)));
-    in_memory.open_memory(io::byte_vector(text.begin(), text.end()));
+    ASSERT_TRUE(on_disk.open_read(make("in", digits)));
+    in_memory.open_memory(io::byte_vector(digits.begin(), digits.end()));
     EXPECT_FALSE(in_memory.open_write(path("in"), true, true, true)) << "refused in memory mode";
     for (io::fileio* const file : {&on_disk, &in_memory}) {
         EXPECT_EQ(file->size(), 10);
-        for (const auto& [count, offset, read, expected] :
-             {std::tuple(std::uint64_t{4}, 3, true, "3456"),
-              {~std::uint64_t{0}, 8, true, "89"},
-              {0, 9, true, ""},
-              {0, 10, false, ""},
-              {1, -1, false, ""}}) {
+        const std::tuple<std::uint64_t, int, bool, const char*> cases[] = {{4, 3, true, "3456"},
+                                                                           {~0ull, 8, true, "89"},
+                                                                           {0, 9, true, ""},
+                                                                           {0, 10, false, ""},
+                                                                           {1, -1, false, ""}};
+        for (const auto& [count, offset, read, expected] : cases) {
             EXPECT_EQ(file->read_at(out, count, offset), read) << offset;
             EXPECT_EQ(std::string(out.begin(), out.end()), expected) << offset;
         }
@@ -122,32 +124,29 @@ TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
 
 TEST_F(fileio, sources_read_what_exists)
 {
-    const std::string_view text = "0123456789";
-    const auto file = io::open_source(make("in", text) + "/");
+    const auto file = io::open_source(make("in", digits) + "/");
     ASSERT_NE(file, nullptr);
     EXPECT_NE(file->times().write, 0u);
-    io::memory_source memory(io::byte_vector(text.begin(), text.end()));
-    for (io::byte_source* const source : {file.get(), static_cast<io::byte_source*>(&memory)}) {
+    const auto memory = test_support::source_of(bytes_of(digits));
+    for (io::byte_source* const source : {file.get(), memory.get()}) {
         EXPECT_EQ(source->size(), 10u);
         for (const auto& [offset, expected] :
              {std::pair(std::uint64_t{3}, "3456"), {8, "89"}, {10, ""}, {~std::uint64_t{0}, ""}}) {
-            std::string out = "....";
-            out.resize(
-                source->read(std::span(reinterpret_cast<std::uint8_t*>(out.data()), 4), offset));
-            EXPECT_EQ(out, expected);
+            bytes out(4);
+            out.resize(source->read(out, offset));
+            EXPECT_EQ(out, bytes_of(expected));
         }
         io::byte_vector out = {1};
         EXPECT_TRUE(io::read_source(out, *source, 4));
         EXPECT_EQ(std::string(out.begin(), out.end()), "0123");
         EXPECT_FALSE(io::read_source(out, *source, 0));
     }
-    EXPECT_EQ(io::open_source(path("absent")), nullptr);
-    EXPECT_EQ(io::open_source(""), nullptr);
+    EXPECT_FALSE(io::open_source(path("absent")) || io::open_source(""));
 }
 
 TEST_F(fileio, loading_stops_at_the_limit)
 {
-    make("in", "0123456789");
+    make("in", digits);
     io::byte_vector out;
     for (const auto& [limit, size] : {std::pair(4u, 4u), {10u, 10u}, {100u, 10u}}) {
         EXPECT_TRUE(io::load_file_bytes(out, path("in"), limit));

@@ -25,21 +25,10 @@ std::vector<hive::hive_value_record> rows_of(const bytes& image,
                                              const hive::registry_cmd_parameters& parameters)
 {
     std::vector<hive::hive_value_record> rows;
-    const bool any =
-        hive::hive_query(parameters, opened(image), [&rows](hive::hive_value_record&& row) {
-            rows.push_back(std::move(row));
-        });
+    const auto keep = [&rows](hive::hive_value_record&& row) { rows.push_back(std::move(row)); };
+    const bool any = hive::hive_query(parameters, opened(image), keep);
     EXPECT_EQ(any, !rows.empty());
     return rows;
-}
-
-std::string joined(const std::vector<std::string>& texts, std::string_view separator)
-{
-    std::string all;
-    for (const std::string& text : texts) {
-        all.append(all.empty() ? "" : separator).append(text);
-    }
-    return all;
 }
 
 struct change {
@@ -54,16 +43,12 @@ constexpr std::uint64_t list_of_root = 0xabcdef01; // stands for the reference o
 struct built {
     explicit built(const hive_key& root) : image(builder.build(root)) {}
 
-    std::uint32_t cell(std::string_view kind, std::string_view path) const
-    {
-        return builder.cell(kind, path);
-    }
     void apply(const std::vector<change>& changes)
     {
-        for (const change& one : changes) {
-            put(image, cell(one.kind, one.path) + one.at,
-                one.number == list_of_root ? hive_builder::reference(cell("list", "")) : one.number,
-                one.width);
+        const std::uint64_t of_root = hive_builder::reference(builder.cell("list", ""));
+        for (const auto& [kind, path, at, number, width] : changes) {
+            put(image, builder.cell(kind, path) + at, number == list_of_root ? of_root : number,
+                width);
         }
     }
     // The names of the root's subkeys, "failed" when they cannot be enumerated.
@@ -75,15 +60,15 @@ struct built {
         if (!reader.enum_subkeys(hive.root_cell(), items)) {
             return items.empty() ? "failed" : "failed with items";
         }
-        std::vector<std::string> all;
+        std::string all;
         for (const auto& item : items) {
-            all.push_back(reader.name_of(item));
+            all += (all.empty() ? "" : " ") + reader.name_of(item);
         }
-        return joined(all, " ");
+        return all;
     }
-    std::vector<hive::hive_value_record> rows(const char* key = "Software\\?*") const
+    std::vector<hive::hive_value_record> rows() const
     {
-        return rows_of(image, {.key = key, .keeps_empty_rows = true});
+        return rows_of(image, {.key = "Software\\?*", .keeps_empty_rows = true});
     }
 
     hive_builder builder;
@@ -107,16 +92,12 @@ hive_key with_values(std::vector<hive_value> values)
 
 TEST(HiveImage, IsToldByItsMarksAlone)
 {
-    const bytes good = hive_builder().build({.name = "root"});
+    bytes image = hive_builder().build({.name = "root"});
     EXPECT_FALSE(hive_image().is_open());
-    EXPECT_TRUE(opened(good).is_open());
-    EXPECT_EQ(opened(good).hive_bins_base(), 4096u);
-    EXPECT_FALSE(opened({good.begin(), good.begin() + 4495}).is_open());
-    EXPECT_TRUE(opened({good.begin(), good.begin() + 4496}).is_open());
-
-    bytes image = good;
-    put(image, 4, 7, 4); // sequence numbers and checksum
-    put(image, 508, 7, 4);
+    EXPECT_EQ(opened(image).hive_bins_base(), 4096u);
+    EXPECT_FALSE(opened({image.begin(), image.begin() + 4495}).is_open());
+    EXPECT_TRUE(opened({image.begin(), image.begin() + 4496}).is_open());
+    put(image, {{4, 7, 4}, {508, 7, 4}}); // sequence numbers and checksum
     EXPECT_TRUE(opened(image).is_open());
     put(image, 0, "ferg");
     EXPECT_FALSE(opened(image).is_open());
@@ -126,10 +107,8 @@ TEST(HiveImage, FindsWhereTheBinsBegin)
 {
     struct {
         const char* what;
-        std::string_view mark; // at 512
-        std::size_t bin;
-        std::uint32_t distance;
-        std::uint64_t base; // 0 for no hive
+        std::string_view mark;             // at 512
+        std::uint64_t bin, distance, base; // 0 for no hive
     } const cases[] = {
         {"no bin", "", 0, 0, 0},
         {"the inner place", "", 560, 9, 4096},
@@ -151,8 +130,7 @@ TEST(HiveImage, FindsWhereTheBinsBegin)
         put(image, 36, 0x20, 4);
         put(image, 512, one.mark);
         if (one.bin != 0) {
-            put(image, one.bin, "hbin");
-            put(image, one.bin + 4, one.distance, 4);
+            put(image, {{one.bin, 0x6e696268, 4}, {one.bin + 4, one.distance, 4}}); // "hbin"
         }
         const hive_image hive = opened(image);
         EXPECT_EQ(hive.is_open(), one.base != 0);
@@ -228,10 +206,12 @@ TEST(HiveKeys, AreFoundWithoutRegardToCase)
     key_reader reader(hive);
     std::vector<hive::hive_key_item> items;
     ASSERT_TRUE(reader.enum_subkeys(hive.root_cell(), items));
-    EXPECT_EQ(reader.find_subkey(hive.root_cell(), "ONE"), items[0].cell);
-    EXPECT_EQ(reader.find_subkey(hive.root_cell(), "t\xc4"), items[2].cell);
-    EXPECT_EQ(reader.find_subkey(hive.root_cell(), "t\xe4"), std::nullopt);
-    EXPECT_EQ(reader.find_subkey(hive.root_cell(), ""), std::nullopt);
+    for (const auto& [name, found] : {std::pair("ONE", std::optional(items[0].cell)),
+                                      {"t\xc4", items[2].cell},
+                                      {"t\xe4", {}},
+                                      {"", {}}}) {
+        EXPECT_EQ(reader.find_subkey(hive.root_cell(), name), found) << name;
+    }
 }
 
 TEST(HiveValues, NamesAreToldByTheirSecondByte)
@@ -253,8 +233,9 @@ TEST(HiveValues, NamesAreToldByTheirSecondByte)
     };
     for (const auto& [stored, name] : cases) {
         built hive(with_values({text_value("0123456789abcdef", "text")}));
-        hive.apply({{"vk", "k\\0123456789abcdef", 6, stored.size(), 2}});
-        put(hive.image, hive.cell("vk", "k\\0123456789abcdef") + 24, stored);
+        const std::uint32_t cell = hive.builder.cell("vk", "k\\0123456789abcdef");
+        put(hive.image, cell + 6, stored.size(), 2);
+        put(hive.image, cell + 24, stored);
         const auto rows = hive.rows();
         ASSERT_EQ(rows.size(), 1u);
         EXPECT_EQ(rows[0].value_name, name);
@@ -265,27 +246,22 @@ TEST(HiveValues, GiveTheirBytes)
 {
     bytes large(20'480);
     std::iota(large.begin(), large.end(), std::uint8_t{0});
-    const bytes plain(16'344, 5);
-    const bytes three = {1, 2, 3};
-    const built hive(with_values({{"large", 3, large},
-                                  {"plain", 3, plain},
-                                  {"three", 3, three},
-                                  {"none", 0, {}},
-                                  dword_value("dword", 0x80000001)}));
+    const std::vector<hive_value> values = {{"large", 3, large},
+                                            {"plain", 3, bytes(16'344, 5)},
+                                            {"three", 3, {1, 2, 3}},
+                                            {"none", 0, {}},
+                                            {"dword", 4, {1, 0, 0, 0x80}}};
+    const built hive(with_values(values));
     const auto rows = hive.rows();
-    ASSERT_EQ(rows.size(), 5u);
-    EXPECT_EQ(rows[0].data, large);
-    EXPECT_TRUE(rows[0].is_big);
-    EXPECT_EQ(rows[1].data, plain);
-    EXPECT_FALSE(rows[1].is_big);
-    EXPECT_EQ(rows[2].data, three);
-    EXPECT_EQ(rows[2].value_cell, hive.cell("vk", "k\\three"));
-    EXPECT_TRUE(rows[3].data.empty());
-    EXPECT_EQ(rows[4].data, (bytes{1, 0, 0, 0x80}));
-    EXPECT_EQ(rows[4].value_type, 4);
-    EXPECT_EQ(rows[4].path_segments->back(), "k");
-    EXPECT_EQ(rows[4].last_write, hive_key().last_write);
-
+    ASSERT_EQ(rows.size(), values.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i].data, values[i].data);
+        EXPECT_EQ(rows[i].value_type, values[i].type);
+        EXPECT_EQ(rows[i].is_big, i == 0);
+        EXPECT_EQ(rows[i].value_cell, hive.builder.cell("vk", "k\\" + values[i].name));
+        EXPECT_EQ(rows[i].path_segments->back(), "k");
+        EXPECT_EQ(rows[i].last_write, hive_key().last_write);
+    }
     EXPECT_EQ(rows_of(hive.image, {.key = "Software\\?*"}).size(), 4u);
 }
 
@@ -294,8 +270,7 @@ TEST(HiveValues, DamageTakesDataOrRows)
     struct {
         const char* what;
         change harm;
-        std::size_t rows;
-        std::size_t bytes; // of the first row
+        std::size_t rows, bytes; // of the first row
         bool is_empty_row = false;
     } const cases[] = {
         {"inline of five bytes", {"vk", "k\\a", 8, 0x80000005}, 2, 0},
@@ -322,8 +297,7 @@ TEST(HiveValues, DamageTakesDataOrRows)
         EXPECT_EQ(rows.empty() ? 0 : rows[0].data.size(), one.bytes);
         if (one.is_empty_row) {
             EXPECT_EQ(rows[0].value_type, hive::hive_value_record::no_value);
-            EXPECT_EQ(rows[0].value_name, "");
-            EXPECT_EQ(rows[0].value_cell, 0u);
+            EXPECT_EQ(rows[0].value_name + std::to_string(rows[0].value_cell), "0");
         }
     }
 }
@@ -333,7 +307,7 @@ TEST(HiveValues, SegmentsThatAreLostAreLeftOut)
     bytes large(40'000, 1);
     std::fill(large.begin() + 16'344, large.end(), std::uint8_t{2});
     built hive(with_values({{"a", 3, large}}));
-    const std::uint32_t head = hive.cell("data", "k\\a");
+    const std::uint32_t head = hive.builder.cell("data", "k\\a");
     const std::uint32_t list = 4096 + uni::byte_view(hive.image).u32(head + 8);
     put(hive.image, list + 4, 0x7ffffff0, 4);
     const auto rows = hive.rows();
@@ -348,26 +322,26 @@ TEST(HiveValues, SegmentsThatAreLostAreLeftOut)
 
 TEST(HivePatterns, AreCutIntoSegments)
 {
-    for (const auto& [text, segments] : {std::pair{"HKLM\\Software\\A\\\\B", "Software|A|B"},
-                                         {"HKLM/SYSTEM/Select", "SYSTEM|Select"},
-                                         {"hkcr\\hklm\\a/b\\/\\c", "a/b|c"},
-                                         {"Software\\HKLM", "Software|HKLM"},
-                                         {"HKCU", "HKCU"},
-                                         {"HKLM\\hkcr\\", ""},
-                                         {"", ""}}) {
+    const std::pair<const char*, hive::key_path> cases[] = {
+        {"HKLM\\Software\\A\\\\B", {"Software", "A", "B"}},
+        {"HKLM/SYSTEM/Select", {"SYSTEM", "Select"}},
+        {"hkcr\\hklm\\a/b\\/\\c", {"a/b", "c"}},
+        {"Software\\HKLM", {"Software", "HKLM"}},
+        {"HKCU", {"HKCU"}},
+        {"HKLM\\hkcr\\", {}},
+        {"", {}},
+    };
+    for (const auto& [text, segments] : cases) {
         hive::key_path path;
-        const bool names_a_hive = hive::parse_key_path(text, path);
-        EXPECT_EQ(names_a_hive, !path.empty());
-        EXPECT_EQ(joined(path, "|"), segments);
+        EXPECT_EQ(hive::parse_key_path(text, path), !segments.empty());
+        EXPECT_EQ(path, segments);
     }
 }
 
 // The tree that the patterns below are asked of: a value "v" in each key, which holds its name.
 hive_key tree(std::string name, std::vector<hive_key> subkeys)
 {
-    hive_key key{.name = name, .subkeys = std::move(subkeys)};
-    key.values = {text_value("v", name)};
-    return key;
+    return {.name = name, .values = {text_value("v", name)}, .subkeys = std::move(subkeys)};
 }
 
 TEST(HivePatterns, GiveRowsFromTheirDepthOn)
@@ -401,20 +375,21 @@ TEST(HivePatterns, GiveRowsFromTheirDepthOn)
         {"system\\CurrentControlSet\\?*", 0, "ControlSet002\\two:v"},
     };
     for (const auto& one : cases) {
-        std::vector<std::string> texts;
+        std::string found;
         for (const auto& row : rows_of(hive.image, {.key = one.pattern, .level = one.level})) {
-            const std::vector<std::string> below(row.path_segments->begin() + 1,
-                                                 row.path_segments->end());
-            texts.push_back(joined(below, "\\") + ":" + row.value_name);
+            for (std::size_t i = 1; i < row.path_segments->size(); ++i) {
+                found += (i > 1 ? "\\" : found.empty() ? "" : " ") + row.path_segments->at(i);
+            }
+            found += ":" + row.value_name;
         }
-        EXPECT_EQ(joined(texts, " "), one.rows) << one.pattern;
+        EXPECT_EQ(found, one.rows) << one.pattern;
     }
 }
 
 TEST(HivePatterns, WithoutAControlSetInUseFindNothing)
 {
     for (const auto& value :
-         {dword_value("current", 1), dword_value("Current", 7), qword_value("Current", 1)}) {
+         {dword_value("current", 1), dword_value("Current", 7), number_value("Current", 1, 8)}) {
         const bytes image = hive_builder().build(
             tree("root", {{.name = "Select", .values = {value}}, tree("ControlSet001", {})}));
         EXPECT_TRUE(rows_of(image, {.key = "system\\CurrentControlSet\\v"}).empty());
@@ -433,19 +408,16 @@ TEST(HiveQuery, SharedListsAndDataComeToAnEnd)
     const std::string path = std::string(installed_path) + "\\{a}";
     const std::uint32_t list = builder.cell("list", installed_path);
     const auto part = static_cast<std::uint32_t>(image.size());
-    image.resize(part + 8 + entries * 8);
     for (std::uint32_t i = 0; i < entries; ++i) {
         put(image, part + 8 + i * 8, hive_builder::reference(builder.cell("nk", path)), 4);
     }
     for (std::uint32_t i = 0; i < 1'500; ++i) { // one within the other
         const std::uint32_t inner = part + i * 8;
         put(image, list + 8 + i * 4, hive_builder::reference(inner), 4);
-        put(image, inner, 0u - (8 + (entries - i) * 8), 4);
-        put(image, inner + 4, "lh\xff\xff");
+        put(image, {{inner, 0u - (8 + (entries - i) * 8), 4}, {inner + 4, 0xffff686c, 4}}); // lh
     }
     put(image, builder.cell("nk", path) + 40, entries, 4);
-    const std::uint32_t values = builder.cell("values", path);
-    put(image, values, 0u - 4 - entries * 4, 4);
+    put(image, builder.cell("values", path), 0u - 4 - entries * 4, 4);
     std::uint64_t data = 0;
     for (const auto& row : rows_of(image, hive::query_installed_databases())) {
         data += row.data.size();
@@ -473,8 +445,8 @@ TEST(HiveQuery, LongNamesAreNotGivenAgainAndAgain)
     }
     const std::uint32_t value = builder.cell("vk", path + "k0\\other");
     put(image, value + 6, 4'000, 2);
-    for (unsigned i = 1; i <= entries; ++i) {
-        put(image, builder.cell("values", path + "k0") + 4 * i, hive_builder::reference(value), 4);
+    for (std::uint32_t at = builder.cell("values", path + "k0") + 4, i = 0; i < entries; ++i) {
+        put(image, at + 4 * i, hive_builder::reference(value), 4);
     }
     std::uint64_t names = 0;
     std::size_t sound = 0;

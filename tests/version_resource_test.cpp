@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "support/pe_builder.h"
 
 namespace {
 
 using namespace test_support;
-using lines = std::vector<std::string>;
 
 pe::version_map decode(const bytes& resource)
 {
@@ -36,24 +37,19 @@ bytes strings(std::u16string_view key, const std::vector<bytes>& texts)
 
 TEST(version_resource, fixed_block)
 {
-    lines found;
+    std::ostringstream found;
     for (const auto& [key, entry] : decode(root(fixed_version(1, 0x40004, 3, 12), {}))) {
-        char numbers[40];
-        std::snprintf(numbers, sizeof numbers, " %llx+%u@%u ",
-                      static_cast<unsigned long long>(entry.number),
-                      static_cast<unsigned>(entry.size), static_cast<unsigned>(entry.offset));
-        found.push_back(key + " " + entry.name + numbers + entry.text);
+        found << key << " " << entry.name << " " << std::hex << entry.number << std::dec << "+"
+              << entry.size << "@" << entry.offset << " " << entry.text << "\n";
     }
-    EXPECT_EQ(found, (lines{
-                         "filedate FileDate 1d0000000002345+8@40 0x1d0000000002345",
-                         "fileflags FileFlags 1+4@40 1 [debug]",
-                         "fileos FileOS 40004+4@40 nt, win32",
-                         "filesubtype FileSubtype c+4@40 versioned printer",
-                         "filetype FileType 3+4@40 driver",
-                         "fileversion FileVersion 100020003ffff+8@40 1.2.3.65535",
-                         "productversion ProductVersion 4000500060007+8@40 4.5.6.7",
-                         "version Version 10002+4@40 1.2",
-                     }));
+    EXPECT_EQ(found.str(), "filedate FileDate 1d0000000002345+8@40 0x1d0000000002345\n"
+                           "fileflags FileFlags 1+4@40 1 [debug]\n"
+                           "fileos FileOS 40004+4@40 nt, win32\n"
+                           "filesubtype FileSubtype c+4@40 versioned printer\n"
+                           "filetype FileType 3+4@40 driver\n"
+                           "fileversion FileVersion 100020003ffff+8@40 1.2.3.65535\n"
+                           "productversion ProductVersion 4000500060007+8@40 4.5.6.7\n"
+                           "version Version 10002+4@40 1.2\n");
 }
 
 TEST(version_resource, words_of_the_fixed_block)
@@ -97,29 +93,25 @@ TEST(version_resource, strings_of_all_tables)
     const bytes vars =
         version_block(u"VarFileInfo", {}, {version_block(u"Translation", {9, 4, 0xb0, 4}, {})});
     for (const auto& children : {std::vector{vars, info}, std::vector{info, vars}}) {
-        lines found;
+        std::string found;
         for (const auto& [key, entry] : decode(root(bytes(4), children))) {
-            const bool has_language = key.starts_with("stringfileinfo_");
-            found.push_back(key + "=" + entry.text +
-                            (has_language ? " " + std::to_string(entry.language) : ""));
+            found += key + "=" + entry.text + " " + std::to_string(entry.language) + "\n";
             if (entry.text == "Caf\u00e9") {
                 EXPECT_EQ(entry.name, "stringfileinfo_040904b0_CompanyName");
                 EXPECT_EQ(entry.size, 10u);
                 EXPECT_EQ(entry.offset % 4, 0u);
             }
         }
-        EXPECT_EQ(found, (lines{
-                             "stringfileinfo=",
-                             "stringfileinfo_040704e4= 1031",
-                             "stringfileinfo_040704e4_companyname=Akme 1031",
-                             "stringfileinfo_040904b0= 1033",
-                             "stringfileinfo_040904b0_companyname=Caf\u00e9 1033",
-                             "stringfileinfo_040904b0_empty= 1033",
-                             "stringfileinfo_040904b0_odd=\ufffdx 1033",
-                             "stringfileinfo_zzzz04e4= 0",
-                             "stringfileinfo_zzzz04e4_companyname=Any key 0",
-                             "varfileinfo_translation=0x4b00409",
-                         }));
+        EXPECT_EQ(found, "stringfileinfo= 0\n"
+                         "stringfileinfo_040704e4= 1031\n"
+                         "stringfileinfo_040704e4_companyname=Akme 1031\n"
+                         "stringfileinfo_040904b0= 1033\n"
+                         "stringfileinfo_040904b0_companyname=Caf\u00e9 1033\n"
+                         "stringfileinfo_040904b0_empty= 1033\n"
+                         "stringfileinfo_040904b0_odd=\ufffdx 1033\n"
+                         "stringfileinfo_zzzz04e4= 0\n"
+                         "stringfileinfo_zzzz04e4_companyname=Any key 0\n"
+                         "varfileinfo_translation=0x4b00409 0\n");
     }
 }
 
@@ -131,7 +123,8 @@ TEST(version_resource, roots)
         bytes resource;
         const char* company;
         bool has_fixed_block = false;
-    } cases[] = {
+        int length = -1; // that the root tells; -1: its own
+    } const cases[] = {
         {root(bytes(4, 1), texts), "Acme"},
         {root(bytes(48, 1), texts), "Acme"},
         {root(bytes(51, 1), texts), "(none)"}, // an odd end, which leads past the children
@@ -142,15 +135,16 @@ TEST(version_resource, roots)
         {root({}, texts), "(none)"}, // no value
         {{}, "(none)"},
         // The walk goes by the bytes handed in, not by the root's length.
-        {root(bytes(52), texts), "(none)"},
-        {root(bytes(52), texts), "(none)"},
-        {root(bytes(52), texts), "Acme", true},
+        {root(bytes(52), texts), "(none)", false, 0},
+        {root(bytes(52), texts), "(none)", false, 7},
+        {root(bytes(52), texts), "Acme", true, 8},
     };
-    for (const auto& [from_end, length] : {std::pair{3, 0}, {2, 7}, {1, 8}}) {
-        put(std::end(cases)[-from_end].resource, 0, static_cast<std::uint64_t>(length), 2);
-    }
     for (const auto& each : cases) {
-        const auto map = decode(each.resource);
+        bytes resource = each.resource;
+        if (each.length >= 0) {
+            put(resource, 0, static_cast<std::uint64_t>(each.length), 2);
+        }
+        const auto map = decode(resource);
         EXPECT_EQ(text_of(map, "stringfileinfo_040904b0_companyname"), each.company);
         EXPECT_EQ(map.contains("fileversion"), each.has_fixed_block) << each.resource.size();
     }
@@ -159,13 +153,11 @@ TEST(version_resource, roots)
 TEST(version_resource, values_that_do_not_fit_are_left_out)
 {
     const bytes eight{1, 2, 3, 4, 5, 6, 7, 8};
-    bytes twelve = eight;
-    twelve.insert(twelve.end(), 4, 9); // an odd length would lead the walk astray
     bytes cut = version_text(u"Key", u"text");
     cut[2] = 9; // characters
-    const auto map = decode(
-        root(bytes(52), {version_block(u"Eight", eight, {}), version_block(u"Twelve", twelve, {}),
-                         cut, version_text(u"Last", u"read")}));
+    const auto map = decode(root(bytes(52), {version_block(u"Eight", eight, {}),
+                                             version_block(u"Twelve", bytes(12, 9), {}), cut,
+                                             version_text(u"Last", u"read")}));
     EXPECT_EQ(text_of(map, "eight"), "0x807060504030201");
     EXPECT_EQ(text_of(map, "twelve") + text_of(map, "key"), "");
     EXPECT_EQ(text_of(map, "last"), "read");
@@ -176,12 +168,9 @@ TEST(version_resource, damaged_lengths_keep_what_came_before)
     const bytes good = root(fixed_version(0, 0, 0, 0),
                             {strings(u"040904b0", {version_text(u"CompanyName", u"Acme"),
                                                    version_text(u"Two", u"2")})});
-    constexpr std::size_t info_at = 92;
-    constexpr std::size_t table_at = info_at + 36;
-    constexpr std::size_t string_at = table_at + 24;
+    constexpr std::size_t info_at = 92, table_at = info_at + 36, string_at = table_at + 24;
     struct {
-        std::size_t at;
-        std::uint16_t length;
+        std::size_t at, length;
         int blocks; // read of the block of strings, its table and the company
     } const cases[] = {
         {info_at, 0, 0},   {info_at, 0xffff, 0}, {table_at, 0, 1},       {table_at, 0xffff, 1},
@@ -206,9 +195,8 @@ TEST(version_resource, damaged_lengths_keep_what_came_before)
     }
     // A key without an end takes the rest of its block.
     bytes endless = root(bytes(52), {version_block(u"k", {}, {})});
-    endless.insert(endless.end(), 200, 'x');
-    endless[info_at] = 60;
-    endless[info_at + 8] = 'x';
+    append(endless, std::string(200, 'x'));
+    put(endless, {{info_at, 60, 1}, {info_at + 8, 'x', 1}});
     EXPECT_EQ(decode(endless).size(), 8u + 1);
 }
 

@@ -27,8 +27,8 @@ std::uint64_t number_of(std::uint16_t tag, const std::string& text)
     unsigned v[6] = {};
     if (std::sscanf(text.c_str(), "%u-%u-%u %u:%u:%u", v, v + 1, v + 2, v + 3, v + 4, v + 5) == 6) {
         const int year = static_cast<int>(v[0]);
-        return tag >= type::qword ? filetime(year, v[1], v[2], v[3], v[4], v[5])
-                                  : unix_time(year, v[1], v[2], v[3], v[4], v[5]);
+        const std::uint64_t time = filetime(year, v[1], v[2], v[3], v[4], v[5]);
+        return tag >= type::qword ? time : unix_time(time);
     }
     if (std::sscanf(text.c_str(), "%u.%u.%u.%u", v, v + 1, v + 2, v + 3) == 4) {
         return std::uint64_t{v[0] << 16 | v[1]} << 32 | v[2] << 16 | v[3];

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <span>
-#include <stdexcept>
 
 #include "uni/byte_view.h"
 
@@ -48,9 +47,9 @@ std::string below(const std::string& path, const std::string& name)
 
 hive_value text_value(std::string name, std::string_view text)
 {
-    bytes data = utf16_bytes(text);
-    append(data, 0, 2);
-    return {std::move(name), 1, std::move(data)};
+    hive_value value{std::move(name), 1, utf16_bytes(text)};
+    append(value.data, 0, 2);
+    return value;
 }
 
 hive_value number_value(std::string name, std::uint64_t number, unsigned width)
@@ -64,14 +63,9 @@ hive_key software_hive(std::vector<hive_key> databases, list_kind list)
 {
     hive_key key{.name = "InstalledSDB", .subkeys = std::move(databases), .list = list};
     for (const char* const name : {"AppCompatFlags", "CurrentVersion", "Windows NT", "Microsoft"}) {
-        hive_key above{.name = name};
-        above.subkeys.push_back(std::move(key));
-        key = std::move(above);
+        key = {.name = name, .subkeys = {std::move(key)}};
     }
-    hive_key root{.name = "root"};
-    root.subkeys.push_back({.name = "Classes"});
-    root.subkeys.push_back(std::move(key));
-    return root;
+    return {.name = "root", .subkeys = {{.name = "Classes"}, std::move(key)}};
 }
 
 hive_key installed_database(std::string name, std::string_view path, std::string_view description,
@@ -80,16 +74,12 @@ hive_key installed_database(std::string name, std::string_view path, std::string
     return {.name = std::move(name),
             .values = {text_value("DatabasePath", path), dword_value("DatabaseType", type),
                        text_value("DatabaseDescription", description),
-                       qword_value("DatabaseInstallTimeStamp", install_time)}};
+                       number_value("DatabaseInstallTimeStamp", install_time, 8)}};
 }
 
 std::uint32_t hive_builder::cell(std::string_view kind, std::string_view path) const
 {
-    const auto found = cells_.find(std::string(kind) + ":" + std::string(path));
-    if (found == cells_.end()) {
-        throw std::logic_error("no such cell in the hive: " + std::string(path));
-    }
-    return found->second;
+    return cells_.at(std::string(kind) + ":" + std::string(path));
 }
 
 void hive_builder::close_bin()
@@ -140,21 +130,15 @@ std::uint32_t hive_builder::add_value(const hive_value& value, const std::string
 {
     const bytes name = stored_name(value.name);
     const bool is_utf16 = name.size() != value.name.size();
-    bytes cell;
-    append(cell, "vk");
-    append(cell, name.size(), 2);
+    bytes cell = {'v', 'k'};
+    put(cell, {{2, name.size(), 2}, {12, value.type, 4}, {16, is_utf16 ? 0u : 1u, 4}});
     if (value.data.size() <= 4) {
-        append(cell, 0x80000000 + value.data.size(), 4);
-        append(cell, value.data);
-        cell.resize(12);
+        put(cell, 4, 0x80000000 + value.data.size(), 4);
+        put(cell, 8, value.data);
     } else {
-        const std::uint32_t data = add_data(value.data);
-        cells_["data:" + path] = data;
-        append(cell, value.data.size(), 4);
-        append(cell, reference(data), 4);
+        const std::uint32_t data = cells_["data:" + path] = add_data(value.data);
+        put(cell, {{4, value.data.size(), 4}, {8, reference(data), 4}});
     }
-    append(cell, value.type, 4);
-    append(cell, is_utf16 ? 0 : 1, 4);
     append(cell, name);
     return cells_["vk:" + path] = add_cell(cell);
 }
@@ -172,8 +156,7 @@ std::uint32_t hive_builder::add_plain_list(std::string_view mark, const hive_key
         if (mark == "lh") {
             append(list, name_hash(name), 4);
         } else if (mark == "lf") {
-            append(list, name.substr(0, 4));
-            list.resize(list.size() + 4 - std::min<std::size_t>(4, name.size()));
+            append(list, (name + std::string(4, '\0')).substr(0, 4));
         }
     }
     return add_cell(list);
@@ -196,8 +179,7 @@ std::uint32_t hive_builder::add_list(const hive_key& key, const std::string& pat
         cells_["part" + std::to_string(count) + ":" + path] = cell;
         append(parts, reference(cell), 4);
     }
-    bytes list;
-    append(list, "ri");
+    bytes list = {'r', 'i'};
     append(list, count, 2);
     append(list, parts);
     return add_cell(list);
@@ -245,10 +227,8 @@ bytes hive_builder::build(const hive_key& root, std::string_view name)
     append(image_, utf16_bytes(name));
     image_.resize(page);
     bin_end_ = image_.size();
-    const bytes descriptor{1, 0, 4, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    bytes security = words(std::string_view("sk\0\0", 4), {32, 32, 1, 20});
-    append(security, descriptor);
-    security_ = reference(add_cell(security));
+    security_ = reference(
+        add_cell(words(std::string_view("sk\0\0", 4), {32, 32, 1, 20, 0x80040001, 0, 0, 0, 0})));
     const std::uint32_t root_cell = add_key(root, "", 1);
     close_bin();
     put(image_, 36, reference(root_cell), 4);

@@ -8,16 +8,12 @@
 
 #include "support/sdb_builder.h"
 
-// Registry hives for tests, laid out from a tree of keys:
+// Registry hives for tests, laid out from a tree of keys. Other programs read them too: bins, sizes,
+// counts, hashes of "lh" lists and the checksum are what they should be. Damage is done afterwards:
 //
 //     hive_builder builder;
-//     bytes image = builder.build(software_hive({
-//         {.name = "{a}", .values = {text_value("DatabasePath", "C:\\a.sdb")}},
-//     }));
+//     bytes image = builder.build(software_hive({installed_database("{a}", "C:\\a.sdb", "", 1)}));
 //     put(image, builder.cell("list", installed_path) + 8, 0, 4);
-//
-// Other programs read these hives too: bins of 4096 bytes and more, sizes, counts, hashes of "lh"
-// lists and the checksum are what they should be. Damage is done afterwards with put().
 namespace test_support {
 
 struct hive_value {
@@ -42,10 +38,6 @@ inline hive_value dword_value(std::string name, std::uint32_t number)
 {
     return number_value(std::move(name), number, 4);
 }
-inline hive_value qword_value(std::string name, std::uint64_t number)
-{
-    return number_value(std::move(name), number, 8);
-}
 
 // The path of the installed databases below the root key, its keys parted by backslashes.
 inline constexpr std::string_view installed_path =
@@ -54,7 +46,7 @@ inline constexpr std::string_view installed_path =
 // A root key with installed databases at their place.
 hive_key software_hive(std::vector<hive_key> databases, list_kind list = list_kind::lh);
 
-// The key of an installed database with the usual four values.
+// Its key with the usual four values.
 hive_key installed_database(std::string name, std::string_view path, std::string_view description,
                             std::uint64_t install_time, std::uint32_t type = 0x10000);
 
@@ -63,12 +55,10 @@ public:
     // `name` is the one of the base block.
     bytes build(const hive_key& root, std::string_view name = "SOFTWARE");
 
-    // The offset in the image of a key's cell ("nk"), of its list of subkeys ("list"), the parts of
-    // that ("part0" and so on) or of values ("values"), and of a value's cell ("vk") or data ("data"),
-    // whose path ends with its name.
+    // The offset in the image of what belongs to a key ("nk", "list", "part0" and so on, "values") or,
+    // by a path that ends with its name, to a value ("vk", "data").
     std::uint32_t cell(std::string_view kind, std::string_view path) const;
 
-    // What a reference to the cell at an offset is.
     static std::uint32_t reference(std::size_t offset)
     {
         return static_cast<std::uint32_t>(offset - 4096);

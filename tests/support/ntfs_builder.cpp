@@ -19,13 +19,9 @@ constexpr std::uint64_t reference_to(std::uint64_t entry)
 bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name,
                      std::uint64_t name_place, std::uint16_t id)
 {
-    bytes out;
-    put(out, {{0, type, 4},
-              {8, resident ? 0u : 1u, 1},
-              {9, name.size(), 1},
-              {10, name_place, 2},
-              {14, id, 2}});
-    out.resize(name_place);
+    bytes out(name_place);
+    put(out, {{0, type, 4}, {8, resident ? 0u : 1u, 1}, {9, name.size(), 1}});
+    put(out, {{10, name_place, 2}, {14, id, 2}});
     append(out, name);
     align(out, 8);
     return out;
@@ -34,22 +30,20 @@ bytes attribute_head(std::uint32_t type, bool resident, std::u16string_view name
 // A node of an index from its header on: an entry for each child, then the end mark.
 bytes index_node(const std::vector<std::uint64_t>& children, std::uint64_t first_entry)
 {
-    constexpr std::uint64_t key_size = 68;
-    constexpr std::uint64_t entry_size = 88;
     bytes out;
     std::uint64_t at = first_entry;
-    for (const std::uint64_t child : children) {
-        put(out, {{at, reference_to(child), 8}, {at + 8, entry_size, 2}, {at + 10, key_size, 2}});
-        at += entry_size;
+    for (const std::uint64_t child : children) { // of 88 bytes, with a key of 68
+        put(out, {{at, reference_to(child), 8}, {at + 8, 88, 2}, {at + 10, 68, 2}});
+        at += 88;
     }
     put(out, {{at + 8, 16, 2}, {at + 12, 2, 4}, {0, first_entry, 4}, {4, at + 16, 4}});
     return out;
 }
 
-} // namespace
-
-void protect(bytes& record, std::uint16_t check)
+// Puts check values into a record or block and keeps what was there in its update sequence.
+void protect(bytes& record)
 {
+    constexpr std::uint16_t check = 0x1234;
     const std::size_t updates = record.size() / 512 + 1;
     const std::size_t place = record[4];
     put(record, {{6, updates, 2}, {place, check, 2}});
@@ -58,6 +52,8 @@ void protect(bytes& record, std::uint16_t check)
         put(record, i * 512 - 2, check, 2);
     }
 }
+
+} // namespace
 
 bytes resident_attribute(std::uint32_t type, const bytes& value, std::u16string_view name,
                          std::uint16_t id)
@@ -119,10 +115,8 @@ bytes attribute_list(const std::vector<list_item>& items)
     bytes out;
     for (const list_item& item : items) {
         const std::size_t at = out.size();
-        put(out, {{at, item.type, 4},
-                  {at + 4, 32, 2},
-                  {at + 16, item.record, 8},
-                  {at + 24, item.id, 8}});
+        put(out, {{at, item.type, 4}, {at + 4, 32, 2}});
+        put(out, {{at + 16, item.record, 8}, {at + 24, item.id, 8}});
     }
     return out;
 }
@@ -130,13 +124,8 @@ bytes attribute_list(const std::vector<list_item>& items)
 ntfs_builder::ntfs_builder()
 {
     put(boot_, 3, "NTFS    ");
-    put(boot_, {{11, 512, 2},
-                {13, ntfs_cluster / 512, 1},
-                {40, 1024, 8},
-                {48, ntfs_mft_cluster, 8},
-                {64, 0xf6, 1},
-                {510, 0xaa55, 2}});
-    // Record 0: 96 clusters from 4 on.
+    put(boot_, {{11, 512, 2}, {13, ntfs_cluster / 512, 1}, {40, 1024, 8}});
+    put(boot_, {{48, ntfs_mft_cluster, 8}, {64, 0xf6, 1}, {510, 0xaa55, 2}});
     record(0, {non_resident_attribute(
                   0x80, {{0x11, ntfs_records, ntfs_mft_cluster, 0}, ntfs_records * record_size})});
 }
@@ -144,15 +133,10 @@ ntfs_builder::ntfs_builder()
 void ntfs_builder::record(std::uint64_t entry, const std::vector<bytes>& attributes,
                           std::uint16_t flags, std::uint64_t base)
 {
-    bytes out;
+    bytes out(56);
     put(out, 0, "FILE0");
-    put(out, {{16, 1, 2},
-              {20, 56, 2},
-              {22, flags, 2},
-              {28, record_size, 4},
-              {32, base == 0 ? 0 : reference_to(base), 8},
-              {44, entry, 4}});
-    out.resize(56);
+    put(out, {{16, 1, 2}, {20, 56, 2}, {22, flags, 2}, {28, record_size, 4}, {44, entry, 4}});
+    put(out, 32, base == 0 ? 0 : reference_to(base), 8);
     for (const bytes& attribute : attributes) {
         append(out, attribute);
     }

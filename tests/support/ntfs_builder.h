@@ -11,24 +11,18 @@
 //
 //     ntfs_builder volume;
 //     volume.record(5, {file_name(5, u"."), index_root({64})}, directory_flags);
-//     volume.record(64, {file_name(5, u"Windows"), index_root({})}, directory_flags);
-//     memory_disk disk;
-//     disk.bytes = volume.image();
+//     memory_disk disk{.bytes = volume.image()};
 //
 // Clusters have 1024 bytes, as records do. $MFT begins at cluster 4 and holds 96 records; contents
 // go to clusters from 128 on.
 namespace test_support {
 
-inline constexpr std::uint64_t ntfs_cluster = 1024;
-inline constexpr std::uint64_t ntfs_mft_cluster = 4;
-inline constexpr std::uint64_t ntfs_records = 96;
-inline constexpr std::uint16_t file_flags = 1;
-inline constexpr std::uint16_t directory_flags = 3;
+inline constexpr std::uint64_t ntfs_cluster = 1024, ntfs_mft_cluster = 4, ntfs_records = 96;
+inline constexpr std::uint16_t file_flags = 1, directory_flags = 3;
 
 struct non_resident {
     bytes runs; // as stored, with the zero that ends them
-    std::uint64_t real_size = 0;
-    std::uint64_t initialized_size = ~std::uint64_t{0}; // the real size
+    std::uint64_t real_size = 0, initialized_size = ~std::uint64_t{0}; // the real size
     std::uint64_t first_vcn = 0;
     std::uint16_t flags = 0;
     std::uint64_t compressed_size = 0;
@@ -43,14 +37,14 @@ bytes non_resident_attribute(std::uint32_t type, const non_resident& value,
 bytes file_name(std::uint64_t parent, std::u16string_view name, std::uint8_t name_space = 1,
                 std::uint16_t id = 0);
 
-// An index root, and an index block, whose entries refer to these records in this order.
+// Their entries refer to these records in this order.
 bytes index_root(const std::vector<std::uint64_t>& children, std::uint16_t id = 0);
 bytes index_block(const std::vector<std::uint64_t>& children);
 
 struct list_item {
-    std::uint32_t type = 0;
-    std::uint64_t record = 0;
-    std::uint16_t id = 0;
+    std::uint32_t type;
+    std::uint64_t record;
+    std::uint16_t id;
 };
 bytes attribute_list(const std::vector<list_item>& items);
 
@@ -63,7 +57,6 @@ public:
                 std::uint16_t flags = file_flags, std::uint64_t base = 0);
     // Puts contents on the volume from a cluster on.
     void clusters(std::uint64_t lcn, const bytes& contents);
-    bytes& boot() { return boot_; }
     bytes image() const;
 
 private:
@@ -81,8 +74,5 @@ constexpr std::uint64_t place_of_record(std::uint64_t entry)
 {
     return (ntfs_mft_cluster + entry) * ntfs_cluster;
 }
-
-// Puts check values into a record or block and keeps what was there in its update sequence.
-void protect(bytes& record, std::uint16_t check = 0x1234);
 
 } // namespace test_support

@@ -12,17 +12,14 @@ std::uint32_t write_node(bytes& out, const resource_node& node, std::uint32_t vi
     align(out, 4);
     const auto place = static_cast<std::uint32_t>(out.size());
     if (node.entries.empty()) {
-        append(out, virtual_address + place + 16, 4);
-        append(out, node.data.size(), 4);
-        out.resize(out.size() + 8);
-        append(out, node.data);
+        put(out, {{place, virtual_address + place + 16, 4}, {place + 4, node.data.size(), 8}});
+        put(out, place + 16, node.data);
         return place;
     }
     const auto named = static_cast<std::size_t>(std::ranges::count_if(
         node.entries, [](const resource_node& entry) { return !entry.name.empty(); }));
-    out.resize(out.size() + 16 + node.entries.size() * 8);
-    put(out, place + 12, named, 2);
-    put(out, place + 14, node.entries.size() - named, 2);
+    put(out, {{place + 12, named, 2}, {place + 14, node.entries.size() - named, 2}});
+    out.resize(place + 16 + node.entries.size() * 8);
     for (std::size_t i = 0; i < node.entries.size(); ++i) {
         const resource_node& entry = node.entries[i];
         std::uint32_t name = entry.id;
@@ -41,9 +38,7 @@ bytes block_of(std::u16string_view key, std::size_t value_length, unsigned type,
                const std::vector<bytes>& children)
 {
     bytes out;
-    append(out, 0, 2);
-    append(out, value_length, 2);
-    append(out, type, 2);
+    put(out, {{2, value_length, 2}, {4, type, 2}});
     append(out, key);
     append(out, 0, 2);
     if (!value.empty() || !children.empty()) {
@@ -68,13 +63,12 @@ bytes pe_plan::build() const
     put(out, pe_offset, "PE");
     put(out, {{60, pe_offset, 4},
               {pe_offset + 6u, sections.size(), 2},
-              {pe_offset + 8u, time_stamp, 4},
+              {pe_offset + 8u, 0x5f5e1000, 4},
               {pe_offset + 20u, optional_size, 2},
               {header, is_64 ? 0x20bu : 0x10bu, 2},
               {header + 16, entry_rva, 4},
               {header + (is_64 ? 24 : 28), image_base, is_64 ? 8u : 4u},
-              {header + 40, os_version[0], 2},
-              {header + 42, os_version[1], 2},
+              {header + 40, 0x30006, 4}, // version of the system
               {header + 44, image_version[0], 2},
               {header + 46, image_version[1], 2},
               {header + 64, checksum, 4}});
@@ -91,13 +85,6 @@ bytes pe_plan::build() const
         row += 40;
     }
     out.resize(file_size); // which may cut it short
-    return out;
-}
-
-bytes resource_tree(const resource_node& root, std::uint32_t virtual_address)
-{
-    bytes out;
-    write_node(out, root, virtual_address);
     return out;
 }
 
@@ -136,7 +123,8 @@ pe_plan pe_with_resources(const resource_node& root)
 {
     constexpr std::uint32_t place = 1024;
     constexpr std::uint32_t address = 0x5000;
-    const bytes tree = resource_tree(root, address);
+    bytes tree;
+    write_node(tree, root, address);
     const auto size = static_cast<std::uint32_t>(tree.size());
     pe_plan plan;
     plan.sections = {{".rsrc", place, size, address, size, tree}};

@@ -13,10 +13,8 @@ namespace test_support {
 
 struct pe_section_plan {
     std::string name;
-    std::uint32_t raw_offset;
-    std::uint32_t raw_size;
-    std::uint32_t virtual_address = 0;
-    std::uint32_t virtual_size = 0;
+    std::uint32_t raw_offset, raw_size;
+    std::uint32_t virtual_address = 0, virtual_size = 0;
     bytes contents = {}; // at raw_offset, as far as the file goes
 };
 
@@ -24,11 +22,8 @@ struct pe_plan {
     bool is_64 = false;
     std::uint32_t pe_offset = 128;
     std::uint16_t optional_size = 0xe0; // as the file header tells it
-    std::uint32_t time_stamp = 0x5f5e1000;
-    std::uint32_t checksum = 0x12345;
-    std::uint32_t entry_rva = 0;
+    std::uint32_t checksum = 0x12345, entry_rva = 0;
     std::uint64_t image_base = 0x400000;
-    std::uint16_t os_version[2] = {6, 3};
     std::uint16_t image_version[2] = {2, 5};
     std::vector<pe_section_plan> sections = {};
     std::size_t file_size = 4096;
@@ -43,9 +38,6 @@ struct resource_node {
     std::vector<resource_node> entries = {};
     bytes data = {};
 };
-
-// The contents of a section ".rsrc" at that address in memory.
-bytes resource_tree(const resource_node& root, std::uint32_t virtual_address);
 
 // A tree with one resource: type, name 1, language 0x409.
 resource_node lone_resource(std::uint32_t type, bytes data);

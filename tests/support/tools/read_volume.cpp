@@ -3,13 +3,8 @@
 //     read_volume cat <image> <path> <output>    writes the file's content
 //     read_volume ls <image> <path> <output>     writes the names in the directory, a line each
 //
-//     read_volume raw <image> "<offset> <size>" <output>    writes bytes of the volume
-//
-// A single letter for the image is that volume's device. A size in bytes behind the output stands in
-// for what the device says of its geometry, as a device does not that is only linked to a file; for
-// "raw" any size would do, and there need not be one.
+// A single letter for the image is that volume's device.
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -20,21 +15,15 @@
 #include "ntfs/directory.h"
 #include "ntfs/locked_file.h"
 #include "platform/arguments.h"
-#include "uni/text.h"
 
 namespace {
 
-bool list_names(const std::string& text, ntfs::volume_source source, const std::string& path,
-                io::byte_vector& list)
+bool list_names(ntfs::ntfs_volume& volume, const std::string& path, io::byte_vector& list)
 {
-    const auto volume = ntfs::open_ntfs_volume(text, source);
     std::uint64_t inode = 0;
     std::uint64_t parent = 0;
     std::vector<std::uint64_t> children;
-    if (!volume) {
-        return false;
-    }
-    ntfs::mft_entries_ctx context(*volume);
+    ntfs::mft_entries_ctx context(volume);
     if (!ntfs::resolve_file(context, path, inode, parent) ||
         !ntfs::enum_directory(context, inode, children, ntfs::index_parsing::strict)) {
         return false;
@@ -53,44 +42,6 @@ bool list_names(const std::string& text, ntfs::volume_source source, const std::
     return true;
 }
 
-// A device that answers for its geometry, with sectors of 512 bytes, and is another for all else.
-class known_device final : public platform::device {
-public:
-    known_device(std::unique_ptr<platform::device> of, std::int64_t size)
-        : of_(std::move(of)), size_(size)
-    {}
-    std::optional<platform::drive_geometry> extended_geometry(std::int64_t& disk_size) override
-    {
-        disk_size = size_;
-        platform::drive_geometry geometry;
-        geometry.bytes_per_sector = 512;
-        return geometry;
-    }
-    std::optional<platform::drive_geometry> geometry() override { return of_->geometry(); }
-    std::optional<platform::partition_facts> partition() override { return of_->partition(); }
-    std::optional<platform::partition_facts> extended_partition() override
-    {
-        return of_->extended_partition();
-    }
-    std::optional<std::uint32_t> drive_number() override { return of_->drive_number(); }
-    std::size_t read(std::span<std::uint8_t> out, std::int64_t offset) override
-    {
-        return of_->read(out, offset);
-    }
-
-private:
-    std::unique_ptr<platform::device> of_;
-    std::int64_t size_;
-};
-
-platform::device_opener opener_for(std::int64_t size)
-{
-    return [size](const std::string& name, platform::device_access access) {
-        auto opened = platform::open_device(name, access);
-        return opened ? std::make_unique<known_device>(std::move(opened), size) : nullptr;
-    };
-}
-
 bool read_content(std::unique_ptr<ntfs::ntfs_volume> volume, const std::string& path,
                   io::byte_vector& bytes)
 {
@@ -98,34 +49,21 @@ bool read_content(std::unique_ptr<ntfs::ntfs_volume> volume, const std::string& 
     return file && io::read_source(bytes, *file, file->size());
 }
 
-bool read_raw(const std::string& volume, const std::string& place, io::byte_vector& bytes)
-{
-    const std::vector<std::string> numbers = uni::split(place, ' ', true);
-    ntfs::RAW_DISK_IO disk(volume, ntfs::disk_mode::volume, opener_for(INT64_MAX));
-    bytes.resize(static_cast<std::size_t>(std::stoull(numbers.at(1))));
-    return disk.read(bytes, std::stoull(numbers.at(0))) == bytes.size();
-}
-
 } // namespace
 
 int main(int count, char** arguments)
 {
     const std::vector<std::string> words = platform::program_arguments(count, arguments);
-    if (words.size() != 5 && words.size() != 6) {
-        std::fputs("usage: read_volume cat|ls|raw <image> <path> <output> [<size>]\n", stderr);
+    if (words.size() != 5) {
+        std::fputs("usage: read_volume cat|ls <image> <path> <output>\n", stderr);
         return 2;
     }
-    const std::string& volume = words[2];
-    const auto source =
-        volume.size() == 1 ? ntfs::volume_source::letter : ntfs::volume_source::device;
-    const platform::device_opener opener =
-        words.size() == 6 ? opener_for(std::stoll(words[5])) : platform::open_device;
+    auto volume = ntfs::open_ntfs_volume(
+        words[2], words[2].size() == 1 ? ntfs::volume_source::letter : ntfs::volume_source::device);
     io::byte_vector bytes;
     const bool done =
-        words[1] == "ls" ? list_names(volume, source, words[3], bytes)
-        : words[1] == "raw"
-            ? read_raw(volume, words[3], bytes)
-            : read_content(ntfs::open_ntfs_volume(volume, source, opener), words[3], bytes);
+        volume && (words[1] == "ls" ? list_names(*volume, words[3], bytes)
+                                    : read_content(std::move(volume), words[3], bytes));
     io::fileio output;
     return done && output.open_write(words[4], true, true, true) && output.append(bytes) ? 0 : 1;
 }
