@@ -61,7 +61,7 @@ TEST_F(listing, plain_lines)
                                 list(tag::data, {dword(tag::data_dword, 0x12), null(tag::general),
                                                  qword(0x5abc, 1), binary(tag::file_bits, {1})}),
                                 string_ref(tag::description, 0x999)})}));
-    std::string expected = R"(-------------------- [c:\a&sdb]
+    std::string expected = R"(-------------------- [c:\a&b.sdb]
 1 | 000018 | 7005 | 000e4 | patch                          | list      $
 2 | 00001e | 6001 |       | name                           | stringref  | P "1"
 2 | 000024 | 9002 |       | patch_bits                     | binary    $

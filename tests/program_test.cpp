@@ -118,7 +118,7 @@ TEST(program, lines)
               "text             | two[LF]lines\n");
     options.csv_separator = ";";
     EXPECT_EQ(program_report({{"CompileTimestamp", "", 0xf0000000, 0x401d}}, options).text,
-              "Source file     ;c:\\a&b.sdb  \nCompileTimestamp;0xf0000000 [  UTC]\n"); // too late
+              "Source file     ;c:\\a&b.sdb\nCompileTimestamp;0xf0000000 [  UTC]\n"); // before 1970
     EXPECT_EQ(program_report(list, row_options("csvl2t")).text, "");
 }
 
