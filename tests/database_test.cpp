@@ -14,13 +14,14 @@ using test_support::sdb_builder;
 using test_support::target;
 using offsets = std::vector<std::uint32_t>;
 
-class database : public testing::Test {
-protected:
+// Builds a database and loads it.
+struct database : testing::Test, sdb_builder {
     bool load(const bytes& image)
     {
         return db.load_image(io::byte_vector(image.begin(), image.end()));
     }
-    void load(sdb_builder& b) { ASSERT_TRUE(load(b.build())); }
+    void load() { ASSERT_TRUE(load(build())); }
+    std::uint32_t at(node made) const { return offset_of(made); }
 
     offsets children(std::uint32_t list)
     {
@@ -85,9 +86,8 @@ TEST_F(database, any_file_with_the_right_head_loads_and_no_other)
 
 TEST_F(database, files_are_read_up_to_their_limit)
 {
-    sdb_builder b;
-    b.add({b.binary(tag::file_bits, bytes(20'971'520)), b.null(tag::general)});
-    const bytes image = b.build();
+    add({binary(tag::file_bits, bytes(20'971'520)), null(tag::general)});
+    const bytes image = build();
     io::memory_source file(io::byte_vector(image.begin(), image.end()));
     EXPECT_TRUE(db.load(file));
     EXPECT_EQ(db.image().size(), 20'971'520u);
@@ -96,11 +96,7 @@ TEST_F(database, files_are_read_up_to_their_limit)
     EXPECT_FALSE(db.load(empty) || db.loaded());
 }
 
-struct stored_tag {
-    bytes stored;
-    std::uint32_t size;
-    bytes value;
-};
+using stored_tag = std::tuple<bytes, std::uint32_t, bytes>; // with its size and value
 
 TEST_F(database, every_type_is_decoded_and_stepped_over)
 {
@@ -116,16 +112,16 @@ TEST_F(database, every_type_is_decoded_and_stepped_over)
         {{0x03, 0x90, 3, 0, 0, 0, 7, 8, 9, 0}, 3, {7, 8, 9}},
         {{0x03, 0x90, 4, 0, 0, 0, 7, 8, 9, 10}, 4, {7, 8, 9, 10}},
     };
-    sdb_builder b;
     std::vector<node> made;
     for (const stored_tag& one : cases) {
-        made.push_back(b.raw(one.stored));
-        b.add({made.back(), b.raw({0x05, 0x00, 0x01, 0xa0, 0xff, 0xff})}); // unknown types
+        made.push_back(raw(std::get<0>(one)));
+        add({made.back(), raw({0x05, 0x00, 0x01, 0xa0, 0xff, 0xff})}); // unknown types
     }
-    load(b);
+    load();
     EXPECT_EQ(db.tag_count(), std::size(cases) + 2);
     for (std::size_t i = 0; i < made.size(); ++i) {
-        expect_tag(b.offset_of(made[i]), cases[i].stored, cases[i].size, cases[i].value);
+        const auto& [stored, size, value] = cases[i];
+        expect_tag(at(made[i]), stored, size, value);
     }
 }
 
@@ -143,7 +139,7 @@ TEST_F(database, what_the_images_end_cuts_off_keeps_the_bytes_that_exist)
         sdb_builder b;
         const node cut = b.raw(stored);
         b.trail(cut);
-        load(b);
+        ASSERT_TRUE(load(b.build()));
         EXPECT_EQ(db.tag_count(), 3u);
         expect_tag(b.offset_of(cut), stored, size, value);
         EXPECT_EQ(db.string_referrers(offsets{6}), offsets{}) << "cut short it refers to nothing";
@@ -152,51 +148,49 @@ TEST_F(database, what_the_images_end_cuts_off_keeps_the_bytes_that_exist)
 
 TEST_F(database, tags_count_from_the_database_list_on)
 {
-    sdb_builder b;
-    b.index(tag::exe, tag::name, 0, {{1, "exe"}});
-    const node early = b.text(tag::name, "n");
-    const node library = b.list(tag::library, {});
-    const node exe = b.label("exe", b.list(tag::exe, {}));
-    const node name = b.text(tag::name, "n");
-    const node late = b.list(tag::indexes, {});
-    const node second_exe = b.list(tag::exe, {});
-    b.lead(b.list(tag::library, {})).lead(b.list(tag::exe, {early}));
-    b.add({library, exe, name}).trail(late).trail(second_exe);
-    load(b);
-    EXPECT_EQ(db.database_offset(), b.database_offset());
-    EXPECT_EQ(db.library_offset(), b.offset_of(library)) << "the last one counts";
-    EXPECT_EQ(db.indexes_offset(), b.indexes_offset()) << "only one before the database counts";
-    EXPECT_EQ(db.string_table_offset(), b.string_table_offset());
+    index(tag::exe, tag::name, 0, {{1, "exe"}});
+    const node early = text(tag::name, "n");
+    const node library = list(tag::library, {});
+    const node exe = label("exe", list(tag::exe, {}));
+    const node name = text(tag::name, "n");
+    const node late = list(tag::indexes, {});
+    const node second_exe = list(tag::exe, {});
+    lead(list(tag::library, {})).lead(list(tag::exe, {early}));
+    add({library, exe, name}).trail(late).trail(second_exe);
+    load();
+    EXPECT_EQ(db.database_offset(), database_offset());
+    EXPECT_EQ(db.library_offset(), at(library)) << "the last one counts";
+    EXPECT_EQ(db.indexes_offset(), indexes_offset()) << "only one before the database counts";
+    EXPECT_EQ(db.string_table_offset(), string_table_offset());
     EXPECT_EQ(db.string_table_size(), 10u);
 
     sdb::sdb_tag_item item;
-    EXPECT_FALSE(db.read_item(item, b.offset_of(early)));
-    EXPECT_FALSE(db.read_item(item, b.indexes_offset()));
-    EXPECT_TRUE(db.read_item(item, b.offset_of(late)) && !item.indexed);
-    EXPECT_TRUE(db.read_item(item, b.offset_of(exe)) && item.indexed);
+    EXPECT_FALSE(db.read_item(item, at(early)));
+    EXPECT_FALSE(db.read_item(item, indexes_offset()));
+    EXPECT_TRUE(db.read_item(item, at(late)) && !item.indexed);
+    EXPECT_TRUE(db.read_item(item, at(exe)) && item.indexed);
     offsets exes;
     for (const sdb::tag_ordinal ordinal : db.ordinals_by_tag(tag::exe)) {
         exes.push_back(db.offset_at(ordinal));
     }
-    EXPECT_EQ(exes, (offsets{b.offset_of(exe), b.offset_of(second_exe)}));
-    EXPECT_EQ(db.string_referrers(offsets{6}), (offsets{b.offset_of(early), b.offset_of(name)}));
+    EXPECT_EQ(exes, (offsets{at(exe), at(second_exe)}));
+    EXPECT_EQ(db.string_referrers(offsets{6}), (offsets{at(early), at(name)}));
 }
 
 TEST_F(database, indexes_are_read_before_the_database_list_alone)
 {
     const target any = target::at(1);
-    sdb_builder b;
-    b.index(tag::shim, tag::app_name, 1,
-            {{5, target::at(0x32)}, {2, target::at(0x33)}, {5, target::at(0x34)}});
-    b.index(tag::patch, tag::name, 0x00051234, {{7, any}, {3, any}});
-    b.index(0, tag::exe_id, 0, {{1, any}}); // over no tag
-    b.index(tag::exe, tag::exe_id, 0, {});  // without entries
-    b.lead(b.index_bits({{1, any}}));       // belongs to no index any more
-    b.lead(b.list(tag::index, {b.word(tag::index_tag, tag::patch), b.word(tag::index_key, 0x6002),
-                               b.null(tag::general), b.with_size(tag::index_bits, 15, bytes(16))}));
-    b.add(b.list(tag::index, {b.word(tag::index_tag, tag::exe), b.word(tag::index_key, 0x6003),
-                              b.index_bits({{1, any}})}));
-    load(b);
+    index(tag::shim, tag::app_name, 1,
+          {{5, target::at(0x32)}, {2, target::at(0x33)}, {5, target::at(0x34)}});
+    index(tag::patch, tag::name, 0x00051234, {{7, any}, {3, any}});
+    index(0, tag::exe_id, 0, {{1, any}}); // over no tag
+    index(tag::exe, tag::exe_id, 0, {});  // without entries
+    lead(index_bits({{1, any}}));         // belongs to no index any more
+    lead(list(tag::index, {word(tag::index_tag, tag::patch), word(tag::index_key, 0x6002),
+                           null(tag::general), with_size(tag::index_bits, 15, bytes(16))}));
+    add(list(tag::index, {word(tag::index_tag, tag::exe), word(tag::index_key, 0x6003),
+                          index_bits({{1, any}})}));
+    load();
     std::vector<std::vector<std::uint64_t>> found;
     for (const sdb::sdb_index_record& one : db.indexes()) {
         found.push_back({one.index_tag, one.index_key, one.index_flags, one.list_offset,
@@ -205,27 +199,26 @@ TEST_F(database, indexes_are_read_before_the_database_list_alone)
             found.back().push_back(entry.tag_offset);
         }
     }
-    const std::uint64_t first = b.indexes_offset() + 6;
+    const std::uint64_t first = indexes_offset() + 6;
     EXPECT_EQ(found, (decltype(found){
                          // by key, equal keys in file order
                          {tag::shim, tag::app_name, 1, first, 56, 26, 36, 0x33, 0x32, 0x34},
                          // 16 bits of the flags
                          {tag::patch, tag::name, 0x1234, first + 62, 44, 26, 24, 1, 1},
                          // a partial entry is left out
-                         {tag::patch, 0x6002, 0, b.database_offset() - 38, 32, 22, 15, 0},
+                         {tag::patch, 0x6002, 0, database_offset() - 38, 32, 22, 15, 0},
                      }));
 }
 
 TEST_F(database, string_references)
 {
-    sdb_builder b;
-    const std::uint32_t first = b.table_text("first");
-    const std::uint32_t cut = b.table_bytes(bytes{0x01, 0x88, 6, 0, 0, 0, 'a', 0, 0, 0, 'b', 0});
-    const std::uint32_t empty = b.table_bytes(bytes{0x01, 0x88, 0, 0, 0, 0});
-    const std::uint32_t half = b.table_bytes(bytes{0x01, 0x88, 1, 0, 0, 0, 'a'});
-    const std::uint32_t number = b.table_bytes(bytes{0x01, 0x40, 'h', 0, 'i', 0});
-    const std::uint32_t last = b.table_text("last");
-    load(b);
+    const std::uint32_t first = table_text("first");
+    const std::uint32_t cut = table_bytes(bytes{0x01, 0x88, 6, 0, 0, 0, 'a', 0, 0, 0, 'b', 0});
+    const std::uint32_t empty = table_bytes(bytes{0x01, 0x88, 0, 0, 0, 0});
+    const std::uint32_t half = table_bytes(bytes{0x01, 0x88, 1, 0, 0, 0, 'a'});
+    const std::uint32_t number = table_bytes(bytes{0x01, 0x40, 'h', 0, 'i', 0});
+    const std::uint32_t last = table_text("last");
+    load();
     const std::pair<std::uint32_t, std::string> cases[] = {
         {0, "A"}, // the list's own size word, 0x41
         {6, "first"},
@@ -235,7 +228,7 @@ TEST_F(database, string_references)
         {half, ""},
         {number, "hi"},
         {last, "last"}, // whatever tag stands there is read as text
-        {b.database_offset() - b.string_table_offset(), "(none)"}, // the sum does not wrap
+        {database_offset() - string_table_offset(), "(none)"}, // the sum does not wrap
     };
     for (const auto& [reference, text] : cases) {
         std::string found;
@@ -245,12 +238,11 @@ TEST_F(database, string_references)
 
 TEST_F(database, text_search_sees_all_strings_but_the_last)
 {
-    sdb_builder b;
-    const std::uint32_t first = b.table_text("a");
-    b.table_bytes(bytes{0x01, 0x88, 0, 0, 0, 0}); // an empty one is stepped over
-    const std::uint32_t third = b.table_text("b");
-    b.table_text("c");
-    b.trail(b.null(tag::general));
+    const std::uint32_t first = table_text("a");
+    table_bytes(bytes{0x01, 0x88, 0, 0, 0, 0}); // an empty one is stepped over
+    const std::uint32_t third = table_text("b");
+    table_text("c");
+    trail(null(tag::general));
     const std::pair<std::uint32_t, offsets> cases[] = {
         {third + 20, {first, third}},
         {third + 11, {first, third}},
@@ -259,17 +251,16 @@ TEST_F(database, text_search_sees_all_strings_but_the_last)
         {0x7fffffff, {}}, // a table that leaves the image
     };
     for (const auto& [size, expected] : cases) {
-        b.string_table_size(size);
-        load(b);
+        string_table_size(size);
+        load();
         EXPECT_EQ(db.string_offsets(), expected);
     }
 }
 
 TEST_F(database, compressed_files_inflate_to_at_most_ten_times_their_size)
 {
-    sdb_builder b;
-    b.add(b.binary(tag::file_bits, bytes(100'000)));
-    const bytes plain = b.build();
+    add(binary(tag::file_bits, bytes(100'000)));
+    const bytes plain = build();
     bytes packed = test_support::compress(plain);
     packed.resize((plain.size() - 1) / 10); // bytes behind the stream matter for the limit alone
     EXPECT_FALSE(load(packed));
@@ -284,20 +275,18 @@ TEST_F(database, compressed_files_inflate_to_at_most_ten_times_their_size)
 
 TEST_F(database, children_and_the_lists_around_a_tag)
 {
-    sdb_builder b;
-    const node size = b.dword(tag::size, 1);
-    const node name = b.text(tag::name, "n");
-    const node inner = b.null(tag::general);
-    const node match = b.list(tag::matching_file, {inner});
-    const node mode = b.word(tag::match_mode, 1);
-    const node exe = b.list(tag::exe, {name, match, mode});
-    const node empty = b.list(tag::shim, {});
-    const node app = b.list(tag::app, {b.text(tag::vendor, "v")});
-    b.add({size, exe, empty, app});
-    load(b);
-    const auto at = [&](node made) { return b.offset_of(made); };
-    const std::uint32_t root = b.database_offset();
-    const std::uint32_t table = b.string_table_offset();
+    const node size = dword(tag::size, 1);
+    const node name = text(tag::name, "n");
+    const node inner = null(tag::general);
+    const node match = list(tag::matching_file, {inner});
+    const node mode = word(tag::match_mode, 1);
+    const node exe = list(tag::exe, {name, match, mode});
+    const node empty = list(tag::shim, {});
+    const node app = list(tag::app, {text(tag::vendor, "v")});
+    add({size, exe, empty, app});
+    load();
+    const std::uint32_t root = database_offset();
+    const std::uint32_t table = string_table_offset();
     EXPECT_EQ(children(root), (offsets{at(size), at(exe), at(empty), at(app)}));
     EXPECT_EQ(children(at(exe)), (offsets{at(name), at(match), at(mode)}));
     EXPECT_EQ(children(at(empty)), offsets{});
@@ -331,52 +320,38 @@ TEST_F(database, children_and_the_lists_around_a_tag)
     }
 }
 
-TEST_F(database, the_relations_first_row_makes_no_parent)
-{
-    sdb_builder b;
-    const node inner = b.list(tag::matching_file, {b.null(tag::general)});
-    const node exe = b.list(tag::exe, {inner});
-    b.add(exe);
-    load(b);
-    EXPECT_EQ(enclosing(b.offset_of(exe), true), 0u);
-    EXPECT_EQ(enclosing(b.offset_of(inner), true), b.offset_of(exe));
-}
-
 TEST_F(database, pad_bytes_are_not_charged_to_a_list)
 {
-    sdb_builder b;
-    const auto odd = [&] { return b.binary(tag::file_bits, {1}); };
-    const node closes = b.list(tag::exe, {odd()});
-    const node swallows = b.list(tag::patch, {odd(), odd()});
-    const node swallowed = b.null(tag::general);
-    const node stays_open = b.list(tag::shim, {odd(), odd(), odd()}); // its remainder wraps
-    const node child = b.null(tag::general);
-    const node next = b.list(tag::flag, {child});
-    b.add({closes, swallows, swallowed, stays_open, next});
-    load(b);
-    const auto at = [&](node made) { return b.offset_of(made); };
-    EXPECT_EQ(children(b.database_offset()), (offsets{at(closes), at(swallows), at(stays_open)}));
+    const auto odd = [&] { return binary(tag::file_bits, {1}); };
+    const node closes = list(tag::exe, {odd()});
+    const node swallows = list(tag::patch, {odd(), odd()});
+    const node swallowed = null(tag::general);
+    const node stays_open = list(tag::shim, {odd(), odd(), odd()}); // its remainder wraps
+    const node child = null(tag::general);
+    const node next = list(tag::flag, {child});
+    add({closes, swallows, swallowed, stays_open, next});
+    load();
+    EXPECT_EQ(children(database_offset()), (offsets{at(closes), at(swallows), at(stays_open)}));
+    EXPECT_EQ(enclosing(at(closes), true), 0u) << "the relation's first row makes no parent";
     EXPECT_EQ(children(at(swallows)).back(), at(swallowed));
     const offsets open = children(at(stays_open));
     ASSERT_EQ(open.size(), 5u);
     EXPECT_EQ(open[3], at(next));
-    EXPECT_EQ(open[4], b.string_table_offset());
+    EXPECT_EQ(open[4], string_table_offset());
     EXPECT_EQ(children(at(next)), offsets{at(child)});
 }
 
 TEST_F(database, size_words_that_lie_about_a_list)
 {
-    sdb_builder b;
-    const node one = b.null(tag::general);
-    const node two = b.null(tag::general);
-    const node too_short = b.list_with_size(tag::exe, 2, {one, two});
-    const node too_long = b.list_with_size(tag::app, 0xffffffff, {b.null(tag::general)});
-    b.add({too_short, too_long});
-    b.trail(b.null(tag::general));
-    load(b);
-    const auto at = [&](node made) { return b.offset_of(made); };
+    const node one = null(tag::general);
+    const node two = null(tag::general);
+    const node too_short = list_with_size(tag::exe, 2, {one, two});
+    const node too_long = list_with_size(tag::app, 0xffffffff, {null(tag::general)});
+    add({too_short, too_long});
+    trail(null(tag::general));
+    load();
     EXPECT_EQ(children(at(too_short)), offsets{at(one)});
-    EXPECT_EQ(children(b.database_offset()), (offsets{at(too_short), at(two), at(too_long)}));
+    EXPECT_EQ(children(database_offset()), (offsets{at(too_short), at(two), at(too_long)}));
     EXPECT_EQ(children(at(too_long)).size(), 3u);
 }
 

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "front/filter.h"
 #include "front/sdb_options.h"
 #include "front/stdin_stream_ex.h"
 #include "io/fileio.h"
@@ -36,10 +35,6 @@ protected:
     }
     ~discovery() override { fs::remove_all(root_); }
 
-    static fs::path long_form(const std::string& path)
-    {
-        return path_of(platform::walkable_path(path));
-    }
     void make(std::initializer_list<const char*> files) const
     {
         for (const char* const file : files) {
@@ -121,10 +116,9 @@ TEST_F(discovery, what_cannot_be_listed_gives_nothing)
 
 TEST_F(discovery, paths_have_one_separator_and_open_as_they_are)
 {
-    make({"sub/\xd0\xb1\xd0\xb0\xd0\xb7\xd0\xb0.sdb", "sub/\xe5\xba\x93 \xc3\xa9.sdb",
-          "sub/\xf0\x9f\xa7\xb5.SDB"});
     const paths expected = {"sub/\xd0\xb1\xd0\xb0\xd0\xb7\xd0\xb0.sdb",
-                            "sub/\xe5\xba\x93 \xc3\xa9.sdb", "sub/\xf0\x9f\xa7\xb5.SDB"};
+                            "sub/\xf0\x9f\xa7\xb5 .SDB"};
+    make({expected[0].c_str(), expected[1].c_str()});
     for (const char* const ending : {"", "/", "//"}) {
         paths found;
         front::walk_sdb_files(root_ + ending, found, 8);
@@ -142,7 +136,7 @@ TEST_F(discovery, walks_go_into_paths_of_any_length)
     paths folders;
     for (std::string folder = root_; folders.size() < 5;) {
         folder = platform::join_path(folder, std::string(100, 'n'));
-        fs::create_directory(long_form(folder));
+        fs::create_directory(path_of(platform::walkable_path(folder)));
         folders.push_back(folder);
     }
     const std::string file = platform::join_path(folders.back(), "a.sdb");
@@ -153,9 +147,9 @@ TEST_F(discovery, walks_go_into_paths_of_any_length)
     EXPECT_TRUE(io::file_exists(found.at(0)));
     EXPECT_EQ(walked(root_, 5), paths{file}) << "lists show plain paths";
     EXPECT_EQ(walked(folders.back(), 0), paths{file});
-    fs::remove(long_form(file));
+    fs::remove(path_of(platform::walkable_path(file)));
     for (; !folders.empty(); folders.pop_back()) {
-        fs::remove(long_form(folders.back()));
+        fs::remove(path_of(platform::walkable_path(folders.back())));
     }
 }
 
@@ -212,7 +206,7 @@ TEST_F(discovery, list_walk_shows_plain_paths_but_keeps_those_of_devices)
 
 TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
 {
-    make({"old/1", "old/2", "old/sub/3", "new/a.sdb", "new/b", "new/x/c.sdb", "new/y/d.sdb"});
+    make({"old/1", "old/2", "old/sub/3", "new/a"});
     std::FILE* const input = std::tmpfile();
     ASSERT_NE(input, nullptr);
     std::fputs("one\r\n\nlast", input);
@@ -223,10 +217,8 @@ TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
     EXPECT_TRUE(stream.stdin_list_next(entry));
     EXPECT_FALSE(stream.start_walk("", 1, {}));
-    std::vector<request::filter_entry> filters;
-    front::parse_filter(filters, "*.sdb");
-    EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, filters));
-    EXPECT_EQ(below_root(entries_of(stream)), (paths{"new/a.sdb", "new/y/d.sdb", "new/x/c.sdb"}));
+    EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "new"), 1, {}));
+    EXPECT_EQ(below_root(entries_of(stream)), paths{"new/a"});
     EXPECT_FALSE(stream.stdin_list_next(entry));
     EXPECT_EQ(entry, "");
     stream.reset();

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -12,49 +13,33 @@ using uni::time_kind;
 
 TEST(filter, paths)
 {
-    struct row {
-        std::string_view filter;
-        std::vector<std::string> accepted;
-        std::vector<std::string> refused;
-    };
-    const row rows[] = {
-        {"*", {"x"}, {""}},
-        {"*.sdb", {"c:\\x\\a.SDB", "/x/no-utf8-\xff.Sdb"}, {"a.sdb.bak", "c:\\a.sdb\\b"}},
-        {"*SYS*", {"c:\\x\\sysmain.sdb", "/x/mySysMain.sdb"}, {"c:\\sys\\main.sdb"}},
-        {"**", {"/x/any"}, {}},
-        {"sys*", {"/x/SYSMAIN.sdb"}, {"/x/my.sys"}},
-        {"apphelp.sdb",
-         {"c:\\x\\AppHelp.sdb", "apphelp.sdb"},
-         {"apphelp.sdb.bak", "myapphelp.sdb"}},
+    using list = std::vector<std::string>;
+    const std::tuple<std::string_view, list, list> rows[] = {
+        {"*.sdb", {"c:\\x\\a.SDB", "/x/\xff.Sdb"}, {"a.sdb.bak", "c:\\a.sdb\\b"}},
+        {"**", {"/x/any"}, {""}},
+        {"help.sdb",
+         {"c:\\x\\Help.sdb", "help.sdb"},
+         {"help.sdb.bak", "myhelp.sdb", "/help.sdb/x"}},
         {"app*help.sdb", {"apphelp.sdb"}, {"app-help.sdb"}}, // a star inside is as if not there
-        {"a.sdb|b.sdb", {"/x/b.sdb"}, {"/x/c.sdb"}},
         {"a.sdb, b.sdb ,,", {"/x/a.sdb", "/x/b.sdb"}, {"/x/c.sdb", "/x/ b.sdb "}},
         {"a,b|c", {"/x/a,b", "/x/c"}, {"/x/a"}}, // a bar goes before a comma
         {" | ", {"/x/ | "}, {"/x/ "}},           // no items: the text is the item
-        {"a|*|b", {"/x/any"}, {}},
         // Only ASCII letters lose their case.
         {"\xc3\xa9*|\xe5\xba\x93*", {"/x/\xe5\xba\x93.sdb"}, {"/x/\xc3\x89t\xc3\xa9.sdb"}},
-        {"a.sdb:stream", {"/x/a.sdb"}, {"/x/b.sdb"}},
         {":stream", {}, {"/x/any", "/x/"}},
-        {"b|*:*", {"/x/any"}, {}},
-        {"\\apppatch", {"c:\\Windows\\AppPatch\\a", "\\apppatch\\custom\\a"}, {"c:\\apppatch"}},
-        {"x|\\apppatch*",
-         {"c:\\apppatch\\a"},
-         {"c:\\apppatch64\\a", "c:\\myapppatch\\a", "c:\\apppatch64\\apppatch\\a"}},
+        {"x|\\app*", {"c:\\app\\a"}, {"c:\\app6\\a", "c:\\myapp\\a", "c:\\app6\\app\\a"}},
         {"\\windows\\apppatch", {"/mnt/Windows/AppPatch/Custom/a"}, {"/mnt/windows/a"}},
         {"/apppatch", {}, {"/mnt/apppatch/a"}},
         // A backslash at the end asks for another one, or for the end, behind it.
-        {"\\apppatch\\*",
-         {"c:\\apppatch\\a", "c:\\apppatch\\custom\\a"},
-         {"c:\\apppatch", "c:\\apppatch64\\a", "c:\\myapppatch\\a"}},
+        {"\\app\\*", {"c:\\app\\a", "c:\\app\\b\\a"}, {"c:\\app", "c:\\app6\\a", "c:\\myapp\\a"}},
     };
     for (const auto& [filter, accepted, refused] : rows) {
         std::vector<request::filter_entry> entries;
         front::parse_filter(entries, filter);
         bool open_failed = true;
-        for (const auto* const list : {&accepted, &refused}) {
-            for (const std::string& path : *list) {
-                EXPECT_EQ(front::filter_accepts({}, open_failed, path, entries), list == &accepted)
+        for (const list* const paths : {&accepted, &refused}) {
+            for (const std::string& path : *paths) {
+                EXPECT_EQ(front::filter_accepts({}, open_failed, path, entries), paths == &accepted)
                     << filter << path;
             }
         }
@@ -78,8 +63,7 @@ TEST(filter, signatures)
     const file_on_disk file("12345678sdbf");
     const std::string absent = file.path + ".absent";
     bool failed = true;
-    for (const auto& [text, is_accepted] : {std::pair("73 64 62 66|8", true),
-                                            {"73 64 62 66,0x8", true},
+    for (const auto& [text, is_accepted] : {std::pair("73 64 62 66,0x8", true),
                                             {"31 32", true},
                                             {"|8", false},
                                             {"73 64 62 66|7", false},
@@ -102,12 +86,7 @@ TEST(filter, signatures)
 
 TEST(filter, time_window_wants_one_time_behind_its_start_and_none_behind_its_stop)
 {
-    struct row {
-        bool start, stop;
-        std::uint64_t written, created;
-        bool accepted;
-    };
-    const row rows[] = {
+    const std::tuple<bool, bool, std::uint64_t, std::uint64_t, bool> rows[] = {
         {true, false, 99, 99, false},  {true, false, 100, 0, true},   {true, false, 0, 100, true},
         {false, true, 200, 200, true}, {false, true, 201, 0, false},  {false, true, 0, 201, false},
         {true, true, 0, 150, true},    {true, true, 150, 201, false}, {true, true, 0, 0, false},
@@ -136,15 +115,11 @@ TEST(filter, time_window_reads_the_times_of_the_file)
     const auto accepted = [&](const std::string& path, front::file_times times) {
         return front::filter_accepts(params, failed, path, {}, &times);
     };
-    EXPECT_TRUE(accepted("absent", {})) << "nothing is read without a window";
     params.time_window_start = {true, uni::now_filetime() - 600 * uni::ticks_per_second, 0};
-    params.time_window_stop = {true, ~0ull, ~0u};
     EXPECT_TRUE(accepted(file.path, {}));
     EXPECT_FALSE(accepted(file.path + ".absent", {}));
     EXPECT_FALSE(accepted(file.path, {true, time_kind::filetime, 0, 0})) << "known already";
-    params.time_window_start.filetime = uni::now_filetime() + 600 * uni::ticks_per_second;
-    EXPECT_FALSE(accepted(file.path, {}));
-    EXPECT_TRUE(front::filter_accepts(params, failed, file.path, {})) << "no times were given";
+    EXPECT_TRUE(front::filter_accepts(params, failed, "absent", {})) << "no times were given";
 }
 
 } // namespace

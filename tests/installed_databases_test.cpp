@@ -41,8 +41,7 @@ protected:
     void write(const bytes& image)
     {
         std::ofstream(options.software_hive_path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(image.data()),
-                   static_cast<std::streamsize>(image.size()));
+            << std::string(image.begin(), image.end());
     }
     void gather(std::vector<hive_key> databases)
     {
@@ -64,11 +63,8 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
                                  .value_name = std::move(name),
                                  .data = std::move(data)};
     };
-    struct {
-        const char* name;
-        bytes data;
-        const char* facts; // type, time, path and description
-    } const cases[] = {
+    // The facts are type, time, path and description.
+    const std::tuple<const char*, bytes, const char*> cases[] = {
         {"DatabaseDescription", text_value("", "about").data, "0|0||about"},
         {"PathTypeDescription", text_value("", "first").data, "0|0||first"},
         {"xTYPEx", {1, 2, 0, 0, 9}, "513|0||"},
@@ -78,21 +74,20 @@ TEST(InstalledRows, AreFoldedByTheWordsInTheirNames)
         {"databasepath", text_value("", "c:\\\u00e4.sdb").data, "0|0|c:\\\u00e4.sdb|"},
         {"path", {'a', 0, 0x3d, 0xd8, 'b', 0, 'c'}, "0|0|a\ufffdb|"},
         {"Time", {1}, "0|0||"},
-        {"", {1}, "0|0||"},
     };
-    for (const auto& one : cases) {
+    for (const auto& [name, data, facts] : cases) {
         model::installed_table table;
-        model::fold_installed_row(table, row("{A}", one.name, one.data, 77));
+        model::fold_installed_row(table, row("{A}", name, data, 77));
         // The key has its first row's time; of several values that mean the same the last counts.
-        model::fold_installed_row(table, row("{a}", one.name, {}, 99));
-        model::fold_installed_row(table, row("{A}", one.name, one.data, 99));
+        model::fold_installed_row(table, row("{a}", name, {}, 99));
+        model::fold_installed_row(table, row("{A}", name, data, 99));
         ASSERT_EQ(table.size(), 1u);
         const model::installed_database& found = table["{a}"];
         EXPECT_EQ(found.key_path + std::to_string(found.key_modtime), "{a}77");
         EXPECT_EQ(std::to_string(found.database_type) + "|" + std::to_string(found.install_time) +
                       "|" + found.database_path + "|" + found.description,
-                  one.facts)
-            << one.name;
+                  facts)
+            << name;
     }
     model::installed_table table;
     hive_value_record shallow = row("x", "path", {}, 1);
@@ -116,11 +111,9 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
                                         "C:\\Custom\\zulu.sdb"}));
     ASSERT_EQ(targets.installed.size(), 4u);
     const model::installed_database& alpha = targets.installed.at("alpha.sdb");
-    EXPECT_EQ(alpha.key_path, "{2}");
-    EXPECT_EQ(alpha.description, "first key");
-    EXPECT_EQ(alpha.install_time, 2u);
-    EXPECT_EQ(alpha.database_type, 0x10000u);
-    EXPECT_EQ(alpha.local_path, "C:\\Custom\\Alpha.sdb");
+    EXPECT_EQ(std::tuple(alpha.key_path, alpha.description, alpha.install_time, alpha.database_type,
+                         alpha.local_path),
+              std::tuple("{2}", "first key", 2u, 0x10000u, "C:\\Custom\\Alpha.sdb"));
     EXPECT_EQ(targets.installed.at("").description, "no path");
     for (const char* const path : {"ALPHA.sdb", "/mnt/Alpha.SDB", "Q:\\any where\\alpha.sdb"}) {
         EXPECT_EQ(model::find_installed(targets.installed, path), &alpha) << path;
@@ -150,22 +143,24 @@ TEST_F(Gathering, FindsThePathsOnTheVolume)
                 uni::lowered(files::path(path).lexically_relative(folder_).generic_string()));
         }
         EXPECT_EQ(found, (std::vector<std::string>{"q/", "a/gone.sdb", "custom/there.sdb"}));
-        EXPECT_EQ(targets.installed.at("").description, "a folder");
-        EXPECT_EQ(targets.installed.at("x").description, "too short");
         EXPECT_EQ(targets.installed.at("there.sdb").database_path, "C:\\CUSTOM\\\\there.sdb");
     }
 }
 
 TEST_F(Gathering, IsSilentWithoutAHive)
 {
-    targets.files = {"a.sdb"};
-    const auto check = [this](const std::string& what, std::size_t installed = 0) {
-        targets.installed.clear();
+    const auto installed = [this] {
+        targets = {};
         model::gather_installed_databases(targets, options);
-        EXPECT_EQ(targets.files.size(), 1u) << what;
-        EXPECT_EQ(targets.installed.size(), installed) << what;
+        EXPECT_TRUE(targets.files.empty());
+        return targets.installed.size();
     };
-    check("no such file");
+    const std::string place = options.software_hive_path;
+    for (const std::string& path : {place, folder_.string(), std::string()}) {
+        options.software_hive_path = path; // no such file, a folder, no path of a hive
+        EXPECT_EQ(installed(), 0u) << path;
+    }
+    options.software_hive_path = place;
     const auto hive_of = [](std::vector<hive_key> databases) {
         return hive_builder().build(test_support::software_hive(std::move(databases)));
     };
@@ -173,17 +168,12 @@ TEST_F(Gathering, IsSilentWithoutAHive)
          {bytes(), bytes(100'000, 'x'), hive_builder().build({.name = "root"}), hive_of({}),
           hive_of({{.name = "{1}", .values = {{"DatabasePath", 1, {}}}}})}) {
         write(hive);
-        check(std::to_string(hive.size()));
+        EXPECT_EQ(installed(), 0u) << hive.size();
     }
     write(hive_of({installed_database("{1}", "", "", 0, 0)}));
-    check("no path, but type and time", 1);
+    EXPECT_EQ(installed(), 1u) << "no path, but type and time";
     options.hive_given = false;
-    check("a hive that was not asked for");
-    options.hive_given = true;
-    options.software_hive_path = folder_.string();
-    check("a folder");
-    options.software_hive_path.clear();
-    check("no path of a hive");
+    EXPECT_EQ(installed(), 0u) << "a hive that was not asked for";
 }
 
 // The hive of a volume, in its record or in clusters.
@@ -269,53 +259,35 @@ void put_cell(bytes& image, std::uint32_t place, const std::vector<std::uint32_t
 
 TEST(DamagedHives, LoseNoSoundDatabaseByWhatStandsInFrontOfIt)
 {
-    static const std::string place(test_support::installed_path);
-    struct {
-        const char* what;
-        void (*harm)(const hive_builder& built, bytes& image);
-    } const cases[] = {
-        {"data of great size that nobody asked for",
-         [](const hive_builder& built, bytes& image) {
-             for (const char* const name : {"\\{0}\\a", "\\{0}\\b", "\\{0}\\c"}) {
-                 put(image, built.cell("vk", place + name) + 8, 0xffffff, 4);
-             }
-         }},
-        {"values that are none",
-         [](const hive_builder& built, bytes& image) {
-             const std::uint32_t key = built.cell("nk", place + "\\{0}");
-             put(image, key + 40, 5'000, 4);
-             put_cell(image, key + 44, std::vector<std::uint32_t>(5'000, 0x7fffffff));
-         }},
-        {"keys that are none",
-         [](const hive_builder& built, bytes& image) {
-             std::vector<std::uint32_t> list(1 + 2 * 5'000, 0x14); // between cells
-             list[0] = 5'000 << 16 | 'l' | 'f' << 8;
-             for (std::uint32_t i = 0; i < 5'000; ++i) {
-                 list[1 + 2 * i] += 8 * i;
-             }
-             std::size_t end = list.size();
-             for (const char* const sound : {"\\{0}", "\\{1}", "\\{2}"}) {
-                 list[end -= 2] = hive_builder::reference(built.cell("nk", place + sound));
-             }
-             const std::uint32_t key = built.cell("nk", place);
-             put(image, key + 24, 5'000, 4);
-             put_cell(image, key + 32, list);
-         }},
-    };
-    for (const auto& one : cases) {
-        hive_key first{.name = "{0}"};
-        for (const char* const name : {"a", "b", "c"}) {
-            first.values.push_back({name, 3, bytes(100, 1)});
-        }
-        hive_builder builder;
-        bytes image = builder.build(
-            test_support::software_hive({first, installed_database("{1}", "C:\\1.sdb", "", 1),
-                                         installed_database("{2}", "C:\\2.sdb", "", 1)}));
-        one.harm(builder, image);
-        model::installed_table table = table_of(image);
-        EXPECT_EQ(table["{1}"].database_path, "C:\\1.sdb") << one.what;
-        EXPECT_EQ(table["{2}"].database_path, "C:\\2.sdb") << one.what;
+    const std::string place = std::string(test_support::installed_path);
+    hive_builder built;
+    bytes image = built.build(test_support::software_hive(
+        {{.name = "{0}", .values = {{"a", 3, bytes(100, 1)}, {"b", 3, bytes(100, 1)}}},
+         {.name = "{1}", .values = {{"a", 3, bytes(100, 1)}}},
+         installed_database("{2}", "C:\\2.sdb", "", 1),
+         installed_database("{3}", "C:\\3.sdb", "", 1)}));
+    // Data of great size that nobody asked for.
+    for (const char* const name : {"\\{0}\\a", "\\{0}\\b"}) {
+        put(image, built.cell("vk", place + name) + 8, 0xffffff, 4);
     }
+    // Values that are none.
+    const std::uint32_t key = built.cell("nk", place + "\\{1}");
+    put(image, key + 40, 5'000, 4);
+    put_cell(image, key + 44, std::vector<std::uint32_t>(5'000, 0x7fffffff));
+    // Keys that are none.
+    std::vector<std::uint32_t> list(1 + 2 * 5'000, 0x14); // between cells
+    list[0] = 5'000 << 16 | 'l' | 'f' << 8;
+    for (std::uint32_t i = 0; i < 5'000; ++i) {
+        list[1 + 2 * i] += 8 * i;
+    }
+    std::size_t end = list.size();
+    for (const char* const made : {"\\{3}", "\\{2}", "\\{1}", "\\{0}"}) {
+        list[end -= 2] = hive_builder::reference(built.cell("nk", place + made));
+    }
+    put(image, built.cell("nk", place) + 24, 5'000, 4);
+    put_cell(image, built.cell("nk", place) + 32, list);
+    model::installed_table table = table_of(image);
+    EXPECT_EQ(table["{2}"].database_path + table["{3}"].database_path, "C:\\2.sdbC:\\3.sdb");
 }
 
 } // namespace

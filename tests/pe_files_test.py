@@ -22,14 +22,11 @@ from support.whole_runs import (ARGUMENTS, FAILED, RULE, WIPE, Database, Runs, m
 WINE = Path("/usr/lib/x86_64-linux-gnu/wine")
 X64 = "x86_64-w64-mingw32"
 # FILEOS, FILETYPE, FILESUBTYPE and FILEFLAGS, as numbers and as the report has the first two.
-KINDS = [(0x40004, "nt, win32", 1, "app", 0, 0), (0x4, "win32", 2, "dll", 0, 1),
-         (0x10001, "dos, win16", 3, "driver", 7, 2), (0, "unk", 7, "statc_lib", 0, 0x3f),
-         (0x99, "unk", 0x63, "unk", 1, 0x14)]
+KINDS = [(0x40004, "nt, win32", 1, "app", 0, 0), (0x10001, "dos, win16", 3, "driver", 7, 2)]
 STRINGS = {"CompanyName": "Ärger & Söhne, GmbH", "FileDescription": "計測器 ツール 𝄞",
            "InternalName": "tool", "LegalCopyright": "© 2026 \"quoted\"",
            "OriginalFilename": "Tool.EXE", "ProductName": "Инструменты"}
 SECOND = {"CompanyName": "Second", "ProductName": "Zweites"}
-SHOWN = ("company", "description", "internalname", "copyright", "originalfilename", "productname")
 
 
 def resource_script(kind, tables, languages=("9, 1",)):
@@ -60,37 +57,13 @@ def header_facts(path):
             "PECheckSum": struct.unpack_from("<I", data, header + 64)[0]}
 
 
-def version_blocks(data, at=0, end=None):
-    """The blocks of a version resource as (key, value, children)."""
-    end = len(data) if end is None else end
-    while at + 6 < end:
-        length, value_length, kind = struct.unpack_from("<3H", data, at)
-        if length == 0:
-            break
-        limit = at + length
-        text = data[at + 6:limit].decode("utf-16-le", "replace")
-        key = text[:text.index("\0")]
-        value_at = (at + 6 + len(key.encode("utf-16-le")) + 2 + 3) & ~3
-        value_end = value_at + value_length * (2 if kind == 1 else 1)
-        children = list(version_blocks(data, (value_end + 3) & ~3, limit))
-        yield key, data[value_at:min(value_end, limit)], children
-        at = (limit + 3) & ~3
-
-
-def version_facts(data):
-    """What the report shows of a version resource, as wrestool gives it."""
-    (_, fixed, children), = list(version_blocks(data))[:1]
-    high, low, product_high, product_low = struct.unpack_from("<4I", fixed, 8)
-    facts = {name: f"{a >> 16}.{a & 0xffff}.{b >> 16}.{b & 0xffff}"
-             for name, a, b in (("fileversion", high, low),
-                                ("productversion", product_high, product_low))}
-    for info, _, tables in children:
-        for table, _, strings in tables if info == "StringFileInfo" else ():
-            for key, value, _ in strings:
-                name = f"stringfileinfo_{table}_{key}".lower()
-                if any(word in name for word in SHOWN):
-                    facts[name] = value.decode("utf-16-le").split("\0")[0] or "0x00000000"
-    return facts
+def version_facts(resource):
+    """The versions and the strings that the report shows of a version resource."""
+    numbers = struct.unpack_from("<8H", resource, resource.index(b"\xbd\x04\xef\xfe") + 8)
+    strings = re.findall(f"({'|'.join(STRINGS)})\0\0?([^\0]*)\0", resource.decode("utf-16-le"))
+    return sorted([("fileversion", "{1}.{0}.{3}.{2}".format(*numbers)),
+                   ("productversion", "{5}.{4}.{7}.{6}".format(*numbers)),
+                   *((key.lower(), text.strip() or "0x00000000") for key, text in strings)])
 
 
 def report_lines(path):
@@ -114,7 +87,7 @@ class Made(Runs):
             subprocess.run(f"{prefix}-{command}".split(), check=True, cwd=self.folder)
         return self.path(name)
 
-    def expected(self, path, kind=None, tables=None):
+    def check(self, path, kind=None, tables=None):
         facts = header_facts(path)
         lines = {"Source file": path, "Filename": os.path.basename(path).lower(),
                  "ModuleType": "Win32", **{name: f"0x{facts[name]:08x}" for name in facts}}
@@ -123,13 +96,10 @@ class Made(Runs):
                       "productversion": "65535.0.7.1"}
             lines |= {f"stringfileinfo_{table}_{key}".lower(): text
                       for table, strings in tables.items() for key, text in strings.items()}
-        return lines
-
-    def check(self, path, *told):
-        lines = report_lines(path)
-        lines["CompileTimestamp"], _, date = lines["CompileTimestamp"].partition(" [")
+        told = report_lines(path)
+        told["CompileTimestamp"], _, date = told["CompileTimestamp"].partition(" [")
         self.assertRegex(date, r"^20\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.000 UTC\]$")
-        self.assertEqual(lines, self.expected(path, *told))
+        self.assertEqual(told, lines)
 
     def test_reports_say_what_the_resource_script_said(self):
         for prefix in (X64, "i686-w64-mingw32"):
@@ -162,19 +132,16 @@ class Made(Runs):
         self.assertEqual(run("-pe -stats -pipe", lines=bad.encode()).returncode, FAILED)
 
     def test_matches_stay_on_the_console(self):
-        tool, other = (self.make(X64, name) for name in ("tool.exe", "other.exe"))
-        tag = (d := Database()).tag
+        tool, tag = self.make(X64, "tool.exe"), (d := Database()).tag
         image = d.image(tag(0x7007, tag(0x6001, "tool.exe"),
                             tag(0x7008, tag(0x6001, "*"), tag(0x4006, 3))))
         database, out = self.write("a.sdb", image), self.path("out")
-        match = f"-sdb {database} -match -pe "
-        result = run(f"{match} {tool} -out {out}")
+        result = run(f"-sdb {database} -match -pe {tool} -out {out}")
         self.assertEqual((result.returncode, result.stdout), (0, b"match tagid 0000001e\n\n"))
         self.assertIn(b'<exe name="tool.exe"', self.read("out"))
-        result = run(f"{match} {tool} -multiline")
+        result = run(f"-sdb {database} -match -pe {tool} -multiline")
         self.assertTrue(result.stdout.split(b"\n", 3)[3].startswith(
             b"match tagid 0000001e\n-------------------- [" + database.encode()))
-        self.printed(f"{match} {other} -quiet", messages=f"no matches found: {database}\n")
 
     def test_windows_reports(self):
         """The same bytes, but for the folder."""
@@ -216,77 +183,22 @@ class Wine(Runs):
         self.assertGreater(len(expected), 500)
         self.assertEqual([(row[0], row[-1], row[3]) for row in rows], expected)
 
-    def sample(self, count):
+    @unittest.skipIf(shutil.which("wrestool") is None, "wrestool is not installed")
+    def test_version_strings_agree_with_wrestool(self):
         files = [path for path in wine_files() if header_facts(path) is not None]
-        for path in files[::max(1, len(files) // (3 * count))]:
+        left = 50
+        for path in files[::max(1, len(files) // (3 * left))]:
             resource = subprocess.run(["wrestool", "-x", "--raw", "--type=16", path],
                                       capture_output=True, check=False).stdout
-            if resource and count > 0:
-                count -= 1
-                yield path, version_facts(resource)
-        self.assertEqual(count, 0, "too few files with a version resource")
-
-    def setUp(self):
-        super().setUp()
-        if shutil.which("wrestool") is None:
-            self.skipTest("wrestool is not installed")
-
-    def test_version_strings_agree_with_wrestool(self):
-        for path, facts in self.sample(50):
+            if not resource or left == 0:
+                continue
+            left -= 1
             with self.subTest(path=path):
-                lines = report_lines(path)
-                self.assertEqual({name: value for name, value in lines.items()
-                                  if name.startswith("stringfileinfo") or name.endswith("version")},
-                                 {name: value.strip() for name, value in facts.items()})
-
-    def test_each_file_is_caught_by_its_own_record_alone(self):
-        for path, facts in self.sample(50):
-            with self.subTest(path=path):
-                database, caught = self.records_about(path, facts)
-                result = run("-sdb", self.write("a.sdb", database), "-match", "-pe", path, "-quiet")
-                self.assertEqual(re.findall(r'<exe name="(.*?)"', result.stdout.decode()), caught)
-
-    @staticmethod
-    def records_about(path, facts):
-        """A database of records that ask for all properties of a file, all but one of them with a
-        property changed; and those that are to catch it."""
-        d, headers = Database(), header_facts(path)
-        version, product = (int.from_bytes(struct.pack(">4H", *map(int, facts[name].split("."))), "big")
-                            for name in ("fileversion", "productversion"))
-        # Tag, value, and how a bound is given: 0 for equality, -1 for a lower, 1 for an upper one.
-        properties = [(0x4001, headers["FileSize"], 0), (0x400b, headers["PECheckSum"], 0),
-                      (0x4006, 3, 0), (0x401c, headers["LinkerVersion"], 0),
-                      (0x401d, headers["CompileTimestamp"], 0),
-                      (0x401e, headers["CompileTimestamp"], 1),
-                      (0x4033, headers["CompileTimestamp"], -1),
-                      (0x400c, headers["OSMajorVersion"], 0),
-                      (0x400d, headers["OSMinorVersion"], 0), (0x5002, version, 0),
-                      (0x5003, product, 0), (0x500d, version, 1), (0x5013, version, -1),
-                      (0x5006, product, 1), (0x5012, product, -1),
-                      (0x6011, facts["productversion"], 0), (0x6013, facts["fileversion"], 0)]
-        words = {"company": 0x6009, "description": 0x6012, "internalname": 0x6015,
-                 "copyright": 0x6016, "originalfilename": 0x6014, "productname": 0x6010}
-        strings = {}
-        for key in sorted(facts):
-            tag = next((words[word] for word in words if word in key), None)
-            strings.setdefault(tag, facts[key])
-        strings.pop(None, None)
-        properties += [(tag, text, 0) for tag, text in strings.items() if text != "0x00000000"]
-
-        records, caught = [], []
-        for changed, (tag, value, bound) in [(None, (0, 0, 0)), *enumerate(properties)]:
-            for step in (-1, 1):
-                new = value + "x" if isinstance(value, str) else value + step
-                if not isinstance(new, str) and not 0 <= new < 1 << (32 if tag < 0x5000 else 64):
-                    continue
-                name = f"{tag:04x} {step}"
-                members = [d.tag(*((tag, new) if place == changed else of[:2]))
-                           for place, of in enumerate(properties)]
-                members.append(d.tag(0x6001, os.path.basename(path).lower()))
-                records.append(d.tag(0x7007, d.tag(0x6001, name), d.tag(0x7008, *members)))
-                if changed is None or step == bound:
-                    caught.append(name)
-        return d.image(*records), caught
+                told = [(name.rpartition("_")[2], value)
+                        for name, value in report_lines(path).items()
+                        if name.startswith("stringfileinfo") or name.endswith("version")]
+                self.assertEqual(sorted(told), version_facts(resource))
+        self.assertEqual(left, 0, "too few files with a version resource")
 
 
 if __name__ == "__main__":

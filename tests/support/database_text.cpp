@@ -31,7 +31,7 @@ std::uint64_t number_of(std::uint16_t tag, const std::string& text)
         return tag >= type::qword ? time : unix_time(time);
     }
     if (std::sscanf(text.c_str(), "%u.%u.%u.%u", v, v + 1, v + 2, v + 3) == 4) {
-        return std::uint64_t{v[0]} << 48 | std::uint64_t{v[1]} << 32 | v[2] << 16 | v[3];
+        return std::uint64_t{v[0] << 16 | v[1]} << 32 | v[2] << 16 | v[3];
     }
     return text > "a" ? tag_called(text) : std::stoull(text, nullptr, 0);
 }
@@ -50,10 +50,9 @@ bytes binary_of(const std::string& text)
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         if (word.starts_with("u\"")) {
-            const bytes units = utf16_bytes(word.substr(2, word.size() - 3));
-            out.insert(out.end(), units.begin(), units.end());
+            append(out, utf16_bytes(word.substr(2, word.size() - 3)));
         } else if (word.starts_with('"')) {
-            out.insert(out.end(), word.begin() + 1, word.end() - 1);
+            append(out, std::string_view(word).substr(1, word.size() - 2));
         } else {
             out.push_back(static_cast<std::uint8_t>(std::stoul(word, nullptr, 16)));
         }
@@ -63,9 +62,7 @@ bytes binary_of(const std::string& text)
 
 struct line {
     std::size_t indent;
-    std::string name;
-    std::string label;
-    std::string value;
+    std::string name, label, value;
 };
 
 patch_op operation_of(const line& it)
@@ -85,20 +82,15 @@ index_entry entry_of(const line& it)
 
 class text_reader {
 public:
-    explicit text_reader(const std::string& text)
-    {
+    bytes image(const std::string& text)
+    try {
         static const std::regex form("( *)([^ #][^@=]*?)(?: @(\\w+))?(?: = (.*))?");
         std::istringstream rows(text);
-        std::string row;
-        while (std::getline(rows, row)) {
+        for (std::string row; std::getline(rows, row);) {
             if (std::smatch part; std::regex_match(row, part, form)) {
                 lines_.push_back({part.str(1).size(), part[2], part[3], part[4]});
             }
         }
-    }
-
-    bytes image()
-    try {
         b_.without_database(); // which is a tag like any other here
         while (next_ < lines_.size()) {
             b_.lead(tag_of(lines_[next_++]));
@@ -158,7 +150,7 @@ private:
 
 bytes database_from_text(const std::string& text)
 {
-    return text_reader(text).image();
+    return text_reader().image(text);
 }
 
 } // namespace test_support
