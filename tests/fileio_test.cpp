@@ -98,28 +98,24 @@ TEST_F(fileio, opening_for_writing)
     EXPECT_EQ(contents("kept") + contents("locked"), "old text!new");
 }
 
-TEST_F(fileio, reads_what_exists_on_disk_and_in_memory)
+TEST_F(fileio, reads_what_exists)
 {
-    io::fileio on_disk, in_memory;
+    io::fileio file;
     io::byte_vector out = {1};
-    EXPECT_FALSE(on_disk.read_at(out, 1, 0));
-    EXPECT_FALSE(on_disk.open_read(path("absent")));
-    ASSERT_TRUE(on_disk.open_read(make("in", digits)));
-    in_memory.open_memory(io::byte_vector(digits.begin(), digits.end()));
-    EXPECT_FALSE(in_memory.open_write(path("in"), true, true, true)) << "refused in memory mode";
-    for (io::fileio* const file : {&on_disk, &in_memory}) {
-        EXPECT_EQ(file->size(), 10);
-        const std::tuple<std::uint64_t, int, bool, const char*> cases[] = {{4, 3, true, "3456"},
-                                                                           {~0ull, 8, true, "89"},
-                                                                           {0, 9, true, ""},
-                                                                           {0, 10, false, ""},
-                                                                           {1, -1, false, ""}};
-        for (const auto& [count, offset, read, expected] : cases) {
-            EXPECT_EQ(file->read_at(out, count, offset), read) << offset;
-            EXPECT_EQ(std::string(out.begin(), out.end()), expected) << offset;
-        }
-        EXPECT_FALSE(file->append(bytes_of("x"))) << "not opened for writing";
+    EXPECT_FALSE(file.read_at(out, 1, 0));
+    EXPECT_FALSE(file.open_read(path("absent")));
+    ASSERT_TRUE(file.open_read(make("in", digits)));
+    EXPECT_EQ(file.size(), 10);
+    const std::tuple<std::uint64_t, int, bool, const char*> cases[] = {{4, 3, true, "3456"},
+                                                                       {~0ull, 8, true, "89"},
+                                                                       {0, 9, true, ""},
+                                                                       {0, 10, false, ""},
+                                                                       {1, -1, false, ""}};
+    for (const auto& [count, offset, read, expected] : cases) {
+        EXPECT_EQ(file.read_at(out, count, offset), read) << offset;
+        EXPECT_EQ(std::string(out.begin(), out.end()), expected) << offset;
     }
+    EXPECT_FALSE(file.append(bytes_of("x"))) << "not opened for writing";
 }
 
 TEST_F(fileio, sources_read_what_exists)
@@ -144,21 +140,13 @@ TEST_F(fileio, sources_read_what_exists)
     EXPECT_FALSE(io::open_source(path("absent")) || io::open_source(""));
 }
 
-TEST_F(fileio, loading_stops_at_the_limit)
+TEST_F(fileio, is_there_or_not)
 {
-    make("in", digits);
-    io::byte_vector out;
-    for (const auto& [limit, size] : {std::pair(4u, 4u), {10u, 10u}, {100u, 10u}}) {
-        EXPECT_TRUE(io::load_file_bytes(out, path("in"), limit));
-        EXPECT_EQ(out.size(), size);
-    }
-    for (const auto& [bad, exists] : {std::pair(std::string(), false),
-                                      {path("absent"), false},
-                                      {make("empty", ""), true},
-                                      {path("."), true}}) {
-        EXPECT_FALSE(io::load_file_bytes(out, bad, 100)) << bad;
-        EXPECT_TRUE(out.empty());
-        EXPECT_EQ(io::file_exists(bad), exists) << bad;
+    for (const auto& [name, exists] : {std::pair(std::string(), false),
+                                       {path("absent"), false},
+                                       {make("empty", ""), true},
+                                       {path("."), true}}) {
+        EXPECT_EQ(io::file_exists(name), exists) << name;
     }
 }
 

@@ -67,7 +67,7 @@ fileio::~fileio()
 
 bool fileio::open_write(const std::string& path, bool write, bool byte_mode, bool truncate)
 {
-    if (memory_mode_ || path.empty()) {
+    if (path.empty()) {
         return false;
     }
     close();
@@ -79,31 +79,20 @@ bool fileio::open_write(const std::string& path, bool write, bool byte_mode, boo
     if (descriptor_ < 0) {
         return false;
     }
-    opened_ = true;
     byte_mode_ = byte_mode;
     size_ = platform::file_length(descriptor_);
     return true;
 }
 
-void fileio::open_memory(byte_vector bytes)
-{
-    close();
-    memory_ = std::move(bytes);
-    memory_mode_ = true;
-    size_ = static_cast<std::int64_t>(memory_.size());
-}
-
 void fileio::close()
 {
     output_.reset();
-    if (!memory_mode_ && descriptor_ >= 0) {
+    if (descriptor_ >= 0) {
         platform::close_file(descriptor_);
     }
     descriptor_ = -1;
     size_ = 0;
-    opened_ = false;
     byte_mode_ = false;
-    memory_mode_ = false;
 }
 
 bool fileio::read_at(byte_vector& out, std::uint64_t count, std::int64_t offset)
@@ -113,11 +102,6 @@ bool fileio::read_at(byte_vector& out, std::uint64_t count, std::int64_t offset)
         return false;
     }
     const std::uint64_t wanted = std::min(count, static_cast<std::uint64_t>(size_ - offset));
-    if (memory_mode_) {
-        const auto first = memory_.begin() + static_cast<std::ptrdiff_t>(offset);
-        out.assign(first, first + static_cast<std::ptrdiff_t>(wanted));
-        return true;
-    }
     out.resize(static_cast<std::size_t>(wanted));
     std::size_t done = 0;
     while (done < out.size()) {
@@ -136,7 +120,7 @@ bool fileio::read_at(byte_vector& out, std::uint64_t count, std::int64_t offset)
 
 bool fileio::append(std::span<const std::uint8_t> bytes)
 {
-    if (memory_mode_ || !is_open()) {
+    if (!is_open()) {
         return false;
     }
     if (bytes.empty()) {
@@ -160,13 +144,6 @@ fileio_output* fileio::output_stream()
         output_ = std::make_unique<fileio_output>(*this, !byte_mode_);
     }
     return output_.get();
-}
-
-bool load_file_bytes(byte_vector& out, const std::string& path, std::uint64_t limit)
-{
-    fileio file;
-    out.clear();
-    return file.open_read(path) && file.read_at(out, limit, 0) && !out.empty();
 }
 
 bool file_exists(const std::string& path)

@@ -25,9 +25,8 @@ private:
     std::string translated_;
 };
 
-// A file, or a block of memory, behind one interface. Either closed, open on a file, or in memory
-// mode; an object that fails to open stays valid and closed. Every operation answers false on
-// failure and words nothing. Paths are UTF-8.
+// A file on disk, open or closed; an object that fails to open stays valid and closed. Every
+// operation answers false on failure and words nothing. Paths are UTF-8.
 class fileio {
 public:
     fileio() = default;
@@ -37,21 +36,19 @@ public:
 
     // Opens `path`, its trailing separators cut, closing what was open. With `write`: for reading
     // and writing; with `truncate` too the file is created or emptied, without it it must exist.
-    // `byte_mode` switches off the CR LF line ends of output_stream(). Refused in memory mode.
+    // `byte_mode` switches off the CR LF line ends of output_stream().
     bool open_write(const std::string& path, bool write, bool byte_mode, bool truncate);
     bool open_read(const std::string& path) { return open_write(path, false, true, false); }
-    // Memory mode over `bytes`.
-    void open_memory(byte_vector bytes);
     void close();
 
-    bool is_open() const noexcept { return memory_mode_ || (descriptor_ >= 0 && opened_); }
+    bool is_open() const noexcept { return descriptor_ >= 0; }
     // Length in bytes as of the last open or write.
     std::int64_t size() const noexcept { return size_; }
 
     // Up to `count` bytes at `offset` into `out`, fewer at the end of the file; false when closed
     // or when `offset` lies at or past the end.
     bool read_at(byte_vector& out, std::uint64_t count, std::int64_t offset);
-    // Writes at the end; refused in memory mode.
+    // Writes at the end.
     bool append(std::span<const std::uint8_t> bytes);
 
     // The stream on this file, owned by it and flushed by close(); null when not open.
@@ -60,16 +57,9 @@ public:
 private:
     int descriptor_ = -1;
     std::int64_t size_ = 0;
-    bool opened_ = false;
     bool byte_mode_ = false;
-    bool memory_mode_ = false;
-    byte_vector memory_;
     std::unique_ptr<fileio_output> output_;
 };
-
-// Reads the first `limit` bytes of the file at `path`. False, with an empty `out`, when the path is
-// empty, the file does not open or nothing was read.
-bool load_file_bytes(byte_vector& out, const std::string& path, std::uint64_t limit);
 
 // Whether a file that can be opened, or a directory, is at `path`; false for an empty path.
 bool file_exists(const std::string& path);
