@@ -165,7 +165,7 @@ TEST(HiveKeys, AreListedInTheOrderOfEveryKindOfList)
     EXPECT_EQ(built({.name = "root"}).names(), "");
 }
 
-// What ends a damaged list differs from kind to kind. Of "ri" lists the parts are a b and c d.
+// What ends a damaged list differs from kind to kind. Of "ri" lists the pieces are a b and c d.
 TEST(HiveKeys, DamagedListsGiveWhatTheirKindLets)
 {
     struct {

@@ -30,12 +30,11 @@ std::string decoded(const bytes& value)
 
 TEST(patch_op, the_lowest_bits_name_it)
 {
-    for (const std::string display :
-         {"0x00000000 [unk]", "0x00000001 [set addr]", "0x00000002 [replace]",
-          "0x00000003 [replace]", "0x00000004 [match]", "0x00000006 [match]", "0x00000010 [unk]",
-          "0xabcdef01 [set addr]"}) {
-        const unsigned long opcode = std::stoul(display, nullptr, 16);
-        EXPECT_EQ(sdb::op_display(static_cast<std::uint32_t>(opcode)), display);
+    const std::pair<std::uint32_t, const char*> cases[] = {
+        {0, "unk"},   {1, "set addr"}, {2, "replace"}, {3, "replace"},
+        {4, "match"}, {6, "match"},    {16, "unk"},    {0xabcdef01, "set addr"}};
+    for (const auto& [opcode, name] : cases) {
+        EXPECT_EQ(sdb::op_name(opcode), name) << opcode;
     }
 }
 

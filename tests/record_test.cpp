@@ -117,8 +117,8 @@ TEST_F(record, a_scalar_behind_a_list_goes_to_the_last_group_less_deep)
 
 TEST_F(record, circles_are_followed_once)
 {
-    const auto looping = [&](std::string_view name, std::string_view to) {
-        return label(name, list(tag::shim, {name(name), shim_ref(to)}));
+    const auto looping = [&](std::string_view called, std::string_view to) {
+        return label(called, list(tag::shim, {name(called), shim_ref(to)}));
     };
     add({looping("self", "self"), looping("a", "b"), looping("b", "a")});
     add(list(tag::exe, {name("x"), shim_ref("a"), shim_ref("a")}));

@@ -84,8 +84,10 @@ TEST(time, formats)
         {"mm dd mmm yyyy", "", "04 Mar 2021|05:06:07"}, // the name is the month
         {"yy dd mm yyyy", "", "04 03 2021|05:06:07"},   // the four digits are the year
         {"yyyy-dd-mm", "hh:mm:ss.xxx", "|05:06:07", false},
+        {"yyyy-mm", "hh:mm:ss.xxx", "|05:06:07", false},
         {"abcdefgh", "hh:mm:ss", "2021-03-04|05:06:07.891", false, false},
         {"abc/efgh", "hh:mm:ss", "|05:06:07", false},
+        {"", "hh:mm:ss.xxx", "|05:06:07.891"},
         {"", "", "2021-03-04|05:06:07.891", true, false},
     };
     for (const auto& c : cases) {
@@ -96,6 +98,8 @@ TEST(time, formats)
         std::string date = "old", time = "old";
         uni::format_date_time(date, time, sample, c.date, c.time);
         EXPECT_EQ(date + '|' + time, c.is_compiled ? c.expected : "|05:06:07") << c.date;
+        uni::format_date_time(date, time, {}, c.date, c.time);
+        EXPECT_EQ(date + '|' + time, "|");
     }
     uni::date_style paired;
     EXPECT_TRUE(uni::compile_date_style(paired, "", "", true));

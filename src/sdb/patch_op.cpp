@@ -1,7 +1,5 @@
 #include "sdb/patch_op.h"
 
-#include "uni/numbers.h"
-
 namespace sdb {
 
 namespace {
@@ -22,13 +20,6 @@ std::string_view op_name(std::uint32_t opcode)
         return "replace";
     }
     return (opcode & 1) != 0 ? "set addr" : "unk";
-}
-
-std::string op_display(std::uint32_t opcode)
-{
-    char digits[8];
-    uni::put_hex(digits, opcode, 8);
-    return "0x" + std::string(digits, 8) + " [" + std::string(op_name(opcode)) + "]";
 }
 
 bool decode_patch_op(patch_op& op, uni::byte_view value, std::uint64_t position)

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include "uni/byte_view.h"
@@ -31,8 +30,6 @@ struct patch_op {
 
 // "match", "replace", "set addr", or "unk" for an opcode with none of the three bits.
 std::string_view op_name(std::uint32_t opcode);
-// The opcode in hexadecimal and its name, as in "0x00000002 [replace]".
-std::string op_display(std::uint32_t opcode);
 
 // Decodes the operation at `position` of a value. False when fewer than 52 bytes are left there, or
 // when the data size is negative or more than what is left beyond 52 bytes. That an operation takes

@@ -91,9 +91,6 @@ public:
     }
     void decimal(std::uint64_t value) { taken(put_decimal(room(20), value)); }
 
-    // Drops the last `count` bytes, which must have been written since room was last made.
-    void take_back(std::size_t count) noexcept { end_ -= count; }
-
     // What is held at the moment.
     std::string_view view() const noexcept
     {

@@ -35,6 +35,7 @@ struct node {
 // Where a reference leads: a label (which may be given later), a node, or any number at all.
 struct target : std::variant<std::string, node, std::uint32_t> {
     using variant::variant;
+    target(std::string_view label) : variant(std::string(label)) {}
     static target at(std::uint32_t offset) { return offset; }
 };
 
