@@ -100,7 +100,7 @@ TEST_F(discovery, what_cannot_be_listed_gives_nothing)
     make({"file", "a.sdb"});
     for (const std::string& bad : {std::string(), root_ + "/absent", root_ + "/file"}) {
         std::vector<platform::directory_entry> entries(1);
-        EXPECT_FALSE(platform::list_directory(bad, entries)) << bad;
+        EXPECT_FALSE(platform::list_directory(bad, entries).is_whole) << bad;
         EXPECT_TRUE(entries.empty());
         paths found;
         front::walk_sdb_files(bad, found, 8, notices_);
