@@ -37,13 +37,22 @@ struct column {
     bool is_blank_if_empty = false; // a moment that has no date is one blank
 };
 
-struct entry {
-    std::vector<labelled_line> lines;
+struct labelled_lines {
+    std::vector<labelled_line> lines = {};
     std::size_t label_width = 0;
-    bool pads_values = false; // the values of the lines, to the widest
+    bool pads_values = false; // to the widest, or `narrowest_value`
     std::size_t narrowest_value = 0;
-    std::vector<column> columns;
-    std::optional<timeline_item> events;
+};
+
+// Each shape is made when a form asks for it.
+class entry {
+public:
+    virtual ~entry() = default;
+
+    virtual labelled_lines lines() const = 0;
+    virtual std::vector<column> columns() const = 0;
+    // Nothing for a subject that has no timestamps.
+    virtual std::optional<timeline_item> events() const { return std::nullopt; }
 };
 
 } // namespace form

@@ -100,7 +100,8 @@ public:
     bool record(const model::record_groups&) override { return goes_on(); }
     bool subject(const entry& facts) override
     {
-        return facts.events ? write_timeline(out_, *facts.events, style_, state_) : goes_on();
+        const std::optional<timeline_item> events = facts.events();
+        return events ? write_timeline(out_, *events, style_, state_) : goes_on();
     }
 
 private:
@@ -121,8 +122,8 @@ public:
 
     bool subject(const entry& facts) override
     {
-        return facts.events ? write_timeline(out_, *facts.events, style_, state_)
-                            : lines_form::subject(facts);
+        const std::optional<timeline_item> events = facts.events();
+        return events ? write_timeline(out_, *events, style_, state_) : lines_form::subject(facts);
     }
 };
 
