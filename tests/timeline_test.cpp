@@ -48,20 +48,28 @@ TEST(timeline, a_row_stands_for_each_distinct_moment)
     }
 }
 
-form::entry events()
-{
-    form::entry facts;
-    facts.lines = {{.label = "label", .shown = "line"}};
-    facts.events = {{{{moment, "DB, Modified"}, {}, {}, {}}},
-                    "SHIM",
-                    "Shim Database",
-                    "1,2\r\n3\r",
-                    "a|b,c",
-                    "fi,le",
-                    "no,tes\n",
-                    "ext,ra"};
-    return facts;
-}
+// A line, and perhaps a timestamp.
+struct fact : form::entry {
+    bool has_events = true;
+
+    form::labelled_lines lines() const override
+    {
+        return {.lines = {{.label = "label", .shown = "line"}}};
+    }
+    std::vector<form::column> columns() const override { return {}; }
+    std::optional<form::timeline_item> events() const override
+    {
+        const form::timeline_item item{{{{moment, "DB, Modified"}, {}, {}, {}}},
+                                       "SHIM",
+                                       "Shim Database",
+                                       "1,2\r\n3\r",
+                                       "a|b,c",
+                                       "fi,le",
+                                       "no,tes\n",
+                                       "ext,ra"};
+        return has_events ? std::optional(item) : std::nullopt;
+    }
+};
 
 TEST(timeline, columns_follow_the_options)
 {
@@ -107,7 +115,7 @@ TEST(timeline, columns_follow_the_options)
             one.change(options);
             uni::text_buffer out;
             const auto writer = form::form_of(form).make(out, options, {});
-            EXPECT_TRUE(writer->subject(events()) && writer->subject(events()));
+            EXPECT_TRUE(writer->subject(fact()) && writer->subject(fact()));
             const std::string text(out.view());
             const std::size_t behind_head = text.find('\n') + 1;
             const std::string row = text.substr(behind_head, (text.size() - behind_head) / 2);
@@ -120,8 +128,8 @@ TEST(timeline, columns_follow_the_options)
 
 TEST(timeline, what_has_no_events_is_lines_in_one_form_and_nothing_in_the_other)
 {
-    form::entry facts = events();
-    facts.events.reset();
+    fact facts;
+    facts.has_events = false;
     for (const auto& [form, expected] : {std::pair("csvl2t", ""), {"bodyfile", "label,line\n"}}) {
         const request::sdb_opts options = test_support::row_options(form);
         uni::text_buffer out;
