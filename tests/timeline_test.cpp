@@ -48,20 +48,30 @@ TEST(timeline, a_row_stands_for_each_distinct_moment)
     }
 }
 
-form::entry events()
-{
-    form::entry facts;
-    facts.lines = {{.label = "label", .shown = "line"}};
-    facts.events = {{{{moment, "DB, Modified"}, {}, {}, {}}},
-                    "SHIM",
-                    "Shim Database",
-                    "1,2\r\n3\r",
-                    "a|b,c",
-                    "fi,le",
-                    "no,tes\n",
-                    "ext,ra"};
-    return facts;
-}
+// A line, and perhaps a timestamp.
+struct fact : form::entry {
+    bool has_events = true;
+    std::optional<form::file_facts> known = {};
+
+    form::labelled_lines lines() const override
+    {
+        return {.lines = {{.label = "label", .shown = "line"}}};
+    }
+    std::vector<form::column> columns() const override { return {}; }
+    std::optional<form::timeline_item> events() const override
+    {
+        const form::timeline_item item{{{{moment, "DB, Modified"}, {}, {}, {}}},
+                                       "SHIM",
+                                       "Shim Database",
+                                       "1,2\r\n3\r",
+                                       "a|b,c",
+                                       "fi,le",
+                                       "no,tes\n",
+                                       "ext,ra"};
+        return has_events ? std::optional(item) : std::nullopt;
+    }
+    std::optional<form::file_facts> file() const override { return known; }
+};
 
 TEST(timeline, columns_follow_the_options)
 {
@@ -112,7 +122,7 @@ TEST(timeline, columns_follow_the_options)
         one.change(options);
         uni::text_buffer out;
         const auto writer = form::form_of("csvl2t").make(out, options, {});
-        EXPECT_TRUE(writer->subject(events()) && writer->subject(events()));
+        EXPECT_TRUE(writer->subject(fact()) && writer->subject(fact()));
         const std::string text(out.view());
         const std::size_t behind_head = text.find('\n') + 1;
         const std::string row = text.substr(behind_head, (text.size() - behind_head) / 2);
@@ -124,13 +134,13 @@ TEST(timeline, columns_follow_the_options)
 
 TEST(timeline, a_body_file_has_rows_of_eleven_fields)
 {
-    form::entry facts = events();
-    facts.file = {.path = "a|b\t\x1b",
-                  .digest_md5 = [] { return std::string("d19"); },
-                  .size = 77,
-                  .access = year_3001,
-                  .write = moment,
-                  .events = {{moment, "database"}, {0, "installed"}}};
+    fact facts;
+    facts.known = {.path = "a|b\t\x1b",
+                   .digest_md5 = "d19",
+                   .size = 77,
+                   .access = year_3001,
+                   .write = moment,
+                   .events = {{moment, "database"}, {0, "installed"}}};
     const char* const cases[] = {"d19|a;b\t[x1b]|0|0|0|0|77|0|1614834367|0|0\n"
                                  "0|a;b\t[x1b] (database)|0|0|0|0|0|0|1614834367|0|0\n",
                                  "d19|\"a|b\t[x1b]\"|0|0|0|0|77|0|1614834367|0|0\n"
@@ -148,8 +158,8 @@ TEST(timeline, a_body_file_has_rows_of_eleven_fields)
 
 TEST(timeline, what_has_no_events_is_lines_in_one_form_and_nothing_in_the_other)
 {
-    form::entry facts = events();
-    facts.events.reset(); // and no file
+    fact facts;
+    facts.has_events = false;
     for (const auto& [form, expected] : {std::pair("csvl2t", ""), {"bodyfile", "label,line\n"}}) {
         const request::sdb_opts options = test_support::row_options(form);
         uni::text_buffer out;

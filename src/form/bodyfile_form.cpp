@@ -46,15 +46,16 @@ public:
 
     bool subject(const entry& facts) override
     {
-        if (!facts.file) {
+        const std::optional<file_facts> file = facts.file();
+        if (!file) {
             wrote_lines_ = true;
             return lines_form::subject(facts);
         }
-        const file_facts& file = *facts.file;
-        write_row(file.digest_md5(), file.path, file.size, file.access, file.write, file.creation);
-        for (const file_event& event : file.events) {
+        write_row(file->digest_md5, file->path, file->size, file->access, file->write,
+                  file->creation);
+        for (const file_event& event : file->events) {
             if (uni::time_value_from(event.time, uni::time_kind::filetime).valid) {
-                const std::string name = file.path + " (" + std::string(event.meaning) + ")";
+                const std::string name = file->path + " (" + std::string(event.meaning) + ")";
                 write_row({}, name, 0, 0, event.time, 0);
             }
         }

@@ -25,16 +25,17 @@ public:
 
     bool subject(const entry& facts) override
     {
+        const std::vector<column> columns = facts.columns();
         if (!state_.head_stands) {
-            for (const column& one : facts.columns) {
+            for (const column& one : columns) {
                 write_cell(one.head, one.leads_head, one.width);
-                end_cell(&one == &facts.columns.back());
+                end_cell(&one == &columns.back());
             }
             state_.head_stands = true;
         }
-        for (const column& one : facts.columns) {
+        for (const column& one : columns) {
             write_value_cell(one);
-            end_cell(&one == &facts.columns.back());
+            end_cell(&one == &columns.back());
         }
         return goes_on();
     }

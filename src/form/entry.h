@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,7 +46,7 @@ struct file_event {
 // A file as a body file tells of it. Times are FILETIME ticks, 0 for what is not known.
 struct file_facts {
     std::string path;
-    std::function<std::string()> digest_md5; // empty if it cannot be computed
+    std::string digest_md5; // empty if it cannot be computed
     std::uint64_t size = 0;
     std::uint64_t access = 0;
     std::uint64_t write = 0;
@@ -55,14 +54,24 @@ struct file_facts {
     std::vector<file_event> events;
 };
 
-struct entry {
-    std::vector<labelled_line> lines;
+struct labelled_lines {
+    std::vector<labelled_line> lines = {};
     std::size_t label_width = 0;
-    bool pads_values = false; // the values of the lines, to the widest
+    bool pads_values = false; // to the widest, or `narrowest_value`
     std::size_t narrowest_value = 0;
-    std::vector<column> columns;
-    std::optional<timeline_item> events;
-    std::optional<file_facts> file;
+};
+
+// Each shape is made when a form asks for it.
+class entry {
+public:
+    virtual ~entry() = default;
+
+    virtual labelled_lines lines() const = 0;
+    virtual std::vector<column> columns() const = 0;
+    // Nothing for a subject that has no timestamps.
+    virtual std::optional<timeline_item> events() const { return std::nullopt; }
+    // Nothing for a subject that is no database.
+    virtual std::optional<file_facts> file() const { return std::nullopt; }
 };
 
 } // namespace form

@@ -130,23 +130,24 @@ std::string lines_form::line_text(const labelled_line& line) const
 
 bool lines_form::subject(const entry& facts)
 {
+    const labelled_lines shape = facts.lines();
     std::vector<std::string> texts;
-    std::size_t value_width = facts.narrowest_value;
-    for (const labelled_line& line : facts.lines) {
+    std::size_t value_width = shape.narrowest_value;
+    for (const labelled_line& line : shape.lines) {
         texts.push_back(line_text(line));
         if (line.sets_width) {
             value_width = std::max(value_width, texts.back().size());
         }
     }
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        const labelled_line& line = facts.lines[i];
+        const labelled_line& line = shape.lines[i];
         // The remark does not count for the width, which the values alone settle.
         if (line.remark) {
             texts[i] += " [" + moment_text(*line.remark, style_).joined() + " UTC]";
         }
-        out_.left(line.label, facts.label_width);
+        out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
-        out_.left(texts[i], facts.pads_values ? value_width : 0);
+        out_.left(texts[i], shape.pads_values ? value_width : 0);
         out_.line_end();
     }
     return goes_on();

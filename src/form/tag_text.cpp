@@ -177,19 +177,6 @@ void write_unix_time(uni::text_buffer& out, std::uint32_t value, const request::
         style);
 }
 
-// Writes stored text into a row, whose fields TABs may part.
-void write_text_of_row(uni::text_buffer& out, uni::byte_view stored,
-                       const request::cmd_params& style)
-{
-    bool plain = false;
-    const std::string_view text = write_stored_text(out, stored, plain);
-    if (!plain && text.find('\t') != std::string_view::npos) {
-        const std::string marked = marked_text(text, style);
-        out.take_back(text.size());
-        out.text(marked);
-    }
-}
-
 bool write_guid(uni::text_buffer& out, uni::byte_view value)
 {
     if (value.size() != uni::guid_size) {
@@ -234,13 +221,15 @@ void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
     }
 }
 
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain)
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain,
+                                   const request::cmd_params* row_style)
 {
     char* start = out.room(uni::stored_text_room(stored.size()));
     char* end = uni::put_stored_utf16(start, stored, plain);
     const std::string_view text(start, static_cast<std::size_t>(end - start));
-    if (!plain && uni::needs_marks(text)) [[unlikely]] {
-        const std::string marked = uni::marked(text);
+    const bool has_tab = row_style != nullptr && !plain && text.find('\t') != text.npos;
+    if (!plain && (has_tab || uni::needs_marks(text))) [[unlikely]] {
+        const std::string marked = has_tab ? marked_text(text, *row_style) : uni::marked(text);
         start = out.room(marked.size());
         end = std::ranges::copy(marked, start).out;
     }
@@ -281,6 +270,7 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
                     std::uint32_t offset, const request::cmd_params& style)
 {
     const uni::byte_view image = database.image();
+    bool plain = false;
     const std::uint64_t value = std::uint64_t{offset} + 2;
     switch (form_of(tag)) {
     case value_form::nothing:
@@ -308,11 +298,11 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         return true;
     case value_form::reference: {
         const uni::byte_view stored = database.string_bytes(image.u32(value));
-        write_text_of_row(out, stored, style);
+        write_stored_text(out, stored, plain, &style);
         return !stored.empty();
     }
     case value_form::stored_text:
-        write_text_of_row(out, database.payload_at(offset), style);
+        write_stored_text(out, database.payload_at(offset), plain, &style);
         return true;
     case value_form::guid:
         return write_guid(out, database.payload_at(offset));

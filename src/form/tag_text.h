@@ -23,8 +23,10 @@ void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
 
 // Writes stored UTF-16LE text up to its first zero unit, with its marks (see uni/marks.h); gives what
 // was written, which the next write to `out` makes invalid. Also tells whether the text is plain (see
-// uni::put_stored_utf16).
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain);
+// uni::put_stored_utf16). With a style it stands in a row of that: a TAB that parts fields is marked
+// too.
+std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain,
+                                   const request::cmd_params* row_style = nullptr);
 
 // The text of a string or a string reference as it is stored, without marks; nothing for a reference
 // that leads nowhere.

@@ -27,12 +27,12 @@ std::size_t text_cache::most_text() const
 void text_cache::begin_record()
 {
     if (slots_.empty() || texts_.size() > most_text()) {
-        slots_.assign(slot_count(), entry());
+        slots_.assign(slot_count(), slot());
         texts_.clear();
     }
 }
 
-text_cache::entry text_cache::convert(entry& place, std::uint32_t reference)
+text_cache::entry text_cache::convert(slot& place, std::uint32_t reference)
 {
     constexpr std::uint64_t longest_kept = 1024;
     const uni::byte_view stored = database_.string_bytes(reference);
@@ -41,7 +41,7 @@ text_cache::entry text_cache::convert(entry& place, std::uint32_t reference)
     if (stored.size() > longest_kept || texts_.size() > most_text()) {
         return found;
     }
-    const std::size_t start = texts_.size();
+    const std::size_t start = texts_.size() + sizeof(text_head);
     texts_.resize(start + uni::stored_text_room(stored.size()));
     char* const end = uni::put_stored_utf16(texts_.data() + start, stored, found.plain);
     texts_.resize(static_cast<std::size_t>(end - texts_.data()));
@@ -54,7 +54,9 @@ text_cache::entry text_cache::convert(entry& place, std::uint32_t reference)
     found.position = static_cast<std::uint32_t>(start);
     found.length = static_cast<std::uint32_t>(texts_.size() - start);
     found.is_kept = true;
-    place = found;
+    const text_head head{found.length, found.plain};
+    std::memcpy(texts_.data() + start - sizeof head, &head, sizeof head);
+    place = {reference, found.position};
     return found;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "io/large_vector.h"
@@ -28,11 +29,14 @@ public:
     void begin_record();
     entry look_up(std::uint32_t reference)
     {
-        entry& found = slots_[hash(reference) & (slots_.size() - 1)];
-        if (!found.is_kept || found.reference != reference) [[unlikely]] {
+        slot& found = slots_[hash(reference) & (slots_.size() - 1)];
+        if (found.position == 0 || found.reference != reference) [[unlikely]] {
             return convert(found, reference);
         }
-        return found;
+        // Reading the head fetches the text's first bytes, too, long before they are written.
+        text_head head;
+        std::memcpy(&head, texts_.data() + found.position - sizeof head, sizeof head);
+        return {reference, found.position, head.length, true, head.plain};
     }
     // The text of an entry that is kept; empty for a reference that leads nowhere. Good until the
     // next look-up.
@@ -42,16 +46,27 @@ public:
     }
 
 private:
+    // What is known of a text stands in front of it, so that slots stay small: many more of them fit
+    // into the processor's cache (list_applications/xml in bench/listing_benchmark.cpp).
+    struct text_head {
+        std::uint32_t length;
+        bool plain;
+    };
+    struct slot {
+        std::uint32_t reference = 0;
+        std::uint32_t position = 0; // of the text in texts_; 0 for none
+    };
+
     static std::size_t hash(std::uint32_t reference) noexcept
     {
         return (reference * std::uint32_t{0x9e3779b1}) >> 12;
     }
     std::size_t slot_count() const;
     std::size_t most_text() const;
-    entry convert(entry& place, std::uint32_t reference);
+    entry convert(slot& place, std::uint32_t reference);
 
     const sdb::sdb_database& database_;
-    io::large_vector<entry> slots_; // by their references' hashes
+    io::large_vector<slot> slots_; // by their references' hashes
     io::large_vector<char> texts_;
 };
 

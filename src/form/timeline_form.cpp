@@ -57,18 +57,19 @@ public:
     }
     bool subject(const entry& facts) override
     {
-        if (!facts.events) {
+        const std::optional<timeline_item> events = facts.events();
+        if (!events) {
             return goes_on();
         }
         if (!state_.head_stands) {
             write_head();
             state_.head_stands = true;
         }
-        for (const timeline_row& row : expand_stamps(facts.events->stamps)) {
+        for (const timeline_row& row : expand_stamps(events->stamps)) {
             write_moment_columns(row);
             for (const timeline_column& column : columns) {
                 out_.text(style_.csv_separator);
-                field(field_text(column.text({*facts.events, row, style_}), style_));
+                field(field_text(column.text({*events, row, style_}), style_));
             }
             out_.line_end();
         }

@@ -1,9 +1,6 @@
 #include "form/value_text.h"
 
-#include <optional>
-
 #include "form/tag_text.h"
-#include "sdb/tag_ordinal.h"
 
 namespace form {
 
@@ -19,9 +16,8 @@ overloaded(handlers...) -> overloaded<handlers...>;
 void write_stored_value(uni::text_buffer& out, const stored_value& stored,
                         const request::cmd_params& style, const sdb::sdb_database* database)
 {
-    const auto ordinal = database == nullptr ? std::nullopt : database->ordinal_of(stored.offset);
-    if (ordinal) {
-        write_tag_text(out, *database, database->tag_at(*ordinal), stored.offset, style);
+    if (database != nullptr && database->is_recorded(stored.offset)) {
+        write_tag_text(out, *database, database->image().u16(stored.offset), stored.offset, style);
     }
 }
 

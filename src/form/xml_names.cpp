@@ -1,5 +1,8 @@
 #include "form/xml_names.h"
 
+#include <algorithm>
+#include <string>
+
 namespace form {
 
 const xml_names& xml_names::known()
@@ -10,19 +13,15 @@ const xml_names& xml_names::known()
 
 xml_names::xml_names() : openings_(sdb::tag_slots)
 {
-    std::vector<std::size_t> ends;
     for (std::size_t slot = 0; slot + 1 < sdb::tag_slots; ++slot) {
-        const std::string_view name = sdb::known_tag_name(sdb::tag_of_slot(slot));
-        if (!name.empty()) {
-            texts_.append(" ").append(name).append("=\"");
+        const std::uint16_t tag = sdb::tag_of_slot(slot);
+        const std::string_view name = sdb::known_tag_name(tag);
+        const std::string text = " " + std::string(name) + "=\"";
+        if (!name.empty() && text.size() <= copied) {
+            opening& made = openings_[sdb::tag_slot(tag)];
+            std::ranges::copy(text, made.text.begin());
+            made.length = text.size();
         }
-        ends.push_back(texts_.size());
-    }
-    std::size_t begin = 0;
-    for (std::size_t slot = 0; slot < ends.size(); ++slot) {
-        openings_[sdb::tag_slot(sdb::tag_of_slot(slot))] =
-            std::string_view(texts_).substr(begin, ends[slot] - begin);
-        begin = ends[slot];
     }
 }
 

@@ -116,11 +116,10 @@ void xml_record_writer::indent(unsigned depth)
 
 void xml_record_writer::write_name(std::uint16_t tag, std::string_view name)
 {
-    const std::string_view known = name.empty() ? names_.element(tag) : name;
-    if (known.empty()) {
+    if (name.empty()) {
         write_tag_name(out_, tag);
     } else {
-        out_.text(known);
+        out_.text(name);
     }
 }
 
@@ -271,13 +270,10 @@ void xml_record_writer::move_to_child(const member& scalar)
 
 void xml_record_writer::open_attribute(std::uint16_t tag)
 {
-    const std::string_view opening = names_.attribute(tag);
-    if (opening.empty()) {
+    if (!names_.write_attribute(out_, tag)) {
         out_.character(' ');
         write_tag_name(out_, tag);
         out_.literal("=\"");
-    } else {
-        out_.text(opening);
     }
 }
 

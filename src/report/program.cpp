@@ -30,26 +30,6 @@ form::value value_of(const model::pe_property& property)
     return form::hex_number{property.number};
 }
 
-// The properties in order of their names; of several of a name the first counts.
-void add_lines(form::entry& entry, const job& work)
-{
-    std::map<std::string, const model::pe_property*> by_name;
-    for (const model::pe_property& property : *work.program) {
-        by_name.try_emplace(form::marked_text(property.name, work.options), &property);
-    }
-    entry.lines.push_back({.label = "Source file", .shown = work.path, .sets_width = false});
-    for (const auto& [name, property] : by_name) {
-        form::labelled_line line{.label = name, .shown = value_of(*property)};
-        if (property->tag == tag::link_date && property->text.empty()) {
-            line.remark = moment_of(*property);
-        }
-        entry.label_width = std::max(entry.label_width, name.size());
-        entry.lines.push_back(std::move(line));
-    }
-    entry.narrowest_value = 8;
-    entry.pads_values = true;
-}
-
 // What a column of the delimited form shows of the property under its tag. Numbers are decimal,
 // whatever the base of the run.
 enum class cell { file_name, date, time, number, text, folder };
@@ -61,7 +41,7 @@ struct program_column {
     std::uint16_t tag = 0;
 };
 
-constexpr program_column columns[] = {
+constexpr program_column program_columns[] = {
     {"source file", 42, cell::file_name},
     {"compile date", 12, cell::date, tag::link_date},
     {"time-UTC", 12, cell::time, tag::link_date},
@@ -101,40 +81,70 @@ form::value cell_value(const program_column& column, const model::pe_list& list)
     }
 }
 
-void add_columns(form::entry& entry, const job& work)
-{
-    std::string folder;
-    std::string name;
-    if (!uni::split_path(work.path, folder, name)) {
-        name = work.path;
-    }
-    for (const program_column& column : columns) {
-        form::column made{.head = column.head, .width = column.width};
-        if (column.shows == cell::file_name) {
-            made.shown = name;
-        } else if (column.shows == cell::folder) {
-            made.shown = folder;
-        } else {
-            made.shown = cell_value(column, *work.program);
+// What a program says of itself in the shapes that it takes in the forms.
+class program_facts : public form::entry {
+public:
+    explicit program_facts(const job& work) : work_(work) {}
+
+    // The properties in order of their names; of several of a name the first counts.
+    form::labelled_lines lines() const override
+    {
+        std::map<std::string, const model::pe_property*> by_name;
+        for (const model::pe_property& property : *work_.program) {
+            by_name.try_emplace(form::marked_text(property.name, work_.options), &property);
         }
-        if (column.shows == cell::date || column.shows == cell::time) {
-            made.part =
-                column.shows == cell::date ? form::column_part::date : form::column_part::time;
-            made.leads_head = made.leads_value = column.shows == cell::time;
+        form::labelled_lines made{.pads_values = true, .narrowest_value = 8};
+        made.lines.push_back({.label = "Source file", .shown = work_.path, .sets_width = false});
+        for (const auto& [name, property] : by_name) {
+            form::labelled_line line{.label = name, .shown = value_of(*property)};
+            if (property->tag == tag::link_date && property->text.empty()) {
+                line.remark = moment_of(*property);
+            }
+            made.label_width = std::max(made.label_width, name.size());
+            made.lines.push_back(std::move(line));
         }
-        entry.columns.push_back(std::move(made));
+        return made;
     }
-}
+
+    std::vector<form::column> columns() const override
+    {
+        std::string folder;
+        std::string name;
+        if (!uni::split_path(work_.path, folder, name)) {
+            name = work_.path;
+        }
+        std::vector<form::column> made;
+        made.reserve(std::size(program_columns));
+        for (const program_column& column : program_columns) {
+            form::column& one = made.emplace_back();
+            one.head = column.head;
+            one.width = column.width;
+            if (column.shows == cell::file_name) {
+                one.shown = name;
+            } else if (column.shows == cell::folder) {
+                one.shown = folder;
+            } else {
+                one.shown = cell_value(column, *work_.program);
+            }
+            if (column.shows == cell::date || column.shows == cell::time) {
+                one.part =
+                    column.shows == cell::date ? form::column_part::date : form::column_part::time;
+                one.leads_head = one.leads_value = column.shows == cell::time;
+            }
+        }
+        return made;
+    }
+
+private:
+    const job& work_;
+};
 
 } // namespace
 
 // What a program says of itself.
 bool tell_program(const job& work)
 {
-    form::entry entry;
-    add_lines(entry, work);
-    add_columns(entry, work);
-    work.form.subject(entry);
+    work.form.subject(program_facts(work));
     return true;
 }
 

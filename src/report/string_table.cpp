@@ -8,10 +8,11 @@ bool list_string_table(const job& work)
 {
     const sdb::sdb_database& database = *work.database;
     bool found = false;
+    form::value text;
     for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(sdb::tag::stringtable_item)) {
         const sdb::sdb_tag_item item = database.item_at(ordinal);
         if (std::uint64_t{item.offset} + item.size < database.image().size()) {
-            const form::value text = form::stored_value{item.offset};
+            text = form::stored_value{item.offset};
             found = true;
             if (!work.form.row({&text, 1})) {
                 return found;
