@@ -169,7 +169,7 @@ class Volume(VolumeReports, Runs):
     def test_machines_read_the_delimited_forms(self):
         for form, separator in (("-csv", ","), ("-csv -no_whitespace", ","), ("-csvl2t", ","),
                                 ("-csv -pair_datetime", ","), ("-csvl2t -pair_datetime", ","),
-                                ("-csv -hostname H", ","), ("-bodyfile", "|"),
+                                ("-csv -hostname H", ","),
                                 ("-csv -enable_quoted_csv_fields -csv_separator TAB", "\t"),
                                 ("-csvl2t -csv_separator |", "|")):
             with self.subTest(form=form):

@@ -63,7 +63,7 @@ bytes pe_plan::build() const
     put(out, pe_offset, "PE");
     put(out, {{60, pe_offset, 4},
               {pe_offset + 6u, sections.size(), 2},
-              {pe_offset + 8u, 0x5f5e1000, 4},
+              {pe_offset + 8u, time_stamp, 4},
               {pe_offset + 20u, optional_size, 2},
               {header, is_64 ? 0x20bu : 0x10bu, 2},
               {header + 16, entry_rva, 4},

@@ -22,7 +22,7 @@ struct pe_plan {
     bool is_64 = false;
     std::uint32_t pe_offset = 128;
     std::uint16_t optional_size = 0xe0; // as the file header tells it
-    std::uint32_t checksum = 0x12345, entry_rva = 0;
+    std::uint32_t time_stamp = 0x5f5e1000, checksum = 0x12345, entry_rva = 0;
     std::uint64_t image_base = 0x400000;
     std::uint16_t image_version[2] = {2, 5};
     std::vector<pe_section_plan> sections = {};
