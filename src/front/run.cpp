@@ -140,8 +140,10 @@ private:
             const model::registry_facts known = targets_.installed.find(path);
             say_doubts(known.how, path, out_.notices);
             work.installed = known.facts;
-            report::report_of("stats").make(work);
-            if (is_one_of_several) {
+            if (!report::report_of("stats").make(work)) {
+                out_.notices.fail("Prob analyzing file %s: its database list holds nothing\n",
+                                  path.c_str());
+            } else if (is_one_of_several) {
                 form->separate();
             }
         } else {
@@ -161,15 +163,13 @@ private:
 
     void work_on_targets()
     {
-        if (targets_.files.empty()) {
-            if (options_.searches_default_places) {
-                say_nothing_found();
-            }
-            if (!options_.stats) {
-                print_usage();
-                out_.notices.note_failure();
-            }
+        if (targets_.files.empty() && !options_.searches_default_places) {
+            print_usage();
+            out_.notices.note_failure();
             return;
+        }
+        if (targets_.files.empty()) {
+            say_nothing_found();
         }
         state_.is_lone = targets_.files.size() == 1;
         const platform::wow64_redirect_adt redirection;

@@ -188,8 +188,9 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
         return false;
     }
     options.sdb_path = expanded(value);
-    // Only the drive of a path is a volume that may have a hive.
-    options.volume_text = model::parts_of(options.sdb_path).drive;
+    // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
+    const bool names_no_drive = options.sdb_path.find_first_not_of("/\\") >= 2;
+    options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
     return file_is_there(options.sdb_path, now.notices);
 }
 
@@ -351,8 +352,7 @@ void settle_targets(request::sdb_opts& options)
 
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
-    if (options.append &&
-        form::form_of(options.form).carries == form::contents::records_of_one) {
+    if (options.append && form::form_of(options.form).carries == form::contents::records_of_one) {
         notices.fail("-append needs a form of lines, aborting\n");
         return true;
     }

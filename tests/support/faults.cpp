@@ -21,9 +21,21 @@
 
 namespace {
 
-enum kind { k_open, k_close, k_read, k_write, k_seek, k_stat, k_rename, k_readdir, k_thread, k_memory, kinds };
-constexpr const char* names[kinds] = {"open",   "close",   "read",   "write", "seek",
-                                      "stat",   "rename",  "readdir", "thread", "memory"};
+enum kind {
+    k_open,
+    k_close,
+    k_read,
+    k_write,
+    k_seek,
+    k_stat,
+    k_rename,
+    k_readdir,
+    k_thread,
+    k_memory,
+    kinds
+};
+constexpr const char* names[kinds] = {"open", "close",  "read",    "write",  "seek",
+                                      "stat", "rename", "readdir", "thread", "memory"};
 
 std::atomic<long> counts[kinds];
 int wanted_kind = -1;
@@ -131,10 +143,10 @@ ssize_t pread(int descriptor, void* out, size_t count, off_t offset)
 {
     static const auto real = next<ssize_t(int, void*, size_t, off_t)>("pread");
     const fate what = fate_of(k_read);
-    return what == fate::fails ? failed(EIO)
-                               : real(descriptor, out,
-                                      what == fate::is_short && count > 1 ? count / 2 : count,
-                                      offset);
+    return what == fate::fails
+               ? failed(EIO)
+               : real(descriptor, out, what == fate::is_short && count > 1 ? count / 2 : count,
+                      offset);
 }
 ssize_t pread64(int descriptor, void* out, size_t count, off64_t offset)
 {

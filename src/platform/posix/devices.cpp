@@ -1,6 +1,5 @@
 #include "platform/devices.h"
 
-
 #include "platform/files.h"
 
 namespace platform {
