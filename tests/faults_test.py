@@ -11,6 +11,7 @@ import os
 import shutil
 import subprocess
 import sys
+import xml.parsers.expat
 from pathlib import Path
 
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
@@ -49,6 +50,13 @@ class Faults(Runs):
         out = Path(self.path("out"))
         return result, masked(result.stdout) + masked(out.read_bytes() if out.exists() else b"")
 
+    def check_what_there_is(self, result):
+        """A document is one for all that; what was not put in its place is named."""
+        if result.stdout.startswith(b"<?xml"):
+            xml.parsers.expat.ParserCreate().Parse(result.stdout, True)
+        if os.path.exists(self.path("out.partial")):
+            self.assertIn(b"out.partial", result.stderr)
+
     def check(self, *options):
         options = [word.replace("IN", self.path("in")).replace("OUT", self.path("out"))
                    for word in options]
@@ -70,6 +78,7 @@ class Faults(Runs):
                             self.assertEqual(result.returncode, FAILED, result.stderr)
                             if kind != "write":  # the error stream itself may be what failed
                                 self.assertNotEqual(result.stderr, b"")
+                                self.check_what_there_is(result)
         self.assertEqual(self.inputs(), self.before)
 
     def test_listing(self):

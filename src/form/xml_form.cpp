@@ -19,7 +19,12 @@ public:
 
     bool record(const model::record_groups& groups) override
     {
-        records_->write_record(groups);
+        try {
+            records_->write_record(groups);
+        } catch (...) {
+            records_->abandon_record();
+            throw;
+        }
         return goes_on();
     }
     bool subject(const entry&) override { return goes_on(); }
@@ -53,7 +58,10 @@ public:
 private:
     void begin_document() override
     {
+        // All that may fail comes first: a document is begun wholly or not at all.
         prepare(document_);
+        const std::string file = state_.is_lone ? "" : uni::xml_escape(document_.path);
+        out_.room(declaration.size() + file.size() + 64);
         if (!state_.head_stands) {
             out_.text(declaration);
             out_.text(state_.is_lone ? "" : "<shimdbs>\n");
@@ -63,7 +71,7 @@ private:
             out_.literal("<shimdb>\n");
         } else {
             out_.literal("<shimdb file=\"");
-            out_.text(uni::xml_escape(document_.path));
+            out_.text(file);
             out_.literal("\">\n");
         }
     }

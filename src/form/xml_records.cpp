@@ -88,11 +88,12 @@ bool moves_to_app_element(std::uint16_t tag)
 
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
 {
-    out.text("<op module=\"");
     uni::text_buffer module_name;
     bool plain = false;
     const std::string_view name = write_stored_text(module_name, op.module_name, plain);
-    out.text(plain ? std::string(name) : uni::xml_escape(name));
+    const std::string shown = plain ? std::string(name) : uni::xml_escape(name);
+    out.text("<op module=\"");
+    out.text(shown);
     out.text("\" type=\"");
     out.text(sdb::op_name(op.opcode));
     out.text("\" address=\"0x");
@@ -133,6 +134,27 @@ void xml_record_writer::close_down_to(std::uint16_t depth)
         write_name(closed.tag, closed.name);
         out_.literal(">\n");
     }
+}
+
+void xml_record_writer::abandon_record()
+{
+    switch (std::exchange(place_, place::content)) {
+    case place::content:
+        break;
+    case place::app_tag:
+        out_.literal(" />\n");
+        break;
+    case place::tag:
+        out_.literal(" />\n");
+        open_.pop_back();
+        break;
+    case place::operations:
+        out_.literal("</");
+        write_tag_name(out_, operations_tag_);
+        out_.literal(">\n");
+        break;
+    }
+    close_down_to(0);
 }
 
 void xml_record_writer::collect_members(const model::record_groups& groups)
@@ -212,7 +234,9 @@ void xml_record_writer::write_group(members group, bool has_nested)
     indent(head.depth);
     out_.character('<');
     write_name(head.tag, open_.back().name);
+    place_ = place::tag;
     write_attributes(group);
+    place_ = place::content;
     if (self_closed_) {
         out_.literal(" />\n");
         open_.pop_back();
@@ -279,6 +303,7 @@ void xml_record_writer::open_attribute(std::uint16_t tag)
 
 void xml_record_writer::write_pair(std::uint16_t tag, std::string_view value)
 {
+    out_.room(value.size()); // which is what may fail, before anything is written
     open_attribute(tag);
     out_.text(value);
     out_.character('"');
@@ -286,32 +311,30 @@ void xml_record_writer::write_pair(std::uint16_t tag, std::string_view value)
 
 void xml_record_writer::write_general(const member& scalar)
 {
-    open_attribute(scalar.item.tag);
     if (is_text(scalar)) {
-        out_.text(attribute_text(scalar));
-    } else {
-        write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
+        write_pair(scalar.item.tag, attribute_text(scalar));
+        return;
     }
+    open_attribute(scalar.item.tag);
+    write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
     out_.character('"');
 }
 
 // In a matching file values are escaped to plain ASCII, and the name "*" stands for the record's own.
 void xml_record_writer::write_matching(const member& scalar)
 {
-    open_attribute(scalar.item.tag);
     if (!is_text(scalar)) {
-        write_tag_text(out_, database_, scalar.item.tag, scalar.item.offset, style_);
-    } else {
-        const known_text known = protected_text(scalar);
-        if (scalar.item.tag == tag::name && known.text == any_name) {
-            out_.text(uni::xml_escape_to_ascii(record_name_));
-        } else if (known.plain) {
-            out_.text(known.text);
-        } else {
-            out_.text(uni::xml_escape_to_ascii(known.text));
-        }
+        write_general(scalar);
+        return;
     }
-    out_.character('"');
+    const known_text known = protected_text(scalar);
+    if (scalar.item.tag == tag::name && known.text == any_name) {
+        write_pair(scalar.item.tag, uni::xml_escape_to_ascii(record_name_));
+    } else if (known.plain) {
+        write_pair(scalar.item.tag, known.text);
+    } else {
+        write_pair(scalar.item.tag, uni::xml_escape_to_ascii(known.text));
+    }
 }
 
 void xml_record_writer::write_apphelp(const member& scalar)
@@ -370,6 +393,7 @@ void xml_record_writer::write_application(members scalars)
     indent(open_.back().depth + 1u);
     out_.character('<');
     out_.text(app_word);
+    place_ = place::app_tag;
     for (const member& scalar : scalars) {
         if (!moves_to_app_element(scalar.item.tag)) {
             continue;
@@ -477,6 +501,11 @@ void xml_record_writer::write_moved(const member& scalar)
 void xml_record_writer::write_child(const member& scalar)
 {
     const model::record_item& item = scalar.item;
+    std::string text;
+    if (is_text(scalar)) {
+        text = uni::xml_escape(uni::replace_all(text_of(scalar).text, "\"", "'"));
+        out_.room(text.size());
+    }
     indent(item.depth);
     out_.character('<');
     write_tag_name(out_, item.tag);
@@ -488,7 +517,7 @@ void xml_record_writer::write_child(const member& scalar)
     out_.text(sdb::known_type_name(sdb::tag_type(item.tag)));
     out_.literal("=\"");
     if (is_text(scalar)) {
-        out_.text(uni::xml_escape(uni::replace_all(text_of(scalar).text, "\"", "'")));
+        out_.text(text);
     } else {
         write_tag_text(out_, database_, item.tag, item.offset, style_);
     }
@@ -499,6 +528,8 @@ void xml_record_writer::write_child(const member& scalar)
 void xml_record_writer::write_patch_children(const model::record_item& item)
 {
     out_.literal(">\n");
+    place_ = place::operations;
+    operations_tag_ = item.tag;
     sdb::for_each_patch_op(database_.payload_at(item.offset),
                            [&](const sdb::patch_op& op, std::uint64_t) {
                                indent(item.depth + 1u);
@@ -506,6 +537,7 @@ void xml_record_writer::write_patch_children(const model::record_item& item)
                                out_.line_end();
                                return true;
                            });
+    place_ = place::content;
     indent(item.depth);
     out_.literal("</");
     write_tag_name(out_, item.tag);
@@ -514,8 +546,10 @@ void xml_record_writer::write_patch_children(const model::record_item& item)
 
 void xml_record_writer::write_cdata_child(const member& scalar)
 {
-    const std::string_view text = text_of(scalar).text;
-    const bool on_own_line = text.size() >= long_cdata;
+    const std::string_view stored = text_of(scalar).text;
+    const bool on_own_line = stored.size() >= long_cdata;
+    const std::string text = uni::replace_all(stored, "]]>", "]]]]><![CDATA[>");
+    out_.room(text.size());
     indent(scalar.item.depth);
     out_.character('<');
     write_tag_name(out_, scalar.item.tag);
@@ -526,7 +560,7 @@ void xml_record_writer::write_cdata_child(const member& scalar)
         out_.line_end();
         indent(scalar.item.depth + 2u);
     }
-    out_.text(uni::replace_all(text, "]]>", "]]]]><![CDATA[>"));
+    out_.text(text);
     if (on_own_line) {
         out_.line_end();
         indent(scalar.item.depth + 1u);

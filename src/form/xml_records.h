@@ -39,6 +39,9 @@ public:
     // child element of its own.
     void write_record(const model::record_groups& groups);
 
+    // Closes what a record left open that an exception ended.
+    void abandon_record();
+
 private:
     // An element that is open, under the name it was opened with.
     struct open_element {
@@ -84,11 +87,17 @@ private:
     void write_child(const member& scalar);
     void write_patch_children(const model::record_item& item);
 
+    // Where an exception can find the record in work: in its elements, in the tag that begins one or
+    // its <app>, or among the patch operations of a child. Whatever else is written is made before.
+    enum class place : std::uint8_t { content, tag, app_tag, operations };
+
     uni::text_buffer& out_;
     const sdb::sdb_database& database_;
     const request::cmd_params& style_;
     const xml_names& names_ = xml_names::known();
     std::vector<open_element> open_;
+    place place_ = place::content;
+    std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of
     // The record in work, all its strings looked up before the first is written: the look-ups go
     // all over the image, and so the processor can wait for many of them at a time.
     text_cache texts_;

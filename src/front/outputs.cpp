@@ -129,23 +129,31 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
     return entry::other;
 }
 
+void outputs::give_up(io::notices& notices)
+{
+    if (planned_results_ && !is_written_) {
+        results_.flush();
+        results_.give_up();
+        say_not_written(notices);
+    }
+}
+
+void outputs::say_not_written(io::notices& notices) const
+{
+    const std::string& partial = planned_results_->where.partial;
+    if (!partial.empty()) {
+        notices.fail("%s was not written, what there is of it stands in %s\n",
+                     planned_results_->name.c_str(), partial.c_str());
+    } else {
+        notices.fail("prob writing results file: %s\n", planned_results_->name.c_str());
+    }
+}
+
 void outputs::finish(std::string_view last_of_log, io::notices& notices)
 {
-    if (planned_results_) {
-        const std::string& name = planned_results_->name;
-        if (is_spoilt_) {
-            results_.flush();
-            results_.give_up();
-        }
-        if (is_spoilt_ || !results_.finish()) {
-            const std::string& partial = planned_results_->where.partial;
-            if (!partial.empty()) {
-                notices.fail("%s was not written, what there is of it stands in %s\n", name.c_str(),
-                             partial.c_str());
-            } else {
-                notices.fail("prob writing results file: %s\n", name.c_str());
-            }
-        }
+    is_written_ = planned_results_ && !is_spoilt_ && results_.finish();
+    if (!is_written_) {
+        give_up(notices);
     }
     if (planned_log_ && log_.is_open() && !log_.finish(last_of_log)) {
         notices.fail("prob writing log: %s\n", planned_log_->name.c_str());

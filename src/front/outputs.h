@@ -34,6 +34,8 @@ public:
 
     // Puts everything in its place. What could not be written is said.
     void finish(std::string_view last_of_log, io::notices& notices);
+    // Leaves the results where they are, which is said. For a run that an exception ends.
+    void give_up(io::notices& notices);
 
 private:
     // One of the files, with what is in its place before the run.
@@ -44,6 +46,7 @@ private:
         std::optional<platform::file_id> partial; // as it was, or as the run made it
     };
     bool are_one_file(io::notices& notices) const;
+    void say_not_written(io::notices& notices) const;
     std::optional<planned> plan(const std::string& path, io::output_mode mode) const;
     io::output_mode mode_of_results() const;
     io::output_mode mode_of_log() const;
@@ -54,6 +57,7 @@ private:
     std::optional<planned> planned_results_;
     std::optional<planned> planned_log_;
     bool is_spoilt_ = false;
+    bool is_written_ = false;
 };
 
 } // namespace front

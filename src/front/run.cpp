@@ -123,6 +123,9 @@ private:
                 path.c_str(), static_cast<unsigned long long>(extent.trailing_at),
                 static_cast<unsigned long long>(file.database.image().size() - extent.trailing_at));
         }
+        if (file.source->has_failed()) {
+            out_.notices.fail("%s could not be read once more\n", path.c_str());
+        }
         if (file.source->has_changed()) {
             out_.notices.fail("%s changed while it was read\n", path.c_str());
         }
@@ -132,7 +135,20 @@ private:
     void report_database(const loaded_file& file, const std::string& path, bool is_one_of_several)
     {
         const auto form = form_.make(out_.report, options_, state_);
-        report::job work = new_job(*form, path);
+        try {
+            report_database(*form, file, path, is_one_of_several);
+        } catch (...) {
+            state_ = form->state();
+            throw;
+        }
+        state_ = form->state();
+        say_extent(file, path);
+    }
+
+    void report_database(form::writer& form, const loaded_file& file, const std::string& path,
+                         bool is_one_of_several)
+    {
+        report::job work = new_job(form, path);
         work.database = &file.database;
         work.times = file.source->times();
         work.source = file.source.get();
@@ -144,13 +160,11 @@ private:
                 out_.notices.fail("Prob analyzing file %s: its database list holds nothing\n",
                                   path.c_str());
             } else if (is_one_of_several) {
-                form->separate();
+                form.separate();
             }
         } else {
             report::make_database_report(work);
         }
-        state_ = form->state();
-        say_extent(file, path);
     }
 
     // What a report is made from, but for what it is about.
@@ -178,6 +192,7 @@ private:
                 work_on_target(path);
             } catch (const std::exception&) {
                 if (state_.is_lone) {
+                    form_.make(out_.report, options_, state_)->end_stream();
                     throw; // it is the run that ends
                 }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());

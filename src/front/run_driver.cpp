@@ -96,17 +96,25 @@ int run_driver(argument_list args)
     }
     const model::run_targets targets = find_targets(options, log, notices);
     outputs files(options, log);
-    if (files.are_in_the_way(examined_files(options, targets), notices) || !files.open(notices)) {
+    if (files.are_in_the_way(examined_files(options, targets), notices)) {
         return refuse(run_header, standard_output);
     }
-    io::output_sink* const results = files.results();
-    io::output_sink& out = results ? *results : standard_output;
-    if (has_banner(options)) {
-        out.text(run_header);
-        out.line_end();
+    try {
+        if (!files.open(notices)) {
+            return refuse(run_header, standard_output);
+        }
+        io::output_sink* const results = files.results();
+        io::output_sink& out = results ? *results : standard_output;
+        if (has_banner(options)) {
+            out.text(run_header);
+            out.line_end();
+        }
+        run(out, standard_output, options, targets, files, log, notices);
+        files.finish(context.elapsed_text(), notices);
+    } catch (...) {
+        files.give_up(notices);
+        throw;
     }
-    run(out, standard_output, options, targets, files, log, notices);
-    files.finish(context.elapsed_text(), notices);
     standard_output.flush();
     say_what_was_not_written(standard_output, notices);
     return notices.failed() ? failure : success;

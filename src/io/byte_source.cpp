@@ -16,12 +16,12 @@ class file_source : public byte_source {
 public:
     // The times are those from before it was opened, as opening may be noted as a use.
     file_source(int descriptor, const platform::file_facts& facts)
-        : descriptor_(descriptor), facts_(facts),
-          size_(static_cast<std::uint64_t>(platform::file_length(descriptor)))
+        : descriptor_(descriptor), facts_(facts), length_(platform::file_length(descriptor))
     {}
     ~file_source() override { platform::close_file(descriptor_); }
 
-    std::uint64_t size() const noexcept override { return size_; }
+    bool has_length() const noexcept { return length_ >= 0; }
+    std::uint64_t size() const noexcept override { return static_cast<std::uint64_t>(length_); }
     file_times times() const override
     {
         return {facts_.write_time, facts_.access_time, facts_.creation_time};
@@ -30,7 +30,7 @@ public:
     bool has_changed() const override
     {
         platform::file_facts now;
-        return static_cast<std::uint64_t>(platform::file_length(descriptor_)) != size_ ||
+        return platform::file_length(descriptor_) != length_ ||
                (platform::read_file_facts(descriptor_, now) && now.write_time != facts_.write_time);
     }
 
@@ -53,7 +53,7 @@ public:
 private:
     int descriptor_;
     platform::file_facts facts_;
-    std::uint64_t size_;
+    std::int64_t length_;
     bool has_failed_ = false;
 };
 
@@ -77,7 +77,12 @@ std::unique_ptr<byte_source> open_source(const std::string& path, std::string& r
     if (facts.write_time == 0) { // it could not be told beforehand
         platform::read_file_facts(opened.descriptor, facts);
     }
-    return std::make_unique<file_source>(opened.descriptor, facts);
+    auto source = std::make_unique<file_source>(opened.descriptor, facts);
+    if (!source->has_length()) {
+        reason = "its length is not to be had";
+        return nullptr;
+    }
+    return source;
 }
 
 std::size_t memory_source::read(std::span<std::uint8_t> out, std::uint64_t offset)

@@ -28,7 +28,7 @@ opened_file open_for_writing(const std::string& path, existing_file existing);
 // False if what was written did not all arrive.
 bool close_file(int descriptor);
 
-// Length in bytes; 0 for what has none.
+// Length in bytes, 0 for what has none; negative where the system does not tell.
 std::int64_t file_length(int descriptor);
 
 struct read_result {

@@ -49,9 +49,13 @@ bool make_listings(const job& work)
     return asked;
 }
 
-// The match, or else the listings, if `found` says that there is something to list.
-bool make_reports(const job& work, bool found)
+// The match, or else the listings, if there is something to list.
+bool make_reports(job& work)
 {
+    request::search_request wanted;
+    const bool found = work.options.match_mode || settle_search(wanted, work);
+    model::search search(*work.database, work.options.match_mode ? work.options.search : wanted);
+    work.search = &search;
     if (found && !work.options.match_mode) {
         return make_listings(work);
     }
@@ -66,11 +70,13 @@ bool make_reports(const job& work, bool found)
 bool make_database_report(job& work)
 {
     work.form.begin({work.database, work.path});
-    request::search_request wanted;
-    const bool found = work.options.match_mode || settle_search(wanted, work);
-    model::search search(*work.database, work.options.match_mode ? work.options.search : wanted);
-    work.search = &search;
-    const bool asked = make_reports(work, found);
+    bool asked = false;
+    try {
+        asked = make_reports(work);
+    } catch (...) {
+        work.form.end();
+        throw;
+    }
     work.form.end();
     if (!asked) {
         work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");

@@ -301,6 +301,9 @@ bool tell_statistics(const job& work)
     if (!model::gather_facts(facts, *work.database)) {
         return false;
     }
+    if (facts.digest_md5.empty() || facts.digest_sha1.empty()) {
+        work.notices.fail("no digest of %s is to be had\n", work.path.c_str());
+    }
     work.form.subject(statistics(work, facts));
     return true;
 }

@@ -1,5 +1,7 @@
 #include "platform/devices.h"
 
+#include <algorithm>
+
 #include "platform/files.h"
 
 namespace platform {
@@ -43,7 +45,8 @@ std::unique_ptr<device> open_device(const std::string& name, device_access)
     if (opened.descriptor < 0) {
         return nullptr;
     }
-    return std::make_unique<image_device>(opened.descriptor, file_length(opened.descriptor));
+    const std::int64_t length = std::max<std::int64_t>(file_length(opened.descriptor), 0);
+    return std::make_unique<image_device>(opened.descriptor, length);
 }
 
 } // namespace platform

@@ -1,19 +1,35 @@
 #include "platform/digests.h"
 
-#include <openssl/evp.h>
+// The steps as that version has them need no memory of their own, so that nothing in them can fail;
+// today's wrappers around them end the program where memory runs out.
+#define OPENSSL_API_COMPAT 10101
+#include <openssl/md5.h>
+#include <openssl/sha.h>
 
 namespace platform {
 
+namespace {
+
+template <std::size_t length, typename state>
+std::vector<std::uint8_t>
+digest_by(int (*begin)(state*), int (*take)(state*, const void*, std::size_t),
+          int (*end)(unsigned char*, state*), std::span<const std::uint8_t> bytes)
+{
+    std::vector<std::uint8_t> digest(length);
+    state now;
+    begin(&now);
+    take(&now, bytes.data(), bytes.size());
+    end(digest.data(), &now);
+    return digest;
+}
+
+} // namespace
+
 std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::uint8_t> bytes)
 {
-    const EVP_MD* const algorithm = kind == digest_kind::md5 ? EVP_md5() : EVP_sha1();
-    std::vector<std::uint8_t> digest(EVP_MAX_MD_SIZE);
-    unsigned length = 0;
-    if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, algorithm, nullptr) != 1) {
-        length = 0;
-    }
-    digest.resize(length);
-    return digest;
+    return kind == digest_kind::md5
+               ? digest_by<MD5_DIGEST_LENGTH>(MD5_Init, MD5_Update, MD5_Final, bytes)
+               : digest_by<SHA_DIGEST_LENGTH>(SHA1_Init, SHA1_Update, SHA1_Final, bytes);
 }
 
 } // namespace platform

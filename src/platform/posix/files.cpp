@@ -145,11 +145,10 @@ std::int64_t file_length(int descriptor)
 {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0) {
-        return 0;
+        return -1;
     }
     // A device tells its length to those who seek.
-    return S_ISBLK(status.st_mode) ? std::max<off_t>(::lseek(descriptor, 0, SEEK_END), 0)
-                                   : status.st_size;
+    return S_ISBLK(status.st_mode) ? ::lseek(descriptor, 0, SEEK_END) : status.st_size;
 }
 
 read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)

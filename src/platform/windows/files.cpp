@@ -221,7 +221,7 @@ bool close_file(int descriptor)
 
 std::int64_t file_length(int descriptor)
 {
-    return std::max<std::int64_t>(_filelengthi64(descriptor), 0);
+    return _filelengthi64(descriptor);
 }
 
 read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset)
