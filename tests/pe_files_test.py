@@ -120,7 +120,7 @@ class Made(Runs):
         tool = self.make(X64, "Tool.exe", KINDS[0], {"040904b0": STRINGS})
         bad = self.write("bad.exe", Path(tool).read_bytes()[:300])
         self.printed(f"-pe {bad} -stats -quiet", code=FAILED,
-                     messages=f"Problem pulling PE stats from file {bad}\n")
+                     messages=f"Problem pulling PE stats from file {bad}: is no program\n")
         lines = f"{bad}\n\n{self.path('nowhere')}\n{tool}\n{tool}\n".encode()
         for form, rules, rows, heads in (("", 2, 0, 0), ("-csv", 0, 3, 1), ("-csvl2t", 0, 0, 0)):
             text = self.printed(

@@ -20,7 +20,7 @@ from pathlib import Path
 
 import volume_images as images
 from support import hives
-from support.whole_runs import ARGUMENTS, FAILED, Runs, main, run
+from support.whole_runs import ARGUMENTS, FAILED, WATCHED, Runs, main, run
 
 FOLDER = tempfile.TemporaryDirectory(prefix="quilt-images-")
 IMAGES = []  # (path, {file: digest}), the prepared one first
@@ -39,7 +39,7 @@ class Reading(Runs):
     def read_volume(self, word, image, path):
         """What the reader gives for a path, or None."""
         output = self.path("output")
-        result = ARGUMENTS.reader.run(word, image, path, output)
+        result = ARGUMENTS.reader.run_unwatched(word, image, path, output)
         return self.read("output") if result.returncode == 0 else None
 
     def listed(self, image, *options, program=None):
@@ -218,7 +218,7 @@ class Wine(Reading):
 
     def read_device(self, word, path, *size):
         output = "z:" + self.path("output").replace("/", "\\")
-        result = ARGUMENTS.windows_reader.run(word, "x", path, output, *size)
+        result = ARGUMENTS.windows_reader.run_unwatched(word, "x", path, output, *size)
         return self.read("output") if result.returncode == 0 else result.returncode
 
     def test_a_letter_is_refused(self):
@@ -240,6 +240,7 @@ class Wine(Reading):
 
 
 def make_images():
+    WATCHED.append(FOLDER.name)
     prepared = os.path.join(FOLDER.name, "prepared")
     IMAGES.append((prepared, images.unpack_prepared(prepared)))
     for cluster, files, fragments, size in () if NO_MOUNT else (

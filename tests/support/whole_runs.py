@@ -20,19 +20,60 @@ FAILED = 255
 BANNER = b"quilt ver: 0.45\n"
 RULE = "-" * 75 + "\n"
 ARGUMENTS = argparse.Namespace()  # of the script: programs and switches
+WATCHED = [os.path.abspath("examples")]  # folders in which no run changes anything but its results
+
+
+def standing():
+    """What stands in these folders, down to the moment of the last change to each file."""
+    found = {}
+    for top in WATCHED:
+        for folder, _, names in os.walk(top):
+            for path in (os.path.join(folder, name) for name in names):
+                status = os.lstat(path)
+                found[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns,
+                               status.st_ctime_ns, status.st_atime_ns)
+    return found
+
+
+def last_name(path):
+    return re.split(r"[/\\\\]", path)[-1]
 
 
 class Program:
     preamble = b""
+    keeps_access_times = True
 
     def __init__(self, command):
         self.words = shlex.split(command)
         if len(self.words) == 1:
             self.words = [os.path.abspath(command)]
         if len(self.words) > 1:  # wine, which may speak before the program does
+            self.keeps_access_times = False
             self.preamble = self.run("--version").stderr
 
-    def run(self, *options, cwd=None, env=None, lines=b""):
+    def run(self, *options, **places):
+        """The result of a run, which left everything but its results as it was."""
+        before = standing()
+        result = self.run_unwatched(*options, **places)
+        after = standing()
+        results = {last_name(path) for option, name in zip(options, options[1:])
+                   if re.fullmatch("--?(out|outfile|diags)", option)
+                   for path in (name, os.path.realpath(os.path.join(places.get("cwd") or "", name)))}
+        may_change = {name + ".partial" for name in results}
+        if b"aborting" not in result.stderr:
+            may_change |= results
+        for path in before.keys() | after.keys():
+            if last_name(path) in may_change:
+                continue
+            was, now = before.get(path), after.get(path)
+            if was and now and not self.keeps_access_times:
+                if was[-1] != now[-1]:
+                    os.utime(path, ns=(was[-1], was[3]))
+                was, now = was[:-1], now[:-1]
+            assert was == now, f"{path}: {was} became {now} by {options}"
+        return result
+
+    def run_unwatched(self, *options, cwd=None, env=None, lines=b""):
         # Files, not pipes: what wine starts in the background would keep those open.
         with (tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out,
               tempfile.TemporaryFile() as messages):
@@ -94,6 +135,8 @@ class Runs(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="quilt-")
         self.addCleanup(shutil.rmtree, self.folder)
+        WATCHED.append(self.folder)
+        self.addCleanup(WATCHED.pop)
 
     def path(self, name):
         return os.path.join(self.folder, name)
