@@ -165,6 +165,7 @@ build release
 unit_tests quilt_tests build/release/quilt_tests
 report_tests '' build/release
 script_tests memory memory_test.py --quilt build/release/quilt
+script_tests faults faults_test.py --quilt build/release/quilt
 volume_tests '' build/release
 
 if $all; then

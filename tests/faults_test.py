@@ -14,6 +14,7 @@ import sys
 import xml.parsers.expat
 from pathlib import Path
 
+from support import hives
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
 
 KINDS = ("open", "close", "read", "write", "seek", "stat", "rename", "readdir", "thread", "memory")
@@ -24,12 +25,19 @@ MOST = 2000  # calls of one kind that are let fail one by one
 class Faults(Runs):
     def setUp(self):
         super().setUp()
-        self.library = os.path.join(os.path.dirname(ARGUMENTS.quilt.words[0]), "faults.so")
+        build = Path(ARGUMENTS.quilt.words[0]).parent
+        self.library = str(build / "faults.so")
         folder = Path(self.path("in/Windows/AppPatch/deep"))
         folder.mkdir(parents=True)
         shutil.copy(SAMPLE, folder.parent / "sysmain.sdb")
         (folder / "other.sdb").write_bytes(small_database(3, "Other"))
         (folder.parent / "many.sdb").write_bytes(small_database(1200, "Many"))
+        self.write("in/ProgramData/helper.sdb", small_database(1, "Helper"))
+        program = self.path("in/tool2.exe")
+        subprocess.run([build / "make_program", "4096", program], check=True)
+        hives.make_hive(self.path("in/HIVE"), {
+            "{A}": hives.installed("C:\\Windows\\AppPatch\\many.sdb", "Many", hives.MOMENT),
+            "{B}": hives.installed("C:\\ProgramData\\helper.sdb", "Helper", hives.MOMENT)})
         self.before = self.inputs()
 
     def inputs(self):
@@ -42,8 +50,8 @@ class Faults(Runs):
         return found
 
     def run_with(self, options, **faults):
-        for name in ("out", "out.partial"):
-            Path(self.path(name)).unlink(missing_ok=True)
+        Path(self.path("out.partial")).unlink(missing_ok=True)
+        self.write("out", b"old\n")
         result = subprocess.run([*ARGUMENTS.quilt.words, *options], stdin=subprocess.DEVNULL,
                                 capture_output=True, timeout=60,
                                 env={**os.environ, "LD_PRELOAD": self.library, **faults})
@@ -74,6 +82,8 @@ class Faults(Runs):
                     with self.subTest(options=options, fault=fault):
                         if result.returncode == 0:
                             self.assertEqual(output, whole)
+                        elif "-append" in options:
+                            self.assertTrue(self.read("out").startswith(b"old\n"))
                         else:
                             self.assertEqual(result.returncode, FAILED, result.stderr)
                             if kind != "write":  # the error stream itself may be what failed
@@ -91,7 +101,18 @@ class Faults(Runs):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT")
 
     def test_volume(self):
-        self.check("-listsdb", "-quiet", "-partition", "IN")
+        self.check("-listsdb", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
+    def test_statistics_of_a_volume(self):
+        self.check("-stats", "-quiet", "-partition", "IN", "-reg", "IN/HIVE", "-append",
+                   "-out", "OUT")
+
+    def test_match_with_a_program(self):
+        self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
+                   "-quiet")
+
+    def test_program(self):
+        self.check("-pe", "IN/tool2.exe", "-stats", "-quiet")
 
 
 if __name__ == "__main__":

@@ -44,12 +44,12 @@ bool output_file::open(const place& where, output_mode mode, std::string& reason
     }
     if (is_direct) {
         old_length_ = platform::file_length(descriptor_);
-        if (old_length_ < 0 && !where.target.is_special) { // what fails could not be cut back
-            reason = "its length is not to be had";
+        // What has no places is written where it is.
+        if ((!platform::seek_end(descriptor_) || old_length_ < 0) && !where.target.is_special) {
+            reason = "its end is not to be found";
             close();
             return false;
         }
-        platform::seek_end(descriptor_); // what has no places is written where it is
     }
     return true;
 }
