@@ -6,8 +6,9 @@ namespace pe {
 
 bool FILE_STATS::read_at(std::span<std::uint8_t> buffer, std::uint64_t offset)
 {
-    return !buffer.empty() && file_valid() && contains(offset, buffer.size()) &&
-           source_->read(buffer, offset) == buffer.size();
+    const uni::byte_view found = peek(offset, buffer.size());
+    std::ranges::copy(found.bytes(), buffer.begin());
+    return !found.empty();
 }
 
 bool FILE_STATS::read_into(io::byte_vector& bytes, std::uint64_t length, std::uint64_t offset)
@@ -29,15 +30,22 @@ uni::byte_view FILE_STATS::peek(std::uint64_t offset, std::uint64_t length)
     if (length == 0 || length > block_size || !file_valid() || !contains(offset, length)) {
         return {};
     }
-    if (offset < block_offset_ ||
-        !uni::byte_view(block_).contains(offset - block_offset_, length)) {
-        const std::uint64_t whole_block = offset / block_size * block_size;
-        block_offset_ = offset + length <= whole_block + block_size ? whole_block : offset;
-        block_.resize(static_cast<std::size_t>(std::min(block_size, size() - block_offset_)));
-        block_.resize(source_->read(block_, block_offset_));
+    const std::uint64_t number = offset / block_size;
+    const bool is_inside = offset + length <= (number + 1) * block_size;
+    const block& found = is_inside ? filled(blocks_[number % blocks_.size()], number * block_size)
+                                   : filled(between_, offset);
+    const uni::byte_view bytes = uni::byte_view(found.bytes).slice(offset - found.offset, length);
+    return bytes.size() == length ? bytes : uni::byte_view();
+}
+
+const FILE_STATS::block& FILE_STATS::filled(block& place, std::uint64_t offset)
+{
+    if (place.bytes.empty() || place.offset != offset) {
+        place.offset = offset;
+        place.bytes.resize(static_cast<std::size_t>(std::min(block_size, size() - offset)));
+        place.bytes.resize(source_->read(place.bytes, offset));
     }
-    const uni::byte_view found = uni::byte_view(block_).slice(offset - block_offset_, length);
-    return found.size() == length ? found : uni::byte_view();
+    return place;
 }
 
 } // namespace pe

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -24,7 +25,8 @@ public:
     bool has_failed() const noexcept { return source_ && source_->has_failed(); }
     bool has_changed() const { return source_ && source_->has_changed(); }
 
-    // Fills `buffer`; false if it is empty or the file has fewer bytes at `offset`.
+    // Fills `buffer`, of 1 to `block_size` bytes; false, and nothing filled, if the file has fewer at
+    // `offset`.
     bool read_at(std::span<std::uint8_t> buffer, std::uint64_t offset);
     // The same into a vector that is replaced; here a length of 0 is no failure.
     bool read_into(io::byte_vector& bytes, std::uint64_t length, std::uint64_t offset);
@@ -41,8 +43,15 @@ public:
 
 private:
     std::unique_ptr<io::byte_source> source_;
-    io::byte_vector block_; // the bytes read last by peek()
-    std::uint64_t block_offset_ = 0;
+    // Pieces of the file that were read. A tree of resources is read here and there, back and forth.
+    struct block {
+        std::uint64_t offset = 0;
+        io::byte_vector bytes = {};
+    };
+    const block& filled(block& place, std::uint64_t offset);
+
+    std::array<block, 8> blocks_; // whole ones, by their number
+    block between_;               // what lies in two of them
 };
 
 } // namespace pe

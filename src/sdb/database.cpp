@@ -141,8 +141,11 @@ image_extent sdb_database::extent() const
         look_at(position, bytes.u16(position));
         position += step_over(bytes.u16(position), bytes.u32(position + 2));
     }
-    for (const tag_table::row& row : tags_.rows()) {
-        look_at(row.offset, row.tag);
+    for (const tag_table::list_row& list : tags_.lists()) {
+        look_at(tags_.offset(list.ordinal), list.tag);
+    }
+    if (!tags_.rows().empty()) { // behind anything else that ends too late no tag was found
+        look_at(tags_.rows().back().offset, tags_.rows().back().tag);
     }
     found.trailing_at = header_size;
     while (bytes.contains(found.trailing_at, tag_header) &&
