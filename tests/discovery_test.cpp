@@ -144,7 +144,7 @@ TEST_F(discovery, walks_go_into_paths_of_any_length)
     }
     const std::string file = platform::join_path(folders.back(), "a.sdb");
     platform::close_file(
-        platform::open_for_writing(platform::walkable_path(file), platform::existing_file::empty)
+        platform::open_for_writing(platform::walkable_path(file), platform::existing_file::renew)
             .descriptor);
     paths found;
     front::walk_sdb_files(root_, found, 6, notices_);

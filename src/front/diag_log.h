@@ -18,6 +18,8 @@ public:
     bool is_open() const noexcept { return file_.is_open(); }
     // Puts the log in its place, behind a last text; false if it could not be written whole.
     bool finish(std::string_view last);
+    // Leaves it where it is.
+    void give_up() { file_.give_up(); }
 
 private:
     uni::text_buffer waiting_;

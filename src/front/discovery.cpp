@@ -61,10 +61,18 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results, 
         }
     }
     for (const platform::directory_entry& entry : entries) {
+        const std::string path = platform::join_path(folder, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
-            walk_sdb_files(platform::join_path(folder, entry.name), results, depth - 1, notices);
+            walk_sdb_files(path, results, depth - 1, notices);
+        } else if (entry.kind == platform::entry_kind::directory_link) {
+            say_linked_folder(path, notices);
         }
     }
+}
+
+void say_linked_folder(const std::string& path, io::notices& notices)
+{
+    notices.say("%s is a link to a folder, not entered\n", path.c_str());
 }
 
 void add_default_targets(std::vector<std::string>& files, const std::string& volume,

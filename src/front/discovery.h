@@ -19,10 +19,13 @@ list_in_order(const std::string& folder, io::notices& notices, bool may_be_missi
 
 // Appends the path of each entry *.sdb, in any case, of `root` and the folders below it; `depth`
 // counts the levels of folders that are looked at, `root` being the first. The entries of a folder
-// come before those of its subfolders; links to folders are not followed. A root "." or ".." is not
+// come before those of its subfolders; links to folders are said and not followed. A root "." or ".." is not
 // walked, one that is missing is passed over.
 void walk_sdb_files(const std::string& root, std::vector<std::string>& results, std::uint32_t depth,
                     io::notices& notices);
+
+// Says that a walk passes over a link to a folder.
+void say_linked_folder(const std::string& path, io::notices& notices);
 
 // Appends what the folders hold where a Windows volume keeps its databases.
 void add_default_targets(std::vector<std::string>& files, const std::string& volume,

@@ -1,5 +1,8 @@
 #include "front/outputs.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "uni/paths.h"
 #include "uni/text.h"
 
@@ -26,6 +29,14 @@ bool lead_to_one_file(const std::string& a, const std::string& b)
 
 } // namespace
 
+outputs::outputs(const request::sdb_opts& options, diag_log& log)
+    : options_(options),
+      log_(log), streams_{{{"standard output",
+                            platform::identify_stream(platform::standard_output_descriptor)},
+                           {"standard error",
+                            platform::identify_stream(platform::standard_error_descriptor)}}}
+{}
+
 // A list may name the partial file later, so one that is there already is not touched.
 io::output_mode outputs::mode_of_log() const
 {
@@ -43,8 +54,8 @@ std::optional<outputs::planned> outputs::plan(const std::string& path, io::outpu
         return std::nullopt;
     }
     planned made{path, io::output_file::find(path, mode), {}, {}};
+    made.target = platform::identify_file(made.where.target.path);
     if (!made.where.target.is_special) {
-        made.target = platform::identify_file(made.where.target.path);
         made.partial = platform::identify_file(made.where.partial);
     }
     return made;
@@ -54,19 +65,29 @@ bool outputs::are_in_the_way(const std::vector<std::string>& inputs, io::notices
 {
     planned_results_ = plan(options_.out_path, mode_of_results());
     planned_log_ = plan(options_.log_path, mode_of_log());
+    std::vector<std::optional<platform::file_id>> ids;
+    std::ranges::transform(inputs, std::back_inserter(ids), platform::identify_file);
+    if (options_.pipe) {
+        ids.push_back(platform::identify_stream(platform::standard_input_descriptor));
+    }
+    std::erase(ids, std::nullopt);
+    const auto is_examined = [&](const std::optional<platform::file_id>& id) {
+        return std::ranges::find(ids, id) != ids.end();
+    };
     for (const auto* const file : {&planned_results_, &planned_log_}) {
-        if (!*file) {
-            continue;
-        }
-        for (const std::string& input : inputs) {
-            const auto id = platform::identify_file(input);
-            if (id && (id == (*file)->target || id == (*file)->partial)) {
-                notices.fail(examined_words, (*file)->name.c_str());
-                return true;
-            }
+        if (*file && (is_examined((*file)->target) || is_examined((*file)->partial))) {
+            notices.fail(examined_words, (*file)->name.c_str());
+            return true;
         }
     }
-    return are_one_file(notices);
+    for (stream& written : streams_) {
+        written.is_examined = is_examined(written.id);
+        // Not a byte more may reach it, not of a message either.
+        if (written.is_examined && &written == &streams_.front()) {
+            notices.fail(examined_words, written.name);
+        }
+    }
+    return may_not_speak() || streams_.back().is_examined || are_one_file(notices);
 }
 
 bool outputs::are_one_file(io::notices& notices) const
@@ -97,6 +118,11 @@ bool outputs::open(io::notices& notices)
     }
     if (planned_results_ && !results_.open(planned_results_->where, mode_of_results(), reason)) {
         notices.fail("prob opening file %s for output, aborting\n", planned_results_->name.c_str());
+        notices.fail("%s: %s\n",
+                     (planned_results_->where.partial.empty() ? planned_results_->name
+                                                              : planned_results_->where.partial)
+                         .c_str(),
+                     reason.c_str());
         return false;
     }
     for (auto* const file : {&planned_results_, &planned_log_}) {
@@ -109,12 +135,18 @@ bool outputs::open(io::notices& notices)
 
 outputs::entry outputs::check_entry(const std::string& path, io::notices& notices)
 {
-    if (!planned_results_ && !planned_log_) {
+    const auto id = platform::identify_file(path);
+    if (!id) {
         return entry::other;
     }
-    const auto id = platform::identify_file(path);
-    for (const auto* const file : {&planned_results_, &planned_log_}) {
-        if (!*file || !id) {
+    for (const stream& written : streams_) {
+        if (id == written.id) {
+            notices.fail(examined_words, written.name);
+            return entry::examined;
+        }
+    }
+    for (auto* const file : {&planned_results_, &planned_log_}) {
+        if (!*file) {
             continue;
         }
         if (id == (*file)->partial) {
@@ -122,7 +154,7 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
         }
         if (id == (*file)->target) {
             notices.fail(examined_words, (*file)->name.c_str());
-            is_spoilt_ = true;
+            (*file)->is_spoilt = true;
             return entry::examined;
         }
     }
@@ -151,11 +183,14 @@ void outputs::say_not_written(io::notices& notices) const
 
 void outputs::finish(std::string_view last_of_log, io::notices& notices)
 {
-    is_written_ = planned_results_ && !is_spoilt_ && results_.finish();
+    is_written_ = planned_results_ && !planned_results_->is_spoilt && results_.finish();
     if (!is_written_) {
         give_up(notices);
     }
-    if (planned_log_ && log_.is_open() && !log_.finish(last_of_log)) {
+    if (planned_log_ && planned_log_->is_spoilt) {
+        log_.give_up();
+    }
+    if (planned_log_ && (!log_.is_open() || !log_.finish(last_of_log))) {
         notices.fail("prob writing log: %s\n", planned_log_->name.c_str());
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,11 +17,13 @@ namespace front {
 // run reads, and take their places when it ends.
 class outputs {
 public:
-    outputs(const request::sdb_opts& options, diag_log& log) : options_(options), log_(log) {}
+    outputs(const request::sdb_opts& options, diag_log& log);
 
     // Whether the run would read what it is to write, or write one file as two; says so. The paths
     // are those that are known before the run begins.
     bool are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices);
+    // Whether standard output is such a file, to which nothing more may be written.
+    bool may_not_speak() const noexcept { return streams_.front().is_examined; }
     // Opens what was asked for; false, and said, if the results cannot be written.
     bool open(io::notices& notices);
 
@@ -44,6 +47,13 @@ private:
         io::output_file::place where;
         std::optional<platform::file_id> target;
         std::optional<platform::file_id> partial; // as it was, or as the run made it
+        bool is_spoilt = false;                   // the run read what is in its place
+    };
+    // A standard stream that the run writes to, where that is a file.
+    struct stream {
+        const char* name;
+        std::optional<platform::file_id> id;
+        bool is_examined = false;
     };
     bool are_one_file(io::notices& notices) const;
     void say_not_written(io::notices& notices) const;
@@ -56,8 +66,8 @@ private:
     io::output_file results_;
     std::optional<planned> planned_results_;
     std::optional<planned> planned_log_;
-    bool is_spoilt_ = false;
     bool is_written_ = false;
+    std::array<stream, 2> streams_;
 };
 
 } // namespace front

@@ -364,6 +364,13 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
     const bool is_list_alone = options.is_list_form() && !options.list_sdb;
     if (options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
         add_default_targets(targets.files, options.volume_text, notices);
+        std::erase_if(targets.files, [&](const std::string& path) {
+            const bool leads_out = model::leads_out_of_volume(options, path);
+            if (leads_out) {
+                notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+            }
+            return leads_out;
+        });
     }
     if (options.stats || options.list_sdb) {
         ntfs::trace_text trace;

@@ -97,7 +97,7 @@ int run_driver(argument_list args)
     const model::run_targets targets = find_targets(options, log, notices);
     outputs files(options, log);
     if (files.are_in_the_way(examined_files(options, targets), notices)) {
-        return refuse(run_header, standard_output);
+        return files.may_not_speak() ? failure : refuse(run_header, standard_output);
     }
     try {
         if (!files.open(notices)) {

@@ -80,7 +80,7 @@ bool stdin_stream_ex::next_entry(std::string& out)
     return true;
 }
 
-// Links to folders are neither entered nor given out.
+// Links to folders are said, and neither entered nor given out.
 void stdin_stream_ex::enter(const pending_directory& directory)
 {
     for (const platform::directory_entry& entry : list_in_order(directory.path, notices_)) {
@@ -89,7 +89,9 @@ void stdin_stream_ex::enter(const pending_directory& directory)
             if (directory.depth < max_depth_) {
                 pending_dirs_.push_back({std::move(path), directory.depth + 1});
             }
-        } else if (entry.kind == platform::entry_kind::file && accept_path(path, false)) {
+        } else if (entry.kind == platform::entry_kind::directory_link) {
+            say_linked_folder(path, notices_);
+        } else if (accept_path(path, false)) {
             ready_files_.push_back(std::move(path));
         }
     }

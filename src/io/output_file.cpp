@@ -34,7 +34,7 @@ bool output_file::open(const place& where, output_mode mode, std::string& reason
     const bool is_direct = where.partial.empty();
     const auto existing = is_direct                            ? platform::existing_file::keep
                           : mode == output_mode::replace_fresh ? platform::existing_file::refuse
-                                                               : platform::existing_file::empty;
+                                                               : platform::existing_file::renew;
     platform::opened_file opened =
         platform::open_for_writing(is_direct ? where.target.path : where.partial, existing);
     descriptor_ = opened.descriptor;

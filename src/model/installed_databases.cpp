@@ -95,7 +95,12 @@ public:
         } else if (!is_opened) {
             findings_.push_back({registry_finding_kind::not_opened, stored});
         } else {
-            add_file(local_path(path));
+            const std::string local = local_path(path);
+            if (leads_out_of_volume(options_, local)) {
+                findings_.push_back({registry_finding_kind::leaves_volume, stored});
+            } else {
+                add_file(local);
+            }
         }
     }
 

@@ -91,9 +91,7 @@ void open_ordinary_file(software_hive& hive, const std::string& path)
 {
     auto source = io::open_source(path, hive.reason);
     if (!source) {
-        platform::file_facts facts;
-        hive.state =
-            platform::read_file_facts(path, facts) ? hive_state::unreadable : hive_state::missing;
+        hive.state = platform::is_missing(path) ? hive_state::missing : hive_state::unreadable;
         return;
     }
     hive.state = hive_state::unreadable;
@@ -111,6 +109,11 @@ software_hive load_software_hive(const request::sdb_opts& options, const ntfs::t
 {
     software_hive hive;
     try {
+        if (!options.hive_named && leads_out_of_volume(options, options.software_hive_path)) {
+            hive.state = hive_state::unreadable;
+            hive.reason = "leads out of the volume";
+            return hive;
+        }
         open_ordinary_file(hive, options.software_hive_path);
         const bool may_be_elsewhere = hive.state == hive_state::unreadable ||
                                       (hive.state == hive_state::missing && !options.hive_named);
@@ -130,6 +133,12 @@ bool is_volume_image(const request::sdb_opts& options)
     return (options.volume_given || options.vss_given) &&
            platform::volume_at(options.volume_text).has_value() &&
            platform::read_file_facts(options.volume_text, facts) && !facts.is_directory;
+}
+
+bool leads_out_of_volume(const request::sdb_opts& options, const std::string& path)
+{
+    return (options.volume_given || options.vss_given) && !is_volume_image(options) &&
+           !platform::lies_below(path, options.volume_text);
 }
 
 bool is_own_hive(const request::sdb_opts& options)

@@ -35,6 +35,10 @@ load_software_hive(const request::sdb_opts& options, const ntfs::trace_text& tra
 // Whether the run's volume is an image: a file or a device in which folders cannot be listed.
 bool is_volume_image(const request::sdb_opts& options);
 
+// Whether a path, which is made below the run's volume, leads elsewhere by its links: onto the machine
+// that examines it.
+bool leads_out_of_volume(const request::sdb_opts& options, const std::string& path);
+
 // Whether the run's hive is that of the system which runs here, so that the paths in it are those of
 // this machine.
 bool is_own_hive(const request::sdb_opts& options);

@@ -21,8 +21,9 @@ struct opened_file {
 opened_file open_for_reading(const std::string& path);
 
 // Opens a file for writing, which is created if it is not there. What is there already stays
-// (`keep`), is emptied (`empty`; no link is followed), or is a reason not to open it (`refuse`).
-enum class existing_file { keep, empty, refuse };
+// (`keep`), gives way to a new file (`renew`, but for a link or a folder), or is a reason not to open
+// it (`refuse`).
+enum class existing_file { keep, renew, refuse };
 opened_file open_for_writing(const std::string& path, existing_file existing);
 
 // False if what was written did not all arrive.
@@ -39,6 +40,7 @@ struct read_result {
 // Reads at `offset` until `out` is full, the file ends or reading fails.
 read_result read_file(int descriptor, std::span<std::uint8_t> out, std::int64_t offset);
 
+inline constexpr int standard_input_descriptor = 0;
 inline constexpr int standard_output_descriptor = 1;
 inline constexpr int standard_error_descriptor = 2;
 
@@ -59,6 +61,8 @@ struct file_id {
     friend bool operator==(const file_id&, const file_id&) = default;
 };
 std::optional<file_id> identify_file(const std::string& path);
+// The same of what a standard stream is; nothing for what is no regular file or block device.
+std::optional<file_id> identify_stream(int descriptor);
 
 // What an output path leads to: the end of its links, in its spelling on disk, and whether something
 // else than a regular file is there, such as a device or a pipe.
@@ -86,6 +90,12 @@ struct file_facts {
     std::uint64_t size = 0;          // bytes
     bool is_directory = false;
 };
+
+// Whether there is surely nothing at `path`.
+bool is_missing(const std::string& path);
+
+// Whether `path`, its links followed, lies in a folder or below it; true for what is not there.
+bool lies_below(const std::string& path, const std::string& folder);
 
 // Facts of an open file.
 bool read_file_facts(int descriptor, file_facts& facts);

@@ -32,6 +32,7 @@ bool hold_standard_streams()
 {
     // A reader that has gone is told by the write that fails.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // so is a file that may not grow
     const bool has_output = ::fcntl(STDOUT_FILENO, F_GETFD) != -1;
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         // A descriptor that is opened is the lowest free one, which is this stream's.

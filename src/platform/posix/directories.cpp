@@ -36,14 +36,16 @@ entry_kind kind_of(DIR* listing, const dirent& entry)
 listing_result list_directory(const std::string& folder, std::vector<directory_entry>& entries)
 {
     entries.clear();
-    DIR* const listing = ::opendir(folder.c_str());
+    DIR* const listing = open_folder(folder);
     if (listing == nullptr) {
-        const bool is_missing = errno == ENOENT;
-        return {false, is_missing,
-                errno == ENOENT    ? "no such folder"
-                : errno == ENOTDIR ? "is no folder"
-                : errno == EACCES  ? "no permission"
-                                   : std::system_category().message(errno)};
+        const int error = errno;
+        const bool is_hidden = error == ENOENT && is_way_hidden(folder);
+        return {false, error == ENOENT && !is_hidden,
+                is_hidden          ? "a folder above it cannot be listed"
+                : error == ENOENT  ? "no such folder"
+                : error == ENOTDIR ? "is no folder"
+                : error == EACCES  ? "no permission"
+                                   : std::system_category().message(error)};
     }
     errno = 0;
     while (const dirent* const entry = ::readdir(listing)) {

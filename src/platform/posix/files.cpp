@@ -94,6 +94,13 @@ std::string link_end(std::string path)
     return path;
 }
 
+// A block device may have several nodes.
+file_id id_of(const struct stat& status)
+{
+    return S_ISBLK(status.st_mode) ? file_id{0, status.st_rdev}
+                                   : file_id{status.st_dev, status.st_ino};
+}
+
 constexpr unsigned wanted_facts = STATX_BASIC_STATS | STATX_BTIME;
 
 } // namespace
@@ -104,7 +111,10 @@ opened_file open_for_reading(const std::string& path)
     struct stat status {};
     // Looked at first: to open a pipe or a device may be an act of its own.
     if (::stat(found.c_str(), &status) != 0) {
-        return failed_open(errno);
+        const int error = errno;
+        return error == ENOENT && is_way_hidden(path)
+                   ? opened_file{-1, "a folder above it cannot be listed"}
+                   : failed_open(error);
     }
     if (const char* const kind = kind_refused(status)) {
         return {-1, kind};
@@ -125,10 +135,15 @@ opened_file open_for_reading(const std::string& path)
 
 opened_file open_for_writing(const std::string& path, existing_file existing)
 {
-    const int flags = existing == existing_file::keep    ? 0
-                      : existing == existing_file::empty ? O_TRUNC | O_NOFOLLOW
-                                                         : O_EXCL;
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | flags | always, 0600);
+    const int flags = O_WRONLY | O_CREAT | (existing == existing_file::keep ? 0 : O_EXCL) | always;
+    int descriptor = ::open(path.c_str(), flags, 0600);
+    struct stat status {};
+    if (descriptor < 0 && errno == EEXIST && existing == existing_file::renew &&
+        ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        // Not emptied: it may have another name, under which it is somebody's.
+        static_cast<void>(::unlink(path.c_str()) == 0);
+        descriptor = ::open(path.c_str(), flags, 0600);
+    }
     if (descriptor < 0) {
         return failed_open(errno);
     }
@@ -203,7 +218,16 @@ std::optional<file_id> identify_file(const std::string& path)
     if (path.empty() || ::stat(find_path(path).c_str(), &status) != 0) {
         return std::nullopt;
     }
-    return file_id{status.st_dev, status.st_ino};
+    return id_of(status);
+}
+
+std::optional<file_id> identify_stream(int descriptor)
+{
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || kind_refused(status) != nullptr) {
+        return std::nullopt;
+    }
+    return id_of(status);
 }
 
 output_place find_output(const std::string& path)
@@ -246,6 +270,26 @@ std::optional<std::string> volume_at(const std::string& value)
     }
     found.erase(found.find_last_not_of("/\\") + 1);
     return found.empty() ? "/" : found;
+}
+
+bool is_missing(const std::string& path)
+{
+    struct stat status {};
+    return ::lstat(find_path(path).c_str(), &status) != 0 &&
+           (errno == ENOENT || errno == ENOTDIR) && !is_way_hidden(path);
+}
+
+bool lies_below(const std::string& path, const std::string& folder)
+{
+    const auto end_of_links = [](const std::string& of) {
+        char* const found = ::realpath(find_path(of).c_str(), nullptr);
+        std::string text = found ? found : "";
+        std::free(found);
+        return text;
+    };
+    const std::string place = end_of_links(path);
+    const std::string root = end_of_links(folder);
+    return place.empty() || root == "/" || (place + '/').starts_with(root + '/');
 }
 
 bool read_file_facts(int descriptor, file_facts& facts)

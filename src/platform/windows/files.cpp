@@ -13,6 +13,7 @@
 
 #include "platform/windows/paths.h"
 #include "platform/windows/wide.h"
+#include "uni/text.h"
 #include "uni/time.h"
 #include "uni/windows_paths.h"
 
@@ -21,6 +22,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t largest_block = 0x10000000;
+constexpr std::size_t drive_letter_and_colon = 2;
 
 std::uint64_t ticks_of(const FILETIME& time)
 {
@@ -94,14 +96,6 @@ DWORD attributes_of(const std::string& path)
     return attributes == INVALID_FILE_ATTRIBUTES ? 0 : attributes;
 }
 
-bool is_link(HANDLE handle)
-{
-    FILE_ATTRIBUTE_TAG_INFO tag{};
-    return ::GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &tag, sizeof tag) &&
-           (tag.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-           IsReparseTagNameSurrogate(tag.ReparseTag);
-}
-
 opened_file descriptor_of(HANDLE handle, int flags)
 {
     const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
@@ -156,6 +150,27 @@ bool facts_from_stat(const std::wstring& path, file_facts& facts)
     return true;
 }
 
+// The path of what is open, its links followed; empty if it cannot be told.
+std::string final_path(HANDLE handle)
+{
+    std::wstring path(32768, L'\0');
+    const DWORD length =
+        ::GetFinalPathNameByHandleW(handle, path.data(), static_cast<DWORD>(path.size()), 0);
+    path.resize(length < path.size() ? length : 0);
+    return utf8_from_wide(path);
+}
+
+std::optional<file_id> id_of(HANDLE handle)
+{
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!::GetFileInformationByHandle(handle, &information)) {
+        return std::nullopt;
+    }
+    return file_id{information.dwVolumeSerialNumber,
+                   (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
+                       information.nFileIndexLow};
+}
+
 } // namespace
 
 opened_file open_for_reading(const std::string& path)
@@ -186,30 +201,25 @@ opened_file open_for_reading(const std::string& path)
 
 opened_file open_for_writing(const std::string& path, existing_file existing)
 {
-    const bool is_emptied = existing == existing_file::empty;
-    const DWORD disposition = existing == existing_file::refuse ? CREATE_NEW : OPEN_ALWAYS;
-    const DWORD flags =
-        is_emptied ? FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT : FILE_ATTRIBUTE_NORMAL;
+    const DWORD disposition = existing == existing_file::keep ? OPEN_ALWAYS : CREATE_NEW;
+    if (existing == existing_file::renew) {
+        // Not emptied: it may have another name, under which it is somebody's.
+        constexpr DWORD other_kinds = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
+        if ((attributes_of(path) & other_kinds) == 0) {
+            ::DeleteFileW(callable_path(path).c_str());
+        }
+    }
     HANDLE handle = INVALID_HANDLE_VALUE;
     // As many of the rights that take_rights needs as the system gives.
     const DWORD most = existing == existing_file::keep ? 0 : WRITE_DAC | WRITE_OWNER;
     for (const DWORD more : {most, most & WRITE_DAC, DWORD{0}}) {
-        handle = open_handle(path, GENERIC_WRITE | more, disposition, flags);
+        handle = open_handle(path, GENERIC_WRITE | more, disposition, FILE_ATTRIBUTE_NORMAL);
         if (handle != INVALID_HANDLE_VALUE || ::GetLastError() != ERROR_ACCESS_DENIED) {
             break;
         }
     }
     if (handle == INVALID_HANDLE_VALUE) {
         return failed_open(::GetLastError());
-    }
-    if (is_emptied && is_link(handle)) {
-        ::CloseHandle(handle);
-        return {-1, "is a link"};
-    }
-    if (is_emptied && !::SetEndOfFile(handle)) {
-        const DWORD error = ::GetLastError();
-        ::CloseHandle(handle);
-        return failed_open(error);
     }
     return descriptor_of(handle, _O_WRONLY | _O_BINARY);
 }
@@ -294,17 +304,20 @@ bool replace_file(const std::string& from, const std::string& to)
 
 std::optional<file_id> identify_file(const std::string& path)
 {
-    BY_HANDLE_FILE_INFORMATION information{};
     if (path.empty() || names_device(path)) {
         return std::nullopt;
     }
-    const looked_at file(path);
-    if (!file.is_there() || !::GetFileInformationByHandle(file.handle(), &information)) {
-        return std::nullopt;
-    }
-    return file_id{information.dwVolumeSerialNumber,
-                   (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
-                       information.nFileIndexLow};
+    // A stream of a file is a part of it, whether it is there or not.
+    const std::size_t name = path.find_last_of("/\\") + 1; // 0 where there is none
+    const std::size_t stream = path.find(':', std::max(name, drive_letter_and_colon));
+    const looked_at file(path.substr(0, stream));
+    return file.is_there() ? id_of(file.handle()) : std::nullopt;
+}
+
+std::optional<file_id> identify_stream(int descriptor)
+{
+    const HANDLE handle = handle_of(descriptor);
+    return ::GetFileType(handle) == FILE_TYPE_DISK ? id_of(handle) : std::nullopt;
 }
 
 output_place find_output(const std::string& path)
@@ -322,12 +335,9 @@ output_place find_output(const std::string& path)
     place.is_special = ::GetFileType(file.handle()) != FILE_TYPE_DISK ||
                        (facts_from_handle(file.handle(), facts) && facts.is_directory);
     if (!place.is_special && (attributes_of(path) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-        std::wstring end_of_links(32768, L'\0');
-        const DWORD length = ::GetFinalPathNameByHandleW(
-            file.handle(), end_of_links.data(), static_cast<DWORD>(end_of_links.size()), 0);
-        if (length != 0 && length < end_of_links.size()) {
-            end_of_links.resize(length);
-            place.path = uni::plain_windows_path(utf8_from_wide(end_of_links));
+        const std::string end_of_links = final_path(file.handle());
+        if (!end_of_links.empty()) {
+            place.path = uni::plain_windows_path(end_of_links);
         }
     }
     return place;
@@ -360,6 +370,28 @@ std::string native_spelling(std::string path)
 std::optional<std::string> volume_at(const std::string&)
 {
     return std::nullopt;
+}
+
+bool is_missing(const std::string& path)
+{
+    ::SetLastError(ERROR_SUCCESS);
+    const DWORD attributes = ::GetFileAttributesW(callable_path(path).c_str());
+    const DWORD error = ::GetLastError();
+    return attributes == INVALID_FILE_ATTRIBUTES &&
+           (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND);
+}
+
+bool lies_below(const std::string& path, const std::string& folder)
+{
+    const looked_at file(path);
+    const looked_at root(folder + '\\');
+    if (!file.is_there() || !root.is_there()) {
+        return true;
+    }
+    const std::string place = uni::lowered(final_path(file.handle()));
+    std::string above = uni::lowered(final_path(root.handle()));
+    above.erase(above.find_last_not_of('\\') + 1);
+    return place.empty() || above.empty() || (place + '\\').starts_with(above + '\\');
 }
 
 bool read_file_facts(const std::string& path, file_facts& facts)
