@@ -17,6 +17,11 @@ public:
 
     bool record(const model::record_groups&) override { return goes_on(); }
 
+    bool heading(std::string_view text) override
+    {
+        write_heading(out_, text, style_);
+        return goes_on();
+    }
     bool row(std::span<const value> cells) override
     {
         write_fields(out_, cells, style_, document_.database);

@@ -2,6 +2,7 @@
 
 #include "form/tag_text.h"
 #include "form/value_text.h"
+#include "uni/marks.h"
 #include "uni/text.h"
 
 namespace form {
@@ -56,6 +57,12 @@ void write_fields(uni::text_buffer& out, std::span<const value> cells,
             write_field(out, value_text(cell, style, database), style.csv_separator);
         }
     }
+    out.line_end();
+}
+
+void write_heading(uni::text_buffer& out, std::string_view text, const request::cmd_params& style)
+{
+    write_field(out, uni::marked(text), style.csv_separator);
     out.line_end();
 }
 

@@ -178,6 +178,11 @@ class general_form : public lines_form {
 public:
     using lines_form::lines_form;
 
+    bool heading(std::string_view text) override
+    {
+        write_heading(out_, text, style_);
+        return goes_on();
+    }
     bool row(std::span<const value> cells) override
     {
         write_fields(out_, cells, style_, document_.database);

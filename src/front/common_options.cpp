@@ -164,7 +164,6 @@ std::optional<std::uint64_t> read_window_end(const window_text& text)
     return is_printable ? filetime : std::nullopt;
 }
 
-// A date without separators is none.
 bool refuse_date(parsing& now, const option_row& row, const std::string& value)
 {
     now.notices.fail("Don't understand %s %s\n", std::string(row.name).c_str(), value.c_str());
@@ -179,10 +178,7 @@ bool take_start_time(parsing& now, const option_row& row, const std::string& val
         return refuse_date(now, row, value);
     }
     params.time_window_start = read_window_end(text);
-    if (!params.time_window_start) {
-        now.notices.say("invalid start time, ignoring\n");
-    }
-    return true;
+    return params.time_window_start || refuse_date(now, row, value);
 }
 
 bool take_stop_time(parsing& now, const option_row& row, const std::string& value)
@@ -192,11 +188,12 @@ bool take_stop_time(parsing& now, const option_row& row, const std::string& valu
     if (text.date.empty() || text.separator == '\0') {
         return refuse_date(now, row, value);
     }
-    const auto stop = read_window_end(text);
-    const auto& start = params.time_window_start;
-    if (stop && !(start && *stop < *start)) {
-        params.time_window_stop = stop;
-    } else {
+    params.time_window_stop = read_window_end(text);
+    if (!params.time_window_stop) {
+        return refuse_date(now, row, value);
+    }
+    if (params.time_window_stop < params.time_window_start) {
+        params.time_window_stop.reset();
         now.notices.say("invalid stop time, ignoring\n");
     }
     return true;
@@ -276,7 +273,7 @@ bool take_enumdir(parsing& now, const option_row&, const std::string& value)
 bool take_num_subdirs(parsing& now, const option_row&, const std::string& value)
 {
     request::cmd_params& params = now.options;
-    if (const auto number = uni::read_u32_auto(value)) {
+    if (const auto number = uni::read_number(value)) {
         params.num_subdirs = *number;
     } else {
         now.notices.say("invalid -num_subdirs %s, ignoring\n", value.c_str());
@@ -284,10 +281,16 @@ bool take_num_subdirs(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool take_separator(parsing& now, const option_row&, const std::string& value)
+bool take_separator(parsing& now, const option_row& row, const std::string& value)
 {
-    request::cmd_params& params = now.options;
-    set_csv_separator(params, value);
+    // What acts on a screen, ends a row or quotes a field parts none.
+    std::string rest = value;
+    uni::remove_char(rest, '\t');
+    if (uni::needs_marks(rest) || rest.find('"') != std::string::npos) {
+        now.notices.fail("Don't understand %s %s\n", std::string(row.name).c_str(), value.c_str());
+        return false;
+    }
+    set_csv_separator(now.options, value);
     return true;
 }
 

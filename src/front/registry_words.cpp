@@ -31,10 +31,11 @@ void say_findings(const std::vector<model::registry_finding>& findings, io::noti
             notices.fail("%s changed while it was read\n", subject);
             break;
         case not_opened:
-            notices.say("installed on another machine, not opened: %s\n", subject);
+            notices.say("installed on another machine or in an image, not opened: %s\n", subject);
             break;
         case leaves_volume:
-            notices.say("installed outside of the volume, not opened: %s\n", subject);
+            notices.say("installed on no drive or outside of the volume, not opened: %s\n",
+                        subject);
             break;
         case names_no_file:
             notices.fail("installed under a path that names no file: %s\n", subject);

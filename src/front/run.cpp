@@ -121,7 +121,11 @@ private:
                 "%s: behind its lists, from byte %llu on, stand %llu bytes that form "
                 "no list\n",
                 path.c_str(), static_cast<unsigned long long>(extent.trailing_at),
-                static_cast<unsigned long long>(file.database.image().size() - extent.trailing_at));
+                static_cast<unsigned long long>(extent.file_size - extent.trailing_at));
+        }
+        if (const std::uint64_t unused = file.database.bytes_behind_stream()) {
+            out_.notices.say("%s: behind its compressed stream stand %llu bytes\n", path.c_str(),
+                             static_cast<unsigned long long>(unused));
         }
         if (file.source->has_failed()) {
             out_.notices.fail("%s could not be read once more\n", path.c_str());

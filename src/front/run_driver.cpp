@@ -117,6 +117,9 @@ int run_driver(argument_list args)
     }
     standard_output.flush();
     say_what_was_not_written(standard_output, notices);
+    if (!context.has_standard_output() && standard_output.was_written_to()) {
+        notices.fail("standard output is closed, what was to go there is lost\n");
+    }
     return notices.failed() ? failure : success;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "form/forms.h"
@@ -265,19 +266,23 @@ std::optional<std::uint32_t> read_tag_id(const std::string& text)
     constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
     const bool is_hex = text.find_first_not_of(hex_digits) == std::string::npos &&
                         text.find_first_not_of(digits) != std::string::npos;
-    return uni::read_u32_auto(is_hex ? "0x" + text : text);
+    return uni::read_number(is_hex ? "0x" + text : text);
 }
 
 bool take_tagids(parsing& now, const option_row&, const std::string& value)
 {
+    std::vector<std::uint32_t>& ids = now.options.search.tagids;
     for (const std::string& item : uni::split(value, list_separator(value, "|,", ' '), true)) {
         if (const auto id = read_tag_id(item)) {
-            now.options.search.tagids.push_back(*id);
+            ids.push_back(*id);
         } else {
             now.notices.say("Don't understand tag id %s\n", item.c_str());
         }
     }
-    return true;
+    if (ids.empty()) { // without any, everything would be found
+        now.notices.fail("no tag id in %s, aborting\n", value.c_str());
+    }
+    return !ids.empty();
 }
 
 bool take_strings(parsing& now, const option_row&, const std::string& value)
@@ -350,6 +355,28 @@ void settle_targets(request::sdb_opts& options)
     }
 }
 
+// Says what was asked for and has no effect in this run.
+void tell_unused(const request::sdb_opts& options, io::notices& notices)
+{
+    const bool asks_registry = options.stats || options.list_sdb;
+    const std::pair<bool, const char*> unused[] = {
+        {options.enumdir && (options.pipe || options.list_sdb), "-enumdir"},
+        {options.pipe && options.list_sdb, "-pipe"},
+        {options.pe_stats && !options.sdb_path.empty(), "-sdb"},
+        {options.pe_stats && options.partition_given, "-partition"},
+        {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
+    };
+    for (const auto& [is_unused, name] : unused) {
+        if (is_unused) {
+            notices.say("not used here: %s\n", name);
+        }
+    }
+    if (options.hive_named && platform::is_missing(options.software_hive_path) &&
+        (options.pe_stats || !asks_registry)) {
+        notices.fail("Prob reading hive %s: no such file\n", options.software_hive_path.c_str());
+    }
+}
+
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
     if (options.append && form::form_of(options.form).carries == form::contents::records_of_one) {
@@ -383,6 +410,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
         return false;
     }
     settle_targets(options);
+    tell_unused(options, notices);
     tell_ignored(rows, args, notices);
     return true;
 }

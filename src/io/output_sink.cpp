@@ -40,6 +40,7 @@ standard_output::~standard_output()
 
 bool standard_output::write_block(std::string_view block)
 {
+    was_written_to_ = true;
     errno = 0;
     if (platform::write_file(platform::standard_output_descriptor, uni::bytes_of(block))) {
         return true;

@@ -36,11 +36,14 @@ public:
 
     // Whether it went bad because nobody reads any more.
     bool reader_is_gone() const noexcept { return reader_is_gone_; }
+    // Whether anything was written to it.
+    bool was_written_to() const noexcept { return was_written_to_; }
 
 private:
     bool write_block(std::string_view block) override;
 
     bool reader_is_gone_ = false;
+    bool was_written_to_ = false;
 };
 
 // Drops everything: for code that must be handed a stream when nothing is wanted.

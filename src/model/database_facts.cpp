@@ -8,7 +8,6 @@
 #include <unordered_set>
 
 #include "model/record_collector.h"
-#include "platform/digests.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/guid.h"
@@ -221,7 +220,7 @@ private:
 
 } // namespace
 
-std::string file_digest_md5(io::byte_source& source)
+std::string file_digest(io::byte_source& source, platform::digest_kind kind)
 {
     constexpr std::uint64_t longest = 0x10000000;
     io::byte_vector bytes;
@@ -229,7 +228,7 @@ std::string file_digest_md5(io::byte_source& source)
         bytes.size() != source.size()) {
         return {};
     }
-    return uni::hex_text(platform::compute_digest(platform::digest_kind::md5, bytes));
+    return uni::hex_text(platform::compute_digest(kind, bytes));
 }
 
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database)

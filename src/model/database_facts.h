@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "io/byte_source.h"
+#include "platform/digests.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -20,7 +21,7 @@ struct record_count {
 
 // What a database says of itself. A text that is not there is empty.
 struct database_facts {
-    std::string digest_md5;  // lower-case hexadecimal, of the whole image, inflated
+    std::string digest_md5;  // lower-case hexadecimal, of the image, inflated
     std::string digest_sha1; // the same
     std::string identifier;  // GUID text
     std::string compiler_version;
@@ -31,9 +32,9 @@ struct database_facts {
     std::vector<record_count> counts;      // ascending by tag, equal tags as they were found
 };
 
-// The MD5 digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot
-// be read whole, or that is too long for that.
-std::string file_digest_md5(io::byte_source& source);
+// A digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot be read
+// whole, or that is longer than 256 MiB.
+std::string file_digest(io::byte_source& source, platform::digest_kind kind);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts.

@@ -72,7 +72,9 @@ public:
     file_adder(run_targets& targets, const request::sdb_opts& options,
                std::vector<registry_finding>& findings)
         : targets_(targets), options_(options), findings_(findings),
-          is_here_(!is_volume_named(options) && is_own_hive(options))
+          is_here_(!is_volume_named(options) && is_own_hive(options)),
+          // Such a file can be named, and not be read.
+          lies_in_image_(!options.list_sdb && is_volume_image(options))
     {
         for (const std::string& path : targets.files) {
             known_.insert(folded(parts_of(path)));
@@ -82,7 +84,7 @@ public:
     void add(const std::string& stored)
     {
         const stored_path path = read_stored_path(stored);
-        const bool is_opened = is_volume_named(options_) || is_here_;
+        const bool is_opened = (is_volume_named(options_) && !lies_in_image_) || is_here_;
         if (path.kind == stored_kind::empty) {
             return;
         }
@@ -127,6 +129,7 @@ private:
     const request::sdb_opts& options_;
     std::vector<registry_finding>& findings_;
     bool is_here_;
+    bool lies_in_image_;
     std::set<std::string> known_;
 };
 

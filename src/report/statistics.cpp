@@ -198,12 +198,10 @@ public:
         file.write = work_.times.write;
         file.creation = work_.times.creation;
         file.events = {{facts_.time.value_or(0), "database"}, {install_time(), "installed"}};
-        // The image is the whole file, unless that was inflated or is too long.
-        const bool is_whole =
-            !work_.database->was_compressed() && !work_.database->extent().is_file_longer;
-        file.digest_md5 = is_whole || work_.source == nullptr
+        // The image is the file, unless that was inflated.
+        file.digest_md5 = !work_.database->was_compressed() || work_.source == nullptr
                               ? facts_.digest_md5
-                              : model::file_digest_md5(*work_.source);
+                              : model::file_digest(*work_.source, platform::digest_kind::md5);
         return file;
     }
 
@@ -300,6 +298,10 @@ bool tell_statistics(const job& work)
     model::database_facts facts;
     if (!model::gather_facts(facts, *work.database)) {
         return false;
+    }
+    if (work.source != nullptr && work.database->extent().is_file_longer) {
+        facts.digest_md5 = model::file_digest(*work.source, platform::digest_kind::md5);
+        facts.digest_sha1 = model::file_digest(*work.source, platform::digest_kind::sha1);
     }
     if (facts.digest_md5.empty() || facts.digest_sha1.empty()) {
         work.notices.fail("no digest of %s is to be had\n", work.path.c_str());

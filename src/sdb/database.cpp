@@ -102,11 +102,12 @@ load_result sdb_database::load_image(io::byte_vector image)
 {
     image_ = std::move(image);
     file_size_ = image_.size();
+    bytes_behind_stream_ = 0;
     const scan_outcome outcome = scan();
     was_compressed_ = outcome == scan_outcome::compressed;
     if (was_compressed_) {
         io::byte_vector inflated;
-        if (inflate_image(this->image(), inflated)) {
+        if (inflate_image(this->image(), inflated, &bytes_behind_stream_)) {
             image_ = std::move(inflated);
             file_size_ = image_.size();
             scan();

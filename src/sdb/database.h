@@ -147,6 +147,8 @@ public:
     bool loaded() const noexcept { return loaded_; }
     // Whether the file last tried was a compressed one.
     bool was_compressed() const noexcept { return was_compressed_; }
+    // How many bytes of a compressed file stand behind its stream.
+    std::uint64_t bytes_behind_stream() const noexcept { return bytes_behind_stream_; }
     uni::byte_view image() const noexcept { return uni::byte_view(image_); }
     image_extent extent() const;
     std::uint32_t version_major() const noexcept { return version_major_; }
@@ -291,6 +293,7 @@ private:
 
     bool loaded_ = false;
     bool was_compressed_ = false;
+    std::uint64_t bytes_behind_stream_ = 0;
     io::byte_vector image_;
     std::uint64_t file_size_ = 0; // of a plain file
     std::uint32_t version_major_ = 0;

@@ -36,9 +36,10 @@ bool inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
 
 } // namespace
 
-bool inflate_image(uni::byte_view image, io::byte_vector& out)
+bool inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_t* unused)
 {
     out.clear();
+
     const auto input = image.from(compressed_header_size).bytes();
     z_stream stream{};
     stream.next_in = input.data();
@@ -47,6 +48,9 @@ bool inflate_image(uni::byte_view image, io::byte_vector& out)
         return false;
     }
     const bool whole = inflate_whole(stream, image.size() * largest_growth, out);
+    if (unused != nullptr) {
+        *unused = stream.avail_in;
+    }
     ::inflateEnd(&stream);
     if (!whole) {
         out.clear();

@@ -71,6 +71,16 @@ std::optional<std::uint64_t> read_u64_auto(std::string_view text)
     return read_unsigned(text, std::numeric_limits<std::uint64_t>::max());
 }
 
+std::optional<std::uint32_t> read_number(std::string_view text)
+{
+    const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
+    text.remove_prefix(is_hex ? 2 : 0);
+    std::uint32_t value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, value, is_hex ? 16 : 10);
+    return error == std::errc() && stopped == end ? std::optional(value) : std::nullopt;
+}
+
 std::string hex_text(std::span<const std::uint8_t> bytes)
 {
     std::string out(bytes.size() * 2, '0');

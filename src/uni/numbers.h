@@ -26,6 +26,10 @@ namespace uni {
 // Any other text, the empty one included, gives nothing. Digits are taken as far as they go, so
 // that "12ab" is 12 and "0x" is 0. A number too large for the type gives the type's largest value.
 std::optional<std::uint32_t> read_u32_auto(std::string_view text);
+// A whole text that is a decimal number or, behind "0x", a hexadecimal one of 32 bits, and nothing
+// else.
+std::optional<std::uint32_t> read_number(std::string_view text);
+
 std::optional<std::uint64_t> read_u64_auto(std::string_view text);
 
 // Two lower-case hexadecimal digits for each byte, without separators.
