@@ -8,6 +8,7 @@ Run from the root of the repository.
 
 import csv
 import ctypes
+import hashlib
 import os
 import re
 import shutil
@@ -15,10 +16,11 @@ import subprocess
 import sys
 import time
 import unittest
+from contextlib import ExitStack
 from pathlib import Path
 
 from support import hives
-from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE, Database,
+from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE,
                                 Runs, main, masked, run, small_database)
 
 
@@ -232,6 +234,7 @@ class Signals(Runs):
     NAME = f"quilt-test-{os.getpid()}"
     OPEN = f"""
 import ctypes
+import hashlib
 libc = ctypes.CDLL(None, use_errno=True)
 libc.sem_open.restype = ctypes.c_void_p
 event = ctypes.c_void_p(libc.sem_open(b"/{NAME}", {os.O_CREAT}, 0o600, 0))
@@ -317,20 +320,61 @@ class Files(Runs):
             shown = path.replace("%PATCHES%", "windows\\APPPATCH")
             self.assertIn(f"[{shown}]\n".encode(), self.report(path, "-multiline", **places))
 
-    @unittest.skipIf(shutil.which("xmllint") is None, "xmllint is not installed")
-    def test_xml_is_well_formed(self):
-        """For a database without the one head that ends in a doubled " /"."""
-        tag = (d := Database()).tag
-        texts = ["plain", "é 計 𝄞", 'with "quotes" and \'more\'', "a < b & c", "<" * 79, "&" * 80]
-        file = [tag(0x7008, tag(0x6001, text), tag(0x6009, text), tag(0x6010, "*"))
-                for text in texts]
-        exes = [tag(0x7007, tag(0x6001, text), tag(0x6006, text), tag(0x6005, text),
-                    tag(0x4023, 2), *file) for text in texts]
-        path = self.write("a.sdb", d.image(*exes, tag(0x7006, tag(0x6001, "&"), *file)))
-        report = run(f"-sdb {path} -apps -quiet").stdout
-        self.assertEqual(report.count(b"<exe "), len(texts))
-        lint = subprocess.run(["xmllint", "--noout", "-"], input=report, capture_output=True)
-        self.assertEqual((lint.returncode, lint.stderr), (0, b""))
+    def test_no_way_leads_to_what_is_read(self):
+        """Not a stream, a list or its entry, nor another name of the partial file."""
+        sample = Path(SAMPLE).read_bytes()
+        a, log = self.write("a.sdb", sample), self.write("log.sdb", sample)
+        listed = self.write("list", b"a.sdb\nlog.sdb\n")
+        os.link(a, self.path("out.partial"))
+        for options, code, streams in (
+                ("-pipe -stats -out list", FAILED, {"stdin": listed}),
+                ("-pipe -stats -out other -diags log.sdb", FAILED, {"stdin": listed}),
+                ("-sdb a.sdb -stats", FAILED, {"stdout": a}),
+                ("-sdb a.sdb -stats", FAILED, {"stderr": a}),
+                ("-sdb log.sdb -stats -out out", 0, {})):
+            with ExitStack() as opened:
+                streams = {name: opened.enter_context(open(path, "rb" if name == "stdin" else "ab"))
+                           for name, path in streams.items()}
+                nowhere = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.DEVNULL)
+                result = subprocess.run([*ARGUMENTS.quilt.words, *options.split()], check=False,
+                                        cwd=self.folder, **{**nowhere, **streams})
+            self.assertEqual((options, result.returncode), (options, code))
+            self.assertEqual((self.read("a.sdb"), self.read("log.sdb"), self.read("list")),
+                             (sample, sample, b"a.sdb\nlog.sdb\n"))
+        self.assertTrue(self.read("other") and self.read("out"))
+
+    def test_no_link_leads_off_a_volume(self):
+        sample = Path(SAMPLE).read_bytes()
+        self.write("elsewhere/x.sdb", sample)
+        place = "v/Windows/AppPatch"
+        self.write(f"{place}/a.sdb", sample)
+        for name, target in (("Custom", "elsewhere"), ("own.sdb", "elsewhere/x.sdb")):
+            os.symlink(self.path(target), self.path(f"{place}/{name}"))
+        os.symlink("a.sdb", self.path(f"{place}/b.sdb"))
+        volume = self.path("v")
+        self.printed(f"-listsdb -quiet -partition {volume}", code=FAILED, messages=
+                     f"{volume}/Windows/AppPatch/Custom is a link to a folder, not entered\n"
+                     f"{volume}/Windows/AppPatch/own.sdb leads out of the volume, not opened\n"
+                     f"no hive {volume}/Windows/System32/Config/Software: no such file\n")
+
+    def test_the_extent_of_a_file(self):
+        sample = Path(SAMPLE).read_bytes()
+        size, longest = len(sample), 20 << 20
+        packed = Path(COMPRESSED).read_bytes()
+        for contents, code, said in (
+                (sample + bytes(3), 0, f"behind its lists, from byte {size} on, stand 3 bytes that "
+                                       "form no list"),
+                (packed + bytes(3), 0, "behind its compressed stream stand 3 bytes"),
+                (sample[:-9], FAILED, f"is cut off: its {size - 9} bytes end before those of tag "
+                                      f"0x[0-9a-f]*, which go up to byte {size}"),
+                (sample + bytes(longest), FAILED, f"is too long: the report ends at byte {longest} of "
+                                                  f"{longest + size}")):
+            path = self.write("a.sdb", contents)
+            result = run(f"-sdb {path} -stats -quiet")
+            self.assertEqual((said, result.returncode), (said, code))
+            self.assertRegex(result.stderr.decode(), said)
+            if contents[:12] != packed[:12]:
+                self.assertIn(hashlib.md5(contents).hexdigest().encode(), result.stdout)
 
 
 class WindowsPaths(Runs):

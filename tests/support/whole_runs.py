@@ -31,7 +31,8 @@ def standing():
             for path in (os.path.join(folder, name) for name in names):
                 status = os.lstat(path)
                 found[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns,
-                               status.st_ctime_ns, status.st_atime_ns)
+                               status.st_ctime_ns,
+                               0 if os.path.islink(path) else status.st_atime_ns)
     return found
 
 
