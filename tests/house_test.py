@@ -36,6 +36,20 @@ class House(unittest.TestCase):
                 with self.subTest(file=str(path), includes=target):
                     self.assertTrue(target == own or floor_of[own] < floor_of[target])
 
+    def test_every_message_stands_in_its_page(self):
+        page = (ROOT / "docs/messages.md").read_text("utf-8")
+        found = 0
+        for path in (ROOT / "src").rglob("*.cpp"):
+            for call in re.findall(r'\b(?:say|fail)\(((?:\s*"(?:[^"\\]|\\.)*")+)',
+                                   path.read_text("utf-8")):
+                words = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', call))
+                words = re.sub(r"(?:0x)?%(?:\w*x|llu|s)", "…", words.replace("\\n", ""))
+                words = words.replace("%%", "%").replace('\\"', '"')
+                found += 1
+                with self.subTest(file=str(path), words=words):
+                    self.assertTrue(words == "…" or f"| {words} |" in page)
+        self.assertGreater(found, 50)
+
 
 class Patches(unittest.TestCase):
     def test_a_report_and_a_form_are_one_file_and_one_row_each(self):
