@@ -159,7 +159,9 @@ class VolumeReports:
         """The same but for separators and for the case of the folders that the program names."""
         program = self.windows()
         self.wine_drive("q:", self.folder)
-        self.check(program, "q:", lambda text: text.replace("\\", "/").lower())
+        # The system that runs here has no hive in its place.
+        self.check(program, "q:", lambda text: re.sub(r"(?m)^no hive c:/.*\n", "",
+                                                      text.replace("\\", "/").lower()))
 
 
 class Volume(VolumeReports, Runs):

@@ -45,9 +45,8 @@ class Program:
     keeps_access_times = True
 
     def __init__(self, command):
-        self.words = shlex.split(command)
-        if len(self.words) == 1:
-            self.words = [os.path.abspath(command)]
+        *before, program = shlex.split(command)
+        self.words = [*before, os.path.abspath(program)]
         if len(self.words) > 1:  # wine, which may speak before the program does
             self.keeps_access_times = False
             self.preamble = self.run("--version").stderr
