@@ -389,7 +389,10 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
 std::vector<std::string> examined_files(const request::sdb_opts& options,
                                         const model::run_targets& targets)
 {
-    std::vector<std::string> files = targets.files;
+    std::vector<std::string> files;
+    if (!options.list_sdb) { // which reads none of them
+        files = targets.files;
+    }
     for (const std::string* const named :
          {&options.sdb_path, &options.pe_path, &options.software_hive_path, &options.volume_text}) {
         if (!named->empty()) {

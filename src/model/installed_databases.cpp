@@ -73,8 +73,7 @@ public:
                std::vector<registry_finding>& findings)
         : targets_(targets), options_(options), findings_(findings),
           is_here_(!is_volume_named(options) && is_own_hive(options)),
-          // Such a file can be named, and not be read.
-          lies_in_image_(!options.list_sdb && is_volume_image(options))
+          is_in_image_(is_volume_image(options))
     {
         for (const std::string& path : targets.files) {
             known_.insert(folded(parts_of(path)));
@@ -84,7 +83,8 @@ public:
     void add(const std::string& stored)
     {
         const stored_path path = read_stored_path(stored);
-        const bool is_opened = (is_volume_named(options_) && !lies_in_image_) || is_here_;
+        const bool is_told = options_.list_sdb || !is_in_image_;
+        const bool is_opened = (is_volume_named(options_) && is_told) || is_here_;
         if (path.kind == stored_kind::empty) {
             return;
         }
@@ -98,7 +98,7 @@ public:
             findings_.push_back({registry_finding_kind::not_opened, stored});
         } else {
             const std::string local = local_path(path);
-            if (leads_out_of_volume(options_, local)) {
+            if (!is_in_image_ && leads_out_of_volume(options_, local)) {
                 findings_.push_back({registry_finding_kind::leaves_volume, stored});
             } else {
                 add_file(local);
@@ -120,7 +120,10 @@ private:
     {
         std::string path = is_here_ ? stored.drive : options_.volume_text;
         for (const std::string& name : stored.names) {
-            path = platform::walkable_path(platform::join_path(path, name));
+            path = platform::join_path(path, name);
+            if (!is_in_image_) {
+                path = platform::walkable_path(path);
+            }
         }
         return stored.ends_in_separator ? platform::join_path(path, {}) : path;
     }
@@ -129,7 +132,7 @@ private:
     const request::sdb_opts& options_;
     std::vector<registry_finding>& findings_;
     bool is_here_;
-    bool lies_in_image_;
+    bool is_in_image_; // where files can be named, and not be read
     std::set<std::string> known_;
 };
 
