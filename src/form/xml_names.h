@@ -1,10 +1,7 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "sdb/vocabulary.h"
@@ -12,8 +9,7 @@
 
 namespace form {
 
-// How the attributes of the known tags begin, as in ` name="`, made once. A long listing has millions
-// of them, so they are copied in one size that the compiler knows, whatever the length of the text.
+// How the attributes of the known tags begin, as in ` name="`, made once: a long listing has millions.
 class xml_names {
 public:
     static const xml_names& known();
@@ -22,23 +18,15 @@ public:
     // its own.
     bool write_attribute(uni::text_buffer& out, std::uint16_t tag) const
     {
-        const opening& found = openings_[sdb::tag_slot(tag)];
-        char* const start = out.room(copied);
-        std::memcpy(start, found.text.data(), copied);
-        out.taken(start + found.length);
-        return found.length != 0;
+        const std::string& opening = openings_[sdb::tag_slot(tag)];
+        out.text(opening);
+        return !opening.empty();
     }
 
 private:
-    static constexpr std::size_t copied = 48;
-    struct opening {
-        std::array<char, copied> text{};
-        std::size_t length = 0;
-    };
-
     xml_names();
 
-    std::vector<opening> openings_;
+    std::vector<std::string> openings_;
 };
 
 } // namespace form
