@@ -1,5 +1,5 @@
-// Loads arbitrary bytes as a database and makes one report of it, or holds the quick ways to its
-// records against the long one. The first byte, a version number that no report but the statistics
+// Loads arbitrary bytes as a database and makes one report of it, which readers of its form must take,
+// or holds the quick ways to its records against the long one. The first byte, a version number that no report but the statistics
 // looks at, selects which, so that any database is a seed.
 
 #include <cstddef>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "io/output_sink.h"
+#include "readers.h"
 #include "sdb/tags.h"
 #include "support/record_checks.h"
 #include "support/reports.h"
@@ -22,8 +23,16 @@ constexpr std::size_t longest_input = 65'536;
 
 void report(const sdb::sdb_database& database, const request::sdb_opts& options)
 {
-    static io::null_out_stream nowhere;
-    test_support::write_report(nowhere, database, options);
+    const auto write_to = [&](auto&& reader) {
+        test_support::write_report(reader, database, options);
+    };
+    if (options.form == "xml") {
+        write_to(fuzz::xml_reader());
+    } else if (options.stats && (options.form == "csv" || options.form == "csvl2t")) {
+        write_to(fuzz::csv_reader());
+    } else {
+        write_to(io::null_out_stream());
+    }
 }
 
 void list_everything(const sdb::sdb_database& database, request::sdb_opts options)
@@ -130,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return -1;
     }
     sdb::sdb_database database;
-    if (database.load_image(io::byte_vector(data, data + size))) {
+    if (database.load_image(io::byte_vector(data, data + size)) == sdb::load_result::loaded) {
         reports[data[0] % std::size(reports)](database, {});
     }
     return 0;

@@ -19,23 +19,17 @@ TEST(filter, paths)
         std::vector<std::string> refused;
     };
     const row rows[] = {
-        {"*", {"x"}, {""}},
         {"*.sdb", {"c:\\x\\a.SDB", "/x/no-utf8-\xff.Sdb"}, {"a.sdb.bak", "c:\\a.sdb\\b"}},
-        {"*SYS*", {"c:\\x\\sysmain.sdb", "/x/mySysMain.sdb"}, {"c:\\sys\\main.sdb"}},
         {"**", {"/x/any"}, {}},
-        {"sys*", {"/x/SYSMAIN.sdb"}, {"/x/my.sys"}},
         {"apphelp.sdb",
          {"c:\\x\\AppHelp.sdb", "apphelp.sdb"},
          {"apphelp.sdb.bak", "myapphelp.sdb"}},
         {"app*help.sdb", {"apphelp.sdb"}, {"app-help.sdb"}}, // a star inside is as if not there
-        {"a.sdb|b.sdb", {"/x/b.sdb"}, {"/x/c.sdb"}},
         {"a.sdb, b.sdb ,,", {"/x/a.sdb", "/x/b.sdb"}, {"/x/c.sdb", "/x/ b.sdb "}},
         {"a,b|c", {"/x/a,b", "/x/c"}, {"/x/a"}}, // a bar goes before a comma
         {" | ", {"/x/ | "}, {"/x/ "}},           // no items: the text is the item
-        {"a|*|b", {"/x/any"}, {}},
         // Only ASCII letters lose their case.
         {"\xc3\xa9*|\xe5\xba\x93*", {"/x/\xe5\xba\x93.sdb"}, {"/x/\xc3\x89t\xc3\xa9.sdb"}},
-        {"a.sdb:stream", {"/x/a.sdb"}, {"/x/b.sdb"}},
         {":stream", {}, {"/x/any", "/x/"}},
         {"b|*:*", {"/x/any"}, {}},
         {"\\apppatch", {"c:\\Windows\\AppPatch\\a", "\\apppatch\\custom\\a"}, {"c:\\apppatch"}},

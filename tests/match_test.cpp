@@ -20,18 +20,6 @@ using test_support::bytes;
 using test_support::node;
 using test_support::sdb_builder;
 
-// What the sample program says of itself under that path.
-pe_list sample(const std::string& path = "c:\\tools\\Tool.exe")
-{
-    const bytes image = test_support::sample_program(true);
-    pe_list list;
-    model::read_pe_stats(
-        list, std::make_unique<io::memory_source>(io::byte_vector(image.begin(), image.end())),
-        path);
-    EXPECT_FALSE(list.empty());
-    return list;
-}
-
 // The records that catch a program.
 model::match_results find(sdb_builder& b, const pe_list& file, const std::string& path = "Tool.exe",
                           bool base16 = true)
@@ -73,39 +61,30 @@ void check(sdb_builder& b, std::span<const match_case> cases, const pe_list& fil
 
 TEST(match, each_number_is_compared_by_its_rule)
 {
-    enum class rule { exact, upper, lower };
-    const std::pair<std::uint16_t, rule> rules[] = {
-        {tag::size, rule::exact},
-        {tag::module_type, rule::exact},
-        {tag::link_date, rule::exact},
-        {tag::upto_link_date, rule::upper},
-        {tag::from_link_date, rule::lower},
-        {tag::bin_file_version, rule::exact},
-        {tag::bin_product_version, rule::exact},
-        {tag::upto_bin_product_version, rule::upper},
-        {tag::from_bin_product_version, rule::lower},
-        {tag::upto_bin_file_version, rule::upper},
-        {tag::from_bin_file_version, rule::lower},
-        {tag::from_packageid_version, rule::lower},
-        {tag::upto_packageid_version, rule::upper},
-        {tag::from_osmaxversiontested, rule::lower},
-        {tag::upto_osmaxversiontested, rule::upper},
-        {tag::quirk_enabled_version_lt, rule::upper},
+    // The tags that are caught by 1000 alone, by more too, and by less too.
+    const std::vector<std::uint16_t> rules[] = {
+        {tag::size, tag::module_type, tag::pe_checksum, tag::linker_version, tag::link_date, 0x400c,
+         0x400d, tag::bin_file_version, tag::bin_product_version},
+        {tag::upto_link_date, tag::upto_bin_product_version, tag::upto_bin_file_version,
+         tag::upto_packageid_version, tag::upto_osmaxversiontested, tag::quirk_enabled_version_lt},
+        {tag::from_link_date, tag::from_bin_product_version, tag::from_bin_file_version,
+         tag::from_packageid_version, tag::from_osmaxversiontested},
     };
     sdb_builder b;
     std::vector<match_case> cases;
     pe_list file = {{"", "tool.exe", 0, tag::name}};
-    for (const auto& [number_tag, compared] : rules) {
-        for (const std::uint32_t value : {999u, 1000u, 1001u}) {
-            const bool is_caught = value == 1000 || (value < 1000 && compared == rule::lower) ||
-                                   (value > 1000 && compared == rule::upper);
-            const bool is_long = sdb::tag_type(number_tag) == sdb::type::qword;
-            cases.push_back({is_caught,
-                             "Record",
-                             {b.text(tag::name, "tool.exe"),
-                              is_long ? b.qword(number_tag, value) : b.dword(number_tag, value)}});
+    for (const auto& tags : rules) {
+        for (const std::uint16_t number : tags) {
+            for (const std::uint32_t value : {999u, 1000u, 1001u}) {
+                const bool is_caught = value == 1000 || &tags == &rules[value > 1000 ? 1 : 2];
+                const bool is_long = sdb::tag_type(number) == sdb::type::qword;
+                cases.push_back({is_caught,
+                                 "Record",
+                                 {b.text(tag::name, "tool.exe"),
+                                  is_long ? b.qword(number, value) : b.dword(number, value)}});
+            }
+            file.push_back({"", "", 1000, number});
         }
-        file.push_back({"", "", 1000, number_tag});
     }
     std::ranges::sort(file, {}, &model::pe_property::tag);
     check(b, cases, file);
@@ -115,33 +94,30 @@ TEST(match, properties_and_names)
 {
     for (const bool base16 : {true, false}) {
         sdb_builder b;
-        const node name[] = {b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe"),
-                             b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe"),
-                             b.text(tag::name, "tool.exe"), b.text(tag::name, "tool.exe")};
+        const auto name = [&b] { return b.text(tag::name, "tool.exe"); };
+        const auto nothing = [&b] { return b.string_ref(tag::name, 0x7fffff); };
+        const auto product = [&b] { return b.text(tag::product_name, "tool.exe"); };
+        const auto type = [&b] { return b.dword(tag::module_type, 3); };
         const match_case cases[] = {
-            {true, "x", {name[0], b.text(tag::company_name, "Akm\u00e9 GmbH")}},
-            {false, "x", {name[1], b.text(tag::company_name, "Akm\u00e9 GmbHx")}},
+            {true, "x", {name(), b.text(tag::company_name, "Akm\u00e9 GmbH")}},
+            {false, "x", {name(), b.text(tag::company_name, "Akm\u00e9 GmbHx")}},
             // Zeros are equal, though what the file has is no text.
-            {true, "x", {name[2], b.dword(tag::pe_checksum, 0)}},
-            {false, "x", {name[3], b.dword(tag::pe_checksum, 1)}},
+            {true, "x", {name(), b.dword(tag::pe_checksum, 0)}},
+            {false, "x", {name(), b.dword(tag::pe_checksum, 1)}},
             // The comparison ends at the first tag of which the file tells nothing: 0x4002 comes
             // before the checksum, 0x4043 behind it.
-            {true, "x", {name[4], b.dword(tag::pe_checksum, 1), b.dword(tag::offset, 1)}},
-            {false, "x", {name[5], b.dword(tag::pe_checksum, 1), b.dword(tag::size_of_image, 1)}},
+            {true, "x", {name(), b.dword(tag::pe_checksum, 1), b.dword(tag::offset, 1)}},
+            {false, "x", {name(), b.dword(tag::pe_checksum, 1), b.dword(tag::size_of_image, 1)}},
             {false, "x", {b.text(tag::name, "TOOL.EXE")}}, // found, but has capital letters
-            {true, "tool.exe", {b.text(tag::name, "*"), b.dword(tag::module_type, 3)}},
-            {false, "Tool.exe", {b.text(tag::name, "*"), b.dword(tag::module_type, 3)}},
-            {true, "tool.exe", {b.dword(tag::module_type, 3)}}, // the record's name
-            {false, "tool.exe", {b.text(tag::name, "other"), b.dword(tag::module_type, 3)}},
-            {false, "x", {b.text(tag::name, "%windir%\\tool.exe"), b.dword(tag::module_type, 3)}},
+            {true, "tool.exe", {b.text(tag::name, "*"), type()}},
+            {false, "Tool.exe", {b.text(tag::name, "*"), type()}},
+            {true, "tool.exe", {type()}}, // the record's name
+            {false, "tool.exe", {b.text(tag::name, "other"), type()}},
+            {false, "x", {b.text(tag::name, "%windir%\\tool.exe"), type()}},
             // What has no text takes that of the member before it.
-            {false,
-             "x",
-             {b.string_ref(tag::name, 0x7fffff), b.text(tag::product_name, "tool.exe")}},
-            {false,
-             "x",
-             {b.text(tag::product_name, "tool.exe"), b.string_ref(tag::name, 0x7fffff)}},
-            {false, "tool.exe", {b.string_ref(tag::name, 0x7fffff)}}, // no text, not the record's
+            {false, "x", {nothing(), product()}},
+            {false, "x", {product(), nothing()}},
+            {false, "tool.exe", {nothing()}}, // no text, not the record's
         };
         check(b, cases,
               {{"", "", 3, tag::module_type},
@@ -158,6 +134,7 @@ TEST(match, a_whole_path_counts_where_no_list_has_the_name)
     for (const auto& [path, key] :
          {std::pair{"C:/Windows\\System32/Foo.exe", "%windir%\\system32\\foo.exe"},
           {"/mnt/c:\\windows\\foo.exe", "\\mnt\\%windir%\\foo.exe"}}) {
+        const pe_list file = {{"", "", 4096, tag::size}, {"", "foo.exe", 0, tag::name}};
         for (const bool name_too : {false, true}) {
             sdb_builder b;
             // 0x4002 is unknown and comes before the name, whose text would not be the file's.
@@ -167,41 +144,28 @@ TEST(match, a_whole_path_counts_where_no_list_has_the_name)
                 b.add(b.list(tag::exe, {b.list(tag::matching_file, {b.text(tag::name, "foo.exe"),
                                                                     b.dword(tag::size, 1)})}));
             }
-            EXPECT_EQ(find(b, sample(path), path).size(), name_too ? 0u : 1u) << path;
+            EXPECT_EQ(find(b, file, path).size(), name_too ? 0u : 1u) << path;
         }
     }
 }
 
-// A folder with the sample program in it, which is called Tool.exe, and a file that is none.
-class match_report : public testing::Test {
-protected:
-    match_report() : folder_(fs::path(testing::TempDir()) / "quilt_match")
-    {
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        const bytes program = test_support::sample_program(true);
-        std::ofstream(folder_ / "Tool.exe", std::ios::binary)
-            .write(reinterpret_cast<const char*>(program.data()),
-                   static_cast<std::streamsize>(program.size()));
-        std::ofstream(folder_ / "no.exe") << std::string(100, 'x');
-    }
-    ~match_report() override { fs::remove_all(folder_); }
+const std::string tool = (fs::path(testing::TempDir()) / "quilt_match" / "Tool.exe").string();
 
-    test_support::made_report report(const bytes& image, std::string_view form,
-                                     const char* program = "Tool.exe")
-    {
-        auto options = test_support::listing_options({"apps"}, form); // makes no difference
-        options.match_mode = true;
-        options.pe_path = path_of(program);
-        return test_support::database_report(image, options, {.path = "a.sdb"});
-    }
-    std::string path_of(const char* name) const { return (folder_ / name).string(); }
+// What is told of a match with a program.
+test_support::made_report report(const bytes& image, std::string_view form,
+                                 const bytes& program = test_support::sample_program(true))
+{
+    fs::create_directories(fs::path(tool).parent_path());
+    std::ofstream(tool, std::ios::binary) << std::string(program.begin(), program.end());
+    auto options = test_support::listing_options({"apps"}, form); // makes no difference
+    options.match_mode = true;
+    options.pe_path = tool;
+    auto made = test_support::database_report(image, options, {.path = "a.sdb"});
+    fs::remove_all(fs::path(tool).parent_path());
+    return made;
+}
 
-private:
-    fs::path folder_;
-};
-
-TEST_F(match_report, records_are_printed_once_behind_a_line_for_each_list)
+TEST(match_report, records_are_printed_once_behind_a_line_for_each_list)
 {
     sdb_builder b;
     const auto matching = [&b](std::string_view label, std::uint32_t module_type) {
@@ -213,8 +177,7 @@ TEST_F(match_report, records_are_printed_once_behind_a_line_for_each_list)
     };
     b.add(b.list(tag::exe, {b.text(tag::name, "one"), b.dword(tag::exe_type, 1), matching("a", 3),
                             matching("no", 4), matching("b", 3)}));
-    b.add(b.list(tag::exe,
-                 {b.text(tag::name, "two"), b.dword(tag::exe_type, 1), matching("not", 4)}));
+    b.add(b.list(tag::exe, {b.text(tag::name, "two"), matching("not", 4)}));
     const auto made = report(b.build(), "xml");
     EXPECT_TRUE(made.asked);
     char lines[64];
@@ -227,23 +190,18 @@ TEST_F(match_report, records_are_printed_once_behind_a_line_for_each_list)
     EXPECT_TRUE(made.text.ends_with("</shimdb>\n")) << made.text;
 }
 
-TEST_F(match_report, notices)
+TEST(match_report, names_a_program_that_is_none_and_a_database_without_a_match)
 {
-    const bytes empty = sdb_builder().build();
-    for (const auto& [program, notice] :
-         {std::pair{"Tool.exe", std::string()},
-          {"no.exe",
-           "Problem pulling PE stats from file " + path_of("no.exe") + ": is no program\n"}}) {
-        const auto made = report(empty, "plain", program);
-        EXPECT_TRUE(made.asked);
-        EXPECT_EQ(made.text, "");
-        EXPECT_EQ(made.notices, notice + "no matches found: a.sdb\n");
-    }
+    const auto made = report(sdb_builder().build(), "plain", bytes(100));
+    EXPECT_TRUE(made.asked);
+    EXPECT_EQ(made.text, "");
+    EXPECT_EQ(made.notices, "Problem pulling PE stats from file " + tool +
+                                ": is no program\nno matches found: a.sdb\n");
 }
 
 // A record must not hide behind records that stand in one another, and who reads the report learns
 // that not all of these were looked at.
-TEST_F(match_report, nested_records_hide_no_other)
+TEST(match_report, nested_records_hide_no_other)
 {
     sdb_builder b;
     const std::uint32_t one_byte = b.table_bytes(bytes{0x01, 0x88, 1, 0, 0, 0, 'x'});
