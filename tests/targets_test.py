@@ -326,11 +326,17 @@ class Files(Runs):
         a, log = self.write("a.sdb", sample), self.write("log.sdb", sample)
         listed = self.write("list", b"a.sdb\nlog.sdb\n")
         os.link(a, self.path("out.partial"))
+        written = os.stat(log).st_mtime_ns
         for options, code, streams in (
                 ("-pipe -stats -out list", FAILED, {"stdin": listed}),
                 ("-pipe -stats -out other -diags log.sdb", FAILED, {"stdin": listed}),
                 ("-sdb a.sdb -stats", FAILED, {"stdout": a}),
-                ("-sdb a.sdb -stats", FAILED, {"stderr": a}),
+                ("-sdb a.sdb -stats -bogus", FAILED, {"stderr": a}),
+                ("-sdb a.sdb -patchbytes zz", FAILED, {"stdout": a}),
+                ("-pipe -stats", FAILED, {"stdin": listed, "stderr": log}),
+                ("-enumdir . -stats", FAILED, {"stdout": log}),
+                ("-pipe -stats -csv -append -out log.sdb", FAILED, {"stdin": listed}),
+                ("-sdb log.sdb -stats -out both", FAILED, {"stdout": self.path("both")}),
                 ("-sdb log.sdb -stats -out out", 0, {})):
             with ExitStack() as opened:
                 streams = {name: opened.enter_context(open(path, "rb" if name == "stdin" else "ab"))
@@ -341,7 +347,32 @@ class Files(Runs):
             self.assertEqual((options, result.returncode), (options, code))
             self.assertEqual((self.read("a.sdb"), self.read("log.sdb"), self.read("list")),
                              (sample, sample, b"a.sdb\nlog.sdb\n"))
+            self.assertEqual(os.stat(log).st_mtime_ns, written)
         self.assertTrue(self.read("other") and self.read("out"))
+
+    def test_two_runs_do_not_write_one_file(self):
+        """One that has begun waits, as nobody reads its messages, while the other tries."""
+        for options in ("-out out", "-csv -append -out out"):
+            self.write("out", b"old\n")
+            words = [*ARGUMENTS.quilt.words, "-pipe", "-stats", *options.split()]
+            first = subprocess.Popen(words, cwd=self.folder, stdin=subprocess.PIPE,
+                                     stderr=subprocess.PIPE)
+            self.addCleanup(first.stderr.close)
+            while not os.path.exists(self.path("out.partial")):
+                time.sleep(0.01)
+            for more in (["-pipe"], []):
+                target = [] if more else ["-sdb", os.path.abspath(SAMPLE)]
+                second = subprocess.run([words[0], *more, *target, *words[2:]], cwd=self.folder,
+                                        input=b"", capture_output=True, check=False)
+                if more or "-append" not in options:
+                    self.assertEqual(second.returncode, FAILED)
+                    self.assertIn(b"out.partial: ", second.stderr)
+            first.stdin.write(os.path.abspath(SAMPLE).encode())
+            first.stdin.close()
+            self.assertEqual(first.wait(60), 0)
+            self.assertEqual(self.read("out").count(b"quilt ver"),
+                             2 if "-append" in options else 1)
+            self.assertFalse(os.path.exists(self.path("out.partial")))
 
     def test_no_link_leads_off_a_volume(self):
         sample = Path(SAMPLE).read_bytes()

@@ -154,6 +154,15 @@ window_text split_window(const std::string& value)
 
 std::optional<std::uint64_t> read_window_end(const window_text& text)
 {
+    constexpr std::string_view digits = "0123456789";
+    const auto is_made_of = [](std::string_view part, std::string_view characters) {
+        return part.find_first_not_of(characters) == std::string_view::npos;
+    };
+    const std::string of_date = std::string(digits) + text.separator;
+    if (!is_made_of(text.date, of_date) || !is_made_of(text.time, "0123456789:.") ||
+        std::ranges::count(text.date, text.separator) != 2) {
+        return std::nullopt;
+    }
     uni::system_time fields;
     if (!uni::parse_date_time(text.date, text.time, "YMD", text.separator, fields)) {
         return std::nullopt;
@@ -388,9 +397,12 @@ void note_command_line(request::cmd_params& params, const argument_list& args)
 bool is_date_format(const std::string& text)
 {
     uni::date_style style;
-    return (text.size() == 8 || text.size() == 10) &&
-           uni::compile_date_style(style, uni::lowered(text), {}, false) &&
-           style.order != uni::date_style::field_order::none;
+    const bool has_order = (text.size() == 8 || text.size() == 10) &&
+                           uni::compile_date_style(style, uni::lowered(text), {}, false) &&
+                           style.order != uni::date_style::field_order::none;
+    // Two digits in front would show no year.
+    return has_order &&
+           (style.four_digit_year || style.order != uni::date_style::field_order::year_month_day);
 }
 
 } // namespace front

@@ -30,11 +30,9 @@ bool lead_to_one_file(const std::string& a, const std::string& b)
 } // namespace
 
 outputs::outputs(const request::sdb_opts& options, diag_log& log)
-    : options_(options),
-      log_(log), streams_{{{"standard output",
-                            platform::identify_stream(platform::standard_output_descriptor)},
-                           {"standard error",
-                            platform::identify_stream(platform::standard_error_descriptor)}}}
+    : options_(options), log_(log),
+      output_(platform::identify_stream(platform::standard_output_descriptor)),
+      error_(platform::identify_stream(platform::standard_error_descriptor))
 {}
 
 // A list may name the partial file later, so one that is there already is not touched.
@@ -45,7 +43,10 @@ io::output_mode outputs::mode_of_log() const
 
 io::output_mode outputs::mode_of_results() const
 {
-    return options_.append ? io::output_mode::append : mode_of_log();
+    if (!options_.append) {
+        return mode_of_log();
+    }
+    return options_.is_list_form() ? io::output_mode::append_late : io::output_mode::append;
 }
 
 std::optional<outputs::planned> outputs::plan(const std::string& path, io::output_mode mode) const
@@ -61,16 +62,38 @@ std::optional<outputs::planned> outputs::plan(const std::string& path, io::outpu
     return made;
 }
 
-bool outputs::are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices)
+std::vector<std::optional<platform::file_id>>
+outputs::identities(const std::vector<std::string>& inputs) const
 {
-    planned_results_ = plan(options_.out_path, mode_of_results());
-    planned_log_ = plan(options_.log_path, mode_of_log());
     std::vector<std::optional<platform::file_id>> ids;
     std::ranges::transform(inputs, std::back_inserter(ids), platform::identify_file);
     if (options_.pipe) {
         ids.push_back(platform::identify_stream(platform::standard_input_descriptor));
     }
     std::erase(ids, std::nullopt);
+    return ids;
+}
+
+outputs::stream_kind outputs::examined_stream(const std::vector<std::string>& inputs) const
+{
+    if (!speaks_to_files()) {
+        return stream_kind::none;
+    }
+    const auto ids = identities(inputs);
+    const auto is_examined = [&](const std::optional<platform::file_id>& stream) {
+        return std::ranges::find(ids, stream) != ids.end();
+    };
+    // Of both the error stream is told, as nothing may be said any more.
+    return is_examined(error_)    ? stream_kind::error
+           : is_examined(output_) ? stream_kind::output
+                                  : stream_kind::none;
+}
+
+bool outputs::are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices)
+{
+    planned_results_ = plan(options_.out_path, mode_of_results());
+    planned_log_ = plan(options_.log_path, mode_of_log());
+    const std::vector<std::optional<platform::file_id>> ids = identities(inputs);
     const auto is_examined = [&](const std::optional<platform::file_id>& id) {
         return std::ranges::find(ids, id) != ids.end();
     };
@@ -80,14 +103,7 @@ bool outputs::are_in_the_way(const std::vector<std::string>& inputs, io::notices
             return true;
         }
     }
-    for (stream& written : streams_) {
-        written.is_examined = is_examined(written.id);
-        // Not a byte more may reach it, not of a message either.
-        if (written.is_examined && &written == &streams_.front()) {
-            notices.fail(examined_words, written.name);
-        }
-    }
-    return may_not_speak() || streams_.back().is_examined || are_one_file(notices);
+    return are_one_file(notices) || are_streams(notices);
 }
 
 bool outputs::are_one_file(io::notices& notices) const
@@ -102,6 +118,24 @@ bool outputs::are_one_file(io::notices& notices) const
             if (lead_to_one_file(*path, *log_path)) {
                 notices.fail("%s cannot hold both results and log, aborting\n",
                              planned_results_->name.c_str());
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// What a stream wrote would be lost when a file takes its place.
+bool outputs::are_streams(io::notices& notices) const
+{
+    for (const auto* const file : {&planned_results_, &planned_log_}) {
+        if (!*file || (*file)->where.target.is_special) {
+            continue;
+        }
+        for (const auto& stream : {output_, error_}) {
+            if (stream && (stream == (*file)->target || stream == (*file)->partial)) {
+                notices.fail("%s is a standard stream of this run too, aborting\n",
+                             (*file)->name.c_str());
                 return true;
             }
         }
@@ -139,12 +173,6 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
     if (!id) {
         return entry::other;
     }
-    for (const stream& written : streams_) {
-        if (id == written.id) {
-            notices.fail(examined_words, written.name);
-            return entry::examined;
-        }
-    }
     for (auto* const file : {&planned_results_, &planned_log_}) {
         if (!*file) {
             continue;
@@ -159,6 +187,13 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
         }
     }
     return entry::other;
+}
+
+void outputs::spoil_results() noexcept
+{
+    if (planned_results_) {
+        planned_results_->is_spoilt = true;
+    }
 }
 
 void outputs::give_up(io::notices& notices)

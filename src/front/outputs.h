@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,11 +18,16 @@ class outputs {
 public:
     outputs(const request::sdb_opts& options, diag_log& log);
 
+    // A standard stream that is one of these files, to which not a byte may be written, not of a
+    // message either.
+    enum class stream_kind { none, output, error };
+    stream_kind examined_stream(const std::vector<std::string>& inputs) const;
+    // Whether a standard stream is a file at all, which may be an entry of a list.
+    bool speaks_to_files() const noexcept { return output_ || error_; }
+
     // Whether the run would read what it is to write, or write one file as two; says so. The paths
     // are those that are known before the run begins.
     bool are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices);
-    // Whether standard output is such a file, to which nothing more may be written.
-    bool may_not_speak() const noexcept { return streams_.front().is_examined; }
     // Opens what was asked for; false, and said, if the results cannot be written.
     bool open(io::notices& notices);
 
@@ -34,6 +38,9 @@ public:
     enum class entry { other, examined, own_partial };
     // An entry that is one of the files is refused, and the files are not put in their places.
     entry check_entry(const std::string& path, io::notices& notices);
+
+    // Leaves the results beside their place at the end.
+    void spoil_results() noexcept;
 
     // Puts everything in its place. What could not be written is said.
     void finish(std::string_view last_of_log, io::notices& notices);
@@ -49,13 +56,11 @@ private:
         std::optional<platform::file_id> partial; // as it was, or as the run made it
         bool is_spoilt = false;                   // the run read what is in its place
     };
-    // A standard stream that the run writes to, where that is a file.
-    struct stream {
-        const char* name;
-        std::optional<platform::file_id> id;
-        bool is_examined = false;
-    };
     bool are_one_file(io::notices& notices) const;
+    bool are_streams(io::notices& notices) const;
+    // Of all that the run reads, the list on standard input too.
+    std::vector<std::optional<platform::file_id>>
+    identities(const std::vector<std::string>& inputs) const;
     void say_not_written(io::notices& notices) const;
     std::optional<planned> plan(const std::string& path, io::output_mode mode) const;
     io::output_mode mode_of_results() const;
@@ -67,7 +72,8 @@ private:
     std::optional<planned> planned_results_;
     std::optional<planned> planned_log_;
     bool is_written_ = false;
-    std::array<stream, 2> streams_;
+    std::optional<platform::file_id> output_; // standard output, where that is a file
+    std::optional<platform::file_id> error_;  // the same
 };
 
 } // namespace front

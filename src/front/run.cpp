@@ -190,13 +190,15 @@ private:
             say_nothing_found();
         }
         state_.is_lone = targets_.files.size() == 1;
+        const auto closing = form_.make(out_.report, options_, state_); // while there is memory
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
             try {
                 work_on_target(path);
             } catch (const std::exception&) {
                 if (state_.is_lone) {
-                    form_.make(out_.report, options_, state_)->end_stream();
+                    closing->set_state(state_);
+                    closing->end_stream();
                     throw; // it is the run that ends
                 }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
@@ -205,7 +207,8 @@ private:
                 return;
             }
         }
-        form_.make(out_.report, options_, state_)->end_stream();
+        closing->set_state(state_);
+        closing->end_stream();
     }
 
     void work_on_target(const std::string& path)
@@ -228,7 +231,7 @@ private:
     {
         const platform::wow64_redirect_adt redirection;
         bool any = false;
-        for_each_entry([&](const std::string& entry) {
+        const bool may_speak = for_each_entry([&](const std::string& entry) {
             say_processing(entry);
             loaded_file file;
             const loading result = load(file, entry);
@@ -243,7 +246,7 @@ private:
                                  file.reason.c_str());
             }
         });
-        if (!any) {
+        if (!any && may_speak) {
             out_.notices.fail("no database in the list\n");
         }
     }
@@ -301,7 +304,7 @@ private:
     {
         const platform::wow64_redirect_adt redirection;
         bool any = false;
-        for_each_entry([&](const std::string& entry) {
+        const bool may_speak = for_each_entry([&](const std::string& entry) {
             std::string reason;
             const loading result = tell_program(entry, true, reason);
             any |= result == loading::loaded;
@@ -309,15 +312,37 @@ private:
                 out_.notices.fail("Prob analyzing file %s: %s\n", entry.c_str(), reason.c_str());
             }
         });
-        if (!any) {
+        if (!any && may_speak) {
             out_.notices.fail("no program in the list\n");
         }
     }
 
+    // Takes the list before a byte is written to a stream that may be one of its entries; false, and
+    // nothing is written, if it is.
+    bool take_whole_list(stdin_stream_ex& list, std::vector<std::string>& entries)
+    {
+        std::string entry;
+        while (list.stdin_list_next(entry)) {
+            entries.push_back(entry);
+        }
+        const outputs::stream_kind stream = files_.examined_stream(entries);
+        if (stream == outputs::stream_kind::none) {
+            return true;
+        }
+        out_.report.clear();
+        files_.spoil_results();
+        if (stream == outputs::stream_kind::output) {
+            out_.notices.fail("standard output is examined by this run, aborting\n");
+        }
+        out_.notices.note_failure();
+        return false;
+    }
+
     // Does the work for each entry of the list that the filter accepts. An exception ends the work
     // on one entry, not the list.
+    // False where nothing may be written.
     template <typename action>
-    void for_each_entry(action&& work)
+    bool for_each_entry(action&& work)
     {
         stdin_stream_ex list(options_, out_.notices);
         const bool opened = options_.pipe
@@ -325,7 +350,18 @@ private:
                                 : list.start_walk(options_.enumdir_path, options_.num_subdirs,
                                                   options_.filter_list);
         std::string entry;
-        while (opened && out_.report.good() && list.stdin_list_next(entry)) {
+        std::vector<std::string> ahead;
+        if (opened && files_.speaks_to_files() && !take_whole_list(list, ahead)) {
+            return false;
+        }
+        auto next = ahead.begin();
+        const auto next_entry = [&] {
+            if (!files_.speaks_to_files()) {
+                return list.stdin_list_next(entry);
+            }
+            return next != ahead.end() && (entry = std::move(*next++), true);
+        };
+        while (opened && out_.report.good() && next_entry()) {
             bool open_failed = false;
             const bool accepted =
                 filter_accepts(options_, open_failed, entry, options_.filter_list);
@@ -341,6 +377,7 @@ private:
                 out_.notices.fail("exception caught on file %s\n", entry.c_str());
             }
         }
+        return true;
     }
 
     const input_output& out_;

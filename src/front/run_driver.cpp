@@ -26,6 +26,16 @@ int refuse(const std::string& run_header, io::output_sink& standard_output)
     return failure;
 }
 
+int refuse_stream(outputs::stream_kind stream, io::output_sink& standard_output,
+                  io::notices& notices)
+{
+    standard_output.clear();
+    if (stream == outputs::stream_kind::output) {
+        notices.fail("standard output is examined by this run, aborting\n");
+    }
+    return failure;
+}
+
 bool has_banner(const request::sdb_opts& options)
 {
     switch (form::form_of(options.form).header) {
@@ -87,17 +97,33 @@ int run_driver(argument_list args)
         }
         run_header = make_run_header(args);
     }
-    if (!parse_sdb_options(options, args, log, notices, standard_output)) {
+    io::kept_notices early; // until it is known that what they go to is not examined itself
+    model::run_targets targets;
+    bool is_parsed = false;
+    try {
+        is_parsed = parse_sdb_options(options, args, log, early, standard_output);
+        if (is_parsed) {
+            targets = find_targets(options, log, early);
+        }
+    } catch (...) {
+        early.say_all(notices);
+        throw;
+    }
+    outputs files(options, log);
+    const std::vector<std::string> inputs = examined_files(options, targets);
+    if (const auto stream = files.examined_stream(inputs); stream != outputs::stream_kind::none) {
+        return refuse_stream(stream, standard_output, notices);
+    }
+    early.say_all(notices);
+    if (!is_parsed) {
         return refuse(run_header, standard_output);
     }
     context.bind_options(options);
     if (options.out_path.empty() && !may_write_to(context, notices)) {
         return failure;
     }
-    const model::run_targets targets = find_targets(options, log, notices);
-    outputs files(options, log);
-    if (files.are_in_the_way(examined_files(options, targets), notices)) {
-        return files.may_not_speak() ? failure : refuse(run_header, standard_output);
+    if (files.are_in_the_way(inputs, notices)) {
+        return refuse(run_header, standard_output);
     }
     try {
         if (!files.open(notices)) {

@@ -364,6 +364,8 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         {options.pipe && options.list_sdb, "-pipe"},
         {options.pe_stats && !options.sdb_path.empty(), "-sdb"},
         {options.pe_stats && options.partition_given, "-partition"},
+        {!options.is_list_form() && options.time_window_start, "-cmd_start_time"},
+        {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
     };
     for (const auto& [is_unused, name] : unused) {

@@ -1,6 +1,7 @@
 #include "io/output_file.h"
 
 #include <utility>
+#include <vector>
 
 #include "uni/byte_view.h"
 
@@ -32,9 +33,9 @@ bool output_file::open(const place& where, output_mode mode, std::string& reason
     where_ = where;
     mode_ = mode;
     const bool is_direct = where.partial.empty();
-    const auto existing = is_direct                            ? platform::existing_file::keep
-                          : mode == output_mode::replace_fresh ? platform::existing_file::refuse
-                                                               : platform::existing_file::renew;
+    const auto existing = is_direct                      ? platform::existing_file::keep
+                          : mode == output_mode::replace ? platform::existing_file::renew
+                                                         : platform::existing_file::refuse;
     platform::opened_file opened =
         platform::open_for_writing(is_direct ? where.target.path : where.partial, existing);
     descriptor_ = opened.descriptor;
@@ -42,16 +43,58 @@ bool output_file::open(const place& where, output_mode mode, std::string& reason
     if (!is_open()) {
         return false;
     }
-    if (is_direct) {
-        old_length_ = platform::file_length(descriptor_);
-        // What has no places is written where it is.
-        if ((!platform::seek_end(descriptor_) || old_length_ < 0) && !where.target.is_special) {
-            reason = "its end is not to be found";
-            close();
-            return false;
+    if (!where.target.is_special && !platform::hold_file(descriptor_)) {
+        reason = "another run writes it";
+        close();
+        return false;
+    }
+    return !is_direct || begin_append(reason);
+}
+
+bool output_file::begin_append(std::string& reason)
+{
+    old_length_ = platform::file_length(descriptor_);
+    // What has no places is written where it is.
+    if ((platform::seek_end(descriptor_) && old_length_ >= 0) || where_.target.is_special) {
+        return true;
+    }
+    reason = "its end is not to be found";
+    close();
+    return false;
+}
+
+// Takes what stands in the partial file, which is held, to the end of the file itself.
+bool output_file::append_partial()
+{
+    platform::opened_file partial = platform::open_for_reading(where_.partial);
+    const int written = std::exchange(descriptor_, -1);
+    std::string reason;
+    platform::opened_file target =
+        platform::open_for_writing(where_.target.path, platform::existing_file::keep);
+    descriptor_ = target.descriptor;
+    bool is_whole = partial.descriptor >= 0 && is_open() && platform::hold_file(descriptor_) &&
+                    begin_append(reason);
+    std::vector<std::uint8_t> block(buffer_bytes);
+    for (std::int64_t at = 0; is_whole;) {
+        const platform::read_result got = platform::read_file(partial.descriptor, block, at);
+        at += static_cast<std::int64_t>(got.count);
+        is_whole =
+            !got.failed && platform::write_file(descriptor_, std::span(block).first(got.count));
+        if (got.count < block.size()) {
+            break;
         }
     }
-    return true;
+    if (is_open()) {
+        if (!is_whole && old_length_ >= 0) {
+            platform::cut_file(descriptor_, old_length_);
+        }
+        is_whole &= close();
+    }
+    if (partial.descriptor >= 0) {
+        platform::close_file(partial.descriptor);
+    }
+    is_whole &= platform::close_file(written);
+    return is_whole && platform::remove_file(where_.partial);
 }
 
 bool output_file::write_block(std::string_view block)
@@ -84,6 +127,13 @@ bool output_file::finish()
     if (where_.partial.empty()) {
         return close();
     }
+    if (mode_ == output_mode::append_late) {
+        return append_partial();
+    }
+    if (!platform::is_file_at(descriptor_, where_.partial)) {
+        close(); // it is another's by now
+        return false;
+    }
     if (where_.target.exists) {
         platform::take_rights(descriptor_, where_.target.path);
     }
@@ -97,7 +147,8 @@ void output_file::give_up()
     }
     set_bad();
     flush(); // drops what is left
-    if (mode_ == output_mode::append && !where_.target.is_special) {
+    if (mode_ == output_mode::append && !where_.target.is_special &&
+        platform::file_length(descriptor_) > old_length_) {
         platform::cut_file(descriptor_, old_length_);
     }
     close();

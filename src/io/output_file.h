@@ -13,6 +13,7 @@ enum class output_mode {
     replace,       // written beside its place, and put there when it is whole
     replace_fresh, // the same, but refused where the partial file is there already
     append,        // written at the end of the file itself
+    append_late,   // written beside its place, and then behind the end of the file
 };
 
 // A file that a run writes. Until finish() nothing is lost of what was there: the text goes to
@@ -44,6 +45,8 @@ public:
 private:
     bool write_block(std::string_view block) override;
     bool close();
+    bool begin_append(std::string& reason);
+    bool append_partial();
 
     place where_;
     output_mode mode_ = output_mode::replace;

@@ -51,6 +51,13 @@ bool seek_end(int descriptor);
 // Cuts a file to a length.
 bool cut_file(int descriptor, std::int64_t length);
 
+// Keeps other runs of this program from writing the file, until it is closed; false if one does.
+bool hold_file(int descriptor);
+// Whether the file at `path` is the one that is open.
+bool is_file_at(int descriptor, const std::string& path);
+// Removes a file, or a link itself.
+bool remove_file(const std::string& path);
+
 // Puts a file in the place of another, or where there is none.
 bool replace_file(const std::string& from, const std::string& to);
 

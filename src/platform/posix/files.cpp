@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -140,8 +141,16 @@ opened_file open_for_writing(const std::string& path, existing_file existing)
     struct stat status {};
     if (descriptor < 0 && errno == EEXIST && existing == existing_file::renew &&
         ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        const int old = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | always);
+        const bool is_held = old >= 0 && !hold_file(old);
+        if (old >= 0) {
+            ::close(old);
+        }
+        if (is_held) {
+            return {-1, "another run writes it"};
+        }
         // Not emptied: it may have another name, under which it is somebody's.
-        static_cast<void>(::unlink(path.c_str()) == 0);
+        static_cast<void>(remove_file(path));
         descriptor = ::open(path.c_str(), flags, 0600);
     }
     if (descriptor < 0) {
@@ -205,6 +214,25 @@ bool seek_end(int descriptor)
 bool cut_file(int descriptor, std::int64_t length)
 {
     return ::ftruncate(descriptor, length) == 0;
+}
+
+bool hold_file(int descriptor)
+{
+    // Where the file system knows no locks there is nothing to hold.
+    return ::flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+bool is_file_at(int descriptor, const std::string& path)
+{
+    struct stat open_file {};
+    struct stat there {};
+    return ::fstat(descriptor, &open_file) == 0 && ::lstat(path.c_str(), &there) == 0 &&
+           open_file.st_dev == there.st_dev && open_file.st_ino == there.st_ino;
+}
+
+bool remove_file(const std::string& path)
+{
+    return ::unlink(path.c_str()) == 0;
 }
 
 bool replace_file(const std::string& from, const std::string& to)
@@ -283,13 +311,18 @@ bool lies_below(const std::string& path, const std::string& folder)
 {
     const auto end_of_links = [](const std::string& of) {
         char* const found = ::realpath(find_path(of).c_str(), nullptr);
+        const int error = errno;
         std::string text = found ? found : "";
         std::free(found);
+        errno = error;
         return text;
     };
-    const std::string place = end_of_links(path);
     const std::string root = end_of_links(folder);
-    return place.empty() || root == "/" || (place + '/').starts_with(root + '/');
+    const std::string place = end_of_links(path);
+    if (place.empty()) { // what cannot be followed to its end may lead anywhere
+        return errno == ENOENT;
+    }
+    return root == "/" || (!root.empty() && (place + '/').starts_with(root + '/'));
 }
 
 bool read_file_facts(int descriptor, file_facts& facts)

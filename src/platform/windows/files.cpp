@@ -56,9 +56,11 @@ opened_file failed_open(DWORD error)
     return {-1, words_of(error)};
 }
 
-HANDLE open_handle(const std::string& path, DWORD access, DWORD disposition, DWORD flags)
+constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+HANDLE open_handle(const std::string& path, DWORD access, DWORD disposition, DWORD flags,
+                   DWORD sharing = share_all)
 {
-    constexpr DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const std::wstring wide = callable_path(path);
     if (wide.empty()) {
         ::SetLastError(ERROR_INVALID_NAME);
@@ -206,14 +208,16 @@ opened_file open_for_writing(const std::string& path, existing_file existing)
         // Not emptied: it may have another name, under which it is somebody's.
         constexpr DWORD other_kinds = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
         if ((attributes_of(path) & other_kinds) == 0) {
-            ::DeleteFileW(callable_path(path).c_str());
+            remove_file(path);
         }
     }
     HANDLE handle = INVALID_HANDLE_VALUE;
     // As many of the rights that take_rights needs as the system gives.
     const DWORD most = existing == existing_file::keep ? 0 : WRITE_DAC | WRITE_OWNER;
     for (const DWORD more : {most, most & WRITE_DAC, DWORD{0}}) {
-        handle = open_handle(path, GENERIC_WRITE | more, disposition, FILE_ATTRIBUTE_NORMAL);
+        // What is written is held: no other run writes or removes it meanwhile.
+        handle = open_handle(path, GENERIC_WRITE | more, disposition, FILE_ATTRIBUTE_NORMAL,
+                             FILE_SHARE_READ);
         if (handle != INVALID_HANDLE_VALUE || ::GetLastError() != ERROR_ACCESS_DENIED) {
             break;
         }
@@ -276,6 +280,22 @@ bool seek_end(int descriptor)
 bool cut_file(int descriptor, std::int64_t length)
 {
     return _chsize_s(descriptor, length) == 0;
+}
+
+// The system holds what is open for writing, by how it was opened.
+bool hold_file(int)
+{
+    return true;
+}
+
+bool is_file_at(int descriptor, const std::string& path)
+{
+    return identify_file(path) == id_of(handle_of(descriptor));
+}
+
+bool remove_file(const std::string& path)
+{
+    return ::DeleteFileW(callable_path(path).c_str()) != 0;
 }
 
 bool replace_file(const std::string& from, const std::string& to)
