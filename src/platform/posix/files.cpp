@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 
 #include <climits>
@@ -312,6 +313,9 @@ bool lies_below(const std::string& path, const std::string& folder)
     const auto end_of_links = [](const std::string& of) {
         char* const found = ::realpath(find_path(of).c_str(), nullptr);
         const int error = errno;
+        if (found == nullptr && error == ENOMEM) {
+            throw std::bad_alloc();
+        }
         std::string text = found ? found : "";
         std::free(found);
         errno = error;
