@@ -11,6 +11,7 @@ import ctypes
 import hashlib
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -374,6 +375,32 @@ class Files(Runs):
                              2 if "-append" in options else 1)
             self.assertFalse(os.path.exists(self.path("out.partial")))
 
+    def test_streams_that_are_closed_full_or_gone(self):
+        quilt = shlex.join([*ARGUMENTS.quilt.words, "-sdb", os.path.abspath(SAMPLE), "-apps"])
+        os.mkfifo(self.path("pipe"))
+        progress = f"processing {os.path.abspath(SAMPLE)}\n"
+        whole = None
+        for command, code, said in (
+                (f"{quilt} -out out", 0, progress), (f"{quilt} -out out <&-", 0, progress),
+                (f"{quilt} -out out >&-", 0, progress), (f"{quilt} -out out 2>&-", 0, ""),
+                (f"{quilt} -out out <&- >&- 2>&-", 0, ""), (f"cat pipe >out& {quilt} -out pipe; wait",
+                                                           0, progress),
+                (f"{quilt} >&-", FAILED, "standard output is closed, aborting\n"),
+                (f"{quilt} -quiet >/dev/full", FAILED, "prob writing to standard output\n"),
+                (f"{quilt} -quiet -out /dev/full", FAILED,
+                 "prob writing results file: /dev/full\n"),
+                (f"{{ sleep 0.3; {quilt} -quiet; }} | true", FAILED, ""),
+                (f"{quilt.replace(os.path.abspath(SAMPLE), 'pipe')} -quiet -csv", FAILED,
+                 "Prob analyzing file pipe: is a pipe\n")):
+            result = subprocess.run(["bash", "-o", "pipefail", "-c", command], cwd=self.folder,
+                                    capture_output=True, check=False, timeout=60)
+            self.assertEqual((command, result.returncode, result.stderr.decode()),
+                             (command, code, said))
+            if code == 0:
+                whole = whole or self.read("out")
+                self.assertEqual((command, self.read("out")), (command, whole))
+                os.unlink(self.path("out"))
+
     def test_no_link_leads_off_a_volume(self):
         sample = Path(SAMPLE).read_bytes()
         self.write("elsewhere/x.sdb", sample)
@@ -396,6 +423,7 @@ class Files(Runs):
                 (sample + bytes(3), 0, f"behind its lists, from byte {size} on, stand 3 bytes that "
                                        "form no list"),
                 (packed + bytes(3), 0, "behind its compressed stream stand 3 bytes"),
+                (packed + bytes(longest), FAILED, "it does not inflate"),
                 (sample[:-9], FAILED, f"is cut off: its {size - 9} bytes end before those of tag "
                                       f"0x[0-9a-f]*, which go up to byte {size}"),
                 (sample + bytes(longest), FAILED, f"is too long: the report ends at byte {longest} of "
