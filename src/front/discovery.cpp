@@ -32,6 +32,33 @@ bool is_sdb_name(std::string_view name)
            uni::equal_ignoring_case(name.substr(name.size() - extension.size()), extension);
 }
 
+// The folders on a volume under these names, in every spelling that is there: where letter case
+// counts, one may be hidden beside another. The path as it is where there is none.
+std::vector<std::string> folders_on_volume(const std::string& volume,
+                                           std::initializer_list<const char*> names)
+{
+    std::vector<std::string> found = {volume};
+    for (const char* const name : names) {
+        std::vector<std::string> below;
+        for (const std::string& folder : found) {
+            std::vector<platform::directory_entry> entries;
+            platform::list_directory(platform::join_path(folder, {}), entries);
+            std::sort(entries.begin(), entries.end(), comes_before);
+            for (const platform::directory_entry& entry : entries) {
+                if (entry.kind == platform::entry_kind::directory &&
+                    uni::equal_ignoring_case(entry.name, name)) {
+                    below.push_back(platform::join_path(folder, entry.name));
+                }
+            }
+        }
+        if (below.empty()) {
+            return {path_on_volume(volume, names)};
+        }
+        found = std::move(below);
+    }
+    return found;
+}
+
 } // namespace
 
 std::vector<platform::directory_entry> list_in_order(const std::string& folder,
@@ -84,7 +111,9 @@ void add_default_targets(std::vector<std::string>& files, const std::string& vol
         {"Windows", "System32", "appraiser"},
     };
     for (const std::initializer_list<const char*>& names : folders) {
-        walk_sdb_files(path_on_volume(volume, names), files, default_depth, notices);
+        for (const std::string& folder : folders_on_volume(volume, names)) {
+            walk_sdb_files(folder, files, default_depth, notices);
+        }
     }
 }
 
