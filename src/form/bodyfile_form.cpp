@@ -1,7 +1,7 @@
 #include <memory>
 
-#include "form/fields.h"
 #include "form/lines_form.h"
+#include "form/with_fields.h"
 #include "uni/marks.h"
 #include "uni/text.h"
 
@@ -34,20 +34,9 @@ std::string seconds_text(std::uint64_t filetime)
 //
 // in seconds since 1970, 0 for what is not known. What else is known to have happened to a file has
 // rows of its own, with the moment as modified.
-class bodyfile_form : public lines_form {
+class bodyfile_form : public with_fields<lines_form> {
 public:
-    using lines_form::lines_form;
-
-    bool heading(std::string_view text) override
-    {
-        write_heading(out_, text, style_);
-        return goes_on();
-    }
-    bool row(std::span<const value> cells) override
-    {
-        write_fields(out_, cells, style_, document_.database);
-        return goes_on();
-    }
+    using with_fields::with_fields;
 
     bool subject(const entry& facts) override
     {

@@ -1,7 +1,7 @@
 #include <memory>
 
-#include "form/fields.h"
 #include "form/value_text.h"
+#include "form/with_fields.h"
 #include "form/writer.h"
 
 namespace form {
@@ -9,24 +9,13 @@ namespace form {
 namespace {
 
 // A row for each subject, under one head for the whole stream. Records are not said in this form.
-class delimited_form : public writer {
+class delimited_form : public with_fields<writer> {
 public:
     delimited_form(uni::text_buffer& out, const request::cmd_params& style, stream_state state)
-        : writer(out, style, state), lead_(style.pad_separator ? " " : "")
+        : with_fields(out, style, state), lead_(style.pad_separator ? " " : "")
     {}
 
     bool record(const model::record_groups&) override { return goes_on(); }
-
-    bool heading(std::string_view text) override
-    {
-        write_heading(out_, text, style_);
-        return goes_on();
-    }
-    bool row(std::span<const value> cells) override
-    {
-        write_fields(out_, cells, style_, document_.database);
-        return goes_on();
-    }
 
     bool subject(const entry& facts) override
     {

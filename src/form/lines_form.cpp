@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <memory>
 
-#include "form/fields.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
+#include "form/with_fields.h"
 #include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
@@ -174,20 +174,9 @@ std::optional<std::string> lines_form::patch_text(const sdb::sdb_tag_item& patch
 namespace {
 
 // The same lines, and rows of several cells whose fields are quoted where they must be.
-class general_form : public lines_form {
+class general_form : public with_fields<lines_form> {
 public:
-    using lines_form::lines_form;
-
-    bool heading(std::string_view text) override
-    {
-        write_heading(out_, text, style_);
-        return goes_on();
-    }
-    bool row(std::span<const value> cells) override
-    {
-        write_fields(out_, cells, style_, document_.database);
-        return goes_on();
-    }
+    using with_fields::with_fields;
 
 private:
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override

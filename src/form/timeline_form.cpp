@@ -1,7 +1,7 @@
 #include <memory>
 
-#include "form/fields.h"
 #include "form/value_text.h"
+#include "form/with_fields.h"
 #include "form/writer.h"
 
 namespace form {
@@ -45,21 +45,11 @@ constexpr timeline_column columns[] = {
 
 // A row for each moment, under one head for the whole stream; what has no events is not said, nor are
 // records.
-class timeline_form : public writer {
+class timeline_form : public with_fields<writer> {
 public:
-    using writer::writer;
+    using with_fields::with_fields;
 
     bool record(const model::record_groups&) override { return goes_on(); }
-    bool heading(std::string_view text) override
-    {
-        write_heading(out_, text, style_);
-        return goes_on();
-    }
-    bool row(std::span<const value> cells) override
-    {
-        write_fields(out_, cells, style_, document_.database);
-        return goes_on();
-    }
     bool subject(const entry& facts) override
     {
         const std::optional<timeline_item> events = facts.events();
