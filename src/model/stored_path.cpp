@@ -19,7 +19,7 @@ bool has_drive(std::string_view path)
            path[1] == ':';
 }
 
-// The parts between the separators, which are backslashes.
+// What stands between the separators, which are backslashes.
 std::vector<std::string> take_drive(std::string path, std::string& drive, bool& is_rooted)
 {
     if (has_drive(path)) {
