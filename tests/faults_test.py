@@ -100,6 +100,10 @@ class Faults(Runs):
     def test_statistics(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT")
 
+    def test_statistics_appended_to_a_file(self):
+        self.check("-stats", "-csv", "-quiet", "-enumdir", "IN/ProgramData", "-append", "-out",
+                   "OUT")
+
     def test_volume(self):
         self.check("-listsdb", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
 

@@ -8,6 +8,7 @@ Run from the root of the repository.
 
 import csv
 import ctypes
+import fcntl
 import hashlib
 import os
 import re
@@ -374,6 +375,13 @@ class Files(Runs):
             self.assertEqual(self.read("out").count(b"quilt ver"),
                              2 if "-append" in options else 1)
             self.assertFalse(os.path.exists(self.path("out.partial")))
+        self.write("out", b"old\n")
+        with open(self.path("out"), "rb") as held:  # as another run that appends holds it
+            fcntl.flock(held, fcntl.LOCK_EX)
+            result = run(f"-pipe -stats -csv -append -out {self.path('out')}",
+                         lines=os.path.abspath(SAMPLE).encode())
+        self.assertEqual((result.returncode, self.read("out")), (FAILED, b"old\n"))
+        self.assertIn(b"stands in", result.stderr)
 
     def test_streams_that_are_closed_full_or_gone(self):
         quilt = shlex.join([*ARGUMENTS.quilt.words, "-sdb", os.path.abspath(SAMPLE), "-apps"])

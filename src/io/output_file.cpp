@@ -66,6 +66,7 @@ bool output_file::begin_append(std::string& reason)
 // Takes what stands in the partial file, which is held, to the end of the file itself.
 bool output_file::append_partial()
 {
+    std::vector<std::uint8_t> block(buffer_bytes);
     platform::opened_file partial = platform::open_for_reading(where_.partial);
     const int written = std::exchange(descriptor_, -1);
     std::string reason;
@@ -74,7 +75,6 @@ bool output_file::append_partial()
     descriptor_ = target.descriptor;
     bool is_whole = partial.descriptor >= 0 && is_open() && platform::hold_file(descriptor_) &&
                     begin_append(reason);
-    std::vector<std::uint8_t> block(buffer_bytes);
     for (std::int64_t at = 0; is_whole;) {
         const platform::read_result got = platform::read_file(partial.descriptor, block, at);
         at += static_cast<std::int64_t>(got.count);
@@ -85,8 +85,8 @@ bool output_file::append_partial()
         }
     }
     if (is_open()) {
-        if (!is_whole && old_length_ >= 0) {
-            platform::cut_file(descriptor_, old_length_);
+        if (!is_whole) {
+            cut_back();
         }
         is_whole &= close();
     }
@@ -95,6 +95,14 @@ bool output_file::append_partial()
     }
     is_whole &= platform::close_file(written);
     return is_whole && platform::remove_file(where_.partial);
+}
+
+// Takes what this run appended from the file again, and nothing else.
+void output_file::cut_back()
+{
+    if (old_length_ >= 0 && platform::file_length(descriptor_) > old_length_) {
+        platform::cut_file(descriptor_, old_length_);
+    }
 }
 
 bool output_file::write_block(std::string_view block)
@@ -147,9 +155,8 @@ void output_file::give_up()
     }
     set_bad();
     flush(); // drops what is left
-    if (mode_ == output_mode::append && !where_.target.is_special &&
-        platform::file_length(descriptor_) > old_length_) {
-        platform::cut_file(descriptor_, old_length_);
+    if (mode_ == output_mode::append && !where_.target.is_special) {
+        cut_back();
     }
     close();
 }

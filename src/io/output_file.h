@@ -47,11 +47,12 @@ private:
     bool close();
     bool begin_append(std::string& reason);
     bool append_partial();
+    void cut_back();
 
     place where_;
     output_mode mode_ = output_mode::replace;
     int descriptor_ = -1;
-    std::int64_t old_length_ = 0;
+    std::int64_t old_length_ = -1; // of a file that is appended to, once it is held
     std::string translated_;
 };
 
