@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <regex>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -52,15 +53,25 @@ TEST_F(finders, strings_are_found_by_any_piece_of_them_whatever_their_case)
         {"last one", {}}, // the table's last string is never searched
         {"omega", {last}},
         {"", {leading, alpha, again, beta, umlaut, zeroed, twin, last}},
+        {"nobody,be", {beta, twin}},
+        {"xxbetaa,eta &,taa", {beta}}, // one begins in what is left of another
+        {"ph,lph", {leading, alpha, again}},
+        {"ome,omegaz,\xc3\x84r,hidden,qqq", {last, umlaut}},
+        {"zzz,", {leading, alpha, again, beta, umlaut, zeroed, twin, last}},
     };
     for (const auto& [pattern, expected] : cases) {
+        std::vector<std::string> patterns;
+        for (std::istringstream list(pattern + ",");
+             std::getline(list, patterns.emplace_back(), ',');) {
+        }
+        patterns.pop_back();
         sdb::found_tags wanted;
         for (const node found : expected) {
             wanted.push_back(offset_of(found));
         }
         std::ranges::sort(wanted);
         sdb::found_tags found;
-        EXPECT_EQ(sdb::find_strings(in.database, found, pattern), !expected.empty()) << pattern;
+        EXPECT_EQ(sdb::find_strings(in.database, found, patterns), !expected.empty()) << pattern;
         EXPECT_EQ(found, wanted) << pattern;
     }
 }

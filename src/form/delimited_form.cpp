@@ -15,8 +15,6 @@ public:
         : with_fields(out, style, state), lead_(style.pad_separator ? " " : "")
     {}
 
-    bool record(const model::record_groups&) override { return goes_on(); }
-
     bool subject(const entry& facts) override
     {
         const std::vector<column> columns = facts.columns();
@@ -67,11 +65,12 @@ private:
         }
     }
 
+    bool write_record(const model::record_groups&) override { return true; }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         return std::make_unique<delimited_form>(out, style_, state_);
     }
-    std::optional<std::string> patch_text(const sdb::sdb_tag_item&) const override
+    std::optional<std::string> patch_text(const sdb::patch_op&) const override
     {
         return std::nullopt;
     }

@@ -45,7 +45,7 @@ std::string tag_count_text(const tag_count& counted)
 
 } // namespace
 
-bool lines_form::record(const model::record_groups& groups)
+bool lines_form::write_record(const model::record_groups& groups)
 {
     out_.text(record_rule);
     out_.character('[');
@@ -53,12 +53,15 @@ bool lines_form::record(const model::record_groups& groups)
     out_.literal("]\n");
     for (std::size_t group = 0; group < groups.size(); ++group) {
         for (const model::record_item& item : groups[group]) {
+            if (!out_.good() || out_.total() > most_in_record()) {
+                return false;
+            }
             write_tag_line(item);
         }
         out_.line_end();
     }
     out_.line_end();
-    return goes_on();
+    return true;
 }
 
 // The fields, parted by the separator: depth (left out when 0), offset in 6 hexadecimal digits, tag
@@ -164,11 +167,9 @@ std::unique_ptr<writer> lines_form::make_fork(uni::text_buffer& out) const
 }
 
 // Operations are only counted in this form, by lines without a text.
-std::optional<std::string> lines_form::patch_text(const sdb::sdb_tag_item& patch) const
+std::optional<std::string> lines_form::patch_text(const sdb::patch_op&) const
 {
-    sdb::patch_op first;
-    return sdb::decode_patch_op(first, patch.value, 0) ? std::optional(std::string())
-                                                       : std::nullopt;
+    return std::string();
 }
 
 namespace {

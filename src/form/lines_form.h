@@ -9,18 +9,18 @@ class lines_form : public writer {
 public:
     using writer::writer;
 
-    bool record(const model::record_groups& groups) override;
     bool subject(const entry& facts) override;
     bool separate() override;
 
 private:
+    bool write_record(const model::record_groups& groups) override;
     void write_tag_line(const model::record_item& item);
     void write_depth(std::uint16_t depth);
     void write_patch_lines(const model::record_item& item);
     std::string line_text(const labelled_line& line) const;
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
-    std::optional<std::string> patch_text(const sdb::sdb_tag_item& patch) const override;
+    std::optional<std::string> patch_text(const sdb::patch_op& first) const override;
 };
 
 } // namespace form

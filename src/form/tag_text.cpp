@@ -238,7 +238,7 @@ std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored,
 }
 
 std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
-                                          std::uint32_t offset)
+                                          std::uint32_t offset, std::size_t longest)
 {
     const bool is_reference = form_of(tag) == value_form::reference;
     const uni::byte_view stored = is_reference ? database.string_bytes(database.word_behind(offset))
@@ -246,8 +246,8 @@ std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std
     if (is_reference && stored.empty()) {
         return std::nullopt;
     }
-    std::string text(uni::stored_text_room(stored.size()), '\0');
-    text.resize(static_cast<std::size_t>(uni::put_stored_utf16(text.data(), stored) - text.data()));
+    std::string text;
+    uni::utf16_to_text(uni::beginning_of(stored, longest), text);
     return text;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,10 +29,10 @@ void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
 std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain,
                                    const request::cmd_params* row_style = nullptr);
 
-// The text of a string or a string reference as it is stored, without marks; nothing for a reference
-// that leads nowhere.
+// The text of a string or a string reference as it is stored, without marks, or a beginning of it of more
+// than `longest` bytes; nothing for a reference that leads nowhere.
 std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
-                                          std::uint32_t offset);
+                                          std::uint32_t offset, std::size_t longest);
 
 // Marks what of a text may not be shown in a row or a line of the run.
 void mark_text(std::string& text, const request::cmd_params& style);

@@ -49,7 +49,6 @@ class timeline_form : public with_fields<writer> {
 public:
     using with_fields::with_fields;
 
-    bool record(const model::record_groups&) override { return goes_on(); }
     bool subject(const entry& facts) override
     {
         const std::optional<timeline_item> events = facts.events();
@@ -105,11 +104,12 @@ private:
         write_field(out_, text.time, style_.csv_separator, 0, lead);
     }
 
+    bool write_record(const model::record_groups&) override { return true; }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         return std::make_unique<timeline_form>(out, style_, state_);
     }
-    std::optional<std::string> patch_text(const sdb::sdb_tag_item&) const override
+    std::optional<std::string> patch_text(const sdb::patch_op&) const override
     {
         return std::nullopt;
     }

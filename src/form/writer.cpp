@@ -14,7 +14,17 @@ bool writer::begin(document about)
 {
     document_ = std::move(about);
     uni::mark(document_.path);
+    const request::bounds& bounds = style_.bounds;
+    most_text_ = out_.total() + bounds.most_text(document_.database->image().size());
+    most_in_record_ = most_text_ + bounds.last_record_text;
+    is_cut_ = false;
     begin_document();
+    return goes_on();
+}
+
+bool writer::record(const model::record_groups& groups)
+{
+    is_cut_ = !write_record(groups) || is_cut_;
     return goes_on();
 }
 
@@ -56,15 +66,20 @@ void writer::aside(uni::text_buffer& console, std::string_view line)
     console.line_end();
 }
 
-std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal) const
+std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal, std::size_t longest) const
 {
     const std::uint16_t tag = database().tag_at(ordinal);
     if (tag == sdb::tag::patch_bits) {
-        return patch_text(database().item_at(ordinal));
+        sdb::patch_op first;
+        if (!sdb::decode_patch_op(first, database().payload_at(database().offset_at(ordinal)), 0)) {
+            return std::nullopt;
+        }
+        first.data = first.data.slice(0, longest);
+        return patch_text(first);
     }
     if (const auto type = sdb::tag_type(tag);
         type == sdb::type::stringref || type == sdb::type::string) {
-        return stored_text_of(database(), tag, database().offset_at(ordinal));
+        return stored_text_of(database(), tag, database().offset_at(ordinal), longest);
     }
     uni::text_buffer text;
     if (!write_tag_text(text, database(), tag, database().offset_at(ordinal), style_)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -11,6 +12,7 @@
 #include "model/record_groups.h"
 #include "request/cmd_params.h"
 #include "sdb/database.h"
+#include "sdb/patch_op.h"
 #include "uni/text_buffer.h"
 
 namespace form {
@@ -32,7 +34,7 @@ struct document {
 
 // How a report is said: a report hands over what it knows, in this order, and each form makes of it
 // what has a place in that form. Without more, it is lines of text. Each call answers whether to go
-// on: false once what was written does not arrive.
+// on: false once what was written does not arrive, or is more than a database may have said of it.
 class writer {
 public:
     // `out` and `style` must outlive the writer.
@@ -50,7 +52,7 @@ public:
     virtual bool end_stream() { return goes_on(); }
 
     // A record with all that belongs to it, of the document's database.
-    virtual bool record(const model::record_groups& groups) = 0;
+    bool record(const model::record_groups& groups);
     // The end of the records of one kind.
     virtual bool end_section();
     // A line for the reader; text in it that may not be shown is marked.
@@ -58,6 +60,18 @@ public:
     // The head of rows that follow, and one of these.
     virtual bool heading(std::string_view text);
     virtual bool row(std::span<const value> cells);
+    // To be asked in front of each record and row of a document, with the offset of its tag. False, and
+    // the document is cut, where the text is too long already.
+    bool takes_more(std::uint32_t offset) noexcept
+    {
+        place_ = is_cut_ ? place_ : offset;
+        is_cut_ = is_cut_ || is_too_long();
+        return goes_on();
+    }
+    // Lets the document end here.
+    void cut() noexcept { is_cut_ = true; }
+    // Lets a fork go on with something else.
+    void uncut() noexcept { is_cut_ = false; }
     // A line for standard output, `console`, wherever the report goes.
     virtual void aside(uni::text_buffer& console, std::string_view line);
     // The facts of one subject.
@@ -65,12 +79,22 @@ public:
     // What stands between two subjects.
     virtual bool separate() { return goes_on(); }
 
-    // Whether all that was said so far could be written.
-    bool goes_on() const noexcept { return out_.good(); }
+    // Whether all that was said so far could be written, and more may be said.
+    bool goes_on() const noexcept { return out_.good() && !is_cut_ && !is_too_long(); }
+    // Whether the document ended before all was said, at which tag, and whether for its length.
+    bool is_cut() const noexcept { return is_cut_; }
+    std::uint32_t cut_at() const noexcept { return place_; }
+    bool is_too_long() const noexcept { return out_.total() > most_text_; }
+    // Whether that much more may be said.
+    bool has_room_for(std::size_t bytes) const noexcept
+    {
+        return out_.total() + bytes <= most_text_;
+    }
 
     // The text that a tag of the document has in this form, to be compared: a stored text as it
-    // stands, without marks. Nothing for a tag that has none.
-    std::optional<std::string> tag_text(sdb::tag_ordinal ordinal) const;
+    // stands, without marks. One of more than `longest` bytes may be cut, but not to that. Nothing for a
+    // tag that has none.
+    std::optional<std::string> tag_text(sdb::tag_ordinal ordinal, std::size_t longest) const;
 
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.
@@ -85,14 +109,26 @@ protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
 
     virtual void begin_document() {}
+    // False for a record that was cut, since it took most_in_record().
+    virtual bool write_record(const model::record_groups& groups) = 0;
+    // Up to which place in what is written to out_ a record may go on.
+    std::uint64_t most_in_record() const noexcept { return most_in_record_; }
     virtual std::unique_ptr<writer> make_fork(uni::text_buffer& out) const = 0;
-    // The first line that a patch value has in this form.
-    virtual std::optional<std::string> patch_text(const sdb::sdb_tag_item& patch) const = 0;
+    // The line that a patch value's first operation has in this form; nothing where it shows none.
+    virtual std::optional<std::string> patch_text(const sdb::patch_op& first) const = 0;
 
     uni::text_buffer& out_;
     const request::cmd_params& style_;
     stream_state state_;
     document document_;
+
+private:
+    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
+    // Places in what is written to out_.
+    std::uint64_t most_text_ = no_limit;
+    std::uint64_t most_in_record_ = no_limit;
+    std::uint32_t place_ = 0; // of what was to be said last
+    bool is_cut_ = false;
 };
 
 } // namespace form

@@ -17,16 +17,6 @@ class xml_form : public writer {
 public:
     using writer::writer;
 
-    bool record(const model::record_groups& groups) override
-    {
-        try {
-            records_->write_record(groups);
-        } catch (...) {
-            records_->abandon_record();
-            throw;
-        }
-        return goes_on();
-    }
     bool subject(const entry&) override { return goes_on(); }
     bool end() override
     {
@@ -80,20 +70,25 @@ private:
         document_ = about;
         records_ = std::make_unique<xml_record_writer>(out_, database(), style_);
     }
+    bool write_record(const model::record_groups& groups) override
+    {
+        try {
+            return records_->write_record(groups, most_in_record());
+        } catch (...) {
+            records_->abandon_record();
+            throw;
+        }
+    }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         auto made = std::make_unique<xml_form>(out, style_, state_);
         made->prepare(document_);
         return made;
     }
-    std::optional<std::string> patch_text(const sdb::sdb_tag_item& patch) const override
+    std::optional<std::string> patch_text(const sdb::patch_op& first) const override
     {
-        sdb::patch_op first;
-        if (!sdb::decode_patch_op(first, patch.value, 0)) {
-            return std::nullopt;
-        }
         uni::text_buffer element;
-        write_patch_element(element, first);
+        write_patch_element(element, first, false);
         return std::string(element.view());
     }
 

@@ -86,7 +86,7 @@ bool moves_to_app_element(std::uint16_t tag)
 
 } // namespace
 
-void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
+void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op, bool is_bare)
 {
     uni::text_buffer module_name;
     bool plain = false;
@@ -100,7 +100,7 @@ void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op)
     out.hex(op.address, 8);
     out.text("\">");
     bool first = true;
-    for (const std::uint8_t byte : op.data.bytes()) {
+    for (const std::uint8_t byte : is_bare ? uni::byte_view().bytes() : op.data.bytes()) {
         if (!first) {
             out.character(' ');
         }
@@ -197,19 +197,22 @@ void xml_record_writer::note_record_name(members first_group)
     }
 }
 
-void xml_record_writer::write_record(const model::record_groups& groups)
+bool xml_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text)
 {
+    most_text_ = most_text;
     collect_members(groups);
     members rest = members_;
     note_record_name(rest.first(groups[0].size()));
-    for (std::size_t group = 0; group < groups.size(); ++group) {
+    for (std::size_t group = 0; group < groups.size() && has_room(); ++group) {
         const std::size_t count = groups[group].size();
         const bool has_nested =
             rest.size() > count && rest[count].item.depth > rest.front().item.depth;
         write_group(rest.first(count), has_nested);
         rest = rest.subspan(count);
     }
+    const bool is_whole = has_room();
     close_down_to(0);
+    return is_whole;
 }
 
 void xml_record_writer::write_group(members group, bool has_nested)
@@ -256,6 +259,9 @@ void xml_record_writer::write_attributes(members group)
     }
     const bool escapes = head_tag == tag::matching_file && !record_name_.empty();
     for (const member& scalar : scalars) {
+        if (!has_room()) {
+            return;
+        }
         if (is_child_element(scalar.item.tag)) {
             continue;
         }
@@ -370,6 +376,9 @@ void xml_record_writer::write_application(members scalars)
 {
     bool has_app = false;
     for (const member& scalar : scalars) {
+        if (!has_room()) {
+            break;
+        }
         if (is_child_element(scalar.item.tag)) {
             continue;
         }
@@ -395,7 +404,7 @@ void xml_record_writer::write_application(members scalars)
     out_.text(app_word);
     place_ = place::app_tag;
     for (const member& scalar : scalars) {
-        if (!moves_to_app_element(scalar.item.tag)) {
+        if (!has_room() || !moves_to_app_element(scalar.item.tag)) {
             continue;
         }
         if (is_first_of_its_tag(scalar)) {
@@ -477,13 +486,16 @@ void xml_record_writer::write_children(members scalars)
     // In the order of the group, though an <app> element's come later.
     std::ranges::sort(moved_);
     for (const member* const scalar : moved_) {
+        if (!has_room()) {
+            return;
+        }
         write_moved(*scalar);
     }
     if (!has_tag_children_) {
         return;
     }
     for (const member& scalar : scalars) {
-        if (is_child_element(scalar.item.tag)) {
+        if (has_room() && is_child_element(scalar.item.tag)) {
             write_child(scalar);
         }
     }
@@ -530,13 +542,14 @@ void xml_record_writer::write_patch_children(const model::record_item& item)
     out_.literal(">\n");
     place_ = place::operations;
     operations_tag_ = item.tag;
-    sdb::for_each_patch_op(database_.payload_at(item.offset),
-                           [&](const sdb::patch_op& op, std::uint64_t) {
-                               indent(item.depth + 1u);
-                               write_patch_element(out_, op);
-                               out_.line_end();
-                               return true;
-                           });
+    const uni::byte_view value = database_.payload_at(item.offset);
+    sdb::patch_shares shares(value);
+    sdb::for_each_patch_op(value, [&](const sdb::patch_op& op, std::uint64_t position) {
+        indent(item.depth + 1u);
+        write_patch_element(out_, op, shares.take(op, position));
+        out_.line_end();
+        return has_room();
+    });
     place_ = place::content;
     indent(item.depth);
     out_.literal("</");

@@ -24,8 +24,8 @@
 // scalars of one tag the first is the attribute and each further one a child.
 namespace form {
 
-// Writes a patch operation as its element.
-void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op);
+// Writes a patch operation as its element, a bare one without its data.
+void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op, bool is_bare);
 
 // Writes records as nested elements, one after the other.
 class xml_record_writer {
@@ -36,8 +36,9 @@ public:
     {}
 
     // Writes one record. An element stays open when the next group stands deeper or when it has a
-    // child element of its own.
-    void write_record(const model::record_groups& groups);
+    // child element of its own. It ends early, with
+    // all its elements closed, and answers false where `most_text` bytes were written to the buffer.
+    bool write_record(const model::record_groups& groups, std::uint64_t most_text);
 
     // Closes what a record left open that an exception ended.
     void abandon_record();
@@ -61,6 +62,12 @@ private:
         bool plain; // see uni::put_stored_utf16
     };
 
+    // Whether a record may go on, what closes its elements included.
+    bool has_room() const noexcept
+    {
+        constexpr std::uint64_t usual_close = 80;
+        return out_.good() && out_.total() + usual_close * open_.size() <= most_text_;
+    }
     void indent(unsigned depth);
     void collect_members(const model::record_groups& groups);
     void note_record_name(members first_group);
@@ -95,6 +102,7 @@ private:
     const sdb::sdb_database& database_;
     const request::cmd_params& style_;
     const xml_names& names_ = xml_names::known();
+    std::uint64_t most_text_ = 0;
     std::vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of

@@ -48,6 +48,8 @@ const char* words_of(sdb::load_result result)
         return "reading failed";
     case sdb::load_result::not_inflated:
         return "it does not inflate";
+    case sdb::load_result::too_large:
+        return "it inflates to more than quilt takes";
     default:
         return "is no database";
     }
@@ -82,7 +84,8 @@ private:
         if (!file.source) {
             return loading::failed;
         }
-        const sdb::load_result result = file.database.load(*file.source);
+        const sdb::load_result result =
+            file.database.load(*file.source, options_.bounds.inflated_bytes);
         if (file.database.was_compressed()) {
             log_.write("Compressed file");
         }

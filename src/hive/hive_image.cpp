@@ -35,7 +35,7 @@ std::optional<std::uint64_t> find_bin(const hive_bytes& bytes, std::uint64_t ste
     constexpr std::uint64_t part = 0x100000;
     constexpr std::uint64_t overlap = 8;
     io::byte_vector room;
-    for (std::uint64_t begin = 0; begin < bytes.size(); begin += part) {
+    for (std::uint64_t begin = 0; begin < bytes.size() && begin <= largest_offset; begin += part) {
         const uni::byte_view here = bytes.pass(begin, part + overlap, room);
         for (std::uint64_t place = 0; place < part && place + 4 < here.size(); place += step) {
             for (std::uint64_t at = place; at < place + 4 && at + 4 < here.size(); ++at) {
@@ -52,7 +52,7 @@ std::optional<std::uint64_t> find_bin(const hive_bytes& bytes, std::uint64_t ste
 }
 
 // Where the bins begin; nothing for a file without any. The whole file is looked at only where no bin
-// stands at its place.
+// stands at its place, as far as cells may lie.
 std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
 {
     const uni::byte_view head = bytes.at(0, smallest_hive);

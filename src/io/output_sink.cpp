@@ -14,6 +14,7 @@ void output_sink::flush()
     if (good_ && !block.empty()) {
         good_ = write_block(block);
     }
+    note_handed_on(block.size());
     clear();
 }
 
@@ -23,6 +24,7 @@ void output_sink::long_text(std::string_view whole)
     if (good_ && !whole.empty()) {
         good_ = write_block(whole);
     }
+    note_handed_on(whole.size());
 }
 
 void output_sink::make_room(std::size_t count)

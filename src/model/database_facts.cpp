@@ -48,8 +48,9 @@ private:
 // Gathers the facts of one database.
 class fact_gatherer {
 public:
-    fact_gatherer(database_facts& facts, const sdb::sdb_database& database)
-        : facts_(facts), database_(database), collector_(database), budget_(database)
+    fact_gatherer(database_facts& facts, const sdb::sdb_database& database,
+                  const request::bounds& bounds)
+        : facts_(facts), database_(database), collector_(database), budget_(database, bounds)
     {}
 
     void take_children(const std::vector<sdb::sdb_child_record>& children)
@@ -88,7 +89,11 @@ public:
         facts_.digest_sha1 = uni::hex_text(digests.sha1.get());
     }
 
-    void sort_counts() { std::ranges::stable_sort(facts_.counts, {}, &record_count::tag); }
+    void finish_counts()
+    {
+        facts_.counts_are_exact = collector_.groups_are_exact();
+        std::ranges::stable_sort(facts_.counts, {}, &record_count::tag);
+    }
 
 private:
     void take_scalar(const sdb::sdb_child_record& child)
@@ -231,7 +236,8 @@ std::string file_digest(io::byte_source& source, platform::digest_kind kind)
     return uni::hex_text(platform::compute_digest(kind, bytes));
 }
 
-bool gather_facts(database_facts& facts, const sdb::sdb_database& database)
+bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
+                  const request::bounds& bounds)
 {
     facts = {};
     std::vector<sdb::sdb_child_record> children;
@@ -239,11 +245,11 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database)
         return false;
     }
     database_digests digests(database.image().bytes());
-    fact_gatherer gatherer(facts, database);
+    fact_gatherer gatherer(facts, database, bounds);
     gatherer.take_children(children);
     gatherer.count_names_and_strings();
     gatherer.take_digests(digests);
-    gatherer.sort_counts();
+    gatherer.finish_counts();
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include "io/byte_source.h"
 #include "platform/digests.h"
+#include "request/bounds.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -30,6 +31,7 @@ struct database_facts {
     std::optional<std::uint64_t> time;     // FILETIME ticks
     std::vector<std::uint32_t> scalars;    // offsets of those that stand in the database list
     std::vector<record_count> counts;      // ascending by tag, equal tags as they were found
+    bool counts_are_exact = true;          // else some are of lists alone, not of their records
 };
 
 // A digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot be read
@@ -38,6 +40,7 @@ std::string file_digest(io::byte_source& source, platform::digest_kind kind);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts.
-bool gather_facts(database_facts& facts, const sdb::sdb_database& database);
+bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
+                  const request::bounds& bounds = {});
 
 } // namespace model

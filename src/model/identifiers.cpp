@@ -31,7 +31,8 @@ identifier_kind kind_of(std::uint16_t item_tag)
 class list_names {
 public:
     list_names(const sdb::sdb_database& database, search& wanted)
-        : database_(database), wanted_(wanted), budget_(database), collector_(database)
+        : database_(database), wanted_(wanted), budget_(database, wanted.bounds()),
+          collector_(database)
     {}
 
     // The first tag of that kind in the first group of the list's record.
@@ -43,6 +44,8 @@ public:
         }
         return name_tag == tag::app_name ? found->second.app_name : found->second.name;
     }
+
+    bool are_exact() const noexcept { return is_exact_ && collector_.groups_are_exact(); }
 
 private:
     struct names {
@@ -73,6 +76,10 @@ private:
     std::span<const record_item> first_group(std::uint32_t list_offset)
     {
         if (wanted_.is_asked_for()) {
+            if (budget_.is_exhausted()) {
+                is_exact_ = false;
+                return no_items;
+            }
             return collector_.collect(wanted_, budget_, list_offset) ? collector_.groups()[0]
                                                                      : no_items;
         }
@@ -85,14 +92,15 @@ private:
     search& wanted_;
     listing_budget budget_;
     record_collector collector_;
+    bool is_exact_ = true;
     std::unordered_map<std::uint32_t, names> known_;
 };
 
 } // namespace
 
-identifier_tables gather_identifiers(const sdb::sdb_database& database, search& wanted)
+identifier_list gather_identifiers(const sdb::sdb_database& database, search& wanted)
 {
-    identifier_tables tables;
+    identifier_list made;
     list_names names(database, wanted);
     const sdb::guid_item* last = nullptr;
     for (const sdb::guid_item& guid : database.guid_items()) {
@@ -106,9 +114,10 @@ identifier_tables gather_identifiers(const sdb::sdb_database& database, search& 
             found.name_offset =
                 names.name_offset(found.tag == tag::app_id ? tag::app_name : tag::name, list);
         }
-        tables[static_cast<std::size_t>(kind_of(found.tag))].push_back(found);
+        made.tables[static_cast<std::size_t>(kind_of(found.tag))].push_back(found);
     }
-    return tables;
+    made.names_are_exact = names.are_exact();
+    return made;
 }
 
 } // namespace model

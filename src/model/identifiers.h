@@ -24,8 +24,13 @@ struct identifier {
 using identifier_tables =
     std::array<std::vector<identifier>, static_cast<std::size_t>(identifier_kind::count)>;
 
+struct identifier_list {
+    identifier_tables tables;
+    bool names_are_exact = true; // as listings show the records; else those of the lists alone
+};
+
 // Every GUID of the database once, ascending, sorted into tables by what it names. A list is looked
 // at once, however many identifiers it holds.
-identifier_tables gather_identifiers(const sdb::sdb_database& database, search& wanted);
+identifier_list gather_identifiers(const sdb::sdb_database& database, search& wanted);
 
 } // namespace model

@@ -105,7 +105,8 @@ class matcher {
 public:
     matcher(const sdb::sdb_database& database, const pe_list& file, const std::string& path,
             const tag_texts& texts)
-        : database_(database), file_(file), texts_(texts), keys_(path)
+        : database_(database), file_(file), texts_(texts), keys_(path),
+          longest_key_(std::max({keys_.full.size(), keys_.name.size(), any_name.size()}))
     {}
 
     // False if records that hold others were left out, since there is no end of them.
@@ -151,12 +152,10 @@ private:
     {
         const std::uint32_t record = items.front().offset;
         stored_name_ = {};
-        name_.reset();
         for (std::size_t i = 1; i < items.size();) {
             const record_item& item = items[i++];
             if (item.tag == tag::name && is_empty_text(stored_name_)) {
                 stored_name_ = stored_text(item.offset);
-                name_.reset();
             } else if (item.tag == tag::matching_file) {
                 const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
                                           database_.list_size_at(item.ordinal);
@@ -173,8 +172,7 @@ private:
     {
         members_ = members;
         text_sources_.clear();
-        std::string own;
-        const std::string_view key = file_name(own);
+        const std::string key = file_name();
         const bool is_name = uni::equal_ignoring_case(key, keys_.name);
         name_is_known_ = name_is_known_ || is_name;
         if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
@@ -202,8 +200,11 @@ private:
             if (found == nullptr) {
                 return true; // whatever comes behind
             }
-            const std::string own = text_of(member);
-            const std::string_view text = own == any_name ? std::string_view(name()) : own;
+            const std::size_t longest = std::max(found->text.size(), any_name.size());
+            std::string text = text_of(member, longest);
+            if (text == any_name) {
+                text = name(longest);
+            }
             if (!property_agrees(*found, text, number_of(members_[member]))) {
                 return false;
             }
@@ -264,41 +265,41 @@ private:
         return true;
     }
 
-    // The name of the record in work.
-    const std::string& name()
+    // The name of the record in work, as texts of tags are given.
+    std::string name(std::size_t longest) const
     {
-        if (!name_) {
-            uni::utf16_to_text(stored_name_, name_.emplace());
-        }
-        return *name_;
+        std::string text;
+        uni::utf16_to_text(uni::beginning_of(stored_name_, longest), text);
+        return text;
     }
 
-    // The file name of the list in work: the text of its last name that is none of "" and "*", else
-    // that of the record. `own` takes the former.
-    std::string_view file_name(std::string& own)
+    // The file name of the list in work, to be compared with a key: the text of its last name that is
+    // none of "" and "*", else that of the record.
+    std::string file_name()
     {
+        std::string record_name = name(longest_key_);
         for (std::size_t i = members_.size(); i > 0; --i) {
             if (members_[i - 1].tag != tag::name) {
                 continue;
             }
             const bool has_own = has_text(members_[i - 1]);
-            own = text_of(i - 1);
+            std::string own = text_of(i - 1, longest_key_);
             // What a member takes over from one that stood for the record's name is that name.
-            if (own == any_name && !has_own && !name().empty() && name() != any_name) {
-                return name();
+            if (own == any_name && !has_own && !record_name.empty() && record_name != any_name) {
+                return record_name;
             }
             if (!own.empty() && own != any_name) {
                 return own;
             }
         }
-        return name();
+        return record_name;
     }
 
     // The text of a member: its own, else that of the last member before it that has one, "*" for
     // the record's name.
-    std::string text_of(std::size_t member)
+    std::string text_of(std::size_t member, std::size_t longest)
     {
-        if (std::optional<std::string> own = texts_(members_[member].ordinal)) {
+        if (std::optional<std::string> own = texts_(members_[member].ordinal, longest)) {
             return *std::move(own);
         }
         if (text_sources_.empty()) {
@@ -310,14 +311,14 @@ private:
         }
         const std::uint32_t source = text_sources_[member];
         return source == no_source ? std::string()
-                                   : texts_(members_[source].ordinal).value_or(std::string());
+                                   : texts_(members_[source].ordinal, longest).value_or("");
     }
 
     bool has_text(const record_item& item) const
     {
         return sdb::tag_type(item.tag) == type::stringref
                    ? !stored_text(item.offset).empty() // without the pains of making it
-                   : texts_(item.ordinal).has_value();
+                   : texts_(item.ordinal, 0).has_value();
     }
 
     // The value of a tag as a number; 1 for the presence of one without a value.
@@ -339,9 +340,8 @@ private:
     const pe_list& file_;
     const tag_texts& texts_;
     file_keys keys_;
-    // Name of the record in work, as stored and once it was asked for.
-    uni::byte_view stored_name_;
-    std::optional<std::string> name_;
+    std::size_t longest_key_;
+    uni::byte_view stored_name_; // of the record in work
     // The list in work, and for each member the one whose text it has, once that is asked for.
     static constexpr std::uint32_t no_source = 0xffffffff;
     item_span members_;

@@ -49,9 +49,15 @@ bool record_collector::collect_first_group(listing_budget& budget, std::uint32_t
     if (!lists_are_sound_) {
         lists_are_sound_ = has_sound_lists(database_);
     }
-    if (ordinal && *lists_are_sound_ && database_.children().has_children(*ordinal)) {
+    const bool takes_own_scalars = *lists_are_sound_ || budget.is_used_up();
+    if (ordinal && takes_own_scalars && database_.children().has_children(*ordinal)) {
         take_first_group(*ordinal);
+        groups_are_exact_ &= *lists_are_sound_;
         return true;
+    }
+    if (budget.is_exhausted()) {
+        groups_are_exact_ = false;
+        return false;
     }
     if (!gather(budget, tag_offset)) {
         return false;

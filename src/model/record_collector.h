@@ -25,11 +25,13 @@ public:
     const record_groups& groups() const noexcept { return groups_; }
 
     // The first group of a record as collect() gives it when nothing is searched for, and whether
-    // that is its only group; the whole record is gathered only where lists are unsound. False for
-    // a record that collect() turns down.
+    // that is its only group; the whole record is gathered only where lists are unsound, and only as
+    // long as the budget lasts. False for a record that collect() turns down.
     bool collect_first_group(listing_budget& budget, std::uint32_t tag_offset);
     std::span<const record_item> first_group() const noexcept { return first_group_; }
     bool has_one_group() const noexcept { return has_one_group_; }
+    // Whether each of them was that of collect(). Beyond the budget they are the list's own scalars.
+    bool groups_are_exact() const noexcept { return groups_are_exact_; }
 
 private:
     bool gather(listing_budget& budget, std::uint32_t tag_offset);
@@ -41,6 +43,7 @@ private:
     std::optional<bool> lists_are_sound_;
     std::vector<record_item> first_group_;
     bool has_one_group_ = false;
+    bool groups_are_exact_ = true;
 };
 
 } // namespace model

@@ -10,14 +10,15 @@ namespace model {
 namespace {
 
 constexpr std::uint64_t list_header = 6;
-constexpr std::uint64_t largest_record = 100'000;
-constexpr std::uint64_t largest_listing = 1'000'000;
-constexpr std::uint64_t listing_share_of_a_tag = 64;
+// No item is said in less.
+constexpr std::uint64_t shortest_text_of_an_item = 8;
 
 } // namespace
 
-listing_budget::listing_budget(const sdb::sdb_database& database)
-    : limit(largest_listing + listing_share_of_a_tag * database.tag_count())
+listing_budget::listing_budget(const sdb::sdb_database& database, const request::bounds& limits)
+    : limit(limits.listing_items + limits.listing_items_of_a_tag * database.tag_count()),
+      most_items(limit + limits.most_text(database.image().size()) / shortest_text_of_an_item),
+      bounds(limits)
 {}
 
 std::span<const record_item> record_expander::subrecord(std::size_t index) const noexcept
@@ -45,7 +46,6 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
     }
     if (relation_ == nullptr) {
         relation_ = &database_.children();
-        on_chain_.resize(database_.tag_count());
     }
     const record_item head = item_of(*ordinal, 1);
     bodies_.push_back(head);
@@ -57,7 +57,6 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
         work_.pop_back();
         walk_group(next, follow_references, budget);
     }
-    shorten_chain(0);
     return record_items_ != 0;
 }
 
@@ -157,10 +156,9 @@ void record_expander::walk_group(const group& walked, bool follow_references,
         return;
     }
     // Groups are walked depth first, so what leads to this one is still the chain's beginning.
-    shorten_chain(walked.chain_length);
+    chain_.resize(walked.chain_length);
     if (walked.is_followed) {
         chain_.push_back(items_of(walked).front().ordinal);
-        on_chain_[chain_.back().number()] = true;
     }
     const std::size_t count = walked.last - walked.first;
     for (std::size_t i = 1; i < count; ++i) {
@@ -173,12 +171,13 @@ void record_expander::walk_group(const group& walked, bool follow_references,
 
 void record_expander::follow(const record_item& reference, listing_budget& budget)
 {
-    if (record_items_ > largest_record || budget.is_used_up()) {
+    if (chain_.size() >= budget.bounds.followed_records ||
+        record_items_ > budget.bounds.record_items || budget.is_used_up()) {
         return;
     }
     const std::optional<sdb::tag_ordinal> ordinal =
         database_.ordinal_of(database_.word_behind(reference.offset));
-    if (!ordinal || is_on_chain(*ordinal)) {
+    if (!ordinal || is_open(*ordinal)) {
         return;
     }
     const record_item head = item_of(*ordinal, reference.depth);
@@ -195,17 +194,9 @@ void record_expander::follow(const record_item& reference, listing_budget& budge
     work_.push_back({first, bodies_.size(), chain_.size(), true});
 }
 
-void record_expander::shorten_chain(std::size_t length)
+bool record_expander::is_open(sdb::tag_ordinal ordinal) const
 {
-    while (chain_.size() > length) {
-        on_chain_[chain_.back().number()] = false;
-        chain_.pop_back();
-    }
-}
-
-bool record_expander::is_on_chain(sdb::tag_ordinal ordinal) const
-{
-    return ordinal == bodies_.front().ordinal || on_chain_[ordinal.number()];
+    return ordinal == bodies_.front().ordinal || std::ranges::find(chain_, ordinal) != chain_.end();
 }
 
 } // namespace model

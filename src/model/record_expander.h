@@ -7,6 +7,7 @@
 
 #include "io/large_vector.h"
 #include "model/record.h"
+#include "request/bounds.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -14,12 +15,17 @@ namespace model {
 // How many items the records of one listing may have together before no reference is followed, and
 // how many they had so far.
 struct listing_budget {
-    explicit listing_budget(const sdb::sdb_database& database);
+    explicit listing_budget(const sdb::sdb_database& database, const request::bounds& limits = {});
 
     bool is_used_up() const noexcept { return items > limit; }
+    // Whether the records had more items than all the text that may be said of them has room for: most
+    // were gathered in vain.
+    bool is_exhausted() const noexcept { return items > most_items; }
 
     std::uint64_t items = 0;
     std::uint64_t limit;
+    std::uint64_t most_items;
+    request::bounds bounds;
 };
 
 // Gathers records of one database, one at a time; keeps its memory between them.
@@ -29,8 +35,7 @@ public:
 
     // Expands the list at `tag_offset`; false if there is none or nothing stands in it. With
     // `follow_references` the records referred to are gathered too, each once on a chain of
-    // references, until this record has more than 100,000 items or the listing, to whose budget
-    // they are charged, has used it up.
+    // references, as far as the listing's budget, to which they are charged, lets them.
     bool expand(std::uint32_t tag_offset, bool follow_references, listing_budget& budget);
 
     // The record last expanded: its head with the items of its own, then each sub-record, in the
@@ -63,8 +68,7 @@ private:
     std::size_t split_rows(std::size_t count, source&& row, std::size_t chain_length);
     void walk_group(const group& walked, bool follow_references, listing_budget& budget);
     void follow(const record_item& reference, listing_budget& budget);
-    void shorten_chain(std::size_t length);
-    bool is_on_chain(sdb::tag_ordinal ordinal) const;
+    bool is_open(sdb::tag_ordinal ordinal) const;
 
     const sdb::sdb_database& database_;
     const sdb::tag_table* relation_ = nullptr; // asked for with the first record
@@ -73,9 +77,7 @@ private:
     std::size_t own_count_ = 0;
     std::vector<group> work_;
     std::vector<group> subrecords_;
-    // The followed records that lead to the group in work, and a mark for each.
-    std::vector<sdb::tag_ordinal> chain_;
-    std::vector<bool> on_chain_;
+    std::vector<sdb::tag_ordinal> chain_; // the followed records that lead to the group in work
     std::uint64_t record_items_ = 0;
 };
 

@@ -14,7 +14,8 @@ constexpr std::uint64_t list_header = 6;
 } // namespace
 
 search_sieve::search_sieve(const sdb::sdb_database& database,
-                           std::span<const std::uint32_t> found_offsets)
+                           std::span<const std::uint32_t> found_offsets,
+                           std::size_t followed_records)
     : database_(database)
 {
     for (const std::uint32_t offset : found_offsets) {
@@ -22,8 +23,7 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
             hits_.push_back(*ordinal);
         }
     }
-    // A reference to a record that holds a hit is a hit itself; chains of references are short.
-    constexpr int longest_chain = 32;
+    // A reference to a record that holds a hit is a hit itself, as far as references are followed.
     struct reference {
         sdb::tag_ordinal ordinal;
         sdb::tag_ordinal target;
@@ -34,7 +34,7 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
             rest.push_back({one.ordinal, *target});
         }
     }
-    for (int round = 0; round < longest_chain; ++round) {
+    for (std::size_t round = 0; round < followed_records; ++round) {
         note_spanning_lists();
         const auto leads_to_hit =
             std::partition(rest.begin(), rest.end(),
@@ -47,7 +47,7 @@ search_sieve::search_sieve(const sdb::sdb_database& database,
         rest.erase(leads_to_hit, rest.end());
         std::ranges::sort(hits_);
     }
-    lets_all_pass_ = true;
+    note_spanning_lists();
 }
 
 // Notes the lists in which a hit stands, and those that claim more than they hold: there gathering
@@ -85,7 +85,7 @@ bool search_sieve::may_hold_hit(sdb::tag_ordinal record) const
 
 bool search_sieve::may_list_hold_hit(sdb::tag_ordinal list) const
 {
-    return lets_all_pass_ || std::ranges::binary_search(spanning_lists_, list);
+    return std::ranges::binary_search(spanning_lists_, list);
 }
 
 void search::run()
@@ -95,10 +95,7 @@ void search::run()
     }
     was_run_ = true;
     if (!wanted_.strings.empty()) {
-        for (const std::string& pattern : wanted_.strings) {
-            sdb::find_strings(database_, found_, pattern);
-        }
-        finds_nothing_ = found_.empty();
+        finds_nothing_ = !sdb::find_strings(database_, found_, wanted_.strings);
     } else if (!wanted_.guid.empty()) {
         finds_nothing_ = !sdb::find_guid(database_, found_, wanted_.guid);
     } else {
@@ -108,7 +105,7 @@ void search::run()
         found_.erase(std::unique(found_.begin(), found_.end()), found_.end());
     }
     if (!found_.empty()) {
-        sieve_.emplace(database_, found_);
+        sieve_.emplace(database_, found_, bounds_.followed_records);
     }
 }
 

@@ -15,7 +15,9 @@ namespace model {
 // need not be expanded. It may answer yes for a record that holds none, never no for one that does.
 class search_sieve {
 public:
-    search_sieve(const sdb::sdb_database& database, std::span<const std::uint32_t> found_offsets);
+    // References are followed through that many records at most.
+    search_sieve(const sdb::sdb_database& database, std::span<const std::uint32_t> found_offsets,
+                 std::size_t followed_records);
     bool may_hold_hit(sdb::tag_ordinal record) const;
     // The same for one that is known to be a list: without a look at the database.
     bool may_list_hold_hit(sdb::tag_ordinal list) const;
@@ -28,16 +30,18 @@ private:
     // Those of what was found and of the references that lead to it, ascending.
     std::vector<sdb::tag_ordinal> hits_;
     std::vector<sdb::tag_ordinal> spanning_lists_; // lists that may hold a hit, ascending
-    bool lets_all_pass_ = false;
 };
 
 // The search of a run in one database, made when the first record asks for it. Without anything to
 // look for every record passes.
 class search {
 public:
-    search(const sdb::sdb_database& database, request::search_request wanted)
-        : database_(database), wanted_(std::move(wanted))
+    search(const sdb::sdb_database& database, request::search_request wanted,
+           const request::bounds& bounds = {})
+        : database_(database), wanted_(std::move(wanted)), bounds_(bounds)
     {}
+
+    const request::bounds& bounds() const noexcept { return bounds_; }
 
     bool is_asked_for() const noexcept { return !wanted_.is_empty(); }
     // Whether nothing can pass: a search for texts or a GUID found nothing.
@@ -53,6 +57,7 @@ private:
 
     const sdb::sdb_database& database_;
     request::search_request wanted_;
+    request::bounds bounds_;
     bool was_run_ = false;
     bool finds_nothing_ = false;
     std::vector<std::uint32_t> found_; // ascending tag offsets, each once

@@ -49,12 +49,32 @@ bool make_listings(const job& work)
     return asked;
 }
 
+// Tells where a report ends that has no end of its own.
+void say_cut(const job& work)
+{
+    if (!work.form.is_cut()) {
+        return;
+    }
+    if (work.form.is_too_long()) {
+        const auto most = work.options.bounds.most_text(work.database->image().size());
+        work.notices.fail("%s: its report ends at tag 0x%08x, as it has %llu bytes of text\n",
+                          work.path.c_str(), work.form.cut_at(),
+                          static_cast<unsigned long long>(most));
+    } else {
+        work.notices.fail(
+            "%s: its report ends at tag 0x%08x, as its lists hold one another again and "
+            "again\n",
+            work.path.c_str(), work.form.cut_at());
+    }
+}
+
 // The match, or else the listings, if there is something to list.
 bool make_reports(job& work)
 {
     request::search_request wanted;
     const bool found = work.options.match_mode || settle_search(wanted, work);
-    model::search search(*work.database, work.options.match_mode ? work.options.search : wanted);
+    model::search search(*work.database, work.options.match_mode ? work.options.search : wanted,
+                         work.options.bounds);
     work.search = &search;
     if (found && !work.options.match_mode) {
         return make_listings(work);
@@ -77,6 +97,7 @@ bool make_database_report(job& work)
         work.form.end();
         throw;
     }
+    say_cut(work);
     work.form.end();
     if (!asked) {
         work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");

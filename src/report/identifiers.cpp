@@ -18,7 +18,13 @@ constexpr std::string_view headings[] = {"Exe ID's ", "App ID's ", "Fix ID's ", 
 // around it. A table without rows is left out.
 bool list_identifiers(const job& work)
 {
-    const model::identifier_tables tables = model::gather_identifiers(*work.database, *work.search);
+    const model::identifier_list list = model::gather_identifiers(*work.database, *work.search);
+    const model::identifier_tables& tables = list.tables;
+    if (!list.names_are_exact) {
+        work.notices.fail(
+            "%s: not all names are exact, as its lists hold one another again and again\n",
+            work.path.c_str());
+    }
     bool found = false;
     for (std::size_t table = 0; table < tables.size(); ++table) {
         if (tables[table].empty()) {
@@ -29,10 +35,11 @@ bool list_identifiers(const job& work)
         for (const model::identifier& one : tables[table]) {
             // No tag stands at 0, so that nothing is shown there.
             const form::stored_value name{one.name_offset.value_or(0)};
-            if (!work.form.row(
-                    std::array<form::value, 3>{one.guid->text(), form::tag_word{one.tag}, name})) {
+            if (!work.form.takes_more(work.database->offset_at(one.guid->ordinal))) {
                 return found;
             }
+            work.form.row(
+                std::array<form::value, 3>{one.guid->text(), form::tag_word{one.tag}, name});
         }
         work.form.end_section();
     }

@@ -18,12 +18,17 @@ bool list_matches(const job& work)
         return false;
     }
     model::match_results results;
-    const auto text_of = [&](sdb::tag_ordinal ordinal) { return work.form.tag_text(ordinal); };
+    const auto text_of = [&](sdb::tag_ordinal ordinal, std::size_t longest) {
+        return work.form.tag_text(ordinal, longest);
+    };
     if (!model::match_program(results, *work.database, program, options.pe_path, text_of)) {
-        work.notices.say("Not all nested records could be matched: %s\n", work.path.c_str());
+        work.notices.fail("Not all nested records could be matched: %s\n", work.path.c_str());
     }
     record_listing listing(*work.database, *work.search, work.form);
     for (const auto& [record, lists] : results) {
+        if (!work.form.takes_more(record)) {
+            break;
+        }
         for (const std::uint32_t list : lists) {
             uni::text_buffer line;
             line.literal("match tagid ");

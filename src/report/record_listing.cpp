@@ -29,13 +29,13 @@ ordinals_span stretch_of(ordinals_span ordinals, std::size_t number)
 struct stretch {
     uni::text_buffer text;
     std::uint64_t items = 0; // that it takes of the listing's budget
-    bool has_overflowed = false;
+    bool is_whole = false;
     form::stream_state began_in;
     form::stream_state ended_in;
     bool printed = false;
 };
 
-// Keeps a text up to some length; a longer one is of no use and is dropped.
+// Keeps a text up to some length; a longer one is of no use and is not made to its end.
 class bounded_text : public uni::text_buffer {
 public:
     // Gives what was written since, and begins anew.
@@ -43,8 +43,9 @@ public:
     {
         swap(made.text);
         clear();
-        made.has_overflowed = std::exchange(overflowed_, false);
+        overflowed_ = false;
     }
+    bool good() const noexcept final { return !overflowed_; }
 
 private:
     void make_room(std::size_t count) final
@@ -77,10 +78,13 @@ public:
         // At least that many were counted before, which bounds how far it can go astray.
         const std::uint64_t before = listed_items_;
         listing_.budget().items = before;
+        listing_.budget().most_items = listing_.budget().limit; // beyond which it is of no use
         made.began_in = form_->state();
         made.printed = listing_.print_records(stretch_of(ordinals_, number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
+        made.is_whole = !form_->is_cut() && text_.good();
+        form_->uncut();
         text_.hand_over(made);
     }
 
@@ -121,7 +125,11 @@ bool record_listing::print_records(ordinals_span ordinals)
         !ordinals.empty() && sdb::tag_type(database_.tag_at(ordinals.front())) == sdb::type::list;
     bool printed = false;
     for (const sdb::tag_ordinal ordinal : ordinals) {
-        if (search_.finds_nothing() || !form_.goes_on()) {
+        if (search_.finds_nothing() || !form_.takes_more(database_.offset_at(ordinal))) {
+            break;
+        }
+        if (budget_.is_exhausted()) {
+            form_.cut();
             break;
         }
         if (!are_lists || search_.may_list_pass(ordinal)) {
@@ -149,13 +157,17 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
             maker->make(number, made);
         };
     });
-    for (std::size_t number = 1; number < count && form_.goes_on(); ++number) {
+    for (std::size_t number = 1; number < count; ++number) {
+        if (!form_.takes_more(database_.offset_at(stretch_of(ordinals, number).front()))) {
+            break;
+        }
         const stretch* const made = started ? &work.next() : nullptr;
         if (!made || budget_.items + made->items > budget_.limit) {
             work.stop();
             return print_records(ordinals.subspan(number * stretch_records)) || printed;
         }
-        if (made->has_overflowed || made->began_in != form_.state()) {
+        if (!made->is_whole || made->began_in != form_.state() ||
+            !form_.has_room_for(made->text.view().size())) {
             printed |= print_records(stretch_of(ordinals, number));
         } else {
             form_.take(made->text.view(), made->ended_in);

@@ -14,7 +14,8 @@ namespace report {
 class record_listing {
 public:
     record_listing(const sdb::sdb_database& database, model::search& search, form::writer& form)
-        : database_(database), search_(search), form_(form), budget_(database), collector_(database)
+        : database_(database), search_(search), form_(form), budget_(database, search.bounds()),
+          collector_(database)
     {}
 
     // Lists all records with that tag; answers whether one was printed.

@@ -296,8 +296,13 @@ private:
 bool tell_statistics(const job& work)
 {
     model::database_facts facts;
-    if (!model::gather_facts(facts, *work.database)) {
+    if (!model::gather_facts(facts, *work.database, work.options.bounds)) {
         return false;
+    }
+    if (!facts.counts_are_exact) {
+        work.notices.fail(
+            "%s: not all counts are exact, as its lists hold one another again and again\n",
+            work.path.c_str());
     }
     if (work.source != nullptr && work.database->extent().is_file_longer) {
         facts.digest_md5 = model::file_digest(*work.source, platform::digest_kind::md5);

@@ -12,11 +12,12 @@ bool list_string_table(const job& work)
     for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(sdb::tag::stringtable_item)) {
         const sdb::sdb_tag_item item = database.item_at(ordinal);
         if (std::uint64_t{item.offset} + item.size < database.image().size()) {
+            if (!work.form.takes_more(item.offset)) {
+                return true;
+            }
             text = form::stored_value{item.offset};
             found = true;
-            if (!work.form.row({&text, 1})) {
-                return found;
-            }
+            work.form.row({&text, 1});
         }
     }
     work.form.end_section();

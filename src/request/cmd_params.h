@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "request/bounds.h"
 #include "uni/time.h"
 
 // What a run was asked for. Filled while the command line is parsed, and const from there on: what
@@ -63,6 +64,8 @@ struct cmd_params {
     std::uint32_t num_subdirs = 0;
     std::optional<std::uint64_t> time_window_start; // FILETIME ticks
     std::optional<std::uint64_t> time_window_stop;  // the same
+
+    request::bounds bounds;
 
     // Whether the targets come from a list.
     bool is_list_form() const noexcept { return pipe || enumdir; }

@@ -5,7 +5,6 @@
 #include <numeric>
 #include <utility>
 
-#include "sdb/inflate.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/text.h"
@@ -76,7 +75,7 @@ void sdb_database::clear()
     *lazy_ = {};
 }
 
-load_result sdb_database::load(io::byte_source& file)
+load_result sdb_database::load(io::byte_source& file, std::uint64_t most)
 {
     io::byte_vector bytes;
     io::read_source(bytes, file, largest_file);
@@ -93,21 +92,23 @@ load_result sdb_database::load(io::byte_source& file)
         was_compressed_ = true;
         return load_result::not_inflated;
     }
-    const load_result result = load_image(std::move(bytes));
+    const load_result result = load_image(std::move(bytes), most);
     file_size_ = is_compressed ? image_.size() : file.size();
     return result;
 }
 
-load_result sdb_database::load_image(io::byte_vector image)
+load_result sdb_database::load_image(io::byte_vector image, std::uint64_t most)
 {
     image_ = std::move(image);
     file_size_ = image_.size();
     bytes_behind_stream_ = 0;
     const scan_outcome outcome = scan();
     was_compressed_ = outcome == scan_outcome::compressed;
+    inflation result = inflation::whole;
     if (was_compressed_) {
         io::byte_vector inflated;
-        if (inflate_image(this->image(), inflated, &bytes_behind_stream_)) {
+        result = inflate_image(this->image(), inflated, most, &bytes_behind_stream_);
+        if (result == inflation::whole) {
             image_ = std::move(inflated);
             file_size_ = image_.size();
             scan();
@@ -118,6 +119,9 @@ load_result sdb_database::load_image(io::byte_vector image)
     }
     image_.clear();
     clear();
+    if (result == inflation::too_large) {
+        return load_result::too_large;
+    }
     return was_compressed_ ? load_result::not_inflated : load_result::no_database;
 }
 

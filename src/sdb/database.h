@@ -10,6 +10,7 @@
 
 #include "io/byte_source.h"
 #include "io/large_vector.h"
+#include "sdb/inflate.h"
 #include "sdb/tag_index.h"
 #include "sdb/tag_table.h"
 #include "sdb/vocabulary.h"
@@ -115,6 +116,7 @@ enum class load_result {
     unreadable,   // reading failed
     no_database,  // another head, or none
     not_inflated, // a compressed one, but damaged, too long or of no database
+    too_large,    // a compressed one that inflates beyond what is allowed
 };
 
 // How far a loaded image goes, beside its tags.
@@ -138,10 +140,11 @@ public:
     sdb_database& operator=(const sdb_database&) = delete;
 
     // Forgets what was loaded and loads a file, inflating a compressed one. A file with the right
-    // head always loads, whatever follows; what does not load leaves the object empty.
-    load_result load(io::byte_source& file);
+    // head always loads, whatever follows; what does not load leaves the object empty. No more than
+    // `most` bytes are inflated.
+    load_result load(io::byte_source& file, std::uint64_t most = most_inflated);
     // The same over bytes in memory.
-    load_result load_image(io::byte_vector image);
+    load_result load_image(io::byte_vector image, std::uint64_t most = most_inflated);
     void clear();
 
     bool loaded() const noexcept { return loaded_; }

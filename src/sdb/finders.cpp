@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "uni/text.h"
+#include "uni/text_set.h"
 #include "uni/utf.h"
 
 namespace sdb {
@@ -19,15 +22,20 @@ void sort_unique(found_tags& tags)
     tags.erase(std::unique(tags.begin(), tags.end()), tags.end());
 }
 
-// Looks for text in stored UTF-16LE text, ASCII letters in either case.
-class stored_text_search {
+bool is_ascii(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Looks for one ASCII text in stored UTF-16LE text, ASCII letters in either case (find_strings in
+// bench/listing_benchmark.cpp: a third of the time that a text_set takes).
+class ascii_search {
 public:
-    // `wanted` is lower-cased UTF-8 text, not empty.
-    explicit stored_text_search(std::string_view wanted) : wanted_(wanted)
+    // `wanted` is lower-cased, not empty.
+    explicit ascii_search(std::string_view wanted) : wanted_(wanted)
     {
         // From the commonest on, as names of programs have them.
         constexpr std::string_view common = "eaoitnsrl. cmudpxghfbvykw0123456789_-j";
-        is_ascii_ = std::ranges::all_of(wanted, [](char c) { return is_ascii(c); });
         const auto rarity = [&](char c) { return common.find(c); };
         const auto rarest = std::ranges::max_element(wanted, {}, rarity);
         rare_place_ = static_cast<std::size_t>(rarest - wanted.begin());
@@ -35,44 +43,47 @@ public:
         case_bit_ = *rarest >= 'a' && *rarest <= 'z' ? 'a' - 'A' : 0;
     }
 
-    bool is_in(uni::byte_view stored)
+    // Stored text ends at its first zero unit: if one stands before the first place, then before all.
+    bool is_in(uni::byte_view stored) const
     {
-        return is_ascii_ ? is_in_units(stored) : is_in_text(stored);
+        const std::optional<std::size_t> place = first_place(stored);
+        return place && !ends_before(stored, *place);
     }
 
 private:
-    static bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
-
     // Goes through the bytes for one that may be the rarest character's, whole blocks at a time.
-    bool is_in_units(uni::byte_view stored) const
+    std::optional<std::size_t> first_place(uni::byte_view stored) const
     {
         constexpr std::size_t block = 32;
         const auto bytes = stored.bytes();
-        std::size_t place = 0;
-        for (; bytes.size() - place >= block; place += block) {
+        std::size_t at = 0;
+        for (; bytes.size() - at >= block; at += block) {
             std::uint8_t any = 0;
             for (std::size_t i = 0; i < block; ++i) {
-                any = static_cast<std::uint8_t>(any | (may_be_rare(bytes[place + i]) ? 1 : 0));
+                any = static_cast<std::uint8_t>(any | (may_be_rare(bytes[at + i]) ? 1 : 0));
             }
-            if (any != 0 && is_near(stored, place, place + block)) {
-                return true;
+            if (any != 0) {
+                if (const auto found = place_near(stored, at, at + block)) {
+                    return found;
+                }
             }
         }
-        return is_near(stored, place, bytes.size());
+        return place_near(stored, at, bytes.size());
     }
 
     bool may_be_rare(std::uint8_t byte) const { return (byte | case_bit_) == rare_; }
 
-    // Whether the text stands so that its rarest character is among these bytes.
-    bool is_near(uni::byte_view stored, std::size_t first, std::size_t end) const
+    // Where the text stands so that its rarest character is among these bytes.
+    std::optional<std::size_t> place_near(uni::byte_view stored, std::size_t first,
+                                          std::size_t end) const
     {
-        for (std::size_t place = first; place < end; place += 2) {
-            if (may_be_rare(stored.u8(place)) && place >= 2 * rare_place_ &&
-                stands_at(stored, place - 2 * rare_place_)) {
-                return true;
+        for (std::size_t at = first; at < end; at += 2) {
+            if (may_be_rare(stored.u8(at)) && at >= 2 * rare_place_ &&
+                stands_at(stored, at - 2 * rare_place_)) {
+                return at - 2 * rare_place_;
             }
         }
-        return false;
+        return std::nullopt;
     }
 
     bool stands_at(uni::byte_view stored, std::size_t place) const
@@ -86,10 +97,9 @@ private:
                 return false;
             }
         }
-        return !ends_before(stored, place);
+        return true;
     }
 
-    // Stored text ends at its first zero unit.
     static bool ends_before(uni::byte_view stored, std::size_t place)
     {
         for (std::size_t i = 0; i < place; i += 2) {
@@ -100,28 +110,34 @@ private:
         return false;
     }
 
-    bool is_in_text(uni::byte_view stored)
+    std::string wanted_;
+    std::size_t rare_place_ = 0;
+    std::uint8_t rare_ = 0;
+    std::uint8_t case_bit_ = 0;
+};
+
+// The same for several texts, or one beyond ASCII.
+class set_search {
+public:
+    explicit set_search(std::vector<std::string> wanted) : wanted_(std::move(wanted)) {}
+
+    bool is_in(uni::byte_view stored)
     {
         text_.resize(uni::stored_text_room(stored.size()));
         const char* const end = uni::put_stored_utf16(text_.data(), stored);
         text_.resize(static_cast<std::size_t>(end - text_.data()));
         std::ranges::transform(text_, text_.begin(), uni::lower_ascii);
-        return text_.find(wanted_) != std::string::npos;
+        return wanted_.stands_in(text_);
     }
 
-    std::string wanted_;
+private:
+    uni::text_set wanted_;
     std::string text_; // of the string in work
-    std::size_t rare_place_ = 0;
-    std::uint8_t rare_ = 0;
-    std::uint8_t case_bit_ = 0;
-    bool is_ascii_ = false;
 };
 
-// The references of the strings whose text holds `wanted`, which is not empty.
-std::vector<std::uint32_t> references_with(const sdb_database& database, std::string_view wanted)
+std::vector<std::uint32_t> references_where(const sdb_database& database, auto search)
 {
     std::vector<std::uint32_t> references;
-    stored_text_search search(wanted);
     std::ranges::copy_if(database.string_offsets(), std::back_inserter(references),
                          [&](std::uint32_t reference) {
                              return search.is_in(database.searchable_bytes(reference));
@@ -129,26 +145,47 @@ std::vector<std::uint32_t> references_with(const sdb_database& database, std::st
     return references;
 }
 
+// The references of the strings whose text holds one of these.
+std::vector<std::uint32_t> references_with(const sdb_database& database,
+                                           std::span<const std::string> wanted)
+{
+    std::vector<std::string> lowered;
+    std::ranges::transform(wanted, std::back_inserter(lowered),
+                           [](const std::string& text) { return uni::lowered(text); });
+    if (lowered.size() == 1 && !lowered[0].empty() && is_ascii(lowered[0])) {
+        return references_where(database, ascii_search(lowered[0]));
+    }
+    return references_where(database, set_search(std::move(lowered)));
+}
+
+// Operations begin ever further on in their value, so that the first place of the pattern behind
+// where one's data begin is looked for from the one before it on.
 bool value_holds(uni::byte_view value, std::span<const std::uint8_t> pattern)
 {
+    const auto bytes = value.bytes();
+    auto place = bytes.begin();
+    bool is_place = false;
     bool found = false;
-    for_each_patch_op(value, [&](const patch_op& op, std::uint64_t) {
-        const auto data = op.data.bytes();
-        found = std::search(data.begin(), data.end(), pattern.begin(), pattern.end()) != data.end();
-        return !found;
+    for_each_patch_op(value, [&](const patch_op& op, std::uint64_t position) {
+        const auto data = bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(
+                                              position + patch_op_head, bytes.size()));
+        if (!is_place || place < data) {
+            place = std::search(std::max(place, data), bytes.end(), pattern.begin(), pattern.end());
+            is_place = true;
+        }
+        const auto data_end = data + static_cast<std::ptrdiff_t>(op.data.size());
+        found = place < data_end && static_cast<std::size_t>(data_end - place) >= pattern.size();
+        return !found && place != bytes.end();
     });
     return found;
 }
 
 } // namespace
 
-bool find_strings(const sdb_database& database, found_tags& result, std::string_view pattern)
+bool find_strings(const sdb_database& database, found_tags& result,
+                  std::span<const std::string> wanted)
 {
-    const std::string wanted = uni::lowered(pattern);
-    const std::vector<std::uint32_t> references =
-        wanted.empty() ? database.string_offsets() : references_with(database, wanted);
-    const std::vector<std::uint32_t> referrers = database.string_referrers(references);
-    result.insert(result.end(), referrers.begin(), referrers.end());
+    result = database.string_referrers(references_with(database, wanted));
     sort_unique(result);
     return !result.empty();
 }

@@ -15,7 +15,7 @@ constexpr int zlib_window_bits = 15;
 constexpr std::uint64_t largest_growth = 10;
 
 // Inflates all of `input`, at first into four times its size, then into as much as is allowed.
-bool inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
+inflation inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
 {
     out.resize(
         static_cast<std::size_t>(std::min<std::uint64_t>(limit, stream.avail_in * 4ull + 64)));
@@ -25,10 +25,13 @@ bool inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
         const int answer = ::inflate(&stream, Z_FINISH);
         if (answer == Z_STREAM_END) {
             out.resize(stream.total_out);
-            return true;
+            return out.empty() ? inflation::damaged : inflation::whole;
         }
-        if (answer != Z_BUF_ERROR || stream.avail_out != 0 || out.size() == limit) {
-            return false;
+        if (answer != Z_BUF_ERROR || stream.avail_out != 0) {
+            return inflation::damaged;
+        }
+        if (out.size() == limit) {
+            return inflation::too_large;
         }
         out.resize(static_cast<std::size_t>(std::min<std::uint64_t>(limit, out.size() * 2ull)));
     }
@@ -36,7 +39,8 @@ bool inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& out)
 
 } // namespace
 
-bool inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_t* unused)
+inflation inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_t most,
+                        std::uint64_t* unused)
 {
     out.clear();
 
@@ -45,17 +49,18 @@ bool inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_t* un
     stream.next_in = input.data();
     stream.avail_in = static_cast<uInt>(input.size());
     if (input.empty() || ::inflateInit2(&stream, zlib_window_bits) != Z_OK) {
-        return false;
+        return inflation::damaged;
     }
-    const bool whole = inflate_whole(stream, image.size() * largest_growth, out);
+    const inflation result =
+        inflate_whole(stream, std::min(most, image.size() * largest_growth), out);
     if (unused != nullptr) {
         *unused = stream.avail_in;
     }
     ::inflateEnd(&stream);
-    if (!whole) {
-        out.clear();
+    if (result != inflation::whole) {
+        out = {};
     }
-    return whole && !out.empty();
+    return result;
 }
 
 } // namespace sdb

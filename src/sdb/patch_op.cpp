@@ -7,7 +7,6 @@ namespace {
 constexpr std::uint64_t required_size = 52;
 constexpr std::uint64_t name_position = 20;
 constexpr std::uint64_t name_size = 64;
-constexpr std::uint64_t data_position = 84;
 
 } // namespace
 
@@ -39,7 +38,7 @@ bool decode_patch_op(patch_op& op, uni::byte_view value, std::uint64_t position)
         static_cast<std::uint64_t>(op.data_size) > bytes.size() - required_size) {
         return false;
     }
-    op.data = bytes.slice(data_position, static_cast<std::uint64_t>(op.data_size));
+    op.data = bytes.slice(patch_op_head, static_cast<std::uint64_t>(op.data_size));
     return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 
@@ -17,6 +18,8 @@
 //   20      64     module name, UTF-16LE, up to its first zero character
 //   84             data
 namespace sdb {
+
+inline constexpr std::uint64_t patch_op_head = 84;
 
 struct patch_op {
     std::uint32_t opcode = 0;
@@ -51,5 +54,30 @@ void for_each_patch_op(uni::byte_view value, action&& act)
         position += op.next_size;
     }
 }
+
+// Tells which operations of a value share bytes without end. One that begins inside bytes that an
+// earlier one has taken, head and data, is to be said without its data where those before it exceed
+// twice the value together.
+class patch_shares {
+public:
+    explicit patch_shares(uni::byte_view value) : most_(2 * value.size()), size_(value.size()) {}
+
+    // To be asked for each operation in order.
+    bool take(const patch_op& op, std::uint64_t position)
+    {
+        const bool is_one_too_many = position < end_ && taken_ > most_;
+        const std::uint64_t bytes =
+            std::min(patch_op_head, size_ - position) + std::uint64_t{op.data.size()};
+        taken_ += bytes;
+        end_ = std::max(end_, position + bytes);
+        return is_one_too_many;
+    }
+
+private:
+    std::uint64_t most_;
+    std::uint64_t size_;
+    std::uint64_t taken_ = 0;
+    std::uint64_t end_ = 0; // of what is taken
+};
 
 } // namespace sdb

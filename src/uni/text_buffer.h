@@ -97,6 +97,11 @@ public:
         return {storage_.get(), static_cast<std::size_t>(end_ - storage_.get())};
     }
     void clear() noexcept { end_ = storage_.get(); }
+    // How many bytes were written in all, those that were handed on among them.
+    std::uint64_t total() const noexcept
+    {
+        return handed_on_ + static_cast<std::uint64_t>(end_ - storage_.get());
+    }
 
     // Exchanges what two buffers hold, which must not be output_sinks.
     void swap(text_buffer& other) noexcept
@@ -109,6 +114,8 @@ public:
 protected:
     // Makes room for `count` more bytes behind what is held; here by growing.
     virtual void make_room(std::size_t count) { grow(count); }
+
+    void note_handed_on(std::size_t count) noexcept { handed_on_ += count; }
 
     std::size_t capacity() const noexcept
     {
@@ -132,6 +139,7 @@ private:
     std::unique_ptr<char[]> storage_;
     char* end_ = nullptr;
     char* limit_ = nullptr;
+    std::uint64_t handed_on_ = 0;
 };
 
 } // namespace uni

@@ -32,6 +32,12 @@ char* put_stored_utf16(char* out, byte_view stored);
 // ">", "&" and the double quote. It may answer no for a text that is.
 char* put_stored_utf16(char* out, byte_view stored, bool& plain);
 
+// As much of stored text as makes more than `longest` bytes, if there is more.
+inline byte_view beginning_of(byte_view stored, std::size_t longest)
+{
+    return stored.slice(0, (std::uint64_t{longest} + 1) * 2);
+}
+
 // The same into a string that is replaced. Gives the number of stored bytes that the text took, its
 // terminating zero unit included where there is one; 0 for no text.
 std::uint64_t utf16_to_text(byte_view stored, std::string& text);

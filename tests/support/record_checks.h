@@ -19,7 +19,7 @@ inline std::string difference_of_short_ways(const sdb::sdb_database& database,
     model::search nothing(database, {});
     model::record_collector whole(database);
     model::record_collector quick(database);
-    const model::search_sieve sieve(database, found);
+    const model::search_sieve sieve(database, found, request::bounds().followed_records);
     const auto is_found = [&](const model::record_item& item) {
         return std::ranges::binary_search(found, item.offset);
     };

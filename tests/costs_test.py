@@ -1,0 +1,224 @@
+#!/usr/bin/env python3
+"""Runs quilt on files that are made to cost more than they weigh: twice the input takes less than three
+times the work, and neither memory nor text grows beyond what the input allows.
+
+    python3 tests/costs_test.py --quilt build/release/quilt
+
+Run from the root of the repository, with a program without sanitizers.
+"""
+
+import os
+import struct
+import subprocess
+import sys
+import zlib
+
+from support.whole_runs import ARGUMENTS, FAILED, Runs, main
+
+MIB = 1 << 20
+EXE, SHIM, PATCH, MATCHING, SHIM_REF, INEXCLUDE = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009, 0x7003
+NAME, VENDOR, REFERENCE, BITS, EXE_ID, NULL = 0x6001, 0x6005, 0x4005, 0x9002, 0x9004, 0x1001
+FIRST = 18  # where what stands in the database list begins
+
+
+def tag(number, *contents, size=None):
+    contents = b"".join(contents)
+    return struct.pack("<HI", number, len(contents) if size is None else size) + contents
+
+
+def dword(number, value):
+    return struct.pack("<HI", number, value)
+
+
+NAMED = dword(NAME, 6) + dword(VENDOR, 6)
+
+
+def image(*contents, strings=("a",)):
+    table = b"".join(tag(0x8801, text.encode("utf-16-le")) for text in strings)
+    return struct.pack("<II4s", 2, 1, b"sdbf") + tag(0x7001, *contents) + tag(0x7801, table)
+
+
+def nested(count, innermost=NAMED):
+    sizes = range((count - 1) * 6 + len(innermost), len(innermost) - 6, -6)
+    return b"".join(struct.pack("<HI", EXE, size) for size in sizes) + innermost
+
+
+def unsound():
+    """A list that claims less than it holds, and so ends too late."""
+    return tag(EXE, NAMED, tag(0x9001, b"a"), tag(0x9001, b"b"))[:-2]
+
+
+def chain(count):
+    each = 6 + len(NAMED) + 12
+    return b"".join(tag(SHIM, NAMED, tag(SHIM_REF, dword(REFERENCE, FIRST + (i + 1) * each)))
+                    for i in range(count))
+
+
+def fan(count):
+    large = tag(SHIM, dword(0x4001, 1) * count)
+    return large + tag(EXE, NAMED, tag(SHIM_REF, dword(REFERENCE, FIRST))) * count
+
+
+def overlapping(count):
+    one = 6 + len(NAMED)
+    return b"".join(tag(EXE, NAMED, size=(count - i) * one - 6) for i in range(count))
+
+
+def operations(size):
+    """Patch operations of 12 bytes each, whose data are half of the value."""
+    return tag(PATCH, dword(NAME, 6), dword(NAME, 6),
+               tag(BITS, struct.pack("<III", 4, 12, size // 2) * (size // 12)))
+
+
+def deflated(contents):
+    packed = zlib.compress(contents, 9)
+    return (struct.pack("<II4sQ", 2, 1, b"zdbf", 0) + packed).ljust(len(contents) // 8, b"\0")
+
+
+def matching(count, *members):
+    return tag(EXE, NAMED, tag(MATCHING, *members)) * count
+
+
+def long_name(count, length):
+    return image(tag(EXE, dword(NAME, 6), tag(MATCHING, dword(NAME, 6))) * count,
+                 strings=["tool.ex" + "b" * length, "a"])
+
+
+# What is made, from how much of it, and what is asked of it.
+ROWS = {
+    "a text behind an end": (lambda n: image(strings=["b" * n + "\0" + "a" * n, "z"]),
+                             4_000_000, "-strings a"),
+    "a thousand texts": (lambda n: image(NAMED, strings=[f"name number {i}" for i in range(n)]),
+                         40_000, "-strings " + ",".join(f"text {i}" for i in range(1000))),
+    "the same text again": (lambda n: image(dword(NAME, 6) * n, strings=["e" * n, "z"]),
+                            3_000_000, "-strings " + ",".join("e" * 200)),
+    "texts in one another": (lambda n: image(strings=["a" * n, "z"]), 5_000_000,
+                             "-strings " + ",".join("a" * i + "b" for i in range(300))),
+    "identifiers in nested lists": (lambda n: image(nested(n, NAMED + tag(EXE_ID, bytes(16)))),
+                                    1_000_000, "-guids"),
+    "identifiers, each in a list": (
+        lambda n: image(nested(n, b"".join(tag(EXE, NAMED, tag(EXE_ID, struct.pack("<QQ", i, i)))
+                                           for i in range(n)))), 30_000, "-guids"),
+    "identifiers, with a search": (lambda n: image(nested(n, NAMED + tag(EXE_ID, bytes(16)))),
+                                   20_000, "-guids -strings a"),
+    "an unsound list": (lambda n: image(unsound(), nested(n)), 100_000, "-stats"),
+    "unsound nested lists": (lambda n: image(nested(n, unsound())), 100_000, "-stats"),
+    "unsound lists, searched": (lambda n: image(overlapping(n), unsound()), 20_000,
+                                "-exes -strings nothing,a"),
+    "inflated tags": (lambda n: deflated(image(struct.pack("<H", NULL) * n)), 8_000_000, "-stats"),
+    "inflated tags, listed": (lambda n: deflated(image(tag(EXE, struct.pack("<H", NULL) * n))),
+                              1_000_000, "-exes"),
+    "a patch to be matched": (
+        lambda n: image(tag(EXE, tag(MATCHING, dword(NAME, 0), tag(BITS, struct.pack(
+            "<III", 4, 12, n // 2) * (n // 12)), *[struct.pack("<H", NULL)] * (n // 8)))),
+        3_000_000, "-match -pe PROGRAM"),
+    "a long name of many": (lambda n: long_name(n // 8, n), 400_000, "-match -pe PROGRAM"),
+    "chain of references": (lambda n: image(chain(n)), 1_500, "-shims"),
+    "chain, plain": (lambda n: image(chain(n)), 1_500, "-shims -multiline"),
+    "fan of references": (lambda n: image(fan(n)), 500, "-exes"),
+    "overlapping sizes": (lambda n: image(overlapping(n)), 400, "-exes"),
+    "nested lists": (lambda n: image(nested(n)), 500, "-exes"),
+    "nested lists, plain": (lambda n: image(nested(n)), 500, "-exes -multiline"),
+    "patch operations": (lambda n: image(operations(n)), 1_200_000, "-patches"),
+    "bytes in patch operations": (lambda n: image(operations(n)), 9_600_000,
+                                  "-patches -patchbytes 0c000000040000"),
+    "a long string of many": (
+        lambda n: image(tag(EXE, *[dword(NAME + i % 16, 6) for i in range(200)]) * (n // 50),
+                        strings=["x" * n, "a"]), 600, "-exes"),
+    "a sparse hive": (lambda n: n << 24, 40, "-stats -reg SPARSE"),
+}
+
+# What would have no end of its own: more of what stands above, or of a kind by itself.
+BEYOND = {
+    "reference chain": (lambda: image(chain(6_000)), "-shims", 0),
+    "overlapping sizes": (lambda: image(overlapping(10_000)), "-exes", FAILED),
+    "overlapping sizes, plain": (lambda: image(overlapping(10_000)), "-exes -multiline", FAILED),
+    "nested lists": (lambda: image(nested(100_000)), "-exes", FAILED),
+    "patch operations": (lambda: image(operations(MIB)), "-patches", 0),
+    "a long string in one record": (
+        lambda: image(tag(EXE, dword(VENDOR, 6) * 100_000), strings=["x" * 100_000, "a"]), "-exes",
+        FAILED),
+    "a long string of many": (
+        lambda: image(tag(EXE, NAMED) * 10_000, strings=["x" * 100_000, "a"]), "-exes", FAILED),
+    "a long name of many identifiers": (
+        lambda: image(*(tag(EXE, NAMED, tag(EXE_ID, struct.pack("<QQ", i, i)))
+                        for i in range(10_000)), strings=["x" * 50_000, "a"]), "-guids", FAILED),
+    "nested lists without substance": (
+        lambda: image(nested(100_000, tag(SHIM_REF, dword(REFERENCE, FIRST)))), "-exes -csv", FAILED),
+    "unsound nested lists": (lambda: image(unsound(), nested(100_000)), "-stats", FAILED),
+    "inflated beyond": (lambda: deflated(image(bytes(70 * MIB))), "-exes", FAILED),
+}
+
+
+class Costs(Runs):
+    def run_measured(self, options, path):
+        """Exit value, processor time, memory in bytes and length of what is printed."""
+        words = options.replace("PROGRAM", self.path("tool.exe")).replace("SPARSE", path).split()
+        words = ["-sdb", "examples/sample.sdb" if "-reg" in words else path, *words, "-quiet"]
+        with open(self.path("out"), "wb") as out, open(self.path("said"), "wb") as said:
+            process = subprocess.Popen([*ARGUMENTS.quilt.words, *words], stdout=out, stderr=said)
+            _, status, usage = os.wait4(process.pid, 0)
+            process.returncode = os.waitstatus_to_exitcode(status)
+        return (process.returncode, usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024,
+                os.path.getsize(self.path("out")))
+
+    def made(self, maker, *numbers):
+        """The path of what a maker makes, and the size that it has for those who read it. It is made in
+        a process of its own, since what a program takes counts from the memory of who starts it."""
+        path = self.path("made")
+        if (child := os.fork()) == 0:
+            contents = maker(*numbers)
+            with open(path, "wb") as file:
+                file.write(b"regf" if isinstance(contents, int) else contents)
+            if isinstance(contents, int):
+                os.truncate(path, contents)
+            os._exit(0)
+        self.assertEqual(os.waitpid(child, 0)[1], 0)
+        with open(path, "rb") as file:
+            head = file.read(12)
+        return path, os.path.getsize(path) * (8 if head[8:9] == b"z" else 1)
+
+    def setUp(self):
+        super().setUp()
+        head = b"MZ".ljust(60, b"\0") + struct.pack("<I", 128)
+        head = head.ljust(128, b"\0") + b"PE\0\0" + struct.pack("<HH", 0x14c, 0)
+        self.write("tool.exe", head.ljust(1024, b"\0"))
+
+    def hold_bounds(self, size, memory, printed):
+        self.assertLess(memory, 10 * size + 64 * MIB)
+        self.assertLessEqual(printed, 64 * size + 65 * MIB)
+
+    def test_twice_the_input_takes_less_than_three_times_the_work(self):
+        for name, (maker, count, options) in ROWS.items():
+            with self.subTest(name):
+                costs = []
+                for number in (count, 2 * count):
+                    path, size = self.made(maker, number)
+                    runs = [self.run_measured(options, path) for _ in range(3)]
+                    costs.append((min(run[1] for run in runs), runs[0][3]))
+                    self.hold_bounds(size, max(run[2] for run in runs), runs[0][3])
+                (time, text), (more_time, more_text) = costs
+                # Within the bound on text, work may grow as that does.
+                growth = max(2, more_text / text)
+                if ARGUMENTS.show:
+                    print(f"{name}: {more_time / time:.2f} of {time:.3f} s, "
+                          f"{runs[0][2] / MIB:.0f} MiB of {10 * size / MIB + 64:.0f}, exit {runs[0][0]}, {more_text} bytes")
+                self.assertLess(more_time, 1.5 * growth * time)
+
+    def test_what_has_no_end_of_its_own_is_ended_and_told(self):
+        for name, (maker, options, code) in BEYOND.items():
+            with self.subTest(name):
+                path, size = self.made(maker)
+                result, time, memory, printed = self.run_measured(options, path)
+                said = self.read("said").decode()
+                if ARGUMENTS.show:
+                    print(f"{name}: {time:.2f} s, {memory / MIB:.0f} MiB, {printed / MIB:.0f} MiB: {said}", end="")
+                self.assertEqual(result, code)
+                self.assertEqual(said.count("\n"), 1 if code else 0)
+                self.hold_bounds(size, memory, printed)
+
+
+if __name__ == "__main__":
+    ARGUMENTS.show = "--show" in sys.argv
+    sys.argv = [word for word in sys.argv if word != "--show"]
+    sys.exit(main())
