@@ -33,7 +33,9 @@ model::match_results find(sdb_builder& b, const pe_list& file, const std::string
     model::match_results results;
     EXPECT_TRUE(
         model::match_program(results, in.database, file, path,
-                             [&](sdb::tag_ordinal ordinal) { return writer->tag_text(ordinal); }));
+                             [&](std::uint32_t offset, std::size_t longest) {
+                                 return writer->tag_text(offset, longest);
+                             }));
     return results;
 }
 

@@ -76,8 +76,8 @@ TEST(statistics, counts_agree_with_listings_where_a_record_takes_in_what_is_not_
     for (const bytes& image :
          {small_reference_list_at_the_end(), followed_record_that_reaches_out()}) {
         const loaded_database in(image);
-        for (const sdb::tag_table::row& row : in.database.children().rows()) {
-            expect_agreement(in.database, row.offset);
+        for (const std::uint32_t offset : in.database.children().offsets()) {
+            expect_agreement(in.database, offset);
         }
         EXPECT_EQ(records_listed(in.database, tag::exe), 0u); // a mere reference
     }
@@ -90,8 +90,9 @@ TEST(statistics, counts_agree_with_listings_whatever_size_a_list_claims)
     std::uint32_t any = 0;
     for (const sdb::tag_table::list_row& list : whole.database.children().lists()) {
         const std::uint32_t place = whole.database.offset_at(list.ordinal);
+        const std::uint32_t claimed = whole.database.word_behind(place);
         for (const std::uint32_t size :
-             {list.size, 0u, list.size - 1, list.size + 1, 4u, 0xffffffffu}) {
+             {claimed, 0u, claimed - 1, claimed + 1, 4u, 0xffffffffu}) {
             bytes damaged = image;
             put(damaged, place + 2, size, 4);
             const loaded_database in(damaged);

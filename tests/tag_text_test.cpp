@@ -23,7 +23,7 @@ std::string text_of(sdb_builder& b, node made, std::string_view form = "plain", 
     uni::text_buffer out;
     const auto writer = form::form_of(form).make(out, options, {});
     writer->begin({&loaded.database, ""});
-    return writer->tag_text(loaded.database.ordinal_of(b.offset_of(made)).value()).value_or("none");
+    return writer->tag_text(b.offset_of(made), 1000).value_or("none");
 }
 
 node number_tag(sdb_builder& b, std::uint16_t tag, std::uint64_t value)

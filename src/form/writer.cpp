@@ -66,12 +66,12 @@ void writer::aside(uni::text_buffer& console, std::string_view line)
     console.line_end();
 }
 
-std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal, std::size_t longest) const
+std::optional<std::string> writer::tag_text(std::uint32_t offset, std::size_t longest) const
 {
-    const std::uint16_t tag = database().tag_at(ordinal);
+    const std::uint16_t tag = database().tag_from(offset);
     if (tag == sdb::tag::patch_bits) {
         sdb::patch_op first;
-        if (!sdb::decode_patch_op(first, database().payload_at(database().offset_at(ordinal)), 0)) {
+        if (!sdb::decode_patch_op(first, database().payload_at(offset), 0)) {
             return std::nullopt;
         }
         first.data = first.data.slice(0, longest);
@@ -79,10 +79,10 @@ std::optional<std::string> writer::tag_text(sdb::tag_ordinal ordinal, std::size_
     }
     if (const auto type = sdb::tag_type(tag);
         type == sdb::type::stringref || type == sdb::type::string) {
-        return stored_text_of(database(), tag, database().offset_at(ordinal), longest);
+        return stored_text_of(database(), tag, offset, longest);
     }
     uni::text_buffer text;
-    if (!write_tag_text(text, database(), tag, database().offset_at(ordinal), style_)) {
+    if (!write_tag_text(text, database(), tag, offset, style_)) {
         return std::nullopt;
     }
     return std::string(text.view());

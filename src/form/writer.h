@@ -91,10 +91,10 @@ public:
         return out_.total() + bytes <= most_text_;
     }
 
-    // The text that a tag of the document has in this form, to be compared: a stored text as it
+    // The text that the tag at an offset of the document has in this form, to be compared: a stored text as it
     // stands, without marks. One of more than `longest` bytes may be cut, but not to that. Nothing for a
     // tag that has none.
-    std::optional<std::string> tag_text(sdb::tag_ordinal ordinal, std::size_t longest) const;
+    std::optional<std::string> tag_text(std::uint32_t offset, std::size_t longest) const;
 
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.

@@ -79,6 +79,11 @@ bool has_app_element(std::uint16_t tag)
     }
 }
 
+bool is_reference(const model::record_item& item)
+{
+    return sdb::tag_type(item.tag) == type::stringref;
+}
+
 bool moves_to_app_element(std::uint16_t tag)
 {
     return tag == tag::app_name || tag == tag::vendor;
@@ -115,12 +120,18 @@ void xml_record_writer::indent(unsigned depth)
     out_.blanks(std::min(depth, deepest_indentation));
 }
 
-void xml_record_writer::write_name(std::uint16_t tag, std::string_view name)
+void xml_record_writer::write_name(const open_element& element)
 {
-    if (name.empty()) {
-        write_tag_name(out_, tag);
-    } else {
-        out_.text(name);
+    switch (element.name) {
+    case name_of::tag:
+        write_tag_name(out_, element.tag);
+        break;
+    case name_of::include:
+        out_.text(include_word);
+        break;
+    case name_of::exclude:
+        out_.text(exclude_word);
+        break;
     }
 }
 
@@ -131,7 +142,7 @@ void xml_record_writer::close_down_to(std::uint16_t depth)
         open_.pop_back();
         indent(closed.depth);
         out_.literal("</");
-        write_name(closed.tag, closed.name);
+        write_name(closed);
         out_.literal(">\n");
     }
 }
@@ -157,86 +168,87 @@ void xml_record_writer::abandon_record()
     close_down_to(0);
 }
 
-void xml_record_writer::collect_members(const model::record_groups& groups)
+void xml_record_writer::look_up_texts(const model::record_groups& groups)
 {
-    std::size_t count = 0;
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        count += groups[group].size();
-    }
-    members_.resize(count);
-    references_.resize(count);
-    member* next = members_.data();
-    std::size_t references = 0;
+    record_texts_.clear();
+    open_.reserve(database_.children().lists().size() + 1);
     std::size_t children = 0;
+    texts_.begin_record();
     for (std::size_t group = 0; group < groups.size(); ++group) {
         for (const model::record_item& item : groups[group]) {
-            next->item = item;
             children += is_child_element(item.tag) ? 1 : 0;
-            references_[references] = next;
-            references += sdb::tag_type(item.tag) == type::stringref ? 1 : 0;
-            ++next;
+            if (is_reference(item)) {
+                record_texts_.push_back(texts_.look_up(database_.word_behind(item.offset)));
+            }
         }
     }
     record_has_children_ = children != 0;
-    texts_.begin_record();
-    for (std::size_t i = 0; i < references; ++i) {
-        member& one = *references_[i];
-        one.text = texts_.look_up(database_.word_behind(one.item.offset));
+}
+
+// Calls `act` for each scalar of a group, until there is no more room.
+void xml_record_writer::for_each_scalar(const members& group, auto&& act) const
+{
+    std::size_t next_text = group.first_text + (is_reference(group.items.front()) ? 1 : 0);
+    for (std::size_t index = 1; index < group.items.size() && has_room(); ++index) {
+        const model::record_item& item = group.items[index];
+        act(member{item, index,
+                   is_reference(item) ? record_texts_[next_text++] : text_cache::entry()});
     }
 }
 
 // Notes the name that "*" stands for in the record's matching files.
-void xml_record_writer::note_record_name(members first_group)
+void xml_record_writer::note_record_name(const members& first_group)
 {
     record_name_.clear();
-    const auto named = std::ranges::find_if(
-        first_group, [](const member& one) { return one.item.tag == tag::name; });
-    if (named != first_group.end()) {
-        record_name_ = text_of(*named).text;
-        uni::replace_char(record_name_, '"', '\'');
-    }
+    bool is_named = false;
+    for_each_scalar(first_group, [&](const member& scalar) {
+        if (scalar.item.tag == tag::name && !std::exchange(is_named, true)) {
+            record_name_ = text_of(scalar).text;
+            uni::replace_char(record_name_, '"', '\'');
+        }
+    });
 }
 
 bool xml_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text)
 {
     most_text_ = most_text;
-    collect_members(groups);
-    members rest = members_;
-    note_record_name(rest.first(groups[0].size()));
+    look_up_texts(groups);
+    note_record_name({groups[0], 0});
+    std::size_t first_text = 0;
     for (std::size_t group = 0; group < groups.size() && has_room(); ++group) {
-        const std::size_t count = groups[group].size();
+        const auto items = groups[group];
         const bool has_nested =
-            rest.size() > count && rest[count].item.depth > rest.front().item.depth;
-        write_group(rest.first(count), has_nested);
-        rest = rest.subspan(count);
+            group + 1 < groups.size() && groups[group + 1].front().depth > items.front().depth;
+        write_group({items, first_text}, has_nested);
+        first_text += static_cast<std::size_t>(std::ranges::count_if(items, is_reference));
     }
     const bool is_whole = has_room();
     close_down_to(0);
     return is_whole;
 }
 
-void xml_record_writer::write_group(members group, bool has_nested)
+void xml_record_writer::write_group(const members& group, bool has_nested)
 {
-    const model::record_item& head = group.front().item;
+    const model::record_item& head = group.items.front();
     close_down_to(head.depth);
     moved_.clear();
     ++element_;
     uncommon_tags_.clear();
     const auto children =
-        !record_has_children_ ? 0 : std::ranges::count_if(group, [](const member& one) {
-            return is_child_element(one.item.tag);
-        });
+        !record_has_children_
+            ? 0
+            : std::ranges::count_if(group.items, is_child_element, &model::record_item::tag);
     has_tag_children_ = children != 0;
     self_closed_ = !has_nested && !has_tag_children_;
-    open_.push_back({head.depth, head.tag, {}});
-    if (head.tag == tag::inexclude && group.size() > static_cast<std::size_t>(children) + 1) {
-        const bool includes = std::ranges::any_of(
-            group, [](const member& one) { return one.item.tag == tag::include; });
-        open_.back().name = includes ? include_word : exclude_word;
+    open_.push_back({head.depth, head.tag, name_of::tag});
+    if (head.tag == tag::inexclude && group.items.size() > static_cast<std::size_t>(children) + 1) {
+        const bool includes = std::ranges::find(group.items, tag::include,
+                                                &model::record_item::tag) != group.items.end();
+        open_.back().name = includes ? name_of::include : name_of::exclude;
     }
     indent(head.depth);
     out_.character('<');
-    write_name(head.tag, open_.back().name);
+    write_name(open_.back());
     place_ = place::tag;
     write_attributes(group);
     place_ = place::content;
@@ -245,30 +257,26 @@ void xml_record_writer::write_group(members group, bool has_nested)
         open_.pop_back();
     } else {
         out_.literal(">\n");
-        write_children(group.subspan(1));
+        write_children(group);
     }
 }
 
-void xml_record_writer::write_attributes(members group)
+void xml_record_writer::write_attributes(const members& group)
 {
-    const std::uint16_t head_tag = group.front().item.tag;
-    const members scalars = group.subspan(1);
+    const std::uint16_t head_tag = group.items.front().tag;
     if (has_app_element(head_tag)) {
-        write_application(scalars);
+        write_application(group);
         return;
     }
     const bool escapes = head_tag == tag::matching_file && !record_name_.empty();
-    for (const member& scalar : scalars) {
-        if (!has_room()) {
-            return;
-        }
+    for_each_scalar(group, [&](const member& scalar) {
         if (is_child_element(scalar.item.tag)) {
-            continue;
+            return;
         }
         if (head_tag == tag::apphelp) {
             write_apphelp(scalar);
         } else if (head_tag == tag::inexclude && scalar.item.tag == tag::include) {
-            continue;
+            return;
         } else if (!is_first_of_its_tag(scalar)) {
             move_to_child(scalar);
         } else if (escapes) {
@@ -276,7 +284,7 @@ void xml_record_writer::write_attributes(members group)
         } else {
             write_general(scalar);
         }
-    }
+    });
 }
 
 // Whether the element in work has no attribute of that tag, or rather of its name, yet; from now on
@@ -294,7 +302,10 @@ bool xml_record_writer::is_first_of_its_tag(const member& scalar)
 
 void xml_record_writer::move_to_child(const member& scalar)
 {
-    moved_.push_back(&scalar);
+    if (moved_.size() <= scalar.index) {
+        moved_.resize(scalar.index + 1);
+    }
+    moved_[scalar.index] = true;
     self_closed_ = false;
 }
 
@@ -372,15 +383,12 @@ void xml_record_writer::write_apphelp(const member& scalar)
     write_pair(scalar.item.tag, words.empty() ? value : words);
 }
 
-void xml_record_writer::write_application(members scalars)
+void xml_record_writer::write_application(const members& group)
 {
     bool has_app = false;
-    for (const member& scalar : scalars) {
-        if (!has_room()) {
-            break;
-        }
+    for_each_scalar(group, [&](const member& scalar) {
         if (is_child_element(scalar.item.tag)) {
-            continue;
+            return;
         }
         if (moves_to_app_element(scalar.item.tag)) {
             has_app = true;
@@ -392,7 +400,7 @@ void xml_record_writer::write_application(members scalars)
         } else {
             write_general(scalar);
         }
-    }
+    });
     if (!has_app) {
         return;
     }
@@ -403,16 +411,16 @@ void xml_record_writer::write_application(members scalars)
     out_.character('<');
     out_.text(app_word);
     place_ = place::app_tag;
-    for (const member& scalar : scalars) {
-        if (!has_room() || !moves_to_app_element(scalar.item.tag)) {
-            continue;
+    for_each_scalar(group, [&](const member& scalar) {
+        if (!moves_to_app_element(scalar.item.tag)) {
+            return;
         }
         if (is_first_of_its_tag(scalar)) {
             write_general(scalar);
         } else {
             move_to_child(scalar);
         }
-    }
+    });
     out_.text(" /");
 }
 
@@ -481,23 +489,21 @@ std::string_view xml_record_writer::value_of(const member& scalar)
     return aside_.view();
 }
 
-void xml_record_writer::write_children(members scalars)
+void xml_record_writer::write_children(const members& group)
 {
-    // In the order of the group, though an <app> element's come later.
-    std::ranges::sort(moved_);
-    for (const member* const scalar : moved_) {
-        if (!has_room()) {
-            return;
-        }
-        write_moved(*scalar);
+    if (!moved_.empty()) {
+        for_each_scalar(group, [&](const member& scalar) {
+            if (scalar.index < moved_.size() && moved_[scalar.index]) {
+                write_moved(scalar);
+            }
+        });
     }
-    if (!has_tag_children_) {
-        return;
-    }
-    for (const member& scalar : scalars) {
-        if (has_room() && is_child_element(scalar.item.tag)) {
-            write_child(scalar);
-        }
+    if (has_tag_children_) {
+        for_each_scalar(group, [&](const member& scalar) {
+            if (is_child_element(scalar.item.tag)) {
+                write_child(scalar);
+            }
+        });
     }
 }
 

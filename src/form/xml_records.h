@@ -44,18 +44,26 @@ public:
     void abandon_record();
 
 private:
+    // What an element is called.
+    enum class name_of : std::uint8_t { tag, include, exclude };
     // An element that is open, under the name it was opened with.
     struct open_element {
         std::uint16_t depth;
         std::uint16_t tag;
-        std::string_view name; // empty for the tag's own
+        name_of name;
     };
-    // A tag of the record with the text that it refers to, if it is a string reference.
+    // A group of the record, and which of the record's string references is its first.
+    struct members {
+        std::span<const model::record_item> items;
+        std::size_t first_text;
+    };
+    // One of its scalars: its place among its items, and the text that it refers to, if it is a string
+    // reference.
     struct member {
-        model::record_item item;
+        const model::record_item& item;
+        std::size_t index;
         text_cache::entry text;
     };
-    using members = std::span<const member>;
     // A text with what is known of it; good until the next is made.
     struct known_text {
         std::string_view text;
@@ -69,12 +77,13 @@ private:
         return out_.good() && out_.total() + usual_close * open_.size() <= most_text_;
     }
     void indent(unsigned depth);
-    void collect_members(const model::record_groups& groups);
-    void note_record_name(members first_group);
-    void write_group(members group, bool has_nested);
+    void look_up_texts(const model::record_groups& groups);
+    void for_each_scalar(const members& group, auto&& act) const;
+    void note_record_name(const members& first_group);
+    void write_group(const members& group, bool has_nested);
     void close_down_to(std::uint16_t depth);
-    void write_name(std::uint16_t tag, std::string_view name);
-    void write_attributes(members group);
+    void write_name(const open_element& element);
+    void write_attributes(const members& group);
     bool is_first_of_its_tag(const member& scalar);
     void move_to_child(const member& scalar);
     void open_attribute(std::uint16_t tag);
@@ -82,7 +91,7 @@ private:
     void write_general(const member& scalar);
     void write_matching(const member& scalar);
     void write_apphelp(const member& scalar);
-    void write_application(members scalars);
+    void write_application(const members& group);
     bool is_text(const member& scalar) const;
     known_text text_of(const member& scalar);
     known_text protected_text(const member& scalar);
@@ -90,7 +99,7 @@ private:
     std::string_view value_of(const member& scalar);
     void write_moved(const member& scalar);
     void write_cdata_child(const member& scalar);
-    void write_children(members scalars);
+    void write_children(const members& group);
     void write_child(const member& scalar);
     void write_patch_children(const model::record_item& item);
 
@@ -103,18 +112,17 @@ private:
     const request::cmd_params& style_;
     const xml_names& names_ = xml_names::known();
     std::uint64_t most_text_ = 0;
-    std::vector<open_element> open_;
+    io::large_vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of
     // The record in work, all its strings looked up before the first is written: the look-ups go
     // all over the image, and so the processor can wait for many of them at a time.
     text_cache texts_;
-    io::large_vector<member> members_;
-    io::large_vector<member*> references_;
+    io::large_vector<text_cache::entry> record_texts_;
     std::string record_name_;          // of the record in work, double quotes as single ones
     bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
-    std::vector<const member*> moved_; // to children, though they are no child elements
+    std::vector<bool> moved_; // by index: to children, though they are no child elements
     uni::text_buffer aside_;
     std::string quoted_;
     std::uint32_t element_ = 0;                           // its number

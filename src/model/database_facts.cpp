@@ -53,20 +53,21 @@ public:
         : facts_(facts), database_(database), collector_(database), budget_(database, bounds)
     {}
 
-    void take_children(const std::vector<sdb::sdb_child_record>& children)
+    void take_children()
     {
         std::set<std::uint16_t> seen;
-        for (const sdb::sdb_child_record& child : children) {
-            if (!child.is_list) {
-                take_scalar(child);
-            } else if (!seen.insert(child.tag).second) {
-                continue; // the first of a kind has counted them all
-            } else if (child.tag == tag::library) {
-                count_library();
-            } else {
-                count_records(child.tag);
-            }
-        }
+        database_.for_each_child(database_.database_offset(),
+                                 [&](std::uint32_t offset, std::uint16_t child) {
+                                     if (sdb::tag_type(child) != sdb::type::list) {
+                                         take_scalar(offset, child);
+                                     } else if (!seen.insert(child).second) {
+                                         return; // the first of a kind has counted them all
+                                     } else if (child == tag::library) {
+                                         count_library();
+                                     } else {
+                                         count_records(child);
+                                     }
+                                 });
     }
 
     void count_names_and_strings()
@@ -77,7 +78,9 @@ public:
         if (!app_ids_.empty()) {
             add_count(tag::app_id, "appid", app_ids_.size(), true);
         }
-        const std::uint32_t strings = database_.child_count(database_.string_table_offset());
+        std::uint64_t strings = 0;
+        database_.for_each_child(database_.string_table_offset(),
+                                 [&](std::uint32_t, std::uint16_t) { ++strings; });
         if (strings != 0) {
             add_count(tag::stringtable_item, "strings", strings);
         }
@@ -96,11 +99,11 @@ public:
     }
 
 private:
-    void take_scalar(const sdb::sdb_child_record& child)
+    void take_scalar(std::uint32_t offset, std::uint16_t child)
     {
-        facts_.scalars.push_back(child.offset);
-        const sdb::sdb_tag_item item = database_.item_at(*database_.ordinal_of(child.offset));
-        switch (child.tag) {
+        facts_.scalars.push_back(offset);
+        const sdb::sdb_tag_item item = database_.item_from(offset);
+        switch (child) {
         case tag::runtime_platform:
             runtime_platform_ = item.value.u32(0);
             break;
@@ -136,14 +139,12 @@ private:
     void count_library()
     {
         std::set<std::uint16_t> seen;
-        std::vector<sdb::sdb_child_record> children;
-        database_.child_records(children, database_.library_offset());
-        for (const sdb::sdb_child_record& child : children) {
-            if (seen.insert(child.tag).second) {
-                add_count(child.tag, sdb::tag_name(child.tag),
-                          database_.ordinals_by_tag(child.tag).size());
-            }
-        }
+        database_.for_each_child(
+            database_.library_offset(), [&](std::uint32_t, std::uint16_t child) {
+                if (seen.insert(child).second) {
+                    add_count(child, sdb::tag_name(child), database_.ordinals_by_tag(child).size());
+                }
+            });
     }
 
     void count_records(std::uint16_t list_tag)
@@ -240,13 +241,13 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
                   const request::bounds& bounds)
 {
     facts = {};
-    std::vector<sdb::sdb_child_record> children;
-    if (!database.child_records(children, database.database_offset())) {
+    const auto list = database.ordinal_of(database.database_offset());
+    if (!list || !database.children().has_children(*list)) {
         return false;
     }
     database_digests digests(database.image().bytes());
     fact_gatherer gatherer(facts, database, bounds);
-    gatherer.take_children(children);
+    gatherer.take_children();
     gatherer.count_names_and_strings();
     gatherer.take_digests(digests);
     gatherer.finish_counts();

@@ -158,7 +158,7 @@ private:
                 stored_name_ = stored_text(item.offset);
             } else if (item.tag == tag::matching_file) {
                 const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
-                                          database_.list_size_at(item.ordinal);
+                                          database_.list_size_from(item.offset);
                 const std::size_t first = i;
                 while (i < items.size() && items[i].offset < end) {
                     ++i;
@@ -218,9 +218,9 @@ private:
     {
         std::vector<sdb::tag_ordinal> names;
         sdb::tag_ordinal ordinal;
-        for (const sdb::tag_table::row& row : database_.children().rows()) {
-            if (row.tag == tag::name) {
-                const uni::byte_view stored = stored_text(row.offset);
+        for (const std::uint32_t offset : database_.children().offsets()) {
+            if (database_.tag_from(offset) == tag::name) {
+                const uni::byte_view stored = stored_text(offset);
                 // A name without a text may take that of another property.
                 if (is_empty_text(stored) || may_be_key(stored)) {
                     names.push_back(ordinal);
@@ -235,7 +235,8 @@ private:
     {
         const sdb::tag_ordinal end = database_.children().end(record);
         const std::uint64_t claimed_end = std::uint64_t{database_.offset_at(record)} +
-                                          database_.list_size_at(record) + sdb::tag_header;
+                                          database_.word_behind(database_.offset_at(record)) +
+                                          sdb::tag_header;
         return end.number() != database_.tag_count() && database_.offset_at(end) < claimed_end;
     }
 
@@ -299,7 +300,7 @@ private:
     // the record's name.
     std::string text_of(std::size_t member, std::size_t longest)
     {
-        if (std::optional<std::string> own = texts_(members_[member].ordinal, longest)) {
+        if (std::optional<std::string> own = texts_(members_[member].offset, longest)) {
             return *std::move(own);
         }
         if (text_sources_.empty()) {
@@ -311,14 +312,14 @@ private:
         }
         const std::uint32_t source = text_sources_[member];
         return source == no_source ? std::string()
-                                   : texts_(members_[source].ordinal, longest).value_or("");
+                                   : texts_(members_[source].offset, longest).value_or("");
     }
 
     bool has_text(const record_item& item) const
     {
         return sdb::tag_type(item.tag) == type::stringref
                    ? !stored_text(item.offset).empty() // without the pains of making it
-                   : texts_(item.ordinal, 0).has_value();
+                   : texts_(item.offset, 0).has_value();
     }
 
     // The value of a tag as a number; 1 for the presence of one without a value.
@@ -327,7 +328,7 @@ private:
         if (sdb::tag_type(item.tag) == type::null_) {
             return 1;
         }
-        return is_numeric(item.tag) ? database_.item_at(item.ordinal).value.u64(0) : 0;
+        return is_numeric(item.tag) ? database_.item_from(item.offset).value.u64(0) : 0;
     }
 
     // The text in the string table that the tag at an offset refers to.

@@ -16,10 +16,11 @@ namespace model {
 // Offsets of records with those of their matching-file lists that catch the file.
 using match_results = std::map<std::uint32_t, std::set<std::uint32_t>>;
 
-// The text that a tag of the database is shown as, to be compared with one of `longest` bytes at most: one
+// The text that the tag at an offset is shown as, to be compared with one of `longest` bytes at most: one
 // that is longer may be cut, but not to that. Nothing for a tag that has none; of stored texts, those
 // that stand nowhere, of patch values, those that do not begin with an operation.
-using tag_texts = std::function<std::optional<std::string>(sdb::tag_ordinal, std::size_t longest)>;
+using tag_texts =
+    std::function<std::optional<std::string>(std::uint32_t offset, std::size_t longest)>;
 
 // Which records of the database would catch a program, by its properties and its path. A
 // matching-file list is looked at when its file name is that of the file, or, if no list's is, the

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <span>
 
-#include "sdb/tag_ordinal.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 
@@ -16,7 +15,6 @@ namespace model {
 // stands at the depth of the tag that refers to it.
 struct record_item {
     std::uint32_t offset;
-    sdb::tag_ordinal ordinal;
     std::uint16_t tag;
     std::uint16_t depth;
 };

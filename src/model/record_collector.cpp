@@ -14,10 +14,11 @@ bool has_sound_lists(const sdb::sdb_database& database)
 {
     constexpr std::uint32_t list_header = 6;
     return std::ranges::all_of(
-        database.children().lists(), [](const sdb::tag_table::list_row& list) {
-            const bool keeps_items =
-                list.size == 0 || list.size >= list_header || !sdb::is_reference_list_tag(list.tag);
-            return keeps_items && list.is_exact;
+        database.children().lists(), [&](const sdb::tag_table::list_row& list) {
+            const std::uint32_t size = sdb::is_reference_list_tag(list.tag)
+                                           ? database.word_behind(database.offset_at(list.ordinal))
+                                           : list_header;
+            return list.is_exact() && (size == 0 || size >= list_header);
         });
 }
 
@@ -26,6 +27,7 @@ bool has_sound_lists(const sdb::sdb_database& database)
 bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset)
 {
     groups_.clear();
+    groups_.reserve(database_.children().lists().size());
     if (!expander_.expand(tag_offset, true, budget)) {
         return false;
     }
@@ -33,6 +35,7 @@ bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset)
     for (std::size_t i = 0; i < expander_.subrecord_count(); ++i) {
         groups_.add(expander_.subrecord(i));
     }
+    groups_.finish();
     return !groups_.empty();
 }
 
@@ -71,14 +74,15 @@ bool record_collector::collect_first_group(listing_budget& budget, std::uint32_t
 // that stand in it, and every list in it starts another one.
 void record_collector::take_first_group(sdb::tag_ordinal ordinal)
 {
-    first_group_.assign(1, {database_.offset_at(ordinal), ordinal, database_.tag_at(ordinal), 1});
+    const std::uint32_t offset = database_.offset_at(ordinal);
+    first_group_.clear();
+    first_group_.push_back({offset, database_.tag_at(ordinal), 1});
     has_one_group_ = true;
-    database_.children().for_each_child(ordinal, [&](sdb::tag_ordinal child) {
-        const record_item item{database_.offset_at(child), child, database_.tag_at(child), 2};
-        if (is_list(item)) {
+    database_.for_each_child(offset, [&](std::uint32_t child, std::uint16_t tag) {
+        if (sdb::tag_type(tag) == sdb::type::list) {
             has_one_group_ = false;
         } else {
-            first_group_.push_back(item);
+            first_group_.push_back({child, tag, 2});
         }
     });
 }

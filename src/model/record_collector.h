@@ -41,7 +41,7 @@ private:
     record_expander expander_;
     record_groups groups_;
     std::optional<bool> lists_are_sound_;
-    std::vector<record_item> first_group_;
+    io::large_vector<record_item> first_group_;
     bool has_one_group_ = false;
     bool groups_are_exact_ = true;
 };

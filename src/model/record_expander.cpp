@@ -46,10 +46,10 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
     }
     if (relation_ == nullptr) {
         relation_ = &database_.children();
+        reserve_room(relation_->lists().size());
     }
-    const record_item head = item_of(*ordinal, 1);
-    bodies_.push_back(head);
-    record_items_ = gather(head, 2, 0);
+    bodies_.push_back(item_of(*ordinal, 1));
+    record_items_ = gather(*ordinal, 2, 0, budget);
     budget.items += record_items_;
     own_count_ = bodies_.size();
     while (!work_.empty()) {
@@ -60,42 +60,70 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
     return record_items_ != 0;
 }
 
-record_item record_expander::item_of(sdb::tag_ordinal ordinal, std::uint16_t depth) const
+// What is never used of a large array takes no memory, and one that never grows is never copied.
+void record_expander::reserve_room(std::size_t lists)
 {
-    return {database_.offset_at(ordinal), ordinal, database_.tag_at(ordinal), depth};
+    references_.reserve(database_.tag_count());
+    work_.reserve(lists);
+    subrecords_.reserve(lists);
+    open_ends_.reserve(lists);
 }
 
-std::uint32_t record_expander::list_size(const record_item& item) const
+record_item record_expander::item_of(sdb::tag_ordinal ordinal, std::uint16_t depth) const
 {
-    return database_.list_size_at(item.ordinal);
+    const std::uint32_t offset = database_.offset_at(ordinal);
+    return {offset, database_.tag_from(offset), depth};
 }
 
 // Gathers all rows of the relation whose list starts in the span that the head's size claims, in
 // file order, at depths from `base_depth` on. Reference lists with all that stands in them become
 // groups to be walked; the rest goes behind bodies_. Gives the number of rows.
-std::size_t record_expander::gather(const record_item& head, std::uint16_t base_depth,
-                                    std::size_t chain_length)
+std::size_t record_expander::gather(sdb::tag_ordinal head, std::uint16_t base_depth,
+                                    std::size_t chain_length, listing_budget& budget)
 {
-    const std::uint64_t last_key = std::uint64_t{head.offset} + list_size(head) + list_header - 1;
-    const sdb::tag_ordinal first = head.ordinal.next();
-    const sdb::tag_ordinal end = relation_->end(head.ordinal);
+    const std::uint32_t offset = database_.offset_at(head);
+    const std::uint64_t last_key =
+        std::uint64_t{offset} + database_.list_size_from(offset) + list_header - 1;
+    const sdb::tag_ordinal end = relation_->end(head);
     const sdb::tag_ordinal last(end.number() - 1);
     const bool ends_in_span = database_.offset_at(last) <= last_key;
     const bool goes_on_behind =
         end.number() == database_.tag_count() || database_.offset_at(end) > last_key;
-    if (!ends_in_span || !goes_on_behind) {
-        return gather_irregular(head.ordinal, database_.ordinal_from(last_key + 1), base_depth,
-                                chain_length);
-    }
-    if (end == first) {
+    const sdb::tag_ordinal behind = database_.ordinal_from(last_key + 1);
+    if (std::max(end, behind) - head > budget.largest_list) {
+        budget.was_too_large = true;
         return 0;
     }
-    const auto shift = static_cast<std::uint16_t>(base_depth - relation_->depth(first));
+    return ends_in_span && goes_on_behind
+               ? gather_run(head.next(), end, base_depth, chain_length)
+               : gather_irregular(head, behind, base_depth, chain_length);
+}
+
+// The tags that stand in the list before `first`.
+std::size_t record_expander::gather_run(sdb::tag_ordinal first, sdb::tag_ordinal end,
+                                        std::uint16_t base_depth, std::size_t chain_length)
+{
+    open_ends_.clear();
+    const auto lists = relation_->lists_in(first, end);
+    auto list = lists.begin();
+    const auto ordinal_of = [first](std::size_t row) {
+        return sdb::tag_ordinal(first.number() + static_cast<std::uint32_t>(row));
+    };
     return split_rows(
-        end - first,
+        end - first, ordinal_of,
         [&](std::size_t row) {
-            const sdb::tag_ordinal ordinal(first.number() + static_cast<std::uint32_t>(row));
-            return item_of(ordinal, static_cast<std::uint16_t>(relation_->depth(ordinal) + shift));
+            const sdb::tag_ordinal ordinal = ordinal_of(row);
+            while (!open_ends_.empty() && open_ends_.back() <= ordinal) {
+                open_ends_.pop_back();
+            }
+            const auto depth = static_cast<std::uint16_t>(base_depth + open_ends_.size());
+            if (list != lists.end() && list->ordinal == ordinal) {
+                if (list->has_children()) {
+                    open_ends_.push_back(list->end());
+                }
+                ++list;
+            }
+            return depth;
         },
         chain_length);
 }
@@ -105,44 +133,51 @@ std::size_t record_expander::gather(const record_item& head, std::uint16_t base_
 std::size_t record_expander::gather_irregular(sdb::tag_ordinal list, sdb::tag_ordinal behind,
                                               std::uint16_t base_depth, std::size_t chain_length)
 {
-    std::vector<sdb::tag_ordinal> rows;
+    struct row_of_list {
+        sdb::tag_ordinal ordinal;
+        std::uint16_t depth;
+    };
+    io::large_vector<row_of_list> rows;
     for (; list < behind; ++list) {
-        relation_->for_each_child(list, [&](sdb::tag_ordinal row) { rows.push_back(row); });
+        if (const sdb::tag_table::list_row* const outer = relation_->list(list)) {
+            relation_->for_each_child(list, [&](sdb::tag_ordinal row) {
+                rows.push_back({row, outer->depth_inside()});
+            });
+        }
     }
     if (rows.empty()) {
         return 0;
     }
-    const auto shift = static_cast<std::uint16_t>(base_depth - relation_->depth(rows.front()));
-    std::ranges::sort(rows);
+    const auto shift = static_cast<std::uint16_t>(base_depth - rows.front().depth);
+    std::ranges::sort(rows, {}, &row_of_list::ordinal);
     return split_rows(
-        rows.size(),
-        [&](std::size_t row) {
-            return item_of(rows[row],
-                           static_cast<std::uint16_t>(relation_->depth(rows[row]) + shift));
-        },
+        rows.size(), [&](std::size_t row) { return rows[row].ordinal; },
+        [&](std::size_t row) { return static_cast<std::uint16_t>(rows[row].depth + shift); },
         chain_length);
 }
 
-template <typename source>
-std::size_t record_expander::split_rows(std::size_t count, source&& row, std::size_t chain_length)
+// The depth of each row is asked for once, in their order.
+std::size_t record_expander::split_rows(std::size_t count, auto&& ordinal_of, auto&& depth_of,
+                                        std::size_t chain_length)
 {
     std::size_t kept = bodies_.size();
     bodies_.resize(kept + count);
     for (std::size_t i = 0; i < count;) {
-        record_item item = row(i++);
+        const record_item item = item_of(ordinal_of(i), depth_of(i));
+        ++i;
         if (!sdb::is_reference_list_tag(item.tag)) {
             bodies_[kept++] = item;
             continue;
         }
-        const std::uint32_t size = list_size(item);
+        const std::uint32_t size = database_.word_behind(item.offset);
         const std::uint64_t limit = std::uint64_t{item.offset} + size + list_header;
         const std::size_t first = references_.size();
         references_.push_back(item);
-        while (size >= list_header && i < count && (item = row(i)).offset < limit) {
-            references_.push_back(item);
+        while (size >= list_header && i < count && database_.offset_at(ordinal_of(i)) < limit) {
+            references_.push_back(item_of(ordinal_of(i), depth_of(i)));
             ++i;
         }
-        work_.push_back({first, references_.size(), chain_length, false});
+        work_.push_back(group(first, references_.size(), chain_length, false));
     }
     bodies_.resize(kept);
     return count;
@@ -158,7 +193,7 @@ void record_expander::walk_group(const group& walked, bool follow_references,
     // Groups are walked depth first, so what leads to this one is still the chain's beginning.
     chain_.resize(walked.chain_length);
     if (walked.is_followed) {
-        chain_.push_back(items_of(walked).front().ordinal);
+        chain_.push_back(items_of(walked).front().offset);
     }
     const std::size_t count = walked.last - walked.first;
     for (std::size_t i = 1; i < count; ++i) {
@@ -175,28 +210,27 @@ void record_expander::follow(const record_item& reference, listing_budget& budge
         record_items_ > budget.bounds.record_items || budget.is_used_up()) {
         return;
     }
-    const std::optional<sdb::tag_ordinal> ordinal =
-        database_.ordinal_of(database_.word_behind(reference.offset));
-    if (!ordinal || is_open(*ordinal)) {
+    const std::uint32_t target = database_.word_behind(reference.offset);
+    const std::optional<sdb::tag_ordinal> ordinal = database_.ordinal_of(target);
+    if (!ordinal || is_open(target)) {
         return;
     }
-    const record_item head = item_of(*ordinal, reference.depth);
     const std::size_t first = bodies_.size();
-    bodies_.push_back(head);
-    const std::size_t gathered =
-        gather(head, static_cast<std::uint16_t>(reference.depth + 1), chain_.size() + 1);
+    bodies_.push_back(item_of(*ordinal, reference.depth));
+    const std::size_t gathered = gather(*ordinal, static_cast<std::uint16_t>(reference.depth + 1),
+                                        chain_.size() + 1, budget);
     if (gathered == 0) {
         bodies_.pop_back();
         return;
     }
     record_items_ += gathered;
     budget.items += gathered;
-    work_.push_back({first, bodies_.size(), chain_.size(), true});
+    work_.push_back(group(first, bodies_.size(), chain_.size(), true));
 }
 
-bool record_expander::is_open(sdb::tag_ordinal ordinal) const
+bool record_expander::is_open(std::uint32_t record) const
 {
-    return ordinal == bodies_.front().ordinal || std::ranges::find(chain_, ordinal) != chain_.end();
+    return record == bodies_.front().offset || std::ranges::find(chain_, record) != chain_.end();
 }
 
 } // namespace model

@@ -25,6 +25,10 @@ struct listing_budget {
     std::uint64_t items = 0;
     std::uint64_t limit;
     std::uint64_t most_items;
+    // Of one list, what stands in lists in it included; a larger one is not gathered, and was_too_large
+    // set.
+    std::size_t largest_list = static_cast<std::size_t>(-1);
+    bool was_too_large = false;
     request::bounds bounds;
 };
 
@@ -48,9 +52,14 @@ private:
     // A sub-record, found or still to be walked. A reference list lies in references_ with all that
     // stands in it, a followed record in bodies_ without its reference lists.
     struct group {
-        std::size_t first;
-        std::size_t last;
-        std::size_t chain_length; // followed records that lead to it
+        group(std::size_t from, std::size_t to, std::size_t length, bool follows)
+            : first(static_cast<std::uint32_t>(from)), last(static_cast<std::uint32_t>(to)),
+              chain_length(static_cast<std::uint16_t>(length)), is_followed(follows)
+        {}
+
+        std::uint32_t first;
+        std::uint32_t last;
+        std::uint16_t chain_length; // followed records that lead to it
         bool is_followed;
     };
 
@@ -59,25 +68,29 @@ private:
         return std::span(bodies_).subspan(first, last - first);
     }
     std::span<const record_item> items_of(const group& found) const noexcept;
+    void reserve_room(std::size_t lists);
     record_item item_of(sdb::tag_ordinal ordinal, std::uint16_t depth) const;
-    std::uint32_t list_size(const record_item& item) const;
-    std::size_t gather(const record_item& head, std::uint16_t base_depth, std::size_t chain_length);
+    std::size_t gather(sdb::tag_ordinal head, std::uint16_t base_depth, std::size_t chain_length,
+                       listing_budget& budget);
+    std::size_t gather_run(sdb::tag_ordinal first, sdb::tag_ordinal end, std::uint16_t base_depth,
+                           std::size_t chain_length);
     std::size_t gather_irregular(sdb::tag_ordinal list, sdb::tag_ordinal behind,
                                  std::uint16_t base_depth, std::size_t chain_length);
-    template <typename source>
-    std::size_t split_rows(std::size_t count, source&& row, std::size_t chain_length);
+    std::size_t split_rows(std::size_t count, auto&& ordinal_of, auto&& depth_of,
+                           std::size_t chain_length);
     void walk_group(const group& walked, bool follow_references, listing_budget& budget);
     void follow(const record_item& reference, listing_budget& budget);
-    bool is_open(sdb::tag_ordinal ordinal) const;
+    bool is_open(std::uint32_t record) const;
 
     const sdb::sdb_database& database_;
     const sdb::tag_table* relation_ = nullptr; // asked for with the first record
     io::large_vector<record_item> bodies_;
     io::large_vector<record_item> references_;
     std::size_t own_count_ = 0;
-    std::vector<group> work_;
-    std::vector<group> subrecords_;
-    std::vector<sdb::tag_ordinal> chain_; // the followed records that lead to the group in work
+    io::large_vector<group> work_;
+    io::large_vector<group> subrecords_;
+    std::vector<std::uint32_t> chain_; // the followed records that lead to the group in work
+    io::large_vector<sdb::tag_ordinal> open_ends_; // of the lists around the tag that is gathered
     std::uint64_t record_items_ = 0;
 };
 

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <span>
 #include <vector>
 
+#include "io/large_vector.h"
 #include "model/record.h"
 
 namespace model {
@@ -14,33 +14,47 @@ namespace model {
 class record_groups {
 public:
     void clear();
+    // Room for that many groups.
+    void reserve(std::size_t groups);
     // Takes the next items, which stay where they are. A list starts a group. A scalar goes to the
     // open group if it is deeper than the group's list; otherwise it closes that group and goes to
     // the last group whose list is less deep, or is dropped when there is none.
     void add(std::span<const record_item> items);
+    // To be called behind the last add(), before any group is asked for.
+    void finish();
 
-    std::size_t size() const noexcept { return groups_.size(); }
-    bool empty() const noexcept { return groups_.empty(); }
+    std::size_t size() const noexcept { return firsts_.size(); }
+    bool empty() const noexcept { return firsts_.empty(); }
     std::span<const record_item> operator[](std::size_t group) const noexcept
     {
-        return groups_[group];
+        return {firsts_[group], sizes_[group]};
     }
 
 private:
     struct depth_mark {
         std::uint16_t depth;
-        std::size_t group;
+        std::uint32_t group;
+    };
+
+    // A scalar that goes to a group behind which it does not stand.
+    struct late_scalar {
+        std::uint32_t group;
+        std::uint32_t number; // among these
+        record_item item;
     };
 
     void start_group(const record_item& head);
     void add_scalar(const record_item& item);
-    void append(std::size_t group, const record_item& item);
+    void add_late(std::size_t group, const record_item& item);
+    void grow_group(std::span<const late_scalar> late);
 
-    std::vector<std::span<const record_item>> groups_;
-    // Groups that took an item from elsewhere, copied to grow, by their place in groups_.
-    std::map<std::size_t, std::vector<record_item>> copied_;
+    // Of each group its first item and how many it has.
+    io::large_vector<const record_item*> firsts_;
+    io::large_vector<std::uint32_t> sizes_;
+    io::large_vector<late_scalar> late_;
+    io::large_vector<record_item> grown_; // the groups that take late scalars, with these
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
-    std::vector<depth_mark> reachable_;
+    io::large_vector<depth_mark> reachable_;
     bool is_open_ = false;
 };
 

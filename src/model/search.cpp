@@ -60,8 +60,8 @@ void search_sieve::note_spanning_lists()
         while (hit != hits_.end() && *hit < list.ordinal) {
             ++hit;
         }
-        const bool holds_hit = hit != hits_.end() && *hit < list.end;
-        if (holds_hit || (!list.is_exact && claims_more(list.ordinal))) {
+        const bool holds_hit = hit != hits_.end() && *hit < list.end();
+        if (holds_hit || (!list.is_exact() && claims_more(list.ordinal))) {
             spanning_lists_.push_back(list.ordinal);
         }
     }
@@ -72,7 +72,8 @@ bool search_sieve::claims_more(sdb::tag_ordinal ordinal) const
 {
     const sdb::tag_ordinal end = database_.children().end(ordinal);
     const std::uint64_t claimed_end =
-        database_.offset_at(ordinal) + std::uint64_t{database_.list_size_at(ordinal)} + list_header;
+        database_.offset_at(ordinal) +
+        std::uint64_t{database_.list_size_from(database_.offset_at(ordinal))} + list_header;
     return end.number() != database_.tag_count() && database_.offset_at(end) < claimed_end;
 }
 

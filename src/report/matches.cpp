@@ -18,8 +18,8 @@ bool list_matches(const job& work)
         return false;
     }
     model::match_results results;
-    const auto text_of = [&](sdb::tag_ordinal ordinal, std::size_t longest) {
-        return work.form.tag_text(ordinal, longest);
+    const auto text_of = [&](std::uint32_t offset, std::size_t longest) {
+        return work.form.tag_text(offset, longest);
     };
     if (!model::match_program(results, *work.database, program, options.pe_path, text_of)) {
         work.notices.fail("Not all nested records could be matched: %s\n", work.path.c_str());

@@ -18,6 +18,8 @@ using ordinals_span = std::span<const sdb::tag_ordinal>;
 // Long listings are made by several threads, that many records at a time.
 constexpr std::size_t stretch_records = 128;
 constexpr std::size_t fewest_stretches = 4;
+// Of what one of several threads gathers at a time.
+constexpr std::size_t largest_list = 0x10000;
 
 ordinals_span stretch_of(ordinals_span ordinals, std::size_t number)
 {
@@ -79,11 +81,13 @@ public:
         const std::uint64_t before = listed_items_;
         listing_.budget().items = before;
         listing_.budget().most_items = listing_.budget().limit; // beyond which it is of no use
+        listing_.budget().largest_list = largest_list;
+        listing_.budget().was_too_large = false;
         made.began_in = form_->state();
         made.printed = listing_.print_records(stretch_of(ordinals_, number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
-        made.is_whole = !form_->is_cut() && text_.good();
+        made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
         form_->uncut();
         text_.hand_over(made);
     }

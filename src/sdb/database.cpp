@@ -15,8 +15,7 @@ namespace sdb {
 namespace {
 
 constexpr std::uint64_t index_entry_size = 12;
-// What a tag takes of an image on average, roughly; only a guess for how many to expect.
-constexpr std::uint64_t usual_tag_bytes = 8;
+constexpr std::uint64_t shortest_tag = 2;
 
 // Bytes from a tag to the next, given the u32 behind its tag word.
 std::uint64_t step_over(std::uint16_t tag, std::uint32_t word)
@@ -149,8 +148,9 @@ image_extent sdb_database::extent() const
     for (const tag_table::list_row& list : tags_.lists()) {
         look_at(tags_.offset(list.ordinal), list.tag);
     }
-    if (!tags_.rows().empty()) { // behind anything else that ends too late no tag was found
-        look_at(tags_.rows().back().offset, tags_.rows().back().tag);
+    if (!tags_.offsets().empty()) { // behind anything else that ends too late no tag was found
+        const std::uint32_t last = tags_.offsets().back();
+        look_at(last, bytes.u16(last));
     }
     found.trailing_at = header_size;
     while (bytes.contains(found.trailing_at, tag_header) &&
@@ -178,7 +178,7 @@ sdb_database::scan_outcome sdb_database::scan()
     version_major_ = head.u32(0);
     version_minor_ = head.u32(4);
     ordinal_by_offset_.reset(image_.size());
-    tags_.reset(image_.size() / usual_tag_bytes);
+    tags_.reset(image_.size() / shortest_tag);
     scan_recorded_part(scan_leading_part());
     ordinal_by_offset_.finish();
     tags_.finish();
@@ -315,39 +315,20 @@ bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) c
 
 namespace {
 
-struct numbered_tag {
-    tag_ordinal ordinal;
-    std::uint16_t tag;
-};
-
-io::large_vector<numbered_tag> tags_of_type(std::span<const tag_table::row> rows,
-                                            std::uint16_t type_bits)
-{
-    io::large_vector<numbered_tag> found;
-    tag_ordinal ordinal;
-    for (const tag_table::row& row : rows) {
-        if (tag_type(row.tag) == type_bits) {
-            found.push_back({ordinal, row.tag});
-        }
-        ++ordinal;
-    }
-    return found;
-}
-
-// Sorts tags of one type, each with its ordinal, by tag.
-ordinals_by_number sort_by_tag(const auto& tags)
+// Sorts the tags of one type by tag. `for_each_tag` calls what it is given with each one's ordinal and
+// tag, in file order, every time alike.
+ordinals_by_number sort_by_tag(auto&& for_each_tag)
 {
     ordinals_by_number sorted;
     sorted.starts.resize(number_mask + std::size_t{2});
-    for (const auto& one : tags) {
-        ++sorted.starts[(one.tag & number_mask) + 1u];
-    }
+    for_each_tag(
+        [&](tag_ordinal, std::uint16_t tag) { ++sorted.starts[(tag & number_mask) + 1u]; });
     std::partial_sum(sorted.starts.begin(), sorted.starts.end(), sorted.starts.begin());
-    sorted.ordinals.resize(tags.size());
+    sorted.ordinals.resize(sorted.starts.back());
     std::vector<std::uint32_t> next = sorted.starts;
-    for (const auto& one : tags) {
-        sorted.ordinals[next[one.tag & number_mask]++] = one.ordinal;
-    }
+    for_each_tag([&](tag_ordinal ordinal, std::uint16_t tag) {
+        sorted.ordinals[next[tag & number_mask]++] = ordinal;
+    });
     return sorted;
 }
 
@@ -358,8 +339,18 @@ std::span<const tag_ordinal> sdb_database::ordinals_by_tag(std::uint16_t tag) co
     std::optional<ordinals_by_number>& index = lazy_->by_type[tag >> 12];
     if (!index) {
         index = tag_type(tag) == type::list
-                    ? sort_by_tag(tags_.lists())
-                    : sort_by_tag(tags_of_type(tags_.rows(), tag_type(tag)));
+                    ? sort_by_tag([this](auto&& act) {
+                          for (const tag_table::list_row& list : tags_.lists()) {
+                              act(list.ordinal, list.tag);
+                          }
+                      })
+                    : sort_by_tag([this, tag](auto&& act) {
+                          for (tag_ordinal one; one.number() < tags_.size(); ++one) {
+                              if (tag_type(tag_at(one)) == tag_type(tag)) {
+                                  act(one, tag_at(one));
+                              }
+                          }
+                      });
     }
     const std::uint32_t first = index->starts[tag & number_mask];
     const std::uint32_t behind = index->starts[(tag & number_mask) + 1u];
@@ -483,41 +474,13 @@ sdb_database::string_referrers(std::span<const std::uint32_t> references) const
     }
     // Whatever the tag, its word is looked at first: that it is wanted is the rarer thing.
     const uni::byte_view bytes = image();
-    for (const tag_table::row& row : tags_.rows()) {
-        if (is_wanted(bytes.u32(std::uint64_t{row.offset} + 2)) &&
-            tag_type(row.tag) == type::stringref && bytes.contains(row.offset, tag_header)) {
-            offsets.push_back(row.offset);
+    for (const std::uint32_t offset : tags_.offsets()) {
+        if (is_wanted(bytes.u32(std::uint64_t{offset} + 2)) &&
+            tag_type(bytes.u16(offset)) == type::stringref && bytes.contains(offset, tag_header)) {
+            offsets.push_back(offset);
         }
     }
     return offsets;
-}
-
-bool sdb_database::child_records(std::vector<sdb_child_record>& rows,
-                                 std::uint32_t parent_offset) const
-{
-    rows.clear();
-    const std::optional<tag_ordinal> parent = ordinal_of(parent_offset);
-    if (!loaded_ || !parent) {
-        return false;
-    }
-    const tag_table& relation = children();
-    relation.for_each_child(*parent, [&](tag_ordinal child) {
-        const sdb_tag_item item = item_at(child);
-        const bool is_list = tag_type(item.tag) == type::list;
-        rows.push_back({item.offset, item.offset, item.tag, relation.depth(child), is_list,
-                        is_list ? item.size : 0});
-    });
-    return !rows.empty();
-}
-
-std::uint32_t sdb_database::child_count(std::uint32_t parent_offset) const
-{
-    const std::optional<tag_ordinal> parent = ordinal_of(parent_offset);
-    std::uint32_t count = 0;
-    if (loaded_ && parent) {
-        children().for_each_child(*parent, [&count](tag_ordinal) { ++count; });
-    }
-    return count;
 }
 
 bool sdb_database::find_enclosing_list(std::uint32_t& result, std::uint32_t offset,

@@ -91,16 +91,6 @@ struct sdb_index_record {
     std::vector<index_entry> entries; // ascending by key, equal keys in file order
 };
 
-// A row of the relation between lists and the tags in them.
-struct sdb_child_record {
-    std::uint32_t parent = 0; // offset of the enclosing list
-    std::uint32_t offset = 0;
-    std::uint16_t tag = 0;
-    std::uint16_t depth = 0; // the children of a root list have depth 2
-    bool is_list = false;
-    std::uint32_t list_size = 0; // the list's size word, 0 when not a list
-};
-
 struct ordinals_by_number;
 
 // A 16-byte binary, which is a GUID whatever its tag.
@@ -167,8 +157,13 @@ public:
 
     // Recorded tags, counted by ordinal in file order.
     std::uint32_t tag_count() const noexcept { return tags_.size(); }
-    std::uint16_t tag_at(tag_ordinal ordinal) const noexcept { return tags_.tag(ordinal); }
     std::uint32_t offset_at(tag_ordinal ordinal) const noexcept { return tags_.offset(ordinal); }
+    std::uint16_t tag_at(tag_ordinal ordinal) const noexcept
+    {
+        return tag_from(offset_at(ordinal));
+    }
+    // The tag word at the offset of a recorded tag.
+    std::uint16_t tag_from(std::uint32_t offset) const noexcept { return image().u16(offset); }
     std::optional<tag_ordinal> ordinal_of(std::uint64_t offset) const noexcept
     {
         return ordinal_by_offset_.ordinal_of(offset);
@@ -180,15 +175,17 @@ public:
     }
     // The tag of that ordinal, decoded; `indexed` is left out, is_indexed() answers it.
     sdb_tag_item item_at(tag_ordinal ordinal) const { return decode(offset_at(ordinal)); }
+    // The same for the offset of a recorded tag.
+    sdb_tag_item item_from(std::uint32_t offset) const { return decode(offset); }
     // The u32 behind the tag word at `offset`: a dword's value, a reference, or a size word.
     std::uint32_t word_behind(std::uint32_t offset) const noexcept
     {
         return image().u32(std::uint64_t{offset} + 2);
     }
-    // The size word of the list of that ordinal; 0 for any other tag.
-    std::uint32_t list_size_at(tag_ordinal ordinal) const noexcept
+    // The size word of the list at `offset`; 0 for any other tag.
+    std::uint32_t list_size_from(std::uint32_t offset) const noexcept
     {
-        return tag_type(tag_at(ordinal)) == type::list ? word_behind(offset_at(ordinal)) : 0;
+        return tag_type(tag_from(offset)) == type::list ? word_behind(offset) : 0;
     }
     // The payload of the string or binary at `offset`, as far as it exists.
     uni::byte_view payload_at(std::uint32_t offset) const noexcept
@@ -235,11 +232,16 @@ public:
     // The offsets of the tags that hold one of these string references, those before the database
     // list included, in file order. One pass over all tags, however many references there are.
     std::vector<std::uint32_t> string_referrers(std::span<const std::uint32_t> references) const;
-    // The children of the list at `parent_offset`, in file order, with their own offset in `parent`
-    // as in `offset`; false if it has none.
-    bool child_records(std::vector<sdb_child_record>& rows, std::uint32_t parent_offset) const;
-    // How many there are.
-    std::uint32_t child_count(std::uint32_t parent_offset) const;
+    // Calls `act` with the offset and the tag of each tag that stands directly in the list at `parent`, in
+    // file order.
+    template <typename action>
+    void for_each_child(std::uint32_t parent, action&& act) const
+    {
+        if (const std::optional<tag_ordinal> list = ordinal_of(parent)) {
+            tags_.for_each_child(*list,
+                                 [&](tag_ordinal child) { act(offset_at(child), tag_at(child)); });
+        }
+    }
     // The list around `offset`, 0 and false if there is none.
     //
     // Without `want_parent`, `offset` itself if it is a list with children, else the list with

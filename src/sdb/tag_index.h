@@ -60,8 +60,7 @@ public:
         return contains(offset) ? std::optional(tag_ordinal(count_below(offset))) : std::nullopt;
     }
 
-private:
-    // Written out, since a build for any processor calls a slow routine for std::popcount.
+    // How many bits are set. Written out, since a build for any processor calls a slow routine for std::popcount.
     static constexpr std::uint32_t count_bits(std::uint64_t word) noexcept
     {
         word -= (word >> 1) & 0x5555555555555555;
@@ -70,6 +69,7 @@ private:
         return static_cast<std::uint32_t>((word * 0x0101010101010101) >> 56);
     }
 
+private:
     io::large_vector<std::uint64_t> words_;
     io::large_vector<std::uint32_t> counts_;
 };

@@ -7,18 +7,21 @@ namespace sdb {
 namespace {
 
 constexpr std::uint64_t list_head = 6; // tag word and size word
-// As databases usually have them.
-constexpr std::size_t tags_of_a_list = 8;
-constexpr std::size_t tags_of_a_reference = 16;
+// Of the room that these take, the shortest tags have it.
+constexpr std::size_t tags_of_a_list = 3;
+constexpr std::size_t tags_of_a_reference = 3;
 
 } // namespace
 
-void tag_table::reset(std::size_t expected_tags)
+void tag_table::reset(std::size_t most_tags)
 {
     *this = {};
-    rows_.reserve(expected_tags);
-    lists_.reserve(expected_tags / tags_of_a_list);
-    references_.reserve(expected_tags / tags_of_a_reference);
+    // What is never used of a large array takes no memory, and one that never grows is never copied.
+    offsets_.reserve(most_tags);
+    marks_.reserve(most_tags / tags_of_a_mark + 1);
+    lists_.reserve(most_tags / tags_of_a_list);
+    around_.reserve(most_tags / tags_of_a_list);
+    references_.reserve(most_tags / tags_of_a_reference);
 }
 
 // Closes the lists that the last tag, which ends at `behind`, has filled.
@@ -36,9 +39,8 @@ void tag_table::close_finished(std::uint64_t behind)
 void tag_table::close(const open_list& closed, std::uint64_t behind)
 {
     list_row& list = lists_[closed.number];
-    row& first = rows_[list.ordinal.number()];
-    first.end = list.end = tag_ordinal(size());
-    list.is_exact = std::uint64_t{first.offset} + list_head + list.size == behind;
+    list.close(tag_ordinal(size()),
+               std::uint64_t{offset(list.ordinal)} + list_head + closed.total == behind);
 }
 
 // What is still open lacks some of what it claims.
@@ -50,7 +52,7 @@ void tag_table::finish()
             close(unfinished, 0);
         }
     }
-    around_.clear();
+    around_ = {};
 }
 
 const std::vector<tag_ordinal>& tag_table::lists_with_children() const
@@ -58,7 +60,7 @@ const std::vector<tag_ordinal>& tag_table::lists_with_children() const
     if (!lists_with_children_) {
         lists_with_children_.emplace();
         for (const list_row& list : lists_) {
-            if (list.end > list.ordinal.next()) {
+            if (list.has_children()) {
                 lists_with_children_->push_back(list.ordinal);
             }
         }
@@ -71,7 +73,7 @@ const std::vector<std::vector<tag_ordinal>>& tag_table::lists_by_depth() const
     if (!lists_by_depth_) {
         lists_by_depth_.emplace();
         for (const tag_ordinal list : lists_with_children()) {
-            const std::size_t depth_inside = depth(list.next());
+            const std::size_t depth_inside = this->list(list)->depth_inside();
             if (lists_by_depth_->size() <= depth_inside) {
                 lists_by_depth_->resize(depth_inside + 1);
             }
@@ -92,7 +94,7 @@ std::optional<tag_ordinal> tag_table::list_around(tag_ordinal list) const
     if (list == lists_with_children().front()) {
         return std::nullopt;
     }
-    const auto wanted = static_cast<std::uint16_t>(depth(list.next()) - 1);
+    const auto wanted = this->list(list)->depth;
     if (wanted >= lists_by_depth().size()) {
         return std::nullopt;
     }
@@ -111,13 +113,13 @@ std::vector<tag_ordinal> tag_table::lists_around(std::uint16_t tag) const
     std::vector<tag_ordinal> outer;
     std::vector<std::optional<tag_ordinal>> last_by_depth; // by the depth of what stands in them
     std::optional<tag_ordinal> first;
-    for (const auto& [list, end, size, list_tag, is_exact] : lists_) {
-        if (end <= list.next()) {
+    for (const list_row& list : lists_) {
+        if (!list.has_children()) {
             continue;
         }
-        const std::uint16_t depth_inside = depth(list.next());
-        const auto wanted = static_cast<std::uint16_t>(depth_inside - 1);
-        if (list_tag == tag && wanted < last_by_depth.size()) {
+        const std::uint16_t depth_inside = list.depth_inside();
+        const std::uint16_t wanted = list.depth;
+        if (list.tag == tag && wanted < last_by_depth.size()) {
             const std::optional<tag_ordinal> found = last_by_depth[wanted];
             if (found && !is_lone_first_row(*found, *first) &&
                 (outer.empty() || outer.back() != *found)) {
@@ -127,8 +129,8 @@ std::vector<tag_ordinal> tag_table::lists_around(std::uint16_t tag) const
         if (last_by_depth.size() <= depth_inside) {
             last_by_depth.resize(std::size_t{depth_inside} + 1);
         }
-        last_by_depth[depth_inside] = list;
-        first = first.value_or(list);
+        last_by_depth[depth_inside] = list.ordinal;
+        first = first.value_or(list.ordinal);
     }
     std::ranges::sort(outer);
     outer.erase(std::unique(outer.begin(), outer.end()), outer.end());

@@ -7,13 +7,15 @@
 #include <vector>
 
 #include "io/large_vector.h"
+#include "sdb/tag_index.h"
 #include "sdb/tag_ordinal.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 
 namespace sdb {
 
-// All recorded tags in file order, by ordinal, and which of them stand in which list.
+// All recorded tags in file order, by ordinal, and which of them stand in which list. Of each tag its
+// offset is kept, which leads to all else that the image says of it; of lists a little more.
 //
 // The relation comes from charging a list's size with its children, as readers of the format have
 // always done it: a binary's pad byte is not charged, and a list ends when less than 2 bytes of it
@@ -24,20 +26,35 @@ namespace sdb {
 // its lists are one run of ordinals, and a tag's children are found by stepping over their runs.
 class tag_table {
 public:
-    struct row {
-        std::uint32_t offset;
-        tag_ordinal end;
-        std::uint16_t tag;
-        std::uint16_t depth;
-    };
-
     // A list, of which there are far fewer than tags: passes over these rows read little memory.
     struct list_row {
+        list_row(tag_ordinal own, std::uint16_t own_tag, std::uint16_t own_depth, bool exact)
+            : ordinal(own), tag(own_tag), depth(own_depth)
+        {
+            close(own.next(), exact);
+        }
+
+        // The first ordinal behind all that stands in it.
+        tag_ordinal end() const noexcept { return tag_ordinal(end_ / 2); }
+        bool has_children() const noexcept { return end() > ordinal.next(); }
+        // The depth of what stands in it.
+        std::uint16_t depth_inside() const noexcept
+        {
+            return static_cast<std::uint16_t>(depth + 1);
+        }
+        // It holds what its size claims, to the byte.
+        bool is_exact() const noexcept { return end_ % 2 != 0; }
+        void close(tag_ordinal end, bool exact) noexcept
+        {
+            end_ = end.number() * 2 + (exact ? 1 : 0);
+        }
+
         tag_ordinal ordinal;
-        tag_ordinal end;    // as in its row
-        std::uint32_t size; // its size word
         std::uint16_t tag;
-        bool is_exact; // it holds what its size claims, to the byte
+        std::uint16_t depth; // of a root list 1; wraps in 16 bits
+
+    private:
+        std::uint32_t end_; // twice, and one more where it is exact: no image has that many tags
     };
 
     // A dword that refers to another tag, as listings follow it.
@@ -48,14 +65,18 @@ public:
 
     // To be filled by the scan: reset(), then add() for each tag in file order with the u32 behind
     // its tag word and the position behind the tag, then finish().
-    void reset(std::size_t expected_tags);
+    void reset(std::size_t most_tags);
     void add(std::uint32_t offset, std::uint16_t tag, std::uint32_t word, std::uint64_t behind)
     {
         const tag_ordinal ordinal(size());
-        rows_.push_back({offset, ordinal.next(), tag, depth_});
+        if (ordinal.number() % tags_of_a_mark == 0) {
+            marks_.push_back({0, static_cast<std::uint32_t>(lists_.size())});
+        }
+        offsets_.push_back(offset);
         top_.remaining -= charge_of(tag, word);
         if (tag_type(tag) == type::list) {
-            lists_.push_back({ordinal, ordinal.next(), word, tag, word == 0});
+            marks_.back().lists |= std::uint64_t{1} << (ordinal.number() % tags_of_a_mark);
+            lists_.push_back({ordinal, tag, depth_, word == 0});
             if (word != 0) {
                 around_.push_back(top_);
                 top_ = {static_cast<std::uint32_t>(lists_.size() - 1), word, word};
@@ -72,18 +93,32 @@ public:
     }
     void finish();
 
-    // All rows, by ordinal: for passes over the whole database.
-    std::span<const row> rows() const noexcept { return rows_; }
-    std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(rows_.size()); }
-    std::uint32_t offset(tag_ordinal one) const noexcept { return rows_[one.number()].offset; }
-    std::uint16_t tag(tag_ordinal one) const noexcept { return rows_[one.number()].tag; }
-    // Nesting depth: the children of a root list have depth 2. Wraps in 16 bits.
-    std::uint16_t depth(tag_ordinal one) const noexcept { return rows_[one.number()].depth; }
+    // The offsets of all tags, by ordinal: for passes over the whole database.
+    std::span<const std::uint32_t> offsets() const noexcept { return offsets_; }
+    std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(offsets_.size()); }
+    std::uint32_t offset(tag_ordinal one) const noexcept { return offsets_[one.number()]; }
+    // The row of a list; null for any other tag.
+    const list_row* list(tag_ordinal one) const noexcept
+    {
+        const std::uint64_t bit = std::uint64_t{1} << (one.number() % tags_of_a_mark);
+        const bool is_list = (marks_[one.number() / tags_of_a_mark].lists & bit) != 0;
+        return is_list ? &lists_[lists_before(one)] : nullptr;
+    }
     // The first ordinal behind a tag and all that stands in it.
-    tag_ordinal end(tag_ordinal one) const noexcept { return rows_[one.number()].end; }
+    tag_ordinal end(tag_ordinal one) const noexcept
+    {
+        const list_row* const row = list(one);
+        return row == nullptr ? one.next() : row->end();
+    }
     bool has_children(tag_ordinal one) const noexcept { return end(one) > one.next(); }
     // All lists, ascending.
     std::span<const list_row> lists() const noexcept { return lists_; }
+    // Those from one ordinal to the one before another.
+    std::span<const list_row> lists_in(tag_ordinal first, tag_ordinal end) const
+    {
+        const std::size_t before = lists_before(first);
+        return lists().subspan(before, lists_before(end) - before);
+    }
     // All references, ascending.
     std::span<const reference> references() const noexcept { return references_; }
 
@@ -100,11 +135,10 @@ public:
     void for_each_list_in(tag_ordinal list, action&& act) const
     {
         tag_ordinal behind = list.next();
-        for (auto child = std::ranges::lower_bound(lists_, behind, {}, &list_row::ordinal);
-             child != lists_.end() && child->ordinal < end(list); ++child) {
-            if (child->ordinal >= behind) {
-                act(*child);
-                behind = child->end;
+        for (const list_row& child : lists_in(behind, end(list))) {
+            if (child.ordinal >= behind) {
+                act(child);
+                behind = child.end();
             }
         }
     }
@@ -122,6 +156,21 @@ public:
 
 private:
     static constexpr std::uint32_t no_list = 0xffffffff;
+    // Which of some tags are lists, and how many lists stand before them.
+    static constexpr std::uint32_t tags_of_a_mark = 64;
+    struct mark {
+        std::uint64_t lists;
+        std::uint32_t lists_before;
+    };
+    std::size_t lists_before(tag_ordinal one) const noexcept
+    {
+        if (one.number() == size()) {
+            return lists_.size();
+        }
+        const mark& around = marks_[one.number() / tags_of_a_mark];
+        const std::uint64_t bit = std::uint64_t{1} << (one.number() % tags_of_a_mark);
+        return around.lists_before + tag_index::count_bits(around.lists & (bit - 1));
+    }
     struct open_list {
         std::uint32_t number; // its place in lists_
         std::uint32_t remaining;
@@ -152,10 +201,11 @@ private:
     // While the scan runs: the innermost open list, those around it, and the depth of what stands in
     // it. Outside of all lists the innermost is no list, which never closes.
     open_list top_{no_list, 0, 0};
-    std::vector<open_list> around_;
+    io::large_vector<open_list> around_;
     std::uint16_t depth_ = 1;
 
-    io::large_vector<row> rows_;
+    io::large_vector<std::uint32_t> offsets_;
+    io::large_vector<mark> marks_;
     io::large_vector<list_row> lists_;
     io::large_vector<reference> references_;
     mutable std::optional<std::vector<tag_ordinal>> lists_with_children_;
