@@ -179,6 +179,7 @@ if $all; then
     build tsan quilt
     thread_tests
 
+    script_tests costs costs_test.py --quilt build/release/quilt
     script_tests patches house_test.py --patches build/release/quilt
 
     build windows

@@ -16,7 +16,7 @@ import zlib
 from support.whole_runs import ARGUMENTS, FAILED, Runs, main
 
 MIB = 1 << 20
-EXE, SHIM, PATCH, MATCHING, SHIM_REF, INEXCLUDE = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009, 0x7003
+EXE, SHIM, PATCH, MATCHING, SHIM_REF = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009
 NAME, VENDOR, REFERENCE, BITS, EXE_ID, NULL = 0x6001, 0x6005, 0x4005, 0x9002, 0x9004, 0x1001
 FIRST = 18  # where what stands in the database list begins
 
@@ -75,23 +75,20 @@ def deflated(contents):
     return (struct.pack("<II4sQ", 2, 1, b"zdbf", 0) + packed).ljust(len(contents) // 8, b"\0")
 
 
-def matching(count, *members):
-    return tag(EXE, NAMED, tag(MATCHING, *members)) * count
-
-
 def long_name(count, length):
     return image(tag(EXE, dword(NAME, 6), tag(MATCHING, dword(NAME, 6))) * count,
                  strings=["tool.ex" + "b" * length, "a"])
 
 
-# What is made, from how much of it, and what is asked of it.
+# What is made, from how much of it, and what is asked of it. Where text grows with the square of it, fewer
+# records than several threads would share.
 ROWS = {
     "a text behind an end": (lambda n: image(strings=["b" * n + "\0" + "a" * n, "z"]),
-                             4_000_000, "-strings a"),
+                             2_000_000, "-strings a"),
     "a thousand texts": (lambda n: image(NAMED, strings=[f"name number {i}" for i in range(n)]),
                          40_000, "-strings " + ",".join(f"text {i}" for i in range(1000))),
     "the same text again": (lambda n: image(dword(NAME, 6) * n, strings=["e" * n, "z"]),
-                            3_000_000, "-strings " + ",".join("e" * 200)),
+                            1_200_000, "-strings " + ",".join("e" * 200)),
     "texts in one another": (lambda n: image(strings=["a" * n, "z"]), 5_000_000,
                              "-strings " + ",".join("a" * i + "b" for i in range(300))),
     "identifiers in nested lists": (lambda n: image(nested(n, NAMED + tag(EXE_ID, bytes(16)))),
@@ -101,8 +98,8 @@ ROWS = {
                                            for i in range(n)))), 30_000, "-guids"),
     "identifiers, with a search": (lambda n: image(nested(n, NAMED + tag(EXE_ID, bytes(16)))),
                                    20_000, "-guids -strings a"),
-    "an unsound list": (lambda n: image(unsound(), nested(n)), 100_000, "-stats"),
-    "unsound nested lists": (lambda n: image(nested(n, unsound())), 100_000, "-stats"),
+    "an unsound list": (lambda n: image(unsound(), nested(n)), 60_000, "-stats"),
+    "unsound nested lists": (lambda n: image(nested(n, unsound())), 60_000, "-stats"),
     "unsound lists, searched": (lambda n: image(overlapping(n), unsound()), 20_000,
                                 "-exes -strings nothing,a"),
     "inflated tags": (lambda n: deflated(image(struct.pack("<H", NULL) * n)), 8_000_000, "-stats"),
@@ -115,12 +112,12 @@ ROWS = {
     "a long name of many": (lambda n: long_name(n // 8, n), 400_000, "-match -pe PROGRAM"),
     "chain of references": (lambda n: image(chain(n)), 1_500, "-shims"),
     "chain, plain": (lambda n: image(chain(n)), 1_500, "-shims -multiline"),
-    "fan of references": (lambda n: image(fan(n)), 500, "-exes"),
-    "overlapping sizes": (lambda n: image(overlapping(n)), 400, "-exes"),
-    "nested lists": (lambda n: image(nested(n)), 500, "-exes"),
-    "nested lists, plain": (lambda n: image(nested(n)), 500, "-exes -multiline"),
+    "fan of references": (lambda n: image(fan(n)), 250, "-exes"),
+    "overlapping sizes": (lambda n: image(overlapping(n)), 250, "-exes"),
+    "nested lists": (lambda n: image(nested(n)), 250, "-exes"),
+    "nested lists, plain": (lambda n: image(nested(n)), 250, "-exes -multiline"),
     "patch operations": (lambda n: image(operations(n)), 1_200_000, "-patches"),
-    "bytes in patch operations": (lambda n: image(operations(n)), 9_600_000,
+    "bytes in patch operations": (lambda n: image(operations(n)), 9_000_000,
                                   "-patches -patchbytes 0c000000040000"),
     "a long string of many": (
         lambda n: image(tag(EXE, *[dword(NAME + i % 16, 6) for i in range(200)]) * (n // 50),
@@ -194,31 +191,24 @@ class Costs(Runs):
                 costs = []
                 for number in (count, 2 * count):
                     path, size = self.made(maker, number)
-                    runs = [self.run_measured(options, path) for _ in range(3)]
+                    runs = [self.run_measured(options, path) for _ in range(5)]
                     costs.append((min(run[1] for run in runs), runs[0][3]))
                     self.hold_bounds(size, max(run[2] for run in runs), runs[0][3])
                 (time, text), (more_time, more_text) = costs
                 # Within the bound on text, work may grow as that does.
                 growth = max(2, more_text / text)
-                if ARGUMENTS.show:
-                    print(f"{name}: {more_time / time:.2f} of {time:.3f} s, "
-                          f"{runs[0][2] / MIB:.0f} MiB of {10 * size / MIB + 64:.0f}, exit {runs[0][0]}, {more_text} bytes")
                 self.assertLess(more_time, 1.5 * growth * time)
 
     def test_what_has_no_end_of_its_own_is_ended_and_told(self):
         for name, (maker, options, code) in BEYOND.items():
             with self.subTest(name):
                 path, size = self.made(maker)
-                result, time, memory, printed = self.run_measured(options, path)
+                result, _, memory, printed = self.run_measured(options, path)
                 said = self.read("said").decode()
-                if ARGUMENTS.show:
-                    print(f"{name}: {time:.2f} s, {memory / MIB:.0f} MiB, {printed / MIB:.0f} MiB: {said}", end="")
                 self.assertEqual(result, code)
                 self.assertEqual(said.count("\n"), 1 if code else 0)
                 self.hold_bounds(size, memory, printed)
 
 
 if __name__ == "__main__":
-    ARGUMENTS.show = "--show" in sys.argv
-    sys.argv = [word for word in sys.argv if word != "--show"]
     sys.exit(main())

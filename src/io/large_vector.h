@@ -60,6 +60,13 @@ private:
 template <typename element>
 using large_vector = std::vector<element, large_allocator<element>>;
 
+// Gives the memory of an array back.
+template <typename element>
+void release(large_vector<element>& array) noexcept
+{
+    large_vector<element>().swap(array);
+}
+
 // Bytes of a file or an image.
 using byte_vector = large_vector<std::uint8_t>;
 

@@ -57,6 +57,11 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
         work_.pop_back();
         walk_group(next, follow_references, budget);
     }
+    constexpr std::uint64_t very_many = 0x100000;
+    if (record_items_ > very_many) { // what is made of it needs the memory
+        io::release(work_);
+        io::release(open_ends_);
+    }
     return record_items_ != 0;
 }
 

@@ -80,7 +80,7 @@ void record_groups::finish()
     }
     constexpr std::size_t very_many = 0x100000;
     if (late_.size() > very_many) {
-        reachable_ = {}; // the moment at which a record takes most
+        io::release(reachable_); // the moment at which a record takes most
     }
     grown_.reserve(grown); // so that nothing moves
     for (std::span<const late_scalar> rest = late_; !rest.empty();) {

@@ -58,7 +58,7 @@ inflation inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_
     }
     ::inflateEnd(&stream);
     if (result != inflation::whole) {
-        out = {};
+        io::release(out);
     }
     return result;
 }

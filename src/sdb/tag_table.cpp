@@ -52,7 +52,7 @@ void tag_table::finish()
             close(unfinished, 0);
         }
     }
-    around_ = {};
+    io::release(around_);
 }
 
 const std::vector<tag_ordinal>& tag_table::lists_with_children() const

@@ -16,7 +16,9 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -247,7 +249,6 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 // Looking the next one up would take memory itself.
 void* __libc_malloc(size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
 
 void* malloc(size_t size)
 {
@@ -257,13 +258,14 @@ void* malloc(size_t size)
     errno = ENOMEM;
     return nullptr;
 }
-void* aligned_alloc(size_t alignment, size_t size)
+void* mmap(void* place, size_t size, int protection, int flags, int file, off_t offset)
 {
-    if (fate_of(k_memory) == fate::as_always) {
-        return __libc_memalign(alignment, size);
+    if ((flags & MAP_ANONYMOUS) == 0 || fate_of(k_memory) == fate::as_always) {
+        return reinterpret_cast<void*>(
+            ::syscall(SYS_mmap, place, size, protection, flags, file, offset));
     }
     errno = ENOMEM;
-    return nullptr;
+    return MAP_FAILED;
 }
 
 } // extern "C"

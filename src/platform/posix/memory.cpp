@@ -1,5 +1,6 @@
 #include "platform/memory.h"
 
+#include <cstdint>
 #include <new>
 
 #include <sys/mman.h>
@@ -17,17 +18,30 @@ std::size_t whole_pages(std::size_t bytes)
 
 } // namespace
 
+// Mapped by itself, so that all of it goes back to the system; at a large page's boundary, for which a
+// page too many is mapped and what stands over is cut off.
 void* allocate_large(std::size_t bytes)
 {
-    const auto alignment = static_cast<std::align_val_t>(large_page);
-    void* const memory = ::operator new(whole_pages(bytes), alignment);
-    ::madvise(memory, whole_pages(bytes), MADV_HUGEPAGE);
+    const std::size_t wanted = whole_pages(bytes);
+    void* const mapped = ::mmap(nullptr, wanted + large_page, PROT_READ | PROT_WRITE,
+                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    const std::size_t over = reinterpret_cast<std::uintptr_t>(mapped) % large_page;
+    const std::size_t before = over == 0 ? 0 : large_page - over;
+    char* const memory = static_cast<char*>(mapped) + before;
+    if (before != 0) {
+        ::munmap(mapped, before);
+    }
+    ::munmap(memory + wanted, large_page - before);
+    ::madvise(memory, wanted, MADV_HUGEPAGE);
     return memory;
 }
 
-void free_large(void* memory, std::size_t) noexcept
+void free_large(void* memory, std::size_t bytes) noexcept
 {
-    ::operator delete(memory, static_cast<std::align_val_t>(large_page));
+    ::munmap(memory, whole_pages(bytes));
 }
 
 } // namespace platform
