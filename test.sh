@@ -121,27 +121,26 @@ thread_tests() {
 
 # Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".
 fuzz_target() { # name
-    local place=build/fuzz/runs/$1 seeds=()
+    local place=build/fuzz/runs/$1 seeds=() more=()
     rm -rf "$place/corpus" "$place/status"
     mkdir -p "$place/corpus" "$place/artifacts"
     [ ! -d "fuzz/corpus/$1" ] || seeds+=("fuzz/corpus/$1")
-    [ ! -d build/fuzz/samples ] || seeds+=(build/fuzz/samples)
-    "build/fuzz/$1" -runs=20000 -max_total_time=30 -timeout=10 -seed=1 \
-        -artifact_prefix="$place/artifacts/" "$place/corpus" "${seeds[@]}" \
+    case $1 in
+    listing* | match*) more=(-dict=build/fuzz/tags.dict) && seeds+=(build/fuzz/samples) ;;
+    esac
+    "build/fuzz/$1" -runs=20000 -max_total_time=15 -timeout=5 -malloc_limit_mb=512 -seed=1 \
+        -artifact_prefix="$place/artifacts/" "${more[@]}" "$place/corpus" "${seeds[@]}" \
         </dev/null >"$logs/fuzz-$1.log" 2>&1 && echo passed >"$place/status"
 }
 
 fuzz_smoke() {
     local names name
-    [ -d fuzz ] || return 0
     heading 'fuzz targets'
-    mapfile -t names < <(find fuzz -maxdepth 1 -name '*.cpp' -printf '%f\n' | sed 's/\.cpp$//' | sort)
-    [ ${#names[@]} -gt 0 ] || return 0
+    mapfile -t names < <(fuzz_targets)
     rm -rf build/fuzz/samples
-    if compgen -G 'examples/*.sdb' >/dev/null; then
-        mkdir build/fuzz/samples
-        cp examples/*.sdb build/fuzz/samples
-    fi
+    mkdir build/fuzz/samples
+    cp examples/*.sdb build/fuzz/samples
+    fuzz_dictionary >build/fuzz/tags.dict
     export logs
     export -f fuzz_target
     printf '%s\n' "${names[@]}" | xargs -P "$(nproc)" -I '{}' bash -c 'fuzz_target "$1" || true' - '{}'
@@ -179,6 +178,8 @@ if $all; then
     build tsan quilt
     thread_tests
 
+    heading 'unused functions'
+    logged unused cmake/lint.sh unused
     script_tests costs costs_test.py --quilt build/release/quilt
     script_tests patches house_test.py --patches build/release/quilt
 

@@ -6,7 +6,7 @@ test_packages=("${run_packages[@]}" googletest python3 libhivex-bin ntfs-3g moun
 all_packages=("${test_packages[@]}" clang libclang-rt-14-dev clang-format
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 libxml2-utils
     gcc-mingw-w64-i686-posix icoutils dosfstools e2fsprogs exfatprogs patch
-    libexpat1-dev libcsv-dev)
+    libexpat1-dev libcsv-dev cppcheck)
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
@@ -57,6 +57,16 @@ install_packages() { # package...
     logged packages "${as_root[@]}" apt-get update &&
         logged packages "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
             apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+# The names of the fuzz targets, one a line.
+fuzz_targets() {
+    (cd "$root/fuzz" && printf '%s\n' *_fuzzer.cpp | sed 's/\.cpp$//')
+}
+
+# The tag words, as a fuzz target takes a dictionary.
+fuzz_dictionary() {
+    sed -n 's/^SDB_TAG(0x\(..\)\(..\),.*/"\\x\2\\x\1"/p' "$root/src/sdb/tag_list.inc"
 }
 
 configure_preset() { # preset

@@ -1,19 +1,20 @@
-// Loads arbitrary bytes as a database and makes one report of it, which readers of its form must take,
-// or holds the quick ways to its records against the long one. The sum of all bytes selects which, so
-// that any database is a seed and each report has its share.
+// Loads arbitrary bytes as a database and makes one report of it in one form, both chosen by the last
+// two bytes. What readers of the form take, what several threads make and what a compressed file gives
+// must be the same or right; short ways are held against the long one.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <iterator>
-#include <numeric>
 #include <string>
 #include <vector>
 
-#include "io/output_sink.h"
+#include <zlib.h>
+
+#include "database_mutator.h"
+#include "model/identifiers.h"
+#include "model/record_collector.h"
 #include "readers.h"
-#include "sdb/tags.h"
 #include "support/record_checks.h"
 #include "support/reports.h"
 
@@ -21,63 +22,110 @@ namespace {
 
 // Longer inputs find nothing that shorter ones do not.
 constexpr std::size_t longest_input = 65'536;
+constexpr std::size_t choices = 2;
 
-void report(const sdb::sdb_database& database, const request::sdb_opts& options)
+void bound(request::bounds& bounds)
 {
-    const auto write_to = [&](auto&& reader) {
-        test_support::write_report(reader, database, options);
-    };
+    bounds.text_bytes = 0x100000;
+    bounds.text_times_image = 4;
+    bounds.last_record_text = 0x10000;
+    bounds.listing_items = 20'000;
+    bounds.record_items = 5'000;
+}
+
+struct form_choice {
+    std::string_view name;
+    const char* separator; // between fields, where it matters
+};
+constexpr form_choice all_forms[] = {{"xml", nullptr},   {"plain", nullptr}, {"csv", ","},
+                                     {"csvl2t", ","},    {"csv", "|"},       {"bodyfile", "|"},
+                                     {"csvgen", ","}};
+
+request::sdb_opts options_of(const form_choice& form)
+{
+    request::sdb_opts options =
+        form.separator != nullptr ? test_support::row_options(form.name) : request::sdb_opts();
+    options.form = form.name;
+    if (form.separator != nullptr) {
+        options.csv_separator = form.separator;
+    }
+    bound(options.bounds);
+    return options;
+}
+
+std::string report_of(const sdb::sdb_database& database, const request::sdb_opts& options)
+{
+    uni::text_buffer text;
+    test_support::write_report(text, database, options);
+    return std::string(text.view());
+}
+
+// Makes a report, where several threads are chosen by one too, and holds it against what its form
+// promises.
+void report(const sdb::sdb_database& database, request::sdb_opts options)
+{
+    const std::string text = report_of(database, options);
+    if (options.bounds.threads > 1) {
+        options.bounds.threads = 1;
+        fuzz::require(text == report_of(database, options), "several threads make another report");
+    }
+    fuzz::require_text(text);
     if (options.form == "xml") {
-        write_to(fuzz::xml_reader());
-    } else if (options.stats && (options.form == "csv" || options.form == "csvl2t")) {
-        write_to(fuzz::csv_reader());
-    } else {
-        write_to(io::null_out_stream());
+        fuzz::require_document(text);
+    } else if (options.stats && options.csv_separator == "," &&
+               (options.form == "csv" || options.form == "csvl2t")) {
+        fuzz::require_rows(text);
+    }
+    if (!options.stats) {
+        constexpr std::size_t longest_value = 0x60000; // of an input, with all its marks
+        const request::bounds& bounds = options.bounds;
+        fuzz::require(text.size() < bounds.most_text(database.image().size()) +
+                                        bounds.last_record_text + longest_value,
+                      "a report without an end");
     }
 }
 
-void list_everything(const sdb::sdb_database& database, request::sdb_opts options)
+void listing(const sdb::sdb_database& database, request::sdb_opts options,
+             std::vector<std::string_view> listings)
 {
-    options.listings = {"apps", "fixes", "exes", "shims", "patches", "tag"};
+    const auto is_table = [](std::string_view name) { return name == "guids" || name == "stringtable"; };
+    if (options.form == "xml" && std::ranges::any_of(listings, is_table)) {
+        options.form = "plain"; // as a run has it
+    }
+    options.listings = std::move(listings);
     options.tag_filter = sdb::tag::inexclude;
     report(database, options);
 }
 
-void list_plain(const sdb::sdb_database& database, request::sdb_opts options)
+void list_records(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.form = "plain";
-    options.base16 = false;
-    list_everything(database, options);
-}
-
-void list_xml(const sdb::sdb_database& database, request::sdb_opts options)
-{
-    list_everything(database, options);
+    listing(database, std::move(options), {"apps", "fixes", "exes", "shims", "patches", "tag"});
 }
 
 void list_tables(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    options.form = "plain";
-    options.listings = {"guids", "stringtable"};
-    report(database, options);
+    listing(database, std::move(options), {"guids", "stringtable"});
 }
 
-template <const char* form>
-void make_statistics(const sdb::sdb_database& database, request::sdb_opts)
+void make_statistics(const sdb::sdb_database& database, request::sdb_opts options)
 {
-    request::sdb_opts options = test_support::row_options(form);
     options.stats = true;
+    options.form = options.form == "xml" ? "plain" : options.form;
     report(database, options);
 }
-constexpr char plain[] = "plain";
-constexpr char csv[] = "csv";
-constexpr char csvl2t[] = "csvl2t";
 
 // What is searched for comes from the database itself, so that there is something to be found.
 void search_texts(const sdb::sdb_database& database, request::sdb_opts options)
 {
     options.search.strings = {"ex", "*"};
-    list_plain(database, options);
+    std::string text;
+    for (const std::uint32_t reference : database.string_offsets()) {
+        if (database.read_string_ref(text, reference)) {
+            options.search.strings.push_back(text);
+        }
+    }
+    options.search.strings.resize(std::min<std::size_t>(options.search.strings.size(), 8));
+    list_records(database, options);
 }
 
 void search_guid(const sdb::sdb_database& database, request::sdb_opts options)
@@ -86,7 +134,7 @@ void search_guid(const sdb::sdb_database& database, request::sdb_opts options)
         options.search.guid = database.guid_items().back().text();
     }
     list_tables(database, options);
-    list_plain(database, options);
+    list_records(database, options);
 }
 
 void search_tags(const sdb::sdb_database& database, request::sdb_opts options)
@@ -95,54 +143,84 @@ void search_tags(const sdb::sdb_database& database, request::sdb_opts options)
         options.search.tagids = {database.offset_at(sdb::tag_ordinal(database.tag_count() - 1)),
                                  12};
     }
-    list_everything(database, options);
+    list_records(database, options);
 }
 
 void search_patch_bytes(const sdb::sdb_database& database, request::sdb_opts options)
 {
     options.patch_pattern = {0xeb};
-    list_everything(database, options);
+    list_records(database, options);
 }
 
-// Looks for three tags, spread over the file.
-void compare_short_ways(const sdb::sdb_database& database, request::sdb_opts)
+// A search lets pass what the listing has, and only what holds what was found; names beside
+// identifiers are those of the records.
+void compare_short_ways(const sdb::sdb_database& database, request::sdb_opts options)
 {
     std::vector<std::uint32_t> found;
     for (std::uint32_t part = 1; part < 4 && database.tag_count() != 0; ++part) {
         found.push_back(database.offset_at(sdb::tag_ordinal(database.tag_count() / 4 * part)));
     }
-    const std::string difference = test_support::difference_of_short_ways(database, found);
-    if (!difference.empty()) {
-        std::fprintf(stderr, "%s\n", difference.c_str());
-        std::abort();
+    std::string difference = test_support::difference_of_short_ways(database, found);
+    if (difference.empty()) {
+        difference = test_support::difference_of_identifiers(database);
     }
+    if (!difference.empty()) {
+        fuzz::refuse(difference);
+    }
+    options.search.tagids = found;
+    list_tables(database, options);
+}
+
+// The same database out of a compressed file.
+void compare_compressed(const sdb::sdb_database& database, request::sdb_opts options)
+{
+    const auto image = database.image().bytes();
+    uLongf length = compressBound(image.size());
+    io::byte_vector packed(sdb::compressed_header_size + length);
+    std::copy_n("\2\0\0\0\1\0\0\0zdbf", 12, packed.begin());
+    fuzz::require(compress2(packed.data() + sdb::compressed_header_size, &length, image.data(),
+                            image.size(), 1) == Z_OK,
+                  "nothing compressed");
+    packed.resize(std::max(sdb::compressed_header_size + length, image.size() / 10 + 1));
+    sdb::sdb_database other;
+    fuzz::require(other.load_image(std::move(packed)) == sdb::load_result::loaded,
+                  "what was compressed does not load");
+    options.form = "plain";
+    options.listings = {"apps", "guids", "stringtable"};
+    fuzz::require(report_of(database, options) == report_of(other, options),
+                  "what was compressed gives another report");
+    options.stats = true;
+    fuzz::require(report_of(database, options) == report_of(other, options),
+                  "what was compressed gives other statistics");
 }
 
 constexpr void (*reports[])(const sdb::sdb_database&, request::sdb_opts) = {
-    list_xml,
-    list_plain,
-    list_tables,
-    make_statistics<plain>,
-    make_statistics<csv>,
-    make_statistics<csvl2t>,
-    search_texts,
-    search_guid,
-    search_tags,
-    search_patch_bytes,
-    compare_short_ways,
-};
+    list_records, list_tables,        make_statistics,    search_texts,      search_guid,
+    search_tags,  search_patch_bytes, compare_short_ways, compare_compressed};
 
 } // namespace
 
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
+                                               std::size_t most, unsigned seed)
+{
+    return fuzz::mutate_database(data, size, most, seed);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    if (size == 0 || size > longest_input) {
+    if (size < choices || size > longest_input) {
         return -1;
     }
+    const std::uint8_t report = data[size - 2];
+    const std::uint8_t form = data[size - 1];
+    request::bounds bounds;
     sdb::sdb_database database;
-    if (database.load_image(io::byte_vector(data, data + size)) == sdb::load_result::loaded) {
-        const std::uint32_t sum = std::accumulate(data, data + size, std::uint32_t{0});
-        reports[sum % std::size(reports)](database, {});
+    if (database.load_image(io::byte_vector(data, data + size - choices),
+                            bounds.inflated_bytes / 64) == sdb::load_result::loaded) {
+        request::sdb_opts options = options_of(all_forms[form % std::size(all_forms)]);
+        options.bounds.threads = (form & 0x80) != 0 ? 4 : 1;
+        options.bounds.records_of_a_thread = 2;
+        reports[report % std::size(reports)](database, options);
     }
     return 0;
 }

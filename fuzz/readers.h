@@ -1,95 +1,90 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include <csv.h>
 #include <expat.h>
 
-#include "io/output_sink.h"
-
-// Sinks that hand a report to a reader of its form while it is written, and end the program where
-// that reader does not take it.
+// What every output must be, whatever it was made from. What is not ends the program.
 namespace fuzz {
 
-[[noreturn]] inline void refuse(const char* why)
+[[noreturn]] inline void refuse(const std::string& why)
 {
-    std::fprintf(stderr, "a reader refuses the report: %s\n", why);
+    std::fprintf(stderr, "%s\n", why.c_str());
     std::abort();
 }
 
-// A document that an XML parser takes.
-class xml_reader : public io::output_sink {
-public:
-    ~xml_reader() override
-    {
-        flush();
-        take("", true);
-        XML_ParserFree(parser_);
+inline void require(bool holds, const char* what)
+{
+    if (!holds) {
+        refuse(what);
     }
+}
 
-private:
-    bool write_block(std::string_view block) override
-    {
-        take(block, false);
-        return true;
+// An XML document.
+inline void require_document(std::string_view text)
+{
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    if (XML_Parse(parser, text.data(), static_cast<int>(text.size()), true) == XML_STATUS_ERROR) {
+        refuse(std::string("no XML: ") + XML_ErrorString(XML_GetErrorCode(parser)));
     }
-    void take(std::string_view block, bool is_last)
-    {
-        if (XML_Parse(parser_, block.data(), static_cast<int>(block.size()), is_last) ==
-            XML_STATUS_ERROR) {
-            refuse(XML_ErrorString(XML_GetErrorCode(parser_)));
-        }
-    }
+    XML_ParserFree(parser);
+}
 
-    XML_Parser parser_ = XML_ParserCreate(nullptr);
-};
+// Rows of fields, all of one length.
+inline void require_rows(std::string_view text)
+{
+    struct counter {
+        std::size_t fields = 0;
+        std::size_t length = 0;
+    } counted;
+    csv_parser parser{};
+    const auto on_field = [](void*, std::size_t, void* to) {
+        ++static_cast<counter*>(to)->fields;
+    };
+    const auto on_row = [](int, void* to) {
+        auto& row = *static_cast<counter*>(to);
+        require(row.length == 0 || row.fields == row.length, "two rows of two lengths");
+        row.length = row.fields;
+        row.fields = 0;
+    };
+    require(csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) == 0, "no reader of rows");
+    require(csv_parse(&parser, text.data(), text.size(), on_field, on_row, &counted) == text.size(),
+            "no rows of fields");
+    require(csv_fini(&parser, on_field, on_row, &counted) == 0, "rows that end inside a field");
+    csv_free(&parser);
+}
 
-// Rows, all of one length, that a strict CSV reader takes.
-class csv_reader : public io::output_sink {
-public:
-    csv_reader()
-    {
-        if (csv_init(&parser_, CSV_STRICT | CSV_STRICT_FINI) != 0) {
-            std::abort();
+// UTF-8 without a control character but TAB and the line end, nor one that turns the reading order.
+// Errors of a run may be followed by CR as well, where results have both.
+inline void require_text(std::string_view text, bool may_have_cr = false)
+{
+    for (std::size_t at = 0; at < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[at]);
+        const std::size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+        require(lead < 0x80 || (lead >= 0xc2 && lead < 0xf5), "a byte that begins no character");
+        require(length <= text.size() - at, "half a character");
+        char32_t character = length == 1 ? lead : lead & (0x7fu >> length);
+        for (std::size_t i = 1; i < length; ++i) {
+            const auto next = static_cast<unsigned char>(text[at + i]);
+            require((next & 0xc0) == 0x80, "a broken character");
+            character = character << 6 | (next & 0x3f);
         }
+        require(character >= 0x20 || character == '\n' || character == '\t' ||
+                    (character == '\r' && may_have_cr),
+                "a control character");
+        require(character < 0x7f || character > 0x9f, "a control character");
+        require(character < 0xd800 || character > 0xdfff, "half of a pair");
+        require(character != 0x200e && character != 0x200f && character != 0x61c &&
+                    (character < 0x202a || character > 0x202e) &&
+                    (character < 0x2066 || character > 0x2069),
+                "a character that turns the order");
+        at += length;
     }
-    ~csv_reader() override
-    {
-        flush();
-        if (csv_fini(&parser_, on_field, on_row, this) != 0) {
-            refuse("it ends inside a field");
-        }
-        csv_free(&parser_);
-    }
-
-private:
-    bool write_block(std::string_view block) override
-    {
-        if (csv_parse(&parser_, block.data(), block.size(), on_field, on_row, this) !=
-            block.size()) {
-            refuse(csv_strerror(csv_error(&parser_)));
-        }
-        return true;
-    }
-    static void on_field(void*, std::size_t, void* self)
-    {
-        ++static_cast<csv_reader*>(self)->fields_;
-    }
-    static void on_row(int, void* self)
-    {
-        auto& own = *static_cast<csv_reader*>(self);
-        if (own.length_ != 0 && own.fields_ != own.length_) {
-            refuse("two rows of two lengths");
-        }
-        own.length_ = own.fields_;
-        own.fields_ = 0;
-    }
-
-    csv_parser parser_{};
-    std::size_t fields_ = 0;
-    std::size_t length_ = 0;
-};
+}
 
 } // namespace fuzz

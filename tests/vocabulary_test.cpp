@@ -65,11 +65,10 @@ TEST(vocabulary, names_of_types)
 {
     std::string names;
     for (unsigned type = 0; type <= 0xf000; type += 0x1000) {
-        names += sdb::tag_type_name(static_cast<std::uint16_t>(type)) + ' ';
+        names.append(sdb::known_type_name(static_cast<std::uint16_t>(type))).append(",");
     }
-    EXPECT_EQ(names, "tag_0 null byte word dword qword stringref list string binary tag_40960 "
-                     "tag_45056 tag_49152 tag_53248 tag_57344 tag_61440 ");
-    EXPECT_EQ(sdb::tag_type_name(0x7008), "tag_28672") << "a whole tag is no type";
+    EXPECT_EQ(names, ",null,byte,word,dword,qword,stringref,list,string,binary,,,,,,,");
+    EXPECT_EQ(sdb::known_type_name(0x7008), "") << "a whole tag is no type";
 }
 
 TEST(vocabulary, predicates_hold_for_their_tags_alone)

@@ -258,6 +258,7 @@ bool take_time_format(parsing& now, const option_row&, const std::string& value)
 }
 
 template <bool request::cmd_params::*field, bool value>
+// cppcheck-suppress unusedFunction ; called through the table
 bool set_flag(parsing& now, const option_row&, const std::string&)
 {
     now.options.*field = value;
@@ -265,6 +266,7 @@ bool set_flag(parsing& now, const option_row&, const std::string&)
 }
 
 template <std::string request::cmd_params::*field>
+// cppcheck-suppress unusedFunction ; called through the table
 bool set_text(parsing& now, const option_row&, const std::string& value)
 {
     now.options.*field = value;

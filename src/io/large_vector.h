@@ -25,7 +25,7 @@ public:
 
     element* allocate(std::size_t count)
     {
-        if (count > static_cast<std::size_t>(-1) / 2 / sizeof(element)) {
+        if (count > static_cast<std::size_t>(-1) / 2 / size) {
             throw std::bad_array_new_length();
         }
         return static_cast<element*>(is_large(count) ? platform::allocate_large(count * size)
@@ -52,6 +52,7 @@ public:
     friend bool operator==(const large_allocator&, const large_allocator&) noexcept { return true; }
 
 private:
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): of a pointer where that is what is kept
     static constexpr std::size_t size = sizeof(element);
     static constexpr std::size_t large = std::size_t{1} << 20;
     static bool is_large(std::size_t count) noexcept { return count >= large / size; }

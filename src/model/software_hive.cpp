@@ -141,6 +141,7 @@ bool leads_out_of_volume(const request::sdb_opts& options, const std::string& pa
            !platform::lies_below(path, options.volume_text);
 }
 
+// cppcheck-suppress unusedFunction ; called by a constructor
 bool is_own_hive(const request::sdb_opts& options)
 {
     const std::optional<std::string> own = platform::own_software_hive();

@@ -292,6 +292,7 @@ std::uint32_t sectors_per_cluster(std::uint8_t stored)
     return stored <= most ? stored : power_of_two(256u - stored);
 }
 
+// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
 volume_identity identify_volume(byte_view first_block)
 {
     constexpr std::uint64_t least = 512;
@@ -306,6 +307,7 @@ volume_identity identify_volume(byte_view first_block)
     return {};
 }
 
+// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
 std::string partition_type_name(std::uint32_t kind)
 {
     const auto row =
@@ -315,6 +317,7 @@ std::string partition_type_name(std::uint32_t kind)
     return (kind & guessed_kind) != 0 ? name + " [guess]" : name;
 }
 
+// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
 std::vector<disk_partition> read_partitions(RAW_DISK_IO& disk)
 {
     constexpr std::size_t largest_sector = 16384;

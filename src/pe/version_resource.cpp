@@ -129,7 +129,7 @@ std::string hex_number(std::uint64_t number)
     return std::string(text.view());
 }
 
-void add_entry(version_map& result, version_value entry)
+void add_entry(version_map& result, version_value&& entry)
 {
     std::string key = uni::lowered(entry.name);
     result.try_emplace(std::move(key), std::move(entry));

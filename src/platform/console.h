@@ -9,6 +9,7 @@ namespace platform {
 class utf8_console {
 public:
     utf8_console();
+    // NOLINTNEXTLINE(performance-trivially-destructible): it is not on both systems
     ~utf8_console();
     utf8_console(const utf8_console&) = delete;
     utf8_console& operator=(const utf8_console&) = delete;

@@ -7,6 +7,7 @@ namespace platform {
 class wow64_redirect_adt {
 public:
     wow64_redirect_adt();
+    // NOLINTNEXTLINE(performance-trivially-destructible): it is not on both systems
     ~wow64_redirect_adt();
     wow64_redirect_adt(const wow64_redirect_adt&) = delete;
     wow64_redirect_adt& operator=(const wow64_redirect_adt&) = delete;

@@ -15,17 +15,23 @@ namespace {
 namespace tag = sdb::tag;
 using ordinals_span = std::span<const sdb::tag_ordinal>;
 
-// Long listings are made by several threads, that many records at a time.
-constexpr std::size_t stretch_records = 128;
+// A shorter listing is not made by several threads.
 constexpr std::size_t fewest_stretches = 4;
 // Of what one of several threads gathers at a time.
 constexpr std::size_t largest_list = 0x10000;
 
-ordinals_span stretch_of(ordinals_span ordinals, std::size_t number)
-{
-    const auto rest = ordinals.subspan(number * stretch_records);
-    return rest.first(std::min(stretch_records, rest.size()));
-}
+// What several threads share: stretches of so many records.
+struct shared_records {
+    ordinals_span all;
+    std::size_t in_a_stretch;
+
+    std::size_t stretches() const { return (all.size() + in_a_stretch - 1) / in_a_stretch; }
+    ordinals_span from(std::size_t number) const { return all.subspan(number * in_a_stretch); }
+    ordinals_span stretch(std::size_t number) const
+    {
+        return from(number).first(std::min(in_a_stretch, from(number).size()));
+    }
+};
 
 // A stretch of a long listing, made ahead of its turn.
 struct stretch {
@@ -69,9 +75,9 @@ private:
 class stretch_maker {
 public:
     stretch_maker(const sdb::sdb_database& database, model::search& search,
-                  const form::writer& form, ordinals_span ordinals,
+                  const form::writer& form, const shared_records& records,
                   const std::atomic<std::uint64_t>& listed_items)
-        : form_(form.fork(text_)), listing_(database, search, *form_), ordinals_(ordinals),
+        : form_(form.fork(text_)), listing_(database, search, *form_), records_(records),
           listed_items_(listed_items)
     {}
 
@@ -84,7 +90,7 @@ public:
         listing_.budget().largest_list = largest_list;
         listing_.budget().was_too_large = false;
         made.began_in = form_->state();
-        made.printed = listing_.print_records(stretch_of(ordinals_, number));
+        made.printed = listing_.print_records(records_.stretch(number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
         made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
@@ -96,7 +102,7 @@ private:
     bounded_text text_;
     std::unique_ptr<form::writer> form_;
     record_listing listing_;
-    ordinals_span ordinals_;
+    const shared_records& records_;
     const std::atomic<std::uint64_t>& listed_items_;
 };
 
@@ -150,29 +156,30 @@ bool record_listing::print_records(ordinals_span ordinals)
 bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads)
 {
     database_.make_shared_indexes();
-    bool printed = print_records(stretch_of(ordinals, 0));
-    const std::size_t count = (ordinals.size() + stretch_records - 1) / stretch_records;
+    const shared_records records{ordinals, budget_.bounds.records_of_a_thread};
+    bool printed = print_records(records.stretch(0));
+    const std::size_t count = records.stretches();
     std::atomic<std::uint64_t> listed_items = budget_.items;
     uni::ordered_work<stretch> work(1, count);
     const bool started = work.start(threads, [&] {
         auto maker =
-            std::make_unique<stretch_maker>(database_, search_, form_, ordinals, listed_items);
+            std::make_unique<stretch_maker>(database_, search_, form_, records, listed_items);
         return [maker = std::move(maker)](std::size_t number, stretch& made) {
             maker->make(number, made);
         };
     });
     for (std::size_t number = 1; number < count; ++number) {
-        if (!form_.takes_more(database_.offset_at(stretch_of(ordinals, number).front()))) {
+        if (!form_.takes_more(database_.offset_at(records.stretch(number).front()))) {
             break;
         }
         const stretch* const made = started ? &work.next() : nullptr;
         if (!made || budget_.items + made->items > budget_.limit) {
             work.stop();
-            return print_records(ordinals.subspan(number * stretch_records)) || printed;
+            return print_records(records.from(number)) || printed;
         }
         if (!made->is_whole || made->began_in != form_.state() ||
             !form_.has_room_for(made->text.view().size())) {
-            printed |= print_records(stretch_of(ordinals, number));
+            printed |= print_records(records.stretch(number));
         } else {
             form_.take(made->text.view(), made->ended_in);
             budget_.items += made->items;
@@ -186,8 +193,10 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
 bool record_listing::list_tag(std::uint16_t tag)
 {
     const ordinals_span ordinals = database_.ordinals_by_tag(tag);
-    const std::size_t threads = uni::ordered_work<int>::useful_threads();
-    const bool is_long = ordinals.size() >= fewest_stretches * stretch_records;
+    const request::bounds& bounds = budget_.bounds;
+    const std::size_t threads =
+        std::min(bounds.threads, uni::ordered_work<int>::useful_threads());
+    const bool is_long = ordinals.size() >= fewest_stretches * bounds.records_of_a_thread;
     return is_long && threads > 1 && !search_.is_asked_for() ? print_stretches(ordinals, threads)
                                                              : print_records(ordinals);
 }

@@ -26,6 +26,11 @@ struct bounds {
     std::uint64_t text_bytes = 0x4000000;
     std::uint64_t last_record_text = 0x100000;
 
+    // Who works on a long listing: at most that many threads, if the machine keeps them busy, that many
+    // records at a time. Its text is the same.
+    std::size_t threads = 4;
+    std::size_t records_of_a_thread = 128;
+
     std::uint64_t most_text(std::uint64_t image_size) const noexcept
     {
         return text_times_image * image_size + text_bytes;

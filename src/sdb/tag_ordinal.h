@@ -19,7 +19,11 @@ public:
         ++number_;
         return *this;
     }
-    friend constexpr auto operator<=>(tag_ordinal, tag_ordinal) noexcept = default;
+    friend constexpr std::strong_ordering operator<=>(tag_ordinal a, tag_ordinal b) noexcept
+    {
+        return a.number_ <=> b.number_;
+    }
+    friend constexpr bool operator==(tag_ordinal, tag_ordinal) noexcept = default;
     // How many tags lie from one to the other.
     friend constexpr std::uint32_t operator-(tag_ordinal a, tag_ordinal b) noexcept
     {

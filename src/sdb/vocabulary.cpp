@@ -61,12 +61,4 @@ std::string_view known_type_name(std::uint16_t type_bits) noexcept
     return is_known_type(type_bits) ? type_names[(type_bits >> 12) - 1u] : std::string_view();
 }
 
-std::string tag_type_name(std::uint16_t type_bits)
-{
-    if (const std::string_view name = known_type_name(type_bits); !name.empty()) {
-        return std::string(name);
-    }
-    return numbered(tag_type(type_bits));
-}
-
 } // namespace sdb

@@ -121,8 +121,4 @@ std::string tag_name(std::uint16_t tag);
 // The display text of one of the nine types, given as type bits; empty for anything else.
 std::string_view known_type_name(std::uint16_t type_bits) noexcept;
 
-// The display text of a type. It takes type bits as tag_type gives them: anything but one of the
-// nine types, a whole tag included, gives "tag_" with its type bits in decimal.
-std::string tag_type_name(std::uint16_t type_bits);
-
 } // namespace sdb

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
+#include <set>
 #include <span>
 #include <string>
 
+#include "model/identifiers.h"
 #include "model/record_collector.h"
 #include "model/search.h"
 
@@ -54,6 +57,45 @@ inline std::string difference_of_short_ways(const sdb::sdb_database& database,
         }
     }
     return {};
+}
+
+// Holds the names beside identifiers against those of the records, gathered whole. Answers the first
+// difference in words; empty if there is none.
+inline std::string difference_of_identifiers(const sdb::sdb_database& database)
+{
+    model::search nothing(database, {});
+    const model::identifier_list list = model::gather_identifiers(database, nothing);
+    if (!list.names_are_exact) {
+        return {};
+    }
+    std::size_t count = 0;
+    for (const auto& table : list.tables) {
+        for (const model::identifier& one : table) {
+            ++count;
+            const std::uint16_t wanted =
+                one.tag == sdb::tag::app_id ? sdb::tag::app_name : sdb::tag::name;
+            model::record_collector whole(database);
+            model::listing_budget budget(database);
+            std::optional<std::uint32_t> name;
+            std::uint32_t around = 0;
+            if (database.find_enclosing_list(around, database.offset_at(one.guid->ordinal),
+                                             false) &&
+                database.tag_from(around) != sdb::tag::stringtable &&
+                whole.collect(nothing, budget, around)) {
+                for (const model::record_item& item : whole.groups()[0]) {
+                    name = item.tag == wanted && !name ? item.offset : name;
+                }
+            }
+            if (name != one.name_offset) {
+                return "name beside " + one.guid->text();
+            }
+        }
+    }
+    std::set<std::string> different;
+    for (const sdb::guid_item& guid : database.guid_items()) {
+        different.insert(guid.text());
+    }
+    return count == different.size() ? "" : "not every identifier once";
 }
 
 } // namespace test_support

@@ -91,7 +91,7 @@ std::string link_end(std::string path)
         const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
         target.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
         const std::size_t folder = path.find_last_of('/') + 1; // 0 where there is none
-        path = target.starts_with('/') ? target : path.substr(0, folder) + target;
+        path = target.starts_with('/') ? target : path.substr(0, folder).append(target);
     }
     return path;
 }
