@@ -21,8 +21,8 @@ public:
     explicit database_tree(uni::byte_view image)
     {
         const auto bytes = image.bytes();
-        head_.assign(bytes.begin(),
-                     bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(12, bytes.size())));
+        head_.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(
+                                                        std::min<std::size_t>(12, bytes.size())));
         head_.resize(12);
         std::copy_n("sdbf", 4, head_.begin() + 8);
         root_.children = parse(image.from(12), 0);

@@ -37,8 +37,8 @@ struct form_choice {
     std::string_view name;
     const char* separator; // between fields, where it matters
 };
-constexpr form_choice all_forms[] = {{"xml", nullptr},   {"plain", nullptr}, {"csv", ","},
-                                     {"csvl2t", ","},    {"csv", "|"},       {"bodyfile", "|"},
+constexpr form_choice all_forms[] = {{"xml", nullptr}, {"plain", nullptr}, {"csv", ","},
+                                     {"csvl2t", ","},  {"csv", "|"},       {"bodyfile", "|"},
                                      {"csvgen", ","}};
 
 request::sdb_opts options_of(const form_choice& form)
@@ -88,7 +88,9 @@ void report(const sdb::sdb_database& database, request::sdb_opts options)
 void listing(const sdb::sdb_database& database, request::sdb_opts options,
              std::vector<std::string_view> listings)
 {
-    const auto is_table = [](std::string_view name) { return name == "guids" || name == "stringtable"; };
+    const auto is_table = [](std::string_view name) {
+        return name == "guids" || name == "stringtable";
+    };
     if (options.form == "xml" && std::ranges::any_of(listings, is_table)) {
         options.form = "plain"; // as a run has it
     }

@@ -24,7 +24,8 @@ constexpr std::size_t longest_input = 65'536;
 struct programs {
     programs()
     {
-        std::string place = (std::filesystem::temp_directory_path() / "quilt-match-XXXXXX").string();
+        std::string place =
+            (std::filesystem::temp_directory_path() / "quilt-match-XXXXXX").string();
         if (::mkdtemp(place.data()) == nullptr) {
             std::abort();
         }

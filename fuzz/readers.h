@@ -43,9 +43,7 @@ inline void require_rows(std::string_view text)
         std::size_t length = 0;
     } counted;
     csv_parser parser{};
-    const auto on_field = [](void*, std::size_t, void* to) {
-        ++static_cast<counter*>(to)->fields;
-    };
+    const auto on_field = [](void*, std::size_t, void* to) { ++static_cast<counter*>(to)->fields; };
     const auto on_row = [](int, void* to) {
         auto& row = *static_cast<counter*>(to);
         require(row.length == 0 || row.fields == row.length, "two rows of two lengths");

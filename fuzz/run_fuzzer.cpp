@@ -152,8 +152,8 @@ std::string sound_volume()
         software_hive({installed_database("{1}.sdb", "C:\\Windows\\AppPatch\\sysmain.sdb", "a", 1),
                        installed_database("{2}.sdb", "D:\\b.sdb", "b", 2)}));
     hive.resize(clusters * ntfs_cluster);
-    ntfs_builder volume = windows_volume(
-        {non_resident_attribute(0x80, {{0x21, clusters, 200, 0, 0}, hive.size()})});
+    ntfs_builder volume =
+        windows_volume({non_resident_attribute(0x80, {{0x21, clusters, 200, 0, 0}, hive.size()})});
     volume.clusters(200, hive);
     return text_of(volume.image());
 }
@@ -163,7 +163,9 @@ std::string changed_volume(std::string_view changes)
     static const std::string sound = sound_volume();
     std::string image = sound;
     for (std::size_t at = 0; at + 4 <= changes.size();) {
-        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(changes[at + i]); };
+        const auto byte = [&](std::size_t i) {
+            return static_cast<unsigned char>(changes[at + i]);
+        };
         const std::size_t place = (byte(0) + byte(1) * 256u) * 512 + byte(2) * 2u;
         const std::string_view with = changes.substr(at + 4, byte(3));
         for (std::size_t i = 0; i < with.size() && place + i < image.size(); ++i) {

@@ -27,7 +27,8 @@ struct database : testing::Test, sdb_builder {
     offsets children(std::uint32_t list)
     {
         offsets found;
-        db.for_each_child(list, [&](std::uint32_t child, std::uint16_t) { found.push_back(child); });
+        db.for_each_child(list,
+                          [&](std::uint32_t child, std::uint16_t) { found.push_back(child); });
         return found;
     }
     std::uint32_t enclosing(std::uint32_t offset, bool want_parent)

@@ -31,11 +31,10 @@ model::match_results find(sdb_builder& b, const pe_list& file, const std::string
     const auto writer = form::form_of("xml").make(nowhere, options, {});
     writer->begin({&in.database, ""});
     model::match_results results;
-    EXPECT_TRUE(
-        model::match_program(results, in.database, file, path,
-                             [&](std::uint32_t offset, std::size_t longest) {
-                                 return writer->tag_text(offset, longest);
-                             }));
+    EXPECT_TRUE(model::match_program(results, in.database, file, path,
+                                     [&](std::uint32_t offset, std::size_t longest) {
+                                         return writer->tag_text(offset, longest);
+                                     }));
     return results;
 }
 

@@ -91,8 +91,7 @@ TEST(statistics, counts_agree_with_listings_whatever_size_a_list_claims)
     for (const sdb::tag_table::list_row& list : whole.database.children().lists()) {
         const std::uint32_t place = whole.database.offset_at(list.ordinal);
         const std::uint32_t claimed = whole.database.word_behind(place);
-        for (const std::uint32_t size :
-             {claimed, 0u, claimed - 1, claimed + 1, 4u, 0xffffffffu}) {
+        for (const std::uint32_t size : {claimed, 0u, claimed - 1, claimed + 1, 4u, 0xffffffffu}) {
             bytes damaged = image;
             put(damaged, place + 2, size, 4);
             const loaded_database in(damaged);

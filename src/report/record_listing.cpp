@@ -194,8 +194,7 @@ bool record_listing::list_tag(std::uint16_t tag)
 {
     const ordinals_span ordinals = database_.ordinals_by_tag(tag);
     const request::bounds& bounds = budget_.bounds;
-    const std::size_t threads =
-        std::min(bounds.threads, uni::ordered_work<int>::useful_threads());
+    const std::size_t threads = std::min(bounds.threads, uni::ordered_work<int>::useful_threads());
     const bool is_long = ordinals.size() >= fewest_stretches * bounds.records_of_a_thread;
     return is_long && threads > 1 && !search_.is_asked_for() ? print_stretches(ordinals, threads)
                                                              : print_records(ordinals);
