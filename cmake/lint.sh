@@ -16,5 +16,7 @@ if [ "${1-}" != unused ]; then
 fi
 
 # What cppcheck says of other matters is left to clang-tidy, which sees the types.
-! cppcheck --enable=unusedFunction --inline-suppr --language=c++ --std=c++20 --quiet -I src src 2>&1 |
-    grep '\[unusedFunction\]'
+log=$logs/unused.log
+cppcheck --enable=unusedFunction --inline-suppr --language=c++ --std=c++20 --quiet -I src src \
+    >"$log" 2>&1
+! grep '\[unusedFunction\]' "$log"

@@ -12,8 +12,7 @@
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t most);
 
-// Changes databases so that sizes and references stay sound: as a tree of tags. What stands behind
-// the last root tag (a target's own choices) is kept.
+// Changes databases so that sizes and references stay sound: as a tree of tags.
 namespace fuzz {
 
 class database_tree {
@@ -208,9 +207,10 @@ private:
     std::vector<std::uint8_t> tail_;
 };
 
-// The body of a target's own mutator: every other time the tree, else the bytes.
+// The body of a target's own mutator: every other time the tree, else the bytes. The last `choices`
+// bytes are the target's own.
 inline std::size_t mutate_database(std::uint8_t* data, std::size_t size, std::size_t most,
-                                   unsigned seed)
+                                   unsigned seed, std::size_t choices)
 {
     std::minstd_rand random(seed);
     if (random() % 2 == 0) {
@@ -225,11 +225,14 @@ inline std::size_t mutate_database(std::uint8_t* data, std::size_t size, std::si
         }
         return all;
     }();
-    database_tree tree(uni::byte_view({data, size}));
+    const std::size_t kept = std::min(choices, size);
+    const std::vector<std::uint8_t> chosen(data + size - kept, data + size);
+    database_tree tree(uni::byte_view({data, size - kept}));
     for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
         tree.change(random, tags);
     }
-    const std::vector<std::uint8_t> image = tree.image(random);
+    std::vector<std::uint8_t> image = tree.image(random);
+    image.insert(image.end(), chosen.begin(), chosen.end());
     const std::size_t length = std::min(image.size(), most);
     std::copy_n(image.begin(), length, data);
     return length;

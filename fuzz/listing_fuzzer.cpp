@@ -154,8 +154,8 @@ void search_patch_bytes(const sdb::sdb_database& database, request::sdb_opts opt
     list_records(database, options);
 }
 
-// A search lets pass what the listing has, and only what holds what was found; names beside
-// identifiers are those of the records.
+// A search's quick looks let pass whatever holds what was found; names beside identifiers are those of
+// the records.
 void compare_short_ways(const sdb::sdb_database& database, request::sdb_opts options)
 {
     std::vector<std::uint32_t> found;
@@ -205,7 +205,7 @@ constexpr void (*reports[])(const sdb::sdb_database&, request::sdb_opts) = {
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                std::size_t most, unsigned seed)
 {
-    return fuzz::mutate_database(data, size, most, seed);
+    return fuzz::mutate_database(data, size, most, seed, choices);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

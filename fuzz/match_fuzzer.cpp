@@ -60,7 +60,7 @@ std::string match_report(const sdb::sdb_database& database, const request::sdb_o
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                std::size_t most, unsigned seed)
 {
-    return fuzz::mutate_database(data, size, most, seed);
+    return fuzz::mutate_database(data, size, most, seed, 1);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

@@ -118,7 +118,7 @@ ROWS = {
     "nested lists, plain": (lambda n: image(nested(n)), 250, "-exes -multiline"),
     "patch operations": (lambda n: image(operations(n)), 1_200_000, "-patches"),
     "bytes in patch operations": (lambda n: image(operations(n)), 9_000_000,
-                                  "-patches -patchbytes 0c000000040000"),
+                                  "-patches -patchbytes ee"),
     "a long string of many": (
         lambda n: image(tag(EXE, *[dword(NAME + i % 16, 6) for i in range(200)]) * (n // 50),
                         strings=["x" * n, "a"]), 600, "-exes"),

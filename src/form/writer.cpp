@@ -24,7 +24,8 @@ bool writer::begin(document about)
 
 bool writer::record(const model::record_groups& groups)
 {
-    is_cut_ = !write_record(groups) || is_cut_;
+    const bool is_whole = write_record(groups);
+    is_cut_ = is_cut_ || (!is_whole && out_.good());
     return goes_on();
 }
 

@@ -186,7 +186,7 @@ void xml_record_writer::look_up_texts(const model::record_groups& groups)
 }
 
 // Calls `act` for each scalar of a group, until there is no more room.
-void xml_record_writer::for_each_scalar(const members& group, auto&& act) const
+void xml_record_writer::for_each_scalar(const members& group, auto&& act)
 {
     std::size_t next_text = group.first_text + (is_reference(group.items.front()) ? 1 : 0);
     for (std::size_t index = 1; index < group.items.size() && has_room(); ++index) {
@@ -212,6 +212,7 @@ void xml_record_writer::note_record_name(const members& first_group)
 bool xml_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text)
 {
     most_text_ = most_text;
+    is_cut_ = false;
     look_up_texts(groups);
     note_record_name({groups[0], 0});
     std::size_t first_text = 0;

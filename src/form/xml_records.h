@@ -70,15 +70,16 @@ private:
         bool plain; // see uni::put_stored_utf16
     };
 
-    // Whether a record may go on, what closes its elements included.
-    bool has_room() const noexcept
+    // Whether a record may go on, what closes its elements included. Once it may not, it stays so.
+    bool has_room() noexcept
     {
         constexpr std::uint64_t usual_close = 80;
-        return out_.good() && out_.total() + usual_close * open_.size() <= most_text_;
+        is_cut_ = is_cut_ || !out_.good() || out_.total() + usual_close * open_.size() > most_text_;
+        return !is_cut_;
     }
     void indent(unsigned depth);
     void look_up_texts(const model::record_groups& groups);
-    void for_each_scalar(const members& group, auto&& act) const;
+    void for_each_scalar(const members& group, auto&& act);
     void note_record_name(const members& first_group);
     void write_group(const members& group, bool has_nested);
     void close_down_to(std::uint16_t depth);
@@ -112,6 +113,7 @@ private:
     const request::cmd_params& style_;
     const xml_names& names_ = xml_names::known();
     std::uint64_t most_text_ = 0;
+    bool is_cut_ = false; // the record in work
     io::large_vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of

@@ -23,7 +23,7 @@ namespace type = sdb::type;
 constexpr std::string_view any_name = "*";
 // Records that stand in one another are expanded again and again; no sound database comes near.
 constexpr std::uint64_t largest_gathering = 2'000'000;
-constexpr std::uint64_t gathering_share_of_a_tag = 16;
+constexpr std::uint64_t gathering_share_of_a_tag = 4;
 
 enum class bound { exact, upper, lower };
 
@@ -126,6 +126,10 @@ public:
             }
         }
         results = name_is_known_ ? std::move(by_name_) : std::move(by_path_);
+        for (auto& [record, lists] : results) {
+            std::ranges::sort(lists);
+            lists.erase(std::unique(lists.begin(), lists.end()), lists.end());
+        }
         return is_complete;
     }
 
@@ -189,7 +193,7 @@ private:
             std::uint32_t list = 0;
             const bool found = database_.find_enclosing_list(list, first, false);
             // A name may be the path too, and then counts as a name.
-            (is_name ? by_name_ : by_path_)[record].insert(found ? list : first);
+            (is_name ? by_name_ : by_path_)[record].push_back(found ? list : first);
         }
     }
 

@@ -5,16 +5,16 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
+#include <vector>
 
 #include "model/pe_properties.h"
 #include "sdb/database.h"
 
 namespace model {
 
-// Offsets of records with those of their matching-file lists that catch the file.
-using match_results = std::map<std::uint32_t, std::set<std::uint32_t>>;
+// Offsets of records with those of their matching-file lists that catch the file, ascending.
+using match_results = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 
 // The text that the tag at an offset is shown as, to be compared with one of `longest` bytes at most: one
 // that is longer may be cut, but not to that. Nothing for a tag that has none; of stored texts, those

@@ -42,7 +42,7 @@ bool make_listings(const job& work)
     if (!asked && work.search->is_asked_for()) {
         // A search that no listing was asked for lists the applications that hold what was found.
         asked = true;
-        if (!list_tags(work, application_tags(*work.database))) {
+        if (!list_tags(work, application_tags(*work.database)) && !work.form.is_cut()) {
             say_no_matches(work);
         }
     }
@@ -79,7 +79,7 @@ bool make_reports(job& work)
     if (found && !work.options.match_mode) {
         return make_listings(work);
     }
-    if (!found || !report_of("match").make(work)) {
+    if (!found || (!report_of("match").make(work) && !work.form.is_cut())) {
         say_no_matches(work);
     }
     return true;

@@ -30,6 +30,9 @@ bool list_identifiers(const job& work)
         if (tables[table].empty()) {
             continue;
         }
+        if (!work.form.takes_more(work.database->offset_at(tables[table].front().guid->ordinal))) {
+            return found;
+        }
         found = true;
         work.form.heading(std::string(headings[table]) + "[" + work.path + "]");
         for (const model::identifier& one : tables[table]) {

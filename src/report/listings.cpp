@@ -9,7 +9,7 @@ namespace report {
 bool list_applications(const job& work)
 {
     const bool found = list_tags(work, application_tags(*work.database));
-    if (!found) {
+    if (!found && !work.form.is_cut()) {
         work.form.note("No Apps found");
     }
     return found;
@@ -18,7 +18,7 @@ bool list_applications(const job& work)
 bool list_fixes(const job& work)
 {
     const bool found = list_tags(work, fix_tags(*work.database));
-    if (!found) {
+    if (!found && !work.form.is_cut()) {
         work.form.note("No fixes found");
     }
     return found;

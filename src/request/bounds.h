@@ -21,7 +21,7 @@ struct bounds {
     std::uint64_t listing_items_of_a_tag = 64; // for each tag of the database
 
     // Of the text of one database's listings, which is looked at behind each record. A record may go on
-    // beyond it for `last_record_text`.
+    // beyond it for `last_record_text`, and to the end of a value.
     std::uint64_t text_times_image = 64;
     std::uint64_t text_bytes = 0x4000000;
     std::uint64_t last_record_text = 0x100000;

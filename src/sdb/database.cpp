@@ -305,11 +305,8 @@ bool sdb_database::read_item(sdb_tag_item& item, std::uint64_t offset) const
 
 bool sdb_database::read_string_ref(std::string& text, std::uint32_t reference) const
 {
-    text.clear();
     const uni::byte_view stored = string_bytes(reference);
-    text.resize(uni::stored_text_room(stored.size()));
-    char* const end = uni::put_stored_utf16(text.data(), stored);
-    text.resize(static_cast<std::size_t>(end - text.data()));
+    uni::utf16_to_text(stored, text);
     return !stored.empty();
 }
 

@@ -108,6 +108,20 @@ byte_view without_terminator(byte_view stored)
     return stored.slice(0, is_terminated ? whole - 2 : whole);
 }
 
+// Long text up to its first zero unit: what stands behind that is not looked at again and again.
+byte_view cut_at_zero(byte_view units)
+{
+    constexpr std::uint64_t long_text = 1024;
+    if (units.size() <= long_text) {
+        return units;
+    }
+    std::uint64_t length = 0;
+    while (length < units.size() && units.u16(length) != 0) {
+        length += 2;
+    }
+    return units.slice(0, length);
+}
+
 // Writes all units as one byte each and gives true if none of them is special.
 bool put_plain(char* out, byte_view units)
 {
@@ -184,7 +198,7 @@ std::u16string utf16_from_utf8(std::string_view text)
 
 char* put_stored_utf16(char* out, byte_view stored, bool& plain)
 {
-    const byte_view units = without_terminator(stored);
+    const byte_view units = cut_at_zero(without_terminator(stored));
     plain = put_plain(out, units);
     if (plain) {
         return out + units.size() / 2;
