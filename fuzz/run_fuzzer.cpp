@@ -246,7 +246,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     folder.leave();
     fuzz::require(result == 0 || result == -1, "an exit value that is none");
-    fuzz::require(result == 0 || !said.empty(), "a failure without a word");
+    // What is no pattern is told on standard output.
+    fuzz::require(result == 0 || !said.empty() ||
+                      printed.find("prob understanding") != printed.npos,
+                  "a failure without a word");
     fuzz::require_text(printed);
     fuzz::require_text(said, true);
     return 0;
