@@ -90,7 +90,7 @@ void list_applications(benchmark::State& state, std::string_view form)
 void search_strings(benchmark::State& state)
 {
     const test_support::loaded_database loaded(image_of(state.range(0)));
-    const std::vector<std::string> wanted(texts, "no such word");
+    const std::vector<std::string> wanted{"no such word"};
     for (auto _ : state) {
         sdb::found_tags found;
         benchmark::DoNotOptimize(sdb::find_strings(loaded.database, found, wanted));

@@ -27,8 +27,8 @@ bool is_ascii(std::string_view text)
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// Looks for one ASCII text in stored UTF-16LE text, ASCII letters in either case (find_strings in
-// bench/listing_benchmark.cpp: a third of the time that a text_set takes).
+// Looks for one ASCII text in stored UTF-16LE text, ASCII letters in either case: the usual search, over
+// the stored units as they stand.
 class ascii_search {
 public:
     // `wanted` is lower-cased, not empty.
