@@ -16,7 +16,7 @@ if [ "${1-}" != unused ]; then
 fi
 
 # What cppcheck says of other matters is left to clang-tidy, which sees the types.
-log=$logs/unused.log
+log=$logs/cppcheck.log
 cppcheck --enable=unusedFunction --inline-suppr --language=c++ --std=c++20 --quiet -I src src \
     >"$log" 2>&1
 ! grep '\[unusedFunction\]' "$log"
