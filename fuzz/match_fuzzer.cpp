@@ -77,6 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     request::sdb_opts options;
     options.match_mode = true;
     options.bounds.text_bytes = 0x100000;
+    options.bounds.text_times_image = 4;
+    options.bounds.last_record_text = 0x10000;
+    options.bounds.matched_items = 20'000;
     options.pe_path = known.paths[data[size - 1] % std::size(known.paths)];
     for (const char* const form : {"xml", "plain", "csv"}) {
         options.form = form;

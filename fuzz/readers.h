@@ -36,7 +36,7 @@ inline void require_document(std::string_view text)
 }
 
 // Rows of fields, all of one length.
-inline void require_rows(std::string_view text)
+inline void require_rows(std::string_view text, char separator)
 {
     struct counter {
         std::size_t fields = 0;
@@ -51,6 +51,7 @@ inline void require_rows(std::string_view text)
         row.fields = 0;
     };
     require(csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) == 0, "no reader of rows");
+    csv_set_delim(&parser, static_cast<unsigned char>(separator));
     require(csv_parse(&parser, text.data(), text.size(), on_field, on_row, &counted) == text.size(),
             "no rows of fields");
     require(csv_fini(&parser, on_field, on_row, &counted) == 0, "rows that end inside a field");

@@ -143,6 +143,16 @@ words words_of(std::string_view lines)
     return found;
 }
 
+request::bounds small_bounds()
+{
+    request::bounds bounds;
+    bounds.text_bytes = 0x100000;
+    bounds.inflated_bytes = 0x100000;
+    bounds.listing_items = 20'000;
+    bounds.matched_items = 20'000;
+    return bounds;
+}
+
 // A volume with a hive that knows two databases.
 std::string sound_volume()
 {
@@ -240,7 +250,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         in.give(given);
         const caught_stream out(1);
         const caught_stream messages(2);
-        result = front::run_driver(arguments);
+        result = front::run_driver(arguments, small_bounds());
         printed = out.taken();
         said = messages.taken();
     }

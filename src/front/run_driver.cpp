@@ -78,13 +78,14 @@ int print_text(std::string_view text, const cmdline_ctx& context,
 
 } // namespace
 
-int run_driver(argument_list args)
+int run_driver(argument_list args, const request::bounds& bounds)
 {
     cmdline_ctx context;
     io::error_notices notices;
     io::standard_output standard_output;
     diag_log log;
     request::sdb_opts options;
+    options.bounds = bounds;
     std::string run_header;
     {
         const platform::wow64_redirect_adt redirection;

@@ -92,6 +92,19 @@ public:
         facts_.digest_sha1 = uni::hex_text(digests.sha1.get());
     }
 
+    // The texts of the database's own tags, which may stand there many times.
+    void take_texts()
+    {
+        if (name_reference_) {
+            database_.read_string_ref(facts_.internal_name, *name_reference_);
+        }
+        if (compiler_reference_) {
+            database_.read_string_ref(facts_.compiler_version, *compiler_reference_);
+            uni::remove_char(facts_.compiler_version, 'v');
+        }
+        leave_out_repeated_texts();
+    }
+
     void finish_counts()
     {
         facts_.counts_are_exact = collector_.groups_are_exact();
@@ -114,11 +127,10 @@ private:
             facts_.time = item.value.u64(0);
             break;
         case tag::name:
-            database_.read_string_ref(facts_.internal_name, item.size);
+            name_reference_ = item.size;
             break;
         case tag::compiler_version:
-            database_.read_string_ref(facts_.compiler_version, item.size);
-            uni::remove_char(facts_.compiler_version, 'v');
+            compiler_reference_ = item.size;
             break;
         case tag::database_id:
             facts_.identifier =
@@ -213,12 +225,26 @@ private:
         }
     }
 
+    void leave_out_repeated_texts()
+    {
+        const auto shown = [&](std::uint32_t offset) {
+            const std::uint16_t tag = database_.tag_from(offset);
+            const bool is_reference = sdb::tag_type(tag) == sdb::type::stringref;
+            return std::pair(tag, is_reference ? database_.word_behind(offset) : offset);
+        };
+        std::vector<std::uint32_t>& scalars = facts_.scalars;
+        std::ranges::sort(scalars, {}, shown);
+        scalars.erase(std::ranges::unique(scalars, {}, shown).begin(), scalars.end());
+    }
+
     database_facts& facts_;
     const sdb::sdb_database& database_;
     record_collector collector_;
     listing_budget budget_;
     std::optional<std::uint32_t> os_platform_;
     std::optional<std::uint32_t> runtime_platform_;
+    std::optional<std::uint32_t> name_reference_;
+    std::optional<std::uint32_t> compiler_reference_;
     std::unordered_set<std::uint32_t> app_name_references_;
     std::unordered_set<std::string> app_names_;
     std::set<guid_bytes> app_ids_;
@@ -248,6 +274,7 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
     database_digests digests(database.image().bytes());
     fact_gatherer gatherer(facts, database, bounds);
     gatherer.take_children();
+    gatherer.take_texts();
     gatherer.count_names_and_strings();
     gatherer.take_digests(digests);
     gatherer.finish_counts();

@@ -29,9 +29,10 @@ struct database_facts {
     std::string internal_name;
     std::optional<std::uint32_t> platform; // operating systems, else the run-time platform
     std::optional<std::uint64_t> time;     // FILETIME ticks
-    std::vector<std::uint32_t> scalars;    // offsets of those that stand in the database list
-    std::vector<record_count> counts;      // ascending by tag, equal tags as they were found
-    bool counts_are_exact = true;          // else some are of lists alone, not of their records
+    std::vector<std::uint32_t> scalars; // offsets of the tags in the database list, of several with
+                                        // one text one; by tag
+    std::vector<record_count> counts;   // ascending by tag, equal tags as they were found
+    bool counts_are_exact = true;       // else some are of lists alone, not of their records
 };
 
 // A digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot be read

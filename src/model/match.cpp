@@ -21,9 +21,6 @@ namespace tag = sdb::tag;
 namespace type = sdb::type;
 
 constexpr std::string_view any_name = "*";
-// Records that stand in one another are expanded again and again; no sound database comes near.
-constexpr std::uint64_t largest_gathering = 2'000'000;
-constexpr std::uint64_t gathering_share_of_a_tag = 4;
 
 enum class bound { exact, upper, lower };
 
@@ -104,24 +101,27 @@ struct file_keys {
 class matcher {
 public:
     matcher(const sdb::sdb_database& database, const pe_list& file, const std::string& path,
-            const tag_texts& texts)
+            const tag_texts& texts, const request::bounds& bounds)
         : database_(database), file_(file), texts_(texts), keys_(path),
-          longest_key_(std::max({keys_.full.size(), keys_.name.size(), any_name.size()}))
-    {}
+          longest_key_(std::max({keys_.full.size(), keys_.name.size(), any_name.size()})),
+          budget_(database, bounds)
+    {
+        // Records that stand in one another are expanded again and again.
+        budget_.limit = bounds.matched_items + bounds.matched_items_of_a_tag * database.tag_count();
+        text_left_ = bounds.most_text(database.image().size());
+    }
 
     // False if records that hold others were left out, since there is no end of them.
     bool run(match_results& results)
     {
         record_expander expander(database_);
-        listing_budget budget(database_);
-        budget.limit = largest_gathering + gathering_share_of_a_tag * database_.tag_count();
         bool is_complete = true;
         for (const sdb::tag_ordinal record : records_by_size()) {
-            if (budget.is_used_up()) {
+            if (budget_.is_used_up()) {
                 is_complete = false;
                 break;
             }
-            if (expander.expand(database_.offset_at(record), false, budget)) {
+            if (expander.expand(database_.offset_at(record), false, budget_)) {
                 walk_record(expander.own_items());
             }
         }
@@ -130,7 +130,7 @@ public:
             std::ranges::sort(lists);
             lists.erase(std::unique(lists.begin(), lists.end()), lists.end());
         }
-        return is_complete;
+        return is_complete && text_left_ != 0;
     }
 
 private:
@@ -156,7 +156,7 @@ private:
     {
         const std::uint32_t record = items.front().offset;
         stored_name_ = {};
-        for (std::size_t i = 1; i < items.size();) {
+        for (std::size_t i = 1; i < items.size() && text_left_ != 0;) {
             const record_item& item = items[i++];
             if (item.tag == tag::name && is_empty_text(stored_name_)) {
                 stored_name_ = stored_text(item.offset);
@@ -271,10 +271,11 @@ private:
     }
 
     // The name of the record in work, as texts of tags are given.
-    std::string name(std::size_t longest) const
+    std::string name(std::size_t longest)
     {
         std::string text;
         uni::utf16_to_text(uni::beginning_of(stored_name_, longest), text);
+        charge(text.size());
         return text;
     }
 
@@ -304,7 +305,7 @@ private:
     // the record's name.
     std::string text_of(std::size_t member, std::size_t longest)
     {
-        if (std::optional<std::string> own = texts_(members_[member].offset, longest)) {
+        if (std::optional<std::string> own = rendered(members_[member], longest)) {
             return *std::move(own);
         }
         if (text_sources_.empty()) {
@@ -316,8 +317,17 @@ private:
         }
         const std::uint32_t source = text_sources_[member];
         return source == no_source ? std::string()
-                                   : texts_(members_[source].offset, longest).value_or("");
+                                   : rendered(members_[source], longest).value_or("");
     }
+
+    std::optional<std::string> rendered(const record_item& item, std::size_t longest)
+    {
+        std::optional<std::string> text = texts_(item.offset, longest);
+        charge(text ? text->size() : 0);
+        return text;
+    }
+
+    void charge(std::size_t text) { text_left_ -= std::min<std::uint64_t>(text_left_, text); }
 
     bool has_text(const record_item& item) const
     {
@@ -351,6 +361,8 @@ private:
     static constexpr std::uint32_t no_source = 0xffffffff;
     item_span members_;
     std::vector<std::uint32_t> text_sources_;
+    listing_budget budget_;
+    std::uint64_t text_left_; // that may be made to be compared
     bool name_is_known_ = false;
     match_results by_name_;
     match_results by_path_;
@@ -359,10 +371,10 @@ private:
 } // namespace
 
 bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
-                   const std::string& path, const tag_texts& texts)
+                   const std::string& path, const tag_texts& texts, const request::bounds& bounds)
 {
     results.clear();
-    return matcher(database, file, path, texts).run(results);
+    return matcher(database, file, path, texts, bounds).run(results);
 }
 
 } // namespace model

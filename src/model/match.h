@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/pe_properties.h"
+#include "request/bounds.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -29,6 +30,7 @@ using tag_texts =
 // comparison, so that those behind it, which have higher tags, are not looked at. False if records
 // that hold others were left out, since there is no end of them.
 bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
-                   const std::string& path, const tag_texts& texts);
+                   const std::string& path, const tag_texts& texts,
+                   const request::bounds& bounds = {});
 
 } // namespace model

@@ -68,6 +68,7 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
 // What is never used of a large array takes no memory, and one that never grows is never copied.
 void record_expander::reserve_room(std::size_t lists)
 {
+    bodies_.reserve(database_.tag_count());
     references_.reserve(database_.tag_count());
     work_.reserve(lists);
     subrecords_.reserve(lists);
@@ -111,80 +112,75 @@ std::size_t record_expander::gather_run(sdb::tag_ordinal first, sdb::tag_ordinal
     open_ends_.clear();
     const auto lists = relation_->lists_in(first, end);
     auto list = lists.begin();
-    const auto ordinal_of = [first](std::size_t row) {
-        return sdb::tag_ordinal(first.number() + static_cast<std::uint32_t>(row));
-    };
-    return split_rows(
-        end - first, ordinal_of,
-        [&](std::size_t row) {
-            const sdb::tag_ordinal ordinal = ordinal_of(row);
+    return split_rows(chain_length, [&](auto&& take_row) {
+        for (sdb::tag_ordinal ordinal = first; ordinal < end; ordinal = ordinal.next()) {
             while (!open_ends_.empty() && open_ends_.back() <= ordinal) {
                 open_ends_.pop_back();
             }
-            const auto depth = static_cast<std::uint16_t>(base_depth + open_ends_.size());
+            take_row(ordinal, static_cast<std::uint16_t>(base_depth + open_ends_.size()));
             if (list != lists.end() && list->ordinal == ordinal) {
                 if (list->has_children()) {
                     open_ends_.push_back(list->end());
                 }
                 ++list;
             }
-            return depth;
-        },
-        chain_length);
+        }
+    });
 }
 
 // The same where what stands in the list is not what its size claims: damaged sizes, or a list that
-// stayed open too long.
-std::size_t record_expander::gather_irregular(sdb::tag_ordinal list, sdb::tag_ordinal behind,
+// stayed open too long. The tags belong to it whose own list begins before `behind`.
+std::size_t record_expander::gather_irregular(sdb::tag_ordinal first_list, sdb::tag_ordinal behind,
                                               std::uint16_t base_depth, std::size_t chain_length)
 {
-    struct row_of_list {
-        sdb::tag_ordinal ordinal;
-        std::uint16_t depth;
-    };
-    io::large_vector<row_of_list> rows;
-    for (; list < behind; ++list) {
-        if (const sdb::tag_table::list_row* const outer = relation_->list(list)) {
-            relation_->for_each_child(list, [&](sdb::tag_ordinal row) {
-                rows.push_back({row, outer->depth_inside()});
-            });
+    io::large_vector<const sdb::tag_table::list_row*> open;
+    sdb::tag_ordinal end = behind; // of what may belong to it
+    std::optional<std::uint16_t> shift;
+    return split_rows(chain_length, [&](auto&& take_row) {
+        for (sdb::tag_ordinal ordinal = first_list; ordinal < end;) {
+            while (!open.empty() && open.back()->end() <= ordinal) {
+                open.pop_back();
+            }
+            if (!open.empty()) {
+                const std::uint16_t depth = open.back()->depth_inside();
+                shift = shift.value_or(static_cast<std::uint16_t>(base_depth - depth));
+                take_row(ordinal, static_cast<std::uint16_t>(depth + *shift));
+            }
+            const sdb::tag_table::list_row* const list = relation_->list(ordinal);
+            if (list == nullptr || !list->has_children()) {
+                ordinal = ordinal.next();
+            } else if (ordinal < behind) {
+                open.push_back(list);
+                end = std::max(end, list->end());
+                ordinal = ordinal.next();
+            } else {
+                ordinal = list->end();
+            }
         }
-    }
-    if (rows.empty()) {
-        return 0;
-    }
-    const auto shift = static_cast<std::uint16_t>(base_depth - rows.front().depth);
-    std::ranges::sort(rows, {}, &row_of_list::ordinal);
-    return split_rows(
-        rows.size(), [&](std::size_t row) { return rows[row].ordinal; },
-        [&](std::size_t row) { return static_cast<std::uint16_t>(rows[row].depth + shift); },
-        chain_length);
+    });
 }
 
-// The depth of each row is asked for once, in their order.
-std::size_t record_expander::split_rows(std::size_t count, auto&& ordinal_of, auto&& depth_of,
-                                        std::size_t chain_length)
+// Takes rows in file order, and gives their number.
+std::size_t record_expander::split_rows(std::size_t chain_length, auto&& for_each_row)
 {
-    std::size_t kept = bodies_.size();
-    bodies_.resize(kept + count);
-    for (std::size_t i = 0; i < count;) {
-        const record_item item = item_of(ordinal_of(i), depth_of(i));
-        ++i;
-        if (!sdb::is_reference_list_tag(item.tag)) {
-            bodies_[kept++] = item;
-            continue;
+    std::size_t count = 0;
+    std::uint64_t reference_end = 0; // of the reference list that the rows are in
+    for_each_row([&](sdb::tag_ordinal ordinal, std::uint16_t depth) {
+        const record_item item = item_of(ordinal, depth);
+        ++count;
+        if (item.offset < reference_end) {
+            references_.push_back(item);
+            work_.back().last = static_cast<std::uint32_t>(references_.size());
+        } else if (sdb::is_reference_list_tag(item.tag)) {
+            const std::uint32_t size = database_.word_behind(item.offset);
+            reference_end =
+                size >= list_header ? std::uint64_t{item.offset} + size + list_header : 0;
+            references_.push_back(item);
+            work_.push_back(group(references_.size() - 1, references_.size(), chain_length, false));
+        } else {
+            bodies_.push_back(item);
         }
-        const std::uint32_t size = database_.word_behind(item.offset);
-        const std::uint64_t limit = std::uint64_t{item.offset} + size + list_header;
-        const std::size_t first = references_.size();
-        references_.push_back(item);
-        while (size >= list_header && i < count && database_.offset_at(ordinal_of(i)) < limit) {
-            references_.push_back(item_of(ordinal_of(i), depth_of(i)));
-            ++i;
-        }
-        work_.push_back(group(first, references_.size(), chain_length, false));
-    }
-    bodies_.resize(kept);
+    });
     return count;
 }
 
@@ -211,13 +207,14 @@ void record_expander::walk_group(const group& walked, bool follow_references,
 
 void record_expander::follow(const record_item& reference, listing_budget& budget)
 {
-    if (chain_.size() >= budget.bounds.followed_records ||
-        record_items_ > budget.bounds.record_items || budget.is_used_up()) {
-        return;
-    }
     const std::uint32_t target = database_.word_behind(reference.offset);
     const std::optional<sdb::tag_ordinal> ordinal = database_.ordinal_of(target);
     if (!ordinal || is_open(target)) {
+        return;
+    }
+    if (chain_.size() >= budget.bounds.followed_records ||
+        record_items_ > budget.bounds.record_items || budget.is_used_up()) {
+        budget.left_references = true;
         return;
     }
     const std::size_t first = bodies_.size();

@@ -29,6 +29,7 @@ struct listing_budget {
     // set.
     std::size_t largest_list = static_cast<std::size_t>(-1);
     bool was_too_large = false;
+    bool left_references = false; // some were not followed, for a bound
     request::bounds bounds;
 };
 
@@ -74,10 +75,9 @@ private:
                        listing_budget& budget);
     std::size_t gather_run(sdb::tag_ordinal first, sdb::tag_ordinal end, std::uint16_t base_depth,
                            std::size_t chain_length);
-    std::size_t gather_irregular(sdb::tag_ordinal list, sdb::tag_ordinal behind,
+    std::size_t gather_irregular(sdb::tag_ordinal first_list, sdb::tag_ordinal behind,
                                  std::uint16_t base_depth, std::size_t chain_length);
-    std::size_t split_rows(std::size_t count, auto&& ordinal_of, auto&& depth_of,
-                           std::size_t chain_length);
+    std::size_t split_rows(std::size_t chain_length, auto&& for_each_row);
     void walk_group(const group& walked, bool follow_references, listing_budget& budget);
     void follow(const record_item& reference, listing_budget& budget);
     bool is_open(std::uint32_t record) const;

@@ -1,7 +1,6 @@
 #include "model/record_groups.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace model {
 
@@ -65,44 +64,58 @@ void record_groups::add_scalar(const record_item& item)
 
 void record_groups::add_late(std::size_t group, const record_item& item)
 {
-    late_.push_back(
-        {static_cast<std::uint32_t>(group), static_cast<std::uint32_t>(late_.size()), item});
+    if (!late_.empty() && late_.back().group == group &&
+        late_.back().first + late_.back().count == &item) {
+        ++late_.back().count;
+    } else {
+        late_.push_back({&item, 1, static_cast<std::uint32_t>(group)});
+    }
 }
 
 void record_groups::finish()
 {
-    const auto in_order = [](const late_scalar& one) { return std::pair(one.group, one.number); };
-    std::ranges::sort(late_, {}, in_order);
-    std::size_t grown = late_.size();
-    for (std::size_t i = 0; i < late_.size(); ++i) {
-        const bool is_first = i == 0 || late_[i - 1].group != late_[i].group;
-        grown += is_first ? sizes_[late_[i].group] : 0;
+    if (late_.empty()) {
+        return;
+    }
+    io::large_vector<std::uint32_t> late_items(size(), 0);
+    for (const late_run& late : late_) {
+        late_items[late.group] += late.count;
     }
     constexpr std::size_t very_many = 0x100000;
-    if (late_.size() > very_many) {
+    if (size() > very_many) {
         io::release(reachable_); // the moment at which a record takes most
     }
-    grown_.reserve(grown); // so that nothing moves
-    for (std::span<const late_scalar> rest = late_; !rest.empty();) {
-        const auto end = std::ranges::find_if(
-            rest, [&](const late_scalar& one) { return one.group != rest.front().group; });
-        const auto count = static_cast<std::size_t>(end - rest.begin());
-        grow_group(rest.first(count));
-        rest = rest.subspan(count);
+    make_room(late_items);
+    for (const late_run& late : late_) {
+        append(late.group, late.items());
     }
 }
 
-void record_groups::grow_group(std::span<const late_scalar> late)
+// Moves the groups that take late scalars to where there is room for these behind each.
+void record_groups::make_room(std::span<const std::uint32_t> late_items)
 {
-    const std::size_t group = late.front().group;
-    const std::span<const record_item> old = (*this)[group];
-    const std::size_t begin = grown_.size();
-    grown_.insert(grown_.end(), old.begin(), old.end());
-    for (const late_scalar& one : late) {
-        grown_.push_back(one.item);
+    std::size_t grown = 0;
+    for (std::size_t group = 0; group < size(); ++group) {
+        grown += late_items[group] != 0 ? sizes_[group] + late_items[group] : 0;
     }
-    firsts_[group] = grown_.data() + begin;
-    sizes_[group] = static_cast<std::uint32_t>(grown_.size() - begin);
+    grown_.resize(grown);
+    record_item* place = grown_.data();
+    for (std::size_t group = 0; group < size(); ++group) {
+        if (late_items[group] != 0) {
+            const std::span<const record_item> old = (*this)[group];
+            firsts_[group] = place;
+            sizes_[group] = 0;
+            append(group, old);
+            place += old.size() + late_items[group];
+        }
+    }
+}
+
+void record_groups::append(std::size_t group, std::span<const record_item> items)
+{
+    record_item* const place = grown_.data() + (firsts_[group] - grown_.data());
+    std::ranges::copy(items, place + sizes_[group]);
+    sizes_[group] += static_cast<std::uint32_t>(items.size());
 }
 
 } // namespace model

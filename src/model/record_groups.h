@@ -36,22 +36,25 @@ private:
         std::uint32_t group;
     };
 
-    // A scalar that goes to a group behind which it does not stand.
-    struct late_scalar {
+    // Scalars in a row that go to a group behind which they do not stand.
+    struct late_run {
+        const record_item* first;
+        std::uint32_t count;
         std::uint32_t group;
-        std::uint32_t number; // among these
-        record_item item;
+
+        std::span<const record_item> items() const noexcept { return {first, count}; }
     };
 
     void start_group(const record_item& head);
     void add_scalar(const record_item& item);
     void add_late(std::size_t group, const record_item& item);
-    void grow_group(std::span<const late_scalar> late);
+    void make_room(std::span<const std::uint32_t> late_items);
+    void append(std::size_t group, std::span<const record_item> items);
 
     // Of each group its first item and how many it has.
     io::large_vector<const record_item*> firsts_;
     io::large_vector<std::uint32_t> sizes_;
-    io::large_vector<late_scalar> late_;
+    io::large_vector<late_run> late_;
     io::large_vector<record_item> grown_; // the groups that take late scalars, with these
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
     io::large_vector<depth_mark> reachable_;

@@ -21,7 +21,8 @@ bool list_matches(const job& work)
     const auto text_of = [&](std::uint32_t offset, std::size_t longest) {
         return work.form.tag_text(offset, longest);
     };
-    if (!model::match_program(results, *work.database, program, options.pe_path, text_of)) {
+    if (!model::match_program(results, *work.database, program, options.pe_path, text_of,
+                              options.bounds)) {
         work.notices.fail("Not all nested records could be matched: %s\n", work.path.c_str());
     }
     record_listing listing(*work.database, *work.search, work.form);
@@ -38,6 +39,7 @@ bool list_matches(const job& work)
         listing.print_record(record);
         work.console.line_end();
     }
+    listing.say_what_is_missing(work);
     return !results.empty();
 }
 

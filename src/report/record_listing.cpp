@@ -41,6 +41,7 @@ struct stretch {
     form::stream_state began_in;
     form::stream_state ended_in;
     bool printed = false;
+    bool left_references = false;
 };
 
 // Keeps a text up to some length; a longer one is of no use and is not made to its end.
@@ -58,7 +59,7 @@ public:
 private:
     void make_room(std::size_t count) final
     {
-        constexpr std::size_t longest = 0x400000;
+        constexpr std::size_t longest = 0x200000;
         if (view().size() + count > longest) {
             overflowed_ = true;
             clear();
@@ -89,10 +90,12 @@ public:
         listing_.budget().most_items = listing_.budget().limit; // beyond which it is of no use
         listing_.budget().largest_list = largest_list;
         listing_.budget().was_too_large = false;
+        listing_.budget().left_references = false;
         made.began_in = form_->state();
         made.printed = listing_.print_records(records_.stretch(number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
+        made.left_references = listing_.budget().left_references;
         made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
         form_->uncut();
         text_.hand_over(made);
@@ -184,6 +187,7 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
             form_.take(made->text.view(), made->ended_in);
             budget_.items += made->items;
             printed |= made->printed;
+            budget_.left_references |= made->left_references;
         }
         listed_items = budget_.items;
     }
@@ -200,6 +204,14 @@ bool record_listing::list_tag(std::uint16_t tag)
                                                              : print_records(ordinals);
 }
 
+void record_listing::say_what_is_missing(const job& work) const
+{
+    if (budget_.left_references) {
+        work.notices.say("%s: its records refer to too many others, not all are followed\n",
+                         work.path.c_str());
+    }
+}
+
 bool list_tags(const job& work, const std::set<std::uint16_t>& tags)
 {
     record_listing listing(*work.database, *work.search, work.form);
@@ -210,6 +222,7 @@ bool list_tags(const job& work, const std::set<std::uint16_t>& tags)
             found = true;
         }
     }
+    listing.say_what_is_missing(work);
     return found;
 }
 
@@ -218,6 +231,7 @@ bool list_one_tag(const job& work, std::uint16_t tag)
     record_listing listing(*work.database, *work.search, work.form);
     const bool found = listing.list_tag(tag);
     work.form.end_section();
+    listing.say_what_is_missing(work);
     return found;
 }
 

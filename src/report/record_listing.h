@@ -27,6 +27,8 @@ public:
     bool print_records(std::span<const sdb::tag_ordinal> ordinals);
 
     model::listing_budget& budget() noexcept { return budget_; }
+    // Tells what the records do not show for the bounds.
+    void say_what_is_missing(const job& work) const;
 
 private:
     bool print_stretches(std::span<const sdb::tag_ordinal> ordinals, std::size_t threads);

@@ -26,6 +26,10 @@ struct bounds {
     std::uint64_t text_bytes = 0x4000000;
     std::uint64_t last_record_text = 0x100000;
 
+    // Of the tags that a match looks at, each once for every record that it stands in.
+    std::uint64_t matched_items = 2'000'000;
+    std::uint64_t matched_items_of_a_tag = 4;
+
     // Who works on a long listing: at most that many threads, if the machine keeps them busy, that many
     // records at a time. Its text is the same.
     std::size_t threads = 4;

@@ -1,6 +1,8 @@
 #include "sdb/inflate.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 #define ZLIB_CONST
 #include <zlib.h>
@@ -23,6 +25,9 @@ inflation inflate_whole(z_stream& stream, std::uint64_t limit, io::byte_vector& 
         stream.next_out = out.data() + stream.total_out;
         stream.avail_out = static_cast<uInt>(out.size() - stream.total_out);
         const int answer = ::inflate(&stream, Z_FINISH);
+        if (answer == Z_MEM_ERROR) {
+            throw std::bad_alloc();
+        }
         if (answer == Z_STREAM_END) {
             out.resize(stream.total_out);
             return out.empty() ? inflation::damaged : inflation::whole;
@@ -48,15 +53,18 @@ inflation inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_
     z_stream stream{};
     stream.next_in = input.data();
     stream.avail_in = static_cast<uInt>(input.size());
-    if (input.empty() || ::inflateInit2(&stream, zlib_window_bits) != Z_OK) {
+    if (input.empty()) {
         return inflation::damaged;
     }
+    if (::inflateInit2(&stream, zlib_window_bits) != Z_OK) {
+        throw std::bad_alloc(); // all else is as it must be
+    }
+    const std::unique_ptr<z_stream, decltype(&::inflateEnd)> ends(&stream, &::inflateEnd);
     const inflation result =
         inflate_whole(stream, std::min(most, image.size() * largest_growth), out);
     if (unused != nullptr) {
         *unused = stream.avail_in;
     }
-    ::inflateEnd(&stream);
     if (result != inflation::whole) {
         io::release(out);
     }
