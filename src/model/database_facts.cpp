@@ -234,7 +234,10 @@ private:
         };
         std::vector<std::uint32_t>& scalars = facts_.scalars;
         std::ranges::sort(scalars, {}, shown);
-        scalars.erase(std::ranges::unique(scalars, {}, shown).begin(), scalars.end());
+        const auto are_alike = [&](std::uint32_t one, std::uint32_t other) {
+            return shown(one) == shown(other);
+        };
+        scalars.erase(std::unique(scalars.begin(), scalars.end(), are_alike), scalars.end());
     }
 
     database_facts& facts_;

@@ -112,7 +112,7 @@ std::size_t record_expander::gather_run(sdb::tag_ordinal first, sdb::tag_ordinal
     open_ends_.clear();
     const auto lists = relation_->lists_in(first, end);
     auto list = lists.begin();
-    return split_rows(chain_length, [&](auto&& take_row) {
+    return split_rows(end - first, chain_length, [&](auto&& take_row) {
         for (sdb::tag_ordinal ordinal = first; ordinal < end; ordinal = ordinal.next()) {
             while (!open_ends_.empty() && open_ends_.back() <= ordinal) {
                 open_ends_.pop_back();
@@ -135,8 +135,11 @@ std::size_t record_expander::gather_irregular(sdb::tag_ordinal first_list, sdb::
 {
     io::large_vector<const sdb::tag_table::list_row*> open;
     sdb::tag_ordinal end = behind; // of what may belong to it
+    for (const sdb::tag_table::list_row& list : relation_->lists_in(first_list, behind)) {
+        end = std::max(end, list.end());
+    }
     std::optional<std::uint16_t> shift;
-    return split_rows(chain_length, [&](auto&& take_row) {
+    return split_rows(end - first_list, chain_length, [&](auto&& take_row) {
         for (sdb::tag_ordinal ordinal = first_list; ordinal < end;) {
             while (!open.empty() && open.back()->end() <= ordinal) {
                 open.pop_back();
@@ -151,7 +154,6 @@ std::size_t record_expander::gather_irregular(sdb::tag_ordinal first_list, sdb::
                 ordinal = ordinal.next();
             } else if (ordinal < behind) {
                 open.push_back(list);
-                end = std::max(end, list->end());
                 ordinal = ordinal.next();
             } else {
                 ordinal = list->end();
@@ -160,9 +162,12 @@ std::size_t record_expander::gather_irregular(sdb::tag_ordinal first_list, sdb::
     });
 }
 
-// Takes rows in file order, and gives their number.
-std::size_t record_expander::split_rows(std::size_t chain_length, auto&& for_each_row)
+// Takes rows in file order, at most so many, and gives their number.
+std::size_t record_expander::split_rows(std::size_t most, std::size_t chain_length,
+                                        auto&& for_each_row)
 {
+    std::size_t kept = bodies_.size();
+    bodies_.resize(kept + most);
     std::size_t count = 0;
     std::uint64_t reference_end = 0; // of the reference list that the rows are in
     for_each_row([&](sdb::tag_ordinal ordinal, std::uint16_t depth) {
@@ -178,9 +183,10 @@ std::size_t record_expander::split_rows(std::size_t chain_length, auto&& for_eac
             references_.push_back(item);
             work_.push_back(group(references_.size() - 1, references_.size(), chain_length, false));
         } else {
-            bodies_.push_back(item);
+            bodies_[kept++] = item;
         }
     });
+    bodies_.resize(kept);
     return count;
 }
 

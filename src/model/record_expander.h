@@ -77,7 +77,7 @@ private:
                            std::size_t chain_length);
     std::size_t gather_irregular(sdb::tag_ordinal first_list, sdb::tag_ordinal behind,
                                  std::uint16_t base_depth, std::size_t chain_length);
-    std::size_t split_rows(std::size_t chain_length, auto&& for_each_row);
+    std::size_t split_rows(std::size_t most, std::size_t chain_length, auto&& for_each_row);
     void walk_group(const group& walked, bool follow_references, listing_budget& budget);
     void follow(const record_item& reference, listing_budget& budget);
     bool is_open(std::uint32_t record) const;

@@ -77,36 +77,36 @@ void record_groups::finish()
     if (late_.empty()) {
         return;
     }
-    io::large_vector<std::uint32_t> late_items(size(), 0);
+    late_items_.assign(size(), 0);
     for (const late_run& late : late_) {
-        late_items[late.group] += late.count;
+        late_items_[late.group] += late.count;
     }
     constexpr std::size_t very_many = 0x100000;
     if (size() > very_many) {
         io::release(reachable_); // the moment at which a record takes most
     }
-    make_room(late_items);
+    make_room();
     for (const late_run& late : late_) {
         append(late.group, late.items());
     }
 }
 
 // Moves the groups that take late scalars to where there is room for these behind each.
-void record_groups::make_room(std::span<const std::uint32_t> late_items)
+void record_groups::make_room()
 {
     std::size_t grown = 0;
     for (std::size_t group = 0; group < size(); ++group) {
-        grown += late_items[group] != 0 ? sizes_[group] + late_items[group] : 0;
+        grown += late_items_[group] != 0 ? sizes_[group] + late_items_[group] : 0;
     }
     grown_.resize(grown);
     record_item* place = grown_.data();
     for (std::size_t group = 0; group < size(); ++group) {
-        if (late_items[group] != 0) {
+        if (late_items_[group] != 0) {
             const std::span<const record_item> old = (*this)[group];
             firsts_[group] = place;
             sizes_[group] = 0;
             append(group, old);
-            place += old.size() + late_items[group];
+            place += old.size() + late_items_[group];
         }
     }
 }

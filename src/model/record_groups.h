@@ -48,14 +48,15 @@ private:
     void start_group(const record_item& head);
     void add_scalar(const record_item& item);
     void add_late(std::size_t group, const record_item& item);
-    void make_room(std::span<const std::uint32_t> late_items);
+    void make_room();
     void append(std::size_t group, std::span<const record_item> items);
 
     // Of each group its first item and how many it has.
     io::large_vector<const record_item*> firsts_;
     io::large_vector<std::uint32_t> sizes_;
     io::large_vector<late_run> late_;
-    io::large_vector<record_item> grown_; // the groups that take late scalars, with these
+    io::large_vector<std::uint32_t> late_items_; // of each group
+    io::large_vector<record_item> grown_;        // the groups that take late scalars, with these
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
     io::large_vector<depth_mark> reachable_;
     bool is_open_ = false;
