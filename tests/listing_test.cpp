@@ -1,10 +1,9 @@
 #include <algorithm>
 #include <functional>
+#include <random>
 
 #include <gtest/gtest.h>
 
-#include "form/forms.h"
-#include "report/record_listing.h"
 #include "sdb/tags.h"
 #include "support/reports.h"
 
@@ -334,26 +333,6 @@ TEST(listing, no_text_forges_a_line)
     }
 }
 
-// The records of executables, printed one after the other.
-made_report made_one_by_one(const sdb::sdb_database& database, std::string_view form)
-{
-    const request::sdb_opts options;
-    uni::text_buffer text;
-    const auto writer = form::form_of(form).make(text, options, {.is_lone = true});
-    writer->begin({&database, test_support::about().path});
-    model::search everything(database, {});
-    report::record_listing listing(database, everything, *writer);
-    for (const sdb::tag_ordinal ordinal : database.ordinals_by_tag(tag::exe)) {
-        listing.print_record(database.offset_at(ordinal));
-    }
-    writer->end_section();
-    writer->end();
-    made_report made;
-    made.text = text.view();
-    made.state = writer->state();
-    return made;
-}
-
 // Thousands of records that share what they refer to.
 bytes many_records()
 {
@@ -397,27 +376,90 @@ TEST(listing, long_listings_read_as_if_made_one_record_after_the_other)
                        swollen.list(tag::shim_ref, {swollen.reference(tag::shim_tagid, shim)})}));
     }
     swollen.add(swollen.list(tag::library, {shim}));
-    struct listing_case {
-        bytes image;
-        std::string_view form;
-    };
-    const listing_case cases[] = {
-        {many_records(), "xml"}, {many_records(), "plain"}, {late.build(), "xml"},
-        {late.build(), "plain"}, {swollen.build(), "xml"},
-    };
+    request::sdb_opts plainly = listing_options({"exes"});
+    plainly.bounds.threads = 1;
+    plainly.bounds.folded_bytes = 0;
     std::string listed;
-    for (const auto& [image, form] : cases) {
+    for (const bytes& image : {many_records(), late.build(), swollen.build()}) {
         const test_support::loaded_database in(image);
-        const made_report one_by_one = made_one_by_one(in.database, form);
-        const made_report made =
-            test_support::database_report(in.database, listing_options({"exes"}, form));
-        EXPECT_GT(made.text.size(), 10'000u);
-        EXPECT_TRUE(made.text == one_by_one.text) << form << ' ' << image.size();
-        EXPECT_EQ(made.state, one_by_one.state);
-        listed = made.text;
+        for (const char* const form : {"plain", "xml"}) {
+            plainly.form = form;
+            const made_report one_by_one = test_support::database_report(in.database, plainly);
+            const made_report made =
+                test_support::database_report(in.database, listing_options({"exes"}, form));
+            EXPECT_GT(made.text.size(), 10'000u);
+            EXPECT_TRUE(made.text == one_by_one.text) << form << ' ' << image.size();
+            EXPECT_EQ(made.state, one_by_one.state);
+            EXPECT_EQ(made.notices, one_by_one.notices);
+            listed = made.text;
+        }
     }
     // The last records follow nothing any more.
     EXPECT_LT(listed.size() - listed.rfind("n699"), 200u);
+}
+
+// Records that refer to fixes through layers, to each other and, some of them, in a circle, at several
+// depths.
+sdb_builder entangled_records()
+{
+    sdb_builder b;
+    const auto reference = [&](std::string_view to) {
+        return b.list(tag::shim_ref, {b.text(tag::name, to), b.reference(tag::shim_tagid, to)});
+    };
+    const auto fix = [&](std::string_view called, std::vector<node> more) {
+        more.insert(more.begin(), {b.text(tag::name, called), b.dword(tag::flags, 1)});
+        return b.label(called, b.list(tag::shim, more));
+    };
+    b.add(b.list(
+        tag::library,
+        {fix("a", {}), fix("b", {b.list(tag::inexclude, {b.text(tag::module, "<m>")})}),
+         fix("c", {reference("a"), reference("b")}),
+         fix("d", {reference("e"), b.dword(tag::size, 2)}),
+         fix("e", {reference("d"), reference("c")}), fix("f", {reference("exe 3"), reference("a")}),
+         fix("g",
+             {b.list(tag::matching_file, {b.text(tag::name, "*"), b.text(tag::module, "x")})})}));
+    for (int i = 0; i < 24; ++i) {
+        const std::string name = "exe " + std::to_string(i);
+        std::vector<node> tags = {b.text(tag::name, name), b.dword(tag::flags, 7)};
+        for (const char* const to : {"a", "b", "c", "d", "e", "f", "g"}) {
+            if ((i * 5 + to[0]) % 3 != 0) {
+                tags.push_back(reference(to));
+            }
+        }
+        tags.push_back(b.list(tag::matching_file, {b.text(tag::name, "*"), reference("c")}));
+        b.add(b.label(name, b.list(tag::exe, tags)));
+    }
+    return b;
+}
+
+TEST(listing, what_is_followed_again_reads_as_if_made_anew)
+{
+    const bytes sound = entangled_records().build();
+    std::minstd_rand dice(1);
+    for (int damages = 0; damages < 150; ++damages) {
+        bytes image = sound;
+        for (int i = 0; i < damages % 5; ++i) {
+            image[12 + dice() % (image.size() - 12)] = static_cast<std::uint8_t>(dice());
+        }
+        sdb::sdb_database database;
+        if (database.load_image(io::byte_vector(image.begin(), image.end())) !=
+            sdb::load_result::loaded) {
+            continue;
+        }
+        request::sdb_opts options =
+            listing_options({"apps", "shims"}, damages % 2 == 0 ? "xml" : "plain");
+        options.bounds.threads = 1;
+        options.bounds.text_times_image = damages < 50 ? 64 : 0;
+        options.bounds.text_bytes = dice() % 60'000;
+        options.bounds.last_record_text = dice() % 2'000;
+        options.bounds.followed_records = damages % 3 == 0 ? 3 : 32;
+        options.bounds.record_items = damages % 7 == 0 ? 60 : 100'000;
+        const made_report kept = test_support::database_report(database, options);
+        options.bounds.folded_bytes = 0;
+        const made_report made = test_support::database_report(database, options);
+        EXPECT_EQ(kept.text, made.text) << damages;
+        EXPECT_EQ(kept.notices, made.notices) << damages;
+    }
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "form/folding.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "form/with_fields.h"
@@ -51,17 +52,29 @@ bool lines_form::write_record(const model::record_groups& groups)
     out_.character('[');
     out_.text(document_.path);
     out_.literal("]\n");
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        for (const model::record_item& item : groups[group]) {
-            if (!out_.good() || out_.total() > most_in_record()) {
-                return false;
-            }
-            write_tag_line(item);
-        }
+    is_whole_ = true;
+    folding(*this, folds(), out_).say(groups);
+    if (is_whole_) {
         out_.line_end();
     }
+    return is_whole_;
+}
+
+bool lines_form::has_room_for(const model::folded_record& folded) const noexcept
+{
+    return out_.total() + folded.text.size() <= most_in_record();
+}
+
+void lines_form::say(std::span<const model::record_item> items, bool)
+{
+    for (const model::record_item& item : items) {
+        is_whole_ = is_whole_ && out_.good() && out_.total() <= most_in_record();
+        if (!is_whole_) {
+            return;
+        }
+        write_tag_line(item);
+    }
     out_.line_end();
-    return true;
 }
 
 // The fields, parted by the separator: depth (left out when 0), offset in 6 hexadecimal digits, tag

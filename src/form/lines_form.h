@@ -4,6 +4,9 @@
 
 namespace form {
 
+template <typename sayer_type>
+class folding;
+
 // Lines for readers: a line for each tag of a record, a labelled line for each fact.
 class lines_form : public writer {
 public:
@@ -13,6 +16,14 @@ public:
     bool separate() override;
 
 private:
+    friend class folding<lines_form>;
+    bool may_say_more() const noexcept { return is_whole_; }
+    bool has_room_for(const model::folded_record& folded) const noexcept;
+    int begin(const model::folded_record&) const noexcept { return 0; }
+    void end(int) const noexcept {}
+    void say(std::span<const model::record_item> items, bool nests);
+    void close_down_to(std::uint16_t) {}
+
     bool write_record(const model::record_groups& groups) override;
     void write_tag_line(const model::record_item& item);
     void write_depth(std::uint16_t depth);
@@ -21,6 +32,8 @@ private:
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;
+
+    bool is_whole_ = true; // the record in work
 };
 
 } // namespace form

@@ -39,7 +39,7 @@ class writer {
 public:
     // `out` and `style` must outlive the writer.
     writer(uni::text_buffer& out, const request::cmd_params& style, stream_state state)
-        : out_(out), style_(style), state_(state)
+        : out_(out), style_(style), state_(state), folds_(style.bounds.folded_bytes)
     {}
     virtual ~writer() = default;
     writer(const writer&) = delete;
@@ -96,6 +96,9 @@ public:
     // tag that has none.
     std::optional<std::string> tag_text(std::uint32_t offset, std::size_t longest) const;
 
+    // The followed records whose text was kept, which stand in records for all that belongs to them.
+    model::folded_records& folds() noexcept { return folds_; }
+
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.
     std::unique_ptr<writer> fork(uni::text_buffer& out) const;
@@ -128,6 +131,7 @@ private:
     std::uint64_t most_text_ = no_limit;
     std::uint64_t most_in_record_ = no_limit;
     std::uint32_t place_ = 0; // of what was to be said last
+    model::folded_records folds_;
     bool is_cut_ = false;
 };
 

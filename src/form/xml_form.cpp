@@ -73,7 +73,7 @@ private:
     bool write_record(const model::record_groups& groups) override
     {
         try {
-            return records_->write_record(groups, most_in_record());
+            return records_->write_record(groups, most_in_record(), folds());
         } catch (...) {
             records_->abandon_record();
             throw;

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "form/folding.h"
 #include "form/tag_text.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
@@ -172,17 +173,27 @@ void xml_record_writer::look_up_texts(const model::record_groups& groups)
 {
     record_texts_.clear();
     open_.reserve(database_.children().lists().size() + 1);
-    std::size_t children = 0;
     texts_.begin_record();
+    record_has_children_ = false;
+    auto folded = groups.folded().begin();
     for (std::size_t group = 0; group < groups.size(); ++group) {
-        for (const model::record_item& item : groups[group]) {
-            children += is_child_element(item.tag) ? 1 : 0;
-            if (is_reference(item)) {
-                record_texts_.push_back(texts_.look_up(database_.word_behind(item.offset)));
-            }
+        if (folded != groups.folded().end() && folded->group == group) {
+            ++folded;
+        } else {
+            look_up_texts(groups[group]);
         }
     }
-    record_has_children_ = children != 0;
+    next_text_ = 0;
+}
+
+void xml_record_writer::look_up_texts(std::span<const model::record_item> items)
+{
+    for (const model::record_item& item : items) {
+        record_has_children_ |= is_child_element(item.tag);
+        if (is_reference(item)) {
+            record_texts_.push_back(texts_.look_up(database_.word_behind(item.offset)));
+        }
+    }
 }
 
 // Calls `act` for each scalar of a group, until there is no more room.
@@ -209,23 +220,31 @@ void xml_record_writer::note_record_name(const members& first_group)
     });
 }
 
-bool xml_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text)
+bool xml_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text,
+                                     model::folded_records& folds)
 {
     most_text_ = most_text;
     is_cut_ = false;
     look_up_texts(groups);
     note_record_name({groups[0], 0});
-    std::size_t first_text = 0;
-    for (std::size_t group = 0; group < groups.size() && has_room(); ++group) {
-        const auto items = groups[group];
-        const bool has_nested =
-            group + 1 < groups.size() && groups[group + 1].front().depth > items.front().depth;
-        write_group({items, first_text}, has_nested);
-        first_text += static_cast<std::size_t>(std::ranges::count_if(items, is_reference));
-    }
+    folding(*this, folds, out_).say(groups);
     const bool is_whole = has_room();
     close_down_to(0);
     return is_whole;
+}
+
+std::size_t xml_record_writer::begin(const model::folded_record& folded)
+{
+    const std::size_t text_behind = next_text_;
+    next_text_ = record_texts_.size();
+    look_up_texts(folded.items);
+    return text_behind;
+}
+
+void xml_record_writer::say(std::span<const model::record_item> items, bool nests)
+{
+    write_group({items, next_text_}, nests);
+    next_text_ += static_cast<std::size_t>(std::ranges::count_if(items, is_reference));
 }
 
 void xml_record_writer::write_group(const members& group, bool has_nested)

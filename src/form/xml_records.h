@@ -24,6 +24,9 @@
 // scalars of one tag the first is the attribute and each further one a child.
 namespace form {
 
+template <typename sayer_type>
+class folding;
+
 // Writes a patch operation as its element, a bare one without its data.
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op, bool is_bare);
 
@@ -38,12 +41,15 @@ public:
     // Writes one record. An element stays open when the next group stands deeper or when it has a
     // child element of its own. It ends early, with
     // all its elements closed, and answers false where `most_text` bytes were written to the buffer.
-    bool write_record(const model::record_groups& groups, std::uint64_t most_text);
+    bool write_record(const model::record_groups& groups, std::uint64_t most_text,
+                      model::folded_records& folds);
 
     // Closes what a record left open that an exception ended.
     void abandon_record();
 
 private:
+    friend class folding<xml_record_writer>;
+
     // What an element is called.
     enum class name_of : std::uint8_t { tag, include, exclude };
     // An element that is open, under the name it was opened with.
@@ -70,15 +76,27 @@ private:
         bool plain; // see uni::put_stored_utf16
     };
 
+    bool may_say_more() noexcept { return has_room(); }
+    bool has_room_for(const model::folded_record& folded) const noexcept
+    {
+        return out_.total() + folded.text.size() +
+                   usual_close * (open_.size() + folded.items.size()) <=
+               most_text_;
+    }
+    std::size_t begin(const model::folded_record& folded);
+    void end(std::size_t text_behind) noexcept { next_text_ = text_behind; }
+    void say(std::span<const model::record_item> items, bool nests);
+
+    static constexpr std::uint64_t usual_close = 80;
     // Whether a record may go on, what closes its elements included. Once it may not, it stays so.
     bool has_room() noexcept
     {
-        constexpr std::uint64_t usual_close = 80;
         is_cut_ = is_cut_ || !out_.good() || out_.total() + usual_close * open_.size() > most_text_;
         return !is_cut_;
     }
     void indent(unsigned depth);
     void look_up_texts(const model::record_groups& groups);
+    void look_up_texts(std::span<const model::record_item> items);
     void for_each_scalar(const members& group, auto&& act);
     void note_record_name(const members& first_group);
     void write_group(const members& group, bool has_nested);
@@ -121,6 +139,7 @@ private:
     // all over the image, and so the processor can wait for many of them at a time.
     text_cache texts_;
     io::large_vector<text_cache::entry> record_texts_;
+    std::size_t next_text_ = 0;        // of the group to be written
     std::string record_name_;          // of the record in work, double quotes as single ones
     bool record_has_children_ = false; // child elements, that is
     // State of the group in work.

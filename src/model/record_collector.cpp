@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 
 namespace model {
@@ -24,25 +25,121 @@ bool has_sound_lists(const sdb::sdb_database& database)
 
 } // namespace
 
-bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset)
+bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset,
+                              folded_records* folds)
 {
     groups_.clear();
     groups_.reserve(database_.children().lists().size());
-    if (!expander_.expand(tag_offset, true, budget)) {
+    if (!expander_.expand(tag_offset, true, budget, folds)) {
         return false;
     }
     groups_.add(expander_.own_items());
-    for (std::size_t i = 0; i < expander_.subrecord_count(); ++i) {
-        groups_.add(expander_.subrecord(i));
+    if (folds != nullptr) {
+        group_subrecords(*folds, budget);
+    } else {
+        for (std::size_t i = 0; i < expander_.subrecord_count(); ++i) {
+            groups_.add(expander_.subrecord(i));
+        }
     }
     groups_.finish();
     return !groups_.empty();
 }
 
-bool record_collector::collect(search& wanted, listing_budget& budget, std::uint32_t tag_offset)
+// Groups the sub-records, and notes of which followed records it is worth keeping what is made of them.
+void record_collector::group_subrecords(folded_records& folds, const listing_budget& budget)
+{
+    // Where references were left, a record may be another elsewhere.
+    const bool may_note = !budget.left_references;
+    const std::size_t count = expander_.subrecord_count();
+    chain_.assign(1, expander_.own_items().front().offset);
+    std::optional<std::size_t>
+        noted; // the followed record that is being grouped, with all it leads to
+    std::size_t first_group = 0;
+    for (std::size_t i = 0; i <= count; ++i) {
+        if (noted && (i == count || expander_.chain_length(i) <= expander_.chain_length(*noted))) {
+            note_foldable(*noted, i, {first_group, groups_.size(), {}});
+            noted.reset();
+        }
+        if (i == count) {
+            break;
+        }
+        if (const folded_record* const folded = expander_.folded(i)) {
+            groups_.add(*folded);
+            continue;
+        }
+        const std::span<const record_item> items = expander_.subrecord(i);
+        if (!noted && may_note && expander_.is_followed(i) &&
+            folds.is_wanted(items.front().offset, items.front().depth)) {
+            chain_.resize(1 + expander_.chain_length(i));
+            noted = i;
+            first_group = groups_.size();
+        } else if (!noted && expander_.is_followed(i)) {
+            chain_.resize(1 + expander_.chain_length(i));
+            chain_.push_back(items.front().offset);
+        }
+        groups_.add(items);
+    }
+}
+
+// Takes note of the groups of a followed record, which is one sub-record up to another.
+void record_collector::note_foldable(std::size_t subrecord, std::size_t end, foldable_groups groups)
+{
+    const bool ends_there =
+        end == expander_.subrecord_count() || expander_.depth(end) <= expander_.depth(subrecord);
+    if (ends_there && describe(groups.fold, subrecord, end)) {
+        groups_.note(std::move(groups));
+    }
+}
+
+// What is to be known of a followed record so that it may stand elsewhere. False for one that depends
+// on where it stands: on the records that lead to it, or, by what its texts stand for, on their names.
+bool record_collector::describe(folded_record& fold, std::size_t subrecord, std::size_t end) const
+{
+    const record_item head = expander_.subrecord(subrecord).front();
+    const std::size_t chain_length = expander_.chain_length(subrecord);
+    fold.record = head.offset;
+    fold.depth = head.depth;
+    const auto note_target = [&](std::uint32_t target) {
+        constexpr std::size_t most_targets = 64;
+        if (std::ranges::find(fold.targets, target) == fold.targets.end()) {
+            fold.targets.push_back(target);
+        }
+        return fold.targets.size() <= most_targets &&
+               std::ranges::find(chain_, target) == chain_.end();
+    };
+    for (std::size_t i = subrecord; i < end; ++i) {
+        const folded_record* const folded = expander_.folded(i);
+        const bool leads_on = folded != nullptr || expander_.is_followed(i);
+        const std::size_t above = expander_.chain_length(i) - chain_length;
+        const std::size_t height = above + (folded != nullptr ? folded->height : 0);
+        fold.height = std::max(fold.height, static_cast<std::uint16_t>(leads_on ? height : 0));
+        if (folded != nullptr) {
+            fold.gathered += folded->gathered;
+            if (!std::ranges::all_of(folded->targets, note_target)) {
+                return false;
+            }
+            continue;
+        }
+        const std::span<const record_item> items = expander_.subrecord(i);
+        fold.gathered += items.size() - (expander_.is_followed(i) ? 1 : 0);
+        for (const record_item& item : items) {
+            const bool is_head = &item == items.data() && i == subrecord;
+            if ((!is_head && item.depth <= head.depth) || item.tag == sdb::tag::matching_file ||
+                (sdb::is_expanded_dword_tag(item.tag) &&
+                 !note_target(database_.word_behind(item.offset)))) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool record_collector::collect(search& wanted, listing_budget& budget, std::uint32_t tag_offset,
+                               folded_records* folds)
 {
     const std::optional<sdb::tag_ordinal> ordinal = database_.ordinal_of(tag_offset);
-    return ordinal && wanted.may_pass(*ordinal) && gather(budget, tag_offset) &&
+    return ordinal && wanted.may_pass(*ordinal) &&
+           gather(budget, tag_offset, wanted.is_asked_for() ? nullptr : folds) &&
            wanted.passes(groups_);
 }
 

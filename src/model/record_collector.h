@@ -20,8 +20,10 @@ public:
     {}
 
     // Expands and groups the record at `tag_offset`, following references, and answers whether it
-    // is to be shown: it holds something, and passes the search.
-    bool collect(search& wanted, listing_budget& budget, std::uint32_t tag_offset);
+    // is to be shown: it holds something, and passes the search. With `folds`, and nothing searched for,
+    // followed records that are kept there stand for themselves.
+    bool collect(search& wanted, listing_budget& budget, std::uint32_t tag_offset,
+                 folded_records* folds = nullptr);
     const record_groups& groups() const noexcept { return groups_; }
 
     // The first group of a record as collect() gives it when nothing is searched for, and whether
@@ -34,7 +36,10 @@ public:
     bool groups_are_exact() const noexcept { return groups_are_exact_; }
 
 private:
-    bool gather(listing_budget& budget, std::uint32_t tag_offset);
+    bool gather(listing_budget& budget, std::uint32_t tag_offset, folded_records* folds = nullptr);
+    void group_subrecords(folded_records& folds, const listing_budget& budget);
+    void note_foldable(std::size_t subrecord, std::size_t end, foldable_groups groups);
+    bool describe(folded_record& fold, std::size_t subrecord, std::size_t end) const;
     void take_first_group(sdb::tag_ordinal ordinal);
 
     const sdb::sdb_database& database_;
@@ -44,6 +49,7 @@ private:
     io::large_vector<record_item> first_group_;
     bool has_one_group_ = false;
     bool groups_are_exact_ = true;
+    std::vector<std::uint32_t> chain_; // the followed records that lead to the sub-record in work
 };
 
 } // namespace model

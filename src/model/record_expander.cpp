@@ -28,28 +28,52 @@ std::span<const record_item> record_expander::subrecord(std::size_t index) const
 
 std::span<const record_item> record_expander::items_of(const group& found) const noexcept
 {
-    return found.is_followed
+    return found.is == kind::followed
                ? bodies(found.first, found.last)
                : std::span(references_).subspan(found.first, found.last - found.first);
 }
 
+std::uint16_t record_expander::depth(std::size_t index) const noexcept
+{
+    const folded_record* const folded = this->folded(index);
+    return folded != nullptr ? folded->depth : subrecord(index).front().depth;
+}
+
 bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
-                             listing_budget& budget)
+                             listing_budget& budget, const folded_records* known)
+{
+    const std::optional<sdb::tag_ordinal> ordinal = database_.ordinal_of(tag_offset);
+    if (ordinal && relation_ == nullptr) {
+        relation_ = &database_.children();
+        reserve_room(relation_->lists().size());
+    }
+    bodies_.clear();
+    own_count_ = 0;
+    subrecords_.clear();
+    if (!ordinal) {
+        return false;
+    }
+    known_ = known;
+    const std::uint64_t items_before = budget.items;
+    const bool had_left = budget.left_references;
+    if (gather_all(*ordinal, follow_references, budget) && !fits_the_folds(budget)) {
+        known_ = nullptr;
+        budget.items = items_before;
+        budget.left_references = had_left;
+        gather_all(*ordinal, follow_references, budget);
+    }
+    return record_items_ != 0;
+}
+
+bool record_expander::gather_all(sdb::tag_ordinal head, bool follow_references,
+                                 listing_budget& budget)
 {
     bodies_.clear();
     references_.clear();
     subrecords_.clear();
-    own_count_ = 0;
-    const std::optional<sdb::tag_ordinal> ordinal = database_.ordinal_of(tag_offset);
-    if (!ordinal) {
-        return false;
-    }
-    if (relation_ == nullptr) {
-        relation_ = &database_.children();
-        reserve_room(relation_->lists().size());
-    }
-    bodies_.push_back(item_of(*ordinal, 1));
-    record_items_ = gather(*ordinal, 2, 0, budget);
+    used_.clear();
+    bodies_.push_back(item_of(head, 1));
+    record_items_ = gather(head, 2, 0, budget);
     budget.items += record_items_;
     own_count_ = bodies_.size();
     while (!work_.empty()) {
@@ -63,6 +87,21 @@ bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
         io::release(open_ends_);
     }
     return record_items_ != 0;
+}
+
+// Whether the folded records of the record stand as they do elsewhere: nothing hangs from them, and no
+// reference was left for want of room, which is counted in another order without them.
+bool record_expander::fits_the_folds(const listing_budget& budget) const
+{
+    if (used_.empty()) {
+        return true;
+    }
+    for (std::size_t i = 0; i + 1 < subrecords_.size(); ++i) {
+        if (subrecords_[i].is == kind::folded && depth(i + 1) > depth(i)) {
+            return false;
+        }
+    }
+    return record_items_ <= budget.bounds.record_items && !budget.is_used_up();
 }
 
 // What is never used of a large array takes no memory, and one that never grows is never copied.
@@ -181,7 +220,8 @@ std::size_t record_expander::split_rows(std::size_t most, std::size_t chain_leng
             reference_end =
                 size >= list_header ? std::uint64_t{item.offset} + size + list_header : 0;
             references_.push_back(item);
-            work_.push_back(group(references_.size() - 1, references_.size(), chain_length, false));
+            work_.push_back(
+                group(references_.size() - 1, references_.size(), chain_length, kind::references));
         } else {
             bodies_[kept++] = item;
         }
@@ -194,12 +234,12 @@ void record_expander::walk_group(const group& walked, bool follow_references,
                                  listing_budget& budget)
 {
     subrecords_.push_back(walked);
-    if (!follow_references) {
+    if (!follow_references || walked.is == kind::folded) {
         return;
     }
     // Groups are walked depth first, so what leads to this one is still the chain's beginning.
     chain_.resize(walked.chain_length);
-    if (walked.is_followed) {
+    if (walked.is == kind::followed) {
         chain_.push_back(items_of(walked).front().offset);
     }
     const std::size_t count = walked.last - walked.first;
@@ -223,6 +263,15 @@ void record_expander::follow(const record_item& reference, listing_budget& budge
         budget.left_references = true;
         return;
     }
+    if (const folded_record* const folded =
+            known_ == nullptr ? nullptr : known_->find(target, reference.depth);
+        folded != nullptr && stands_as_it_is(*folded, budget)) {
+        record_items_ += folded->gathered;
+        budget.items += folded->gathered;
+        work_.push_back(group(used_.size(), 0, chain_.size(), kind::folded));
+        used_.push_back(folded);
+        return;
+    }
     const std::size_t first = bodies_.size();
     bodies_.push_back(item_of(*ordinal, reference.depth));
     const std::size_t gathered = gather(*ordinal, static_cast<std::uint16_t>(reference.depth + 1),
@@ -233,7 +282,16 @@ void record_expander::follow(const record_item& reference, listing_budget& budge
     }
     record_items_ += gathered;
     budget.items += gathered;
-    work_.push_back(group(first, bodies_.size(), chain_.size(), true));
+    work_.push_back(group(first, bodies_.size(), chain_.size(), kind::followed));
+}
+
+// Whether all that a folded record leads to would be followed here too.
+bool record_expander::stands_as_it_is(const folded_record& folded,
+                                      const listing_budget& budget) const
+{
+    return chain_.size() + 1 + folded.height <= budget.bounds.followed_records &&
+           std::ranges::none_of(folded.targets,
+                                [this](std::uint32_t target) { return is_open(target); });
 }
 
 bool record_expander::is_open(std::uint32_t record) const

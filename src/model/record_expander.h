@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "io/large_vector.h"
+#include "model/folded_records.h"
 #include "model/record.h"
 #include "request/bounds.h"
 #include "sdb/database.h"
@@ -40,28 +41,48 @@ public:
 
     // Expands the list at `tag_offset`; false if there is none or nothing stands in it. With
     // `follow_references` the records referred to are gathered too, each once on a chain of
-    // references, as far as the listing's budget, to which they are charged, lets them.
-    bool expand(std::uint32_t tag_offset, bool follow_references, listing_budget& budget);
+    // references, as far as the listing's budget, to which they are charged, lets them. Those that are
+    // kept in `known` and would be the same here are not gathered.
+    bool expand(std::uint32_t tag_offset, bool follow_references, listing_budget& budget,
+                const folded_records* known = nullptr);
 
     // The record last expanded: its head with the items of its own, then each sub-record, in the
-    // reverse of file order, as its head with its items. Good until the next expand().
+    // reverse of file order, as its head with its items. A followed record comes in front of those that
+    // it leads to. Good until the next expand().
     std::span<const record_item> own_items() const noexcept { return bodies(0, own_count_); }
     std::size_t subrecord_count() const noexcept { return subrecords_.size(); }
     std::span<const record_item> subrecord(std::size_t index) const noexcept;
+    // The sub-record where it is a known one with all that it leads to, which stands here for them.
+    const folded_record* folded(std::size_t index) const noexcept
+    {
+        const group& found = subrecords_[index];
+        return found.is == kind::folded ? used_[found.first] : nullptr;
+    }
+    bool is_followed(std::size_t index) const noexcept
+    {
+        return subrecords_[index].is == kind::followed;
+    }
+    std::uint16_t depth(std::size_t index) const noexcept;
+    // Through how many followed records one comes to it.
+    std::size_t chain_length(std::size_t index) const noexcept
+    {
+        return subrecords_[index].chain_length;
+    }
 
 private:
     // A sub-record, found or still to be walked. A reference list lies in references_ with all that
-    // stands in it, a followed record in bodies_ without its reference lists.
+    // stands in it, a followed record in bodies_ without its reference lists, a folded one in used_.
+    enum class kind : std::uint8_t { references, followed, folded };
     struct group {
-        group(std::size_t from, std::size_t to, std::size_t length, bool follows)
+        group(std::size_t from, std::size_t to, std::size_t length, kind what)
             : first(static_cast<std::uint32_t>(from)), last(static_cast<std::uint32_t>(to)),
-              chain_length(static_cast<std::uint16_t>(length)), is_followed(follows)
+              chain_length(static_cast<std::uint16_t>(length)), is(what)
         {}
 
         std::uint32_t first;
         std::uint32_t last;
         std::uint16_t chain_length; // followed records that lead to it
-        bool is_followed;
+        kind is;
     };
 
     std::span<const record_item> bodies(std::size_t first, std::size_t last) const noexcept
@@ -69,6 +90,8 @@ private:
         return std::span(bodies_).subspan(first, last - first);
     }
     std::span<const record_item> items_of(const group& found) const noexcept;
+    bool gather_all(sdb::tag_ordinal head, bool follow_references, listing_budget& budget);
+    bool fits_the_folds(const listing_budget& budget) const;
     void reserve_room(std::size_t lists);
     record_item item_of(sdb::tag_ordinal ordinal, std::uint16_t depth) const;
     std::size_t gather(sdb::tag_ordinal head, std::uint16_t base_depth, std::size_t chain_length,
@@ -81,6 +104,7 @@ private:
     void walk_group(const group& walked, bool follow_references, listing_budget& budget);
     void follow(const record_item& reference, listing_budget& budget);
     bool is_open(std::uint32_t record) const;
+    bool stands_as_it_is(const folded_record& folded, const listing_budget& budget) const;
 
     const sdb::sdb_database& database_;
     const sdb::tag_table* relation_ = nullptr; // asked for with the first record
@@ -89,6 +113,8 @@ private:
     std::size_t own_count_ = 0;
     io::large_vector<group> work_;
     io::large_vector<group> subrecords_;
+    const folded_records* known_ = nullptr;
+    std::vector<const folded_record*> used_;
     std::vector<std::uint32_t> chain_; // the followed records that lead to the group in work
     io::large_vector<sdb::tag_ordinal> open_ends_; // of the lists around the tag that is gathered
     std::uint64_t record_items_ = 0;

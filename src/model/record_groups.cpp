@@ -11,6 +11,8 @@ void record_groups::clear()
     late_.clear();
     grown_.clear();
     reachable_.clear();
+    folded_.clear();
+    foldable_.clear();
     is_open_ = false;
 }
 
@@ -28,6 +30,21 @@ void record_groups::add(std::span<const record_item> items)
         }
         sizes_.back() = static_cast<std::uint32_t>(i - first);
     }
+}
+
+// What comes behind it is a list that is no deeper, so that no scalar finds its groups.
+void record_groups::add(const folded_record& folded)
+{
+    folded_.push_back({size(), &folded});
+    firsts_.push_back(folded.items.data());
+    sizes_.push_back(folded.group_sizes.front());
+    is_open_ = false;
+}
+
+const folded_record* record_groups::folded(std::size_t group) const noexcept
+{
+    const auto found = std::ranges::lower_bound(folded_, group, {}, &folded_group::group);
+    return found != folded_.end() && found->group == group ? found->folded : nullptr;
 }
 
 void record_groups::start_group(const record_item& head)

@@ -6,9 +6,18 @@
 #include <vector>
 
 #include "io/large_vector.h"
+#include "model/folded_records.h"
 #include "model/record.h"
 
 namespace model {
+
+// Groups of a record that make one of its followed records with all that it leads to. What is made of
+// them is worth keeping: it will be the same again.
+struct foldable_groups {
+    std::size_t first;
+    std::size_t end;
+    folded_record fold; // without items and text
+};
 
 // A record's items as groups.
 class record_groups {
@@ -20,6 +29,11 @@ public:
     // open group if it is deeper than the group's list; otherwise it closes that group and goes to
     // the last group whose list is less deep, or is dropped when there is none.
     void add(std::span<const record_item> items);
+    // Takes the groups of a followed record as one that stands for all of them, which must stay where it
+    // is.
+    void add(const folded_record& folded);
+    // Takes note of groups, each behind those noted before.
+    void note(foldable_groups groups) { foldable_.push_back(std::move(groups)); }
     // To be called behind the last add(), before any group is asked for.
     void finish();
 
@@ -29,6 +43,16 @@ public:
     {
         return {firsts_[group], sizes_[group]};
     }
+
+    // A group that stands for a followed record, whose first it is.
+    struct folded_group {
+        std::size_t group;
+        const folded_record* folded;
+    };
+    // These, ascending; and the one of a group, null for any other.
+    std::span<const folded_group> folded() const noexcept { return folded_; }
+    const folded_record* folded(std::size_t group) const noexcept;
+    std::span<const foldable_groups> foldable() const noexcept { return foldable_; }
 
 private:
     struct depth_mark {
@@ -59,6 +83,8 @@ private:
     io::large_vector<record_item> grown_;        // the groups that take late scalars, with these
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
     io::large_vector<depth_mark> reachable_;
+    std::vector<folded_group> folded_; // ascending by group
+    std::vector<foldable_groups> foldable_;
     bool is_open_ = false;
 };
 

@@ -124,7 +124,7 @@ std::set<std::uint16_t> list_tags_in(const sdb::sdb_database& database, std::uin
 
 bool record_listing::print_record(std::uint32_t tag_offset)
 {
-    if (!collector_.collect(search_, budget_, tag_offset) ||
+    if (!collector_.collect(search_, budget_, tag_offset, &form_.folds()) ||
         !has_substance(collector_.groups()[0], collector_.groups().size() == 1)) {
         return false;
     }

@@ -26,6 +26,10 @@ struct bounds {
     std::uint64_t text_bytes = 0x4000000;
     std::uint64_t last_record_text = 0x100000;
 
+    // Of what is kept of the records that others refer to, so that it need not be made again; for each
+    // thread. The text is the same without.
+    std::size_t folded_bytes = 0x400000;
+
     // Of the tags that a match looks at, each once for every record that it stands in.
     std::uint64_t matched_items = 2'000'000;
     std::uint64_t matched_items_of_a_tag = 4;
