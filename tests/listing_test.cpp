@@ -410,18 +410,18 @@ sdb_builder entangled_records()
         more.insert(more.begin(), {b.text(tag::name, called), b.dword(tag::flags, 1)});
         return b.label(called, b.list(tag::shim, more));
     };
-    b.add(b.list(
-        tag::library,
-        {fix("a", {}), fix("b", {b.list(tag::inexclude, {b.text(tag::module, "<m>")})}),
-         fix("c", {reference("a"), reference("b")}),
-         fix("d", {reference("e"), b.dword(tag::size, 2)}),
-         fix("e", {reference("d"), reference("c")}), fix("f", {reference("exe 3"), reference("a")}),
-         fix("g",
-             {b.list(tag::matching_file, {b.text(tag::name, "*"), b.text(tag::module, "x")})})}));
+    b.add(b.list(tag::library,
+                 {fix("a", {}), fix("b", {b.list(tag::inexclude, {b.text(tag::module, "<m>")})}),
+                  fix("c", {reference("a"), reference("b")}),
+                  fix("d", {reference("e"), b.dword(tag::size, 2)}),
+                  fix("e", {reference("d"), reference("c")}),
+                  fix("f", {reference("exe 3"), reference("a")}), fix("h", {reference("e")}),
+                  fix("g", {b.list(tag::matching_file,
+                                   {b.text(tag::name, "*"), b.text(tag::module, "x")})})}));
     for (int i = 0; i < 24; ++i) {
         const std::string name = "exe " + std::to_string(i);
         std::vector<node> tags = {b.text(tag::name, name), b.dword(tag::flags, 7)};
-        for (const char* const to : {"a", "b", "c", "d", "e", "f", "g"}) {
+        for (const char* const to : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
             if ((i * 5 + to[0]) % 3 != 0) {
                 tags.push_back(reference(to));
             }
