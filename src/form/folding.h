@@ -16,8 +16,6 @@ namespace form {
 // the text of those that are worth it. The `sayer` has
 //   may_say_more()        whether there is room for more of the record
 //   has_room_for(folded)  whether all of that text has room, wherever a group of it may end
-//   begin(folded)         in front of the groups of a folded record that has no room for its text; what
-//                         it gives goes to end(), behind them
 //   say(items, nests)     a group, and whether the next one stands in it
 //   close_down_to(depth)  ends all that stands as deep or deeper
 template <typename sayer_type>
@@ -66,14 +64,12 @@ private:
             out_.text(folded.text);
             return;
         }
-        const auto before = sayer_.begin(folded);
         std::span<const model::record_item> rest = folded.items;
         for (std::size_t i = 0; i < folded.group_sizes.size() && sayer_.may_say_more(); ++i) {
             const auto items = rest.first(folded.group_sizes[i]);
             rest = rest.subspan(items.size());
             sayer_.say(items, !rest.empty() && rest.front().depth > items.front().depth);
         }
-        sayer_.end(before);
     }
 
     // Unless a part of the text was handed on already.

@@ -19,8 +19,6 @@ private:
     friend class folding<lines_form>;
     bool may_say_more() const noexcept { return is_whole_; }
     bool has_room_for(const model::folded_record& folded) const noexcept;
-    int begin(const model::folded_record&) const noexcept { return 0; }
-    void end(int) const noexcept {}
     void say(std::span<const model::record_item> items, bool nests);
     void close_down_to(std::uint16_t) {}
 

@@ -80,11 +80,6 @@ bool has_app_element(std::uint16_t tag)
     }
 }
 
-bool is_reference(const model::record_item& item)
-{
-    return sdb::tag_type(item.tag) == type::stringref;
-}
-
 bool moves_to_app_element(std::uint16_t tag)
 {
     return tag == tag::app_name || tag == tag::vendor;
@@ -169,46 +164,16 @@ void xml_record_writer::abandon_record()
     close_down_to(0);
 }
 
-void xml_record_writer::look_up_texts(const model::record_groups& groups)
-{
-    record_texts_.clear();
-    open_.reserve(database_.children().lists().size() + 1);
-    texts_.begin_record();
-    record_has_children_ = false;
-    auto folded = groups.folded().begin();
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        if (folded != groups.folded().end() && folded->group == group) {
-            ++folded;
-        } else {
-            look_up_texts(groups[group]);
-        }
-    }
-    next_text_ = 0;
-}
-
-void xml_record_writer::look_up_texts(std::span<const model::record_item> items)
-{
-    for (const model::record_item& item : items) {
-        record_has_children_ |= is_child_element(item.tag);
-        if (is_reference(item)) {
-            record_texts_.push_back(texts_.look_up(database_.word_behind(item.offset)));
-        }
-    }
-}
-
 // Calls `act` for each scalar of a group, until there is no more room.
-void xml_record_writer::for_each_scalar(const members& group, auto&& act)
+void xml_record_writer::for_each_scalar(item_span group, auto&& act)
 {
-    std::size_t next_text = group.first_text + (is_reference(group.items.front()) ? 1 : 0);
-    for (std::size_t index = 1; index < group.items.size() && has_room(); ++index) {
-        const model::record_item& item = group.items[index];
-        act(member{item, index,
-                   is_reference(item) ? record_texts_[next_text++] : text_cache::entry()});
+    for (std::size_t index = 1; index < group.size() && has_room(); ++index) {
+        act(member{group[index], index});
     }
 }
 
 // Notes the name that "*" stands for in the record's matching files.
-void xml_record_writer::note_record_name(const members& first_group)
+void xml_record_writer::note_record_name(item_span first_group)
 {
     record_name_.clear();
     bool is_named = false;
@@ -225,45 +190,28 @@ bool xml_record_writer::write_record(const model::record_groups& groups, std::ui
 {
     most_text_ = most_text;
     is_cut_ = false;
-    look_up_texts(groups);
-    note_record_name({groups[0], 0});
+    open_.reserve(database_.children().lists().size() + 1);
+    note_record_name(groups[0]);
     folding(*this, folds, out_).say(groups);
     const bool is_whole = has_room();
     close_down_to(0);
     return is_whole;
 }
 
-std::size_t xml_record_writer::begin(const model::folded_record& folded)
+void xml_record_writer::say(item_span group, bool nests)
 {
-    const std::size_t text_behind = next_text_;
-    next_text_ = record_texts_.size();
-    look_up_texts(folded.items);
-    return text_behind;
-}
-
-void xml_record_writer::say(std::span<const model::record_item> items, bool nests)
-{
-    write_group({items, next_text_}, nests);
-    next_text_ += static_cast<std::size_t>(std::ranges::count_if(items, is_reference));
-}
-
-void xml_record_writer::write_group(const members& group, bool has_nested)
-{
-    const model::record_item& head = group.items.front();
+    const model::record_item& head = group.front();
     close_down_to(head.depth);
     moved_.clear();
     ++element_;
     uncommon_tags_.clear();
-    const auto children =
-        !record_has_children_
-            ? 0
-            : std::ranges::count_if(group.items, is_child_element, &model::record_item::tag);
+    const auto children = std::ranges::count_if(group, is_child_element, &model::record_item::tag);
     has_tag_children_ = children != 0;
-    self_closed_ = !has_nested && !has_tag_children_;
+    self_closed_ = !nests && !has_tag_children_;
     open_.push_back({head.depth, head.tag, name_of::tag});
-    if (head.tag == tag::inexclude && group.items.size() > static_cast<std::size_t>(children) + 1) {
-        const bool includes = std::ranges::find(group.items, tag::include,
-                                                &model::record_item::tag) != group.items.end();
+    if (head.tag == tag::inexclude && group.size() > static_cast<std::size_t>(children) + 1) {
+        const bool includes =
+            std::ranges::find(group, tag::include, &model::record_item::tag) != group.end();
         open_.back().name = includes ? name_of::include : name_of::exclude;
     }
     indent(head.depth);
@@ -281,9 +229,9 @@ void xml_record_writer::write_group(const members& group, bool has_nested)
     }
 }
 
-void xml_record_writer::write_attributes(const members& group)
+void xml_record_writer::write_attributes(item_span group)
 {
-    const std::uint16_t head_tag = group.items.front().tag;
+    const std::uint16_t head_tag = group.front().tag;
     if (has_app_element(head_tag)) {
         write_application(group);
         return;
@@ -403,7 +351,7 @@ void xml_record_writer::write_apphelp(const member& scalar)
     write_pair(scalar.item.tag, words.empty() ? value : words);
 }
 
-void xml_record_writer::write_application(const members& group)
+void xml_record_writer::write_application(item_span group)
 {
     bool has_app = false;
     for_each_scalar(group, [&](const member& scalar) {
@@ -453,17 +401,14 @@ bool xml_record_writer::is_text(const member& scalar) const
 // The text of a member that is one.
 xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
 {
-    const bool is_reference = sdb::tag_type(scalar.item.tag) == type::stringref;
-    if (is_reference && scalar.text.is_kept) {
-        return {texts_.text(scalar.text), scalar.text.plain};
-    }
     aside_.clear();
     bool plain = true;
-    const std::string_view text =
-        write_stored_text(aside_,
-                          is_reference ? database_.string_bytes(scalar.text.reference)
-                                       : database_.payload_at(scalar.item.offset),
-                          plain);
+    const bool is_reference = sdb::tag_type(scalar.item.tag) == type::stringref;
+    const std::string_view text = write_stored_text(
+        aside_,
+        is_reference ? database_.string_bytes(database_.word_behind(scalar.item.offset))
+                     : database_.payload_at(scalar.item.offset),
+        plain);
     return {text, plain};
 }
 
@@ -509,7 +454,7 @@ std::string_view xml_record_writer::value_of(const member& scalar)
     return aside_.view();
 }
 
-void xml_record_writer::write_children(const members& group)
+void xml_record_writer::write_children(item_span group)
 {
     if (!moved_.empty()) {
         for_each_scalar(group, [&](const member& scalar) {

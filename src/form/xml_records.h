@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "form/text_cache.h"
 #include "form/xml_names.h"
 #include "model/record_groups.h"
 #include "request/cmd_params.h"
@@ -35,7 +34,7 @@ class xml_record_writer {
 public:
     xml_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
                       const request::cmd_params& style)
-        : out_(out), database_(database), style_(style), texts_(database)
+        : out_(out), database_(database), style_(style)
     {}
 
     // Writes one record. An element stays open when the next group stands deeper or when it has a
@@ -58,17 +57,11 @@ private:
         std::uint16_t tag;
         name_of name;
     };
-    // A group of the record, and which of the record's string references is its first.
-    struct members {
-        std::span<const model::record_item> items;
-        std::size_t first_text;
-    };
-    // One of its scalars: its place among its items, and the text that it refers to, if it is a string
-    // reference.
+    using item_span = std::span<const model::record_item>;
+    // A scalar of a group, and its place among the items.
     struct member {
         const model::record_item& item;
         std::size_t index;
-        text_cache::entry text;
     };
     // A text with what is known of it; good until the next is made.
     struct known_text {
@@ -83,9 +76,7 @@ private:
                    usual_close * (open_.size() + folded.items.size()) <=
                most_text_;
     }
-    std::size_t begin(const model::folded_record& folded);
-    void end(std::size_t text_behind) noexcept { next_text_ = text_behind; }
-    void say(std::span<const model::record_item> items, bool nests);
+    void say(item_span group, bool nests);
 
     static constexpr std::uint64_t usual_close = 80;
     // Whether a record may go on, what closes its elements included. Once it may not, it stays so.
@@ -95,14 +86,11 @@ private:
         return !is_cut_;
     }
     void indent(unsigned depth);
-    void look_up_texts(const model::record_groups& groups);
-    void look_up_texts(std::span<const model::record_item> items);
-    void for_each_scalar(const members& group, auto&& act);
-    void note_record_name(const members& first_group);
-    void write_group(const members& group, bool has_nested);
+    void for_each_scalar(item_span group, auto&& act);
+    void note_record_name(item_span first_group);
     void close_down_to(std::uint16_t depth);
     void write_name(const open_element& element);
-    void write_attributes(const members& group);
+    void write_attributes(item_span group);
     bool is_first_of_its_tag(const member& scalar);
     void move_to_child(const member& scalar);
     void open_attribute(std::uint16_t tag);
@@ -110,7 +98,7 @@ private:
     void write_general(const member& scalar);
     void write_matching(const member& scalar);
     void write_apphelp(const member& scalar);
-    void write_application(const members& group);
+    void write_application(item_span group);
     bool is_text(const member& scalar) const;
     known_text text_of(const member& scalar);
     known_text protected_text(const member& scalar);
@@ -118,7 +106,7 @@ private:
     std::string_view value_of(const member& scalar);
     void write_moved(const member& scalar);
     void write_cdata_child(const member& scalar);
-    void write_children(const members& group);
+    void write_children(item_span group);
     void write_child(const member& scalar);
     void write_patch_children(const model::record_item& item);
 
@@ -135,13 +123,7 @@ private:
     io::large_vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of
-    // The record in work, all its strings looked up before the first is written: the look-ups go
-    // all over the image, and so the processor can wait for many of them at a time.
-    text_cache texts_;
-    io::large_vector<text_cache::entry> record_texts_;
-    std::size_t next_text_ = 0;        // of the group to be written
     std::string record_name_;          // of the record in work, double quotes as single ones
-    bool record_has_children_ = false; // child elements, that is
     // State of the group in work.
     std::vector<bool> moved_; // by index: to children, though they are no child elements
     uni::text_buffer aside_;
