@@ -120,7 +120,7 @@ private:
     const xml_names& names_ = xml_names::known();
     std::uint64_t most_text_ = 0;
     bool is_cut_ = false; // the record in work
-    io::large_vector<open_element> open_;
+    io::roomy_vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of
     std::string record_name_;          // of the record in work, double quotes as single ones

@@ -13,14 +13,18 @@ namespace io {
 
 // Allocator for arrays that may grow to many megabytes: these come from platform::allocate_large.
 // Elements that are made without a value are left undefined, since they are about to be filled.
-template <typename element>
+template <typename element, platform::memory_use use>
 class large_allocator {
 public:
     using value_type = element;
+    template <typename type>
+    struct rebind {
+        using other = large_allocator<type, use>;
+    };
 
     large_allocator() = default;
     template <typename other>
-    large_allocator(const large_allocator<other>&) noexcept
+    large_allocator(const large_allocator<other, use>&) noexcept
     {}
 
     element* allocate(std::size_t count)
@@ -28,7 +32,7 @@ public:
         if (count > static_cast<std::size_t>(-1) / 2 / size) {
             throw std::bad_array_new_length();
         }
-        return static_cast<element*>(is_large(count) ? platform::allocate_large(count * size)
+        return static_cast<element*>(is_large(count) ? platform::allocate_large(count * size, use)
                                                      : ::operator new(count* size));
     }
     void deallocate(element* memory, std::size_t count) noexcept
@@ -59,13 +63,18 @@ private:
 };
 
 template <typename element>
-using large_vector = std::vector<element, large_allocator<element>>;
+using large_vector =
+    std::vector<element, large_allocator<element, platform::memory_use::to_be_filled>>;
+// One that has room reserved for the worst case.
+template <typename element>
+using roomy_vector =
+    std::vector<element, large_allocator<element, platform::memory_use::mostly_untouched>>;
 
 // Gives the memory of an array back.
-template <typename element>
-void release(large_vector<element>& array) noexcept
+template <typename array_type>
+void release(array_type& array) noexcept
 {
-    large_vector<element>().swap(array);
+    array_type().swap(array);
 }
 
 // Bytes of a file or an image.

@@ -46,7 +46,7 @@ private:
     record_expander expander_;
     record_groups groups_;
     std::optional<bool> lists_are_sound_;
-    io::large_vector<record_item> first_group_;
+    io::roomy_vector<record_item> first_group_;
     bool has_one_group_ = false;
     bool groups_are_exact_ = true;
     std::vector<std::uint32_t> chain_; // the followed records that lead to the sub-record in work

@@ -172,7 +172,7 @@ std::size_t record_expander::gather_run(sdb::tag_ordinal first, sdb::tag_ordinal
 std::size_t record_expander::gather_irregular(sdb::tag_ordinal first_list, sdb::tag_ordinal behind,
                                               std::uint16_t base_depth, std::size_t chain_length)
 {
-    io::large_vector<const sdb::tag_table::list_row*> open;
+    io::roomy_vector<const sdb::tag_table::list_row*> open;
     sdb::tag_ordinal end = behind; // of what may belong to it
     for (const sdb::tag_table::list_row& list : relation_->lists_in(first_list, behind)) {
         end = std::max(end, list.end());

@@ -108,15 +108,15 @@ private:
 
     const sdb::sdb_database& database_;
     const sdb::tag_table* relation_ = nullptr; // asked for with the first record
-    io::large_vector<record_item> bodies_;
-    io::large_vector<record_item> references_;
+    io::roomy_vector<record_item> bodies_;
+    io::roomy_vector<record_item> references_;
     std::size_t own_count_ = 0;
-    io::large_vector<group> work_;
-    io::large_vector<group> subrecords_;
+    io::roomy_vector<group> work_;
+    io::roomy_vector<group> subrecords_;
     const folded_records* known_ = nullptr;
     std::vector<const folded_record*> used_;
     std::vector<std::uint32_t> chain_; // the followed records that lead to the group in work
-    io::large_vector<sdb::tag_ordinal> open_ends_; // of the lists around the tag that is gathered
+    io::roomy_vector<sdb::tag_ordinal> open_ends_; // of the lists around the tag that is gathered
     std::uint64_t record_items_ = 0;
 };
 

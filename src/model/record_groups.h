@@ -76,13 +76,13 @@ private:
     void append(std::size_t group, std::span<const record_item> items);
 
     // Of each group its first item and how many it has.
-    io::large_vector<const record_item*> firsts_;
-    io::large_vector<std::uint32_t> sizes_;
-    io::large_vector<late_run> late_;
-    io::large_vector<std::uint32_t> late_items_; // of each group
-    io::large_vector<record_item> grown_;        // the groups that take late scalars, with these
+    io::roomy_vector<const record_item*> firsts_;
+    io::roomy_vector<std::uint32_t> sizes_;
+    io::roomy_vector<late_run> late_;
+    io::roomy_vector<std::uint32_t> late_items_; // of each group
+    io::roomy_vector<record_item> grown_;        // the groups that take late scalars, with these
     // The groups that a scalar may still find: ever deeper, each the last of its depth.
-    io::large_vector<depth_mark> reachable_;
+    io::roomy_vector<depth_mark> reachable_;
     std::vector<folded_group> folded_; // ascending by group
     std::vector<foldable_groups> foldable_;
     bool is_open_ = false;

@@ -4,10 +4,12 @@
 
 namespace platform {
 
-// Memory for arrays of many megabytes, contents undefined, backed by large pages where the system
-// offers them, since touching it page by page costs more than what is done with it. Throws
-// std::bad_alloc.
-void* allocate_large(std::size_t bytes);
+// What becomes of memory: an array that will be filled is backed by large pages where the system
+// offers them, since touching it page by page costs more than what is done with it.
+enum class memory_use { to_be_filled, mostly_untouched };
+
+// Memory for arrays of many megabytes, contents undefined. Throws std::bad_alloc.
+void* allocate_large(std::size_t bytes, memory_use use);
 void free_large(void* memory, std::size_t bytes) noexcept;
 
 } // namespace platform

@@ -201,13 +201,13 @@ private:
     // While the scan runs: the innermost open list, those around it, and the depth of what stands in
     // it. Outside of all lists the innermost is no list, which never closes.
     open_list top_{no_list, 0, 0};
-    io::large_vector<open_list> around_;
+    io::roomy_vector<open_list> around_;
     std::uint16_t depth_ = 1;
 
     io::large_vector<std::uint32_t> offsets_;
     io::large_vector<mark> marks_;
-    io::large_vector<list_row> lists_;
-    io::large_vector<reference> references_;
+    io::roomy_vector<list_row> lists_;
+    io::roomy_vector<reference> references_;
     mutable std::optional<std::vector<tag_ordinal>> lists_with_children_;
     mutable std::optional<std::vector<std::vector<tag_ordinal>>> lists_by_depth_;
 };

@@ -20,7 +20,7 @@ std::size_t whole_pages(std::size_t bytes)
 
 // Mapped by itself, so that all of it goes back to the system; at a large page's boundary, for which a
 // page too many is mapped and what stands over is cut off.
-void* allocate_large(std::size_t bytes)
+void* allocate_large(std::size_t bytes, memory_use use)
 {
     const std::size_t wanted = whole_pages(bytes);
     void* const mapped = ::mmap(nullptr, wanted + large_page, PROT_READ | PROT_WRITE,
@@ -35,7 +35,9 @@ void* allocate_large(std::size_t bytes)
         ::munmap(mapped, before);
     }
     ::munmap(memory + wanted, large_page - before);
-    ::madvise(memory, wanted, MADV_HUGEPAGE);
+    if (use == memory_use::to_be_filled) {
+        ::madvise(memory, wanted, MADV_HUGEPAGE);
+    }
     return memory;
 }
 

@@ -4,7 +4,7 @@
 
 namespace platform {
 
-void* allocate_large(std::size_t bytes)
+void* allocate_large(std::size_t bytes, memory_use)
 {
     return ::operator new(bytes);
 }
