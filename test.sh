@@ -106,7 +106,7 @@ thread_tests() {
     local database=build/tsan/large.sdb options words log=$logs/threads.log
     heading 'threads'
     build/release/make_large_database 3000000 "$database" >"$log" 2>&1 || fail "$log" 1
-    for options in -apps '-apps -multiline' -stats; do
+    for options in -apps '-apps -multiline -threads 8' -stats; do
         read -ra words <<<"$options"
         for program in release tsan; do
             timeout 300 "build/$program/quilt" -sdb "$database" -quiet "${words[@]}" \
@@ -117,6 +117,7 @@ thread_tests() {
             <(grep -av '^run time: \|^"cmdline: ' build/tsan/tsan.out) >"$log" || fail "$log" 1
         passed=$((passed + 1))
     done
+    script_tests lists-tsan targets_test.py --quilt build/tsan/quilt --only any_number_of_threads
 }
 
 # Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".

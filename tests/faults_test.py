@@ -98,7 +98,16 @@ class Faults(Runs):
         self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-quiet")
 
     def test_statistics(self):
-        self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT")
+        self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT",
+                   "-threads", "3")
+
+    def test_as_many_threads_as_asked_for(self):
+        counts = self.path("counts")
+        for options in ("-stats -enumdir IN -num_subdirs 8", "-exes -sdb IN/Windows/AppPatch/many.sdb"):
+            for threads, started in ((1, 0), (5, 4)):
+                words = f"{options} -threads {threads}".replace("IN", self.path("in")).split()
+                self.run_with(words, QUILT_FAULT_COUNT=counts)
+                self.assertIn(f"thread {started}\n", Path(counts).read_text())
 
     def test_statistics_appended_to_a_file(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN/ProgramData", "-append", "-out",

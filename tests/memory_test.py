@@ -10,6 +10,7 @@ import os
 import subprocess
 import sys
 import tempfile
+import time
 
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, small_database
 
@@ -41,6 +42,21 @@ class Memory(Runs):
         self.assertEqual((result.returncode, result.stderr),
                          (FAILED, f"exception caught on file {large}\n".encode()))
         self.assertIn(b"ledger.exe", result.stdout)
+
+    def test_text_that_waits_for_its_turn_is_bounded(self):
+        """Nobody reads what the first entry writes, while the others go on as far as they may."""
+        path = self.write("many.sdb", small_database(20_000, "many"))
+        words = [*ARGUMENTS.quilt.words, "-pipe", "-apps", "-quiet", "-threads", "4"]
+        process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        process.stdin.write(f"{path}\n".encode() * 30)
+        process.stdin.close()
+        time.sleep(2)
+        size = sum(len(block) for block in iter(lambda: process.stdout.read(1 << 20), b""))
+        process.stdout.close()
+        _, process.returncode, usage = os.wait4(process.pid, 0)
+        self.assertEqual(process.returncode, 0)
+        self.assertGreater(size, 150 << 20)
+        self.assertLess(usage.ru_maxrss << 10, (64 << 20) + 4 * 10 * os.path.getsize(path))
 
     def test_one_target_of_several_that_does_not_fit_stops_no_other(self):
         self.write("Windows/AppPatch/a.sdb", self.large())

@@ -90,11 +90,11 @@ class Options(Runs):
         self.assertTrue(self.header("-pipe")[2].startswith('"cmdline: <filelist> ... | '))
 
     def test_unknown_and_accepted_options_change_nothing(self):
-        names = ("threads zlibex cpuinst cpu fragment_files outdir alias hostname "
+        names = ("zlibex cpuinst cpu fragment_files outdir alias hostname "
                  "username filter filter_skip filter_sig filter_path")
         values = " ".join(f"-{name} a|b" for name in names.split())
         plain = f"-sdb {SAMPLE} -apps -quiet "
-        accepted = f"-gzip -zlib -split_pathfile -separate_files -base16 {values}"
+        accepted = f"-threads 3 -gzip -zlib -split_pathfile -separate_files -base16 {values}"
         self.assertEqual(self.printed(plain + accepted), self.printed(plain))
         self.assertEqual(self.printed(plain.replace("-", "--").replace("sample--", "sample-")),
                          self.printed(plain))

@@ -22,7 +22,7 @@ from contextlib import ExitStack
 from pathlib import Path
 
 from support import hives
-from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE,
+from support.whole_runs import (ARGUMENTS, COMMANDS, COMPRESSED, FAILED, SAMPLE, Database,
                                 Runs, main, masked, run, small_database)
 
 
@@ -217,6 +217,43 @@ class Lists(Runs):
                                                         "stands behind it is left out\n")):
             self.printed("-pipe -stats -quiet", lines=lines, code=FAILED, messages=said,
                          cwd=self.folder)
+
+    def run_list(self, options, lines):
+        """All that a run gives into pipes: exit value, report, messages, results, and how often the log
+        tells of a compressed file."""
+        for name in ("out", "out.partial", "log"):
+            Path(self.path(name)).unlink(missing_ok=True)
+        result = subprocess.run([*ARGUMENTS.quilt.words, *options.split()], check=False, timeout=120,
+                                cwd=self.folder, input=lines, capture_output=True)
+        written = {name: masked(self.read(name)) for name in ("out", "out.partial")
+                   if os.path.exists(self.path(name))}
+        logged = self.read("log").count(b"Compressed") if "log" in options else 0
+        return result.returncode, masked(result.stdout), result.stderr, written, logged
+
+    def test_any_number_of_threads_gives_the_same(self):
+        large, sample = small_database(1500, "large"), Path(SAMPLE).read_bytes()
+        program = bytearray(1000)
+        program[:2], program[60], program[128:132], program[152:154] = b"MZ", 128, b"PE\0\0", b"\x0b\x02"
+        bad = Path(COMPRESSED).read_bytes()[:-20]
+        for name, contents in (("large.sdb", large), ("cut.sdb", large[:9000]), ("bad.sdb", bad),
+                               ("hollow.sdb", Database().image()), ("long.sdb", sample + b"more"),
+                               ("tool1000.exe", program), ("cut.exe", program[:200])):
+            self.write(name, contents)
+        names = sorted(os.listdir(self.folder))
+        lines = "".join(f"{name}\n" for name in [
+            "nowhere", *names, "AppPatch/packed.sdb", "", "large.sdb", *["text"] * 40, "b.SDB\0behind",
+            "y" * 5000, "log", "out", *["b.SDB", "tool1000.exe"] * 20, *names[::-1]]).encode()
+        for options in ("-stats", "-stats -csv -out out", "-stats -csvl2t -filter *.sdb",
+                        "-stats -bodyfile -quiet", "-apps", "-exes -csvgen -diags log", "-guids",
+                        "-strings tool1", "-match -pe tool1000.exe -out out", "-pe -stats",
+                        "-pe -stats -csv"):
+            for target, given in (("-pipe", lines), ("-enumdir . -num_subdirs 2", b"")):
+                one, *others = (self.run_list(f"{options} {target} -threads {threads}", given)
+                                for threads in (1, 2, 8))
+                with self.subTest(options=options, target=target):
+                    self.assertGreater(len(b"".join([one[1], *one[3].values()])), 200)
+                    self.assertEqual(one[4] > 1, "-diags" in options)
+                    self.assertEqual(others, [one, one])
 
     def test_results_file(self):
         for form in ("", "-csv"):

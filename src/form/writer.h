@@ -23,6 +23,9 @@ struct stream_state {
     bool head_stands = false;           // the head of the table was written
     bool depths_in_hexadecimal = false; // a record line was written
 
+    // Whether it stays as it is from here on: each form notes one thing of the stream, once.
+    bool is_settled() const noexcept { return head_stands || depths_in_hexadecimal; }
+
     friend bool operator==(const stream_state&, const stream_state&) = default;
 };
 

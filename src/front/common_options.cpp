@@ -292,6 +292,16 @@ bool take_num_subdirs(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
+bool take_threads(parsing& now, const option_row&, const std::string& value)
+{
+    if (const auto number = uni::read_u32_auto(value)) {
+        now.options.bounds.threads = *number;
+    } else {
+        now.notices.say("invalid -threads %s, ignoring\n", value.c_str());
+    }
+    return true;
+}
+
 bool take_separator(parsing& now, const option_row& row, const std::string& value)
 {
     // What acts on a screen, ends a row or quotes a field parts none.
@@ -318,7 +328,7 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-aliaspath", true, check_alias_path},
     {"-gzip", false, accept},
     {"-zlib", false, accept},
-    {"-threads", true, accept},
+    {"-threads", true, take_threads},
     {"-zlibex", true, accept},
     {"-sqlite_log", true, refuse},
     {"-sqlite", true, refuse},

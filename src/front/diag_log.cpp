@@ -2,11 +2,21 @@
 
 namespace front {
 
+uni::text_buffer& diag_log::out()
+{
+    return file_.is_open() ? static_cast<uni::text_buffer&>(file_) : waiting_;
+}
+
 void diag_log::write(std::string_view text)
 {
-    uni::text_buffer& out = file_.is_open() ? static_cast<uni::text_buffer&>(file_) : waiting_;
-    out.text("->");
-    out.text(text);
+    out().text("->");
+    out().text(text);
+}
+
+void diag_log::take(diag_log& other)
+{
+    out().text(other.waiting_.view());
+    other.clear();
 }
 
 bool diag_log::open(const io::output_file::place& where, io::output_mode mode, std::string& reason)

@@ -13,6 +13,10 @@ class diag_log {
 public:
     // Writes "->" and the text.
     void write(std::string_view text);
+    // Takes over the lines that wait in another log.
+    void take(diag_log& other);
+    // Drops the lines that wait.
+    void clear() noexcept { waiting_.clear(); }
     // False, with the reason, if the file cannot be written.
     bool open(const io::output_file::place& where, io::output_mode mode, std::string& reason);
     bool is_open() const noexcept { return file_.is_open(); }
@@ -22,6 +26,8 @@ public:
     void give_up() { file_.give_up(); }
 
 private:
+    uni::text_buffer& out();
+
     uni::text_buffer waiting_;
     io::output_file file_;
 };

@@ -169,6 +169,9 @@ bool outputs::open(io::notices& notices)
 
 outputs::entry outputs::check_entry(const std::string& path, io::notices& notices)
 {
+    if (!planned_results_ && !planned_log_) {
+        return entry::other;
+    }
     const auto id = platform::identify_file(path);
     if (!id) {
         return entry::other;
@@ -182,18 +185,11 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
         }
         if (id == (*file)->target) {
             notices.fail(examined_words, (*file)->name.c_str());
-            (*file)->is_spoilt = true;
+            (file == &planned_results_ ? results_are_spoilt_ : log_is_spoilt_) = true;
             return entry::examined;
         }
     }
     return entry::other;
-}
-
-void outputs::spoil_results() noexcept
-{
-    if (planned_results_) {
-        planned_results_->is_spoilt = true;
-    }
 }
 
 void outputs::give_up(io::notices& notices)
@@ -218,11 +214,11 @@ void outputs::say_not_written(io::notices& notices) const
 
 void outputs::finish(std::string_view last_of_log, io::notices& notices)
 {
-    is_written_ = planned_results_ && !planned_results_->is_spoilt && results_.finish();
+    is_written_ = planned_results_ && !results_are_spoilt_ && results_.finish();
     if (!is_written_) {
         give_up(notices);
     }
-    if (planned_log_ && planned_log_->is_spoilt) {
+    if (planned_log_ && log_is_spoilt_) {
         log_.give_up();
     }
     if (planned_log_ && (!log_.is_open() || !log_.finish(last_of_log))) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,11 +37,12 @@ public:
 
     // What an entry of a list is to the run's own files.
     enum class entry { other, examined, own_partial };
-    // An entry that is one of the files is refused, and the files are not put in their places.
+    // An entry that is one of the files is refused, and the files are not put in their places. Several
+    // threads may ask.
     entry check_entry(const std::string& path, io::notices& notices);
 
     // Leaves the results beside their place at the end.
-    void spoil_results() noexcept;
+    void spoil_results() noexcept { results_are_spoilt_ = true; }
 
     // Puts everything in its place. What could not be written is said.
     void finish(std::string_view last_of_log, io::notices& notices);
@@ -54,7 +56,6 @@ private:
         io::output_file::place where;
         std::optional<platform::file_id> target;
         std::optional<platform::file_id> partial; // as it was, or as the run made it
-        bool is_spoilt = false;                   // the run read what is in its place
     };
     bool are_one_file(io::notices& notices) const;
     bool are_streams(io::notices& notices) const;
@@ -71,6 +72,8 @@ private:
     io::output_file results_;
     std::optional<planned> planned_results_;
     std::optional<planned> planned_log_;
+    std::atomic<bool> results_are_spoilt_ = false; // the run read what is in their place
+    std::atomic<bool> log_is_spoilt_ = false;      // the same
     bool is_written_ = false;
     std::optional<platform::file_id> output_; // standard output, where that is a file
     std::optional<platform::file_id> error_;  // the same

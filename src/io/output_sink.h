@@ -15,7 +15,7 @@ public:
     static constexpr std::size_t buffer_bytes = 0x40000;
 
     bool good() const noexcept final { return good_; }
-    void flush();
+    void flush() final;
     // Goes out as it is, without a way through the buffer.
     void long_text(std::string_view whole) final;
 

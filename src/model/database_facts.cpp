@@ -23,25 +23,26 @@ namespace tag = sdb::tag;
 using guid_bytes = std::array<std::uint8_t, uni::guid_size>;
 
 // The digests of an image. Those of a long one are computed on threads of their own, while the facts
-// are gathered; where no thread is to be had, when they are asked for.
+// are gathered, where one is to spare; else, and where no thread is to be had, when they are asked for.
 struct database_digests {
-    explicit database_digests(std::span<const std::uint8_t> image)
-        : md5(start(platform::digest_kind::md5, image)),
+    database_digests(std::span<const std::uint8_t> image, uni::thread_allowance* threads)
+        : helpers(threads), md5(start(platform::digest_kind::md5, image)),
           sha1(start(platform::digest_kind::sha1, image))
     {}
 
+    uni::helping_threads helpers;
     std::future<std::vector<std::uint8_t>> md5;
     std::future<std::vector<std::uint8_t>> sha1;
 
 private:
-    static std::future<std::vector<std::uint8_t>> start(platform::digest_kind kind,
-                                                        std::span<const std::uint8_t> image)
+    std::future<std::vector<std::uint8_t>> start(platform::digest_kind kind,
+                                                 std::span<const std::uint8_t> image)
     {
         constexpr std::size_t worth_a_thread = 0x100000;
-        const auto policy = image.size() < worth_a_thread
-                                ? std::launch::deferred
-                                : std::launch::async | std::launch::deferred;
-        return std::async(policy, platform::compute_digest, kind, image);
+        const bool has_help = image.size() >= worth_a_thread && helpers.take(1) != 0;
+        return std::async(has_help ? std::launch::async | std::launch::deferred
+                                   : std::launch::deferred,
+                          platform::compute_digest, kind, image);
     }
 };
 
@@ -267,14 +268,14 @@ std::string file_digest(io::byte_source& source, platform::digest_kind kind)
 }
 
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds)
+                  const request::bounds& bounds, uni::thread_allowance* threads)
 {
     facts = {};
     const auto list = database.ordinal_of(database.database_offset());
     if (!list || !database.children().has_children(*list)) {
         return false;
     }
-    database_digests digests(database.image().bytes());
+    database_digests digests(database.image().bytes(), threads);
     fact_gatherer gatherer(facts, database, bounds);
     gatherer.take_children();
     gatherer.take_texts();

@@ -11,6 +11,7 @@
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
 #include "uni/text_buffer.h"
+#include "uni/thread_allowance.h"
 
 namespace report {
 
@@ -20,6 +21,7 @@ struct job {
     form::writer& form;
     uni::text_buffer& console; // standard output, wherever the report goes
     io::notices& notices;
+    uni::thread_allowance* threads = nullptr; // of which some may help; null where none may
 
     // The file that is told about.
     std::string path = {};

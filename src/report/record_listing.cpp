@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "sdb/tags.h"
@@ -15,8 +16,9 @@ namespace {
 namespace tag = sdb::tag;
 using ordinals_span = std::span<const sdb::tag_ordinal>;
 
-// A shorter listing is not made by several threads.
+// What is shorter is not made by several threads, and more of them are of no use to one listing.
 constexpr std::size_t fewest_stretches = 4;
+constexpr std::size_t most_helpers = 3;
 // Of what one of several threads gathers at a time.
 constexpr std::size_t largest_list = 0x10000;
 
@@ -152,35 +154,41 @@ bool record_listing::print_records(ordinals_span ordinals)
     return printed;
 }
 
-// Has the records printed by several threads, a stretch at a time, and takes the stretches in their
-// order. How a record looks depends on those before it in two ways: the budget of the listing, and
-// the state of the form. Where a stretch was made on a wrong guess about these it is made again, in
-// its place.
-bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads)
+// Has the records printed by several threads, as soon as some are to spare, a stretch at a time, and
+// takes the stretches in their order. How a record looks depends on those before it in two ways: the
+// budget of the listing, and the state of the form. Where a stretch was made on a wrong guess about
+// these it is made again, in its place.
+bool record_listing::print_stretches(ordinals_span ordinals)
 {
-    database_.make_shared_indexes();
     const shared_records records{ordinals, budget_.bounds.records_of_a_thread};
-    bool printed = print_records(records.stretch(0));
     const std::size_t count = records.stretches();
-    std::atomic<std::uint64_t> listed_items = budget_.items;
-    uni::ordered_work<stretch> work(1, count);
-    const bool started = work.start(threads, [&] {
+    std::atomic<std::uint64_t> listed_items = 0;
+    const auto make_maker = [&] {
         auto maker =
             std::make_unique<stretch_maker>(database_, search_, form_, records, listed_items);
         return [maker = std::move(maker)](std::size_t number, stretch& made) {
             maker->make(number, made);
         };
-    });
+    };
+    uni::helping_threads helpers(threads_);
+    std::optional<uni::ordered_work<stretch>> work;
+    bool is_helped = false;
+    bool printed = print_records(records.stretch(0));
+    listed_items = budget_.items;
     for (std::size_t number = 1; number < count; ++number) {
         if (!form_.takes_more(database_.offset_at(records.stretch(number).front()))) {
             break;
         }
-        const stretch* const made = started ? &work.next() : nullptr;
-        if (!made || budget_.items + made->items > budget_.limit) {
-            work.stop();
+        if (!work && count - number >= fewest_stretches && helpers.take(most_helpers) != 0) {
+            database_.make_shared_indexes();
+            is_helped = work.emplace(number, count).start(helpers.count() + 1, make_maker);
+        }
+        const stretch* const made = is_helped ? &work->next() : nullptr;
+        if (made && budget_.items + made->items > budget_.limit) {
+            work->stop();
             return print_records(records.from(number)) || printed;
         }
-        if (!made->is_whole || made->began_in != form_.state() ||
+        if (!made || !made->is_whole || made->began_in != form_.state() ||
             !form_.has_room_for(made->text.view().size())) {
             printed |= print_records(records.stretch(number));
         } else {
@@ -197,11 +205,9 @@ bool record_listing::print_stretches(ordinals_span ordinals, std::size_t threads
 bool record_listing::list_tag(std::uint16_t tag)
 {
     const ordinals_span ordinals = database_.ordinals_by_tag(tag);
-    const request::bounds& bounds = budget_.bounds;
-    const std::size_t threads = std::min(bounds.threads, uni::ordered_work<int>::useful_threads());
-    const bool is_long = ordinals.size() >= fewest_stretches * bounds.records_of_a_thread;
-    return is_long && threads > 1 && !search_.is_asked_for() ? print_stretches(ordinals, threads)
-                                                             : print_records(ordinals);
+    const bool is_long = ordinals.size() >= fewest_stretches * budget_.bounds.records_of_a_thread;
+    return is_long && threads_ != nullptr && !search_.is_asked_for() ? print_stretches(ordinals)
+                                                                     : print_records(ordinals);
 }
 
 void record_listing::say_what_is_missing(const job& work) const
@@ -214,7 +220,7 @@ void record_listing::say_what_is_missing(const job& work) const
 
 bool list_tags(const job& work, const std::set<std::uint16_t>& tags)
 {
-    record_listing listing(*work.database, *work.search, work.form);
+    record_listing listing(*work.database, *work.search, work.form, work.threads);
     bool found = false;
     for (const std::uint16_t tag : tags) {
         if (listing.list_tag(tag)) {
@@ -228,7 +234,7 @@ bool list_tags(const job& work, const std::set<std::uint16_t>& tags)
 
 bool list_one_tag(const job& work, std::uint16_t tag)
 {
-    record_listing listing(*work.database, *work.search, work.form);
+    record_listing listing(*work.database, *work.search, work.form, work.threads);
     const bool found = listing.list_tag(tag);
     work.form.end_section();
     listing.say_what_is_missing(work);

@@ -7,15 +7,18 @@
 
 #include "model/record_collector.h"
 #include "report/job.h"
+#include "uni/thread_allowance.h"
 
 namespace report {
 
 // Prints records of one database into one form, as one listing: their items together are bounded.
 class record_listing {
 public:
-    record_listing(const sdb::sdb_database& database, model::search& search, form::writer& form)
-        : database_(database), search_(search), form_(form), budget_(database, search.bounds()),
-          collector_(database)
+    // Of `threads` those that are to spare help with what is long.
+    record_listing(const sdb::sdb_database& database, model::search& search, form::writer& form,
+                   uni::thread_allowance* threads = nullptr)
+        : database_(database), search_(search), form_(form), threads_(threads),
+          budget_(database, search.bounds()), collector_(database)
     {}
 
     // Lists all records with that tag; answers whether one was printed.
@@ -31,11 +34,12 @@ public:
     void say_what_is_missing(const job& work) const;
 
 private:
-    bool print_stretches(std::span<const sdb::tag_ordinal> ordinals, std::size_t threads);
+    bool print_stretches(std::span<const sdb::tag_ordinal> ordinals);
 
     const sdb::sdb_database& database_;
     model::search& search_;
     form::writer& form_;
+    uni::thread_allowance* threads_;
     model::listing_budget budget_;
     model::record_collector collector_;
 };

@@ -34,9 +34,9 @@ struct bounds {
     std::uint64_t matched_items = 2'000'000;
     std::uint64_t matched_items_of_a_tag = 4;
 
-    // Who works on a long listing: at most that many threads, if the machine keeps them busy, that many
-    // records at a time. Its text is the same.
-    std::size_t threads = 4;
+    // Who works: at most that many threads, 0 for as many as the machine keeps busy, and on a long
+    // listing that many records at a time. What they write is the same.
+    std::size_t threads = 0;
     std::size_t records_of_a_thread = 128;
 
     std::uint64_t most_text(std::uint64_t image_size) const noexcept

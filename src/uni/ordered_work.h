@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <cstddef>
@@ -27,14 +26,9 @@ public:
     ordered_work(const ordered_work&) = delete;
     ordered_work& operator=(const ordered_work&) = delete;
 
-    // How many threads this machine can keep busy, within reason.
-    static std::size_t useful_threads() noexcept
-    {
-        return std::min(most_threads, std::size_t{std::thread::hardware_concurrency()});
-    }
-
     // Starts the threads, each of which calls make_worker() for a function that takes a piece's
-    // number and the place for its result. False if the system has no thread to give.
+    // number and the place for its result; what they look at there stands still until all have. False
+    // if the system has no thread to give.
     template <typename maker>
     bool start(std::size_t threads, maker make_worker)
     {
@@ -45,6 +39,8 @@ public:
         } catch (const std::system_error&) {
             // Those that could be started do it all.
         }
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return workers_ == threads_.size() || failure_ != nullptr; });
         return !threads_.empty();
     }
 
@@ -80,7 +76,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t most_threads = 4;
     static constexpr std::size_t window = 6;
 
     struct place {
@@ -93,6 +88,7 @@ private:
     {
         try {
             auto worker = make_worker();
+            note_worker();
             while (const std::optional<std::size_t> piece = begin_piece()) {
                 place& made = places_[*piece % window];
                 worker(*piece, made.result);
@@ -107,6 +103,13 @@ private:
         }
     }
 
+    void note_worker()
+    {
+        const std::scoped_lock lock(mutex_);
+        ++workers_;
+        changed_.notify_all();
+    }
+
     std::optional<std::size_t> begin_piece()
     {
         std::unique_lock lock(mutex_);
@@ -119,6 +122,7 @@ private:
     std::size_t handed_over_;
     std::size_t released_; // as many places are free again
     std::array<place, window> places_;
+    std::size_t workers_ = 0; // that were made
     std::exception_ptr failure_;
     std::mutex mutex_;
     std::condition_variable changed_;

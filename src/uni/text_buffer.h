@@ -25,6 +25,9 @@ public:
     // Whether all that was written could be handed on.
     virtual bool good() const noexcept { return true; }
 
+    // Hands on what is held, where text is handed on.
+    virtual void flush() {}
+
     // Room for at least `count` bytes; written bytes count once taken() is told where they end.
     char* room(std::size_t count)
     {

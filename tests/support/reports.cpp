@@ -26,7 +26,9 @@ made_report make_into(uni::text_buffer& out, const request::sdb_opts& options, c
     uni::text_buffer console;
     gathered_notices notices;
     const auto form = form::form_of(options.form).make(out, options, subject.state);
-    report::job work{options, *form, console, notices};
+    uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
+    const uni::busy_thread busy(threads);
+    report::job work{options, *form, console, notices, &threads};
     work.path = subject.path;
     work.times = subject.times;
     work.installed = subject.installed;

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "form/writer.h"
+#include "front/diag_log.h"
+#include "io/notice.h"
+#include "uni/text_buffer.h"
+#include "uni/thread_allowance.h"
+
+namespace front {
+
+// The place of an input in the stream of all.
+class stream_place {
+public:
+    virtual ~stream_place() = default;
+
+    // How the inputs before it leave the stream; waits until that is known.
+    virtual form::stream_state state_before() = 0;
+    // The writer of this input, which is asked for the state of the stream as long as it is followed.
+    virtual void follow(const form::writer& form) = 0;
+    // It ends.
+    virtual void unfollow(const form::writer& form) noexcept = 0;
+};
+
+// The place of inputs that come one after the other.
+class one_by_one : public stream_place {
+public:
+    explicit one_by_one(form::stream_state state) : state_(state) {}
+
+    form::stream_state state_before() override { return state_; }
+    void follow(const form::writer&) override {}
+    void unfollow(const form::writer& form) noexcept override { state_ = form.state(); }
+
+private:
+    form::stream_state state_;
+};
+
+// What one input writes to, and who may help with it.
+struct input_output {
+    uni::text_buffer& report;
+    uni::text_buffer& console; // standard output, which may be the report's buffer
+    io::notices& notices;
+    diag_log& log;
+    stream_place& place;
+    uni::thread_allowance& threads;
+};
+
+} // namespace front

@@ -1,0 +1,228 @@
+#include "front/input_work.h"
+
+#include <memory>
+#include <optional>
+
+#include "form/forms.h"
+#include "front/registry_words.h"
+#include "io/byte_source.h"
+#include "model/pe_properties.h"
+#include "platform/redirection.h"
+#include "report/read_program.h"
+#include "report/reports.h"
+#include "sdb/database.h"
+
+namespace front {
+
+// A database with the file that it comes from.
+struct loaded_file {
+    std::unique_ptr<io::byte_source> source;
+    sdb::sdb_database database;
+    std::string reason; // in words, where it did not load
+};
+
+namespace {
+
+const char* words_of(sdb::load_result result)
+{
+    switch (result) {
+    case sdb::load_result::unreadable:
+        return "reading failed";
+    case sdb::load_result::not_inflated:
+        return "it does not inflate";
+    case sdb::load_result::too_large:
+        return "it inflates to more than quilt takes";
+    default:
+        return "is no database";
+    }
+}
+
+// The writer of an input, which begins where the one before it in the stream ended.
+class stream_writer {
+public:
+    stream_writer(const request::sdb_opts& options, const input_output& out)
+        : place_(out.place),
+          form_(form::form_of(options.form).make(out.report, options, out.place.state_before()))
+    {
+        place_.follow(*form_);
+    }
+    ~stream_writer() { place_.unfollow(*form_); }
+    stream_writer(const stream_writer&) = delete;
+    stream_writer& operator=(const stream_writer&) = delete;
+
+    form::writer& form() noexcept { return *form_; }
+
+private:
+    stream_place& place_;
+    const std::unique_ptr<form::writer> form_;
+};
+
+report::job job_of(const std::string& path, const request::sdb_opts& options, form::writer& form,
+                   const input_output& out)
+{
+    report::job work{options, form, out.console, out.notices, &out.threads};
+    work.path = path;
+    return work;
+}
+
+// Tells what of a file its report could not hold.
+void say_extent(const loaded_file& file, const std::string& path, io::notices& notices)
+{
+    const sdb::image_extent extent = file.database.extent();
+    if (extent.is_file_longer) {
+        notices.fail("%s is too long: the report ends at byte %llu of %llu\n", path.c_str(),
+                     static_cast<unsigned long long>(file.database.image().size()),
+                     static_cast<unsigned long long>(extent.file_size));
+    }
+    if (extent.cut_off_at) {
+        notices.fail("%s is cut off: its %llu bytes end before those of tag 0x%08x, "
+                     "which go up to byte %llu\n",
+                     path.c_str(), static_cast<unsigned long long>(file.database.image().size()),
+                     *extent.cut_off_at, static_cast<unsigned long long>(extent.claimed_end));
+    } else if (extent.trailing_at < file.database.image().size()) {
+        notices.say("%s: behind its lists, from byte %llu on, stand %llu bytes that form "
+                    "no list\n",
+                    path.c_str(), static_cast<unsigned long long>(extent.trailing_at),
+                    static_cast<unsigned long long>(extent.file_size - extent.trailing_at));
+    }
+    if (const std::uint64_t unused = file.database.bytes_behind_stream()) {
+        notices.say("%s: behind its compressed stream stand %llu bytes\n", path.c_str(),
+                    static_cast<unsigned long long>(unused));
+    }
+    if (file.source->has_failed()) {
+        notices.fail("%s could not be read once more\n", path.c_str());
+    }
+    if (file.source->has_changed()) {
+        notices.fail("%s changed while it was read\n", path.c_str());
+    }
+}
+
+} // namespace
+
+outcome input_work::load(loaded_file& file, const std::string& path, const input_output& out) const
+{
+    file.source = io::open_source(path, file.reason);
+    if (!file.source) {
+        return outcome::failed;
+    }
+    const sdb::load_result result =
+        file.database.load(*file.source, options_.bounds.inflated_bytes);
+    if (file.database.was_compressed()) {
+        out.log.write("Compressed file");
+    }
+    if (result == sdb::load_result::loaded) {
+        return outcome::told;
+    }
+    file.reason = words_of(result);
+    return result == sdb::load_result::no_database ? outcome::passed_over : outcome::failed;
+}
+
+void input_work::say_processing(const std::string& path, const input_output& out) const
+{
+    if (options_.show_progress) {
+        out.notices.say("processing %s\n", path.c_str());
+    }
+}
+
+// Makes the report of a loaded database, or its statistics.
+void input_work::report_database(const loaded_file& file, const std::string& path,
+                                 bool is_one_of_several, const input_output& out) const
+{
+    {
+        stream_writer writer(options_, out);
+        report::job work = job_of(path, options_, writer.form(), out);
+        work.database = &file.database;
+        work.times = file.source->times();
+        work.source = file.source.get();
+        if (!options_.stats) {
+            report::make_database_report(work);
+        } else {
+            const model::registry_facts known = targets_.installed.find(path);
+            say_doubts(known.how, path, out.notices);
+            work.installed = known.facts;
+            if (!report::report_of("stats").make(work)) {
+                out.notices.fail("Prob analyzing file %s: its database list holds nothing\n",
+                                 path.c_str());
+            } else if (is_one_of_several) {
+                writer.form().separate();
+            }
+        }
+    }
+    say_extent(file, path, out.notices);
+}
+
+void input_work::tell_target(const std::string& path, const input_output& out) const
+{
+    if (options_.stats) {
+        say_processing(path, out);
+    }
+    loaded_file file;
+    if (load(file, path, out) != outcome::told) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+        return;
+    }
+    if (!options_.stats) {
+        say_processing(path, out);
+    }
+    report_database(file, path, targets_.files.size() > 1, out);
+}
+
+bool input_work::tell_entry(const std::string& path, const input_output& out) const
+{
+    return options_.pe_stats ? tell_program_entry(path, out) : tell_database_entry(path, out);
+}
+
+bool input_work::tell_database_entry(const std::string& path, const input_output& out) const
+{
+    say_processing(path, out);
+    loaded_file file;
+    const outcome result = load(file, path, out);
+    if (result == outcome::told) {
+        report_database(file, path, true, out);
+    } else if (result == outcome::failed) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+    } else if (options_.stats) {
+        out.notices.say("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+    }
+    return result == outcome::told;
+}
+
+outcome input_work::tell_program(const std::string& path, bool is_one_of_several,
+                                 std::string& reason, const input_output& out) const
+{
+    model::pe_list properties;
+    const report::program_state state = report::read_program(properties, path, out.notices, reason);
+    if (state != report::program_state::read) {
+        return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
+    }
+    stream_writer writer(options_, out);
+    report::job work = job_of(path, options_, writer.form(), out);
+    work.program = &properties;
+    report::report_of("pe").make(work);
+    if (is_one_of_several) {
+        writer.form().separate();
+    }
+    return outcome::told;
+}
+
+void input_work::tell_program_alone(const input_output& out) const
+{
+    const platform::wow64_redirect_adt redirection;
+    std::string reason;
+    if (tell_program(options_.pe_path, false, reason, out) != outcome::told) {
+        out.notices.fail("Problem pulling PE stats from file %s: %s\n", options_.pe_path.c_str(),
+                         reason.c_str());
+    }
+}
+
+bool input_work::tell_program_entry(const std::string& path, const input_output& out) const
+{
+    std::string reason;
+    const outcome result = tell_program(path, true, reason, out);
+    if (result == outcome::failed) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
+    }
+    return result == outcome::told;
+}
+
+} // namespace front

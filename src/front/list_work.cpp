@@ -1,0 +1,155 @@
+#include "front/list_work.h"
+
+#include <utility>
+
+#include "front/filter.h"
+#include "platform/console.h"
+#include "platform/redirection.h"
+
+namespace front {
+
+list_work::list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
+                     action work)
+    : options_(options), files_(files), out_(out), work_(std::move(work)),
+      holds_list_(files.speaks_to_files()), turns_(out, options.pipe && !holds_list_),
+      list_(options, heard_)
+{}
+
+bool list_work::open()
+{
+    return options_.pipe ? platform::set_standard_input_binary()
+                         : list_.start_walk(options_.enumdir_path, options_.num_subdirs,
+                                            options_.filter_list);
+}
+
+// Takes the list before a byte is written to a stream that may be one of its entries; false, and
+// nothing is written, if it is.
+bool list_work::take_whole_list()
+{
+    std::string path;
+    while (list_.stdin_list_next(path)) {
+        held_.push_back(path);
+    }
+    const outputs::stream_kind stream = files_.examined_stream(held_);
+    if (stream == outputs::stream_kind::none) {
+        heard_.say_all(out_.notices);
+        return true;
+    }
+    out_.report.clear();
+    files_.spoil_results();
+    if (stream == outputs::stream_kind::output) {
+        out_.notices.fail("standard output is examined by this run, aborting\n");
+    }
+    out_.notices.note_failure();
+    return false;
+}
+
+list_work::outcome list_work::do_all(std::size_t threads)
+{
+    is_at_end_ = !open();
+    if (holds_list_ && !is_at_end_ && !take_whole_list()) {
+        return outcome::refused;
+    }
+    is_shared_ = threads > 1;
+    try {
+        threads_.reserve(threads - 1);
+        while (threads_.size() < threads - 1) {
+            threads_.emplace_back([this] { do_share(); });
+        }
+    } catch (const std::exception&) {
+        // Those that could be started do it all.
+    }
+    do_share();
+    for (std::thread& thread : threads_) {
+        thread.join();
+    }
+    if (failure_) {
+        std::rethrow_exception(failure_);
+    }
+    if (turns_.is_stopped()) {
+        return outcome::ended_early;
+    }
+    heard_.say_all(out_.notices);
+    return turns_.was_any_of_use() ? outcome::some_of_use : outcome::none_of_use;
+}
+
+bool list_work::read_next(std::string& path)
+{
+    if (!holds_list_) {
+        return list_.stdin_list_next(path);
+    }
+    return taken_ != held_.size() && (path = std::move(held_[taken_++]), true);
+}
+
+// The next entry, which knows what was said while it was looked for; null where there is none. If that
+// fails the entries before it are still worked on.
+entry_output* list_work::take_next()
+{
+    turns_.wait_for_room();
+    const std::scoped_lock lock(mutex_);
+    try {
+        std::string path;
+        is_at_end_ = is_at_end_ || turns_.is_stopped() || !read_next(path);
+        if (is_at_end_) {
+            return nullptr;
+        }
+        entry_output& entry = turns_.add(std::move(path));
+        heard_.say_all(entry.streams().notices);
+        return &entry;
+    } catch (...) {
+        is_at_end_ = true;
+        failure_ = std::current_exception();
+        return nullptr;
+    }
+}
+
+void list_work::do_share() noexcept
+{
+    try {
+        const platform::wow64_redirect_adt redirection; // of this thread
+        while (entry_output* const entry = take_next()) {
+            work_on(*entry);
+            turns_.finish(*entry);
+        }
+    } catch (...) {
+        turns_.stop();
+        const std::scoped_lock lock(mutex_);
+        failure_ = std::current_exception();
+    }
+}
+
+void list_work::work_on(entry_output& entry)
+{
+    const uni::busy_thread busy(out_.threads);
+    try {
+        work_once(entry);
+    } catch (const std::exception&) {
+        if (!is_shared_ || !entry.begin_anew()) {
+            entry.say_exception();
+            return;
+        }
+        // Side by side with others there was too little memory, as it may be.
+        try {
+            work_once(entry);
+        } catch (const std::exception&) {
+            entry.say_exception();
+        }
+    }
+}
+
+void list_work::work_once(entry_output& entry)
+{
+    // A walk has asked the filter already.
+    bool open_failed = false;
+    if (options_.pipe &&
+        !filter_accepts(options_, open_failed, entry.path(), options_.filter_list) &&
+        !open_failed) {
+        return;
+    }
+    if (files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other &&
+        work_(entry.path(), entry.streams())) {
+        entry.note_use();
+    }
+}
+
+} // namespace front

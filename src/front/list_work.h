@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "front/entry_turns.h"
+#include "front/outputs.h"
+#include "front/stdin_stream_ex.h"
+#include "io/notice.h"
+#include "request/sdb_opts.h"
+
+namespace front {
+
+// The entries of the list that the options name, which the filter accepts, and the work on each of them.
+// Several threads take an entry each; what they write comes out as if one had worked. What flies out of
+// the work on an entry ends that, not the list.
+class list_work {
+public:
+    // Does the work on one entry; answers whether that was what the list is made for. Several threads may
+    // be in it.
+    using action = std::function<bool(const std::string& path, const input_output& out)>;
+
+    list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
+              action work);
+
+    // `refused` where nothing may be written, which was said.
+    enum class outcome { some_of_use, none_of_use, ended_early, refused };
+    // Works with so many threads, the caller's among them.
+    outcome do_all(std::size_t threads);
+
+private:
+    bool open();
+    bool take_whole_list();
+    bool read_next(std::string& path);
+    entry_output* take_next();
+    void do_share() noexcept;
+    void work_on(entry_output& entry);
+    void work_once(entry_output& entry);
+    void note_failure() noexcept;
+
+    const request::sdb_opts& options_;
+    outputs& files_;
+    const input_output& out_;
+    const action work_;
+    const bool holds_list_; // it is read to its end before anything is written
+    entry_turns turns_;
+    bool is_shared_ = false; // by several threads
+    std::vector<std::thread> threads_;
+
+    std::mutex mutex_;       // holds together what stands below
+    io::kept_notices heard_; // of the list, until the next entry's messages
+    stdin_stream_ex list_;
+    std::vector<std::string> held_;
+    std::size_t taken_ = 0; // of these
+    bool is_at_end_ = false;
+    std::exception_ptr failure_; // that ends the run
+};
+
+} // namespace front
