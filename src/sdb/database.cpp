@@ -279,15 +279,16 @@ void sdb_database::scan_recorded_part(std::uint64_t position)
         const std::uint64_t head = bytes.u64(position);
         const auto tag = static_cast<std::uint16_t>(head);
         const auto word = static_cast<std::uint32_t>(head >> 16);
+        const std::uint64_t behind = position + step_over(tag, word);
         if (is_known_type(tag_type(tag))) [[likely]] {
             const auto offset = static_cast<std::uint32_t>(position);
             if (tag_type(tag) == type::list) {
                 note_list(position, tag);
             }
             ordinal_by_offset_.add(offset);
-            tags_.add(offset, tag, word, position + step_over(tag, word));
+            tags_.add(offset, tag, word, behind);
         }
-        position += step_over(tag, word);
+        position = behind;
     }
 }
 
