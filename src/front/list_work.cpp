@@ -50,15 +50,7 @@ list_work::outcome list_work::do_all(std::size_t threads)
     if (holds_list_ && !is_at_end_ && !take_whole_list()) {
         return outcome::refused;
     }
-    is_shared_ = threads > 1;
-    try {
-        threads_.reserve(threads - 1);
-        while (threads_.size() < threads - 1) {
-            threads_.emplace_back([this] { do_share(); });
-        }
-    } catch (const std::exception&) {
-        // Those that could be started do it all.
-    }
+    most_threads_ = threads;
     do_share();
     for (std::thread& thread : threads_) {
         thread.join();
@@ -95,11 +87,24 @@ entry_output* list_work::take_next()
         }
         entry_output& entry = turns_.add(std::move(path));
         heard_.say_all(entry.streams().notices);
+        start_another();
         return &entry;
     } catch (...) {
         is_at_end_ = true;
         failure_ = std::current_exception();
         return nullptr;
+    }
+}
+
+// Where there was an entry there may be more.
+void list_work::start_another()
+{
+    if (threads_.size() + 1 < most_threads_) {
+        try {
+            threads_.emplace_back([this] { do_share(); });
+        } catch (const std::exception&) {
+            // Those that could be started do it all.
+        }
     }
 }
 
@@ -114,6 +119,7 @@ void list_work::do_share() noexcept
     } catch (...) {
         turns_.stop();
         const std::scoped_lock lock(mutex_);
+        is_at_end_ = true;
         failure_ = std::current_exception();
     }
 }
@@ -121,35 +127,35 @@ void list_work::do_share() noexcept
 void list_work::work_on(entry_output& entry)
 {
     const uni::busy_thread busy(out_.threads);
-    try {
-        work_once(entry);
-    } catch (const std::exception&) {
-        if (!is_shared_ || !entry.begin_anew()) {
-            entry.say_exception();
-            return;
-        }
-        // Side by side with others there was too little memory, as it may be.
-        try {
-            work_once(entry);
-        } catch (const std::exception&) {
-            entry.say_exception();
-        }
+    // Side by side with others there may be too little memory for what there is enough for alone.
+    const bool is_done =
+        try_work(entry) || (most_threads_ > 1 && entry.begin_anew() && try_work(entry));
+    if (!is_done) {
+        entry.say_exception();
     }
 }
 
-void list_work::work_once(entry_output& entry)
+bool list_work::try_work(entry_output& entry)
+{
+    try {
+        if (is_accepted(entry) && work_(entry.path(), entry.streams())) {
+            entry.note_use();
+        }
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool list_work::is_accepted(entry_output& entry)
 {
     // A walk has asked the filter already.
     bool open_failed = false;
-    if (options_.pipe &&
-        !filter_accepts(options_, open_failed, entry.path(), options_.filter_list) &&
-        !open_failed) {
-        return;
-    }
-    if (files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other &&
-        work_(entry.path(), entry.streams())) {
-        entry.note_use();
-    }
+    const bool passes = !options_.pipe ||
+                        filter_accepts(options_, open_failed, entry.path(), options_.filter_list) ||
+                        open_failed;
+    return passes &&
+           files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other;
 }
 
 } // namespace front

@@ -30,7 +30,7 @@ public:
 
     // `refused` where nothing may be written, which was said.
     enum class outcome { some_of_use, none_of_use, ended_early, refused };
-    // Works with so many threads, the caller's among them.
+    // Works with so many threads at the most, the caller's among them.
     outcome do_all(std::size_t threads);
 
 private:
@@ -38,10 +38,11 @@ private:
     bool take_whole_list();
     bool read_next(std::string& path);
     entry_output* take_next();
+    void start_another();
     void do_share() noexcept;
     void work_on(entry_output& entry);
-    void work_once(entry_output& entry);
-    void note_failure() noexcept;
+    bool try_work(entry_output& entry);
+    bool is_accepted(entry_output& entry);
 
     const request::sdb_opts& options_;
     outputs& files_;
@@ -49,8 +50,7 @@ private:
     const action work_;
     const bool holds_list_; // it is read to its end before anything is written
     entry_turns turns_;
-    bool is_shared_ = false; // by several threads
-    std::vector<std::thread> threads_;
+    std::size_t most_threads_ = 1;
 
     std::mutex mutex_;       // holds together what stands below
     io::kept_notices heard_; // of the list, until the next entry's messages
@@ -58,7 +58,8 @@ private:
     std::vector<std::string> held_;
     std::size_t taken_ = 0; // of these
     bool is_at_end_ = false;
-    std::exception_ptr failure_; // that ends the run
+    std::vector<std::thread> threads_; // beside the caller's
+    std::exception_ptr failure_;       // that ends the run
 };
 
 } // namespace front
