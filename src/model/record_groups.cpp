@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/memory.h"
+
 namespace model {
 
 void record_groups::clear()
@@ -89,6 +91,15 @@ void record_groups::add_late(std::size_t group, const record_item& item)
     }
 }
 
+// Gives the memory of what was taken from a large array back.
+void record_groups::forget(auto taken)
+{
+    constexpr std::size_t worth_it = 0x10000;
+    if (taken.size_bytes() >= worth_it) {
+        platform::forget(taken.data(), taken.size_bytes());
+    }
+}
+
 void record_groups::finish()
 {
     if (late_.empty()) {
@@ -103,8 +114,28 @@ void record_groups::finish()
         io::release(reachable_); // the moment at which a record takes most
     }
     make_room();
-    for (const late_run& late : late_) {
-        append(late.group, late.items());
+    // What was taken is given back as it goes, so that it does not stand twice.
+    constexpr std::size_t block = 0x4000;
+    for (std::span<const late_run> rest = late_; !rest.empty();) {
+        const auto taken = rest.first(std::min(block, rest.size()));
+        rest = rest.subspan(taken.size());
+        for (const late_run& late : taken) {
+            take(late);
+        }
+        forget(taken);
+    }
+}
+
+void record_groups::take(const late_run& late)
+{
+    constexpr std::size_t block = 0x10000;
+    for (std::span<const record_item> rest = late.items(); !rest.empty();) {
+        const auto items = rest.first(std::min(block, rest.size()));
+        rest = rest.subspan(items.size());
+        append(late.group, items);
+        if (late.count > block) {
+            forget(items);
+        }
     }
 }
 

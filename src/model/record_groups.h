@@ -25,7 +25,8 @@ public:
     void clear();
     // Room for that many groups.
     void reserve(std::size_t groups);
-    // Takes the next items, which stay where they are. A list starts a group. A scalar goes to the
+    // Takes the next items, which stay where they are; where a group is made of many that do not stand
+    // together, they are its own from finish() on. A list starts a group. A scalar goes to the
     // open group if it is deeper than the group's list; otherwise it closes that group and goes to
     // the last group whose list is less deep, or is dropped when there is none.
     void add(std::span<const record_item> items);
@@ -73,6 +74,8 @@ private:
     void add_scalar(const record_item& item);
     void add_late(std::size_t group, const record_item& item);
     void make_room();
+    void take(const late_run& late);
+    static void forget(auto taken);
     void append(std::size_t group, std::span<const record_item> items);
 
     // Of each group its first item and how many it has.

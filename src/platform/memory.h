@@ -12,4 +12,8 @@ enum class memory_use { to_be_filled, mostly_untouched };
 void* allocate_large(std::size_t bytes, memory_use use);
 void free_large(void* memory, std::size_t bytes) noexcept;
 
+// Tells that what stands in a part of such memory will not be read again before it is written, so that
+// the system may have its pages.
+void forget(const void* part, std::size_t bytes) noexcept;
+
 } // namespace platform

@@ -46,4 +46,15 @@ void free_large(void* memory, std::size_t bytes) noexcept
     ::munmap(memory, whole_pages(bytes));
 }
 
+void forget(const void* part, std::size_t bytes) noexcept
+{
+    constexpr std::uintptr_t page = 4096;
+    const auto begin = reinterpret_cast<std::uintptr_t>(part);
+    const std::uintptr_t first = (begin + page - 1) / page * page;
+    const std::uintptr_t end = (begin + bytes) / page * page;
+    if (first < end) {
+        ::madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED);
+    }
+}
+
 } // namespace platform

@@ -14,4 +14,7 @@ void free_large(void* memory, std::size_t) noexcept
     ::operator delete(memory);
 }
 
+// Of the heap nothing can be given back.
+void forget(const void*, std::size_t) noexcept {}
+
 } // namespace platform
