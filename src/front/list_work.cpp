@@ -22,13 +22,18 @@ bool list_work::open()
                                             options_.filter_list);
 }
 
-// Takes the list before a byte is written to a stream that may be one of its entries; false, and
-// nothing is written, if it is.
-bool list_work::take_whole_list()
+// Takes the list, or as much of it as may be held, before a byte is written to a stream that may be one
+// of its entries; false, and nothing is written, if it is.
+bool list_work::take_list_ahead()
 {
+    constexpr std::size_t most_held = 0x1000000; // bytes
     std::string path;
-    while (list_.stdin_list_next(path)) {
-        held_.push_back(path);
+    for (std::size_t held = 0; held < most_held && !is_all_held_;) {
+        is_all_held_ = !list_.stdin_list_next(path);
+        if (!is_all_held_) {
+            held_.push_back(path);
+            held += sizeof path + path.size();
+        }
     }
     const outputs::stream_kind stream = files_.examined_stream(held_);
     if (stream == outputs::stream_kind::none) {
@@ -47,7 +52,7 @@ bool list_work::take_whole_list()
 list_work::outcome list_work::do_all(std::size_t threads)
 {
     is_at_end_ = !open();
-    if (holds_list_ && !is_at_end_ && !take_whole_list()) {
+    if (holds_list_ && !is_at_end_ && !take_list_ahead()) {
         return outcome::refused;
     }
     most_threads_ = threads;
@@ -67,10 +72,11 @@ list_work::outcome list_work::do_all(std::size_t threads)
 
 bool list_work::read_next(std::string& path)
 {
-    if (!holds_list_) {
-        return list_.stdin_list_next(path);
+    if (taken_ != held_.size()) {
+        path = std::move(held_[taken_++]);
+        return true;
     }
-    return taken_ != held_.size() && (path = std::move(held_[taken_++]), true);
+    return !is_all_held_ && list_.stdin_list_next(path);
 }
 
 // The next entry, which knows what was said while it was looked for; null where there is none. If that
@@ -155,7 +161,24 @@ bool list_work::is_accepted(entry_output& entry)
                         filter_accepts(options_, open_failed, entry.path(), options_.filter_list) ||
                         open_failed;
     return passes &&
-           files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other;
+           files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other &&
+           !is_own_stream(entry);
+}
+
+// An entry of a list that is too long to be held may turn out late to be what the run writes to. It is
+// not read.
+bool list_work::is_own_stream(entry_output& entry) const
+{
+    if (!holds_list_ || is_all_held_) {
+        return false;
+    }
+    const outputs::stream_kind stream = files_.examined_stream({entry.path()});
+    if (stream == outputs::stream_kind::output) {
+        entry.streams().notices.fail("standard output is examined by this run, aborting\n");
+    } else if (stream == outputs::stream_kind::error) {
+        entry.streams().notices.note_failure();
+    }
+    return stream != outputs::stream_kind::none;
 }
 
 } // namespace front

@@ -35,7 +35,7 @@ public:
 
 private:
     bool open();
-    bool take_whole_list();
+    bool take_list_ahead();
     bool read_next(std::string& path);
     entry_output* take_next();
     void start_another();
@@ -43,12 +43,13 @@ private:
     void work_on(entry_output& entry);
     bool try_work(entry_output& entry);
     bool is_accepted(entry_output& entry);
+    bool is_own_stream(entry_output& entry) const;
 
     const request::sdb_opts& options_;
     outputs& files_;
     const input_output& out_;
     const action work_;
-    const bool holds_list_; // it is read to its end before anything is written
+    const bool holds_list_; // it is read ahead before anything is written
     entry_turns turns_;
     std::size_t most_threads_ = 1;
 
@@ -57,6 +58,7 @@ private:
     stdin_stream_ex list_;
     std::vector<std::string> held_;
     std::size_t taken_ = 0; // of these
+    bool is_all_held_ = false;
     bool is_at_end_ = false;
     std::vector<std::thread> threads_; // beside the caller's
     std::exception_ptr failure_;       // that ends the run
