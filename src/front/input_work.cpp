@@ -6,6 +6,7 @@
 #include "form/forms.h"
 #include "front/registry_words.h"
 #include "io/byte_source.h"
+#include "model/image_digests.h"
 #include "model/pe_properties.h"
 #include "platform/redirection.h"
 #include "report/read_program.h"
@@ -18,7 +19,8 @@ namespace front {
 struct loaded_file {
     std::unique_ptr<io::byte_source> source;
     sdb::sdb_database database;
-    std::string reason; // in words, where it did not load
+    model::image_digests digests; // of the database's image, for statistics
+    std::string reason;           // in words, where it did not load
 };
 
 namespace {
@@ -105,8 +107,14 @@ outcome input_work::load(loaded_file& file, const std::string& path, const input
     if (!file.source) {
         return outcome::failed;
     }
+    sdb::sdb_database::image_user on_image;
+    if (options_.stats) {
+        on_image = [&](std::span<const std::uint8_t> image) {
+            file.digests.start(image, &out.threads);
+        };
+    }
     const sdb::load_result result =
-        file.database.load(*file.source, options_.bounds.inflated_bytes);
+        file.database.load(*file.source, options_.bounds.inflated_bytes, on_image);
     if (file.database.was_compressed()) {
         out.log.write("Compressed file");
     }
@@ -125,8 +133,8 @@ void input_work::say_processing(const std::string& path, const input_output& out
 }
 
 // Makes the report of a loaded database, or its statistics.
-void input_work::report_database(const loaded_file& file, const std::string& path,
-                                 bool is_one_of_several, const input_output& out) const
+void input_work::report_database(loaded_file& file, const std::string& path, bool is_one_of_several,
+                                 const input_output& out) const
 {
     {
         stream_writer writer(options_, out);
@@ -134,6 +142,7 @@ void input_work::report_database(const loaded_file& file, const std::string& pat
         work.database = &file.database;
         work.times = file.source->times();
         work.source = file.source.get();
+        work.digests = &file.digests;
         if (!options_.stats) {
             report::make_database_report(work);
         } else {

@@ -31,7 +31,7 @@ private:
     outcome load(loaded_file& file, const std::string& path, const input_output& out) const;
     bool tell_database_entry(const std::string& path, const input_output& out) const;
     bool tell_program_entry(const std::string& path, const input_output& out) const;
-    void report_database(const loaded_file& file, const std::string& path, bool is_one_of_several,
+    void report_database(loaded_file& file, const std::string& path, bool is_one_of_several,
                          const input_output& out) const;
     outcome tell_program(const std::string& path, bool is_one_of_several, std::string& reason,
                          const input_output& out) const;

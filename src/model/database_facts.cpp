@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <future>
 #include <set>
 #include <string>
 #include <unordered_set>
@@ -21,30 +20,6 @@ namespace {
 namespace tag = sdb::tag;
 
 using guid_bytes = std::array<std::uint8_t, uni::guid_size>;
-
-// The digests of an image. Those of a long one are computed on threads of their own, while the facts
-// are gathered, where one is to spare; else, and where no thread is to be had, when they are asked for.
-struct database_digests {
-    database_digests(std::span<const std::uint8_t> image, uni::thread_allowance* threads)
-        : helpers(threads), md5(start(platform::digest_kind::md5, image)),
-          sha1(start(platform::digest_kind::sha1, image))
-    {}
-
-    uni::helping_threads helpers;
-    std::future<std::vector<std::uint8_t>> md5;
-    std::future<std::vector<std::uint8_t>> sha1;
-
-private:
-    std::future<std::vector<std::uint8_t>> start(platform::digest_kind kind,
-                                                 std::span<const std::uint8_t> image)
-    {
-        constexpr std::size_t worth_a_thread = 0x100000;
-        const bool has_help = image.size() >= worth_a_thread && helpers.take(1) != 0;
-        return std::async(has_help ? std::launch::async | std::launch::deferred
-                                   : std::launch::deferred,
-                          platform::compute_digest, kind, image);
-    }
-};
 
 // Gathers the facts of one database.
 class fact_gatherer {
@@ -85,12 +60,6 @@ public:
         if (strings != 0) {
             add_count(tag::stringtable_item, "strings", strings);
         }
-    }
-
-    void take_digests(database_digests& digests)
-    {
-        facts_.digest_md5 = uni::hex_text(digests.md5.get());
-        facts_.digest_sha1 = uni::hex_text(digests.sha1.get());
     }
 
     // The texts of the database's own tags, which may stand there many times.
@@ -268,19 +237,24 @@ std::string file_digest(io::byte_source& source, platform::digest_kind kind)
 }
 
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds, uni::thread_allowance* threads)
+                  const request::bounds& bounds, image_digests* digests)
 {
     facts = {};
     const auto list = database.ordinal_of(database.database_offset());
     if (!list || !database.children().has_children(*list)) {
         return false;
     }
-    database_digests digests(database.image().bytes(), threads);
+    image_digests own;
+    if (digests == nullptr || !digests->is_started()) {
+        own.start(database.image().bytes(), nullptr);
+        digests = &own;
+    }
     fact_gatherer gatherer(facts, database, bounds);
     gatherer.take_children();
     gatherer.take_texts();
     gatherer.count_names_and_strings();
-    gatherer.take_digests(digests);
+    facts.digest_md5 = digests->md5();
+    facts.digest_sha1 = digests->sha1();
     gatherer.finish_counts();
     return true;
 }

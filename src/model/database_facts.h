@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "io/byte_source.h"
+#include "model/image_digests.h"
 #include "platform/digests.h"
 #include "request/bounds.h"
 #include "sdb/database.h"
-#include "uni/thread_allowance.h"
 
 namespace model {
 
@@ -41,9 +41,9 @@ struct database_facts {
 std::string file_digest(io::byte_source& source, platform::digest_kind kind);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
-// if a listing would print it, everything of a kind that stands in the library counts. Of `threads` those
-// that are to spare compute the digests of a long one.
+// if a listing would print it, everything of a kind that stands in the library counts. The `digests` of
+// its image are computed here where they were not started.
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds = {}, uni::thread_allowance* threads = nullptr);
+                  const request::bounds& bounds = {}, image_digests* digests = nullptr);
 
 } // namespace model

@@ -5,6 +5,7 @@
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
+#include "model/image_digests.h"
 #include "model/installed_databases.h"
 #include "model/pe_properties.h"
 #include "model/search.h"
@@ -22,6 +23,7 @@ struct job {
     uni::text_buffer& console; // standard output, wherever the report goes
     io::notices& notices;
     uni::thread_allowance* threads = nullptr; // of which some may help; null where none may
+    model::image_digests* digests = nullptr;  // of the database's image, where they were started
 
     // The file that is told about.
     std::string path = {};

@@ -296,7 +296,7 @@ private:
 bool tell_statistics(const job& work)
 {
     model::database_facts facts;
-    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.threads)) {
+    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.digests)) {
         return false;
     }
     if (!facts.counts_are_exact) {

@@ -74,7 +74,8 @@ void sdb_database::clear()
     *lazy_ = {};
 }
 
-load_result sdb_database::load(io::byte_source& file, std::uint64_t most)
+load_result sdb_database::load(io::byte_source& file, std::uint64_t most,
+                               const image_user& on_image)
 {
     io::byte_vector bytes;
     io::read_source(bytes, file, largest_file);
@@ -91,16 +92,20 @@ load_result sdb_database::load(io::byte_source& file, std::uint64_t most)
         was_compressed_ = true;
         return load_result::not_inflated;
     }
-    const load_result result = load_image(std::move(bytes), most);
+    const load_result result = load_image(std::move(bytes), most, on_image);
     file_size_ = is_compressed ? image_.size() : file.size();
     return result;
 }
 
-load_result sdb_database::load_image(io::byte_vector image, std::uint64_t most)
+load_result sdb_database::load_image(io::byte_vector image, std::uint64_t most,
+                                     const image_user& on_image)
 {
     image_ = std::move(image);
     file_size_ = image_.size();
     bytes_behind_stream_ = 0;
+    if (on_image && this->image().u32(8) == plain_magic) {
+        on_image(image_);
+    }
     const scan_outcome outcome = scan();
     was_compressed_ = outcome == scan_outcome::compressed;
     inflation result = inflation::whole;
@@ -110,6 +115,9 @@ load_result sdb_database::load_image(io::byte_vector image, std::uint64_t most)
         if (result == inflation::whole) {
             image_ = std::move(inflated);
             file_size_ = image_.size();
+            if (on_image) {
+                on_image(image_);
+            }
             scan();
         }
     }

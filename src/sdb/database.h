@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -131,10 +132,14 @@ public:
 
     // Forgets what was loaded and loads a file, inflating a compressed one. A file with the right
     // head always loads, whatever follows; what does not load leaves the object empty. No more than
-    // `most` bytes are inflated.
-    load_result load(io::byte_source& file, std::uint64_t most = most_inflated);
+    // `most` bytes are inflated. `on_image` is called with the image that will be scanned, which stays
+    // where it is until the next load.
+    using image_user = std::function<void(std::span<const std::uint8_t> image)>;
+    load_result load(io::byte_source& file, std::uint64_t most = most_inflated,
+                     const image_user& on_image = {});
     // The same over bytes in memory.
-    load_result load_image(io::byte_vector image, std::uint64_t most = most_inflated);
+    load_result load_image(io::byte_vector image, std::uint64_t most = most_inflated,
+                           const image_user& on_image = {});
     void clear();
 
     bool loaded() const noexcept { return loaded_; }
