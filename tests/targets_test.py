@@ -16,6 +16,7 @@ import shlex
 import shutil
 import subprocess
 import sys
+import threading
 import time
 import unittest
 from contextlib import ExitStack
@@ -254,6 +255,20 @@ class Lists(Runs):
                     self.assertGreater(len(b"".join([one[1], *one[3].values()])), 200)
                     self.assertEqual(one[4] > 1, "-diags" in options)
                     self.assertEqual(others, [one, one])
+
+    def test_a_line_is_answered_before_the_next_one_comes(self):
+        for threads in ("1", "4"):
+            words = [*ARGUMENTS.quilt.words, *"-pipe -stats -csv -quiet -threads".split(), threads]
+            with subprocess.Popen(words, cwd=self.folder, stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE) as process:
+                patience = threading.Timer(30, process.kill)
+                patience.start()
+                for name in (b"a.sdb", b"b.SDB"):
+                    process.stdin.write(name + b"\n")
+                    process.stdin.flush()
+                    lines = iter(process.stdout.readline, b"")
+                    self.assertTrue(any(line.startswith(name) for line in lines), "no answer")
+                patience.cancel()
 
     def test_results_file(self):
         for form in ("", "-csv"):

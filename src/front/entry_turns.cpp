@@ -8,7 +8,9 @@ namespace front {
 
 namespace {
 
-constexpr std::size_t entry_itself = 1024; // bytes, beside what it writes
+// Bytes, beside what stands in them.
+constexpr std::size_t entry_itself = 1024;
+constexpr std::size_t message_itself = 64;
 constexpr std::size_t first_block = 0x1000;
 constexpr std::size_t later_block = 0x10000;
 
@@ -102,6 +104,7 @@ void entry_turns::finish(entry_output& entry)
     }
     if (entries_.empty() && is_prompt_) {
         to_.console.flush();
+        is_stopped_ = is_stopped_ || !to_.console.good();
     }
 }
 
@@ -187,12 +190,14 @@ void waiting_text::make_room(std::size_t count)
 
 entry_output::entry_output(entry_turns& turns, std::string path)
     : turns_(turns), path_(std::move(path)), report_(*this, turns.to_.report),
-      console_(*this, turns.to_.console),
-      messages_(*this), streams_{
-                            report_,   &turns.to_.console == &turns.to_.report ? report_ : console_,
-                            messages_, log_,
-                            *this,     turns.to_.threads}
+      console_(*this, turns.to_.console), messages_(*this), streams_(make_streams())
 {}
+
+input_output entry_output::make_streams()
+{
+    const bool is_one = &turns_.to_.console == &turns_.to_.report;
+    return {report_, is_one ? report_ : console_, messages_, log_, *this, turns_.to_.threads};
+}
 
 void entry_output::messages::say(const std::string& message)
 {
@@ -217,7 +222,7 @@ void entry_output::messages::take(std::string_view message)
     } else if (entry_.has_turn_) {
         say(text);
     } else {
-        entry_.turns_.charge(entry_, sizeof text + text.size());
+        entry_.turns_.charge(entry_, message_itself + text.size());
         kept_.push_back(std::move(text));
     }
 }

@@ -126,6 +126,7 @@ private:
         std::size_t to_skip_ = 0; // of those that are said again
     };
 
+    input_output make_streams();
     form::stream_state state_before() override;
     void follow(const form::writer& form) override { form_ = &form; }
     void unfollow(const form::writer& form) noexcept override;

@@ -34,8 +34,8 @@ struct bounds {
     std::uint64_t matched_items = 2'000'000;
     std::uint64_t matched_items_of_a_tag = 4;
 
-    // Who works: at most that many threads, 0 for as many as the machine keeps busy, and on a long
-    // listing that many records at a time. What they write is the same.
+    // Who works: at most that many threads, or for 0 as many as the machine keeps busy, each on an entry
+    // of a list or, of a long listing, on that many records at a time. What they write is the same.
     std::size_t threads = 0;
     std::size_t records_of_a_thread = 128;
 
