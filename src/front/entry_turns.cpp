@@ -202,7 +202,7 @@ input_output entry_output::make_streams()
 void entry_output::messages::say(const std::string& message)
 {
     entry_.turns_.to_.notices.say("%s", message.c_str());
-    ++said_;
+    said_.push_back(message);
 }
 
 void entry_output::messages::say_all()
@@ -217,8 +217,8 @@ void entry_output::messages::take(std::string_view message)
 {
     std::string text(message);
     const std::scoped_lock lock(entry_.turns_.mutex_);
-    if (to_skip_ != 0) {
-        --to_skip_;
+    if (const auto again = std::ranges::find(to_skip_, text); again != to_skip_.end()) {
+        to_skip_.erase(again);
     } else if (entry_.has_turn_) {
         say(text);
     } else {

@@ -114,7 +114,8 @@ private:
     public:
         explicit messages(entry_output& entry) : entry_(entry) {}
         void say_all();
-        void skip_said() noexcept { to_skip_ = said_; }
+        // What was said is not said again.
+        void skip_said() noexcept { to_skip_.swap(said_); }
 
     private:
         void take(std::string_view message) override;
@@ -122,8 +123,8 @@ private:
 
         entry_output& entry_;
         std::vector<std::string> kept_;
-        std::size_t said_ = 0;
-        std::size_t to_skip_ = 0; // of those that are said again
+        std::vector<std::string> said_;
+        std::vector<std::string> to_skip_;
     };
 
     input_output make_streams();

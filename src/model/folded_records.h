@@ -16,7 +16,7 @@ namespace model {
 struct folded_record {
     std::uint32_t record = 0;
     std::uint16_t depth = 0;
-    std::uint16_t height = 0;   // followed records in it, one through the other
+    std::uint16_t height = 0;   // references in it, one through the other, wherever they lead
     std::uint64_t gathered = 0; // items that it counts for
     std::vector<std::uint32_t>
         targets;                    // of its references; where one of them is open it is another

@@ -48,8 +48,8 @@ bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset,
 // Groups the sub-records, and notes of which followed records it is worth keeping what is made of them.
 void record_collector::group_subrecords(folded_records& folds, const listing_budget& budget)
 {
-    // Where references were left, a record may be another elsewhere.
-    const bool may_note = !budget.left_references;
+    // Where references were left or a list was not gathered, a record may be another elsewhere.
+    const bool may_note = !budget.left_references && !budget.was_too_large;
     const std::size_t count = expander_.subrecord_count();
     chain_.assign(1, expander_.own_items().front().offset);
     std::optional<std::size_t>
@@ -84,9 +84,7 @@ void record_collector::group_subrecords(folded_records& folds, const listing_bud
 // Takes note of the groups of a followed record, which is one sub-record up to another.
 void record_collector::note_foldable(std::size_t subrecord, std::size_t end, foldable_groups groups)
 {
-    const bool ends_there =
-        end == expander_.subrecord_count() || expander_.depth(end) <= expander_.depth(subrecord);
-    if (ends_there && describe(groups.fold, subrecord, end)) {
+    if (expander_.stands_apart(subrecord, end - 1) && describe(groups.fold, subrecord, end)) {
         groups_.note(std::move(groups));
     }
 }
@@ -96,6 +94,9 @@ void record_collector::note_foldable(std::size_t subrecord, std::size_t end, fol
 bool record_collector::describe(folded_record& fold, std::size_t subrecord, std::size_t end) const
 {
     const record_item head = expander_.subrecord(subrecord).front();
+    if (!is_list(head)) {
+        return false;
+    }
     const std::size_t chain_length = expander_.chain_length(subrecord);
     fold.record = head.offset;
     fold.depth = head.depth;
@@ -109,11 +110,12 @@ bool record_collector::describe(folded_record& fold, std::size_t subrecord, std:
     };
     for (std::size_t i = subrecord; i < end; ++i) {
         const folded_record* const folded = expander_.folded(i);
-        const bool leads_on = folded != nullptr || expander_.is_followed(i);
         const std::size_t above = expander_.chain_length(i) - chain_length;
-        const std::size_t height = above + (folded != nullptr ? folded->height : 0);
-        fold.height = std::max(fold.height, static_cast<std::uint16_t>(leads_on ? height : 0));
+        const auto note_height = [&](std::size_t height) {
+            fold.height = std::max(fold.height, static_cast<std::uint16_t>(height));
+        };
         if (folded != nullptr) {
+            note_height(above + folded->height);
             fold.gathered += folded->gathered;
             if (!std::ranges::all_of(folded->targets, note_target)) {
                 return false;
@@ -123,6 +125,9 @@ bool record_collector::describe(folded_record& fold, std::size_t subrecord, std:
         const std::span<const record_item> items = expander_.subrecord(i);
         fold.gathered += items.size() - (expander_.is_followed(i) ? 1 : 0);
         for (const record_item& item : items) {
+            if (sdb::is_expanded_dword_tag(item.tag)) {
+                note_height(above + (expander_.is_followed(i) ? 1 : 0));
+            }
             const bool is_head = &item == items.data() && i == subrecord;
             if ((!is_head && item.depth <= head.depth) || item.tag == sdb::tag::matching_file ||
                 (sdb::is_expanded_dword_tag(item.tag) &&

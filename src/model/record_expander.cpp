@@ -33,10 +33,19 @@ std::span<const record_item> record_expander::items_of(const group& found) const
                : std::span(references_).subspan(found.first, found.last - found.first);
 }
 
-std::uint16_t record_expander::depth(std::size_t index) const noexcept
+record_item record_expander::head(std::size_t index) const noexcept
 {
     const folded_record* const folded = this->folded(index);
-    return folded != nullptr ? folded->depth : subrecord(index).front().depth;
+    return folded != nullptr ? folded->items.front() : subrecord(index).front();
+}
+
+bool record_expander::stands_apart(std::size_t index, std::size_t last) const noexcept
+{
+    if (last + 1 == subrecords_.size()) {
+        return true;
+    }
+    const record_item next = head(last + 1);
+    return is_list(next) && next.depth <= head(index).depth;
 }
 
 bool record_expander::expand(std::uint32_t tag_offset, bool follow_references,
@@ -96,8 +105,8 @@ bool record_expander::fits_the_folds(const listing_budget& budget) const
     if (used_.empty()) {
         return true;
     }
-    for (std::size_t i = 0; i + 1 < subrecords_.size(); ++i) {
-        if (subrecords_[i].is == kind::folded && depth(i + 1) > depth(i)) {
+    for (std::size_t i = 0; i < subrecords_.size(); ++i) {
+        if (subrecords_[i].is == kind::folded && !stands_apart(i, i)) {
             return false;
         }
     }

@@ -62,7 +62,9 @@ public:
     {
         return subrecords_[index].is == kind::followed;
     }
-    std::uint16_t depth(std::size_t index) const noexcept;
+    // Whether nothing that comes behind a sub-record, or the last of some, hangs from the one that begins
+    // there: the next is a list that is no deeper.
+    bool stands_apart(std::size_t index, std::size_t last) const noexcept;
     // Through how many followed records one comes to it.
     std::size_t chain_length(std::size_t index) const noexcept
     {
@@ -90,6 +92,7 @@ private:
         return std::span(bodies_).subspan(first, last - first);
     }
     std::span<const record_item> items_of(const group& found) const noexcept;
+    record_item head(std::size_t index) const noexcept;
     bool gather_all(sdb::tag_ordinal head, bool follow_references, listing_budget& budget);
     bool fits_the_folds(const listing_budget& budget) const;
     void reserve_room(std::size_t lists);

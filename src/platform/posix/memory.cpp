@@ -48,12 +48,12 @@ void free_large(void* memory, std::size_t bytes) noexcept
 
 void forget(const void* part, std::size_t bytes) noexcept
 {
-    constexpr std::uintptr_t page = 4096;
-    const auto begin = reinterpret_cast<std::uintptr_t>(part);
-    const std::uintptr_t first = (begin + page - 1) / page * page;
-    const std::uintptr_t end = (begin + bytes) / page * page;
-    if (first < end) {
-        ::madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED);
+    constexpr std::size_t page = 4096;
+    const std::size_t over = reinterpret_cast<std::uintptr_t>(part) % page;
+    const std::size_t before = over == 0 ? 0 : page - over;
+    if (bytes > before) {
+        char* const first = const_cast<char*>(static_cast<const char*>(part)) + before;
+        ::madvise(first, (bytes - before) / page * page, MADV_DONTNEED);
     }
 }
 
