@@ -216,22 +216,27 @@ class Costs(Runs):
         self.assertLess(memory, 10 * size + 64 * MIB)
         self.assertLessEqual(printed, 64 * size + 66 * MIB)
 
+    def cheapest(self, maker, number, options, known=float("inf")):
+        """Processor time and text of a run, within its bounds; a moment of a busy machine is not it."""
+        path, size = self.made(maker, number)
+        runs = [self.run_measured(options, path) for _ in range(5)]
+        said = self.read("said").decode()
+        self.assertTrue(not any(run[0] for run in runs) or any(word in said for word in TOLD), said)
+        self.hold_bounds(size, max(run[2] for run in runs), runs[0][3])
+        return min(known, *(run[1] for run in runs)), runs[0][3]
+
     def test_twice_the_input_takes_less_than_three_times_the_work(self):
         for name, (maker, count, options) in ROWS.items():
             with self.subTest(name):
-                costs = []
-                for number in (count, 2 * count):
-                    path, size = self.made(maker, number)
-                    runs = [self.run_measured(options, path) for _ in range(5)]
-                    said = self.read("said").decode()
-                    self.assertTrue(not any(run[0] for run in runs) or
-                                    any(word in said for word in TOLD), said)
-                    costs.append((min(run[1] for run in runs), runs[0][3]))
-                    self.hold_bounds(size, max(run[2] for run in runs), runs[0][3])
-                (time, text), (more_time, more_text) = costs
-                # Within the bound on text, work may grow as that does.
-                growth = max(2, more_text / text)
-                self.assertLess(more_time, 1.5 * growth * time)
+                time = more_time = float("inf")
+                for _ in range(3):
+                    time, text = self.cheapest(maker, count, options, time)
+                    more_time, more_text = self.cheapest(maker, 2 * count, options, more_time)
+                    # Within the bound on text, work may grow as that does.
+                    most_time = 1.5 * max(2, more_text / text) * time
+                    if more_time < most_time:
+                        break
+                self.assertLess(more_time, most_time)
 
     def test_what_has_no_end_of_its_own_is_ended_and_told(self):
         for name, (maker, options, word) in BEYOND.items():
