@@ -32,7 +32,7 @@ bool list_work::take_list_ahead()
         is_all_held_ = !list_.stdin_list_next(path);
         if (!is_all_held_) {
             held_.push_back(path);
-            held += sizeof path + path.size();
+            held += sizeof(std::string) + path.size();
         }
     }
     const outputs::stream_kind stream = files_.examined_stream(held_);
