@@ -15,6 +15,7 @@ import xml.parsers.expat
 from pathlib import Path
 
 from support import hives
+from support.json_lines import read_report
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
 
 KINDS = ("open", "close", "read", "write", "seek", "stat", "rename", "readdir", "thread", "memory")
@@ -62,6 +63,8 @@ class Faults(Runs):
         """A document is one for all that; what was not put in its place is named."""
         if result.stdout.startswith(b"<?xml"):
             xml.parsers.expat.ParserCreate().Parse(result.stdout, True)
+        elif result.stdout.startswith(b"{"):
+            read_report(result.stdout, validated=False)
         if os.path.exists(self.path("out.partial")):
             self.assertIn(b"out.partial", result.stderr)
 
@@ -97,6 +100,12 @@ class Faults(Runs):
     def test_long_listing(self):
         self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-quiet")
 
+    def test_long_listing_in_json(self):
+        self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-guids", "-json", "-quiet")
+
+    def test_statistics_in_json(self):
+        self.check("-stats", "-json", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
     def test_statistics(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT",
                    "-threads", "3")
@@ -121,8 +130,9 @@ class Faults(Runs):
                    "-out", "OUT")
 
     def test_match_with_a_program(self):
-        self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
-                   "-quiet")
+        for form in ("-xml", "-json"):
+            self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
+                       "-quiet", form)
 
     def test_program(self):
         self.check("-pe", "IN/tool2.exe", "-stats", "-quiet")

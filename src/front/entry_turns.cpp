@@ -196,7 +196,8 @@ entry_output::entry_output(entry_turns& turns, std::string path)
 input_output entry_output::make_streams()
 {
     const bool is_one = &turns_.to_.console == &turns_.to_.report;
-    return {report_, is_one ? report_ : console_, messages_, log_, *this, turns_.to_.threads};
+    return {report_, is_one ? report_ : console_, messages_,        log_,
+            *this,   turns_.to_.threads,          turns_.to_.counts};
 }
 
 void entry_output::messages::say(const std::string& message)

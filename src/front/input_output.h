@@ -1,5 +1,8 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include "form/writer.h"
 #include "front/diag_log.h"
 #include "io/notice.h"
@@ -34,6 +37,13 @@ private:
     form::stream_state state_;
 };
 
+// How many inputs were told about, and how many could not be, on however many threads.
+struct input_counts {
+    std::atomic<std::uint64_t> databases = 0;
+    std::atomic<std::uint64_t> programs = 0;
+    std::atomic<std::uint64_t> failed = 0;
+};
+
 // What one input writes to, and who may help with it.
 struct input_output {
     uni::text_buffer& report;
@@ -42,6 +52,7 @@ struct input_output {
     diag_log& log;
     stream_place& place;
     uni::thread_allowance& threads;
+    input_counts& counts;
 };
 
 } // namespace front

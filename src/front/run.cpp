@@ -27,7 +27,39 @@ public:
         : options_(options), targets_(targets), files_(files), out_(out), inputs_(options, targets)
     {}
 
-    void do_all()
+    void do_all(const form::run_facts& facts)
+    {
+        stream_ = make_writer(out_.report); // while there is memory
+        stream_->begin_stream(facts);
+        try {
+            do_work();
+        } catch (...) {
+            end_stream(false);
+            throw;
+        }
+        end_stream(!out_.notices.failed());
+    }
+
+private:
+    std::unique_ptr<form::writer> make_writer(uni::text_buffer& out) const
+    {
+        return form::form_of(options_.form).make(out, options_, out_.place.state_before());
+    }
+
+    void end_stream(bool is_whole)
+    {
+        if (!may_write_) {
+            return;
+        }
+        stream_->set_state(out_.place.state_before());
+        stream_->end_stream({.databases = out_.counts.databases,
+                             .programs = out_.counts.programs,
+                             .failed = out_.counts.failed,
+                             .is_whole = is_whole,
+                             .was_refused = was_refused_});
+    }
+
+    void do_work()
     {
         if (options_.list_sdb && !options_.pe_stats) {
             list_databases();
@@ -42,54 +74,48 @@ public:
         }
     }
 
-private:
-    std::unique_ptr<form::writer> make_writer(uni::text_buffer& out) const
-    {
-        return form::form_of(options_.form).make(out, options_, out_.place.state_before());
-    }
-
     void work_on_targets()
     {
         if (targets_.files.empty() && !options_.searches_default_places) {
             print_usage();
             out_.notices.note_failure();
+            was_refused_ = true;
             return;
         }
         if (targets_.files.empty()) {
             say_nothing_found();
         }
-        const auto closing = make_writer(out_.report); // while there is memory
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
             try {
                 inputs_.tell_target(path, out_);
             } catch (const std::exception&) {
                 if (targets_.files.size() == 1) {
-                    end_stream(*closing);
                     throw; // it is the run that ends
                 }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
+                inputs_.tell_failure(path, "exception caught", out_);
             }
             if (!out_.report.good()) {
                 return;
             }
         }
-        end_stream(*closing);
-    }
-
-    void end_stream(form::writer& closing)
-    {
-        closing.set_state(out_.place.state_before());
-        closing.end_stream();
     }
 
     void work_on_entries()
     {
-        list_work list(options_, files_, out_, [this](const std::string& path, const auto& out) {
-            return inputs_.tell_entry(path, out);
-        });
+        list_work list(
+            options_, files_, out_,
+            [this](const std::string& path, const auto& out) {
+                return inputs_.tell_entry(path, out);
+            },
+            [this](const std::string& path, const std::string& reason, const auto& out) {
+                inputs_.tell_failure(path, reason, out);
+            });
         const auto threads = uni::threads_for(options_.bounds.threads);
-        if (list.do_all(threads) == list_work::outcome::none_of_use) {
+        const list_work::outcome result = list.do_all(threads);
+        may_write_ = result != list_work::outcome::refused;
+        if (result == list_work::outcome::none_of_use) {
             out_.notices.fail(options_.pe_stats ? "no program in the list\n"
                                                 : "no database in the list\n");
         }
@@ -97,12 +123,15 @@ private:
 
     void list_databases()
     {
-        const auto form = make_writer(out_.console);
+        // What begins and ends its stream itself has one stream alone.
+        const bool is_in_report = form::form_of(options_.form).header == form::banner::in_the_form;
+        const auto form = make_writer(is_in_report ? out_.report : out_.console);
         report::job work{options_, *form, out_.console, out_.notices};
         work.targets = &targets_;
         if (!report::report_of("listsdb").make(work)) {
             say_nothing_found();
         }
+        out_.counts.databases = targets_.files.size();
     }
 
     void say_nothing_found()
@@ -118,6 +147,9 @@ private:
     outputs& files_;
     const input_output& out_;
     const input_work inputs_;
+    std::unique_ptr<form::writer> stream_; // of what belongs to no input
+    bool was_refused_ = false;
+    bool may_write_ = true;
 };
 
 } // namespace
@@ -171,12 +203,25 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
 }
 
 void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-         const model::run_targets& targets, outputs& files, diag_log& log, io::notices& notices)
+         const form::run_facts& facts, const model::run_targets& targets, outputs& files,
+         diag_log& log, io::notices& notices)
 {
-    one_by_one place({.is_lone = !options.is_list_form() && targets.files.size() == 1});
+    // A form that begins its stream itself needs no input to know of those before it.
+    one_by_one place(
+        {.is_lone = !options.is_list_form() && targets.files.size() == 1,
+         .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
-    const input_output streams{out, standard_output, notices, log, place, threads};
-    run_work(options, targets, files, streams).do_all();
+    input_counts counts;
+    const input_output streams{out, standard_output, notices, log, place, threads, counts};
+    run_work(options, targets, files, streams).do_all(facts);
+}
+
+void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
+                  const form::run_facts& facts)
+{
+    const auto stream = form::form_of(options.form).make(out, options, {});
+    stream->begin_stream(facts);
+    stream->end_stream({.is_whole = false, .was_refused = true});
 }
 
 } // namespace front

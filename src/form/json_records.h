@@ -1,0 +1,158 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "form/tag_text.h"
+#include "io/large_vector.h"
+#include "model/record_expander.h"
+#include "model/record_groups.h"
+#include "model/record_outline.h"
+#include "request/bounds.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
+
+// Records as JSON, a line each. A list is an object:
+//
+//   reference  of a followed record: the offset of the tag that led to it
+//   tag, offset, size
+//   values     each scalar under the name of its tag; of several of a name the first
+//   at         the offsets of these scalars under the same names
+//   raw        of values that do not show all their bits, these bits
+//   tags       the tag words of scalars whose names do not tell them: bytes, and tags of no known type
+//   repeated   of several scalars of a name all, as an array of {"at", "value"}, with raw and tag as above
+//   children   the lists in it, as objects
+//   cut        true where it ends early
+//
+// raw, tags, repeated, reference and cut are left out where there is nothing to tell. Readers follow lists in
+// one another only so deep: what stands deeper begins a line of its own, with `within`, the offset of the
+// list around it.
+namespace form {
+
+inline constexpr std::size_t longest_member = 48; // `,"name":`
+
+// How the scalars of a tag are written.
+struct json_member {
+    // `,"name":`, in a block of one size, which is copied whole (list_applications/json in
+    // bench/listing_benchmark.cpp).
+    std::array<char, longest_member> name{};
+    std::uint8_t length = 0; // of the name in the block
+    value_form form = value_form::nothing;
+    bool is_dword = false;    // and a plain number
+    bool shares_name = false; // with other tags
+    std::uint16_t key = 0;    // the tag that stands for all of its name
+};
+
+class json_record_writer {
+public:
+    // `line_begin` stands at the beginning of each line, up to the comma in front of the next member.
+    json_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
+                       const request::bounds& bounds, std::string line_begin);
+
+    // Writes one record. It ends early, with all its lists closed, and answers false where `most_text` bytes
+    // were written to the buffer.
+    bool write_record(const model::record_groups& groups, std::uint64_t most_text,
+                      model::folded_records& folds);
+
+    // Closes what a record left open that an exception ended.
+    void abandon_record();
+
+    ~json_record_writer();
+    json_record_writer(const json_record_writer&) = delete;
+    json_record_writer& operator=(const json_record_writer&) = delete;
+
+private:
+    friend model::record_outline;
+
+    struct open_list {
+        std::uint32_t offset;
+        bool has_children = false;
+    };
+    using item_span = std::span<const model::record_item>;
+
+    // A record's lists, as its outline shows them.
+    bool enter(item_span items, std::uint32_t reference);
+    void leave();
+    bool enter_folded(const model::folded_record& folded, std::uint32_t reference);
+    void begin_foldable() { may_fold_ = true; }
+    void end_foldable(const model::folded_record& fold, item_span items);
+
+    // A followed record that cannot stand as its text, gathered once more.
+    struct expanded_record;
+    bool enter_expanded(std::uint32_t record, std::uint32_t reference);
+
+    static constexpr std::uint64_t usual_close = 32;
+    // Whether a record may go on, what closes its lists included. Once it may not, it stays so.
+    bool has_room() noexcept
+    {
+        is_cut_ = is_cut_ || !out_.good() || out_.total() + usual_close * open_.size() > most_text_;
+        return !is_cut_;
+    }
+    void begin_list(std::uint32_t reference);
+    void begin_child(open_list& outer);
+    // So many lists are open, or would be.
+    void note_nested(std::size_t open) noexcept
+    {
+        folded_nested_ = std::max(folded_nested_, open + 1 - std::min(folded_depth_, open + 1));
+    }
+    void end_line();
+    void close_list();
+    void write_offset(std::string_view name, std::uint32_t offset);
+    const json_member& member_of(std::uint16_t tag)
+    {
+        const std::size_t slot = sdb::tag_slot(tag);
+        return slot != sdb::tag_slots - 1 ? known_[slot] : uncommon_member(tag);
+    }
+    const json_member& uncommon_member(std::uint16_t tag);
+    bool is_first_of_its_name(const json_member& member)
+    {
+        return std::exchange(seen_in_[member.key], pass_) != pass_;
+    }
+    char* open_member(const json_member& member, bool is_first);
+    void write_values(item_span items);
+    bool write_member(const model::record_item& item, const json_member& member, bool is_first);
+    bool write_short_text(std::uint32_t reference);
+    void write_places(item_span items);
+    void write_more(std::string_view opening, item_span items, auto&& write);
+    void write_repeated(item_span items);
+
+    uni::text_buffer& out_;
+    const sdb::sdb_database& database_;
+    std::string line_begin_;
+    std::uint64_t most_text_ = 0;
+    bool is_cut_ = false; // the record in work
+    model::record_outline outline_;
+    const request::bounds& bounds_;
+    model::folded_records* folds_ = nullptr; // of the record in work
+    std::unique_ptr<expanded_record> expanded_;
+    std::span<const json_member> known_; // by their tags' slots
+    json_member uncommon_;
+    // The followed record in work that may be kept: the place where its text began, 0 for none, how many lists are
+    // open with its own, and how many of those in it stand in one another.
+    bool may_fold_ = false; // what is entered next
+    std::uint64_t folded_begin_ = 0;
+    std::size_t folded_depth_ = 0;
+    std::size_t folded_nested_ = 0;
+    io::large_vector<open_list> open_;
+    std::size_t line_start_ = 0; // as many of them stand in lines that have ended
+    // What completes the object in work, up to its children, where an exception ends it.
+    std::string_view completion_;
+
+    // State of the list in work.
+    std::uint32_t pass_ = 0;                      // over its scalars
+    io::large_vector<std::uint32_t> seen_in_;     // by tag: the pass that met its name last
+    io::large_vector<std::uint32_t> repeats_in_;  // the same, not for the first time
+    std::size_t written_ = 0;                     // of its names
+    io::large_vector<model::record_item> hidden_; // scalars whose values do not show all their bits
+    io::large_vector<model::record_item> sharing_; // scalars whose names do not tell their tags
+    bool has_repeated_ = false;
+    io::large_vector<std::uint32_t> repeated_; // places of the scalars whose names repeat
+};
+
+} // namespace form
