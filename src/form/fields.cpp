@@ -87,6 +87,19 @@ void write_fields(uni::text_buffer& out, std::span<const cell> cells,
     out.line_end();
 }
 
+void write_names(uni::text_buffer& out, std::span<const cell> cells,
+                 const request::cmd_params& style)
+{
+    for (const cell& one : cells) {
+        write_field(out, one.name, style.csv_separator);
+        if (&one == &cells.back()) {
+            out.line_end();
+        } else {
+            out.text(style.csv_separator);
+        }
+    }
+}
+
 void write_heading(uni::text_buffer& out, std::string_view text, const request::cmd_params& style)
 {
     write_field(out, uni::marked(text), style.csv_separator);

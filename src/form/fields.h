@@ -36,6 +36,10 @@ void write_field(uni::text_buffer& out, std::string_view text, std::string_view 
 void write_fields(uni::text_buffer& out, std::span<const cell> cells,
                   const request::cmd_params& style, const sdb::sdb_database* database);
 
+// Writes the names of cells as the head of a table.
+void write_names(uni::text_buffer& out, std::span<const cell> cells,
+                 const request::cmd_params& style);
+
 // Writes a heading above rows as a row of one field.
 void write_heading(uni::text_buffer& out, std::string_view text, const request::cmd_params& style);
 

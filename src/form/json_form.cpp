@@ -71,10 +71,18 @@ public:
         out_.character('"');
         out_.text(database_member_);
         for (const cell& one : cells) {
-            write_json_member(out_, one.name, one.shown, document_.database);
+            if (!one.names_document || database_member_.empty()) {
+                write_json_member(out_, one.name, one.shown, document_.database);
+            }
         }
         out_.literal("}\n");
         return goes_on();
+    }
+    bool line(std::string_view) override { return goes_on(); }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        return row(kind, cells);
     }
     void aside(uni::text_buffer&, std::string_view) override {}
     void end_asides(uni::text_buffer&) override {}

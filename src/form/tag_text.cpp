@@ -295,4 +295,18 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
     return false;
 }
 
+std::optional<std::string> comparable_text(const sdb::sdb_database& database, std::uint32_t offset,
+                                           std::size_t longest, const request::cmd_params& style)
+{
+    const std::uint16_t tag = database.tag_from(offset);
+    if (const auto type = sdb::tag_type(tag); type == type::stringref || type == type::string) {
+        return stored_text_of(database, tag, offset, longest);
+    }
+    uni::text_buffer text;
+    if (!write_tag_text(text, database, tag, offset, style)) {
+        return std::nullopt;
+    }
+    return std::string(text.view());
+}
+
 } // namespace form

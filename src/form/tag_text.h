@@ -54,6 +54,11 @@ std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored,
 std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
                                           std::uint32_t offset, std::size_t longest);
 
+// The text of a tag as it is held against that of a program: a stored text as it stands, or a beginning of
+// it, any other value as forms of lines have it; nothing for a tag that has none.
+std::optional<std::string> comparable_text(const sdb::sdb_database& database, std::uint32_t offset,
+                                           std::size_t longest, const request::cmd_params& style);
+
 // Marks what of a text may not be shown in a row or a line of the run.
 void mark_text(std::string& text, const request::cmd_params& style);
 std::string marked_text(std::string_view text, const request::cmd_params& style);

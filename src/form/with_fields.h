@@ -25,6 +25,16 @@ public:
         write_fields(this->out_, cells, this->style_, this->document_.database);
         return this->goes_on();
     }
+    bool line(std::string_view) override { return this->goes_on(); }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        if (!this->state_.head_stands) {
+            write_names(this->out_, cells, this->style_);
+            this->state_.head_stands = true;
+        }
+        return row(kind, cells);
+    }
 };
 
 } // namespace form
