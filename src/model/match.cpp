@@ -143,6 +143,29 @@ public:
         return is_complete && text_left_ != 0;
     }
 
+    // Calls `act` with the file name of each list, and what stands in it. False as for run().
+    bool name_all(auto&& act)
+    {
+        constexpr std::size_t longest_path = 0x8000;
+        longest_key_ = longest_path;
+        record_expander expander(database_);
+        for (const sdb::tag_ordinal record :
+             database_.children().lists_around(tag::matching_file)) {
+            if (budget_.is_used_up() || text_left_ == 0) {
+                return false;
+            }
+            if (!expander.expand(database_.offset_at(record), false, budget_)) {
+                continue;
+            }
+            const item_span items = expander.own_items();
+            for_each_list(items, [&](std::uint32_t list, item_span members) {
+                act(file_name(), looked_at_list{items.front().offset, list}, members.empty());
+                return true;
+            });
+        }
+        return text_left_ != 0;
+    }
+
     void compare(const looked_at_lists& wanted, comparison_listener& listener)
     {
         record_expander expander(database_);
@@ -479,6 +502,40 @@ bool match_program(match_results& results, const sdb::sdb_database& database, co
 {
     results.clear();
     return matcher(database, file, path, texts, bounds).run(results, looked_at);
+}
+
+match_index::match_index(const sdb::sdb_database& database, const tag_texts& texts,
+                         const request::bounds& bounds)
+{
+    const pe_list nothing;
+    const std::string no_path;
+    matcher names(database, nothing, no_path, texts, bounds);
+    is_complete_ =
+        names.name_all([this](std::string name, const looked_at_list& list, bool is_empty) {
+            uni::lower_text(name);
+            by_name_[std::move(name)].push_back({list, is_empty});
+        });
+}
+
+looked_at_lists match_index::find(const std::string& path) const
+{
+    looked_at_lists found;
+    const file_keys keys(path);
+    auto named = by_name_.find(keys.name);
+    found.by_path = named == by_name_.end();
+    if (found.by_path) {
+        named = by_name_.find(keys.full);
+    }
+    if (named != by_name_.end()) {
+        for (const named_list& one : named->second) {
+            if (!one.is_empty) {
+                found.lists.push_back(one.list);
+            }
+        }
+        std::ranges::sort(found.lists);
+        found.lists.erase(std::unique(found.lists.begin(), found.lists.end()), found.lists.end());
+    }
+    return found;
 }
 
 void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,
