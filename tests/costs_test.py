@@ -71,6 +71,19 @@ def operations(size):
                tag(BITS, struct.pack("<III", 4, 12, size // 2) * (size // 12)))
 
 
+def patched(count):
+    """Programs that share a patch of many operations."""
+    value = b"".join(struct.pack("<IIIII", 2, 85, 1, i, 0) + b"a".ljust(65, b"\0") for i in range(count))
+    refers = tag(EXE, NAMED, tag(0x700a, dword(NAME, 6), dword(REFERENCE, FIRST)))
+    return tag(PATCH, dword(NAME, 6), tag(BITS, value)) + refers * count
+
+
+def layers(count):
+    """Programs that share a layer, which refers to itself."""
+    layer, refers = 0x700b, tag(0x700b, dword(NAME, 6), dword(0x401a, FIRST))
+    return tag(layer, NAMED, refers * 100) + tag(EXE, NAMED, refers) * (count // 100)
+
+
 def deflated(contents):
     packed = zlib.compress(contents, 9)
     return (struct.pack("<II4sQ", 2, 1, b"zdbf", 0) + packed).ljust(len(contents) // 8, b"\0")
@@ -140,6 +153,17 @@ ROWS = {
     "scalars behind an empty list": (
         lambda n: image(tag(EXE, tag(SHIM), struct.pack("<H", NULL) * n)), 200_000, "-exes"),
     "a sparse hive": (lambda n: n << 24, 40, "-stats -reg SPARSE"),
+    "fan of references, explained": (lambda n: image(fan(n)), 2_000, "-explain"),
+    "a patch of many, explained": (lambda n: image(patched(n)), 3_000, "-explain"),
+    "layers in layers, explained": (lambda n: image(layers(n)), 20_000, "-explain"),
+    "a long name of many, explained": (lambda n: long_name(n // 8, n), 400_000, "-explain -csv"),
+    "empty lists, explained": (lambda n: image(tag(EXE) * n), 400_000, "-explain -only high"),
+    "empty patches, explained": (lambda n: image(tag(PATCH) * n), 200_000, "-explain -csv -only low"),
+    "operations, explained": (lambda n: image(operations(n)), 1_200_000, "-explain"),
+    "nested lists, compared": (lambda n: image(nested(n)), 100_000, "-diff examples/sample.sdb"),
+    "alike in name, compared": (lambda n: image(*(tag(EXE, NAMED, dword(0x4001, i)) for i in range(n))),
+                                50_000, "-diff examples/sample.sdb"),
+    "nested lists, known": (lambda n: image(nested(n)), 250, "-exes -known examples/sample.sdb"),
 }
 
 # What would have no end of its own: more of what stands above, or of a kind by itself.

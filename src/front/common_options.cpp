@@ -59,6 +59,7 @@ bool take_form(parsing& now, const option_row& option, const std::string&)
         *std::ranges::find(form::all_forms(), option.name, &form::form_row::option);
     request::cmd_params& params = now.options;
     params.form = row.name;
+    params.form_given = true;
     set_csv_separator(params, row.separator);
     if (row.separator_blanks != form::blanks::as_they_are) {
         params.no_whitespace = row.separator_blanks == form::blanks::none || !params.pair_datetime;

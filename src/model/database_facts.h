@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "io/byte_source.h"
+#include "model/differences.h"
 #include "model/image_digests.h"
 #include "platform/digests.h"
 #include "request/bounds.h"
@@ -48,8 +49,9 @@ database_identity identity_of(const sdb::sdb_database& database);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts. The `digests` of
-// its image are computed here where they were not started.
+// its image are computed here where they were not started. What is `known` does not count.
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds = {}, image_digests* digests = nullptr);
+                  const request::bounds& bounds = {}, image_digests* digests = nullptr,
+                  const known_filter* known = nullptr);
 
 } // namespace model

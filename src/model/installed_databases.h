@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hive/hive_query.h"
+#include "model/registry_entries.h"
 #include "ntfs/volume.h"
 #include "request/sdb_opts.h"
 
@@ -69,6 +70,7 @@ private:
 struct run_targets {
     std::vector<std::string> files;
     installed_databases installed;
+    registry_lists lists;   // of a run that explains
     bool has_volume = true; // false where the image of one proved to be none
 };
 

@@ -1,12 +1,16 @@
 #pragma once
 
+#include <deque>
 #include <string>
 
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
+#include "model/differences.h"
+#include "model/explain_context.h"
 #include "model/image_digests.h"
 #include "model/installed_databases.h"
+#include "model/matchable_database.h"
 #include "model/pe_properties.h"
 #include "model/search.h"
 #include "request/sdb_opts.h"
@@ -32,11 +36,18 @@ struct job {
 
     // What the kind of report calls for; the others are null.
     const sdb::sdb_database* database = nullptr;
-    model::search* search = nullptr; // in this database
+    model::search* search = nullptr;            // in this database
+    const model::known_filter* known = nullptr; // what of it is to be left out; null for nothing
     const model::installed_database* installed =
         nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
+    const std::deque<model::matchable_database>* candidates = nullptr; // to catch the program
     const model::run_targets* targets = nullptr;
+    const model::explain_context* explained = nullptr;
+    const sdb::sdb_database* other = nullptr; // that the database is compared with
+    std::string other_path = {};
+    bool is_named = false;           // the database, on the command line
+    model::file_probe is_there = {}; // of the run's registry
 };
 
 } // namespace report

@@ -147,7 +147,9 @@ bool record_listing::print_records(ordinals_span ordinals)
             form_.cut();
             break;
         }
-        if (!are_lists || search_.may_list_pass(ordinal)) {
+        const bool may_pass = !are_lists || (search_.may_list_pass(ordinal) &&
+                                             !search_.is_known(database_.offset_at(ordinal)));
+        if (may_pass) {
             printed |= print_record(database_.offset_at(ordinal));
         }
     }

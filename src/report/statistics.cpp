@@ -337,7 +337,8 @@ private:
 bool tell_statistics(const job& work)
 {
     model::database_facts facts;
-    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.digests)) {
+    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.digests,
+                             work.known)) {
         return false;
     }
     if (!facts.counts_are_exact) {

@@ -37,6 +37,7 @@ struct cmd_params {
 
     // The form of the output by its name in the table of forms.
     std::string_view form = "xml";
+    bool form_given = false;
 
     std::string dateformat = "yyyy-mm-dd";
     std::string timeformat = "hh:mm:ss.xxx";

@@ -135,4 +135,27 @@ made_report program_report(const model::pe_list& properties, const request::sdb_
     });
 }
 
+made_report explained_report(const sdb::sdb_database& database, const request::sdb_opts& options,
+                             const model::known_filter* known)
+{
+    static const model::explain_context context;
+    return make(options, {}, [&](report::job& work) {
+        work.database = &database;
+        work.explained = &context;
+        work.known = known;
+        return report::make_database_report(work);
+    });
+}
+
+made_report difference_report(const sdb::sdb_database& before, const sdb::sdb_database& after,
+                              const request::sdb_opts& options)
+{
+    return make(options, {}, [&](report::job& work) {
+        work.database = &before;
+        work.other = &after;
+        work.other_path = "other.sdb";
+        return report::report_of("diff").make(work);
+    });
+}
+
 } // namespace test_support

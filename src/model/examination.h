@@ -1,0 +1,102 @@
+// What a database would do: its subjects (programs, packages, drivers, and what no program uses), what each
+// of them gets, and what is unusual about them and about the database.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "model/differences.h"
+#include "model/finding.h"
+#include "model/fix_uses.h"
+#include "model/knowledge.h"
+#include "request/bounds.h"
+#include "sdb/database.h"
+
+namespace model {
+
+// What is known of a database beside its bytes.
+struct examined_database {
+    const sdb::sdb_database& database;
+    const knowledge& known;
+    bool is_vendors_own = false; // by place, name and identifier together
+    std::uint64_t now = 0;       // FILETIME ticks, of the run; 0 if that does not matter
+    // What stands in known databases is left out; null for nothing.
+    const known_filter* known_ones = nullptr;
+};
+
+// A record that a database is about, with what it gets.
+struct subject {
+    std::uint32_t record = 0;
+    std::vector<fix_use> uses;
+    std::vector<finding> findings; // the heaviest first, those of one weight by identifier
+    bool is_whole = true;          // otherwise there are more fixes than are looked at
+};
+
+// Findings about one thing, of one kind no more than a reader takes in; how many there were is kept.
+class finding_list {
+public:
+    void add(finding one);
+    // Sorts them as those of a subject are.
+    void settle();
+    std::span<const finding> all() const noexcept { return findings_; }
+    // Those of a kind that are not in the list.
+    struct surplus {
+        const finding_kind* kind;
+        std::uint64_t count;
+    };
+    std::vector<surplus> left_out() const;
+
+private:
+    static constexpr std::uint64_t most_of_a_kind = 1000;
+    std::vector<finding> findings_;
+    std::vector<surplus> counts_;
+};
+
+class examination {
+public:
+    explicit examination(const examined_database& examined, const request::bounds& bounds = {});
+    ~examination();
+    examination(const examination&) = delete;
+    examination& operator=(const examination&) = delete;
+
+    // The subjects in the order in which they are to be looked at: those with a high finding first, then
+    // by the sum of what is found, then as they stand.
+    std::span<const std::uint32_t> subjects() const noexcept { return order_; }
+    // How many are left out, as they stand in known databases.
+    std::size_t known_subjects() const noexcept { return known_; }
+    std::size_t with_high_finding() const noexcept { return with_high_; }
+    // What one of them gets, and what is unusual about it.
+    void look_at(subject& seen, std::uint32_t record);
+    // What is unusual about the database itself.
+    const finding_list& of_database() const noexcept { return of_database_; }
+    // A fix by its reference; null for one that is not known.
+    const known_fix* fix_of(std::uint32_t reference);
+
+private:
+    class subject_judge;
+
+    std::unique_ptr<subject_judge> judge_;
+    std::vector<std::uint32_t> order_;
+    std::size_t with_high_ = 0;
+    std::size_t known_ = 0;
+    finding_list of_database_;
+};
+
+// Findings about what a database says of itself, and about how it is built.
+void judge_database(finding_list& findings, const examined_database& examined);
+
+// Whether a name is one of an update of the system.
+bool poses_as_update(const knowledge& known, std::string_view name);
+
+// A finding of that kind, weighed for a database; none where it has no meaning there.
+std::optional<finding> found(const examined_database& examined, signal what, std::uint32_t offset);
+
+// The heaviest first, those of one weight by identifier, then as they stand.
+void sort_findings(std::vector<finding>& findings);
+
+} // namespace model

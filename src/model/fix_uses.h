@@ -1,0 +1,33 @@
+// What a record gets: the fixes to which it refers, with what the layers among them open up to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "sdb/database.h"
+
+namespace model {
+
+struct fix_use {
+    std::uint32_t reference = 0;  // the list that refers to it
+    std::uint32_t definition = 0; // 0 where this database has none: it is the system's
+    std::uint16_t depth = 0;      // through how many layers
+    bool is_broken = false;       // it refers to something else than a definition of its kind
+};
+
+// How much of layers may be opened up, for all records of one database together.
+struct use_allowance {
+    std::size_t of_one = 100'000; // fixes of one record
+    std::size_t left = 0;         // of all
+};
+
+// Whether a tag refers to a fix, where it stands in a record.
+bool is_fix_reference(std::uint16_t tag);
+
+// Appends the fixes of a record, each layer with what it holds behind it. False if some were left out for
+// the allowance.
+bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,
+                     std::uint32_t record, use_allowance& allowance);
+
+} // namespace model
