@@ -45,7 +45,7 @@ id_set ids_in(const bytes& image, bool is_vendors_own = false)
     model::subject seen;
     for (const std::uint32_t record : all.subjects()) {
         all.look_at(seen, record);
-        add_ids(ids, seen.findings);
+        add_ids(ids, seen.findings.all());
     }
     return ids;
 }

@@ -301,7 +301,9 @@ bool input_work::match_program_entry(const std::string& path, const input_output
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
     work.candidates = &candidates_;
-    report::report_of("caught").make(work);
+    if (!report::report_of("caught").make(work) && !options_.is_list_form()) {
+        out.notices.say("no matches found: %s\n", path.c_str());
+    }
     ++out.counts.programs;
     return true;
 }

@@ -355,25 +355,35 @@ bool take_knowledge(parsing& now, const option_row&, const std::string& value)
     return file_is_there(now.options.knowledge_paths.back(), now.notices);
 }
 
-// Beside a volume another volume, beside a folder or a database another of these.
-bool take_diff(parsing& now, const option_row& row, const std::string& value)
+bool take_diff(parsing& now, const option_row&, const std::string& value)
 {
-    request::sdb_opts& options = now.options;
-    if (options.partition_given) {
-        const auto volume = platform::volume_at(value);
-        options.diff_path = volume ? *volume : volume_of_letter(value).value_or("");
-        if (options.diff_path.empty()) {
-            now.notices.fail("no volume: %s\n", value.c_str());
-        }
-        return !options.diff_path.empty();
+    now.options.diff_path = value;
+    return true;
+}
+
+// Beside a volume another volume is compared, beside a folder or a database another of these.
+bool settle_diff(request::sdb_opts& options, io::notices& notices)
+{
+    std::string& path = options.diff_path;
+    if (path.empty()) {
+        return true;
     }
-    options.diff_path = expanded(value);
+    if (options.partition_given) {
+        const auto volume = platform::volume_at(path);
+        const auto letter = volume ? volume : volume_of_letter(path);
+        if (!letter) {
+            notices.fail("no volume: %s\n", path.c_str());
+            return false;
+        }
+        path = *letter;
+        return true;
+    }
     if (options.sdb_path.empty() && !options.enumdir) {
-        now.notices.fail("%s wants -sdb, -enumdir or -partition beside it\n",
-                         std::string(row.name).c_str());
+        notices.fail("-diff wants -sdb, -enumdir or -partition beside it\n");
         return false;
     }
-    return file_is_there(options.diff_path, now.notices);
+    path = expanded(path);
+    return file_is_there(path, notices);
 }
 
 bool take_known(parsing& now, const option_row&, const std::string& value)
@@ -391,7 +401,15 @@ constexpr auto first_rows = std::to_array<option_row>({
 });
 
 constexpr auto more_rows = std::to_array<option_row>({
+    // In front of -pe, which may stand without a value.
     {"-match", false, set_flag<&request::sdb_opts::match_mode>},
+    {"-explain", false, set_flag<&request::sdb_opts::explain>},
+    {"-only", true, take_only},
+    {"-family", true, take_family},
+    {"-knowledge", true, take_knowledge, look_up::each},
+    {"-diff", true, take_diff},
+    {"-known", true, take_known, look_up::each},
+    {"-by_content", false, set_flag<&request::sdb_opts::by_content>},
     {"-partition", true, take_partition},
     {"-vss", true, take_vss},
     {"-sdb", true, take_sdb},
@@ -403,15 +421,8 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-guid", true, take_guid},
     {"-tagids", true, take_tagids},
     {"-strings", true, take_strings},
-    {"-explain", false, set_flag<&request::sdb_opts::explain>},
     {"-reg", true, take_reg},
     {"-reg", true, take_reg, look_up::more_for_explain},
-    {"-only", true, take_only},
-    {"-family", true, take_family},
-    {"-knowledge", true, take_knowledge, look_up::each},
-    {"-diff", true, take_diff},
-    {"-known", true, take_known, look_up::each},
-    {"-by_content", false, set_flag<&request::sdb_opts::by_content>},
 });
 
 void add_database_options(std::vector<option_row>& rows)
@@ -505,7 +516,8 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
     add_database_options(rows);
     add_help_options(rows);
     parsing now{options, args, log, notices, standard_output};
-    if (!take_rows(rows, now) || lacks_program(options, notices)) {
+    if (!take_rows(rows, now) || lacks_program(options, notices) ||
+        !settle_diff(options, notices)) {
         return false;
     }
     uni::compile_date_style(options.date_style, options.dateformat, options.timeformat,

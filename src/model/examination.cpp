@@ -105,16 +105,9 @@ std::optional<finding> found(const examined_database& examined, signal what, std
     return made;
 }
 
-void sort_findings(std::vector<finding>& findings)
-{
-    std::ranges::stable_sort(findings, [](const finding& a, const finding& b) {
-        return std::make_pair(-static_cast<int>(a.weighs), std::string_view(a.kind->id)) <
-               std::make_pair(-static_cast<int>(b.weighs), std::string_view(b.kind->id));
-    });
-}
-
 void finding_list::add(finding one)
 {
+    ++count_;
     auto count = std::ranges::find(counts_, one.kind, &surplus::kind);
     if (count == counts_.end()) {
         count = counts_.insert(counts_.end(), surplus{one.kind, 0});
@@ -124,9 +117,19 @@ void finding_list::add(finding one)
     }
 }
 
+void finding_list::clear()
+{
+    findings_.clear();
+    counts_.clear();
+    count_ = 0;
+}
+
 void finding_list::settle()
 {
-    sort_findings(findings_);
+    std::ranges::stable_sort(findings_, [](const finding& a, const finding& b) {
+        return std::make_pair(-static_cast<int>(a.weighs), std::string_view(a.kind->id)) <
+               std::make_pair(-static_cast<int>(b.weighs), std::string_view(b.kind->id));
+    });
 }
 
 std::vector<finding_list::surplus> finding_list::left_out() const
@@ -152,8 +155,6 @@ public:
                                                            examined.database.tag_count()},
           allowance_(first_allowance_)
     {
-        has_exe_index_ = std::ranges::any_of(
-            database_.indexes(), [](const auto& index) { return index.index_tag == tag::exe; });
         note_messages();
         note_duplicates();
     }
@@ -174,7 +175,7 @@ public:
         } else if (own == tag::patch) {
             judge_patch(record, record);
         } else if (own == tag::shim) {
-            judge_lines(record, record, special_of(record));
+            judge_lines(record, record, special::none);
         } else if (own == tag::kdriver) {
             add(signal::driver_entries, record, finding_part(record));
         }
@@ -182,7 +183,7 @@ public:
         for (const fix_use& use : seen.uses) {
             judge_use(use);
         }
-        sort_findings(seen.findings);
+        seen.findings.settle();
     }
 
     const known_fix* fix_of(std::uint32_t reference) { return name_of(reference).fix; }
@@ -212,17 +213,16 @@ private:
         bool has_wildcard = false;
     };
 
-    finding* add(signal what, std::uint32_t offset, finding_part first = {},
-                 finding_part second = {})
+    void add(signal what, std::uint32_t offset, finding_part first = {}, finding_part second = {},
+             std::size_t variant = 0, std::uint64_t number = 0)
     {
-        std::optional<finding> made = found(examined_, what, offset);
-        if (!made) {
-            return nullptr;
+        if (std::optional<finding> made = found(examined_, what, offset)) {
+            made->first = std::move(first);
+            made->second = std::move(second);
+            made->variant = variant;
+            made->number = number;
+            to_->add(*std::move(made));
         }
-        made->first = std::move(first);
-        made->second = std::move(second);
-        to_->push_back(*std::move(made));
-        return &to_->back();
     }
 
     std::uint32_t reference_of(std::uint32_t text_tag) const
@@ -266,7 +266,6 @@ private:
         }
         return place->second;
     }
-    special special_of(std::uint32_t record) { return name_of(record).is; }
 
     const line_facts& facts_of_line(std::uint32_t line)
     {
@@ -335,9 +334,7 @@ private:
         const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
         database_.for_each_child(record_, [&](std::uint32_t offset, std::uint16_t child) {
             if (child == tag::vendor && is_maker(offset)) {
-                if (finding* const made = add(signal::who_vendor, offset, finding_part(offset))) {
-                    made->variant = 1;
-                }
+                add(signal::who_vendor, offset, finding_part(offset), {}, 1);
             } else if (child == tag::apphelp) {
                 judge_message(offset);
             } else if (is_matching_list(child)) {
@@ -391,10 +388,8 @@ private:
         if (facts_ == 0 && name_ != 0) {
             add(signal::target_loose, name_, finding_part(name_));
         }
-        if (has_exe_index_ && !database_.is_indexed(*database_.ordinal_of(record_))) {
-            if (finding* const made = add(signal::shape_no_index, record_, finding_part(record_))) {
-                made->variant = 1;
-            }
+        if (!database_.indexes().empty() && !database_.is_indexed(*database_.ordinal_of(record_))) {
+            add(signal::shape_no_index, record_, finding_part(record_), {}, 1);
         }
         if (std::ranges::binary_search(duplicate_names_, record_)) {
             add(signal::who_duplicate, name_, finding_part(name_));
@@ -402,9 +397,7 @@ private:
         if (std::ranges::binary_search(duplicate_ids_, record_)) {
             const std::uint32_t id = child_of(database_, record_, tag::exe_id);
             const std::string text = uni::guid_text(database_.payload_at(id).bytes());
-            if (finding* const made = add(signal::who_duplicate, id, finding_part(text))) {
-                made->variant = 1;
-            }
+            add(signal::who_duplicate, id, finding_part(text), {}, 1);
         }
     }
 
@@ -413,9 +406,7 @@ private:
         const std::uint32_t severity = child_of(database_, message, tag::problemseverity);
         const std::uint32_t level = severity == 0 ? 0 : database_.word_behind(severity);
         if ((level & hard_block) != 0 && (classes_ & not_to_be_blocked) != 0) {
-            if (finding* const made = add(signal::block_program, message)) {
-                made->variant = 1;
-            }
+            add(signal::block_program, message, {}, {}, 1);
         }
         const std::uint32_t help = child_of(database_, message, tag::htmlhelpid);
         const bool has_words =
@@ -525,7 +516,7 @@ private:
 
     void judge_use(const fix_use& use)
     {
-        const std::size_t before = to_->size();
+        const std::uint64_t before = to_->count();
         const fix_name name = name_of(use.reference);
         const std::uint16_t own = database_.tag_from(use.reference);
         if (own == tag::patch_ref && use.definition != 0) {
@@ -537,39 +528,39 @@ private:
             add(signal::block_program, use.reference, finding_part(use.reference));
         }
         if (name.fix != nullptr) {
-            judge_family(use, *name.fix, to_->size() != before);
+            judge_family(use, *name.fix, to_->count() != before);
         }
     }
 
     void judge_family(const fix_use& use, const known_fix& fix, bool is_covered)
     {
-        const auto tell = [&](signal what) {
-            if (finding* const made = add(what, use.reference, finding_part(use.reference),
-                                          finding_part(fix.words))) {
-                made->of_fix = &fix;
-            }
+        const auto tell = [&](const finding_kind& kind, weight weighs) {
+            finding made;
+            made.kind = &kind;
+            made.weighs = examined_.is_vendors_own ? weight::none : weighs;
+            made.offset = use.reference;
+            made.first = finding_part(use.reference);
+            made.second = finding_part(fix.words);
+            made.of_fix = &fix;
+            to_->add(std::move(made));
+        };
+        const auto tell_signal = [&](signal what) {
+            tell(known_.of(what), known_.of(what).weighs);
         };
         if (fix.family == "hide" && (classes_ & guards) != 0) {
-            tell(signal::hide_ui);
+            tell_signal(signal::hide_ui);
             is_covered = true;
         }
         if (fix.weighs < weight::medium) {
             return;
         }
+        const finding_kind* const kind = known_.kind_called("fix." + fix.family);
         if (fix.family == "weaken") {
-            tell(signal::weaken_fix);
+            tell_signal(signal::weaken_fix);
         } else if (fix.family == "elevate") {
-            tell(signal::elevate_run);
-        } else if (const finding_kind* const kind = known_.kind_called("fix." + fix.family);
-                   !is_covered && kind != nullptr) {
-            finding made;
-            made.kind = kind;
-            made.weighs = examined_.is_vendors_own ? weight::none : fix.weighs;
-            made.offset = use.reference;
-            made.first = finding_part(use.reference);
-            made.second = finding_part(fix.words);
-            made.of_fix = &fix;
-            to_->push_back(std::move(made));
+            tell_signal(signal::elevate_run);
+        } else if (!is_covered && kind != nullptr) {
+            tell(*kind, fix.weighs);
         }
     }
 
@@ -582,11 +573,8 @@ private:
         const std::uint32_t at = own_line != 0 ? reference : definition;
         const finding_part name(reference);
         const auto tell = [&](signal what) {
-            finding* const made =
-                add(what, reference, name, line == 0 ? finding_part() : finding_part(line));
-            if (made != nullptr && line == 0) {
-                made->variant = 1;
-            }
+            add(what, reference, name, line == 0 ? finding_part() : finding_part(line),
+                line == 0 ? 1 : 0);
         };
         if (is == special::inject) {
             tell(signal::inject_module);
@@ -617,10 +605,7 @@ private:
         }
         const finding_part module(patched_module(database_.payload_at(facts.bits)));
         if (facts.is_suspect_code) {
-            if (finding* const made = add(signal::patch_code, patch, name, module)) {
-                made->number = facts.changes;
-                made->variant = facts.changes == 1 ? 0 : 1;
-            }
+            add(signal::patch_code, patch, name, module, facts.changes == 1 ? 0 : 1, facts.changes);
         }
         if (facts.names_core_module) {
             add(signal::patch_core, patch, name, module);
@@ -632,10 +617,9 @@ private:
     const knowledge& known_;
     const use_allowance first_allowance_;
     use_allowance allowance_;
-    bool has_exe_index_ = false;
 
     // The subject in work.
-    std::vector<finding>* to_ = nullptr;
+    finding_list* to_ = nullptr;
     std::uint32_t record_ = 0;
     std::uint32_t name_ = 0;  // tag
     std::uint64_t facts_ = 0; // that tell its file apart
@@ -740,7 +724,7 @@ examination::examination(const examined_database& examined, const request::bound
     for (const std::uint32_t record : order_) {
         judge_->look_at(seen, record);
         rank one{0, record, false};
-        for (const finding& each : seen.findings) {
+        for (const finding& each : seen.findings.all()) {
             one.sum += worth[static_cast<std::size_t>(each.weighs)];
             one.is_high = one.is_high || each.weighs == weight::high;
         }

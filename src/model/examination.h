@@ -29,21 +29,16 @@ struct examined_database {
     const known_filter* known_ones = nullptr;
 };
 
-// A record that a database is about, with what it gets.
-struct subject {
-    std::uint32_t record = 0;
-    std::vector<fix_use> uses;
-    std::vector<finding> findings; // the heaviest first, those of one weight by identifier
-    bool is_whole = true;          // otherwise there are more fixes than are looked at
-};
-
 // Findings about one thing, of one kind no more than a reader takes in; how many there were is kept.
 class finding_list {
 public:
     void add(finding one);
-    // Sorts them as those of a subject are.
+    void clear();
+    // Puts the heaviest first, those of one weight by identifier.
     void settle();
     std::span<const finding> all() const noexcept { return findings_; }
+    // How many were added.
+    std::uint64_t count() const noexcept { return count_; }
     // Those of a kind that are not in the list.
     struct surplus {
         const finding_kind* kind;
@@ -55,6 +50,15 @@ private:
     static constexpr std::uint64_t most_of_a_kind = 1000;
     std::vector<finding> findings_;
     std::vector<surplus> counts_;
+    std::uint64_t count_ = 0;
+};
+
+// A record that a database is about, with what it gets.
+struct subject {
+    std::uint32_t record = 0;
+    std::vector<fix_use> uses;
+    finding_list findings;
+    bool is_whole = true; // otherwise there are more fixes than are looked at
 };
 
 class examination {
@@ -95,8 +99,5 @@ bool poses_as_update(const knowledge& known, std::string_view name);
 
 // A finding of that kind, weighed for a database; none where it has no meaning there.
 std::optional<finding> found(const examined_database& examined, signal what, std::uint32_t offset);
-
-// The heaviest first, those of one weight by identifier, then as they stand.
-void sort_findings(std::vector<finding>& findings);
 
 } // namespace model

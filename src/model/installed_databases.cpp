@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "hive/hive_image.h"
+#include "model/place.h"
 #include "model/registry_lists.h"
 #include "model/software_hive.h"
 #include "model/stored_path.h"
@@ -323,11 +324,13 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
         if (!is_opened && options.more_hive_paths.empty()) {
             return findings;
         }
-        const bool joins_by_name = !is_volume_named(options) &&
-                                   (is_list_alone(options) || !options.searches_default_places);
-        targets.installed = installed_databases(
-            std::move(read.table), is_volume_named(options) ? options.volume_text : std::string(),
-            joins_by_name);
+        // For an explanation a walked folder may be a volume, too.
+        const std::string root = is_volume_named(options) ? options.volume_text
+                                 : options.explain        ? root_of_run(options)
+                                                          : std::string();
+        const bool joins_by_name =
+            root.empty() && (is_list_alone(options) || !options.searches_default_places);
+        targets.installed = installed_databases(std::move(read.table), root, joins_by_name);
         if (!is_list_alone(options)) {
             file_adder files(targets, options, findings);
             for (const auto& [name, databases] : targets.installed.by_name()) {

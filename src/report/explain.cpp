@@ -162,17 +162,17 @@ public:
     {}
 
     // Tells what is known of the file and of its registration, and no more.
-    bool tell_outside()
+    void tell_outside()
     {
         model::finding_list outside;
         judge_outside(outside, {});
         head(
             "the vendor's own by place, name and identifier: its programs are explained when it is "
             "named with -sdb");
-        return tell_list(outside);
+        tell_list(outside);
     }
 
-    bool tell_all()
+    void tell_all()
     {
         model::examination all(examined_, work_.options.bounds);
         std::vector<std::string> programs;
@@ -203,7 +203,6 @@ public:
         if (!examined_.is_vendors_own) {
             context_.note({work_.path, identity_.compiler_version});
         }
-        return true;
     }
 
 private:
@@ -272,18 +271,24 @@ private:
                 tell_finding(work_, one, {work_.path, {}});
             }
         }
+        say_left_out(list);
+        return any;
+    }
+
+    void say_left_out(const model::finding_list& list) const
+    {
         for (const auto& [kind, count] : list.left_out()) {
             work_.notices.say("%s: %llu more findings of the kind %s\n", work_.path.c_str(),
                               static_cast<unsigned long long>(count), kind->id.c_str());
         }
-        return any;
     }
 
     bool tell_subject(model::examination& all, const model::subject& seen)
     {
-        const bool has_any = std::ranges::any_of(seen.findings, [&](const model::finding& one) {
-            return is_asked_for(one, work_.options);
-        });
+        const bool has_any =
+            std::ranges::any_of(seen.findings.all(), [&](const model::finding& one) {
+                return is_asked_for(one, work_.options);
+            });
         if (!seen.is_whole && cut_ == 0) {
             cut_ = seen.record;
         }
@@ -320,7 +325,7 @@ private:
         const std::string program =
             shortened(model::name_of_list(*work_.database, seen.record, longest));
         std::uint32_t last_patch = 0;
-        for (const model::finding& one : seen.findings) {
+        for (const model::finding& one : seen.findings.all()) {
             if (!is_asked_for(one, work_.options) || !work_.form.takes_more(one.offset)) {
                 continue;
             }
@@ -335,6 +340,7 @@ private:
             }
             tell_finding(work_, one, {work_.path, program}, more);
         }
+        say_left_out(seen.findings);
     }
 
     const job& work_;
@@ -358,7 +364,12 @@ bool explain_database(const job& work)
     const auto place = model::place_of(work.path, work.explained->root);
     const bool is_own = model::is_vendors_own(work.explained->known, place, identity);
     explainer made(work, identity, is_own);
-    return is_own && !work.is_named ? made.tell_outside() || true : made.tell_all();
+    if (is_own && !work.is_named) {
+        made.tell_outside();
+    } else {
+        made.tell_all();
+    }
+    return true;
 }
 
 namespace {

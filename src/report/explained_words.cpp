@@ -380,9 +380,11 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
     const std::string name = model::text_in(database, record, tag::name, longest_part);
     std::string application;
     std::string vendor;
+    std::uint64_t more = 0;
     database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
-        if (lines.size() + own_lines.size() > most_lines * 2) {
-            lines.emplace_back(); // is only counted
+        const bool is_full = lines.size() + own_lines.size() == most_lines;
+        if (is_full && own != tag::app_name && own != tag::vendor) {
+            more += sdb::tag_type(own) == type::list ? 1 : 0;
         } else if (own == tag::matching_file) {
             const file_test test = read_test(database, offset, style);
             if (test.name == "*" || uni::equal_ignoring_case(test.name, shortened(name))) {
@@ -411,10 +413,8 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
         own_lines.emplace_back("any file of that name");
     }
     own_lines.insert(own_lines.end(), lines.begin(), lines.end());
-    if (own_lines.size() > most_lines) {
-        const std::size_t more = own_lines.size() - most_lines;
-        own_lines.resize(most_lines);
-        own_lines.push_back("and by " + grouped(more) + " more");
+    if (more != 0) {
+        own_lines.push_back("and by what stands in " + grouped(more) + " more lists");
     }
     if (!application.empty() || !vendor.empty()) {
         own_lines.push_back("listed" + application + vendor);
@@ -531,8 +531,14 @@ std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::u
                                        const request::cmd_params& style)
 {
     std::vector<own_effect> made;
+    std::uint64_t more = 0;
+    std::uint32_t first_more = 0;
     database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
-        if (own == tag::apphelp) {
+        const bool is_told = own == tag::apphelp || own == tag::data || own == tag::action ||
+                             sdb::tag_type(own) == type::null_;
+        if (is_told && made.size() == most_lines) {
+            first_more = more++ == 0 ? offset : first_more;
+        } else if (own == tag::apphelp) {
             const std::uint32_t severity = model::child_of(database, offset, tag::problemseverity);
             const std::uint32_t help = model::child_of(database, offset, tag::htmlhelpid);
             made.push_back(
@@ -548,6 +554,9 @@ std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::u
             made.push_back({offset, sdb::tag_name(own) + " is set"});
         }
     });
+    if (more != 0) {
+        made.push_back({first_more, "and " + grouped(more) + " more messages, data and switches"});
+    }
     return made;
 }
 
