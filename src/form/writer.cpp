@@ -73,7 +73,12 @@ bool writer::row(std::string_view, std::span<const cell> cells)
 
 bool writer::line(std::string_view text)
 {
-    return note(safe_text(std::string(text), style_));
+    if (style_.safe_csv || uni::needs_marks(text)) {
+        return note(safe_text(std::string(text), style_));
+    }
+    out_.text(text);
+    out_.line_end();
+    return goes_on();
 }
 
 bool writer::entry_row(std::string_view, std::span<const cell>, std::span<const std::string> lines)

@@ -76,7 +76,7 @@ content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byt
 
 record_contents::record_contents(const sdb::sdb_database& database, const content_key& key,
                                  references_seen seen)
-    : database_(database), key_(key)
+    : database_(database), key_(key), texts_(database)
 {
     lists_.resize(database.children().lists().size());
     digest_all();
@@ -121,15 +121,13 @@ content_digest record_contents::of_list(std::uint32_t offset) const
 content_digest record_contents::of_text(std::uint32_t offset)
 {
     const std::uint32_t reference = database_.word_behind(offset);
-    const auto [place, is_new] = texts_.try_emplace(reference);
-    if (is_new) {
+    return texts_.of(reference, [&] {
         uni::byte_view text = database_.string_bytes(reference);
         while (text.size() >= 2 && text.u16(text.size() - 2) == 0) {
             text = text.slice(0, text.size() - 2); // which ends it
         }
-        place->second = keyed_digest(key_, type::string, text);
-    }
-    return place->second;
+        return keyed_digest(key_, type::string, text);
+    });
 }
 
 // By its kind and its name, and where an earlier round is there by all that it said then.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "io/large_vector.h"
+#include "model/text_memo.h"
 #include "sdb/database.h"
 #include "uni/byte_view.h"
 
@@ -63,7 +64,7 @@ private:
     const content_key key_;
     digests lists_;   // by number
     digests earlier_; // of the round before, which references see
-    std::unordered_map<std::uint32_t, content_digest> texts_;   // by reference
+    text_memo<content_digest> texts_;
     std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
 };
 

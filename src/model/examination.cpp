@@ -2,14 +2,17 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
 #include "io/large_vector.h"
+#include "model/content.h"
 #include "model/patch_changes.h"
 #include "model/record_facts.h"
 #include "model/suspect_paths.h"
+#include "model/text_memo.h"
 #include "sdb/tags.h"
 #include "uni/guid.h"
 #include "uni/text.h"
@@ -153,8 +156,14 @@ public:
                                                    bounds.listing_items +
                                                        bounds.listing_items_of_a_tag *
                                                            examined.database.tag_count()},
-          allowance_(first_allowance_)
+          allowance_(first_allowance_), names_(database_), hashes_(database_), fixes_(database_),
+          lines_(database_), makers_(database_)
     {
+        for (std::size_t i = 0; i < program_lists.size(); ++i) {
+            for (const auto& [name, note] : known_.entries(program_lists[i].first)) {
+                classes_by_stem_[name] |= 1u << i;
+            }
+        }
         note_messages();
         note_duplicates();
     }
@@ -207,8 +216,11 @@ private:
         bool is_suspect_code = false;
         bool names_core_module = false;
     };
+    struct fix_names {
+        std::array<fix_name, 4> of_kind; // shim, layer, flag, kernel-shim
+        std::array<bool, 4> is_known{};
+    };
     struct name_facts {
-        std::uint64_t hash = 0; // of the text, case aside
         unsigned classes = 0;
         bool has_wildcard = false;
     };
@@ -232,18 +244,23 @@ private:
 
     const name_facts& facts_of_name(std::uint32_t name)
     {
-        const auto [place, is_new] = names_.try_emplace(reference_of(name));
-        if (is_new) {
-            name_facts& facts = place->second;
+        return names_.of(reference_of(name), [&] {
+            name_facts facts;
             const std::string text = uni::lowered(text_at(database_, name));
-            const std::string stem = stem_of(text);
-            facts.hash = std::hash<std::string>()(text);
             facts.has_wildcard = text.find_first_of("*?") != std::string::npos;
-            for (std::size_t i = 0; i < program_lists.size(); ++i) {
-                facts.classes |= known_.holds(program_lists[i].first, stem) ? 1u << i : 0u;
-            }
-        }
-        return place->second;
+            const auto known = classes_by_stem_.find(stem_of(text));
+            facts.classes = known == classes_by_stem_.end() ? 0 : known->second;
+            return facts;
+        });
+    }
+
+    // Of a text, ASCII case aside.
+    std::uint64_t hash_of_text(std::uint32_t text)
+    {
+        return hashes_.of(reference_of(text), [&] {
+            const std::string lower = uni::lowered(text_at(database_, text));
+            return keyed_digest(key_, 0, uni::byte_view(uni::bytes_of(lower))).low;
+        });
     }
 
     fix_name name_of(std::uint32_t reference)
@@ -253,34 +270,42 @@ private:
             return {};
         }
         const std::string_view kind = kind_of_reference(database_.tag_from(reference));
-        const std::uint64_t key = std::uint64_t{reference_of(name)} << 8 | kind.front();
-        const auto [place, is_new] = fixes_by_name_.try_emplace(key);
-        if (is_new) {
-            const std::string text = text_at(database_, name);
-            place->second.fix = known_.fix(text, kind);
-            for (const auto& [special_name, is] : special_fixes) {
-                if (kind == "shim" && uni::equal_ignoring_case(text, special_name)) {
-                    place->second.is = is;
-                }
+        fix_names& names = fixes_.of(reference_of(name), [] { return fix_names(); });
+        const std::size_t number = kind == "shim"    ? 0
+                                   : kind == "layer" ? 1
+                                   : kind == "flag"  ? 2
+                                                     : 3;
+        if (!names.is_known[number]) {
+            names.is_known[number] = true;
+            names.of_kind[number] = find_fix(text_at(database_, name), kind);
+        }
+        return names.of_kind[number];
+    }
+
+    fix_name find_fix(const std::string& text, std::string_view kind) const
+    {
+        fix_name found{known_.fix(text, kind), special::none};
+        for (const auto& [special_name, is] : special_fixes) {
+            if (kind == "shim" && uni::equal_ignoring_case(text, special_name)) {
+                found.is = is;
             }
         }
-        return place->second;
+        return found;
     }
 
     const line_facts& facts_of_line(std::uint32_t line)
     {
-        const auto [place, is_new] = lines_.try_emplace(reference_of(line));
-        if (is_new) {
+        return lines_.of(reference_of(line), [&] {
+            line_facts facts;
             const std::string text = text_at(database_, line);
             const std::vector<std::string> modules = modules_named(text);
-            place->second.has_suspect_module =
-                std::ranges::any_of(modules, [&](const std::string& module) {
-                    return is_suspect_module(known_, module);
-                });
-            place->second.has_item_without_dll = has_item_without_dll(text);
-            place->second.redirects = redirects_to_writable(known_, text);
-        }
-        return place->second;
+            facts.has_suspect_module = std::ranges::any_of(modules, [&](const std::string& module) {
+                return is_suspect_module(known_, module);
+            });
+            facts.has_item_without_dll = has_item_without_dll(text);
+            facts.redirects = redirects_to_writable(known_, text);
+            return facts;
+        });
     }
 
     const definition_facts& facts_of(std::uint32_t definition)
@@ -356,20 +381,21 @@ private:
         if (name_ != 0 && reference_of(file) == reference_of(name_)) {
             return true;
         }
+        const uni::byte_view stored = database_.string_bytes(reference_of(file));
+        if (stored.u16(0) == '*' && stored.u16(2) == 0) {
+            return true;
+        }
         constexpr std::size_t longest = 512;
-        const std::string text = text_at(database_, file, longest);
-        return text == "*" ||
-               (name_ != 0 && uni::equal_ignoring_case(text, text_at(database_, name_, longest)));
+        return name_ != 0 && uni::equal_ignoring_case(text_at(database_, file, longest),
+                                                      text_at(database_, name_, longest));
     }
 
     bool is_maker(std::uint32_t vendor)
     {
-        const auto [place, is_new] = makers_.try_emplace(reference_of(vendor));
-        if (is_new) {
-            place->second = known_.found_in(name_list::system_maker,
-                                            uni::lowered(text_at(database_, vendor))) != nullptr;
-        }
-        return place->second;
+        return makers_.of(reference_of(vendor), [&]() -> std::uint8_t {
+            const std::string text = uni::lowered(text_at(database_, vendor));
+            return known_.found_in(name_list::system_maker, text) != nullptr ? 1 : 0;
+        }) != 0;
     }
 
     void judge_exe()
@@ -442,8 +468,7 @@ private:
 
     // What an APP or EXE is told apart by.
     struct named_record {
-        std::uint64_t name;
-        std::uint64_t fixes;
+        std::uint64_t name; // hash
         std::uint32_t record;
         auto operator<=>(const named_record&) const = default;
     };
@@ -461,17 +486,29 @@ private:
             if (!is_fix_reference(child) && child != tag::apphelp) {
                 return;
             }
-            std::uint64_t one = child;
+            std::uint64_t names[3] = {};
             database_.for_each_child(offset, [&](std::uint32_t inner, std::uint16_t own) {
-                if (own == tag::name || own == tag::command_line) {
-                    one = (one ^ facts_of_name(inner).hash ^ own) * 0x9e3779b97f4a7c15;
+                if (own == tag::name) {
+                    names[0] = hash_of_text(inner);
+                } else if (own == tag::command_line) {
+                    names[1] = hash_of_text(inner);
                 } else if (sdb::is_expanded_dword_tag(own)) {
-                    one = (one ^ database_.word_behind(inner) ^ own) * 0x9e3779b97f4a7c15;
+                    names[2] = database_.word_behind(inner);
                 }
             });
-            sum += one * (one | 1);
+            std::uint8_t bytes[sizeof(names)];
+            std::memcpy(bytes, names, sizeof(names));
+            sum += keyed_digest(key_, child, uni::byte_view(bytes)).low;
         });
         return sum;
+    }
+
+    bool have_other_fixes(std::span<named_record> same)
+    {
+        const std::uint64_t fixes = hash_of_fixes(same.front().record);
+        return std::ranges::any_of(same.subspan(1), [&](const named_record& one) {
+            return hash_of_fixes(one.record) != fixes;
+        });
     }
 
     void note_duplicates()
@@ -484,7 +521,7 @@ private:
             }
             const std::uint32_t record = database_.offset_at(list.ordinal);
             if (const std::uint32_t name = child_of(database_, record, tag::name)) {
-                named.push_back({facts_of_name(name).hash, hash_of_fixes(record), record});
+                named.push_back({hash_of_text(name), record});
             }
             const std::uint32_t id = child_of(database_, record, tag::exe_id);
             if (id != 0 && database_.payload_at(id).size() == uni::guid_size) {
@@ -498,10 +535,10 @@ private:
             while (i < named.size() && named[i].name == named[first].name) {
                 ++i;
             }
-            if (named[first].fixes != named[i - 1].fixes) {
-                for (std::size_t one = first; one < i; ++one) {
-                    duplicate_names_.push_back(named[one].record);
-                }
+            const std::span same = std::span(named).subspan(first, i - first);
+            if (same.size() > 1 && have_other_fixes(same)) {
+                std::ranges::transform(same, std::back_inserter(duplicate_names_),
+                                       &named_record::record);
             }
         }
         std::ranges::sort(numbered);
@@ -625,11 +662,13 @@ private:
     std::uint64_t facts_ = 0; // that tell its file apart
     unsigned classes_ = 0;
 
-    // By reference into the string table.
-    std::unordered_map<std::uint32_t, name_facts> names_;
-    std::unordered_map<std::uint64_t, fix_name> fixes_by_name_; // and by kind
-    std::unordered_map<std::uint32_t, line_facts> lines_;
-    std::unordered_map<std::uint32_t, bool> makers_;
+    const content_key key_ = random_content_key();
+    std::unordered_map<std::string, unsigned> classes_by_stem_;
+    text_memo<name_facts> names_;
+    text_memo<std::uint64_t> hashes_;
+    text_memo<fix_names> fixes_;
+    text_memo<line_facts> lines_;
+    text_memo<std::uint8_t> makers_;
 
     std::unordered_map<std::uint32_t, definition_facts> definitions_; // by offset
     std::unordered_map<std::uint32_t, bool> has_words_by_id_;         // of messages

@@ -1,131 +1,29 @@
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
-#include "form/facts.h"
 #include "model/database_facts.h"
 #include "model/examination.h"
 #include "model/explain_context.h"
+#include "model/patch_changes.h"
 #include "model/place.h"
 #include "model/record_facts.h"
-#include "report/explained_words.h"
+#include "report/effect_words.h"
+#include "report/explained_subject.h"
 #include "report/finding_rows.h"
+#include "report/recognition_words.h"
 #include "report/reports.h"
+#include "report/value_words.h"
 #include "sdb/tags.h"
-#include "uni/numbers.h"
 #include "uni/text.h"
-#include "uni/utf.h"
 
 namespace report {
 
 namespace {
 
 namespace tag = sdb::tag;
-
-// A subject with what it gets, by names.
-class explained_subject : public form::told_facts {
-public:
-    explained_subject(const job& work, model::examination& all, const model::subject& seen,
-                      effect_words& effects, std::unordered_set<std::uint32_t>& told_patches)
-        : work_(work), all_(all), seen_(seen), effects_(effects), told_patches_(told_patches)
-    {}
-
-    std::string_view kind() const override { return "explained"; }
-    void tell(form::fact_taker& to) const override
-    {
-        const sdb::sdb_database& database = *work_.database;
-        to.fact("record", form::count{seen_.record});
-        to.fact("tag", form::tag_word{database.tag_from(seen_.record)});
-        to.fact("name", model::text_in(database, seen_.record, tag::name));
-        to.begin_list("recognised");
-        for (const std::string& words : recognition_of(database, seen_.record, work_.options)) {
-            to.begin_item();
-            to.fact("words", words);
-            to.end();
-        }
-        to.end();
-        to.begin_list("fixes");
-        for (const model::fix_use& use : seen_.uses) {
-            if (to.goes_on()) {
-                tell_fix(to, use);
-            }
-        }
-        to.end();
-        to.begin_list("effects");
-        for (const own_effect& effect : own_effects_of(database, seen_.record, work_.options)) {
-            to.begin_item();
-            to.fact("at", form::count{effect.offset});
-            to.fact("words", effect.words);
-            to.end();
-        }
-        to.end();
-        to.fact("complete", form::truth{seen_.is_whole});
-    }
-
-private:
-    void tell_fix(form::fact_taker& to, const model::fix_use& use) const
-    {
-        const model::known_fix* const known = all_.fix_of(use.reference);
-        const auto or_none = [&](auto member) {
-            return known == nullptr || (known->*member).empty() ? form::value()
-                                                                : form::value(known->*member);
-        };
-        to.begin_item();
-        to.fact("at", form::count{use.reference});
-        to.fact("definition",
-                use.definition == 0 ? form::value() : form::value(form::count{use.definition}));
-        to.fact("depth", form::count{use.depth});
-        to.fact("name", model::text_in(*work_.database, use.reference, tag::name));
-        to.fact("known", form::truth{known != nullptr});
-        to.fact("family", or_none(&model::known_fix::family));
-        to.fact("weight", known == nullptr
-                              ? form::value()
-                              : form::value(std::string(model::word_of(known->weighs))));
-        to.fact("words", effects_.of(use, known));
-        if (use.definition != 0 && work_.database->tag_from(use.definition) == tag::patch &&
-            told_patches_.insert(use.definition).second) {
-            tell_changes(to, use.definition);
-        }
-        to.end();
-    }
-
-    void tell_changes(form::fact_taker& to, std::uint32_t patch) const
-    {
-        to.begin_list("changes");
-        work_.database->for_each_child(patch, [&](std::uint32_t offset, std::uint16_t own) {
-            if (own != tag::patch_bits) {
-                return;
-            }
-            model::for_each_change(
-                work_.database->payload_at(offset), [&](const model::patch_change& change) {
-                    std::string module;
-                    uni::utf16_to_text(change.module, module);
-                    to.begin_item();
-                    to.fact("module", module);
-                    to.fact("address", form::count{change.address});
-                    to.fact("before", uni::hex_text(change.before.bytes()));
-                    to.fact("after", change.shares_bytes
-                                         ? form::value()
-                                         : form::value(uni::hex_text(change.after.bytes())));
-                    to.fact("matched_at", change.matched_at
-                                              ? form::value(form::count{*change.matched_at})
-                                              : form::value());
-                    to.end();
-                    return to.goes_on();
-                });
-        });
-        to.end();
-    }
-
-    const job& work_;
-    model::examination& all_;
-    const model::subject& seen_;
-    effect_words& effects_;
-    std::unordered_set<std::uint32_t>& told_patches_;
-};
 
 // The changes that a patch makes, a line each.
 std::vector<std::string> change_lines(const sdb::sdb_database& database, std::uint32_t patch)
@@ -305,14 +203,14 @@ private:
             work_.form.line(heading_line({}, recognised[i]));
         }
         for (const own_effect& effect : own_effects_of(database, seen.record, work_.options)) {
-            work_.form.line(effect_line(effect.words, effect.offset, 0));
+            work_.form.line(effect_line(line_, effect.words, effect.offset, 0));
         }
         for (const model::fix_use& use : seen.uses) {
             if (!work_.form.takes_more(use.reference)) {
                 break;
             }
-            work_.form.line(
-                effect_line(effects_.of(use, all.fix_of(use.reference)), use.reference, use.depth));
+            work_.form.line(effect_line(line_, effects_.of(use, all.fix_of(use.reference)),
+                                        use.reference, use.depth));
         }
         work_.form.facts(explained_subject(work_, all, seen, effects_, told_patches_));
         tell_findings(seen);
@@ -353,6 +251,7 @@ private:
     std::unordered_set<std::uint32_t> shown_patches_;
     std::unordered_set<std::uint32_t> told_patches_;
     std::uint32_t cut_ = 0;
+    uni::text_buffer line_; // in work
 };
 
 } // namespace
@@ -368,61 +267,6 @@ bool explain_database(const job& work)
         made.tell_outside();
     } else {
         made.tell_all();
-    }
-    return true;
-}
-
-namespace {
-
-// What is told of one database stands together, the database with the heaviest finding first.
-void put_heaviest_first(std::vector<model::placed_finding>& all)
-{
-    std::map<std::string, model::weight> heaviest;
-    for (const model::placed_finding& one : all) {
-        model::weight& weight = heaviest[one.database];
-        weight = std::max(weight, one.found.weighs);
-    }
-    std::ranges::stable_sort(all, [&](const auto& a, const auto& b) {
-        const model::weight of_a = heaviest[a.database];
-        const model::weight of_b = heaviest[b.database];
-        return of_a != of_b               ? of_a > of_b
-               : a.database != b.database ? a.database < b.database
-                                          : a.found.weighs > b.found.weighs;
-    });
-}
-
-} // namespace
-
-// What the registry says of compatibility and does not fit together, and what tells one database from the
-// others.
-bool explain_machine(const job& work)
-{
-    const model::explain_context& context = *work.explained;
-    model::registry_lists lists = context.lists;
-    lists.told = context.told();
-    std::vector<model::placed_finding> all =
-        model::judge_registry(context.known, work.targets->installed, lists, work.is_there);
-    for (model::placed_finding& one : model::judge_compilers(context.known, context.seen())) {
-        all.push_back(std::move(one));
-    }
-    std::erase_if(all, [&](const model::placed_finding& one) {
-        return !is_asked_for(one.found, work.options);
-    });
-    if (all.empty()) {
-        return false;
-    }
-    put_heaviest_first(all);
-    work.form.line({});
-    work.form.line("the registry and the databases together:");
-    std::string_view last;
-    for (const model::placed_finding& one : all) {
-        if (one.database != last && !one.database.empty()) {
-            work.form.line(heading_line(shortened(one.database), {}));
-        }
-        last = one.database;
-        if (!tell_finding(work, one.found, {one.database, one.program})) {
-            break;
-        }
     }
     return true;
 }

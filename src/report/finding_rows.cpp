@@ -2,17 +2,77 @@
 
 #include <algorithm>
 
-#include "report/explained_words.h"
+#include "form/value_text.h"
+#include "model/record_facts.h"
+#include "report/value_words.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
 #include "uni/text_buffer.h"
 
 namespace report {
 
 namespace {
 
+namespace type = sdb::type;
+
 constexpr std::size_t name_columns = 48;
 constexpr std::size_t weight_columns = 8;
 constexpr std::size_t id_columns = 18;
 constexpr std::size_t words_columns = 72;
+
+std::string part_text(const model::finding_part& part, const sdb::sdb_database* database,
+                      const request::cmd_params& style)
+{
+    if (part.filetime) {
+        return form::value_text(form::moment{*part.filetime, uni::time_kind::filetime}, style);
+    }
+    if (part.tag_at == 0 || database == nullptr) {
+        return shortened(part.text);
+    }
+    const std::uint16_t own = database->tag_from(part.tag_at);
+    switch (sdb::tag_type(own)) {
+    case type::list:
+        return shortened(model::name_of_list(*database, part.tag_at, longest_part));
+    case type::stringref:
+    case type::string:
+        return stored_text(*database, part.tag_at);
+    default:
+        return sdb::tag_name(own);
+    }
+}
+
+// The reason, with what the finding is about in its places.
+std::string reason_of(const model::finding& found, const sdb::sdb_database* database,
+                      const request::cmd_params& style)
+{
+    const std::vector<std::string>& says = found.kind->says;
+    const std::string_view words = says[std::min(found.variant, says.size() - 1)];
+    std::string reason;
+    for (std::size_t at = 0; at < words.size(); ++at) {
+        const std::string_view place = words.substr(at, 3);
+        if (place == "{1}") {
+            reason += part_text(found.first, database, style);
+        } else if (place == "{2}") {
+            reason += part_text(found.second, database, style);
+        } else if (place == "{n}") {
+            reason += grouped(found.number);
+        } else if (place == "{x}") {
+            reason += hexadecimal(found.number);
+        } else {
+            reason += words[at];
+            continue;
+        }
+        at += 2;
+    }
+    return reason;
+}
+
+// What stands in the column of weights.
+std::string weight_column(model::weight one)
+{
+    constexpr std::string_view words[] = {"-", "LOW", "MEDIUM", "HIGH"};
+    return std::string(words[static_cast<std::size_t>(one)]);
+}
 
 void write_place(uni::text_buffer& line, std::uint32_t offset)
 {
@@ -93,17 +153,18 @@ std::string heading_line(std::string_view name, std::string_view behind)
     return std::string(made.substr(0, made.find_last_not_of(' ') + 1));
 }
 
-std::string effect_line(std::string_view words, std::uint32_t offset, std::size_t depth)
+std::string_view effect_line(uni::text_buffer& line, std::string_view words, std::uint32_t offset,
+                             std::size_t depth)
 {
     constexpr std::size_t most_depth = 16;
-    uni::text_buffer line;
+    line.clear();
     line.blanks(2);
     line.left("gets", weight_columns);
     line.blanks(2 * std::min(depth, most_depth));
     line.left(words, id_columns + words_columns);
     line.blanks(2);
     write_place(line, offset);
-    return std::string(line.view());
+    return line.view();
 }
 
 } // namespace report

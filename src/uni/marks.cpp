@@ -23,6 +23,27 @@ bool needs_mark(const utf8_character& one)
            c == 0xfffe || c == 0xffff;
 }
 
+// How many characters at the start of a text are plain, most texts being nothing else: looked at in blocks,
+// as that is done many bytes at once.
+std::size_t plain_run(std::string_view text)
+{
+    constexpr std::size_t block = 32;
+    std::size_t at = 0;
+    for (; at + block <= text.size(); at += block) {
+        bool is_plain = true;
+        for (std::size_t i = 0; i < block; ++i) {
+            is_plain &= is_plain_ascii(text[at + i]);
+        }
+        if (!is_plain) {
+            break;
+        }
+    }
+    while (at < text.size() && is_plain_ascii(text[at])) {
+        ++at;
+    }
+    return at;
+}
+
 void add_byte(std::string& out, char32_t byte)
 {
     out.append("[x");
@@ -67,11 +88,7 @@ std::size_t add_line_end(std::string& out, std::string_view text, std::size_t at
 
 bool needs_marks(std::string_view text)
 {
-    for (std::size_t at = 0; at < text.size();) {
-        if (is_plain_ascii(text[at])) {
-            ++at;
-            continue;
-        }
+    for (std::size_t at = plain_run(text); at < text.size(); at += plain_run(text.substr(at))) {
         const utf8_character one = decode_utf8(text.substr(at));
         if (needs_mark(one)) {
             return true;
@@ -85,6 +102,11 @@ std::string marked(std::string_view text)
 {
     std::string out;
     for (std::size_t at = 0; at < text.size();) {
+        if (const std::size_t plain = plain_run(text.substr(at))) {
+            out.append(text.substr(at, plain));
+            at += plain;
+            continue;
+        }
         if (const std::size_t taken = add_line_end(out, text, at)) {
             at += taken;
             continue;

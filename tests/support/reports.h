@@ -62,6 +62,9 @@ made_report explained_report(const sdb::sdb_database& database, const request::s
                              const model::known_filter* known = nullptr);
 made_report difference_report(const sdb::sdb_database& before, const sdb::sdb_database& after,
                               const request::sdb_opts& options);
+// Which records of a database catch a program, each in a row.
+made_report caught_report(const model::pe_list& properties, const sdb::sdb_database& database,
+                          const std::string& path, const request::sdb_opts& options);
 // What a program says of itself.
 made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,
                            const about& subject = {});
