@@ -7,7 +7,9 @@
 #include "model/examination.h"
 #include "model/place.h"
 #include "model/registry_lists.h"
+#include "model/subject_judge.h"
 #include "support/database_text.h"
+#include "support/hive_builder.h"
 #include "support/reports.h"
 #include "support/sample_database.h"
 
@@ -39,12 +41,13 @@ id_set ids_in(const bytes& image, bool is_vendors_own = false)
     const loaded_database loaded(image);
     const model::examined_database examined{loaded.database, known(), is_vendors_own,
                                             filetime(2026, 1, 1)};
-    model::examination all(examined);
+    const model::examination all(examined);
     id_set ids;
     add_ids(ids, all.of_database().all());
+    const auto judge = all.make_judge();
     model::subject seen;
     for (const std::uint32_t record : all.subjects()) {
-        all.look_at(seen, record);
+        judge->look_at(seen, record);
         add_ids(ids, seen.findings.all());
     }
     return ids;
@@ -414,6 +417,67 @@ TEST(findings, about_the_registry_are_what_does_not_fit_together)
     EXPECT_EQ(ids, (std::vector<std::string>{"reg.layer C:\\Users\\a\\b.exe", "reg.driver a.sys"}));
 }
 
+// A key below others, each named once.
+test_support::hive_key below(std::initializer_list<const char*> names, test_support::hive_key key)
+{
+    for (auto name = std::rbegin(names); name != std::rend(names); ++name) {
+        key = {.name = *name, .subkeys = {std::move(key)}};
+    }
+    return key;
+}
+
+void read_hive(model::registry_lists& lists, const test_support::hive_key& root)
+{
+    hive::hive_bytes bytes;
+    bytes.open(test_support::source_of(test_support::hive_builder().build(root)));
+    model::read_registry_lists(lists, hive::hive_image(std::move(bytes)));
+}
+
+TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user)
+{
+    using namespace test_support;
+    const std::initializer_list<const char*> to_flags = {"root", "Microsoft", "Windows NT",
+                                                         "CurrentVersion"};
+    const auto layers = [](const char* program) {
+        return hive_key{.name = "Layers", .values = {text_value(program, "~ RunAsAdmin")}};
+    };
+    hive_key machine =
+        below(to_flags, {.name = "AppCompatFlags",
+                         .subkeys = {{.name = "InstalledSDB"},
+                                     {.name = "Custom",
+                                      .subkeys = {{.name = "Tool.exe",
+                                                   .values = {number_value("{A}.sdb", 77, 8)},
+                                                   .last_write = 99}}},
+                                     layers("C:\\machine.exe")}});
+    machine.subkeys.front().subkeys.push_back(
+        below({"Windows", "CurrentVersion", "Uninstall"},
+              {.name = "{A}.SDB", .values = {text_value("DisplayName", "A")}}));
+    hive_key system = {.name = "root"};
+    system.subkeys.push_back({.name = "Select", .values = {dword_value("Current", 1)}});
+    system.subkeys.push_back(
+        below({"ControlSet001", "Control", "Compatibility", "Driver"},
+              {.name = "a.sys", .values = {text_value("Shims", "S"), text_value("Other", "T")}}));
+    const hive_key user =
+        below({"root", "Software", "Microsoft", "Windows NT", "CurrentVersion", "AppCompatFlags"},
+              layers("C:\\user.exe"));
+
+    model::registry_lists lists;
+    read_hive(lists, machine);
+    read_hive(lists, system);
+    read_hive(lists, user);
+    EXPECT_TRUE(lists.has_installed_key && lists.has_uninstall_key && !lists.is_damaged);
+    ASSERT_EQ(lists.customs.size(), 1u);
+    EXPECT_EQ(lists.customs[0].program + lists.customs[0].id, "Tool.exe{a}");
+    EXPECT_EQ(lists.customs[0].time, 77u);
+    EXPECT_EQ(lists.customs[0].key_time, 99u);
+    EXPECT_TRUE(lists.uninstalls.contains("{a}.sdb"));
+    ASSERT_EQ(lists.layers.size(), 2u);
+    EXPECT_EQ(lists.layers[0].program + lists.layers[0].layers, "C:\\machine.exe~ RunAsAdmin");
+    EXPECT_EQ(lists.layers[1].program, "C:\\user.exe");
+    ASSERT_EQ(lists.drivers.size(), 1u);
+    EXPECT_EQ(lists.drivers[0].driver + " " + lists.drivers[0].shims, "a.sys S");
+}
+
 TEST(findings, about_a_registration_hold_the_database_against_the_registry)
 {
     const std::uint64_t made = filetime(2024, 5, 5);
@@ -485,7 +549,8 @@ TEST(findings, of_ten_thousand_harmless_programs_are_not_high)
         b.add(b.list(tag::exe,
                      {b.text(tag::name, name), b.text(tag::app_name, "Old Program"),
                       b.list(tag::matching_file,
-                             {b.text(tag::name, "*"), b.text(tag::company_name, "Old Makers")}),
+                             {b.text(tag::name, "*"), i % 2 == 0 ? b.text(tag::company_name, "Old")
+                                                                 : b.null(tag::general)}),
                       b.list(tag::shim_ref, {b.text(tag::name, "EmulateHeap")}),
                       b.list(tag::layer, {b.text(tag::name, "Win98")})}));
     }
@@ -496,6 +561,19 @@ TEST(findings, of_ten_thousand_harmless_programs_are_not_high)
     EXPECT_EQ(all.with_high_finding(), 0u);
     for (const finding& one : all.of_database().all()) {
         EXPECT_NE(one.weighs, model::weight::high) << one.kind->id;
+    }
+
+    // Several threads tell what one does.
+    for (const std::string_view form : {"plain", "csv", "json", "xml"}) {
+        const auto told = [&](std::size_t threads) {
+            request::sdb_opts options = test_support::row_options(form);
+            options.explain = true;
+            options.bounds.threads = threads;
+            return test_support::explained_report(loaded.database, options).text;
+        };
+        const std::string alone = told(1);
+        EXPECT_GT(alone.size(), 100'000u);
+        EXPECT_TRUE(alone == told(4)) << form;
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -14,8 +15,10 @@
 #include "model/finding.h"
 #include "model/fix_uses.h"
 #include "model/knowledge.h"
+#include "model/record_groupings.h"
 #include "request/bounds.h"
 #include "sdb/database.h"
+#include "uni/thread_allowance.h"
 
 namespace model {
 
@@ -61,33 +64,55 @@ struct subject {
     bool is_whole = true; // otherwise there are more fixes than are looked at
 };
 
+// Whether a finding is one that is asked for.
+using finding_filter = std::function<bool(const finding&)>;
+
+// The first subject of several that tells of a patch, by its place among them.
+struct told_patch {
+    std::uint32_t patch;
+    std::uint32_t place;
+    friend auto operator<=>(const told_patch&, const told_patch&) = default;
+};
+
+class subject_judge;
+
 class examination {
 public:
-    explicit examination(const examined_database& examined, const request::bounds& bounds = {});
-    ~examination();
+    // With a filter only subjects come that have a finding which is asked for. Of `threads` those that are to
+    // spare help.
+    explicit examination(const examined_database& examined, const request::bounds& bounds = {},
+                         finding_filter is_wanted = {}, uni::thread_allowance* threads = nullptr);
     examination(const examination&) = delete;
     examination& operator=(const examination&) = delete;
 
     // The subjects in the order in which they are to be looked at: those with a high finding first, then
     // by the sum of what is found, then as they stand.
     std::span<const std::uint32_t> subjects() const noexcept { return order_; }
-    // How many are left out, as they stand in known databases.
+    // How many there are, those that are not asked for among them; and how many are left out, as they
+    // stand in known databases.
+    std::size_t subject_count() const noexcept { return subject_count_; }
     std::size_t known_subjects() const noexcept { return known_; }
     std::size_t with_high_finding() const noexcept { return with_high_; }
-    // What one of them gets, and what is unusual about it.
-    void look_at(subject& seen, std::uint32_t record);
+    // Whether a subject is the first that tells of a patch.
+    bool is_first_to_tell(std::uint32_t patch, std::uint32_t record) const;
+    // The first subject that has more fixes than are looked at; 0 for none.
+    std::uint32_t cut_at() const noexcept { return cut_; }
     // What is unusual about the database itself.
     const finding_list& of_database() const noexcept { return of_database_; }
-    // A fix by its reference; null for one that is not known.
-    const known_fix* fix_of(std::uint32_t reference);
+
+    // What a thread looks at subjects with.
+    std::unique_ptr<subject_judge> make_judge() const;
 
 private:
-    class subject_judge;
-
-    std::unique_ptr<subject_judge> judge_;
+    const examined_database& examined_;
+    const request::bounds bounds_;
+    const record_groupings groupings_;
     std::vector<std::uint32_t> order_;
+    std::vector<told_patch> tellers_; // ascending
+    std::size_t subject_count_ = 0;
     std::size_t with_high_ = 0;
     std::size_t known_ = 0;
+    std::uint32_t cut_ = 0;
     finding_list of_database_;
 };
 

@@ -16,8 +16,8 @@ constexpr std::size_t most_layers_deep = 32;
 class use_gatherer {
 public:
     use_gatherer(std::vector<fix_use>& uses, const sdb::sdb_database& database,
-                 use_allowance& allowance)
-        : uses_(uses), database_(database), allowance_(allowance)
+                 std::uint64_t most_uses, std::uint64_t most_tags)
+        : uses_(uses), database_(database), most_uses_(most_uses), tags_left_(most_tags)
     {}
 
     // NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
@@ -30,12 +30,12 @@ public:
             }
             // A reference is read once for each record that opens the layer up.
             const sdb::tag_ordinal reference = *database_.ordinal_of(offset);
-            const std::size_t price = database_.children().end(reference) - reference;
-            if (allowance_.left < price || uses_.size() >= allowance_.of_one) {
+            const std::uint64_t price = database_.children().end(reference) - reference;
+            if (tags_left_ < price || uses_.size() >= most_uses_) {
                 is_whole = false;
                 return;
             }
-            allowance_.left -= price;
+            tags_left_ -= price;
             is_whole &= take(offset, tag);
         });
         return is_whole;
@@ -63,7 +63,8 @@ private:
 
     std::vector<fix_use>& uses_;
     const sdb::sdb_database& database_;
-    use_allowance& allowance_;
+    const std::uint64_t most_uses_;
+    std::uint64_t tags_left_;
     std::vector<std::uint32_t> open_; // layers
 };
 
@@ -90,9 +91,14 @@ bool is_fix_reference(std::uint16_t tag)
 }
 
 bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,
-                     std::uint32_t record, use_allowance& allowance)
+                     std::uint32_t record, const request::bounds& bounds)
 {
-    return use_gatherer(uses, database, allowance).gather(record);
+    constexpr std::uint64_t least = 16; // of its tags that count
+    const auto ordinal = database.ordinal_of(record);
+    const std::uint64_t own = ordinal ? database.children().end(*ordinal) - *ordinal : 0;
+    return use_gatherer(uses, database, bounds.record_items,
+                        bounds.listing_items_of_a_tag * (own + least))
+        .gather(record);
 }
 
 } // namespace model

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "request/bounds.h"
 #include "sdb/database.h"
 
 namespace model {
@@ -16,18 +17,12 @@ struct fix_use {
     bool is_broken = false;       // it refers to something else than a definition of its kind
 };
 
-// How much of layers may be opened up, for all records of one database together.
-struct use_allowance {
-    std::size_t of_one = 100'000; // fixes of one record
-    std::size_t left = 0;         // of all
-};
-
 // Whether a tag refers to a fix, where it stands in a record.
 bool is_fix_reference(std::uint16_t tag);
 
-// Appends the fixes of a record, each layer with what it holds behind it. False if some were left out for
-// the allowance.
+// Appends the fixes of a record, each layer with what it holds behind it. False if some were left out: layers
+// are opened up as long as that takes no more tags than `bounds` allow for as many as the record has, and some.
 bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,
-                     std::uint32_t record, use_allowance& allowance);
+                     std::uint32_t record, const request::bounds& bounds);
 
 } // namespace model

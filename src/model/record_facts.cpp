@@ -113,4 +113,10 @@ std::string stem_of(std::string_view path)
     return name;
 }
 
+bool is_matching_list(std::uint16_t tag)
+{
+    return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||
+           tag == tag::matching_device || tag == tag::matching_info_block;
+}
+
 } // namespace model

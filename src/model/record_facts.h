@@ -36,6 +36,9 @@ struct led_to {
 };
 led_to definition_of(const sdb::sdb_database& database, std::uint32_t reference);
 
+// Whether a list of a record tests a file, a registry value or the like.
+bool is_matching_list(std::uint16_t tag);
+
 // The number that a tag of any numeric type holds.
 inline std::uint64_t number_at(const sdb::sdb_database& database, std::uint32_t offset)
 {

@@ -100,8 +100,7 @@ private:
     {
         constexpr std::size_t longest = 1000;
         std::vector<model::fix_use> uses;
-        model::use_allowance allowance{1000, 100'000};
-        model::gather_fix_uses(uses, candidate_.database, list_.record, allowance);
+        model::gather_fix_uses(uses, candidate_.database, list_.record, work_.options.bounds);
         std::string names;
         for (const model::fix_use& use : uses) {
             if (use.depth == 0 && names.size() < longest) {

@@ -1,23 +1,25 @@
 #include <algorithm>
+#include <memory>
 #include <optional>
+#include <span>
 #include <string>
-#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "model/database_facts.h"
 #include "model/examination.h"
 #include "model/explain_context.h"
-#include "model/patch_changes.h"
 #include "model/place.h"
 #include "model/record_facts.h"
-#include "report/effect_words.h"
-#include "report/explained_subject.h"
+#include "report/bounded_text.h"
 #include "report/finding_rows.h"
-#include "report/recognition_words.h"
 #include "report/reports.h"
+#include "report/subject_teller.h"
 #include "report/value_words.h"
 #include "sdb/tags.h"
+#include "uni/ordered_work.h"
 #include "uni/text.h"
+#include "uni/text_buffer.h"
 
 namespace report {
 
@@ -25,28 +27,46 @@ namespace {
 
 namespace tag = sdb::tag;
 
-// The changes that a patch makes, a line each.
-std::vector<std::string> change_lines(const sdb::sdb_database& database, std::uint32_t patch)
-{
-    constexpr std::size_t most_changes = 1000;
-    std::vector<std::string> lines;
-    std::uint64_t changes = 0;
-    database.for_each_child(patch, [&](std::uint32_t offset, std::uint16_t own) {
-        if (own == tag::patch_bits) {
-            model::for_each_change(database.payload_at(offset),
-                                   [&](const model::patch_change& change) {
-                                       if (++changes <= most_changes) {
-                                           lines.push_back(change_line(change));
-                                       }
-                                       return true;
-                                   });
-        }
-    });
-    if (changes > most_changes) {
-        lines.push_back("and " + std::to_string(changes - most_changes) + " more changes");
+constexpr std::size_t in_a_stretch = 128; // subjects that one thread tells at a time
+constexpr std::size_t fewest_stretches = 4;
+constexpr std::size_t most_helpers = 3;
+
+// What a thread tells at a time.
+struct told_stretch {
+    uni::text_buffer text;
+    subject_teller::surplus_list left_out; // findings
+    bool is_whole = false;
+    form::stream_state began_in;
+    form::stream_state ended_in;
+};
+
+// Tells of stretches of subjects on a thread of its own, with a writer of its own.
+class stretch_maker {
+public:
+    stretch_maker(const job& work, const model::examination& all)
+        : form_(work.form.fork(text_)), job_(work.with_form(*form_, console_, notices_)),
+          teller_(job_, all)
+    {}
+
+    void make(std::span<const std::uint32_t> records, told_stretch& made)
+    {
+        made.left_out.clear();
+        made.began_in = form_->state();
+        teller_.tell_all(records, made.left_out);
+        made.ended_in = form_->state();
+        made.is_whole = !form_->is_cut() && text_.good();
+        form_->uncut();
+        text_.hand_over(made.text);
     }
-    return lines;
-}
+
+private:
+    bounded_text text_;
+    uni::text_buffer console_; // nothing goes there
+    io::kept_notices notices_; // the same
+    const std::unique_ptr<form::writer> form_;
+    const job job_;
+    subject_teller teller_;
+};
 
 class explainer {
 public:
@@ -55,8 +75,7 @@ public:
           place_(model::place_of(work.path, context_.root)), examined_{*work.database,
                                                                        context_.known,
                                                                        is_vendors_own, context_.now,
-                                                                       work.known},
-          effects_(*work.database, work.options)
+                                                                       work.known}
     {}
 
     // Tells what is known of the file and of its registration, and no more.
@@ -72,31 +91,26 @@ public:
 
     void tell_all()
     {
-        model::examination all(examined_, work_.options.bounds);
-        std::vector<std::string> programs;
-        if (work_.installed != nullptr) {
-            programs = names_of_programs();
+        model::finding_filter is_wanted;
+        if (is_narrowed(work_.options)) {
+            is_wanted = [this](const model::finding& one) {
+                return is_asked_for(one, work_.options);
+            };
         }
+        const model::examination all(examined_, work_.options.bounds, is_wanted, work_.threads);
         model::finding_list outside;
-        judge_outside(outside, programs);
+        judge_outside(outside, work_.installed != nullptr ? names_of_programs()
+                                                          : std::vector<std::string>());
         head(summary(all));
-        bool any = tell_list(outside);
-        any |= tell_list(all.of_database());
-        model::subject seen;
-        for (const std::uint32_t record : all.subjects()) {
-            if (!work_.form.takes_more(record)) {
-                break;
-            }
-            all.look_at(seen, record);
-            any |= tell_subject(all, seen);
-        }
-        if (!any && is_narrowed(work_.options)) {
+        const bool any = tell_list(outside) | tell_list(all.of_database());
+        if (all.subjects().empty() && !any && is_narrowed(work_.options)) {
             work_.form.line("  nothing was found that was asked for");
         }
-        if (cut_ != 0) {
+        tell_subjects(all);
+        if (all.cut_at() != 0) {
             work_.notices.fail("%s: not all fixes of its records could be looked at, from tag "
                                "0x%08x on\n",
-                               work_.path.c_str(), cut_);
+                               work_.path.c_str(), all.cut_at());
         }
         if (!examined_.is_vendors_own) {
             context_.note({work_.path, identity_.compiler_version});
@@ -151,7 +165,7 @@ private:
         return whose + ", " +
                (identity_.internal_name.empty() ? std::string("without a name")
                                                 : '"' + shortened(identity_.internal_name) + '"') +
-               "; " + counted(all.subjects().size(), "subject", "subjects") + ", " +
+               "; " + counted(all.subject_count(), "subject", "subjects") + ", " +
                std::to_string(all.with_high_finding()) + " with a high finding" +
                (all.known_subjects() == 0
                     ? std::string()
@@ -169,76 +183,68 @@ private:
                 tell_finding(work_, one, {work_.path, {}});
             }
         }
-        say_left_out(list);
+        say_left_out(list.left_out());
         return any;
     }
 
-    void say_left_out(const model::finding_list& list) const
+    void say_left_out(const subject_teller::surplus_list& left_out) const
     {
-        for (const auto& [kind, count] : list.left_out()) {
+        for (const auto& [kind, count] : left_out) {
             work_.notices.say("%s: %llu more findings of the kind %s\n", work_.path.c_str(),
                               static_cast<unsigned long long>(count), kind->id.c_str());
         }
     }
 
-    bool tell_subject(model::examination& all, const model::subject& seen)
+    void tell_subjects(const model::examination& all)
     {
-        const bool has_any =
-            std::ranges::any_of(seen.findings.all(), [&](const model::finding& one) {
-                return is_asked_for(one, work_.options);
-            });
-        if (!seen.is_whole && cut_ == 0) {
-            cut_ = seen.record;
+        const bool is_long = all.subjects().size() >= fewest_stretches * in_a_stretch;
+        uni::helping_threads helpers(is_long ? work_.threads : nullptr);
+        if (helpers.take(most_helpers) == 0 || !tell_stretches(all, helpers.count() + 1)) {
+            tell_some(all, all.subjects());
         }
-        if (!has_any && is_narrowed(work_.options)) {
-            return false;
-        }
-        const sdb::sdb_database& database = *work_.database;
-        const std::vector<std::string> recognised =
-            recognition_of(database, seen.record, work_.options);
-        work_.form.line({});
-        work_.form.line(heading_line(title_of(database, seen.record),
-                                     recognised.empty() ? std::string() : recognised.front()));
-        for (std::size_t i = 1; i < recognised.size(); ++i) {
-            work_.form.line(heading_line({}, recognised[i]));
-        }
-        for (const own_effect& effect : own_effects_of(database, seen.record, work_.options)) {
-            work_.form.line(effect_line(line_, effect.words, effect.offset, 0));
-        }
-        for (const model::fix_use& use : seen.uses) {
-            if (!work_.form.takes_more(use.reference)) {
-                break;
-            }
-            work_.form.line(effect_line(line_, effects_.of(use, all.fix_of(use.reference)),
-                                        use.reference, use.depth));
-        }
-        work_.form.facts(explained_subject(work_, all, seen, effects_, told_patches_));
-        tell_findings(seen);
-        return has_any;
     }
 
-    void tell_findings(const model::subject& seen)
+    void tell_some(const model::examination& all, std::span<const std::uint32_t> records)
     {
-        constexpr std::size_t longest = 512;
-        const std::string program =
-            shortened(model::name_of_list(*work_.database, seen.record, longest));
-        std::uint32_t last_patch = 0;
-        for (const model::finding& one : seen.findings.all()) {
-            if (!is_asked_for(one, work_.options) || !work_.form.takes_more(one.offset)) {
-                continue;
-            }
-            std::vector<std::string> more;
-            const bool is_patch = work_.database->is_recorded(one.offset) &&
-                                  work_.database->tag_from(one.offset) == tag::patch;
-            if (is_patch && one.offset != last_patch) {
-                last_patch = one.offset;
-                more = shown_patches_.insert(one.offset).second
-                           ? change_lines(*work_.database, one.offset)
-                           : std::vector<std::string>{"its changes are shown above"};
-            }
-            tell_finding(work_, one, {work_.path, program}, more);
+        subject_teller::surplus_list left_out;
+        subject_teller(work_, all).tell_all(records, left_out);
+        say_left_out(left_out);
+    }
+
+    // Has several threads tell of stretches of the subjects into memory, and takes these in their order. What
+    // was begun in another state of the form, or is too long, is told again here. False where there are no threads.
+    bool tell_stretches(const model::examination& all, std::size_t threads)
+    {
+        const std::span<const std::uint32_t> records = all.subjects();
+        const std::size_t count = (records.size() + in_a_stretch - 1) / in_a_stretch;
+        const auto stretch_of = [&](std::size_t number) {
+            const auto from = records.subspan(number * in_a_stretch);
+            return from.first(std::min(in_a_stretch, from.size()));
+        };
+        const auto make_maker = [&] {
+            auto maker = std::make_unique<stretch_maker>(work_, all);
+            return [&, maker = std::move(maker)](std::size_t number, told_stretch& made) {
+                maker->make(stretch_of(number), made);
+            };
+        };
+        uni::ordered_work<told_stretch> work(0, count);
+        if (!work.start(threads, make_maker)) {
+            return false;
         }
-        say_left_out(seen.findings);
+        for (std::size_t number = 0; number < count; ++number) {
+            if (!work_.form.takes_more(stretch_of(number).front())) {
+                break;
+            }
+            const told_stretch& made = work.next();
+            if (made.is_whole && made.began_in == work_.form.state() &&
+                work_.form.has_room_for(made.text.view().size())) {
+                work_.form.take(made.text.view(), made.ended_in);
+                say_left_out(made.left_out);
+            } else {
+                tell_some(all, stretch_of(number));
+            }
+        }
+        return true;
     }
 
     const job& work_;
@@ -246,12 +252,6 @@ private:
     const model::database_identity& identity_;
     const std::optional<std::string> place_;
     const model::examined_database examined_;
-    effect_words effects_;
-    // Patches whose changes were told, which is done once.
-    std::unordered_set<std::uint32_t> shown_patches_;
-    std::unordered_set<std::uint32_t> told_patches_;
-    std::uint32_t cut_ = 0;
-    uni::text_buffer line_; // in work
 };
 
 } // namespace

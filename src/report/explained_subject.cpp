@@ -46,7 +46,7 @@ void explained_subject::tell(form::fact_taker& to) const
 
 void explained_subject::tell_fix(form::fact_taker& to, const model::fix_use& use) const
 {
-    const model::known_fix* const known = all_.fix_of(use.reference);
+    const model::known_fix* const known = judge_.fix_of(use.reference);
     const auto or_none = [&](auto member) {
         return known == nullptr || (known->*member).empty() ? form::value()
                                                             : form::value(known->*member);
@@ -63,7 +63,7 @@ void explained_subject::tell_fix(form::fact_taker& to, const model::fix_use& use
                                        : form::value(std::string(model::word_of(known->weighs))));
     to.fact("words", effects_.of(use, known));
     if (use.definition != 0 && work_.database->tag_from(use.definition) == tag::patch &&
-        told_patches_.insert(use.definition).second) {
+        all_.is_first_to_tell(use.definition, seen_.record)) {
         tell_changes(to, use.definition);
     }
     to.end();

@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <string_view>
-#include <unordered_set>
 
 #include "form/facts.h"
 #include "model/examination.h"
+#include "model/subject_judge.h"
 #include "report/effect_words.h"
 #include "report/job.h"
 
@@ -14,9 +14,9 @@ namespace report {
 // A subject with what it gets, by names. The changes of a patch are told where it first comes.
 class explained_subject : public form::told_facts {
 public:
-    explained_subject(const job& work, model::examination& all, const model::subject& seen,
-                      effect_words& effects, std::unordered_set<std::uint32_t>& told_patches)
-        : work_(work), all_(all), seen_(seen), effects_(effects), told_patches_(told_patches)
+    explained_subject(const job& work, const model::examination& all, model::subject_judge& judge,
+                      const model::subject& seen, effect_words& effects)
+        : work_(work), all_(all), judge_(judge), seen_(seen), effects_(effects)
     {}
 
     std::string_view kind() const override { return "explained"; }
@@ -27,10 +27,10 @@ private:
     void tell_changes(form::fact_taker& to, std::uint32_t patch) const;
 
     const job& work_;
-    model::examination& all_;
+    const model::examination& all_;
+    model::subject_judge& judge_;
     const model::subject& seen_;
     effect_words& effects_;
-    std::unordered_set<std::uint32_t>& told_patches_;
 };
 
 } // namespace report

@@ -48,6 +48,20 @@ struct job {
     std::string other_path = {};
     bool is_named = false;           // the database, on the command line
     model::file_probe is_there = {}; // of the run's registry
+
+    // The same work in another writer of the form, on a thread that has no others to help it.
+    job with_form(form::writer& other, uni::text_buffer& other_console,
+                  io::notices& other_notices) const
+    {
+        job made{options, other, other_console, other_notices};
+        made.path = path;
+        made.database = database;
+        made.installed = installed;
+        made.known = known;
+        made.explained = explained;
+        made.is_named = is_named;
+        return made;
+    }
 };
 
 } // namespace report
