@@ -122,14 +122,14 @@ thread_tests() {
 
 # Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".
 fuzz_target() { # name
-    local place=build/fuzz/runs/$1 seeds=() more=()
+    local place=build/asan/runs/$1 seeds=() more=()
     rm -rf "$place/corpus" "$place/status"
     mkdir -p "$place/corpus" "$place/artifacts"
     [ ! -d "fuzz/corpus/$1" ] || seeds+=("fuzz/corpus/$1")
     case $1 in
-    listing* | match*) more=(-dict=build/fuzz/tags.dict) && seeds+=(build/fuzz/samples) ;;
+    listing* | match*) more=(-dict=build/asan/tags.dict) && seeds+=(build/asan/samples) ;;
     esac
-    "build/fuzz/$1" -runs=20000 -max_total_time=15 -timeout=5 -malloc_limit_mb=512 -seed=1 \
+    "build/asan/$1" -runs=20000 -max_total_time=15 -timeout=5 -malloc_limit_mb=512 -seed=1 \
         -artifact_prefix="$place/artifacts/" "${more[@]}" "$place/corpus" "${seeds[@]}" \
         </dev/null >"$logs/fuzz-$1.log" 2>&1 && echo passed >"$place/status"
 }
@@ -138,15 +138,15 @@ fuzz_smoke() {
     local names name
     heading 'fuzz targets'
     mapfile -t names < <(fuzz_targets)
-    rm -rf build/fuzz/samples
-    mkdir build/fuzz/samples
-    cp examples/*.sdb build/fuzz/samples
-    fuzz_dictionary >build/fuzz/tags.dict
+    rm -rf build/asan/samples
+    mkdir build/asan/samples
+    cp examples/*.sdb build/asan/samples
+    fuzz_dictionary >build/asan/tags.dict
     export logs
     export -f fuzz_target
     printf '%s\n' "${names[@]}" | xargs -P "$(nproc)" -I '{}' bash -c 'fuzz_target "$1" || true' - '{}'
     for name in "${names[@]}"; do
-        [ -e "build/fuzz/runs/$name/status" ] || fail "$logs/fuzz-$name.log" 1
+        [ -e "build/asan/runs/$name/status" ] || fail "$logs/fuzz-$name.log" 1
         passed=$((passed + 1))
     done
 }
@@ -175,6 +175,7 @@ if $all; then
     report_tests -asan build/asan
     script_tests pe_files-asan pe_files_test.py --quilt build/asan/quilt
     volume_tests -asan build/asan
+    fuzz_smoke
 
     build tsan quilt
     thread_tests
@@ -192,9 +193,6 @@ if $all; then
         --windows 'wine build/windows/quilt.exe'
     volume_tests -windows build/release --windows 'wine build/windows/quilt.exe' \
         --windows-reader 'wine build/windows/read_volume.exe' --only Wine
-
-    build fuzz
-    fuzz_smoke
 fi
 
 printf '%d passed, 0 failed\n' "$passed"
