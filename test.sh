@@ -29,7 +29,7 @@ count() { # name passed-or-failed number
 }
 
 total() { # passed-or-failed
-    cat "$counts"/*."$1" 2>/dev/null | awk '{ sum += $1 } END { print sum + 0 }'
+    find "$counts" -name "*.$1" -exec cat {} + | awk '{ sum += $1 } END { print sum + 0 }'
 }
 
 # Starts a step, beside others where there are processors for it.
