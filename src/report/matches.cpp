@@ -37,8 +37,8 @@ public:
     bool begin_list(const model::looked_at_list& list) override
     {
         to_.begin_item();
-        to_.fact("record", form::count{list.record});
-        to_.fact("list", form::count{list.list});
+        to_.fact("record", form::hex_number{list.record});
+        to_.fact("list", form::hex_number{list.list});
         to_.begin_list("facts");
         return to_.goes_on();
     }
@@ -46,7 +46,7 @@ public:
     {
         to_.begin_item();
         to_.fact("tag", form::tag_word{one.tag});
-        to_.fact("at", form::count{one.offset});
+        to_.fact("at", form::hex_number{one.offset});
         to_.fact("database", form::stored_value{one.offset});
         to_.fact("program", one.found != nullptr ? told_value(*one.found) : form::value());
         to_.fact("agrees", word_of(one.agrees));
@@ -78,8 +78,8 @@ struct match_facts : public form::told_facts {
             for (const std::uint32_t list : lists) {
                 if (to.goes_on()) {
                     to.begin_item();
-                    to.fact("record", form::count{record});
-                    to.fact("tagid", form::count{list});
+                    to.fact("record", form::hex_number{record});
+                    to.fact("tagid", form::hex_number{list});
                     to.end();
                 }
             }
