@@ -68,7 +68,7 @@ script_tests() { # name script argument...
 # Whole runs of the programs of one build.
 report_tests() { # name-suffix folder argument...
     local subject
-    for subject in reports forms json options targets; do
+    for subject in reports forms json html options targets; do
         script_tests "$subject$1" "${subject}_test.py" --quilt "$2/quilt" "${@:3}"
     done
 }
@@ -104,17 +104,18 @@ start_wine() {
 # Long work by several threads: no data race, and the bytes of the release program.
 thread_tests() {
     local database=build/tsan/large.sdb options words log=$logs/threads.log
+    local header='^run time: \|^"cmdline: \|^{"kind":"run"\|^<title>\|^<dt>time\|^<dt>command line'
     heading 'threads'
     build/release/make_large_database 3000000 "$database" >"$log" 2>&1 || fail "$log" 1
-    for options in -apps '-apps -multiline -threads 8' '-apps -json' -stats; do
+    for options in -apps '-apps -multiline -threads 8' '-apps -json' '-apps -html' -stats; do
         read -ra words <<<"$options"
         for program in release tsan; do
             timeout 300 "build/$program/quilt" -sdb "$database" -quiet "${words[@]}" \
                 >"build/tsan/$program.out" 2>"$log" </dev/null || fail "$log" 1
         done
         # The run header has another time and program.
-        diff <(grep -av '^run time: \|^"cmdline: \|^{"kind":"run"' build/tsan/release.out) \
-            <(grep -av '^run time: \|^"cmdline: \|^{"kind":"run"' build/tsan/tsan.out) >"$log" || fail "$log" 1
+        diff <(grep -av "$header" build/tsan/release.out) <(grep -av "$header" build/tsan/tsan.out) >"$log" ||
+            fail "$log" 1
         passed=$((passed + 1))
     done
     script_tests lists-tsan targets_test.py --quilt build/tsan/quilt --only any_number_of_threads
@@ -182,6 +183,7 @@ if $all; then
     heading 'unused functions'
     logged unused cmake/lint.sh unused
     script_tests costs costs_test.py --quilt build/release/quilt
+    script_tests browser browser_test.py --quilt build/release/quilt
     script_tests patches house_test.py --patches build/release/quilt
 
     build windows

@@ -38,10 +38,10 @@ struct form_choice {
     std::string_view name;
     const char* separator; // between fields, where it matters
 };
-constexpr form_choice all_forms[] = {{"xml", nullptr}, {"plain", nullptr}, {"csv", ","},
-                                     {"csvl2t", ","},  {"csv", "|"},       {"bodyfile", "|"},
-                                     {"csvgen", ","},  {"csv", "\t"},     {"json", nullptr},
-                                     {"timesketch", nullptr}};
+constexpr form_choice all_forms[] = {{"xml", nullptr},        {"plain", nullptr}, {"csv", ","},
+                                     {"csvl2t", ","},         {"csv", "|"},       {"bodyfile", "|"},
+                                     {"csvgen", ","},         {"csv", "\t"},      {"json", nullptr},
+                                     {"timesketch", nullptr}, {"html", nullptr}};
 
 request::sdb_opts options_of(const form_choice& form)
 {
@@ -73,6 +73,8 @@ std::string report(const sdb::sdb_database& database, request::sdb_opts options)
     fuzz::require_text(text);
     if (options.form == "xml") {
         fuzz::require_document(text);
+    } else if (options.form == "html") {
+        fuzz::require_page("<html>" + text + "</html>");
     } else if (options.form == "json") {
         fuzz::require_json_lines(text, false);
     } else if (options.form == "timesketch") {
