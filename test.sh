@@ -137,17 +137,18 @@ start_wine() {
 # Long work by several threads: no data race, and the bytes of the release program.
 thread_tests() {
     local database=build/tsan/large.sdb options words passed=0 log=$logs/threads.log
+    local header='^run time: \|^"cmdline: \|^{"kind":"run"\|^<title>\|^<dt>time\|^<dt>command line'
     heading 'threads'
     build/release/make_large_database 3000000 "$database" >"$log" 2>&1 || fail threads "$log" 1
-    for options in -apps '-apps -multiline -threads 8' -stats; do
+    for options in -apps '-apps -multiline -threads 8' '-apps -json' '-apps -html' -stats; do
         read -ra words <<<"$options"
         for program in release tsan; do
             timeout 300 "build/$program/quilt" -sdb "$database" -quiet "${words[@]}" \
                 >"build/tsan/$program.out" 2>"$log" </dev/null || fail threads "$log" 1
         done
         # The run header has another time and program.
-        diff <(grep -av '^run time: \|^"cmdline: ' build/tsan/release.out) \
-            <(grep -av '^run time: \|^"cmdline: ' build/tsan/tsan.out) >"$log" || fail threads "$log" 1
+        diff <(grep -av "$header" build/tsan/release.out) <(grep -av "$header" build/tsan/tsan.out) >"$log" ||
+            fail threads "$log" 1
         count threads passed $((++passed))
     done
     script_tests lists-tsan targets_test.py --quilt build/tsan/quilt --only any_number_of_threads
@@ -200,7 +201,7 @@ step script_tests house house_test.py
 build release
 beside script_tests faults faults_test.py --quilt build/release/quilt
 beside unit_tests quilt_tests build/release/quilt_tests
-for subject in reports forms options targets; do
+for subject in reports forms json html options targets; do
     beside script_tests "$subject" "${subject}_test.py" --quilt build/release/quilt
 done
 beside script_tests memory memory_test.py --quilt build/release/quilt
@@ -212,7 +213,7 @@ if $all; then
     build asan
     beside script_tests forms-asan forms_test.py --quilt build/asan/quilt
     beside unit_tests quilt_tests-asan build/asan/quilt_tests
-    for subject in reports options targets pe_files; do
+    for subject in reports json html options targets pe_files; do
         beside script_tests "$subject-asan" "${subject}_test.py" --quilt build/asan/quilt
     done
     volume_tests -asan build/asan
@@ -224,13 +225,14 @@ if $all; then
     heading 'unused functions'
     logged unused cmake/lint.sh unused
     step script_tests costs costs_test.py --quilt build/release/quilt
+    step script_tests browser browser_test.py --quilt build/release/quilt
     step script_tests patches house_test.py --patches build/release/quilt
 
     # One after the other, as they change back the times of what they read.
     build windows
     start_wine
     step unit_tests quilt_tests-windows wine build/windows/quilt_tests.exe
-    for subject in reports forms options targets pe_files; do
+    for subject in reports forms json html options targets pe_files; do
         step script_tests "$subject-windows" "${subject}_test.py" --quilt build/release/quilt \
             --windows 'wine build/windows/quilt.exe'
     done

@@ -121,5 +121,7 @@ BENCHMARK(search_strings)->Apply(sizes);
 BENCHMARK(gather_statistics)->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, xml, "xml")->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, plain, "plain")->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, json, "json")->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, page, "html")->Apply(sizes);
 
 } // namespace

@@ -38,9 +38,10 @@ struct form_choice {
     std::string_view name;
     const char* separator; // between fields, where it matters
 };
-constexpr form_choice all_forms[] = {{"xml", nullptr}, {"plain", nullptr}, {"csv", ","},
-                                     {"csvl2t", ","},  {"csv", "|"},       {"bodyfile", "|"},
-                                     {"csvgen", ","},  {"csv", "\t"}};
+constexpr form_choice all_forms[] = {{"xml", nullptr},        {"plain", nullptr}, {"csv", ","},
+                                     {"csvl2t", ","},         {"csv", "|"},       {"bodyfile", "|"},
+                                     {"csvgen", ","},         {"csv", "\t"},      {"json", nullptr},
+                                     {"timesketch", nullptr}, {"html", nullptr}};
 
 request::sdb_opts options_of(const form_choice& form)
 {
@@ -72,6 +73,12 @@ std::string report(const sdb::sdb_database& database, request::sdb_opts options)
     fuzz::require_text(text);
     if (options.form == "xml") {
         fuzz::require_document(text);
+    } else if (options.form == "html") {
+        fuzz::require_page("<html>" + text + "</html>");
+    } else if (options.form == "json") {
+        fuzz::require_json_lines(text, false);
+    } else if (options.form == "timesketch") {
+        fuzz::require_events(text);
     } else if (options.stats && (options.form == "csv" || options.form == "csvl2t")) {
         fuzz::require_rows(text, options.csv_separator.front());
     }

@@ -15,6 +15,7 @@ import xml.parsers.expat
 from pathlib import Path
 
 from support import hives
+from support.json_lines import read_report
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
 
 KINDS = ("open", "close", "read", "write", "seek", "stat", "rename", "readdir", "thread", "memory")
@@ -60,8 +61,10 @@ class Faults(Runs):
 
     def check_what_there_is(self, result):
         """A document is one for all that; what was not put in its place is named."""
-        if result.stdout.startswith(b"<?xml"):
+        if result.stdout.startswith((b"<?xml", b"<!DOCTYPE")):
             xml.parsers.expat.ParserCreate().Parse(result.stdout, True)
+        elif result.stdout.startswith(b"{"):
+            read_report(result.stdout, validated=False)
         if os.path.exists(self.path("out.partial")):
             self.assertIn(b"out.partial", result.stderr)
 
@@ -97,6 +100,16 @@ class Faults(Runs):
     def test_long_listing(self):
         self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-quiet")
 
+    def test_long_listing_in_json(self):
+        self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-guids", "-json", "-quiet")
+
+    def test_statistics_in_json(self):
+        for form in ("-json", "-html"):
+            self.check("-stats", form, "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
+    def test_listings_of_a_list_in_a_page(self):
+        self.check("-exes", "-guids", "-html", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-threads", "3")
+
     def test_statistics(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT",
                    "-threads", "3")
@@ -121,8 +134,9 @@ class Faults(Runs):
                    "-out", "OUT")
 
     def test_match_with_a_program(self):
-        self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
-                   "-quiet")
+        for form in ("-xml", "-json", "-html"):
+            self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
+                       "-quiet", form)
 
     def test_program(self):
         self.check("-pe", "IN/tool2.exe", "-stats", "-quiet")

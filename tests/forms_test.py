@@ -9,21 +9,17 @@ Run from the root of the repository.
 import csv
 import hashlib
 import os
-import random
 import re
 import shlex
-import struct
+import subprocess
 import sys
 import xml.etree.ElementTree as xml
+from datetime import datetime, timezone
 from pathlib import Path
 
+from support.hostile import HOSTILE, damaged_databases, hostile_database
 from support.whole_runs import COMPRESSED, FAILED, GOLDEN, SAMPLE, Database, Runs, main, run
 
-HOSTILE = [
-    "two\r\nlines", "three\nin\rall\n\r", "]]>", "<a b='c'>&amp;]]></a>", "<!--", "-->",
-    'a "quote"', '"', '","', "it's", "a,b|c;d\te", "\x1b[2J\x1b]0;title\x07", "\x9b2J\x85",
-    "gnp.\u202eexe", "\u2066left\u2069\u200e\u200f\u061c", "\ufffe\uffff\ufeff", "\x7f\x08\x01",
-    "Чертёж 計測 \U0001f9f5", "-" * 79 + "<", "-" * 77 + "\x1b<", "\nDatabase MD5 | 0", "CDATA", "*", ""]
 # What a reader may not meet: controls but TAB and the line's own end, and what reorders a line.
 ACTING = re.compile("[\x00-\x08\x0b-\x1f\x7f-\x9f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069\ufffe\uffff]")
 XML_LISTINGS = ("-apps", "-fixes", "-exes", "-shims", "-patches", "-tag 0x7007", "-apps -fixes",
@@ -34,48 +30,6 @@ DELIMITED = {"-csv": ",", "-csv -no_whitespace": ",", "-csv -pair_datetime": ","
              "-csvl2t -enable_quoted_csv_fields": ",", "-csvl2t -csv_separator |": "|",
              "-csvl2t -pair_datetime": ",", "-csv -hostname 'a \"host\", \x1b'": ",",
              "-csvl2t -username '\u202e,\"x'": ","}
-
-
-def hostile_database(text, second="it"):
-    """The text in every place that a database has for one, and tags that come twice."""
-    tag = (d := Database()).tag
-    inline = (second + text + "\0").encode("utf-16-le")
-    inline = b"\x02\x88" + len(inline).to_bytes(4, "little") + inline
-    operation = (struct.pack("<5I", 2, 86, 2, 0, 0)
-                 + text.encode("utf-16-le")[:62].ljust(64, b"\0") + b"\x85\x86")
-    twice = [tag(0x6001, text), tag(0x6001, second), tag(0x6001, text), inline, inline]
-    return d.image(
-        tag(0x6022, text), tag(0x6001, text), tag(0x9007, bytes(range(16))),
-        tag(0x7007, *twice, tag(0x6006, text), tag(0x6006, text), tag(0x6005, text), tag(0x4023, 1),
-            tag(0x4023, 2), tag(0x9004, bytes(16)),
-            tag(0x7008, tag(0x6001, "*"), tag(0x6009, text), *twice),
-            tag(0x7003, tag(0x6003, text), tag(0x6003, text)),
-            tag(0x700d, tag(0x4015, 1), tag(0x4015, 1), tag(0x6018, text), tag(0x6018, text))),
-        tag(0x7007, tag(0x6001, "svc"), tag(0x6006, text)),
-        tag(0x7006, *twice, b"\1\x2a\2", b"\2\x2a\3"),
-        tag(0x7002, tag(0x7005, tag(0x6001, text), tag(0x9002, operation)),
-            tag(0x7004, *twice, tag(0x9010, bytes(16)))))
-
-
-def damaged_databases(count):
-    """The sample with random bytes changed, taken out or put in: seeded, so the same each time."""
-    sample = Path(SAMPLE).read_bytes()
-    chance = random.Random(11)
-    for _ in range(count):
-        image = bytearray(sample)
-        for _ in range(chance.randrange(1, 40)):
-            at = chance.randrange(12, len(image))
-            kind = chance.random()
-            if kind < 0.7:
-                image[at] = chance.choice((chance.randrange(256), 0, 0x3c, 0x22, 0x1b, 0x70, 0x60))
-            elif kind < 0.8:
-                image[at:at] = bytes(chance.randrange(256) for _ in range(chance.randrange(9)))
-            elif kind < 0.9:
-                del image[at:at + chance.randrange(9)]
-            else:
-                piece = chance.randrange(12, len(image))
-                image[at:at] = image[piece:piece + chance.randrange(64)]
-        yield bytes(image)
 
 
 class Forms(Runs):
@@ -251,8 +205,44 @@ class Forms(Runs):
                     self.assertEqual((second[0], second[1], second[9:]),
                                      ("0", f"{name} (database)", ["0", "0"]))
                     self.assertEqual({len(first), len(second)}, {11})
+        out = self.path("body")
+        run("-stats", "-sdb", SAMPLE, "-bodyfile", "-out", out)
+        timeline = list(csv.reader(subprocess.run(
+            ["mactime", "-b", out, "-d", "-z", "UTC"], capture_output=True, text=True,
+            check=True).stdout.splitlines()))
+        self.assertIn(["Sat Mar 14 2026 09:26:53", "0", "m...", "0", "0", "0", "0", f"{SAMPLE} (database)"],
+                      timeline)
+        moment = datetime.fromtimestamp(int(os.stat(SAMPLE).st_mtime), timezone.utc)
+        self.assertIn((moment.strftime("%a %b %d %Y %H:%M:%S"), str(os.path.getsize(SAMPLE)), SAMPLE),
+                      [(row[0], row[1], row[-1]) for row in timeline if row[2].startswith("m")])
         listed = run("-stats -bodyfile -pipe", lines=f"{SAMPLE}\n{COMPRESSED}\n".encode())
         self.assertEqual([line.count(b"|") for line in listed.stdout.splitlines()], [10] * 4)
+
+
+    def test_no_field_is_a_formula(self):
+        """Where that is asked for. What stands behind an apostrophe is what would stand there else."""
+        for text in ("=1+1", "+1", "-1", "@a", " =1", "\t-1", "a=1", "'=", "=a,b", '="a"'):
+            tag = (d := Database()).tag
+            path = self.write("=named.sdb", d.image(
+                tag(0x6001, text), tag(0x9007, bytes(16)), tag(0x7007, tag(0x6001, text), tag(0x6006, "A"))))
+            def safe_text(field):
+                return "'" + field if field.strip(" \t")[:1] in tuple("=+-@") else field
+            for form, separator in (("-csv", ","), ("-csv -enable_quoted_csv_fields", ","), ("-csvgen", "\t"),
+                                    ("-csvl2t", ","), ("-multiline", "|"), ("-csv", ";")):
+                for report in ("-stats", "-guids", "-stringtable", "-exes"):
+                    with self.subTest(text=text, form=form, report=report):
+                        options = f"-sdb {path} {report} {form} -csv_separator '{separator}' -no_header"
+                        rows, safe = ([[field.rstrip() for field in row] for row in csv.reader(
+                            self.report(options + more).splitlines(), delimiter=separator)]
+                                      for more in ("", " -safe_csv"))
+                        self.assertEqual([[safe_text(field) for field in row] for row in rows], safe)
+
+    def test_rows_without_a_banner(self):
+        for form, first in (("-csv", "source file"), ("-csvl2t", "date,time,"), ("-multiline", "Database Path"),
+                            ("-csvgen", "Database Path"), ("", "Database Path"), ("-bodyfile", "323e6399")):
+            self.assertEqual(run(f"-sdb {SAMPLE} -stats {form} -no_header").stdout.decode().find(first), 0)
+        for options in ("-sdb nowhere.sdb -apps -no_header", f"-no_header -sdb {SAMPLE} -tag 0x7001"):
+            self.assertEqual(run(options).stdout, b"")
 
 
 if __name__ == "__main__":

@@ -29,7 +29,8 @@ const std::vector<request::sdb_opts>& all_reports()
         add({"apps", "guids"}, "plain").search.guid = "2a85d3f7-b096-4c1e-9f68-431e7bd0ca52";
         add({"apps", "guids"}, "plain").search.tagids = {12, 0x100, 0x1a0, 0xffffffff};
         add({"apps", "guids"}, "plain").patch_pattern = {0x85, 0xc0};
-        for (const char* const form : {"plain", "csv", "csvl2t"}) {
+        add({"apps", "fixes", "guids", "stringtable"}, "json");
+        for (const char* const form : {"plain", "csv", "csvl2t", "json", "timesketch"}) {
             add({}, form).stats = true;
         }
         return reports;

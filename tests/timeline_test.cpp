@@ -71,6 +71,8 @@ struct fact : form::entry {
         return has_events ? std::optional(item) : std::nullopt;
     }
     std::optional<form::file_facts> file() const override { return known; }
+    std::string_view kind() const override { return "fact"; }
+    void tell(form::fact_taker&) const override {}
 };
 
 TEST(timeline, columns_follow_the_options)
@@ -135,16 +137,14 @@ TEST(timeline, columns_follow_the_options)
 TEST(timeline, a_body_file_has_rows_of_eleven_fields)
 {
     fact facts;
-    facts.known = {.path = "a|b\t\x1b",
+    facts.known = {.path = "a|\"b\t\x1b",
                    .digest_md5 = "d19",
                    .size = 77,
                    .access = year_3001,
                    .write = moment,
                    .events = {{moment, "database"}, {0, "installed"}}};
-    const char* const cases[] = {"d19|a;b\t[x1b]|0|0|0|0|77|0|1614834367|0|0\n"
-                                 "0|a;b\t[x1b] (database)|0|0|0|0|0|0|1614834367|0|0\n",
-                                 "d19|\"a|b\t[x1b]\"|0|0|0|0|77|0|1614834367|0|0\n"
-                                 "0|\"a|b\t[x1b] (database)\"|0|0|0|0|0|0|1614834367|0|0\n"};
+    constexpr const char* rows = "d19|a;\"b\t[x1b]|0|0|0|0|77|0|1614834367|0|0\n"
+                                 "0|a;\"b\t[x1b] (database)|0|0|0|0|0|0|1614834367|0|0\n";
     for (const bool quoted : {false, true}) {
         request::sdb_opts options = test_support::row_options("bodyfile");
         options.quoted_csv_fields = quoted;
@@ -152,7 +152,7 @@ TEST(timeline, a_body_file_has_rows_of_eleven_fields)
         uni::text_buffer out;
         const auto writer = form::form_of("bodyfile").make(out, options, {});
         EXPECT_TRUE(writer->subject(facts) && writer->separate());
-        EXPECT_EQ(out.view(), cases[quoted]);
+        EXPECT_EQ(out.view(), rows);
     }
 }
 

@@ -13,12 +13,10 @@ constexpr std::string_view separator = "|";
 constexpr std::string_view unknown = "0";
 
 // A path without the separator: readers of these files know no quotes.
-std::string path_text(std::string path, const request::cmd_params& style)
+std::string path_text(std::string path)
 {
     uni::mark(path);
-    if (!style.quoted_csv_fields) {
-        uni::replace_char(path, separator.front(), ';');
-    }
+    uni::replace_char(path, separator.front(), ';');
     return path;
 }
 
@@ -64,7 +62,7 @@ private:
     {
         out_.text(digest.empty() ? unknown : digest);
         out_.text(separator);
-        write_field(out_, path_text(path, style_), separator);
+        out_.text(path_text(path));
         out_.literal("|0|0|0|0|");
         out_.decimal(size);
         for (const std::string& text : {seconds_text(access), seconds_text(write),

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "form/facts.h"
 #include "form/timeline.h"
 #include "form/value.h"
 
@@ -61,11 +62,9 @@ struct labelled_lines {
     std::size_t narrowest_value = 0;
 };
 
-// Each shape is made when a form asks for it.
-class entry {
+// Each shape is made when a form asks for it; told by names it is for programs.
+class entry : public told_facts {
 public:
-    virtual ~entry() = default;
-
     virtual labelled_lines lines() const = 0;
     virtual std::vector<column> columns() const = 0;
     // Nothing for a subject that has no timestamps.

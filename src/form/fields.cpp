@@ -1,5 +1,7 @@
 #include "form/fields.h"
 
+#include <algorithm>
+
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "uni/marks.h"
@@ -23,7 +25,27 @@ std::string field_text(std::string text, const request::cmd_params& style)
     if (style.field_char_from != '\0' && style.field_char_to != '\0') {
         uni::replace_char(text, style.field_char_from, style.field_char_to);
     }
+    return safe_text(std::move(text), style);
+}
+
+std::string safe_text(std::string text, const request::cmd_params& style)
+{
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (style.safe_csv && first != std::string::npos &&
+        std::string_view("=+-@").find(text[first]) != std::string_view::npos) {
+        text.insert(text.begin(), '\'');
+    }
     return text;
+}
+
+void write_safe_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
+                      const sdb::sdb_database* database)
+{
+    if (style.safe_csv) {
+        out.text(safe_text(value_text(shown, style, database), style));
+    } else {
+        write_value(out, shown, style, database);
+    }
 }
 
 void write_field(uni::text_buffer& out, std::string_view text, std::string_view separator,
@@ -42,19 +64,24 @@ void write_field(uni::text_buffer& out, std::string_view text, std::string_view 
     out.character('"');
 }
 
-void write_fields(uni::text_buffer& out, std::span<const value> cells,
+void write_fields(uni::text_buffer& out, std::span<const cell> cells,
                   const request::cmd_params& style, const sdb::sdb_database* database)
 {
+    const bool is_lone = std::ranges::count(cells, false, &cell::is_named_only) == 1;
     bool is_first = true;
-    for (const value& cell : cells) {
+    for (const cell& one : cells) {
+        if (one.is_named_only) {
+            continue;
+        }
         if (!is_first) {
             out.text(style.csv_separator);
         }
         is_first = false;
-        if (cells.size() == 1) {
-            write_value(out, cell, style, database);
+        if (is_lone) {
+            write_safe_value(out, one.shown, style, database);
         } else {
-            write_field(out, value_text(cell, style, database), style.csv_separator);
+            write_field(out, safe_text(value_text(one.shown, style, database), style),
+                        style.csv_separator);
         }
     }
     out.line_end();

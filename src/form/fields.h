@@ -17,6 +17,14 @@ namespace form {
 // is mostly nothing to quote.
 std::string field_text(std::string text, const request::cmd_params& style);
 
+// A text as a spreadsheet cannot take it for a formula, where the run asks for that: an apostrophe stands in
+// front of one that begins with "=", "+", "-" or "@", blanks aside.
+std::string safe_text(std::string text, const request::cmd_params& style);
+
+// Writes a value that stands at the end of a line, made safe in that way.
+void write_safe_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
+                      const sdb::sdb_database* database);
+
 // Writes a field, with blanks up to `width`. One that holds the separator, a double quote or a line
 // end stands in double quotes, its blanks with it and without `lead` in front. An empty separator
 // parts no fields, and so quotes none.
@@ -25,7 +33,7 @@ void write_field(uni::text_buffer& out, std::string_view text, std::string_view 
 
 // Writes the cells of a row as fields, without the substitution. What stands alone is no field but a
 // line.
-void write_fields(uni::text_buffer& out, std::span<const value> cells,
+void write_fields(uni::text_buffer& out, std::span<const cell> cells,
                   const request::cmd_params& style, const sdb::sdb_database* database);
 
 // Writes a heading above rows as a row of one field.

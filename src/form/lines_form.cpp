@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "form/fields.h"
 #include "form/folding.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
@@ -48,9 +49,10 @@ std::string tag_count_text(const tag_count& counted)
 
 bool lines_form::write_record(const model::record_groups& groups)
 {
+    out_.text(style_.safe_csv ? "'" : "");
     out_.text(record_rule);
     out_.character('[');
-    out_.text(document_.path);
+    out_.text(marked_path_);
     out_.literal("]\n");
     is_whole_ = true;
     folding(*this, folds(), out_).say(groups);
@@ -102,7 +104,11 @@ void lines_form::write_tag_line(const model::record_item& item)
         write_patch_lines(item);
     } else if (!is_list(item)) {
         out_.text(separator);
-        write_tag_text(out_, database(), item.tag, item.offset, style_);
+        if (style_.safe_csv) {
+            write_safe_value(out_, stored_value{item.offset}, style_, document_.database);
+        } else {
+            write_tag_text(out_, database(), item.tag, item.offset, style_);
+        }
     }
     out_.line_end();
 }
@@ -140,7 +146,7 @@ std::string lines_form::line_text(const labelled_line& line) const
     if (const tag_count* const counted = std::get_if<tag_count>(&line.shown)) {
         return tag_count_text(*counted);
     }
-    std::string text = value_text(line.shown, style_, document_.database);
+    std::string text = safe_text(value_text(line.shown, style_, document_.database), style_);
     return std::holds_alternative<moment>(line.shown) ? text.append(utc_mark) : text;
 }
 
@@ -171,7 +177,7 @@ bool lines_form::subject(const entry& facts)
 
 bool lines_form::separate()
 {
-    return note(std::string(rule_length, '-'));
+    return note(safe_text(std::string(rule_length, '-'), style_));
 }
 
 std::unique_ptr<writer> lines_form::make_fork(uni::text_buffer& out) const

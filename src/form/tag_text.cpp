@@ -51,38 +51,6 @@ void write_moment(uni::text_buffer& out, const uni::time_value& moment,
     out.taken(uni::put_moment(text, moment, style.date_style));
 }
 
-// The four words from the highest down, up to the first that is 0xffff.
-void write_version(uni::text_buffer& out, std::uint64_t version)
-{
-    constexpr std::uint16_t unset = 0xffff;
-    for (int word = 3; word >= 0; --word) {
-        const auto part = static_cast<std::uint16_t>(version >> (16 * word));
-        if (part == unset) {
-            return;
-        }
-        if (word != 3) {
-            out.character('.');
-        }
-        out.decimal(part);
-    }
-}
-
-// What a value is shown as.
-enum class value_form : std::uint8_t {
-    nothing,
-    null_word,
-    number,
-    word,        // a word that looks like a tag is shown as that tag's name
-    tag_offset,  // the bare offset of another tag
-    unix_time,   // seconds since 1970, signed
-    filetime,    // FILETIME ticks
-    version,     // four words
-    reference,   // text of the string table
-    stored_text, // text in the tag itself
-    guid,
-    index_bits,
-};
-
 constexpr value_form form_of_type(std::uint16_t tag)
 {
     switch (sdb::tag_type(tag)) {
@@ -153,12 +121,6 @@ constexpr auto forms = [] {
     return table;
 }();
 
-value_form form_of(std::uint16_t tag)
-{
-    const std::size_t slot = sdb::tag_slot(tag);
-    return slot == sdb::tag_slots - 1 ? form_of_type(tag) : forms[slot];
-}
-
 void write_word(uni::text_buffer& out, std::uint16_t value, const request::cmd_params& style)
 {
     if (sdb::is_known_type(sdb::tag_type(value))) {
@@ -198,6 +160,27 @@ bool write_index_mark(uni::text_buffer& out, uni::byte_view value)
 
 } // namespace
 
+value_form form_of(std::uint16_t tag)
+{
+    const std::size_t slot = sdb::tag_slot(tag);
+    return slot == sdb::tag_slots - 1 ? form_of_type(tag) : forms[slot];
+}
+
+void write_version(uni::text_buffer& out, std::uint64_t version)
+{
+    constexpr std::uint16_t unset = 0xffff;
+    for (int word = 3; word >= 0; --word) {
+        const auto part = static_cast<std::uint16_t>(version >> (16 * word));
+        if (part == unset) {
+            return;
+        }
+        if (word != 3) {
+            out.character('.');
+        }
+        out.decimal(part);
+    }
+}
+
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
                   const request::cmd_params& style)
 {
@@ -209,6 +192,24 @@ void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
     start[0] = '0';
     start[1] = 'x';
     out.taken(uni::put_hex(start + 2, value, digits));
+}
+
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style)
+{
+    switch (form_of(tag)) {
+    case value_form::unix_time:
+        write_unix_time(out, static_cast<std::uint32_t>(number), style);
+        return;
+    case value_form::filetime:
+        write_moment(out, uni::time_value_from(number, uni::time_kind::filetime), style);
+        return;
+    case value_form::version:
+        write_version(out, number);
+        return;
+    default:
+        write_number(out, number, digits_of(tag), style);
+    }
 }
 
 void write_tag_name(uni::text_buffer& out, std::uint16_t tag)

@@ -14,9 +14,33 @@
 // lower-case digits, or plain decimal under -base10.
 namespace form {
 
+// What the value of a tag is shown as.
+enum class value_form : std::uint8_t {
+    nothing,
+    null_word,
+    number,
+    word,        // a word that looks like a tag is shown as that tag's name
+    tag_offset,  // the bare offset of another tag
+    unix_time,   // seconds since 1970, signed
+    filetime,    // FILETIME ticks
+    version,     // four words
+    reference,   // text of the string table
+    stored_text, // text in the tag itself
+    guid,
+    index_bits,
+};
+value_form form_of(std::uint16_t tag);
+
+// Writes the four words of a version from the highest down, up to the first that is 0xffff.
+void write_version(uni::text_buffer& out, std::uint64_t version);
+
 // Writes the text of any tag but a patch value; false, and nothing written, if it has none.
 bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset, const request::cmd_params& style);
+
+// Writes a number as a tag that holds it is shown.
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style);
 
 // Writes a number of that many hexadecimal digits, in the base of the run.
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,

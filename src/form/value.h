@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "uni/time.h"
@@ -45,7 +46,25 @@ struct stored_value {
     std::uint32_t offset = 0;
 };
 
+// A number, as a tag would show it if it were stored there.
+struct tag_number {
+    std::uint16_t tag = 0;
+    std::uint64_t number = 0;
+};
+
+// What holds or does not.
+struct truth {
+    bool holds = false;
+};
+
 using value = std::variant<std::monostate, std::string, moment, dword_value, count, hex_number,
-                           tag_count, tag_word, stored_value>;
+                           tag_count, tag_word, stored_value, tag_number, truth>;
+
+// A cell of a row, under the name that it has where cells have names.
+struct cell {
+    std::string_view name;
+    value shown = {};
+    bool is_named_only = false; // shown only there
+};
 
 } // namespace form

@@ -20,7 +20,7 @@ public:
         write_heading(this->out_, text, this->style_);
         return this->goes_on();
     }
-    bool row(std::span<const value> cells) override
+    bool row(std::string_view, std::span<const cell> cells) override
     {
         write_fields(this->out_, cells, this->style_, this->document_.database);
         return this->goes_on();

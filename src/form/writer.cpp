@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "form/fields.h"
 #include "form/tag_text.h"
-#include "form/value_text.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/marks.h"
@@ -13,7 +13,7 @@ namespace form {
 bool writer::begin(document about)
 {
     document_ = std::move(about);
-    uni::mark(document_.path);
+    marked_path_ = uni::marked(document_.path);
     const request::bounds& bounds = style_.bounds;
     most_text_ = out_.total() + bounds.most_text(document_.database->image().size());
     most_in_record_ = most_text_ + bounds.last_record_text;
@@ -24,6 +24,7 @@ bool writer::begin(document about)
 
 bool writer::record(const model::record_groups& groups)
 {
+    ++records_;
     const bool is_whole = write_record(groups);
     is_cut_ = is_cut_ || (!is_whole && out_.good());
     return goes_on();
@@ -47,15 +48,25 @@ bool writer::heading(std::string_view text)
     return note(text);
 }
 
-bool writer::row(std::span<const value> cells)
+bool writer::failure(std::string_view path, std::string_view reason)
+{
+    ++failures_;
+    write_failure(path, reason);
+    return goes_on();
+}
+
+bool writer::row(std::string_view, std::span<const cell> cells)
 {
     bool is_first = true;
-    for (const value& cell : cells) {
+    for (const cell& one : cells) {
+        if (one.is_named_only) {
+            continue;
+        }
         if (!is_first) {
             out_.text(style_.csv_separator);
         }
         is_first = false;
-        write_value(out_, cell, style_, document_.database);
+        write_safe_value(out_, one.shown, style_, document_.database);
     }
     out_.line_end();
     return goes_on();
@@ -93,12 +104,14 @@ std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const
 {
     std::unique_ptr<writer> made = make_fork(out);
     made->document_ = document_;
+    made->marked_path_ = marked_path_;
     return made;
 }
 
-void writer::take(std::string_view text, stream_state state)
+void writer::take(std::string_view text, std::uint64_t records, stream_state state)
 {
     out_.long_text(text);
+    records_ += records;
     state_ = state;
 }
 

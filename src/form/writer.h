@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "form/entry.h"
+#include "form/facts.h"
 #include "form/value.h"
 #include "model/record_groups.h"
 #include "request/cmd_params.h"
@@ -32,7 +33,8 @@ struct stream_state {
 // The database that is told about.
 struct document {
     const sdb::sdb_database* database = nullptr;
-    std::string path; // a writer keeps it with its marks
+    std::string path;
+    const told_facts* about = nullptr; // what is known of it, for forms that show that
 };
 
 // How a report is said: a report hands over what it knows, in this order, and each form makes of it
@@ -48,11 +50,12 @@ public:
     writer(const writer&) = delete;
     writer& operator=(const writer&) = delete;
 
+    // Around all that a run writes into one stream, whatever comes of it.
+    virtual bool begin_stream(const run_facts&) { return goes_on(); }
+    virtual bool end_stream(const run_outcome&) { return goes_on(); }
     // Around the listings of one database.
     bool begin(document about);
     virtual bool end() { return goes_on(); }
-    // Behind the last database of the stream, which may have had none.
-    virtual bool end_stream() { return goes_on(); }
 
     // A record with all that belongs to it, of the document's database.
     bool record(const model::record_groups& groups);
@@ -60,9 +63,9 @@ public:
     virtual bool end_section();
     // A line for the reader; text in it that may not be shown is marked.
     virtual bool note(std::string_view text);
-    // The head of rows that follow, and one of these.
+    // The head of rows that follow, and one of these, with one word for what it tells.
     virtual bool heading(std::string_view text);
-    virtual bool row(std::span<const value> cells);
+    virtual bool row(std::string_view kind, std::span<const cell> cells);
     // To be asked in front of each record and row of a document, with the offset of its tag. False, and
     // the document is cut, where the text is too long already.
     bool takes_more(std::uint32_t offset) noexcept
@@ -75,10 +78,21 @@ public:
     void cut() noexcept { is_cut_ = true; }
     // Lets a fork go on with something else.
     void uncut() noexcept { is_cut_ = false; }
-    // A line for standard output, `console`, wherever the report goes.
+    // A line for standard output, `console`, wherever the report goes, and what stands behind some of them.
     virtual void aside(uni::text_buffer& console, std::string_view line);
+    virtual void end_asides(uni::text_buffer& console) { console.line_end(); }
     // The facts of one subject.
     virtual bool subject(const entry& facts) = 0;
+    // What is known of something by names alone.
+    virtual bool facts(const told_facts&) { return goes_on(); }
+    // An input that could not be told about.
+    bool failure(std::string_view path, std::string_view reason);
+    std::uint64_t failures() const noexcept { return failures_; }
+    // How many records were said, and how many of them the form's readers take well in one stream.
+    std::uint64_t records() const noexcept { return records_; }
+    virtual std::uint64_t most_records() const { return no_limit; }
+    // What it keeps for the end of the stream, which another writer says.
+    std::string_view kept() const noexcept { return kept_.view(); }
     // What stands between two subjects.
     virtual bool separate() { return goes_on(); }
 
@@ -108,13 +122,14 @@ public:
 
     stream_state state() const noexcept { return state_; }
     void set_state(stream_state state) noexcept { state_ = state; }
-    // Takes over what a fork wrote, and the state in which that ended.
-    void take(std::string_view text, stream_state state);
+    // Takes over what a fork wrote, so many records, and the state in which that ended.
+    void take(std::string_view text, std::uint64_t records, stream_state state);
 
 protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
 
     virtual void begin_document() {}
+    virtual void write_failure(std::string_view, std::string_view) {}
     // False for a record that was cut, since it took most_in_record().
     virtual bool write_record(const model::record_groups& groups) = 0;
     // Up to which place in what is written to out_ a record may go on.
@@ -127,14 +142,18 @@ protected:
     const request::cmd_params& style_;
     stream_state state_;
     document document_;
+    std::string marked_path_; // of the document
+    uni::text_buffer kept_;
+    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
 
 private:
-    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
     // Places in what is written to out_.
     std::uint64_t most_text_ = no_limit;
     std::uint64_t most_in_record_ = no_limit;
     std::uint32_t place_ = 0; // of what was to be said last
     model::folded_records folds_;
+    std::uint64_t failures_ = 0;
+    std::uint64_t records_ = 0;
     bool is_cut_ = false;
 };
 

@@ -23,8 +23,11 @@ public:
         out_.literal("</shimdb>\n");
         return goes_on();
     }
-    bool end_stream() override
+    bool end_stream(const run_outcome& outcome) override
     {
+        if (outcome.was_refused) {
+            return goes_on();
+        }
         if (!state_.head_stands) {
             out_.text(declaration);
             out_.literal("<shimdb>\n</shimdb>\n");
@@ -50,7 +53,7 @@ private:
     {
         // All that may fail comes first: a document is begun wholly or not at all.
         prepare(document_);
-        const std::string file = state_.is_lone ? "" : uni::xml_escape(document_.path);
+        const std::string file = state_.is_lone ? "" : uni::xml_escape(marked_path_);
         out_.room(declaration.size() + file.size() + 64);
         if (!state_.head_stands) {
             out_.text(declaration);

@@ -321,6 +321,7 @@ constexpr auto first_rows = std::to_array<option_row>({
     {"-diags", true, take_diags},
     {"-l2", false, nullptr, look_up::by_another_effect},
     {"-l3", false, nullptr, look_up::by_another_effect},
+    {"-no_header", false, set_flag<&request::cmd_params::no_header, true>},
 });
 
 constexpr auto more_rows = std::to_array<option_row>({
@@ -358,6 +359,7 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-base16", false, set_flag<&request::cmd_params::base16, true>},
     {"-csv_separator", true, take_separator},
     {"-enable_quoted_csv_fields", false, take_quoted_fields},
+    {"-safe_csv", false, set_flag<&request::cmd_params::safe_csv, true>},
     {"-no_whitespace", false, take_no_whitespace},
     {"-dateformat", true, take_date_format},
     {"-timeformat", true, take_time_format},

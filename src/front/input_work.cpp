@@ -19,7 +19,7 @@ namespace front {
 struct loaded_file {
     std::unique_ptr<io::byte_source> source;
     sdb::sdb_database database;
-    model::image_digests digests; // of the database's image, for statistics
+    model::image_digests digests; // of the database's image, where they are told
     std::string reason;           // in words, where it did not load
 };
 
@@ -53,6 +53,13 @@ public:
     stream_writer& operator=(const stream_writer&) = delete;
 
     form::writer& form() noexcept { return *form_; }
+    // To be called when all was said.
+    void keep(kept_texts& texts) const
+    {
+        if (!form_->kept().empty()) {
+            texts.add(form_->kept());
+        }
+    }
 
 private:
     stream_place& place_;
@@ -108,9 +115,11 @@ outcome input_work::load(loaded_file& file, const std::string& path, const input
         return outcome::failed;
     }
     sdb::sdb_database::image_user on_image;
-    if (options_.stats) {
-        on_image = [&](std::span<const std::uint8_t> image) {
-            file.digests.start(image, &out.threads);
+    // What tells of a database in its own way tells all its digests.
+    const bool tells_all = form::form_of(options_.form).header == form::banner::in_the_form;
+    if (options_.stats || tells_all) {
+        on_image = [&, tells_all](std::span<const std::uint8_t> image) {
+            file.digests.start(image, &out.threads, tells_all);
         };
     }
     const sdb::load_result result =
@@ -136,6 +145,8 @@ void input_work::say_processing(const std::string& path, const input_output& out
 void input_work::report_database(loaded_file& file, const std::string& path, bool is_one_of_several,
                                  const input_output& out) const
 {
+    std::uint64_t failures = 0;
+    std::uint64_t records = 0;
     {
         stream_writer writer(options_, out);
         report::job work = job_of(path, options_, writer.form(), out);
@@ -150,14 +161,35 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
             say_doubts(known.how, path, out.notices);
             work.installed = known.facts;
             if (!report::report_of("stats").make(work)) {
+                constexpr const char* reason = "its database list holds nothing";
                 out.notices.fail("Prob analyzing file %s: its database list holds nothing\n",
                                  path.c_str());
+                writer.form().failure(path, reason);
             } else if (is_one_of_several) {
                 writer.form().separate();
             }
         }
+        failures = writer.form().failures();
+        records = writer.form().records();
+        writer.keep(out.kept);
     }
     say_extent(file, path, out.notices);
+    // Counted last: what fails may be done again.
+    out.counts.failed += failures;
+    out.counts.records += records;
+    out.counts.databases += options_.stats && failures != 0 ? 0 : 1;
+}
+
+// Tells of an input that could not be told about, in forms that do.
+void input_work::tell_failure(const std::string& path, const std::string& reason,
+                              const input_output& out) const
+{
+    if (form::form_of(options_.form).header == form::banner::in_the_form) {
+        stream_writer writer(options_, out);
+        writer.form().failure(path, reason);
+        writer.keep(out.kept);
+    }
+    ++out.counts.failed;
 }
 
 void input_work::tell_target(const std::string& path, const input_output& out) const
@@ -168,6 +200,7 @@ void input_work::tell_target(const std::string& path, const input_output& out) c
     loaded_file file;
     if (load(file, path, out) != outcome::told) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+        tell_failure(path, file.reason, out);
         return;
     }
     if (!options_.stats) {
@@ -190,6 +223,7 @@ bool input_work::tell_database_entry(const std::string& path, const input_output
         report_database(file, path, true, out);
     } else if (result == outcome::failed) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+        tell_failure(path, file.reason, out);
     } else if (options_.stats) {
         out.notices.say("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
     }
@@ -211,6 +245,8 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
     if (is_one_of_several) {
         writer.form().separate();
     }
+    writer.keep(out.kept);
+    ++out.counts.programs;
     return outcome::told;
 }
 
@@ -221,6 +257,7 @@ void input_work::tell_program_alone(const input_output& out) const
     if (tell_program(options_.pe_path, false, reason, out) != outcome::told) {
         out.notices.fail("Problem pulling PE stats from file %s: %s\n", options_.pe_path.c_str(),
                          reason.c_str());
+        tell_failure(options_.pe_path, reason, out);
     }
 }
 
@@ -230,6 +267,7 @@ bool input_work::tell_program_entry(const std::string& path, const input_output&
     const outcome result = tell_program(path, true, reason, out);
     if (result == outcome::failed) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
+        tell_failure(path, reason, out);
     }
     return result == outcome::told;
 }

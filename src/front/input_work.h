@@ -26,6 +26,9 @@ public:
     bool tell_entry(const std::string& path, const input_output& out) const;
     // What the one program that was named says of itself.
     void tell_program_alone(const input_output& out) const;
+    // An input that could not be told about; that was said.
+    void tell_failure(const std::string& path, const std::string& reason,
+                      const input_output& out) const;
 
 private:
     outcome load(loaded_file& file, const std::string& path, const input_output& out) const;

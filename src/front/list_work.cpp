@@ -9,10 +9,10 @@
 namespace front {
 
 list_work::list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-                     action work)
+                     action work, failure_teller tell_failure)
     : options_(options), files_(files), out_(out), work_(std::move(work)),
-      holds_list_(files.speaks_to_files()), turns_(out, options.pipe && !holds_list_),
-      list_(options, heard_)
+      tell_failure_(std::move(tell_failure)), holds_list_(files.speaks_to_files()),
+      turns_(out, options.pipe && !holds_list_), list_(options, heard_)
 {}
 
 bool list_work::open()
@@ -138,6 +138,7 @@ void list_work::work_on(entry_output& entry)
         try_work(entry) || (most_threads_ > 1 && entry.begin_anew() && try_work(entry));
     if (!is_done) {
         entry.say_exception();
+        tell_failure_(entry.path(), "exception caught", entry.streams());
     }
 }
 
@@ -160,9 +161,14 @@ bool list_work::is_accepted(entry_output& entry)
     const bool passes = !options_.pipe ||
                         filter_accepts(options_, open_failed, entry.path(), options_.filter_list) ||
                         open_failed;
-    return passes &&
-           files_.check_entry(entry.path(), entry.streams().notices) == outputs::entry::other &&
-           !is_own_stream(entry);
+    if (!passes) {
+        return false;
+    }
+    const outputs::entry kind = files_.check_entry(entry.path(), entry.streams().notices);
+    if (kind == outputs::entry::examined) {
+        tell_failure_(entry.path(), "is examined by this run", entry.streams());
+    }
+    return kind == outputs::entry::other && !is_own_stream(entry);
 }
 
 // An entry of a list that is too long to be held may turn out late to be what the run writes to. It is

@@ -24,9 +24,12 @@ public:
     // Does the work on one entry; answers whether that was what the list is made for. Several threads may
     // be in it.
     using action = std::function<bool(const std::string& path, const input_output& out)>;
+    // Takes note of an entry that could not be worked on, which was said.
+    using failure_teller = std::function<void(const std::string& path, const std::string& reason,
+                                              const input_output& out)>;
 
     list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-              action work);
+              action work, failure_teller tell_failure);
 
     // `refused` where nothing may be written, which was said.
     enum class outcome { some_of_use, none_of_use, ended_early, refused };
@@ -49,6 +52,7 @@ private:
     outputs& files_;
     const input_output& out_;
     const action work_;
+    const failure_teller tell_failure_;
     const bool holds_list_; // it is read ahead before anything is written
     entry_turns turns_;
     std::size_t most_threads_ = 1;

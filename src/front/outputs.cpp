@@ -143,14 +143,15 @@ bool outputs::are_streams(io::notices& notices) const
     return false;
 }
 
-bool outputs::open(io::notices& notices)
+bool outputs::open(io::line_ends ends_of_results, io::notices& notices)
 {
     std::string reason;
     if (planned_log_ && !log_.open(planned_log_->where, mode_of_log(), reason)) {
         notices.fail("prob opening log %s: %s\n", planned_log_->name.c_str(), reason.c_str());
         planned_log_.reset();
     }
-    if (planned_results_ && !results_.open(planned_results_->where, mode_of_results(), reason)) {
+    if (planned_results_ &&
+        !results_.open(planned_results_->where, mode_of_results(), reason, ends_of_results)) {
         notices.fail("prob opening file %s for output, aborting\n", planned_results_->name.c_str());
         notices.fail("%s: %s\n",
                      (planned_results_->where.partial.empty() ? planned_results_->name

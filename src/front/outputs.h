@@ -30,7 +30,7 @@ public:
     // are those that are known before the run begins.
     bool are_in_the_way(const std::vector<std::string>& inputs, io::notices& notices);
     // Opens what was asked for; false, and said, if the results cannot be written.
-    bool open(io::notices& notices);
+    bool open(io::line_ends ends_of_results, io::notices& notices);
 
     // The results file; null for standard output.
     io::output_sink* results() noexcept { return results_.is_open() ? &results_ : nullptr; }

@@ -19,6 +19,8 @@ namespace front {
 
 namespace {
 
+constexpr const char* caught = "exception caught";
+
 // The work of one run.
 class run_work {
 public:
@@ -27,19 +29,17 @@ public:
         : options_(options), targets_(targets), files_(files), out_(out), inputs_(options, targets)
     {}
 
-    void do_all()
+    void do_all(const form::run_facts& facts)
     {
-        if (options_.list_sdb && !options_.pe_stats) {
-            list_databases();
-        } else if (options_.is_list_form()) {
-            work_on_entries();
-        } else if (options_.pe_stats) {
-            const uni::busy_thread busy(out_.threads);
-            inputs_.tell_program_alone(out_);
-        } else {
-            const uni::busy_thread busy(out_.threads);
-            work_on_targets();
+        stream_ = make_writer(out_.report); // while there is memory
+        stream_->begin_stream(facts);
+        try {
+            do_work();
+        } catch (...) {
+            end_stream(false);
+            throw;
         }
+        end_stream(!out_.notices.failed());
     }
 
 private:
@@ -48,48 +48,103 @@ private:
         return form::form_of(options_.form).make(out, options_, out_.place.state_before());
     }
 
+    void end_stream(bool is_whole)
+    {
+        if (!may_write_) {
+            return;
+        }
+        if (out_.counts.records > stream_->most_records()) {
+            out_.notices.say(
+                "%llu records in one page, which browsers take long for: -json serves better\n",
+                static_cast<unsigned long long>(out_.counts.records));
+        }
+        stream_->set_state(out_.place.state_before());
+        stream_->end_stream({.databases = out_.counts.databases,
+                             .programs = out_.counts.programs,
+                             .failed = out_.counts.failed,
+                             .records = out_.counts.records,
+                             .kept = out_.kept.text(),
+                             .left_out = out_.kept.left_out(),
+                             .is_whole = is_whole,
+                             .was_refused = was_refused_});
+    }
+
+    void do_work()
+    {
+        if (options_.list_sdb && !options_.pe_stats) {
+            list_databases();
+        } else if (options_.is_list_form()) {
+            work_on_entries();
+        } else if (options_.pe_stats) {
+            const uni::busy_thread busy(out_.threads);
+            work_on_one(options_.pe_path, [&] { inputs_.tell_program_alone(out_); });
+        } else {
+            const uni::busy_thread busy(out_.threads);
+            work_on_targets();
+        }
+    }
+
+    // It is the run that an exception ends where there is no other input.
+    void work_on_one(const std::string& path, auto&& work)
+    {
+        try {
+            work();
+        } catch (const std::exception&) {
+            try {
+                inputs_.tell_failure(path, caught, out_);
+            } catch (const std::exception&) {
+                ++out_.counts.failed;
+            }
+            throw;
+        }
+    }
+
     void work_on_targets()
     {
         if (targets_.files.empty() && !options_.searches_default_places) {
             print_usage();
             out_.notices.note_failure();
+            was_refused_ = true;
             return;
         }
         if (targets_.files.empty()) {
             say_nothing_found();
         }
-        const auto closing = make_writer(out_.report); // while there is memory
+        for (const std::string& path : targets_.not_opened) {
+            inputs_.tell_failure(path, "leads out of the volume", out_);
+        }
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
+            if (targets_.files.size() == 1) {
+                work_on_one(path, [&] { inputs_.tell_target(path, out_); });
+                return;
+            }
             try {
                 inputs_.tell_target(path, out_);
             } catch (const std::exception&) {
-                if (targets_.files.size() == 1) {
-                    end_stream(*closing);
-                    throw; // it is the run that ends
-                }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
+                inputs_.tell_failure(path, caught, out_);
             }
             if (!out_.report.good()) {
                 return;
             }
         }
-        end_stream(*closing);
-    }
-
-    void end_stream(form::writer& closing)
-    {
-        closing.set_state(out_.place.state_before());
-        closing.end_stream();
     }
 
     void work_on_entries()
     {
-        list_work list(options_, files_, out_, [this](const std::string& path, const auto& out) {
-            return inputs_.tell_entry(path, out);
-        });
+        list_work list(
+            options_, files_, out_,
+            [this](const std::string& path, const auto& out) {
+                return inputs_.tell_entry(path, out);
+            },
+            [this](const std::string& path, const std::string& reason, const auto& out) {
+                inputs_.tell_failure(path, reason, out);
+            });
         const auto threads = uni::threads_for(options_.bounds.threads);
-        if (list.do_all(threads) == list_work::outcome::none_of_use) {
+        const list_work::outcome result = list.do_all(threads);
+        may_write_ = result != list_work::outcome::refused;
+        if (result == list_work::outcome::none_of_use) {
             out_.notices.fail(options_.pe_stats ? "no program in the list\n"
                                                 : "no database in the list\n");
         }
@@ -97,12 +152,16 @@ private:
 
     void list_databases()
     {
-        const auto form = make_writer(out_.console);
-        report::job work{options_, *form, out_.console, out_.notices};
+        // What begins and ends its stream itself has one stream alone.
+        const bool is_in_report = form::form_of(options_.form).header == form::banner::in_the_form;
+        const auto console = is_in_report ? nullptr : make_writer(out_.console);
+        form::writer& form = is_in_report ? *stream_ : *console;
+        report::job work{options_, form, out_.console, out_.notices};
         work.targets = &targets_;
         if (!report::report_of("listsdb").make(work)) {
             say_nothing_found();
         }
+        out_.counts.databases = targets_.files.size();
     }
 
     void say_nothing_found()
@@ -118,6 +177,9 @@ private:
     outputs& files_;
     const input_output& out_;
     const input_work inputs_;
+    std::unique_ptr<form::writer> stream_; // of what belongs to no input
+    bool was_refused_ = false;
+    bool may_write_ = true;
 };
 
 } // namespace
@@ -140,6 +202,7 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
             const bool leads_out = model::leads_out_of_volume(options, path);
             if (leads_out) {
                 notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+                targets.not_opened.push_back(path);
             }
             return leads_out;
         });
@@ -171,12 +234,26 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
 }
 
 void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-         const model::run_targets& targets, outputs& files, diag_log& log, io::notices& notices)
+         const form::run_facts& facts, const model::run_targets& targets, outputs& files,
+         diag_log& log, io::notices& notices)
 {
-    one_by_one place({.is_lone = !options.is_list_form() && targets.files.size() == 1});
+    // A form that begins its stream itself needs no input to know of those before it.
+    one_by_one place(
+        {.is_lone = !options.is_list_form() && targets.files.size() == 1,
+         .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
-    const input_output streams{out, standard_output, notices, log, place, threads};
-    run_work(options, targets, files, streams).do_all();
+    input_counts counts;
+    kept_texts kept;
+    const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
+    run_work(options, targets, files, streams).do_all(facts);
+}
+
+void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
+                  const form::run_facts& facts)
+{
+    const auto stream = form::form_of(options.form).make(out, options, {});
+    stream->begin_stream(facts);
+    stream->end_stream({.is_whole = false, .was_refused = true});
 }
 
 } // namespace front

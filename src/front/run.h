@@ -1,5 +1,6 @@
 #pragma once
 
+#include "form/facts.h"
 #include "front/diag_log.h"
 #include "front/outputs.h"
 #include "io/notice.h"
@@ -23,6 +24,11 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
 // reports or database statistics, over the targets or over the entries of a list. What was not done
 // whole is said, and noted as a failure.
 void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-         const model::run_targets& targets, outputs& files, diag_log& log, io::notices& notices);
+         const form::run_facts& facts, const model::run_targets& targets, outputs& files,
+         diag_log& log, io::notices& notices);
+
+// Writes what a stream says of a run that does not begin, in a form that begins its streams itself.
+void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
+                  const form::run_facts& facts);
 
 } // namespace front

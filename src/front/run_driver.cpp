@@ -9,6 +9,7 @@
 #include "front/startup.h"
 #include "io/notice.h"
 #include "io/output_sink.h"
+#include "platform/console.h"
 #include "platform/redirection.h"
 #include "request/sdb_opts.h"
 
@@ -19,10 +20,27 @@ namespace {
 constexpr int success = 0;
 constexpr int failure = -1;
 
-int refuse(const std::string& run_header, io::output_sink& standard_output)
+// What the stream begins with, in one of the two ways.
+struct run_beginning {
+    form::run_facts facts;
+    std::string header;
+};
+
+bool begins_itself(const request::sdb_opts& options)
 {
-    standard_output.text(run_header);
-    standard_output.line_end();
+    return form::form_of(options.form).header == form::banner::in_the_form;
+}
+
+int refuse(const run_beginning& run, const request::sdb_opts& options,
+           io::output_sink& standard_output)
+{
+    if (begins_itself(options)) {
+        platform::set_standard_output_binary();
+        tell_refusal(standard_output, options, run.facts);
+    } else if (!options.no_header) {
+        standard_output.text(run.header);
+        standard_output.line_end();
+    }
     return failure;
 }
 
@@ -38,6 +56,9 @@ int refuse_stream(outputs::stream_kind stream, io::output_sink& standard_output,
 
 bool has_banner(const request::sdb_opts& options)
 {
+    if (options.no_header) {
+        return false;
+    }
     switch (form::form_of(options.form).header) {
     case form::banner::always:
         return true;
@@ -86,7 +107,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
     diag_log log;
     request::sdb_opts options;
     options.bounds = bounds;
-    std::string run_header;
+    run_beginning beginning;
     {
         const platform::wow64_redirect_adt redirection;
         if (const auto text = text_asked_for(args)) {
@@ -96,7 +117,8 @@ int run_driver(argument_list args, const request::bounds& bounds)
             print_usage();
             return success;
         }
-        run_header = make_run_header(args);
+        beginning.facts = gather_run_facts(args);
+        beginning.header = make_run_header(args, beginning.facts);
     }
     io::kept_notices early; // until it is known that what they go to is not examined itself
     model::run_targets targets;
@@ -117,26 +139,31 @@ int run_driver(argument_list args, const request::bounds& bounds)
     }
     early.say_all(notices);
     if (!is_parsed) {
-        return refuse(run_header, standard_output);
+        return refuse(beginning, options, standard_output);
     }
     context.bind_options(options);
     if (options.out_path.empty() && !may_write_to(context, notices)) {
         return failure;
     }
     if (files.are_in_the_way(inputs, notices)) {
-        return refuse(run_header, standard_output);
+        return refuse(beginning, options, standard_output);
     }
     try {
-        if (!files.open(notices)) {
-            return refuse(run_header, standard_output);
+        const auto line_ends =
+            begins_itself(options) ? io::line_ends::as_they_are : io::line_ends::with_return;
+        if (!files.open(line_ends, notices)) {
+            return refuse(beginning, options, standard_output);
         }
         io::output_sink* const results = files.results();
         io::output_sink& out = results ? *results : standard_output;
         if (has_banner(options)) {
-            out.text(run_header);
+            out.text(beginning.header);
             out.line_end();
         }
-        run(out, standard_output, options, targets, files, log, notices);
+        if (begins_itself(options) && results == nullptr) {
+            platform::set_standard_output_binary();
+        }
+        run(out, standard_output, options, beginning.facts, targets, files, log, notices);
         files.finish(context.elapsed_text(), notices);
     } catch (...) {
         files.give_up(notices);

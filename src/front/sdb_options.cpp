@@ -222,27 +222,32 @@ bool take_match(parsing& now, const option_row&, const std::string&)
     return true;
 }
 
-// Says on standard output that a value could not be understood.
-bool refuse_value(io::output_sink& standard_output, std::string_view value, std::string_view wanted)
+// Says that a value could not be understood: on standard output, unless its form has no place for that.
+bool refuse_value(parsing& now, const std::string& value, const char* wanted)
 {
-    standard_output.text("prob understanding ");
-    standard_output.text(uni::marked(value));
-    standard_output.text(wanted);
+    if (form::form_of(now.options.form).header == form::banner::in_the_form) {
+        now.notices.fail("prob understanding %s as %s\n", value.c_str(), wanted);
+        return false;
+    }
+    now.standard_output.text("prob understanding ");
+    now.standard_output.text(uni::marked(value));
+    now.standard_output.text(" as ");
+    now.standard_output.text(wanted);
+    now.standard_output.line_end();
     return false;
 }
 
 bool take_pattern(parsing& now, const option_row&, const std::string& value)
 {
     now.options.patch_pattern = read_pattern_text(value);
-    return !now.options.patch_pattern.empty() ||
-           refuse_value(now.standard_output, value, " as pattern\n");
+    return !now.options.patch_pattern.empty() || refuse_value(now, value, "pattern");
 }
 
 bool take_guid(parsing& now, const option_row&, const std::string& value)
 {
     const auto guid = read_guid_argument(value);
     if (!guid) {
-        return refuse_value(now.standard_output, value, " as guid\n");
+        return refuse_value(now, value, "guid");
     }
     now.options.search.guid = *guid;
     return true;
@@ -373,6 +378,11 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
             notices.say("not used here: %s\n", name);
         }
     }
+    const form::form_row& form = form::form_of(options.form);
+    if (form.carries == form::contents::events && !options.stats) {
+        notices.say("%s tells what happened and when: it wants -stats\n",
+                    std::string(form.option).c_str());
+    }
     if (options.hive_named && platform::is_missing(options.software_hive_path) &&
         (options.pe_stats || !asks_registry)) {
         notices.fail("Prob reading hive %s: no such file\n", options.software_hive_path.c_str());
@@ -381,7 +391,9 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
 
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
-    if (options.append && form::form_of(options.form).carries == form::contents::records_of_one) {
+    const form::contents carries = form::form_of(options.form).carries;
+    if (options.append &&
+        (carries == form::contents::records_of_one || carries == form::contents::one_page)) {
         notices.fail("-append needs a form of lines, aborting\n");
         return true;
     }

@@ -15,6 +15,8 @@ namespace front {
 
 namespace {
 
+constexpr std::string_view program = "quilt";
+constexpr std::string_view version = "0.45";
 constexpr std::string_view banner = "quilt ver: 0.45";
 constexpr std::string_view help_names[] = {"-h", "-help", "-?"};
 constexpr std::string_view slash_help = "/?"; // always among errors
@@ -92,7 +94,7 @@ std::string os_text(const platform::host_facts& facts)
     return text + (facts.is_64bit ? "64" : "32");
 }
 
-std::string run_line(const argument_list& args)
+std::string run_line(const argument_list& args, const form::run_facts& run)
 {
     std::string format;
     if (!peek_option_value("-dateformat", format, args) || !is_date_format(format)) {
@@ -100,18 +102,9 @@ std::string run_line(const argument_list& args)
     }
     std::string date;
     std::string time;
-    uni::format_date_time(date, time,
-                          uni::time_value_from(uni::now_filetime(), uni::time_kind::filetime),
+    uni::format_date_time(date, time, uni::time_value_from(run.time, uni::time_kind::filetime),
                           uni::lowered(format), run_time_format);
-    const platform::host_facts facts = platform::read_host_facts();
-    std::string line = "run time: " + date + " " + time + " [UTC]; host: " + facts.host_name +
-                       "; os: " + os_text(facts);
-    if (facts.runs_remote) {
-        line += "; <~>";
-    } else if (facts.runs_removable) {
-        line += "; :=";
-    }
-    return line;
+    return "run time: " + date + " " + time + " [UTC]; host: " + run.host + "; os: " + run.system;
 }
 
 std::string command_line(const argument_list& args)
@@ -134,9 +127,30 @@ std::string command_line(const argument_list& args)
 
 } // namespace
 
-std::string make_run_header(const argument_list& args)
+form::run_facts gather_run_facts(const argument_list& args)
 {
-    return std::string(banner) + "\n" + uni::marked(run_line(args)) + "\n" +
+    const platform::host_facts facts = platform::read_host_facts();
+    form::run_facts run;
+    run.program = program;
+    run.version = version;
+    if (!args.empty()) {
+        run.command = args.front();
+        run.arguments.assign(args.begin() + 1, args.end());
+    }
+    run.time = uni::now_filetime();
+    run.host = facts.host_name;
+    run.system = os_text(facts);
+    if (facts.runs_remote) {
+        run.system += "; <~>";
+    } else if (facts.runs_removable) {
+        run.system += "; :=";
+    }
+    return run;
+}
+
+std::string make_run_header(const argument_list& args, const form::run_facts& run)
+{
+    return std::string(banner) + "\n" + uni::marked(run_line(args, run)) + "\n" +
            uni::marked(command_line(args));
 }
 

@@ -4,14 +4,18 @@
 #include <string>
 #include <vector>
 
+#include "form/facts.h"
 #include "front/option_rows.h"
 
 namespace front {
 
-// The lines that stand at the top of every output but XML: the program and its version, the run
+// What is known of the run when it begins.
+form::run_facts gather_run_facts(const argument_list& args);
+
+// The lines that stand at the top of the output of most forms: the program and its version, the run
 // with its time, host and system, and the command line as it was typed. No line end behind the
 // last.
-std::string make_run_header(const argument_list& args);
+std::string make_run_header(const argument_list& args, const form::run_facts& run);
 
 // The text that is asked for by the only argument: the usage text, or the line of the version.
 std::optional<std::string> text_asked_for(const argument_list& args);

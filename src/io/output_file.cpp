@@ -28,8 +28,9 @@ output_file::place output_file::find(const std::string& path, output_mode mode)
     return where;
 }
 
-bool output_file::open(const place& where, output_mode mode, std::string& reason)
+bool output_file::open(const place& where, output_mode mode, std::string& reason, line_ends ends)
 {
+    ends_ = ends;
     where_ = where;
     mode_ = mode;
     const bool is_direct = where.partial.empty();
@@ -107,6 +108,9 @@ void output_file::cut_back()
 
 bool output_file::write_block(std::string_view block)
 {
+    if (ends_ == line_ends::as_they_are) {
+        return is_open() && platform::write_file(descriptor_, uni::bytes_of(block));
+    }
     translated_.clear();
     while (!block.empty()) {
         const std::size_t line = block.find('\n');

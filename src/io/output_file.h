@@ -16,9 +16,12 @@ enum class output_mode {
     append_late,   // written beside its place, and then behind the end of the file
 };
 
+// What a line end becomes.
+enum class line_ends { with_return, as_they_are };
+
 // A file that a run writes. Until finish() nothing is lost of what was there: the text goes to
 // "<name>.partial" beside it, or behind what stands in it; devices and pipes are written directly.
-// Lines end with CR LF. A link is followed to its end.
+// Lines end with CR LF, unless they are left as they are. A link is followed to its end.
 class output_file : public output_sink {
 public:
     output_file() = default;
@@ -32,7 +35,8 @@ public:
     static place find(const std::string& path, output_mode mode);
 
     // False, with the reason, if it cannot be written. To be called once.
-    bool open(const place& where, output_mode mode, std::string& reason);
+    bool open(const place& where, output_mode mode, std::string& reason,
+              line_ends ends = line_ends::with_return);
     bool is_open() const noexcept { return descriptor_ >= 0; }
 
     // Writes what is left and puts the file in its place. False if anything did not arrive: what
@@ -51,6 +55,7 @@ private:
 
     place where_;
     output_mode mode_ = output_mode::replace;
+    line_ends ends_ = line_ends::with_return;
     int descriptor_ = -1;
     std::int64_t old_length_ = -1; // of a file that is appended to, once it is held
     std::string translated_;

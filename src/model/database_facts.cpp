@@ -35,7 +35,7 @@ public:
         database_.for_each_child(database_.database_offset(),
                                  [&](std::uint32_t offset, std::uint16_t child) {
                                      if (sdb::tag_type(child) != sdb::type::list) {
-                                         take_scalar(offset, child);
+                                         facts_.scalars.push_back(offset);
                                      } else if (!seen.insert(child).second) {
                                          return; // the first of a kind has counted them all
                                      } else if (child == tag::library) {
@@ -44,6 +44,7 @@ public:
                                          count_records(child);
                                      }
                                  });
+        leave_out_repeated_texts();
     }
 
     void count_names_and_strings()
@@ -62,19 +63,6 @@ public:
         }
     }
 
-    // The texts of the database's own tags, which may stand there many times.
-    void take_texts()
-    {
-        if (name_reference_) {
-            database_.read_string_ref(facts_.internal_name, *name_reference_);
-        }
-        if (compiler_reference_) {
-            database_.read_string_ref(facts_.compiler_version, *compiler_reference_);
-            uni::remove_char(facts_.compiler_version, 'v');
-        }
-        leave_out_repeated_texts();
-    }
-
     void finish_counts()
     {
         facts_.counts_are_exact = collector_.groups_are_exact();
@@ -82,36 +70,6 @@ public:
     }
 
 private:
-    void take_scalar(std::uint32_t offset, std::uint16_t child)
-    {
-        facts_.scalars.push_back(offset);
-        const sdb::sdb_tag_item item = database_.item_from(offset);
-        switch (child) {
-        case tag::runtime_platform:
-            runtime_platform_ = item.value.u32(0);
-            break;
-        case tag::os_platform:
-            os_platform_ = item.value.u32(0);
-            break;
-        case tag::time:
-            facts_.time = item.value.u64(0);
-            break;
-        case tag::name:
-            name_reference_ = item.size;
-            break;
-        case tag::compiler_version:
-            compiler_reference_ = item.size;
-            break;
-        case tag::database_id:
-            facts_.identifier =
-                item.value.size() == uni::guid_size ? uni::guid_text(item.value.bytes()) : "";
-            break;
-        default:
-            break;
-        }
-        facts_.platform = os_platform_ ? os_platform_ : runtime_platform_;
-    }
-
     void add_count(std::uint16_t tag, std::string name, std::uint64_t count, bool of_values = false)
     {
         facts_.counts.push_back({tag, std::move(name), count, of_values});
@@ -214,10 +172,6 @@ private:
     const sdb::sdb_database& database_;
     record_collector collector_;
     listing_budget budget_;
-    std::optional<std::uint32_t> os_platform_;
-    std::optional<std::uint32_t> runtime_platform_;
-    std::optional<std::uint32_t> name_reference_;
-    std::optional<std::uint32_t> compiler_reference_;
     std::unordered_set<std::uint32_t> app_name_references_;
     std::unordered_set<std::string> app_names_;
     std::set<guid_bytes> app_ids_;
@@ -225,7 +179,7 @@ private:
 
 } // namespace
 
-std::string file_digest(io::byte_source& source, platform::digest_kind kind)
+digest_texts file_digests(io::byte_source& source)
 {
     constexpr std::uint64_t longest = 0x10000000;
     io::byte_vector bytes;
@@ -233,7 +187,60 @@ std::string file_digest(io::byte_source& source, platform::digest_kind kind)
         bytes.size() != source.size()) {
         return {};
     }
-    return uni::hex_text(platform::compute_digest(kind, bytes));
+    image_digests digests;
+    digests.start(bytes, nullptr);
+    return digests.all();
+}
+
+database_identity identity_of(const sdb::sdb_database& database)
+{
+    database_identity made;
+    std::optional<std::uint32_t> os_platform;
+    std::optional<std::uint32_t> runtime_platform;
+    // Of several texts the last counts, and that alone is read.
+    std::optional<std::uint32_t> name;
+    std::optional<std::uint32_t> compiler;
+    const auto take_scalar = [&](std::uint32_t offset, std::uint16_t child) {
+        const sdb::sdb_tag_item item = database.item_from(offset);
+        switch (child) {
+        case tag::runtime_platform:
+            runtime_platform = item.value.u32(0);
+            break;
+        case tag::os_platform:
+            os_platform = item.value.u32(0);
+            break;
+        case tag::time:
+            made.time = item.value.u64(0);
+            break;
+        case tag::name:
+            name = item.size;
+            break;
+        case tag::compiler_version:
+            compiler = item.size;
+            break;
+        case tag::database_id:
+            made.identifier =
+                item.value.size() == uni::guid_size ? uni::guid_text(item.value.bytes()) : "";
+            break;
+        default:
+            break;
+        }
+    };
+    database.for_each_child(database.database_offset(),
+                            [&](std::uint32_t offset, std::uint16_t child) {
+                                if (sdb::tag_type(child) != sdb::type::list) {
+                                    take_scalar(offset, child);
+                                }
+                            });
+    made.platform = os_platform ? os_platform : runtime_platform;
+    if (name) {
+        database.read_string_ref(made.internal_name, *name);
+    }
+    if (compiler) {
+        database.read_string_ref(made.compiler_version, *compiler);
+        uni::remove_char(made.compiler_version, 'v');
+    }
+    return made;
 }
 
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
@@ -249,9 +256,9 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
         own.start(database.image().bytes(), nullptr);
         digests = &own;
     }
+    static_cast<database_identity&>(facts) = identity_of(database);
     fact_gatherer gatherer(facts, database, bounds);
     gatherer.take_children();
-    gatherer.take_texts();
     gatherer.count_names_and_strings();
     facts.digest_md5 = digests->md5();
     facts.digest_sha1 = digests->sha1();

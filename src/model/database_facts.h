@@ -21,24 +21,30 @@ struct record_count {
     bool counts_values = false; // distinct values of the tag, not records
 };
 
-// What a database says of itself. A text that is not there is empty.
-struct database_facts {
-    std::string digest_md5;  // lower-case hexadecimal, of the image, inflated
-    std::string digest_sha1; // the same
-    std::string identifier;  // GUID text
+// What stands in the database list itself. A text that is not there is empty.
+struct database_identity {
+    std::string identifier; // GUID text
     std::string compiler_version;
     std::string internal_name;
     std::optional<std::uint32_t> platform; // operating systems, else the run-time platform
     std::optional<std::uint64_t> time;     // FILETIME ticks
+};
+
+// What a database says of itself.
+struct database_facts : database_identity {
+    std::string digest_md5;             // lower-case hexadecimal, of the image, inflated
+    std::string digest_sha1;            // the same
     std::vector<std::uint32_t> scalars; // offsets of the tags in the database list, of several with
                                         // one text one; by tag
     std::vector<record_count> counts;   // ascending by tag, equal tags as they were found
     bool counts_are_exact = true;       // else some are of lists alone, not of their records
 };
 
-// A digest of a whole file, not inflated, in lower-case hexadecimal; empty for one that cannot be read
-// whole, or that is longer than 256 MiB.
-std::string file_digest(io::byte_source& source, platform::digest_kind kind);
+// The digests of a whole file, not inflated; none of one that cannot be read whole, or that is longer
+// than 256 MiB.
+digest_texts file_digests(io::byte_source& source);
+
+database_identity identity_of(const sdb::sdb_database& database);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts. The `digests` of

@@ -17,6 +17,7 @@ struct folded_record {
     std::uint32_t record = 0;
     std::uint16_t depth = 0;
     std::uint16_t height = 0;   // references in it, one through the other, wherever they lead
+    std::uint16_t nested = 0;   // of its lists, one in the other, where a form counts them
     std::uint64_t gathered = 0; // items that it counts for
     std::vector<std::uint32_t>
         targets;                    // of its references; where one of them is open it is another

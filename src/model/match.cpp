@@ -21,6 +21,8 @@ namespace tag = sdb::tag;
 namespace type = sdb::type;
 
 constexpr std::string_view any_name = "*";
+// Of the lists that are looked at, as many are kept.
+constexpr std::size_t most_looked_at = 100'000;
 
 enum class bound { exact, upper, lower };
 
@@ -112,8 +114,9 @@ public:
     }
 
     // False if records that hold others were left out, since there is no end of them.
-    bool run(match_results& results)
+    bool run(match_results& results, looked_at_lists* looked_at)
     {
+        keeps_lists_ = looked_at != nullptr;
         record_expander expander(database_);
         bool is_complete = true;
         for (const sdb::tag_ordinal record : records_by_size()) {
@@ -130,7 +133,31 @@ public:
             std::ranges::sort(lists);
             lists.erase(std::unique(lists.begin(), lists.end()), lists.end());
         }
+        if (looked_at != nullptr) {
+            *looked_at = std::move(name_is_known_ ? seen_by_name_ : seen_by_path_);
+            looked_at->by_path = !name_is_known_;
+            std::ranges::sort(looked_at->lists);
+            looked_at->lists.erase(std::unique(looked_at->lists.begin(), looked_at->lists.end()),
+                                   looked_at->lists.end());
+        }
         return is_complete && text_left_ != 0;
+    }
+
+    void compare(const looked_at_lists& wanted, comparison_listener& listener)
+    {
+        record_expander expander(database_);
+        listing_budget budget(database_);
+        for (std::span<const looked_at_list> left = wanted.lists; !left.empty();) {
+            const std::uint32_t record = left.front().record;
+            const auto end = std::ranges::find_if(
+                left, [&](const looked_at_list& one) { return one.record != record; });
+            const auto count = static_cast<std::size_t>(end - left.begin());
+            if (!expander.expand(record, false, budget) ||
+                !compare_record(expander.own_items(), left.first(count), listener)) {
+                return;
+            }
+            left = left.subspan(count);
+        }
     }
 
 private:
@@ -154,7 +181,16 @@ private:
 
     void walk_record(item_span items)
     {
-        const std::uint32_t record = items.front().offset;
+        for_each_list(items, [&](std::uint32_t list, item_span members) {
+            look_at_list({items.front().offset, list}, members);
+            return true;
+        });
+    }
+
+    // Calls `act` with the offset of each matching-file list of a record and what stands in it, until it
+    // answers false; answers what it did.
+    bool for_each_list(item_span items, auto&& act)
+    {
         stored_name_ = {};
         for (std::size_t i = 1; i < items.size() && text_left_ != 0;) {
             const record_item& item = items[i++];
@@ -167,27 +203,86 @@ private:
                 while (i < items.size() && items[i].offset < end) {
                     ++i;
                 }
-                look_at_list(record, items.subspan(first, i - first));
+                members_ = items.subspan(first, i - first);
+                text_sources_.clear();
+                if (!act(item.offset, members_)) {
+                    return false;
+                }
             }
+        }
+        return true;
+    }
+
+    // Those of a record's lists that are wanted, in the order in which they stand.
+    bool compare_record(item_span items, std::span<const looked_at_list> wanted,
+                        comparison_listener& listener)
+    {
+        return for_each_list(items, [&](std::uint32_t list, item_span members) {
+            const looked_at_list one{items.front().offset, list};
+            return !std::ranges::binary_search(wanted, one) || compare_list(one, members, listener);
+        });
+    }
+
+    bool compare_list(const looked_at_list& list, item_span members, comparison_listener& listener)
+    {
+        bool goes_on = listener.begin_list(list);
+        bool is_caught = true;
+        bool has_unknown = false;
+        bool has_no = false;
+        for (const std::uint32_t member : order_of(members)) {
+            if (!goes_on) {
+                break;
+            }
+            const std::uint16_t tag = members[member].tag;
+            const pe_property* const found = find_property(file_, tag);
+            const agreement agrees = found == nullptr                ? agreement::unknown
+                                     : member_agrees(member, *found) ? agreement::yes
+                                                                     : agreement::no;
+            has_no |= agrees == agreement::no;
+            is_caught &= has_unknown || agrees != agreement::no;
+            has_unknown |= agrees == agreement::unknown;
+            goes_on = listener.property({members[member].offset, tag, found, agrees});
+        }
+        listener.end_list(is_caught, has_no        ? agreement::no
+                                     : has_unknown ? agreement::unknown
+                                                   : agreement::yes);
+        return goes_on;
+    }
+
+    // Properties are compared by ascending tag, equal tags as they stand.
+    static std::vector<std::uint32_t> order_of(item_span members)
+    {
+        std::vector<std::uint32_t> order(members.size());
+        std::iota(order.begin(), order.end(), 0u);
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return members[a].tag < members[b].tag;
+        });
+        return order;
+    }
+
+    void keep(looked_at_lists& kept, const looked_at_list& list) const
+    {
+        if (!keeps_lists_) {
+            return;
+        }
+        if (kept.lists.size() < most_looked_at) {
+            kept.lists.push_back(list);
+        } else {
+            kept.are_all = false;
         }
     }
 
-    void look_at_list(std::uint32_t record, item_span members)
+    void look_at_list(const looked_at_list& seen, item_span members)
     {
-        members_ = members;
-        text_sources_.clear();
+        const std::uint32_t record = seen.record;
         const std::string key = file_name();
         const bool is_name = uni::equal_ignoring_case(key, keys_.name);
         name_is_known_ = name_is_known_ || is_name;
         if (members.empty() || (!is_name && !uni::equal_ignoring_case(key, keys_.full))) {
             return;
         }
-        // Properties are compared by ascending tag, equal tags as they stand.
-        std::vector<std::uint32_t> order(members.size());
-        std::iota(order.begin(), order.end(), 0u);
-        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-            return members[a].tag < members[b].tag;
-        });
+        keep(is_name ? seen_by_name_ : seen_by_path_, seen);
+        const std::vector<std::uint32_t> order = order_of(members);
         if (members_agree(order)) {
             const std::uint32_t first = members[order.front()].offset;
             std::uint32_t list = 0;
@@ -204,16 +299,21 @@ private:
             if (found == nullptr) {
                 return true; // whatever comes behind
             }
-            const std::size_t longest = std::max(found->text.size(), any_name.size());
-            std::string text = text_of(member, longest);
-            if (text == any_name) {
-                text = name(longest);
-            }
-            if (!property_agrees(*found, text, number_of(members_[member]))) {
+            if (!member_agrees(member, *found)) {
                 return false;
             }
         }
         return true;
+    }
+
+    bool member_agrees(std::uint32_t member, const pe_property& found)
+    {
+        const std::size_t longest = std::max(found.text.size(), any_name.size());
+        std::string text = text_of(member, longest);
+        if (text == any_name) {
+            text = name(longest);
+        }
+        return property_agrees(found, text, number_of(members_[member]));
     }
 
     // The names, ascending, without which no list in a record can have one of the keys for its file
@@ -364,6 +464,9 @@ private:
     listing_budget budget_;
     std::uint64_t text_left_; // that may be made to be compared
     bool name_is_known_ = false;
+    bool keeps_lists_ = false;
+    looked_at_lists seen_by_name_;
+    looked_at_lists seen_by_path_;
     match_results by_name_;
     match_results by_path_;
 };
@@ -371,10 +474,18 @@ private:
 } // namespace
 
 bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
-                   const std::string& path, const tag_texts& texts, const request::bounds& bounds)
+                   const std::string& path, const tag_texts& texts, const request::bounds& bounds,
+                   looked_at_lists* looked_at)
 {
     results.clear();
-    return matcher(database, file, path, texts, bounds).run(results);
+    return matcher(database, file, path, texts, bounds).run(results, looked_at);
+}
+
+void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,
+                   const pe_list& file, const std::string& path, const tag_texts& texts,
+                   const request::bounds& bounds, comparison_listener& listener)
+{
+    matcher(database, file, path, texts, bounds).compare(lists, listener);
 }
 
 } // namespace model

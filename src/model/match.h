@@ -23,6 +23,31 @@ using match_results = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 using tag_texts =
     std::function<std::optional<std::string>(std::uint32_t offset, std::size_t longest)>;
 
+// Whether a fact agrees. Of one that the file does not tell nobody knows.
+enum class agreement { no, yes, unknown };
+
+// A property that a matching-file list asks for, held against the file.
+struct compared_property {
+    std::uint32_t offset = 0; // of its tag
+    std::uint16_t tag = 0;
+    const pe_property* found = nullptr; // what the file tells; null where it tells nothing
+    agreement agrees = agreement::unknown;
+};
+
+// A matching-file list that was looked at, as its file name was the file's.
+struct looked_at_list {
+    std::uint32_t record = 0;
+    std::uint32_t list = 0; // offset of the matching-file list
+    friend auto operator<=>(const looked_at_list&, const looked_at_list&) = default;
+};
+
+// All of them, by record and list, each once.
+struct looked_at_lists {
+    std::vector<looked_at_list> lists;
+    bool by_path = false; // the whole path was their file name
+    bool are_all = true;  // otherwise there were too many to keep
+};
+
 // Which records of the database would catch a program, by its properties and its path. A
 // matching-file list is looked at when its file name is that of the file, or, if no list's is, the
 // file's whole path with %windir% for c:\windows, ASCII case aside. It catches the file unless one
@@ -31,6 +56,25 @@ using tag_texts =
 // that hold others were left out, since there is no end of them.
 bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
                    const std::string& path, const tag_texts& texts,
-                   const request::bounds& bounds = {});
+                   const request::bounds& bounds = {}, looked_at_lists* looked_at = nullptr);
+
+// Is told of each list, and of all that it asks for by ascending tag: also of what match_program() does not
+// come to.
+class comparison_listener {
+public:
+    virtual ~comparison_listener() = default;
+
+    // The first two answer whether to go on.
+    virtual bool begin_list(const looked_at_list& list) = 0;
+    virtual bool property(const compared_property& one) = 0;
+    // `is_caught` is what match_program() found; `verdict` is `no` where anything speaks against it, and
+    // `unknown` where nothing does but not everything is known.
+    virtual void end_list(bool is_caught, agreement verdict) = 0;
+};
+
+// Holds lists that were looked at against the file once more.
+void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,
+                   const pe_list& file, const std::string& path, const tag_texts& texts,
+                   const request::bounds& bounds, comparison_listener& listener);
 
 } // namespace model

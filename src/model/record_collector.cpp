@@ -41,7 +41,7 @@ bool record_collector::gather(listing_budget& budget, std::uint32_t tag_offset,
             groups_.add(expander_.subrecord(i));
         }
     }
-    groups_.finish();
+    groups_.finish(&expander_);
     return !groups_.empty();
 }
 

@@ -39,6 +39,19 @@ record_item record_expander::head(std::size_t index) const noexcept
     return folded != nullptr ? folded->items.front() : subrecord(index).front();
 }
 
+subrecord_place record_expander::place_of(std::size_t index) const noexcept
+{
+    const group& found = subrecords_[index];
+    switch (found.is) {
+    case kind::followed:
+        return {true, found.chain_length, bodies_[found.first - 1].offset};
+    case kind::folded:
+        return {true, found.chain_length, used_[found.first].reference};
+    default:
+        return {false, found.chain_length, references_[found.first].offset};
+    }
+}
+
 bool record_expander::stands_apart(std::size_t index, std::size_t last) const noexcept
 {
     if (last + 1 == subrecords_.size()) {
@@ -278,15 +291,16 @@ void record_expander::follow(const record_item& reference, listing_budget& budge
         record_items_ += folded->gathered;
         budget.items += folded->gathered;
         work_.push_back(group(used_.size(), 0, chain_.size(), kind::folded));
-        used_.push_back(folded);
+        used_.push_back({folded, reference.offset});
         return;
     }
+    bodies_.push_back(reference);
     const std::size_t first = bodies_.size();
     bodies_.push_back(item_of(*ordinal, reference.depth));
     const std::size_t gathered = gather(*ordinal, static_cast<std::uint16_t>(reference.depth + 1),
                                         chain_.size() + 1, budget);
     if (gathered == 0) {
-        bodies_.pop_back();
+        bodies_.resize(first - 1);
         return;
     }
     record_items_ += gathered;

@@ -34,6 +34,14 @@ struct listing_budget {
     request::bounds bounds;
 };
 
+// Where a sub-record belongs.
+struct subrecord_place {
+    bool is_followed;           // it is a record that was followed; otherwise a reference list
+    std::uint16_t chain_length; // through how many of these one comes to it
+    // Of the tag in whose place it belongs: that which led to a followed record, or its own.
+    std::uint32_t offset;
+};
+
 // Gathers records of one database, one at a time; keeps its memory between them.
 class record_expander {
 public:
@@ -56,7 +64,7 @@ public:
     const folded_record* folded(std::size_t index) const noexcept
     {
         const group& found = subrecords_[index];
-        return found.is == kind::folded ? used_[found.first] : nullptr;
+        return found.is == kind::folded ? used_[found.first].record : nullptr;
     }
     bool is_followed(std::size_t index) const noexcept
     {
@@ -65,6 +73,7 @@ public:
     // Whether nothing that comes behind a sub-record, or the last of some, hangs from the one that begins
     // there: the next is a list that is no deeper.
     bool stands_apart(std::size_t index, std::size_t last) const noexcept;
+    subrecord_place place_of(std::size_t index) const noexcept;
     // Through how many followed records one comes to it.
     std::size_t chain_length(std::size_t index) const noexcept
     {
@@ -73,7 +82,8 @@ public:
 
 private:
     // A sub-record, found or still to be walked. A reference list lies in references_ with all that
-    // stands in it, a followed record in bodies_ without its reference lists, a folded one in used_.
+    // stands in it, a followed record in bodies_ without its reference lists, behind the tag that led to it,
+    // a folded one in used_.
     enum class kind : std::uint8_t { references, followed, folded };
     struct group {
         group(std::size_t from, std::size_t to, std::size_t length, kind what)
@@ -117,7 +127,11 @@ private:
     io::roomy_vector<group> work_;
     io::roomy_vector<group> subrecords_;
     const folded_records* known_ = nullptr;
-    std::vector<const folded_record*> used_;
+    struct used_fold {
+        const folded_record* record;
+        std::uint32_t reference; // offset of the tag that led to it
+    };
+    std::vector<used_fold> used_;
     std::vector<std::uint32_t> chain_; // the followed records that lead to the group in work
     io::roomy_vector<sdb::tag_ordinal> open_ends_; // of the lists around the tag that is gathered
     std::uint64_t record_items_ = 0;

@@ -100,8 +100,9 @@ void record_groups::forget(auto taken)
     }
 }
 
-void record_groups::finish()
+void record_groups::finish(const record_expander* source)
 {
+    source_ = source;
     if (late_.empty()) {
         return;
     }

@@ -19,6 +19,8 @@ struct foldable_groups {
     folded_record fold; // without items and text
 };
 
+class record_expander;
+
 // A record's items as groups.
 class record_groups {
 public:
@@ -35,8 +37,10 @@ public:
     void add(const folded_record& folded);
     // Takes note of groups, each behind those noted before.
     void note(foldable_groups groups) { foldable_.push_back(std::move(groups)); }
-    // To be called behind the last add(), before any group is asked for.
-    void finish();
+    // To be called behind the last add(), before any group is asked for; where all that was added is
+    // what an expander gathered, in its order, with that one.
+    void finish(const record_expander* source = nullptr);
+    const record_expander* source() const noexcept { return source_; }
 
     std::size_t size() const noexcept { return firsts_.size(); }
     bool empty() const noexcept { return firsts_.empty(); }
@@ -88,6 +92,7 @@ private:
     io::roomy_vector<depth_mark> reachable_;
     std::vector<folded_group> folded_; // ascending by group
     std::vector<foldable_groups> foldable_;
+    const record_expander* source_ = nullptr;
     bool is_open_ = false;
 };
 

@@ -32,7 +32,8 @@ bool error_stream_takes_sequences();
 // takes its place. Answers whether standard output was open.
 bool hold_standard_streams();
 
-// Lets standard input give its bytes untranslated; false on failure.
+// Lets standard input give its bytes, and standard output take them, untranslated; false on failure.
 bool set_standard_input_binary();
+bool set_standard_output_binary();
 
 } // namespace platform

@@ -7,8 +7,9 @@
 namespace platform {
 
 enum class digest_kind {
-    md5,  // RFC 1321, 16 bytes
-    sha1, // FIPS 180, 20 bytes
+    md5,    // RFC 1321, 16 bytes
+    sha1,   // FIPS 180, 20 bytes
+    sha256, // FIPS 180, 32 bytes
 };
 
 // The digest of `bytes` by the system's cryptographic library; empty if that refuses.

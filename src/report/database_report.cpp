@@ -2,6 +2,7 @@
 
 #include "report/record_listing.h"
 #include "report/reports.h"
+#include "report/told_database.h"
 #include "sdb/finders.h"
 
 namespace report {
@@ -89,7 +90,8 @@ bool make_reports(job& work)
 
 bool make_database_report(job& work)
 {
-    work.form.begin({work.database, work.path});
+    const told_database about(work);
+    work.form.begin({work.database, work.path, &about});
     bool asked = false;
     try {
         asked = make_reports(work);

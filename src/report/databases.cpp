@@ -6,8 +6,8 @@ namespace report {
 bool list_databases(const job& work)
 {
     for (const std::string& path : work.targets->files) {
-        const form::value shown = path;
-        if (!work.form.row({&shown, 1})) {
+        const form::cell shown{"path", path};
+        if (!work.form.row("target", {&shown, 1})) {
             return true;
         }
     }

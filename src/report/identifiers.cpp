@@ -11,6 +11,7 @@ namespace report {
 namespace {
 
 constexpr std::string_view headings[] = {"Exe ID's ", "App ID's ", "Fix ID's ", "Other ID's "};
+constexpr std::string_view subjects[] = {"exe", "app", "fix", "other"};
 
 } // namespace
 
@@ -41,8 +42,13 @@ bool list_identifiers(const job& work)
             if (!work.form.takes_more(work.database->offset_at(one.guid->ordinal))) {
                 return found;
             }
-            work.form.row(
-                std::array<form::value, 3>{one.guid->text(), form::tag_word{one.tag}, name});
+            const std::array<form::cell, 5> cells{
+                {{"names", std::string(subjects[table]), true},
+                 {"id", one.guid->text()},
+                 {"tag", form::tag_word{one.tag}},
+                 {"offset", form::hex_number{work.database->offset_at(one.guid->ordinal)}, true},
+                 {"name", name}}};
+            work.form.row("identifier", cells);
         }
         work.form.end_section();
     }

@@ -7,6 +7,7 @@
 
 #include "form/tag_text.h"
 #include "report/reports.h"
+#include "report/told_database.h"
 #include "sdb/tags.h"
 #include "uni/paths.h"
 
@@ -135,7 +136,38 @@ public:
         return made;
     }
 
+    std::string_view kind() const override { return "program"; }
+    void tell(form::fact_taker& to) const override
+    {
+        const model::pe_property* const date = model::find_property(*work_.program, tag::link_date);
+        to.fact("path", work_.path);
+        to.begin_list("times");
+        tell_time(to, "program", "compiled", date != nullptr ? moment_of(*date) : form::moment());
+        to.end();
+        to.begin_list("properties");
+        for (const model::pe_property& property : *work_.program) {
+            tell_property(to, property);
+        }
+        to.end();
+    }
+
 private:
+    // A version is told by its text alone: readers would round the number.
+    static void tell_property(form::fact_taker& to, const model::pe_property& property)
+    {
+        const bool is_version =
+            !property.text.empty() &&
+            (sdb::tag_type(property.tag) == sdb::type::qword || property.tag == tag::file_version ||
+             property.tag == tag::product_version);
+        to.begin_item();
+        to.fact("tag", form::tag_word{property.tag});
+        to.fact("name", property.name);
+        to.fact("text", property.text.empty() ? form::value() : form::value(property.text));
+        to.fact("number", is_version ? form::value() : form::value(form::count{property.number}));
+        to.fact("language", form::count{property.sub_tag});
+        to.end();
+    }
+
     const job& work_;
 };
 

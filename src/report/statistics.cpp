@@ -6,6 +6,7 @@
 #include "form/value_text.h"
 #include "model/database_facts.h"
 #include "report/reports.h"
+#include "report/told_database.h"
 #include "sdb/tags.h"
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -168,6 +169,32 @@ public:
         return std::move(list.made);
     }
 
+    std::string_view kind() const override { return "statistics"; }
+    void tell(form::fact_taker& to) const override
+    {
+        tell_identity(to, work_, facts_, {facts_.digest_md5, facts_.digest_sha1, sha256_of(work_)});
+        to.begin_list("times");
+        tell_times(to, work_, facts_);
+        if (work_.installed != nullptr) {
+            tell_time(to, "registry", "installed", {install_time()});
+            tell_time(to, "registry", "key written", {key_time()});
+        }
+        to.end();
+        to.begin_list("counts");
+        for (const model::record_count& counted : facts_.counts) {
+            to.begin_item();
+            to.fact("tag", form::tag_word{counted.tag});
+            to.fact("name", counted.name);
+            to.fact("count", form::count{counted.count});
+            to.fact("counts", std::string(counted.counts_values ? "values" : "tags"));
+            to.end();
+        }
+        to.end();
+        to.fact("counts_are_exact", form::truth{facts_.counts_are_exact});
+        tell_registry(to);
+        to.fact("host", style_.hostname.empty() ? form::value() : form::value(style_.hostname));
+    }
+
     std::optional<form::timeline_item> events() const override
     {
         form::timeline_item item;
@@ -201,7 +228,7 @@ public:
         // The image is the file, unless that was inflated.
         file.digest_md5 = !work_.database->was_compressed() || work_.source == nullptr
                               ? facts_.digest_md5
-                              : model::file_digest(*work_.source, platform::digest_kind::md5);
+                              : model::file_digests(*work_.source).md5;
         return file;
     }
 
@@ -225,6 +252,20 @@ private:
     {
         return facts_.platform ? form::value(form::dword_value{*facts_.platform})
                                : form::value(std::string());
+    }
+
+    void tell_registry(form::fact_taker& to) const
+    {
+        if (work_.installed == nullptr) {
+            to.fact("registry", {});
+            return;
+        }
+        to.begin_object("registry");
+        to.fact("key", work_.installed->key_path);
+        to.fact("path", work_.installed->database_path);
+        to.fact("description", work_.installed->description);
+        to.fact("type", form::dword_value{work_.installed->database_type});
+        to.end();
     }
 
     // The widest of what stands in the database list and of its counts.
@@ -305,8 +346,9 @@ bool tell_statistics(const job& work)
             work.path.c_str());
     }
     if (work.source != nullptr && work.database->extent().is_file_longer) {
-        facts.digest_md5 = model::file_digest(*work.source, platform::digest_kind::md5);
-        facts.digest_sha1 = model::file_digest(*work.source, platform::digest_kind::sha1);
+        const model::digest_texts digests = model::file_digests(*work.source);
+        facts.digest_md5 = digests.md5;
+        facts.digest_sha1 = digests.sha1;
     }
     if (facts.digest_md5.empty() || facts.digest_sha1.empty()) {
         work.notices.fail("no digest of %s is to be had\n", work.path.c_str());

@@ -51,6 +51,8 @@ struct cmd_params {
     bool pad_separator = true;
     bool base16 = true; // numbers in hexadecimal
     bool quoted_csv_fields = false;
+    bool safe_csv = false;  // no field may be taken for a formula
+    bool no_header = false; // the run header is left out
 
     bool show_progress = true;
     bool profile = false;

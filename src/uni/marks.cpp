@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
+
+#include "uni/utf.h"
 
 namespace uni {
 
@@ -15,46 +16,7 @@ bool is_plain_ascii(char c)
     return (c >= 0x20 && c < 0x7f) || c == '\t';
 }
 
-// A character and the bytes that it takes; a byte that begins none stands for itself.
-struct decoded {
-    char32_t character = 0;
-    std::size_t length = 1;
-    bool is_valid = false;
-};
-
-decoded decode(std::string_view text)
-{
-    const auto lead = static_cast<unsigned char>(text[0]);
-    if (lead < 0x80) {
-        return {lead, 1, true};
-    }
-    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc2 || lead > 0xf4 || text.size() < length) {
-        return {lead, 1, false};
-    }
-    char32_t character = lead & (0x7fu >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if ((byte & 0xc0) != 0x80) {
-            return {lead, 1, false};
-        }
-        character = character << 6 | (byte & 0x3f);
-    }
-    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const bool is_surrogate = character >= 0xd800 && character < 0xe000;
-    if (character < smallest[length] || character > 0x10ffff || is_surrogate) {
-        return {lead, 1, false};
-    }
-    return {character, length, true};
-}
-
-bool turns_order(char32_t c)
-{
-    return c == 0x61c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) ||
-           (c >= 0x2066 && c <= 0x2069);
-}
-
-bool needs_mark(const decoded& one)
+bool needs_mark(const utf8_character& one)
 {
     const char32_t c = one.character;
     return !one.is_valid || (c < 0x20 && c != '\t') || (c >= 0x7f && c < 0xa0) || turns_order(c) ||
@@ -69,7 +31,7 @@ void add_byte(std::string& out, char32_t byte)
     out += ']';
 }
 
-void add_mark(std::string& out, const decoded& one)
+void add_mark(std::string& out, const utf8_character& one)
 {
     if (one.character == 0xfffe || one.character == 0xffff) {
         out += "\xef\xbf\xbd";
@@ -110,7 +72,7 @@ bool needs_marks(std::string_view text)
             ++at;
             continue;
         }
-        const decoded one = decode(text.substr(at));
+        const utf8_character one = decode_utf8(text.substr(at));
         if (needs_mark(one)) {
             return true;
         }
@@ -127,7 +89,7 @@ std::string marked(std::string_view text)
             at += taken;
             continue;
         }
-        const decoded one = decode(text.substr(at));
+        const utf8_character one = decode_utf8(text.substr(at));
         if (needs_mark(one)) {
             add_mark(out, one);
         } else {

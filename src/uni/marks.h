@@ -16,6 +16,13 @@ namespace uni {
 //
 // An LF that opens a text is [LF] whatever follows it.
 
+// Whether a character turns the order of a line around.
+constexpr bool turns_order(char32_t c) noexcept
+{
+    return c == 0x61c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) ||
+           (c >= 0x2066 && c <= 0x2069);
+}
+
 // Whether there is anything to mark.
 bool needs_marks(std::string_view text);
 

@@ -48,8 +48,10 @@ constexpr unsigned hex_digit_count(std::uint64_t value) noexcept
 constexpr unsigned decimal_digit_count(std::uint64_t value) noexcept
 {
     unsigned count = 1;
-    while ((value /= 10) != 0) {
-        ++count;
+    for (std::uint64_t limit = 10; value >= limit; limit *= 10) {
+        if (++count == 20) {
+            break;
+        }
     }
     return count;
 }
@@ -93,30 +95,36 @@ constexpr char* put_two_decimals(char* out, unsigned value) noexcept
     return out + 2;
 }
 
+// Writes the last decimal digits of a number so that they end at `end`, two at a time.
+template <typename unsigned_number>
+constexpr void put_last_decimals(char* end, unsigned_number value, unsigned digits) noexcept
+{
+    for (; digits >= 2; digits -= 2, value /= 100) {
+        end -= 2;
+        put_two_decimals(end, static_cast<unsigned>(value % 100));
+    }
+    if (digits != 0) {
+        *(end - 1) = static_cast<char>('0' + value % 10);
+    }
+}
+
 // At least `minimum_digits` decimal digits, filled with zeros.
 constexpr char* put_decimal_min(char* out, std::uint64_t value, unsigned minimum_digits) noexcept
 {
-    if (value < 100 && minimum_digits == 2) {
-        return put_two_decimals(out, static_cast<unsigned>(value));
-    }
     const unsigned needed = decimal_digit_count(value);
-    const unsigned digits = needed > minimum_digits ? needed : minimum_digits;
-    for (unsigned i = digits; i > 0; --i, value /= 10) {
-        out[i - 1] = static_cast<char>('0' + value % 10);
+    char* const end = out + (needed > minimum_digits ? needed : minimum_digits);
+    if (value <= 0xffffffff) { // which is divided faster
+        put_last_decimals(end, static_cast<std::uint32_t>(value),
+                          static_cast<unsigned>(end - out));
+    } else {
+        put_last_decimals(end, value, static_cast<unsigned>(end - out));
     }
-    return out + digits;
+    return end;
 }
 
 // As many decimal digits as the number needs.
 constexpr char* put_decimal(char* out, std::uint64_t value) noexcept
 {
-    if (value < 10) {
-        *out = static_cast<char>('0' + value);
-        return out + 1;
-    }
-    if (value < 100) {
-        return put_two_decimals(out, static_cast<unsigned>(value));
-    }
     return put_decimal_min(out, value, 1);
 }
 

@@ -147,6 +147,32 @@ bool put_plain(char* out, byte_view units)
 
 } // namespace
 
+utf8_character decode_utf8(std::string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text[0]);
+    if (lead < 0x80) {
+        return {lead, 1, true};
+    }
+    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4 || text.size() < length) {
+        return {lead, 1, false};
+    }
+    char32_t character = lead & (0x7fu >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if ((byte & 0xc0) != 0x80) {
+            return {lead, 1, false};
+        }
+        character = character << 6 | (byte & 0x3f);
+    }
+    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool is_surrogate = character >= 0xd800 && character < 0xe000;
+    if (character < smallest[length] || character > 0x10ffff || is_surrogate) {
+        return {lead, 1, false};
+    }
+    return {character, length, true};
+}
+
 std::string utf8_from_utf16(std::u16string_view text)
 {
     std::string out(text.size() * 3, '\0');

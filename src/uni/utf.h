@@ -12,6 +12,15 @@ namespace uni {
 // edges: strict ones for arguments and paths, where one bad unit fails the whole, and a lenient one
 // for texts stored in files, which must not vanish from a report because of one bad unit.
 
+// The character that a text begins with, and the bytes that it takes; a byte that begins none stands for
+// itself.
+struct utf8_character {
+    char32_t character = 0;
+    std::size_t length = 1;
+    bool is_valid = false;
+};
+utf8_character decode_utf8(std::string_view text);
+
 // UTF-16 to UTF-8. A high surrogate without its partner fails: the result is empty. A lone low one
 // passes as three bytes, and utf16_from_utf8 gives it back.
 std::string utf8_from_utf16(std::u16string_view text);

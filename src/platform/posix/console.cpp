@@ -49,4 +49,9 @@ bool set_standard_input_binary()
     return true;
 }
 
+bool set_standard_output_binary()
+{
+    return true;
+}
+
 } // namespace platform

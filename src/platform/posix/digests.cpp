@@ -27,9 +27,15 @@ digest_by(int (*begin)(state*), int (*take)(state*, const void*, std::size_t),
 
 std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::uint8_t> bytes)
 {
-    return kind == digest_kind::md5
-               ? digest_by<MD5_DIGEST_LENGTH>(MD5_Init, MD5_Update, MD5_Final, bytes)
-               : digest_by<SHA_DIGEST_LENGTH>(SHA1_Init, SHA1_Update, SHA1_Final, bytes);
+    switch (kind) {
+    case digest_kind::md5:
+        return digest_by<MD5_DIGEST_LENGTH>(MD5_Init, MD5_Update, MD5_Final, bytes);
+    case digest_kind::sha1:
+        return digest_by<SHA_DIGEST_LENGTH>(SHA1_Init, SHA1_Update, SHA1_Final, bytes);
+    case digest_kind::sha256:
+        return digest_by<SHA256_DIGEST_LENGTH>(SHA256_Init, SHA256_Update, SHA256_Final, bytes);
+    }
+    return {};
 }
 
 } // namespace platform

@@ -91,4 +91,9 @@ bool set_standard_input_binary()
     return _setmode(_fileno(stdin), _O_BINARY) != -1;
 }
 
+bool set_standard_output_binary()
+{
+    return _setmode(standard_output_descriptor, _O_BINARY) != -1;
+}
+
 } // namespace platform

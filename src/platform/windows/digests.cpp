@@ -35,6 +35,22 @@ bool succeeded(NTSTATUS status)
     return status >= 0;
 }
 
+struct digest_facts {
+    const wchar_t* name;
+    std::size_t length; // of a digest, in bytes
+};
+digest_facts facts_of(digest_kind kind)
+{
+    switch (kind) {
+    case digest_kind::md5:
+        return {BCRYPT_MD5_ALGORITHM, 16};
+    case digest_kind::sha1:
+        return {BCRYPT_SHA1_ALGORITHM, 20};
+    default:
+        return {BCRYPT_SHA256_ALGORITHM, 32};
+    }
+}
+
 bool add_bytes(BCRYPT_HASH_HANDLE hash, std::span<const std::uint8_t> bytes)
 {
     constexpr std::size_t largest_block = 0x10000000;
@@ -54,9 +70,8 @@ bool add_bytes(BCRYPT_HASH_HANDLE hash, std::span<const std::uint8_t> bytes)
 
 std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::uint8_t> bytes)
 {
-    const wchar_t* const name =
-        kind == digest_kind::md5 ? BCRYPT_MD5_ALGORITHM : BCRYPT_SHA1_ALGORITHM;
-    std::vector<std::uint8_t> digest(kind == digest_kind::md5 ? 16 : 20);
+    const auto [name, length] = facts_of(kind);
+    std::vector<std::uint8_t> digest(length);
     algorithm_handle algorithm;
     hash_handle hash;
     if (!succeeded(::BCryptOpenAlgorithmProvider(&algorithm.handle, name, nullptr, 0)) ||

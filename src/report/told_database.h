@@ -1,0 +1,34 @@
+#pragma once
+
+#include "form/facts.h"
+#include "model/database_facts.h"
+#include "report/job.h"
+
+namespace report {
+
+// Tells which database it is: its file, what it says of itself, and how far it goes. Digests and size are
+// those of the database, as in the statistics: of a compressed one as it is inflated.
+void tell_identity(form::fact_taker& to, const job& work, const model::database_identity& identity,
+                   const model::digest_texts& digests);
+model::digest_texts digests_of(const job& work);
+std::string sha256_of(const job& work); // where the others were asked for
+
+// Tells a time that is known of it, from which source and of what. To be called inside of a list.
+void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
+               const form::moment& when);
+// Tells the times of the file and the one that stands in the database.
+void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity);
+
+// What stands in front of all that comes from a database.
+class told_database : public form::told_facts {
+public:
+    explicit told_database(const job& work) : work_(work) {}
+
+    std::string_view kind() const override { return "database"; }
+    void tell(form::fact_taker& to) const override;
+
+private:
+    const job& work_;
+};
+
+} // namespace report
