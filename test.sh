@@ -94,7 +94,7 @@ unit_tests() { # name command...
 script_tests() { # name script argument...
     local log=$logs/$1.log status=0 words=(0 1)
     heading "$1"
-    timeout 600 python3 "tests/$2" "${@:3}" </dev/null >"$log" 2>&1 || status=$?
+    timeout 600 "$python" "tests/$2" "${@:3}" </dev/null >"$log" 2>&1 || status=$?
     if [[ $(tail -n 1 "$log") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
         words=("${BASH_REMATCH[@]:1}")
     fi
