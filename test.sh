@@ -16,11 +16,12 @@ case "$*" in
     ;;
 esac
 
-# What came of each step: <name>.passed and <name>.failed, with the number of tests.
+# What came of each step: <name>.passed and <name>.failed, with the number of tests, and .ended where it
+# ended well. (Of a process that ended long ago its number may be another's.)
 counts=$logs/counts
 rm -rf "$counts"
 mkdir "$counts"
-steps=()
+steps=0
 
 heading() { printf '== %s\n' "$1"; }
 
@@ -37,18 +38,18 @@ beside() { # function argument...
     while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do
         sleep 0.2
     done
-    "$@" &
-    steps+=($!)
+    steps=$((steps + 1))
+    {
+        "$@"
+        : >"$counts/$steps.ended"
+    } &
 }
 
 # Waits for the steps that were started. The run ends where one of them failed.
 end_steps() {
-    local step bad ended_well=true
-    for step in "${steps[@]}"; do
-        wait "$step" || ended_well=false
-    done
-    steps=()
-    if ! $ended_well; then
+    local bad
+    wait
+    if [ "$(find "$counts" -name '*.ended' | wc -l)" -ne "$steps" ]; then
         bad=$(total failed) # none where a step ended without a word
         printf '%d passed, %d failed\n' "$(total passed)" "$((bad > 0 ? bad : 1))"
         exit 1
