@@ -206,13 +206,14 @@ def compare(folder, pairs, place):
     plain = {size: (listing(size, "-apps", "-multiline"), f"{report}-{size}.txt")
              for size in databases}
     json = {size: (listing(size, "-apps", "-json"), f"{report}-{size}.json") for size in databases}
+    page = {size: (listing(size, "-apps", "-html"), f"{report}-{size}.html") for size in databases}
 
     table = Table(pairs)
     for kind in ("shared", 16):
         table.row(f"load, {kind} / md5sum of the database", load[kind],
                   (["md5sum", databases[kind]],), 1.5)
         for name, command, reach in (("XML", xml[kind], 1.0), ("plain", plain[kind], 0.7),
-                                     ("JSON", json[kind], 1.0)):
+                                     ("JSON", json[kind], 1.0), ("page", page[kind], 2.0)):
             Run(*command)
             table.row(f"-apps {name}, {kind} / md5sum of it", command, (["md5sum", command[1]],),
                       reach)

@@ -7,11 +7,14 @@ test_packages=("${run_packages[@]}" googletest python3 python3-jsonschema sleuth
 all_packages=("${test_packages[@]}" clang libclang-rt-14-dev clang-format
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 libxml2-utils
     gcc-mingw-w64-i686-posix icoutils dosfstools e2fsprogs exfatprogs patch
-    libexpat1-dev libcsv-dev cppcheck)
+    libexpat1-dev libcsv-dev cppcheck chromium-driver poppler-utils)
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
 mkdir -p "$logs"
+# The one for which packages are installed, whatever else comes first in PATH.
+python=/usr/bin/python3
+[ -x "$python" ] || python=python3
 
 # Runs a command with its output in a log file, which is shown on failure alone.
 logged() { # log-name command...

@@ -61,7 +61,7 @@ class Faults(Runs):
 
     def check_what_there_is(self, result):
         """A document is one for all that; what was not put in its place is named."""
-        if result.stdout.startswith(b"<?xml"):
+        if result.stdout.startswith((b"<?xml", b"<!DOCTYPE")):
             xml.parsers.expat.ParserCreate().Parse(result.stdout, True)
         elif result.stdout.startswith(b"{"):
             read_report(result.stdout, validated=False)
@@ -104,7 +104,11 @@ class Faults(Runs):
         self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-guids", "-json", "-quiet")
 
     def test_statistics_in_json(self):
-        self.check("-stats", "-json", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+        for form in ("-json", "-html"):
+            self.check("-stats", form, "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
+    def test_listings_of_a_list_in_a_page(self):
+        self.check("-exes", "-guids", "-html", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-threads", "3")
 
     def test_statistics(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT",
@@ -130,7 +134,7 @@ class Faults(Runs):
                    "-out", "OUT")
 
     def test_match_with_a_program(self):
-        for form in ("-xml", "-json"):
+        for form in ("-xml", "-json", "-html"):
             self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
                        "-quiet", form)
 

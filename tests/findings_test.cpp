@@ -428,9 +428,9 @@ test_support::hive_key below(std::initializer_list<const char*> names, test_supp
 
 void read_hive(model::registry_lists& lists, const test_support::hive_key& root)
 {
-    hive::hive_bytes bytes;
-    bytes.open(test_support::source_of(test_support::hive_builder().build(root)));
-    model::read_registry_lists(lists, hive::hive_image(std::move(bytes)));
+    hive::hive_bytes image;
+    image.open(test_support::source_of(test_support::hive_builder().build(root)));
+    model::read_registry_lists(lists, hive::hive_image(std::move(image)));
 }
 
 TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user)

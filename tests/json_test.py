@@ -191,6 +191,8 @@ class Json(Runs):
         tool = self.write("tool.exe", b"no program")
         self.write("v/Windows/AppPatch/a.sdb", Path(SAMPLE).read_bytes())
         self.write("v/Windows/AppPatch/b.sdb", b"no database")
+        os.makedirs(self.path("w/Windows/AppPatch"))
+        os.symlink(os.path.abspath(SAMPLE), self.path("w/Windows/AppPatch/out.sdb"))
         lists = f"{SAMPLE}\n{tool}\n{self.path('none.sdb')}\n".encode()
         for options, code, kinds, counts in (
                 (f"-sdb {SAMPLE} -strings nowhere", 0, ["database"], (1, 0, 0, False)),
@@ -206,6 +208,7 @@ class Json(Runs):
                  (1, 0, 1, False)),
                 (f"-partition {self.path('v')} -listsdb", 0, ["target"] * 2, (2, 0, 0, False)),
                 (f"-partition {self.folder} -listsdb", FAILED, [], (0, 0, 0, False)),
+                (f"-partition {self.path('w')} -exes", FAILED, ["failure"], (0, 0, 1, False)),
                 ("-pipe -tag 0x7010", FAILED, ["database", "failure"], (1, 0, 1, False)),
                 ("-pipe -stats", FAILED, ["statistics", "failure"], (1, 0, 1, False))):
             with self.subTest(options=options):

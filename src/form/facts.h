@@ -51,8 +51,13 @@ struct run_outcome {
     std::uint64_t databases = 0; // that were told about
     std::uint64_t programs = 0;  // the same
     std::uint64_t failed = 0;    // databases and programs that could not be
-    bool is_whole = true;        // all that was asked for was done, as far as the run itself knows
-    bool was_refused = false;    // it did not begin
+    std::uint64_t records = 0;   // that were said
+    // What writers kept of their inputs for the end of the stream, in order, and of how many that had no
+    // room.
+    std::string_view kept = {};
+    std::uint64_t left_out = 0;
+    bool is_whole = true;     // all that was asked for was done, as far as the run itself knows
+    bool was_refused = false; // it did not begin
 };
 
 } // namespace form

@@ -194,6 +194,24 @@ void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
     out.taken(uni::put_hex(start + 2, value, digits));
 }
 
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style)
+{
+    switch (form_of(tag)) {
+    case value_form::unix_time:
+        write_unix_time(out, static_cast<std::uint32_t>(number), style);
+        return;
+    case value_form::filetime:
+        write_moment(out, uni::time_value_from(number, uni::time_kind::filetime), style);
+        return;
+    case value_form::version:
+        write_version(out, number);
+        return;
+    default:
+        write_number(out, number, digits_of(tag), style);
+    }
+}
+
 void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
 {
     const std::string_view known = sdb::known_tag_name(tag);

@@ -38,6 +38,10 @@ void write_version(uni::text_buffer& out, std::uint64_t version);
 bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset, const request::cmd_params& style);
 
+// Writes a number as a tag that holds it is shown.
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style);
+
 // Writes a number of that many hexadecimal digits, in the base of the run.
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
                   const request::cmd_params& style);

@@ -44,7 +44,7 @@ void write_value(uni::text_buffer& out, const value& shown, const request::cmd_p
                    [&](const tag_count& one) { out.decimal(one.number); },
                    [&](const tag_word& one) { write_tag_name(out, one.tag); },
                    [&](const stored_value& one) { write_stored_value(out, one, style, database); },
-                   [&](const tag_number& one) { out.decimal(one.number); },
+                   [&](const tag_number& one) { write_number_of(out, one.tag, one.number, style); },
                    [&](const truth& one) { out.text(one.holds ? "yes" : "no"); },
                },
                shown);

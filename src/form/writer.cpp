@@ -24,6 +24,7 @@ bool writer::begin(document about)
 
 bool writer::record(const model::record_groups& groups)
 {
+    ++records_;
     const bool is_whole = write_record(groups);
     is_cut_ = is_cut_ || (!is_whole && out_.good());
     return goes_on();
@@ -117,9 +118,10 @@ std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const
     return made;
 }
 
-void writer::take(std::string_view text, stream_state state)
+void writer::take(std::string_view text, std::uint64_t records, stream_state state)
 {
     out_.long_text(text);
+    records_ += records;
     state_ = state;
 }
 

@@ -93,6 +93,11 @@ public:
     // An input that could not be told about.
     bool failure(std::string_view path, std::string_view reason);
     std::uint64_t failures() const noexcept { return failures_; }
+    // How many records were said, and how many of them the form's readers take well in one stream.
+    std::uint64_t records() const noexcept { return records_; }
+    virtual std::uint64_t most_records() const { return no_limit; }
+    // What it keeps for the end of the stream, which another writer says.
+    std::string_view kept() const noexcept { return kept_.view(); }
     // What stands between two subjects.
     virtual bool separate() { return goes_on(); }
 
@@ -122,8 +127,8 @@ public:
 
     stream_state state() const noexcept { return state_; }
     void set_state(stream_state state) noexcept { state_ = state; }
-    // Takes over what a fork wrote, and the state in which that ended.
-    void take(std::string_view text, stream_state state);
+    // Takes over what a fork wrote, so many records, and the state in which that ended.
+    void take(std::string_view text, std::uint64_t records, stream_state state);
 
 protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
@@ -143,15 +148,17 @@ protected:
     stream_state state_;
     document document_;
     std::string marked_path_; // of the document
+    uni::text_buffer kept_;
+    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
 
 private:
-    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
     // Places in what is written to out_.
     std::uint64_t most_text_ = no_limit;
     std::uint64_t most_in_record_ = no_limit;
     std::uint32_t place_ = 0; // of what was to be said last
     model::folded_records folds_;
     std::uint64_t failures_ = 0;
+    std::uint64_t records_ = 0;
     bool is_cut_ = false;
 };
 

@@ -196,8 +196,8 @@ entry_output::entry_output(entry_turns& turns, std::string path)
 input_output entry_output::make_streams()
 {
     const bool is_one = &turns_.to_.console == &turns_.to_.report;
-    return {report_, is_one ? report_ : console_, messages_,        log_,
-            *this,   turns_.to_.threads,          turns_.to_.counts};
+    return {report_, is_one ? report_ : console_, messages_,         log_,
+            *this,   turns_.to_.threads,          turns_.to_.counts, kept_};
 }
 
 void entry_output::messages::say(const std::string& message)
@@ -267,6 +267,9 @@ void entry_output::hand_on()
         report_.hand_on();
         console_.hand_on();
         turns_.to_.log.take(log_);
+        if (!kept_.text().empty()) {
+            turns_.to_.kept.add(kept_.text());
+        }
     } catch (const std::exception&) {
         say_exception();
     }
@@ -287,6 +290,7 @@ bool entry_output::begin_anew()
     report_.drop();
     console_.drop();
     log_.clear();
+    kept_.clear();
     state_after_.reset();
     messages_.skip_said();
     turns_.release(*this);

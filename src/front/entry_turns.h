@@ -142,6 +142,7 @@ private:
     waiting_text console_;
     messages messages_;
     diag_log log_;
+    kept_texts kept_;
     const input_output streams_;
     const form::writer* form_ = nullptr;
     std::optional<form::stream_state> state_after_;

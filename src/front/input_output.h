@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "form/writer.h"
 #include "front/diag_log.h"
@@ -42,6 +44,28 @@ struct input_counts {
     std::atomic<std::uint64_t> databases = 0;
     std::atomic<std::uint64_t> programs = 0;
     std::atomic<std::uint64_t> failed = 0;
+    std::atomic<std::uint64_t> records = 0; // that were said of them
+};
+
+// What the writers of inputs keep for the end of the stream, in the order of these, as far as there is room.
+class kept_texts {
+public:
+    void add(std::string_view text)
+    {
+        constexpr std::size_t most = 0x400000;
+        if (text_.view().size() + text.size() > most) {
+            ++left_out_;
+        } else {
+            text_.text(text);
+        }
+    }
+    void clear() noexcept { text_.clear(); }
+    std::string_view text() const noexcept { return text_.view(); }
+    std::uint64_t left_out() const noexcept { return left_out_; }
+
+private:
+    uni::text_buffer text_;
+    std::uint64_t left_out_ = 0;
 };
 
 // What one input writes to, and who may help with it.
@@ -53,6 +77,7 @@ struct input_output {
     stream_place& place;
     uni::thread_allowance& threads;
     input_counts& counts;
+    kept_texts& kept;
 };
 
 } // namespace front

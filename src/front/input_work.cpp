@@ -56,6 +56,13 @@ public:
     stream_writer& operator=(const stream_writer&) = delete;
 
     form::writer& form() noexcept { return *form_; }
+    // To be called when all was said.
+    void keep(kept_texts& texts) const
+    {
+        if (!form_->kept().empty()) {
+            texts.add(form_->kept());
+        }
+    }
 
 private:
     stream_place& place_;
@@ -142,6 +149,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
                                  const input_output& out) const
 {
     std::uint64_t failures = 0;
+    std::uint64_t records = 0;
     {
         stream_writer writer(options_, out);
         report::job work = job_of(path, options_, writer.form(), out);
@@ -173,10 +181,13 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
             }
         }
         failures = writer.form().failures();
+        records = writer.form().records();
+        writer.keep(out.kept);
     }
     say_extent(file, path, out.notices);
     // Counted last: what fails may be done again.
     out.counts.failed += failures;
+    out.counts.records += records;
     out.counts.databases += options_.stats && failures != 0 ? 0 : 1;
 }
 
@@ -185,7 +196,9 @@ void input_work::tell_failure(const std::string& path, const std::string& reason
                               const input_output& out) const
 {
     if (form::form_of(options_.form).header == form::banner::in_the_form) {
-        stream_writer(options_, out).form().failure(path, reason);
+        stream_writer writer(options_, out);
+        writer.form().failure(path, reason);
+        writer.keep(out.kept);
     }
     ++out.counts.failed;
 }
@@ -356,6 +369,7 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
     if (is_one_of_several) {
         writer.form().separate();
     }
+    writer.keep(out.kept);
     ++out.counts.programs;
     return outcome::told;
 }

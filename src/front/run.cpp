@@ -21,6 +21,8 @@ namespace front {
 
 namespace {
 
+constexpr const char* caught = "exception caught";
+
 // The work of one run.
 class run_work {
 public:
@@ -58,10 +60,18 @@ private:
         if (!may_write_) {
             return;
         }
+        if (out_.counts.records > stream_->most_records()) {
+            out_.notices.say(
+                "%llu records in one page, which browsers take long for: -json serves better\n",
+                static_cast<unsigned long long>(out_.counts.records));
+        }
         stream_->set_state(out_.place.state_before());
         stream_->end_stream({.databases = out_.counts.databases,
                              .programs = out_.counts.programs,
                              .failed = out_.counts.failed,
+                             .records = out_.counts.records,
+                             .kept = out_.kept.text(),
+                             .left_out = out_.kept.left_out(),
                              .is_whole = is_whole,
                              .was_refused = was_refused_});
     }
@@ -79,7 +89,7 @@ private:
             work_on_entries();
         } else if (options_.pe_stats) {
             const uni::busy_thread busy(out_.threads);
-            inputs_.tell_program_alone(out_);
+            work_on_one(options_.pe_path, [&] { inputs_.tell_program_alone(out_); });
         } else {
             const uni::busy_thread busy(out_.threads);
             work_on_targets();
@@ -98,6 +108,21 @@ private:
         out_.place.unfollow(*stream_);
     }
 
+    // It is the run that an exception ends where there is no other input.
+    void work_on_one(const std::string& path, auto&& work)
+    {
+        try {
+            work();
+        } catch (const std::exception&) {
+            try {
+                inputs_.tell_failure(path, caught, out_);
+            } catch (const std::exception&) {
+                ++out_.counts.failed;
+            }
+            throw;
+        }
+    }
+
     void work_on_targets()
     {
         if (targets_.files.empty() && !options_.searches_default_places) {
@@ -109,16 +134,20 @@ private:
         if (targets_.files.empty()) {
             say_nothing_found();
         }
+        for (const std::string& path : targets_.not_opened) {
+            inputs_.tell_failure(path, "leads out of the volume", out_);
+        }
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
+            if (targets_.files.size() == 1) {
+                work_on_one(path, [&] { inputs_.tell_target(path, out_); });
+                return;
+            }
             try {
                 inputs_.tell_target(path, out_);
             } catch (const std::exception&) {
-                if (targets_.files.size() == 1) {
-                    throw; // it is the run that ends
-                }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
-                inputs_.tell_failure(path, "exception caught", out_);
+                inputs_.tell_failure(path, caught, out_);
             }
             if (!out_.report.good()) {
                 return;
@@ -162,8 +191,9 @@ private:
     {
         // What begins and ends its stream itself has one stream alone.
         const bool is_in_report = form::form_of(options_.form).header == form::banner::in_the_form;
-        const auto form = make_writer(is_in_report ? out_.report : out_.console);
-        report::job work{options_, *form, out_.console, out_.notices};
+        const auto console = is_in_report ? nullptr : make_writer(out_.console);
+        form::writer& form = is_in_report ? *stream_ : *console;
+        report::job work{options_, form, out_.console, out_.notices};
         work.targets = &targets_;
         if (!report::report_of("listsdb").make(work)) {
             say_nothing_found();
@@ -215,6 +245,7 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
             const bool leads_out = model::leads_out_of_volume(options, path);
             if (leads_out) {
                 notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+                targets.not_opened.push_back(path);
             }
             return leads_out;
         });
@@ -272,7 +303,8 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
          .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     input_counts counts;
-    const input_output streams{out, standard_output, notices, log, place, threads, counts};
+    kept_texts kept;
+    const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
     run_work(options, targets, files, explained.get(), known.get(), streams).do_all(facts);
 }
 

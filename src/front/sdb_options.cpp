@@ -495,7 +495,9 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
 
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
-    if (options.append && form::form_of(options.form).carries == form::contents::records_of_one) {
+    const form::contents carries = form::form_of(options.form).carries;
+    if (options.append &&
+        (carries == form::contents::records_of_one || carries == form::contents::one_page)) {
         notices.fail("-append needs a form of lines, aborting\n");
         return true;
     }

@@ -69,6 +69,7 @@ private:
 // What a run works on, and what the registry says of it.
 struct run_targets {
     std::vector<std::string> files;
+    std::vector<std::string> not_opened; // found, but they lead out of the volume
     installed_databases installed;
     registry_lists lists;   // of a run that explains
     bool has_volume = true; // false where the image of one proved to be none

@@ -238,7 +238,7 @@ private:
             const told_stretch& made = work.next();
             if (made.is_whole && made.began_in == work_.form.state() &&
                 work_.form.has_room_for(made.text.view().size())) {
-                work_.form.take(made.text.view(), made.ended_in);
+                work_.form.take(made.text.view(), 0, made.ended_in);
                 say_left_out(made.left_out);
             } else {
                 tell_some(all, stretch_of(number));

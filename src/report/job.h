@@ -50,10 +50,9 @@ struct job {
     model::file_probe is_there = {}; // of the run's registry
 
     // The same work in another writer of the form, on a thread that has no others to help it.
-    job with_form(form::writer& other, uni::text_buffer& other_console,
-                  io::notices& other_notices) const
+    job with_form(form::writer& to, uni::text_buffer& to_console, io::notices& to_notices) const
     {
-        job made{options, other, other_console, other_notices};
+        job made{options, to, to_console, to_notices};
         made.path = path;
         made.database = database;
         made.installed = installed;

@@ -40,6 +40,7 @@ struct shared_records {
 struct stretch {
     uni::text_buffer text;
     std::uint64_t items = 0; // that it takes of the listing's budget
+    std::uint64_t records = 0;
     bool is_whole = false;
     form::stream_state began_in;
     form::stream_state ended_in;
@@ -67,9 +68,11 @@ public:
         listing_.budget().was_too_large = false;
         listing_.budget().left_references = false;
         made.began_in = form_->state();
+        made.records = form_->records();
         made.printed = listing_.print_records(records_.stretch(number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
+        made.records = form_->records() - made.records;
         made.left_references = listing_.budget().left_references;
         made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
         form_->uncut();
@@ -167,7 +170,7 @@ bool record_listing::print_stretches(ordinals_span ordinals)
             !form_.has_room_for(made->text.view().size())) {
             printed |= print_records(records.stretch(number));
         } else {
-            form_.take(made->text.view(), made->ended_in);
+            form_.take(made->text.view(), made->records, made->ended_in);
             budget_.items += made->items;
             printed |= made->printed;
             budget_.left_references |= made->left_references;

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "form/facts.h"
+#include "form/value.h"
+#include "request/cmd_params.h"
+#include "sdb/database.h"
+#include "uni/text_buffer.h"
+
+namespace form {
+
+// When something happened to a subject.
+struct told_time {
+    std::string source;
+    std::string event;
+    moment time;
+};
+
+// What the page tells of a subject in front of all others.
+struct told_subject {
+    std::string path;
+    std::string name;
+    std::string size;
+    std::string md5;
+    std::string sha256;
+    std::vector<told_time> times;
+};
+
+// Facts as a list of names and values; a list of them is a table, under a head of the names that its first
+// item has. It is held back while it is not long: one that an exception ends early is not begun.
+class html_facts : public fact_taker {
+public:
+    html_facts(uni::text_buffer& out, const request::cmd_params& style,
+               const sdb::sdb_database* database, std::function<bool()> goes_on);
+
+    void fact(std::string_view name, const value& known) override;
+    void begin_object(std::string_view name) override;
+    void begin_list(std::string_view name) override;
+    void begin_item() override;
+    void end() override;
+    bool goes_on() const override { return goes_on_(); }
+
+    void finish();
+    // Ends all that was begun, where some of it went out.
+    void abandon();
+
+    // What was told of the subject itself.
+    const told_subject& subject() const noexcept { return subject_; }
+
+private:
+    enum class kind : std::uint8_t { object, list, item };
+    struct level {
+        kind is;
+        bool is_in_row = false;  // it stands in a cell
+        bool is_times = false;   // a list of times
+        bool has_items = false;  // a list
+        bool makes_head = false; // the first item of a list, from whose names its head is made
+        std::size_t row = 0;     // where its row began
+        std::string head = {};
+    };
+
+    bool is_in_row() const { return !open_.empty() && open_.back().is == kind::item; }
+    void open_member(std::string_view name);
+    void note(std::string_view name, const value& known);
+    void note_time(std::string_view name, const value& known);
+    void settle();
+    std::string closing() const;
+
+    uni::text_buffer& out_;
+    const request::cmd_params& style_;
+    const sdb::sdb_database* database_;
+    std::function<bool()> goes_on_;
+    std::string held_;
+    std::vector<level> open_;
+    bool has_begun_ = false; // some went out
+    std::string closing_;    // what closes that
+    told_subject subject_;
+};
+
+} // namespace form

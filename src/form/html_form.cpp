@@ -1,0 +1,247 @@
+#include <exception>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "form/html_facts.h"
+#include "form/html_page.h"
+#include "form/html_records.h"
+#include "form/html_summary.h"
+#include "form/html_text.h"
+#include "form/writer.h"
+
+namespace form {
+
+namespace {
+
+// One page for the whole stream, which is XML too: the run, a section for each database or program, and the
+// summary, which the style shows above them.
+class html_form : public writer {
+public:
+    using writer::writer;
+
+    bool begin_stream(const run_facts& run) override
+    {
+        uni::text_buffer head;
+        write_html_head(head, run, style_);
+        out_.text(head.view());
+        return goes_on();
+    }
+    // The document is closed whatever comes of the summary, for which there may be no memory.
+    bool end_stream(const run_outcome& outcome) override
+    {
+        close_rows();
+        uni::text_buffer summary;
+        std::exception_ptr fault;
+        try {
+            if (outcome.records > most_records()) {
+                summary.text(many_records_words);
+            }
+            write_html_summary(summary, outcome, style_);
+            write_html_script(summary);
+        } catch (const std::bad_alloc&) {
+            fault = std::current_exception();
+        }
+        out_.literal("</main>\n<section id=\"summary\">\n");
+        if (fault) {
+            out_.literal("<p class=\"bad\">Memory ran out.</p>\n</section>\n");
+        } else {
+            out_.long_text(summary.view());
+        }
+        out_.literal("</body>\n</html>\n");
+        if (fault) {
+            std::rethrow_exception(fault);
+        }
+        return goes_on();
+    }
+
+    bool end() override
+    {
+        close_rows();
+        if (is_cut()) {
+            uni::text_buffer line;
+            line.literal("<p class=\"bad\">The report of this database ends at tag 0x");
+            line.hex(cut_at(), 8);
+            line.text(is_too_long() ? ", as it is too long.</p>\n"
+                                    : ", as its lists hold one another again and again.</p>\n");
+            out_.text(line.view());
+        }
+        if (is_open_) {
+            is_open_ = false;
+            out_.literal("</section>\n");
+            add_summary_line(kept_, about_, style_, records());
+        }
+        return goes_on();
+    }
+    bool end_section() override
+    {
+        close_rows();
+        return goes_on();
+    }
+    bool note(std::string_view text) override { return paragraph("note", text); }
+    bool heading(std::string_view text) override
+    {
+        close_rows();
+        const std::string shown = "<h3>" + html_text(text) + "</h3>\n";
+        out_.text(shown);
+        return goes_on();
+    }
+    // Long tables are parted, as browsers lay a table out at once.
+    bool row(std::string_view kind, std::span<const cell> cells) override
+    {
+        constexpr unsigned most_rows = 500;
+        uni::text_buffer& line = row_;
+        line.clear();
+        if (rows_ % most_rows == 0) {
+            line.text(rows_ == 0 ? "<table class=\"" : "</table>\n<table class=\"");
+            line.text(kind);
+            line.literal("\"><thead><tr>");
+            for (const cell& one : cells) {
+                line.literal("<th>");
+                line.text(one.name);
+                line.literal("</th>");
+            }
+            line.literal("</tr></thead>\n");
+        }
+        line.literal("<tr>");
+        for (const cell& one : cells) {
+            line.literal("<td>");
+            write_html_value(line, one.shown, style_, document_.database);
+            line.literal("</td>");
+        }
+        line.literal("</tr>\n");
+        out_.text(line.view());
+        ++rows_;
+        return goes_on();
+    }
+    void aside(uni::text_buffer&, std::string_view) override {}
+    void end_asides(uni::text_buffer&) override {}
+    bool subject(const entry& facts) override
+    {
+        uni::text_buffer section;
+        about_ = tell(section, facts);
+        out_.text(section_head(about_.path));
+        out_.long_text(section.view());
+        out_.literal("</section>\n");
+        add_summary_line(kept_, about_, style_, 0);
+        return goes_on();
+    }
+    bool separate() override { return goes_on(); }
+    bool facts(const told_facts& facts) override
+    {
+        html_facts taker(out_, style_, document_.database, [this] { return goes_on(); });
+        try {
+            facts.tell(taker);
+        } catch (...) {
+            taker.abandon();
+            throw;
+        }
+        taker.finish();
+        return goes_on();
+    }
+    std::uint64_t most_records() const override { return 20'000; }
+
+private:
+    // Begun wholly or not at all.
+    void begin_document() override
+    {
+        records_writer();
+        uni::text_buffer head;
+        if (document_.about != nullptr) {
+            head.literal("<details class=\"facts\"><summary>What it is</summary>\n");
+            about_ = tell(head, *document_.about);
+            head.literal("</details>\n");
+        } else {
+            about_.path = marked_path_;
+        }
+        const std::string begin = section_head(about_.path);
+        out_.room(begin.size() + head.view().size());
+        out_.text(begin);
+        out_.text(head.view());
+        is_open_ = true;
+    }
+    static std::string section_head(const std::string& path)
+    {
+        return "<section id=\"" + html_anchor(path) + "\"><h2>" + html_text(path) + "</h2>\n";
+    }
+    told_subject tell(uni::text_buffer& out, const told_facts& facts)
+    {
+        html_facts taker(out, style_, document_.database, [this] { return goes_on(); });
+        facts.tell(taker);
+        taker.finish();
+        return taker.subject();
+    }
+    html_record_writer& records_writer()
+    {
+        if (records_ == nullptr) {
+            records_ = std::make_unique<html_record_writer>(out_, database(), style_);
+        }
+        return *records_;
+    }
+    bool write_record(const model::record_groups& groups) override
+    {
+        close_rows();
+        html_record_writer& records = records_writer();
+        try {
+            return records.write_record(groups, most_in_record(), folds());
+        } catch (...) {
+            records.abandon_record();
+            throw;
+        }
+    }
+    void write_failure(std::string_view path, std::string_view reason) override
+    {
+        close_rows();
+        if (!is_open_) {
+            const std::string section = section_head(std::string(path)) + "<p class=\"bad\">" +
+                                        html_text(reason) + "</p></section>\n";
+            out_.text(section);
+            told_subject unread;
+            unread.path = path;
+            add_summary_line(kept_, unread, style_, 0, reason);
+        } else {
+            paragraph("bad", std::string(path) + ": " + std::string(reason));
+        }
+    }
+    std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
+    {
+        return std::make_unique<html_form>(out, style_, state_);
+    }
+    // As readable forms have it.
+    std::optional<std::string> patch_text(const sdb::patch_op&) const override
+    {
+        return std::string();
+    }
+
+    bool paragraph(std::string_view kind, std::string_view text)
+    {
+        close_rows();
+        const std::string shown =
+            "<p class=\"" + std::string(kind) + "\">" + html_text(text) + "</p>\n";
+        out_.text(shown);
+        return goes_on();
+    }
+    void close_rows()
+    {
+        if (rows_ != 0) {
+            rows_ = 0;
+            out_.literal("</table>\n");
+        }
+    }
+
+    std::unique_ptr<html_record_writer> records_;
+    told_subject about_;
+    bool is_open_ = false;   // a section
+    std::uint64_t rows_ = 0; // of the table that is open
+    uni::text_buffer row_;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_html_form(uni::text_buffer& out, const request::cmd_params& style,
+                                       stream_state state)
+{
+    return std::make_unique<html_form>(out, style, state);
+}
+
+} // namespace form
