@@ -40,6 +40,8 @@ void hold(const test_support::made_report& made, const request::sdb_opts& option
     fuzz::require_text(made.notices);
     if (options.form == "xml") {
         fuzz::require_document(made.text);
+    } else if (options.form == "html") {
+        fuzz::require_page("<html>" + made.text + "</html>");
     } else if (options.form == "json") {
         fuzz::require_json_lines(made.text, false);
     } else if (options.form == "csv" && !made.text.empty()) {
@@ -88,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         sdb::load_result::loaded) {
         return 0;
     }
-    constexpr std::string_view forms[] = {"plain", "csv", "xml", "json"};
+    constexpr std::string_view forms[] = {"plain", "csv", "xml", "json", "html"};
     const std::uint8_t choice = data[size - 1];
     request::sdb_opts options = test_support::row_options(forms[choice % std::size(forms)]);
     options.explain = true;

@@ -165,6 +165,7 @@ ROWS = {
     "empty lists, explained": (lambda n: image(tag(EXE) * n), 400_000, "-explain -only high"),
     "empty patches, explained": (lambda n: image(tag(PATCH) * n), 200_000, "-explain -csv -only low"),
     "operations, explained": (lambda n: image(operations(n)), 1_200_000, "-explain"),
+    "layers in layers, explained in a page": (lambda n: image(layers(n)), 20_000, "-explain -html"),
     "nested lists, compared": (lambda n: image(nested(n)), 100_000, "-diff examples/sample.sdb"),
     "alike in name, compared": (lambda n: image(*(tag(EXE, NAMED, dword(0x4001, i)) for i in range(n))),
                                 50_000, "-diff examples/sample.sdb"),

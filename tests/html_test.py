@@ -18,6 +18,7 @@ from forms_test import ACTING
 from json_test import LISTINGS, offsets_in_lines
 from support import hives
 from support.hostile import HOSTILE, damaged_databases, hostile_database
+from support.json_lines import read_report
 from support.whole_runs import FAILED, SAMPLE, Database, Runs, main, run, small_database
 
 # What a page is made of: nothing that leads out of it, and no attribute that acts.
@@ -74,6 +75,24 @@ class Html(Runs):
                 name = [*re.findall(r"(?m)^Database Internal Name\|(.*)$", run(
                     f"-sdb {path} -stats -quiet -csv_separator |").stdout.decode()), ""][0]
                 self.assertEqual(text_of(self.facts(stats.find("body/main/section"))["name"]), name)
+
+    def test_explanations_and_differences_are_tables(self):
+        d = Database()  # so many that several threads tell of them
+        long = self.write("long.sdb", d.image(d.tag(0x7007, d.tag(0x6001, "svchost.exe")) * 600))
+        hostile = [self.write(f"{number}.sdb", hostile_database(text, HOSTILE[number - 1]))
+                   for number, text in enumerate(HOSTILE)]
+        for path in (SAMPLE, long, *hostile):
+            for options, kind in ((f"-sdb {path} -explain", "finding"),
+                                  (f"-sdb {SAMPLE} -diff {path}", "difference")):
+                with self.subTest(options=options):
+                    options += " -threads 3 -quiet "
+                    rows = self.page(options + "-html").findall(f".//table[@class='{kind}']/tr")
+                    told = [line for line in read_report(run(options + "-json").stdout) if line["kind"] == kind]
+                    self.assertEqual([row[2 if kind == "finding" else 1].text for row in rows],
+                                     [line["id" if kind == "finding" else "change"] for line in told])
+                    elements = xml.fromstring(run(options + "-xml").stdout).iter(kind)
+                    self.assertEqual(len(list(elements)), len(told))
+        self.assertGreater(run(f"-sdb {long} -explain -csv -quiet").stdout.count(b"target.core"), 599)
 
     def test_records_are_whole(self):
         """Every offset of the plain listing stands in the page."""

@@ -2,6 +2,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "form/html_facts.h"
 #include "form/html_page.h"
@@ -73,10 +74,22 @@ public:
         }
         return goes_on();
     }
-    bool end_section() override
+    bool end_section() override { return end_rows(); }
+    bool end_rows() override
     {
         close_rows();
         return goes_on();
+    }
+    bool line(std::string_view) override { return goes_on(); }
+    bool shows_lines() const override { return false; }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        std::vector<cell> shown(cells.begin(), cells.end());
+        std::erase_if(shown, [&](const cell& one) {
+            return one.names_document && document_.database != nullptr;
+        });
+        return row(kind, shown);
     }
     bool note(std::string_view text) override { return paragraph("note", text); }
     bool heading(std::string_view text) override
@@ -129,6 +142,7 @@ public:
     bool separate() override { return goes_on(); }
     bool facts(const told_facts& facts) override
     {
+        close_rows();
         html_facts taker(out_, style_, document_.database, [this] { return goes_on(); });
         try {
             facts.tell(taker);

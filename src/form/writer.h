@@ -78,11 +78,14 @@ public:
     void cut() noexcept { is_cut_ = true; }
     // Lets a fork go on with something else.
     void uncut() noexcept { is_cut_ = false; }
-    // A line for people, of what is handed over as facts or rows too.
+    // A line for people, of what is handed over as facts or rows too, and whether there is a place for such.
     virtual bool line(std::string_view text);
+    virtual bool shows_lines() const { return true; }
     // A row of a table whose head are the names of its cells, and the lines that people read in its place.
     virtual bool entry_row(std::string_view kind, std::span<const cell> cells,
                            std::span<const std::string> lines);
+    // The end of rows that stand together.
+    virtual bool end_rows() { return goes_on(); }
     // A line for standard output, `console`, wherever the report goes, and what stands behind some of them.
     virtual void aside(uni::text_buffer& console, std::string_view line);
     virtual void end_asides(uni::text_buffer& console) { console.line_end(); }

@@ -20,6 +20,7 @@ public:
 
     bool subject(const entry&) override { return goes_on(); }
     bool line(std::string_view) override { return goes_on(); }
+    bool shows_lines() const override { return false; }
     // An element that has the cells as attributes.
     bool entry_row(std::string_view kind, std::span<const cell> cells,
                    std::span<const std::string>) override

@@ -8,6 +8,8 @@
 #include "front/discovery.h"
 #include "front/stdin_stream_ex.h"
 #include "model/stored_path.h"
+#include "platform/directories.h"
+#include "platform/files.h"
 #include "platform/redirection.h"
 
 namespace front {
@@ -16,6 +18,12 @@ namespace {
 
 // The files of one side, by their places below its root, in which letter case does not count.
 using placed_files = std::map<std::string, std::string>;
+
+bool is_folder(const std::string& path)
+{
+    platform::file_facts facts;
+    return platform::read_file_facts(platform::walkable_path(path), facts) && facts.is_directory;
+}
 
 class two_sides {
 public:
@@ -27,7 +35,14 @@ public:
     void compare()
     {
         const bool are_volumes = options_.partition_given;
-        placed_files before = files_of(are_volumes ? options_.volume_text : options_.enumdir_path);
+        const std::string& root = are_volumes ? options_.volume_text : options_.enumdir_path;
+        for (const std::string& side : {root, options_.diff_path}) {
+            if (!is_folder(side)) { // all of the other would count as added or removed
+                out_.notices.fail("Prob reading folder %s: %s\n", side.c_str(), "is no folder");
+                return;
+            }
+        }
+        placed_files before = files_of(root);
         placed_files after = files_of(options_.diff_path);
         for (const auto& [place, path] : before) {
             if (const auto other = after.find(place); other != after.end()) {

@@ -142,6 +142,9 @@ public:
     }
 
 private:
+    // Who refers to a string.
+    enum class use : std::uint8_t { none, by_known, by_judged };
+
     void add(signal what, std::uint32_t offset, finding_part first = {}, std::size_t variant = 0,
              std::uint64_t number = 0, finding_part second = {})
     {
@@ -220,13 +223,24 @@ private:
     // One pass over all tags.
     void judge_tags()
     {
-        used_.assign(database_.tag_count(), false);
+        used_.assign(database_.tag_count(), use::none);
         std::uint64_t unknown = 0;
         std::uint32_t first_unknown = 0;
-        for (const std::uint32_t offset : database_.children().offsets()) {
-            const std::uint16_t one = database_.tag_from(offset);
+        sdb::tag_ordinal behind_known; // the list of a known database
+        for (sdb::tag_ordinal at; at.number() < database_.tag_count(); ++at) {
+            const std::uint32_t offset = database_.offset_at(at);
+            const std::uint16_t one = database_.tag_at(at);
+            if (at >= behind_known && is_known_list(at)) {
+                behind_known = database_.children().end(at);
+            }
+            const bool is_known = at < behind_known;
             if (sdb::tag_type(one) == type::stringref) {
-                note_use(offset);
+                note_use(offset, is_known ? use::by_known : use::by_judged);
+            }
+            if (is_known) {
+                continue;
+            }
+            if (sdb::tag_type(one) == type::stringref) {
                 if (one == tag::link_url || one == tag::url || one == tag::more_info_url) {
                     judge_link(offset);
                 }
@@ -244,12 +258,19 @@ private:
         }
     }
 
-    void note_use(std::uint32_t offset)
+    bool is_known_list(sdb::tag_ordinal one) const
+    {
+        return examined_.known_ones != nullptr && database_.children().list(one) != nullptr &&
+               examined_.known_ones->holds(database_.offset_at(one));
+    }
+
+    void note_use(std::uint32_t offset, use by)
     {
         const std::uint64_t place =
             std::uint64_t{database_.string_table_offset()} + database_.word_behind(offset);
         if (const auto string = database_.ordinal_of(place)) {
-            used_[string->number()] = true;
+            use& so_far = used_[string->number()];
+            so_far = std::max(so_far, by);
         }
     }
 
@@ -302,8 +323,10 @@ private:
                 continue;
             }
             const std::uint32_t offset = database_.offset_at(one);
-            judge_payload(offset, payloads_.in_text(database_.payload_at(offset)));
-            if (used_[one.number()]) {
+            if (used_[one.number()] != use::by_known) {
+                judge_payload(offset, payloads_.in_text(database_.payload_at(offset)));
+            }
+            if (used_[one.number()] != use::none) {
                 continue;
             }
             first = unused++ == 0 ? offset : first;
@@ -447,7 +470,7 @@ private:
     const sdb::sdb_database& database_;
     const knowledge& known_;
     const payload_search payloads_;
-    std::vector<bool> used_; // strings, by ordinal
+    std::vector<use> used_; // strings, by ordinal
     std::vector<std::uint32_t> places_of_definitions_;
 };
 

@@ -188,6 +188,7 @@ bool tell_caught(const job& work)
                              work.path, candidate.texts, work.options.bounds, teller);
         any |= teller.caught_any();
     }
+    work.form.end_rows();
     return any;
 }
 

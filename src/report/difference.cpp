@@ -275,7 +275,7 @@ bool tell_lone_database(const job& work)
         {.name = "other_offset"},
     };
     const std::string lines[] = {std::string(line.view())};
-    return work.form.entry_row("difference", cells, lines);
+    return work.form.entry_row("difference", cells, lines) && work.form.end_rows();
 }
 
 } // namespace report

@@ -68,6 +68,28 @@ private:
     subject_teller teller_;
 };
 
+// What was judged, and as whose, by names.
+struct judged_facts : public form::told_facts {
+    judged_facts(std::string_view of, const model::examination* judged) : whose(of), all(judged) {}
+
+    std::string_view kind() const override { return "judged"; }
+    void tell(form::fact_taker& to) const override
+    {
+        const auto number = [&](auto count) {
+            return all == nullptr ? form::value() : form::value(form::count{count(*all)});
+        };
+        to.fact("as", std::string(whose));
+        to.fact("explained", form::truth{all != nullptr});
+        to.fact("subjects", number([](const auto& one) { return one.subject_count(); }));
+        to.fact("with_high_finding",
+                number([](const auto& one) { return one.with_high_finding(); }));
+        to.fact("known", number([](const auto& one) { return one.known_subjects(); }));
+    }
+
+    std::string_view whose;
+    const model::examination* all; // null where nothing was looked at inside
+};
+
 class explainer {
 public:
     explainer(const job& work, const model::database_identity& identity, bool is_vendors_own)
@@ -86,6 +108,7 @@ public:
         head(
             "the vendor's own by place, name and identifier: its programs are explained when it is "
             "named with -sdb");
+        work_.form.facts(judged_facts(whose_word(), nullptr));
         tell_list(outside);
     }
 
@@ -102,6 +125,7 @@ public:
         judge_outside(outside, work_.installed != nullptr ? names_of_programs()
                                                           : std::vector<std::string>());
         head(summary(all));
+        work_.form.facts(judged_facts(whose_word(), &all));
         const bool any = tell_list(outside) | tell_list(all.of_database());
         if (all.subjects().empty() && !any && is_narrowed(work_.options)) {
             work_.form.line("  nothing was found that was asked for");
@@ -152,16 +176,28 @@ private:
         return names;
     }
 
+    bool lies_where_vendors_do() const
+    {
+        return place_ &&
+               model::kind_of_place(context_.known, *place_) == model::place_kind::vendors;
+    }
+
+    std::string_view whose_word() const
+    {
+        return examined_.is_vendors_own  ? "vendor"
+               : lies_where_vendors_do() ? "custom in a place of the vendor"
+                                         : "custom";
+    }
+
     std::string summary(const model::examination& all) const
     {
         const auto counted = [](std::size_t number, const char* one, const char* more) {
             return std::to_string(number) + " " + (number == 1 ? one : more);
         };
         const std::string whose =
-            examined_.is_vendors_own ? "the vendor's own by place, name and identifier"
-            : place_ && model::kind_of_place(context_.known, *place_) == model::place_kind::vendors
-                ? "in a place of the vendor's, judged as a custom one"
-                : "custom";
+            examined_.is_vendors_own  ? "the vendor's own by place, name and identifier"
+            : lies_where_vendors_do() ? "in a place of the vendor's, judged as a custom one"
+                                      : "custom";
         return whose + ", " +
                (identity_.internal_name.empty() ? std::string("without a name")
                                                 : '"' + shortened(identity_.internal_name) + '"') +
@@ -183,6 +219,7 @@ private:
                 tell_finding(work_, one, {work_.path, {}});
             }
         }
+        work_.form.end_rows();
         say_left_out(list.left_out());
         return any;
     }

@@ -16,7 +16,7 @@ namespace tag = sdb::tag;
 void explained_subject::tell(form::fact_taker& to) const
 {
     const sdb::sdb_database& database = *work_.database;
-    to.fact("record", form::count{seen_.record});
+    to.fact("record", form::hex_number{seen_.record});
     to.fact("tag", form::tag_word{database.tag_from(seen_.record)});
     to.fact("name", model::text_in(database, seen_.record, tag::name));
     to.begin_list("recognised");
@@ -36,7 +36,7 @@ void explained_subject::tell(form::fact_taker& to) const
     to.begin_list("effects");
     for (const own_effect& effect : own_effects_of(database, seen_.record, work_.options)) {
         to.begin_item();
-        to.fact("at", form::count{effect.offset});
+        to.fact("at", form::hex_number{effect.offset});
         to.fact("words", effect.words);
         to.end();
     }
@@ -52,9 +52,9 @@ void explained_subject::tell_fix(form::fact_taker& to, const model::fix_use& use
                                                             : form::value(known->*member);
     };
     to.begin_item();
-    to.fact("at", form::count{use.reference});
+    to.fact("at", form::hex_number{use.reference});
     to.fact("definition",
-            use.definition == 0 ? form::value() : form::value(form::count{use.definition}));
+            use.definition == 0 ? form::value() : form::value(form::hex_number{use.definition}));
     to.fact("depth", form::count{use.depth});
     to.fact("name", model::text_in(*work_.database, use.reference, tag::name));
     to.fact("known", form::truth{known != nullptr});
@@ -82,13 +82,13 @@ void explained_subject::tell_changes(form::fact_taker& to, std::uint32_t patch) 
                 uni::utf16_to_text(change.module, module);
                 to.begin_item();
                 to.fact("module", module);
-                to.fact("address", form::count{change.address});
+                to.fact("address", form::hex_number{change.address});
                 to.fact("before", uni::hex_text(change.before.bytes()));
                 to.fact("after", change.shares_bytes
                                      ? form::value()
                                      : form::value(uni::hex_text(change.after.bytes())));
                 to.fact("matched_at", change.matched_at
-                                          ? form::value(form::count{*change.matched_at})
+                                          ? form::value(form::hex_number{*change.matched_at})
                                           : form::value());
                 to.end();
                 return to.goes_on();

@@ -64,6 +64,7 @@ bool explain_machine(const job& work)
             break;
         }
     }
+    work.form.end_rows();
     return true;
 }
 

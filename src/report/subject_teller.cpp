@@ -56,8 +56,10 @@ void subject_teller::tell_all(std::span<const std::uint32_t> records, surplus_li
 
 void subject_teller::tell()
 {
-    tell_recognition();
-    tell_effects();
+    if (work_.form.shows_lines()) {
+        tell_recognition();
+        tell_effects();
+    }
     work_.form.facts(explained_subject(work_, all_, *judge_, seen_, effects_));
     tell_findings();
 }
@@ -98,7 +100,7 @@ void subject_teller::tell_findings()
             continue;
         }
         std::vector<std::string> more;
-        const bool is_patch = work_.database->is_recorded(one.offset) &&
+        const bool is_patch = work_.form.shows_lines() && work_.database->is_recorded(one.offset) &&
                               work_.database->tag_from(one.offset) == tag::patch;
         if (is_patch && one.offset != last_patch) {
             last_patch = one.offset;
@@ -108,6 +110,7 @@ void subject_teller::tell_findings()
         }
         tell_finding(work_, one, {work_.path, program}, more);
     }
+    work_.form.end_rows();
 }
 
 } // namespace report

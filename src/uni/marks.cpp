@@ -23,21 +23,31 @@ bool needs_mark(const utf8_character& one)
            c == 0xfffe || c == 0xffff;
 }
 
-// How many characters at the start of a text are plain, most texts being nothing else: looked at in blocks,
-// as that is done many bytes at once.
-std::size_t plain_run(std::string_view text)
+// How many blocks of characters at the start of a text are plain. Without a branch or a truth in the loop,
+// which is what compilers need to look at many bytes at once.
+template <std::size_t block>
+std::size_t plain_blocks(std::string_view text)
 {
-    constexpr std::size_t block = 32;
     std::size_t at = 0;
     for (; at + block <= text.size(); at += block) {
-        bool is_plain = true;
+        unsigned char others = 0;
         for (std::size_t i = 0; i < block; ++i) {
-            is_plain &= is_plain_ascii(text[at + i]);
+            const auto c = static_cast<unsigned char>(text[at + i]);
+            const auto from_blank = static_cast<unsigned char>(c - 0x20);
+            others |= static_cast<unsigned char>((from_blank >= 0x5f) & (c != '\t'));
         }
-        if (!is_plain) {
+        if (others != 0) {
             break;
         }
     }
+    return at;
+}
+
+// How many characters at the start of a text are plain, most texts being nothing else.
+std::size_t plain_run(std::string_view text)
+{
+    std::size_t at = plain_blocks<32>(text);
+    at += plain_blocks<8>(text.substr(at));
     while (at < text.size() && is_plain_ascii(text[at])) {
         ++at;
     }
