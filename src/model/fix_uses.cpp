@@ -1,6 +1,7 @@
 #include "model/fix_uses.h"
 
 #include <algorithm>
+#include <array>
 
 #include "model/record_facts.h"
 #include "sdb/tags.h"
@@ -10,6 +11,25 @@ namespace model {
 namespace {
 
 namespace tag = sdb::tag;
+
+// What refers, by which tag, and to what.
+struct reference_kind {
+    std::uint16_t reference;
+    std::uint16_t by;
+    std::uint16_t definition;
+};
+constexpr auto reference_kinds = std::to_array<reference_kind>({
+    {tag::shim_ref, tag::shim_tagid, tag::shim},
+    {tag::patch_ref, tag::patch_tagid, tag::patch},
+    {tag::layer, tag::layer_tagid, tag::layer},
+    {tag::flag_ref, tag::flag_tagid, tag::flag},
+    {tag::msi_transform_ref, tag::msi_transform_tagid, tag::msi_transform},
+    {tag::context_ref, tag::context_tagid, tag::context},
+    {tag::kshim_ref, tag::shim_tagid, tag::kshim},
+    {tag::kflag_ref, tag::flag_tagid, tag::kflag},
+    {tag::quirk_ref, tag::quirk_tagid, tag::quirk},
+    {tag::migration_data_ref, tag::migration_data_tagid, tag::migration_data},
+});
 
 constexpr std::size_t most_layers_deep = 32;
 
@@ -36,29 +56,58 @@ public:
                 return;
             }
             tags_left_ -= price;
-            is_whole &= take(offset, tag);
+            is_whole &= take(reference, offset, tag);
         });
         return is_whole;
     }
 
 private:
     // NOLINTNEXTLINE(misc-no-recursion)
-    bool take(std::uint32_t reference, std::uint16_t tag)
+    bool take(sdb::tag_ordinal ordinal, std::uint32_t reference, std::uint16_t tag)
     {
-        const led_to target = definition_of(database_, reference);
-        uses_.push_back({reference, target.definition, static_cast<std::uint16_t>(open_.size()),
-                         target.is_broken});
-        const bool is_layer = tag == tag::layer && target.definition != 0;
-        if (!is_layer || std::ranges::find(open_, target.definition) != open_.end()) {
+        uses_.push_back(read(ordinal, reference, tag));
+        const std::uint32_t definition = uses_.back().definition;
+        const bool is_layer = tag == tag::layer && definition != 0;
+        if (!is_layer || std::ranges::find(open_, definition) != open_.end()) {
             return true;
         }
         if (open_.size() == most_layers_deep) {
             return false;
         }
-        open_.push_back(target.definition);
-        const bool is_whole = gather(target.definition);
+        open_.push_back(definition);
+        const bool is_whole = gather(definition);
         open_.pop_back();
         return is_whole;
+    }
+
+    // What a reference tells, in one pass, as there are more of them than of anything else.
+    fix_use read(sdb::tag_ordinal ordinal, std::uint32_t reference, std::uint16_t tag) const
+    {
+        fix_use made{.reference = reference, .depth = static_cast<std::uint16_t>(open_.size())};
+        const auto kind = std::ranges::find(reference_kinds, tag, &reference_kind::reference);
+        std::uint32_t by = 0;
+        const auto note = [&](std::uint32_t& place, sdb::tag_ordinal child) {
+            place = place != 0 ? place : database_.offset_at(child);
+        };
+        database_.children().for_each_child(ordinal, [&](sdb::tag_ordinal child) {
+            const std::uint16_t own = database_.tag_at(child);
+            if (own == tag::name) {
+                note(made.name, child);
+            } else if (own == tag::command_line) {
+                note(made.command_line, child);
+            } else if (kind != reference_kinds.end() && own == kind->by) {
+                note(by, child);
+            }
+            made.has_data = made.has_data || sdb::tag_type(own) == sdb::type::list;
+        });
+        if (by != 0) {
+            const std::uint32_t definition = database_.word_behind(by);
+            const bool is_sound = definition != reference && database_.is_recorded(definition) &&
+                                  database_.tag_from(definition) == kind->definition;
+            made.definition = is_sound ? definition : 0;
+            made.is_broken = !is_sound;
+        }
+        return made;
     }
 
     std::vector<fix_use>& uses_;

@@ -15,6 +15,9 @@ struct fix_use {
     std::uint32_t definition = 0; // 0 where this database has none: it is the system's
     std::uint16_t depth = 0;      // through how many layers
     bool is_broken = false;       // it refers to something else than a definition of its kind
+    bool has_data = false;        // the reference has lists of its own
+    std::uint32_t name = 0;       // tags of the reference; 0 for none
+    std::uint32_t command_line = 0;
 };
 
 // Whether a tag refers to a fix, where it stands in a record.

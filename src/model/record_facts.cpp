@@ -1,6 +1,5 @@
 #include "model/record_facts.h"
 
-#include <array>
 #include <string_view>
 
 #include "uni/numbers.h"
@@ -12,25 +11,6 @@ namespace model {
 namespace {
 
 namespace tag = sdb::tag;
-
-// What refers, by which tag, and to what.
-struct reference_kind {
-    std::uint16_t reference;
-    std::uint16_t by;
-    std::uint16_t definition;
-};
-constexpr auto reference_kinds = std::to_array<reference_kind>({
-    {tag::shim_ref, tag::shim_tagid, tag::shim},
-    {tag::patch_ref, tag::patch_tagid, tag::patch},
-    {tag::layer, tag::layer_tagid, tag::layer},
-    {tag::flag_ref, tag::flag_tagid, tag::flag},
-    {tag::msi_transform_ref, tag::msi_transform_tagid, tag::msi_transform},
-    {tag::context_ref, tag::context_tagid, tag::context},
-    {tag::kshim_ref, tag::shim_tagid, tag::kshim},
-    {tag::kflag_ref, tag::flag_tagid, tag::kflag},
-    {tag::quirk_ref, tag::quirk_tagid, tag::quirk},
-    {tag::migration_data_ref, tag::migration_data_tagid, tag::migration_data},
-});
 
 } // namespace
 
@@ -79,25 +59,6 @@ std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list, 
         name.append(digits, uni::put_hex(digits, list, 8));
     }
     return name;
-}
-
-led_to definition_of(const sdb::sdb_database& database, std::uint32_t reference)
-{
-    const std::uint16_t own = database.tag_from(reference);
-    for (const reference_kind& kind : reference_kinds) {
-        if (kind.reference != own) {
-            continue;
-        }
-        const std::uint32_t by = child_of(database, reference, kind.by);
-        if (by == 0) {
-            continue;
-        }
-        const std::uint32_t definition = database.word_behind(by);
-        const bool is_sound = definition != reference && database.is_recorded(definition) &&
-                              database.tag_from(definition) == kind.definition;
-        return {is_sound ? definition : 0, !is_sound};
-    }
-    return {};
 }
 
 std::string stem_of(std::string_view path)

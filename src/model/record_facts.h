@@ -28,14 +28,6 @@ std::string text_in(const sdb::sdb_database& database, std::uint32_t list, std::
 std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list,
                          std::size_t longest = whole_text);
 
-// The list that a reference to a fix leads to, if that is of the kind that it should be; 0 for none.
-// `is_broken` where there is a reference that leads to something else.
-struct led_to {
-    std::uint32_t definition = 0;
-    bool is_broken = false;
-};
-led_to definition_of(const sdb::sdb_database& database, std::uint32_t reference);
-
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 

@@ -117,7 +117,8 @@ public:
         } else if (own == tag::patch) {
             judge_patch(record, record);
         } else if (own == tag::shim) {
-            judge_lines(record, record, special::none);
+            judge_lines(record, record, special::none,
+                        child_of(database_, record, tag::command_line));
         } else if (own == tag::kdriver) {
             add(signal::driver_entries, record, finding_part(record));
         }
@@ -128,7 +129,7 @@ public:
         seen.findings.settle();
     }
 
-    const known_fix* fix_of(std::uint32_t reference) { return name_of(reference).fix; }
+    const known_fix* fix_of(const fix_use& use) { return name_of(use).fix; }
 
 private:
     // What there is to know of the name of a fix.
@@ -203,13 +204,13 @@ private:
         return facts;
     }
 
-    fix_name name_of(std::uint32_t reference)
+    fix_name name_of(const fix_use& use)
     {
-        const std::uint32_t name = child_of(database_, reference, tag::name);
+        const std::uint32_t name = use.name;
         if (name == 0) {
             return {};
         }
-        const std::size_t kind = kind_of_reference(database_.tag_from(reference));
+        const std::size_t kind = kind_of_reference(database_.tag_from(use.reference));
         bool is_new = false;
         text_facts& facts = facts_of_text(name, static_cast<std::uint8_t>(as_fix << kind), is_new);
         if (is_new) {
@@ -387,12 +388,12 @@ private:
     void judge_use(const fix_use& use)
     {
         const std::uint64_t before = to_->count();
-        const fix_name name = name_of(use.reference);
+        const fix_name name = name_of(use);
         const std::uint16_t own = database_.tag_from(use.reference);
         if (own == tag::patch_ref && use.definition != 0) {
             judge_patch(use.definition, use.reference);
         } else if (own == tag::shim_ref) {
-            judge_lines(use.reference, use.definition, name.is);
+            judge_lines(use.reference, use.definition, name.is, use.command_line);
         }
         if (name.is == special::block && (classes_ & not_to_be_blocked) != 0) {
             add(signal::block_program, use.reference, finding_part(use.reference));
@@ -435,9 +436,9 @@ private:
     }
 
     // What the command lines of a shim, those of the reference and of the definition, do.
-    void judge_lines(std::uint32_t reference, std::uint32_t definition, special is)
+    void judge_lines(std::uint32_t reference, std::uint32_t definition, special is,
+                     std::uint32_t own_line)
     {
-        const std::uint32_t own_line = child_of(database_, reference, tag::command_line);
         const std::uint32_t line =
             own_line != 0 || definition == 0 ? own_line : facts_of(definition).command_line;
         const std::uint32_t at = own_line != 0 ? reference : definition;
@@ -514,9 +515,9 @@ void subject_judge::look_at(subject& seen, std::uint32_t record)
     state_->look_at(seen, record);
 }
 
-const known_fix* subject_judge::fix_of(std::uint32_t reference)
+const known_fix* subject_judge::fix_of(const fix_use& use)
 {
-    return state_->fix_of(reference);
+    return state_->fix_of(use);
 }
 
 } // namespace model

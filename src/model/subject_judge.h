@@ -23,7 +23,7 @@ public:
     // What a subject gets, and what is unusual about it.
     void look_at(subject& seen, std::uint32_t record);
     // A fix by its reference; null for one that is not known.
-    const known_fix* fix_of(std::uint32_t reference);
+    const known_fix* fix_of(const fix_use& use);
 
 private:
     class state;

@@ -46,7 +46,7 @@ void explained_subject::tell(form::fact_taker& to) const
 
 void explained_subject::tell_fix(form::fact_taker& to, const model::fix_use& use) const
 {
-    const model::known_fix* const known = judge_.fix_of(use.reference);
+    const model::known_fix* const known = judge_.fix_of(use);
     const auto or_none = [&](auto member) {
         return known == nullptr || (known->*member).empty() ? form::value()
                                                             : form::value(known->*member);

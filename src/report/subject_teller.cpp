@@ -85,8 +85,8 @@ void subject_teller::tell_effects()
         if (!work_.form.takes_more(use.reference)) {
             return;
         }
-        work_.form.line(effect_line(line_, effects_.of(use, judge_->fix_of(use.reference)),
-                                    use.reference, use.depth));
+        work_.form.line(
+            effect_line(line_, effects_.of(use, judge_->fix_of(use)), use.reference, use.depth));
     }
 }
 
