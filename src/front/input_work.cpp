@@ -264,6 +264,8 @@ std::optional<std::string> input_work::id_of(const std::string& path, const inpu
 {
     loaded_file file;
     if (load(file, path, out) != outcome::told) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+        tell_failure(path, file.reason, out);
         return std::nullopt;
     }
     return model::identity_of(file.database).identifier;
