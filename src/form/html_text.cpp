@@ -94,19 +94,28 @@ std::string html_text(std::string_view text)
 
 void write_html_text(uni::text_buffer& out, std::string_view text)
 {
-    out.text(html_text(text));
+    uni::marked_pieces pieces(text);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        uni::write_xml_escaped(out, piece);
+    }
 }
 
 void write_html_stored_text(uni::text_buffer& out, uni::byte_view stored)
 {
-    char* const begin = out.room(uni::stored_text_room(stored.size()));
+    constexpr std::uint64_t long_text = 0x8000;
     bool is_plain = false;
+    if (stored.size() > long_text) {
+        uni::text_buffer aside;
+        write_html_text(out, stored_text(aside, stored, is_plain));
+        return;
+    }
+    char* const begin = out.room(uni::stored_text_room(stored.size()));
     char* const end = uni::put_stored_utf16(begin, stored, is_plain);
     const std::string_view text(begin, static_cast<std::size_t>(end - begin));
     if (is_plain || !(needs_escape(text) || uni::needs_marks(text))) {
         out.taken(end);
     } else {
-        write_html_text(out, text); // over it
+        write_html_text(out, std::string(text));
     }
 }
 

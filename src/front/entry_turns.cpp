@@ -122,12 +122,7 @@ bool waiting_text::good() const noexcept
 
 void waiting_text::pass(std::string_view text)
 {
-    constexpr std::size_t worth_no_copy = 0x8000;
-    if (text.size() < worth_no_copy) {
-        to_.text(text);
-    } else {
-        to_.long_text(text);
-    }
+    to_.long_text(text);
     was_handed_on_ |= !text.empty();
     if (!to_.good()) {
         entry_.turns_.stop();
@@ -159,15 +154,16 @@ void waiting_text::drop() noexcept
     clear();
 }
 
-void waiting_text::long_text(std::string_view whole)
+void waiting_text::pass_text(std::string_view text)
 {
-    if (!entry_.has_turn_) {
-        text(whole);
+    if (text.size() < worth_no_copy || !entry_.has_turn_) {
+        make_room(text.size());
+        append(text);
         return;
     }
     hand_on();
-    pass(whole);
-    text_buffer::note_handed_on(whole.size());
+    pass(text);
+    text_buffer::note_handed_on(text.size());
     entry_.note_handed_on();
 }
 

@@ -70,7 +70,6 @@ public:
     waiting_text(entry_output& entry, uni::text_buffer& to) : entry_(entry), to_(to) {}
 
     bool good() const noexcept final;
-    void long_text(std::string_view whole) final;
 
     // Hands on what waits; in the entry's turn alone.
     void hand_on();
@@ -79,6 +78,7 @@ public:
     void drop() noexcept;
 
 private:
+    void pass_text(std::string_view text) final;
     void make_room(std::size_t count) final;
     void set_aside();
     void pass(std::string_view text);

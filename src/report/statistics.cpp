@@ -10,6 +10,7 @@
 #include "sdb/tags.h"
 #include "uni/paths.h"
 #include "uni/text.h"
+#include "uni/text_targets.h"
 
 namespace report {
 
@@ -273,14 +274,7 @@ private:
     {
         std::size_t width = 0;
         for (const std::uint32_t offset : facts_.scalars) {
-            const std::uint16_t scalar = work_.database->image().u16(offset);
-            std::string text = form::value_text(form::stored_value{offset}, style_, work_.database);
-            if (scalar == tag::time) {
-                text += utc_mark;
-            } else if (scalar == tag::compiler_version) {
-                uni::remove_char(text, 'v');
-            }
-            width = std::max(width, text.size());
+            width = std::max(width, width_of(offset));
         }
         for (const model::record_count& counted : facts_.counts) {
             if (!counted.counts_values) {
@@ -288,6 +282,20 @@ private:
             }
         }
         return width;
+    }
+    std::size_t width_of(std::uint32_t offset) const
+    {
+        const std::uint16_t scalar = work_.database->image().u16(offset);
+        const form::stored_value shown{offset};
+        if (scalar == tag::compiler_version) {
+            std::string text = form::value_text(shown, style_, work_.database);
+            uni::remove_char(text, 'v');
+            return text.size();
+        }
+        uni::text_counter counted;
+        form::write_value(counted, shown, style_, work_.database);
+        return static_cast<std::size_t>(counted.total()) +
+               (scalar == tag::time ? utc_mark.size() : 0);
     }
 
     // The counts, and behind them the rows that the registry gives.

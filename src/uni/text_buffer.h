@@ -40,14 +40,22 @@ public:
 
     void text(std::string_view text)
     {
-        char* out = room(text.size());
-        if (!text.empty()) {
-            std::memcpy(out, text.data(), text.size());
+        if (static_cast<std::size_t>(limit_ - end_) < text.size()) [[unlikely]] {
+            pass_text(text);
+        } else if (!text.empty()) {
+            std::memcpy(end_, text.data(), text.size());
+            end_ += text.size();
         }
-        taken(out + text.size());
     }
-    // The same for text of many kilobytes.
-    virtual void long_text(std::string_view whole) { text(whole); }
+    // The same for text that may be of many kilobytes, which goes on without a copy where that is worth it.
+    void long_text(std::string_view text)
+    {
+        if (text.size() < worth_no_copy) {
+            this->text(text);
+        } else {
+            pass_text(text);
+        }
+    }
     // A literal, whose length the compiler knows.
     template <std::size_t size>
     void literal(const char (&text)[size])
@@ -65,6 +73,11 @@ public:
     void line_end() { character('\n'); }
     void blanks(std::size_t count)
     {
+        constexpr std::size_t block = 0x1000;
+        for (; count > block; count -= block) {
+            std::memset(room(block), ' ', block);
+            taken(end_ + block);
+        }
         char* out = room(count);
         std::memset(out, ' ', count);
         taken(out + count);
@@ -115,6 +128,19 @@ public:
     }
 
 protected:
+    static constexpr std::size_t worth_no_copy = 0x8000;
+
+    // Takes a text for which there is no room, or which is long.
+    virtual void pass_text(std::string_view text)
+    {
+        make_room(text.size());
+        append(text);
+    }
+    void append(std::string_view text) noexcept
+    {
+        std::memcpy(end_, text.data(), text.size());
+        end_ += text.size();
+    }
     // Makes room for `count` more bytes behind what is held; here by growing.
     virtual void make_room(std::size_t count) { grow(count); }
 
