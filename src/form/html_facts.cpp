@@ -87,6 +87,8 @@ void html_facts::note(std::string_view name, const value& known)
         subject_.size = text();
     } else if (name == "md5") {
         subject_.md5 = text();
+    } else if (name == "sha1") {
+        subject_.sha1 = text();
     } else if (name == "sha256") {
         subject_.sha256 = text();
     }

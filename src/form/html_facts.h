@@ -28,6 +28,7 @@ struct told_subject {
     std::string name;
     std::string size;
     std::string md5;
+    std::string sha1;
     std::string sha256;
     std::vector<told_time> times;
 };

@@ -1,4 +1,6 @@
+#include <exception>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "form/html_facts.h"
@@ -30,6 +32,7 @@ public:
     {
         close_rows();
         uni::text_buffer summary;
+        std::exception_ptr fault;
         try {
             if (outcome.records > most_records()) {
                 summary.text(many_records_words);
@@ -37,15 +40,18 @@ public:
             write_html_summary(summary, outcome, style_);
             write_html_script(summary);
         } catch (const std::bad_alloc&) {
-            summary.clear();
+            fault = std::current_exception();
         }
         out_.literal("</main>\n<section id=\"summary\">\n");
-        if (summary.view().empty()) {
+        if (fault) {
             out_.literal("<p class=\"bad\">Memory ran out.</p>\n</section>\n");
         } else {
             out_.long_text(summary.view());
         }
         out_.literal("</body>\n</html>\n");
+        if (fault) {
+            std::rethrow_exception(fault);
+        }
         return goes_on();
     }
 

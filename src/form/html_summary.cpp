@@ -336,7 +336,8 @@ void add_summary_line(uni::text_buffer& kept, const told_subject& subject,
     }
     line += "</td><td>" + html_text(subject.size) + "</td><td>";
     for (const auto& [label, digest] :
-         {std::pair("MD5 ", &subject.md5), std::pair("SHA-256 ", &subject.sha256)}) {
+         {std::pair("MD5 ", &subject.md5), std::pair("SHA-1 ", &subject.sha1),
+          std::pair("SHA-256 ", &subject.sha256)}) {
         line += digest->empty() ? "" : label + html_text(*digest) + "<br/>";
     }
     line += "</td><td>" + std::to_string(records) + "</td></tr>";
