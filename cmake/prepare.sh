@@ -12,6 +12,9 @@ all_packages=("${test_packages[@]}" clang libclang-rt-14-dev clang-format
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
 mkdir -p "$logs"
+# The one for which packages are installed, whatever else comes first in PATH.
+python=/usr/bin/python3
+[ -x "$python" ] || python=python3
 
 # Runs a command with its output in a log file, which is shown on failure alone.
 logged() { # log-name command...

@@ -31,13 +31,20 @@ bool begins_itself(const request::sdb_opts& options)
     return form::form_of(options.form).header == form::banner::in_the_form;
 }
 
+// Whether the output is to be rows of a body file and nothing else.
+bool is_body_file(const request::sdb_opts& options)
+{
+    return form::form_of(options.form).header == form::banner::not_on_files && options.stats &&
+           !options.pe_stats;
+}
+
 int refuse(const run_beginning& run, const request::sdb_opts& options,
            io::output_sink& standard_output)
 {
     if (begins_itself(options)) {
         platform::set_standard_output_binary();
         tell_refusal(standard_output, options, run.facts);
-    } else if (!options.no_header) {
+    } else if (!options.no_header && !is_body_file(options)) {
         standard_output.text(run.header);
         standard_output.line_end();
     }
@@ -56,17 +63,9 @@ int refuse_stream(outputs::stream_kind stream, io::output_sink& standard_output,
 
 bool has_banner(const request::sdb_opts& options)
 {
-    if (options.no_header) {
-        return false;
-    }
-    switch (form::form_of(options.form).header) {
-    case form::banner::always:
-        return true;
-    case form::banner::not_on_files:
-        return !options.stats || options.pe_stats;
-    default:
-        return false;
-    }
+    const form::banner header = form::form_of(options.form).header;
+    return !options.no_header && !is_body_file(options) && header != form::banner::never &&
+           header != form::banner::in_the_form;
 }
 
 void say_what_was_not_written(const io::standard_output& standard_output, io::notices& notices)
@@ -149,8 +148,9 @@ int run_driver(argument_list args, const request::bounds& bounds)
         return refuse(beginning, options, standard_output);
     }
     try {
-        const auto line_ends =
-            begins_itself(options) ? io::line_ends::as_they_are : io::line_ends::with_return;
+        const auto line_ends = begins_itself(options) || is_body_file(options)
+                                   ? io::line_ends::as_they_are
+                                   : io::line_ends::with_return;
         if (!files.open(line_ends, notices)) {
             return refuse(beginning, options, standard_output);
         }
@@ -160,7 +160,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
             out.text(beginning.header);
             out.line_end();
         }
-        if (begins_itself(options) && results == nullptr) {
+        if (line_ends == io::line_ends::as_they_are && results == nullptr) {
             platform::set_standard_output_binary();
         }
         run(out, standard_output, options, beginning.facts, targets, files, log, notices);

@@ -38,6 +38,7 @@ struct compared_property {
 struct looked_at_list {
     std::uint32_t record = 0;
     std::uint32_t list = 0; // offset of the matching-file list
+    // NOLINTNEXTLINE(modernize-use-nullptr): the zero that a comparison is held against
     friend auto operator<=>(const looked_at_list&, const looked_at_list&) = default;
 };
 

@@ -36,6 +36,7 @@ public:
 
     bool begin_list(const model::looked_at_list& list) override
     {
+        place_ = list.list;
         to_.begin_item();
         to_.fact("record", form::hex_number{list.record});
         to_.fact("list", form::hex_number{list.list});
@@ -61,8 +62,12 @@ public:
         to_.end();
     }
 
+    // The last list that was begun.
+    std::uint32_t place() const noexcept { return place_; }
+
 private:
     form::fact_taker& to_;
+    std::uint32_t place_ = 0;
 };
 
 // A program held against a database.
@@ -72,7 +77,6 @@ struct match_facts : public form::told_facts {
     {
         to.fact("program", job.options.pe_path);
         to.fact("by", std::string(looked_at.by_path ? "path" : "name"));
-        to.fact("complete", form::truth{is_complete && looked_at.are_all});
         to.begin_list("records");
         for (const auto& [record, lists] : results) {
             for (const std::uint32_t list : lists) {
@@ -90,6 +94,8 @@ struct match_facts : public form::told_facts {
         model::compare_lists(looked_at, *job.database, program, job.options.pe_path, texts,
                              job.options.bounds, teller);
         to.end();
+        ends_at = teller.place();
+        to.fact("complete", form::truth{is_complete && looked_at.are_all && to.goes_on()});
     }
 
     explicit match_facts(const report::job& work, const model::tag_texts& texts_of_tags)
@@ -102,6 +108,7 @@ struct match_facts : public form::told_facts {
     model::match_results results;
     model::looked_at_lists looked_at;
     bool is_complete = false;
+    mutable std::uint32_t ends_at = 0; // the list that was told last
 };
 
 } // namespace
@@ -128,6 +135,7 @@ bool list_matches(const job& work)
         work.notices.fail("Not all nested records could be matched: %s\n", work.path.c_str());
     }
     work.form.facts(match);
+    work.form.takes_more(match.ends_at); // lists that are too long to be told cut the document
     record_listing listing(*work.database, *work.search, work.form);
     for (const auto& [record, lists] : match.results) {
         if (!work.form.takes_more(record)) {
