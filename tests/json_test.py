@@ -18,7 +18,7 @@ from pathlib import Path
 from support import hives
 from support.hostile import HOSTILE, damaged_databases, hostile_database
 from support.json_lines import read_lines, read_report
-from support.whole_runs import COMPRESSED, FAILED, GOLDEN, SAMPLE, Database, Runs, main, run
+from support.whole_runs import COMPRESSED, FAILED, GOLDEN, SAMPLE, Database, Runs, main, run, small_program
 
 LISTINGS = ("-apps -fixes -guids -stringtable", "-exes", "-strings e", "-patchbytes 85", "-tag 0x7007")
 
@@ -270,8 +270,7 @@ class Json(Runs):
 
     def test_a_match_tells_each_fact(self):
         tag = (d := Database()).tag
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        tool = self.write("tool.exe", (head + b"PE\0\0" + bytes(20) + b"\x0b\1").ljust(4096, b"\0"))
+        tool = self.write("tool.exe", small_program())
 
         def exe(*facts):
             return tag(0x7007, tag(0x6001, "tool.exe"), tag(0x6006, "A"),
@@ -295,13 +294,14 @@ class Json(Runs):
         self.assertEqual([one["record"] for one in match["records"]], [record["offset"] for record in records])
 
     def test_programs_are_objects(self):
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        moment = struct.pack("<I", 1234567890)
-        tool = self.write("tool.exe", (head + b"PE\0\0" + b"\x4c\1\0\0" + moment).ljust(4096, b"\0"))
+        tool = self.write("tool.exe", small_program(1234567890))
+        os.utime(tool, (1e9, 1e9))
         program, = self.lines("-pipe -pe -stats -json -quiet", lines=tool.encode())
         self.assertEqual((program["kind"], program["path"]), ("program", tool))
-        self.assertEqual(program["times"],
-                         [{"source": "program", "event": "compiled", "time": "2009-02-13T23:31:30Z"}])
+        digests = {name: hashlib.new(name, Path(tool).read_bytes()).hexdigest() for name in ("md5", "sha1", "sha256")}
+        self.assertLessEqual({"size": 4096, **digests}.items(), program.items())
+        self.assertEqual([(one["event"], one["time"]) for one in program["times"]][:2],
+                         [("compiled", "2009-02-13T23:31:30Z"), ("modified", "2001-09-09T01:46:40.0000000Z")])
         numbers = {one["tag"]: one["number"] for one in program["properties"]}
         self.assertEqual((numbers["link_date"], numbers["size"]), (1234567890, 4096))
         event, = read_lines(run(f"-pe {tool} -stats -timesketch").stdout)

@@ -2,6 +2,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "form/html_facts.h"
 #include "form/html_page.h"
@@ -69,7 +70,7 @@ public:
         if (is_open_) {
             is_open_ = false;
             out_.literal("</section>\n");
-            add_summary_line(kept_, about_, style_, records());
+            add_summary_line(kept_, about_, place_name_, style_, records());
         }
         return goes_on();
     }
@@ -118,57 +119,62 @@ public:
     void end_asides(uni::text_buffer&) override {}
     bool subject(const entry& facts) override
     {
-        uni::text_buffer section;
-        about_ = tell(section, facts);
-        out_.text(section_head(about_.path));
-        out_.long_text(section.view());
-        out_.literal("</section>\n");
-        add_summary_line(kept_, about_, style_, 0);
+        about_ = tell(facts, "</section>\n",
+                      [this](const told_subject& subject) { return section_head(subject.path); });
+        add_summary_line(kept_, about_, place_name_, style_, 0);
         return goes_on();
     }
     bool separate() override { return goes_on(); }
     bool facts(const told_facts& facts) override
     {
-        html_facts taker(out_, style_, document_.database, [this] { return goes_on(); });
-        try {
-            facts.tell(taker);
-        } catch (...) {
-            taker.abandon();
-            throw;
-        }
-        taker.finish();
+        tell(facts, {}, {});
         return goes_on();
     }
     std::uint64_t most_records() const override { return 20'000; }
 
 private:
-    // Begun wholly or not at all.
     void begin_document() override
     {
         records_writer();
-        uni::text_buffer head;
         if (document_.about != nullptr) {
-            head.literal("<details class=\"facts\"><summary>What it is</summary>\n");
-            about_ = tell(head, *document_.about);
-            head.literal("</details>\n");
+            about_ = tell(
+                *document_.about, "</details>\n",
+                [this](const told_subject&) {
+                    return section_head(marked_path_) +
+                           "<details class=\"facts\"><summary>What it is</summary>\n";
+                },
+                "</section>\n");
         } else {
             about_.path = marked_path_;
+            out_.text(section_head(marked_path_));
         }
-        const std::string begin = section_head(about_.path);
-        out_.room(begin.size() + head.view().size());
-        out_.text(begin);
-        out_.text(head.view());
         is_open_ = true;
     }
-    static std::string section_head(const std::string& path)
+    std::string section_head(const std::string& path) const
     {
-        return "<section id=\"" + html_anchor(path) + "\"><h2>" + html_text(path) + "</h2>\n";
+        return "<section id=\"" + place_name_ + "\"><h2>" + html_text(path) + "</h2>\n";
     }
-    told_subject tell(uni::text_buffer& out, const told_facts& facts)
+    // Tells facts between an opening and a closing, and what the table on top has of them. Where an
+    // exception ends them, all that was begun is ended, with what else was opened.
+    told_subject tell(const told_facts& facts, std::string_view closing,
+                      html_facts::opening_text opening, std::string_view more_closing = {})
     {
-        html_facts taker(out, style_, document_.database, [this] { return goes_on(); });
-        facts.tell(taker);
-        taker.finish();
+        html_facts taker(
+            out_, style_, document_.database, [this] { return goes_on(); }, std::move(opening));
+        try {
+            facts.tell(taker);
+            taker.finish();
+        } catch (...) {
+            if (taker.abandon()) {
+                out_.text(closing);
+                out_.text(more_closing);
+            }
+            throw;
+        }
+        out_.text(closing);
+        if (!taker.program().path.empty()) {
+            add_summary_line(kept_, taker.program(), {}, style_, 0);
+        }
         return taker.subject();
     }
     html_record_writer& records_writer()
@@ -196,12 +202,12 @@ private:
             const std::string section = section_head(std::string(path)) + "<p class=\"bad\">" +
                                         html_text(reason) + "</p></section>\n";
             out_.text(section);
-            told_subject unread;
-            unread.path = path;
-            add_summary_line(kept_, unread, style_, 0, reason);
         } else {
             paragraph("bad", std::string(path) + ": " + std::string(reason));
         }
+        told_subject unread;
+        unread.path = path;
+        add_summary_line(kept_, unread, is_open_ ? std::string() : place_name_, style_, 0, reason);
     }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {

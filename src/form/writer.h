@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "form/entry.h"
 #include "form/facts.h"
@@ -116,6 +117,9 @@ public:
     // The followed records whose text was kept, which stand in records for all that belongs to them.
     model::folded_records& folds() noexcept { return folds_; }
 
+    // Names its place in the stream, as no other writer's is; for links.
+    void name_place(std::string name) { place_name_ = std::move(name); }
+
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.
     std::unique_ptr<writer> fork(uni::text_buffer& out) const;
@@ -143,6 +147,7 @@ protected:
     stream_state state_;
     document document_;
     std::string marked_path_; // of the document
+    std::string place_name_;
     uni::text_buffer kept_;
     static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
 

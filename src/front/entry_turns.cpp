@@ -57,6 +57,7 @@ entry_output& entry_turns::add(std::string path)
     auto made = std::make_unique<entry_output>(*this, std::move(path));
     const std::scoped_lock lock(mutex_);
     entry_output& entry = *entries_.emplace_back(std::move(made));
+    entry.number_ = ++added_;
     if (entries_.size() == 1) {
         begin_turn(entry);
     } else {
@@ -222,6 +223,13 @@ void entry_output::messages::take(std::string_view message)
         entry_.turns_.charge(entry_, message_itself + text.size());
         kept_.push_back(std::move(text));
     }
+}
+
+// Work that is done again has further names.
+std::string entry_output::next_name()
+{
+    std::string name = "s" + std::to_string(number_);
+    return names_++ == 0 ? name : name + "-" + std::to_string(names_);
 }
 
 form::stream_state entry_output::state_before()

@@ -46,6 +46,7 @@ public:
         : place_(out.place),
           form_(form::form_of(options.form).make(out.report, options, out.place.state_before()))
     {
+        form_->name_place(place_.next_name());
         place_.follow(*form_);
     }
     ~stream_writer() { place_.unfollow(*form_); }
@@ -154,6 +155,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         work.times = file.source->times();
         work.source = file.source.get();
         work.digests = &file.digests;
+        work.digests_of_program = &digests_of_program_;
         if (!options_.stats) {
             report::make_database_report(work);
         } else {
@@ -234,13 +236,17 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
                                  std::string& reason, const input_output& out) const
 {
     model::pe_list properties;
-    const report::program_state state = report::read_program(properties, path, out.notices, reason);
+    std::unique_ptr<io::byte_source> source;
+    const report::program_state state =
+        report::read_program(properties, source, path, out.notices, reason);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }
     stream_writer writer(options_, out);
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
+    work.source = source.get();
+    work.times = source->times();
     report::report_of("pe").make(work);
     if (is_one_of_several) {
         writer.form().separate();

@@ -4,6 +4,7 @@
 
 #include "front/input_output.h"
 #include "model/installed_databases.h"
+#include "report/program_digests.h"
 #include "request/sdb_opts.h"
 
 namespace front {
@@ -42,6 +43,7 @@ private:
 
     const request::sdb_opts& options_;
     const model::run_targets& targets_;
+    mutable report::program_digests digests_of_program_; // of the one that is matched
 };
 
 } // namespace front

@@ -9,6 +9,7 @@
 #include "model/installed_databases.h"
 #include "model/pe_properties.h"
 #include "model/search.h"
+#include "report/program_digests.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
 #include "uni/text_buffer.h"
@@ -36,6 +37,7 @@ struct job {
     const model::installed_database* installed =
         nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
+    program_digests* digests_of_program = nullptr;
     const model::run_targets* targets = nullptr;
 };
 

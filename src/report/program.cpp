@@ -141,8 +141,14 @@ public:
     {
         const model::pe_property* const date = model::find_property(*work_.program, tag::link_date);
         to.fact("path", work_.path);
+        if (work_.source != nullptr) {
+            program_digests digests;
+            tell_digests(to, work_.source->size(),
+                         digests.of(*work_.source, work_.path, work_.notices));
+        }
         to.begin_list("times");
         tell_time(to, "program", "compiled", date != nullptr ? moment_of(*date) : form::moment());
+        tell_file_times(to, work_.times);
         to.end();
         to.begin_list("properties");
         for (const model::pe_property& property : *work_.program) {

@@ -11,14 +11,6 @@ form::value text_if_any(const std::string& text)
     return text.empty() ? form::value() : form::value(text);
 }
 
-void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests)
-{
-    to.fact("size", form::count{size});
-    to.fact("md5", text_if_any(digests.md5));
-    to.fact("sha1", text_if_any(digests.sha1));
-    to.fact("sha256", text_if_any(digests.sha256));
-}
-
 std::uint64_t size_of(const job& work)
 {
     return work.source != nullptr && !work.database->was_compressed()
@@ -50,6 +42,14 @@ void tell_extent(form::fact_taker& to, const job& work)
 }
 
 } // namespace
+
+void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests)
+{
+    to.fact("size", form::count{size});
+    to.fact("md5", text_if_any(digests.md5));
+    to.fact("sha1", text_if_any(digests.sha1));
+    to.fact("sha256", text_if_any(digests.sha256));
+}
 
 model::digest_texts digests_of(const job& work)
 {
@@ -110,12 +110,17 @@ void tell_time(form::fact_taker& to, std::string_view source, std::string_view e
     to.end();
 }
 
+void tell_file_times(form::fact_taker& to, const io::file_times& times)
+{
+    tell_time(to, "file", "modified", {times.write});
+    tell_time(to, "file", "accessed", {times.access});
+    tell_time(to, "file", "created", {times.creation});
+}
+
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity)
 {
     tell_time(to, "database", "compiled", {identity.time.value_or(0)});
-    tell_time(to, "file", "modified", {work.times.write});
-    tell_time(to, "file", "accessed", {work.times.access});
-    tell_time(to, "file", "created", {work.times.creation});
+    tell_file_times(to, work.times);
 }
 
 void told_database::tell(form::fact_taker& to) const
