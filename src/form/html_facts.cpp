@@ -174,12 +174,11 @@ void html_facts::note_inflated()
 // A long text is not held back once more.
 void html_facts::write_text(std::string_view text)
 {
-    const std::string shown = html_text(text);
-    if (shown.size() <= most_held) {
-        held_ += shown;
+    if (text.size() <= most_held) {
+        held_ += html_text(text);
     } else {
         let_go();
-        out_.long_text(shown);
+        write_html_text(out_, text);
     }
 }
 

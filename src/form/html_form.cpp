@@ -9,6 +9,7 @@
 #include "form/html_records.h"
 #include "form/html_summary.h"
 #include "form/html_text.h"
+#include "form/value_text.h"
 #include "form/writer.h"
 
 namespace form {
@@ -87,31 +88,23 @@ public:
         out_.text(shown);
         return goes_on();
     }
-    // Long tables are parted, as browsers lay a table out at once.
+    // A row is held until it is whole, but for its long values.
     bool row(std::string_view kind, std::span<const cell> cells) override
     {
-        constexpr unsigned most_rows = 500;
-        uni::text_buffer& line = row_;
-        line.clear();
-        if (rows_ % most_rows == 0) {
-            line.text(rows_ == 0 ? "<table class=\"" : "</table>\n<table class=\"");
-            line.text(kind);
-            line.literal("\"><thead><tr>");
-            for (const cell& one : cells) {
-                line.literal("<th>");
-                line.text(one.name);
-                line.literal("</th>");
+        row_.clear();
+        begin_row(kind, cells);
+        const std::uint64_t begin = out_.total();
+        try {
+            write_cells(cells);
+        } catch (...) {
+            if (out_.total() != begin) {
+                out_.literal("</td></tr>\n");
+                ++rows_;
             }
-            line.literal("</tr></thead>\n");
+            throw;
         }
-        line.literal("<tr>");
-        for (const cell& one : cells) {
-            line.literal("<td>");
-            write_html_value(line, one.shown, style_, document_.database);
-            line.literal("</td>");
-        }
-        line.literal("</tr>\n");
-        out_.text(line.view());
+        row_.literal("</tr>\n");
+        out_.text(row_.view());
         ++rows_;
         return goes_on();
     }
@@ -232,6 +225,37 @@ private:
         if (rows_ != 0) {
             rows_ = 0;
             out_.literal("</table>\n");
+        }
+    }
+
+    // Long tables are parted, as browsers lay a table out at once.
+    void begin_row(std::string_view kind, std::span<const cell> cells)
+    {
+        constexpr unsigned most_rows = 500;
+        if (rows_ % most_rows == 0) {
+            row_.text(rows_ == 0 ? "<table class=\"" : "</table>\n<table class=\"");
+            row_.text(kind);
+            row_.literal("\"><thead><tr>");
+            for (const cell& one : cells) {
+                row_.literal("<th>");
+                row_.text(one.name);
+                row_.literal("</th>");
+            }
+            row_.literal("</tr></thead>\n");
+        }
+        row_.literal("<tr>");
+    }
+    void write_cells(std::span<const cell> cells)
+    {
+        for (const cell& one : cells) {
+            row_.literal("<td>");
+            const bool is_long_one = is_long(one.shown, document_.database);
+            if (is_long_one) {
+                out_.text(row_.view());
+                row_.clear();
+            }
+            write_html_value(is_long_one ? out_ : row_, one.shown, style_, document_.database);
+            row_.literal("</td>");
         }
     }
 

@@ -10,6 +10,8 @@
 #include "uni/marks.h"
 #include "uni/numbers.h"
 #include "uni/text.h"
+#include "uni/text_targets.h"
+#include "uni/time.h"
 #include "uni/utf.h"
 
 namespace form {
@@ -19,6 +21,18 @@ namespace {
 namespace type = sdb::type;
 
 constexpr std::string_view utc_mark = " UTC";
+
+// Hands text on with its markup escaped.
+class escaped_text final : public uni::text_in_blocks {
+public:
+    explicit escaped_text(uni::text_buffer& to) : to_(to) {}
+    void finish() { hand_on(); }
+
+private:
+    void take(std::string_view block) override { uni::write_xml_escaped(to_, block); }
+
+    uni::text_buffer& to_;
+};
 
 bool needs_escape(std::string_view text)
 {
@@ -152,11 +166,13 @@ void write_html_value(uni::text_buffer& out, const value& shown, const request::
         write_html_tag(out, *database, database->tag_from(stored->offset), stored->offset, style);
         return;
     }
-    std::string text = uni::xml_escape(value_text(shown, style, database));
-    if (std::holds_alternative<moment>(shown) && !uni::trimmed(text).empty()) {
-        text += utc_mark;
+    escaped_text to(out);
+    write_value(to, shown, style, database);
+    to.finish();
+    if (const moment* const when = std::get_if<moment>(&shown);
+        when != nullptr && uni::time_value_from(when->raw, when->kind).valid) {
+        out.text(utc_mark);
     }
-    out.text(text);
 }
 
 } // namespace form

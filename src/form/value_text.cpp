@@ -22,6 +22,13 @@ void write_stored_value(uni::text_buffer& out, const stored_value& stored,
     }
 }
 
+} // namespace
+
+moment_text::moment_text(const moment& shown, const request::cmd_params& style)
+{
+    uni::filetime_text(date, time, uni::time_value_from(shown.raw, shown.kind), style.date_style);
+}
+
 bool is_long(const value& shown, const sdb::sdb_database* database)
 {
     constexpr std::uint64_t long_text = 0x8000;
@@ -40,13 +47,6 @@ bool is_long(const value& shown, const sdb::sdb_database* database)
     default:
         return false;
     }
-}
-
-} // namespace
-
-moment_text::moment_text(const moment& shown, const request::cmd_params& style)
-{
-    uni::filetime_text(date, time, uni::time_value_from(shown.raw, shown.kind), style.date_style);
 }
 
 void write_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,

@@ -158,8 +158,7 @@ void waiting_text::drop() noexcept
 void waiting_text::pass_text(std::string_view text)
 {
     if (text.size() < worth_no_copy || !entry_.has_turn_) {
-        make_room(text.size());
-        append(text);
+        text_buffer::pass_text(text);
         return;
     }
     hand_on();

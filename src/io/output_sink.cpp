@@ -21,8 +21,7 @@ void output_sink::flush()
 void output_sink::pass_text(std::string_view text)
 {
     if (text.size() < worth_no_copy) {
-        make_room(text.size());
-        append(text);
+        text_buffer::pass_text(text);
         return;
     }
     flush();

@@ -68,8 +68,7 @@ private:
             overflowed_ = true;
             clear();
         } else {
-            make_room(text.size());
-            append(text);
+            text_buffer::pass_text(text);
         }
     }
     void make_room(std::size_t count) final

@@ -133,12 +133,7 @@ protected:
     // Takes a text for which there is no room, or which is long.
     virtual void pass_text(std::string_view text)
     {
-        make_room(text.size());
-        append(text);
-    }
-    void append(std::string_view text) noexcept
-    {
-        std::memcpy(end_, text.data(), text.size());
+        std::memcpy(room(text.size()), text.data(), text.size());
         end_ += text.size();
     }
     // Makes room for `count` more bytes behind what is held; here by growing.
