@@ -228,11 +228,15 @@ class Json(Runs):
         for options, code, kinds, counts in (
                 (f"-sdb {SAMPLE} -strings nowhere", 0, ["database"], (1, 0, 0, False)),
                 (f"-sdb {SAMPLE} -fixes -strings nowhere", 0, ["database", "note"], (1, 0, 0, False)),
-                (f"-sdb {SAMPLE}", 0, ["database"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE}", 0, ["database", "note"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE} -tag", 0, ["database", "note"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE} -exes -strings nowhere -diags /dev/full", FAILED, ["database"], (1, 0, 0, False)),
+                ("-h", 0, [], (0, 0, 0, True)),
                 (f"-sdb {SAMPLE} -match -pe {tool}", FAILED, ["database", "failure"], (1, 0, 1, False)),
                 (f"-sdb {tool} -apps", FAILED, ["failure"], (0, 0, 1, False)),
                 (f"-pe {tool} -stats", FAILED, ["failure"], (0, 0, 1, False)),
-                (f"-sdb {tool}.sdb -apps", FAILED, [], (0, 0, 0, True)),
+                (f"-sdb {tool}.sdb -apps", FAILED, ["failure"], (0, 0, 1, True)),
+                (f"-sdb {SAMPLE} -match -pe {tool}.exe", FAILED, ["failure"], (0, 0, 1, True)),
                 (f"-sdb {SAMPLE} -patchbytes zz", FAILED, [], (0, 0, 0, True)),
                 ("-apps", FAILED, [], (0, 0, 0, True)),
                 (f"-partition {self.path('v')} -patches -strings no", FAILED, ["database", "failure"],
@@ -258,6 +262,10 @@ class Json(Runs):
         self.assertEqual([line["kind"] for line in read_report(Path(out).read_bytes())], ["run", "target", "end"])
         self.assertEqual(run(f"{listed} -append").stdout, b"")
         self.assertEqual(len(read_lines(Path(out).read_bytes())), 6)
+        cut = self.write("cut.json", b'{"kind":"ru')
+        run(f"-sdb {SAMPLE} -exes -json -quiet -append -out {cut}")
+        first, *report = Path(cut).read_bytes().split(b"\n", 1)
+        self.assertEqual((first, len(read_report(report[0]))), (b'{"kind":"ru', 10))
 
     def test_names_that_are_no_utf_8(self):
         path = os.fsencode(self.folder) + b"/\xffa\xc2\x85\"\xe2\x80.sdb"
