@@ -17,6 +17,8 @@ public:
     virtual ~fact_taker() = default;
 
     virtual void fact(std::string_view name, const value& known) = 0;
+    // What an item of a list tells, for forms that have no lists. The first of a name counts.
+    virtual void flat_fact(std::string_view, const value&) {}
     virtual void begin_object(std::string_view name) = 0;
     virtual void begin_list(std::string_view name) = 0;
     virtual void begin_item() = 0; // an object of the list

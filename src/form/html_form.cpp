@@ -81,6 +81,7 @@ public:
         return goes_on();
     }
     bool note(std::string_view text) override { return paragraph("note", text); }
+    bool remark(std::string_view text) override { return note(text); }
     bool heading(std::string_view text) override
     {
         close_rows();

@@ -62,6 +62,7 @@ public:
         line.fact("text", std::string(text));
         return end_line(line);
     }
+    bool remark(std::string_view text) override { return note(text); }
     bool heading(std::string_view) override { return goes_on(); }
     // A cell may hold a long text, and none needs memory.
     bool row(std::string_view kind, std::span<const cell> cells) override

@@ -64,6 +64,8 @@ public:
     virtual bool end_section();
     // A line for the reader; text in it that may not be shown is marked.
     virtual bool note(std::string_view text);
+    // A word that the messages say too, for what has no other way to tell it.
+    virtual bool remark(std::string_view) { return goes_on(); }
     // The head of rows that follow, and one of these, with one word for what it tells.
     virtual bool heading(std::string_view text);
     virtual bool row(std::string_view kind, std::span<const cell> cells);

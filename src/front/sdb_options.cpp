@@ -163,13 +163,14 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool file_is_there(const std::string& path, io::notices& notices)
+bool file_is_there(const std::string& path, parsing& now)
 {
     platform::file_facts facts;
     if (!path.empty() && platform::read_file_facts(path, facts)) {
         return true;
     }
-    notices.fail("Prob reading file %s\n", path.c_str());
+    now.notices.fail("Prob reading file %s\n", path.c_str());
+    now.options.missing_path = path;
     return false;
 }
 
@@ -192,14 +193,14 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
     // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
     const bool names_no_drive = options.sdb_path.find_first_not_of("/\\") >= 2;
     options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
-    return file_is_there(options.sdb_path, now.notices);
+    return file_is_there(options.sdb_path, now);
 }
 
 bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
     options.pe_path = expanded(value);
-    if (!options.vss_given && !file_is_there(options.pe_path, now.notices)) {
+    if (!options.vss_given && !file_is_there(options.pe_path, now)) {
         return false;
     }
     options.pe_stats = options.stats;

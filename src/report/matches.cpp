@@ -24,15 +24,6 @@ std::string word_of(model::agreement agrees)
     }
 }
 
-// What a program tells under the tag of a property, as a database would hold it.
-form::value told_value(const model::pe_property& found)
-{
-    const std::uint16_t type = sdb::tag_type(found.tag);
-    const bool is_number = type >= sdb::type::byte_ && type <= sdb::type::qword;
-    return is_number ? form::value(form::tag_number{found.tag, found.number})
-                     : form::value(found.text);
-}
-
 // Tells lists that were held against a program, each with what it asks for.
 class list_teller : public model::comparison_listener {
 public:
@@ -55,6 +46,10 @@ public:
         to_.fact("database", form::stored_value{one.offset});
         to_.fact("program", one.found != nullptr ? told_value(*one.found) : form::value());
         to_.fact("agrees", word_of(one.agrees));
+        if (one.text_from != 0) {
+            to_.fact("compared", form::stored_value{one.text_from});
+            to_.fact("compared_at", form::hex_number{one.text_from});
+        }
         to_.end();
         return to_.goes_on();
     }

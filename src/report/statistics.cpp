@@ -191,9 +191,13 @@ public:
             to.end();
         }
         to.end();
+        for (const model::record_count& counted : facts_.counts) {
+            to.flat_fact("count_" + counted.name, form::count{counted.count});
+        }
         to.fact("counts_are_exact", form::truth{facts_.counts_are_exact});
         tell_registry(to);
         to.fact("host", style_.hostname.empty() ? form::value() : form::value(style_.hostname));
+        to.fact("user", style_.username.empty() ? form::value() : form::value(style_.username));
     }
 
     std::optional<form::timeline_item> events() const override

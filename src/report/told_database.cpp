@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "sdb/vocabulary.h"
+
 namespace report {
 
 namespace {
@@ -75,6 +77,14 @@ std::string sha256_of(const job& work)
     model::image_digests own;
     own.start(work.database->image().bytes(), nullptr);
     return own.sha256();
+}
+
+form::value told_value(const model::pe_property& found)
+{
+    const std::uint16_t type = sdb::tag_type(found.tag);
+    const bool is_number = type >= sdb::type::byte_ && type <= sdb::type::qword;
+    return is_number ? form::value(form::tag_number{found.tag, found.number})
+                     : form::value(found.text);
 }
 
 void tell_identity(form::fact_taker& to, const job& work, const model::database_identity& identity,

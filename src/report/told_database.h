@@ -16,6 +16,9 @@ std::string sha256_of(const job& work); // where the others were asked for
 // Tells the size of a file or a database, and its digests.
 void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests);
 
+// What a program tells under the tag of a property, as a database would hold it.
+form::value told_value(const model::pe_property& found);
+
 // Tells a time that is known of it, from which source and of what. To be called inside of a list.
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
                const form::moment& when);

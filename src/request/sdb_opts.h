@@ -36,6 +36,7 @@ struct sdb_opts : cmd_params {
     // Where to look.
     std::string sdb_path;
     std::string pe_path;
+    std::string missing_path; // one of the two, which is not to be had
     bool partition_given = false;
     bool vss_given = false;
     bool volume_given = false;
