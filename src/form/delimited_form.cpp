@@ -38,7 +38,8 @@ private:
         const std::size_t width = one.is_padded ? one.width : 0;
         const moment* const stamp = std::get_if<moment>(&one.shown);
         if (stamp == nullptr || one.part == column_part::whole) {
-            write_cell(field_text(value_text(one.shown, style_), style_), one.leads_value, width);
+            write_cell(field_text(value_text(one.shown, style_, document_.database), style_),
+                       one.leads_value, width);
             return;
         }
         const moment_text text(*stamp, style_);

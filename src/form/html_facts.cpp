@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "form/html_text.h"
+#include "form/tag_text.h"
 #include "form/value_text.h"
 
 namespace form {
@@ -20,19 +21,22 @@ std::string label(std::string_view name)
 }
 
 // As much of a text as stands in a table with others.
-std::string beginning_of(const value& known)
+std::string beginning_of(const value& known, const sdb::sdb_database* database)
 {
     constexpr std::size_t longest = 200;
-    const std::string* const text = std::get_if<std::string>(&known);
-    if (text == nullptr) {
-        return {};
+    std::string text;
+    if (const std::string* const own = std::get_if<std::string>(&known)) {
+        text = own->substr(0, longest + 1);
+    } else if (const stored_value* const stored = std::get_if<stored_value>(&known)) {
+        const std::uint16_t tag = database->tag_from(stored->offset);
+        text = stored_text_of(*database, tag, stored->offset, longest).value_or("");
     }
-    std::size_t shown = std::min(text->size(), longest);
-    while (shown > 0 && shown < text->size() &&
-           (static_cast<unsigned char>((*text)[shown]) & 0xc0) == 0x80) {
+    std::size_t shown = std::min(text.size(), longest);
+    while (shown > 0 && shown < text.size() &&
+           (static_cast<unsigned char>(text[shown]) & 0xc0) == 0x80) {
         --shown;
     }
-    return text->substr(0, shown) + (shown < text->size() ? "..." : "");
+    return text.substr(0, shown) + (shown < text.size() ? "..." : "");
 }
 
 // Takes a size or a digest; false for another fact.
@@ -153,7 +157,7 @@ void html_facts::note_own(std::string_view name, const value& known)
     } else if (name == "program") {
         program_.path = value_text(known, style_, database_);
     } else if (name == "name") {
-        subject_.name = beginning_of(known);
+        subject_.name = beginning_of(known, database_);
     } else if (name == "compressed" && std::get<truth>(known).holds) {
         note_inflated();
     } else if (note_digest(subject_.file, name, known, style_)) {
@@ -190,6 +194,9 @@ void html_facts::fact(std::string_view name, const value& known)
     open_.push_back({.is = kind::text, .is_in_row = is_row});
     if (const std::string* const text = std::get_if<std::string>(&known)) {
         write_text(*text);
+    } else if (is_long(known, database_)) {
+        let_go();
+        write_html_value(out_, known, style_, database_);
     } else {
         uni::text_buffer text_of_value;
         write_html_value(text_of_value, known, style_, database_);

@@ -470,11 +470,11 @@ xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
 {
     bool plain = true;
     const bool is_reference = sdb::tag_type(scalar.item.tag) == type::stringref;
-    const std::string_view text = stored_text(
-        aside_,
-        is_reference ? database_.string_bytes(database_.word_behind(scalar.item.offset))
-                     : database_.payload_at(scalar.item.offset),
-        plain);
+    const std::string_view text =
+        stored_text(aside_,
+                    is_reference ? database_.string_bytes(database_.word_behind(scalar.item.offset))
+                                 : database_.payload_at(scalar.item.offset),
+                    plain);
     return {text, plain};
 }
 

@@ -132,7 +132,9 @@ public:
         list.add_moment_if_any("Registry ModTime", key_time());
         list.add_if_any("Compiler Version", facts_.compiler_version);
         list.add("Database Version", version());
-        list.add_if_any("Database Internal Name", facts_.internal_name);
+        if (facts_.name_at) {
+            list.add("Database Internal Name", internal_name());
+        }
         if (facts_.platform) {
             list.add("Database Platform", platform());
         }
@@ -157,7 +159,7 @@ public:
         list.add("SHA1", 40, facts_.digest_sha1);
         list.add("Compiler", 8, facts_.compiler_version);
         list.add("DB ver", 8, version());
-        list.add("DB name", value_width, facts_.internal_name);
+        list.add("DB name", value_width, internal_name());
         list.add("platform", 8, platform());
         list.add("DB ID", 36, facts_.identifier);
         list.add("DB stats", value_width, all_counts());
@@ -210,8 +212,8 @@ public:
         item.source = "SHIM";
         item.source_type = "Shim Database";
         item.short_text = name_;
-        if (!facts_.internal_name.empty()) {
-            item.description = "Name: " + facts_.internal_name + "; ";
+        if (facts_.name_at) {
+            item.description = "Name: " + model::internal_name(*work_.database, facts_) + "; ";
         }
         item.description += "DB GUID: " + facts_.identifier;
         item.file_name = work_.path;
@@ -248,6 +250,12 @@ private:
     }
     std::uint64_t key_time() const { return work_.installed ? work_.installed->key_modtime : 0; }
 
+    // The name is often long, and stays where it stands.
+    form::value internal_name() const
+    {
+        return facts_.name_at ? form::value(form::stored_value{*facts_.name_at})
+                              : form::value(std::string());
+    }
     std::string version() const
     {
         return std::to_string(work_.database->version_major()) + "." +

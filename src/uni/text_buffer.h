@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -146,21 +148,27 @@ protected:
         return static_cast<std::size_t>(limit_ - storage_.get());
     }
 
+    // What is held stays where it is or moves, and is not there twice.
     void grow(std::size_t count)
     {
         const auto held = static_cast<std::size_t>(end_ - storage_.get());
         const std::size_t wanted = std::max({capacity() * 2, held + count, std::size_t{256}});
-        auto larger = std::make_unique_for_overwrite<char[]>(wanted);
-        if (held != 0) {
-            std::memcpy(larger.get(), storage_.get(), held);
+        auto* const larger = static_cast<char*>(std::realloc(storage_.get(), wanted));
+        if (larger == nullptr) {
+            throw std::bad_alloc();
         }
-        storage_ = std::move(larger);
-        end_ = storage_.get() + held;
-        limit_ = storage_.get() + wanted;
+        static_cast<void>(storage_.release());
+        storage_.reset(larger);
+        end_ = larger + held;
+        limit_ = larger + wanted;
     }
 
 private:
-    std::unique_ptr<char[]> storage_;
+    struct give_back {
+        void operator()(char* storage) const noexcept { std::free(storage); }
+    };
+
+    std::unique_ptr<char, give_back> storage_;
     char* end_ = nullptr;
     char* limit_ = nullptr;
     std::uint64_t handed_on_ = 0;
