@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "form/value.h"
+#include "sdb/database.h"
 
 // What is told under names, for programs that read it. A name stays the same from version to version, and
 // so does the type of what stands under it.
@@ -35,6 +36,8 @@ public:
     // One word for what they are about.
     virtual std::string_view kind() const = 0;
     virtual void tell(fact_taker& to) const = 0;
+    // The one in which stored values among them stand; null for none, or for that of the document.
+    virtual const sdb::sdb_database* database() const { return nullptr; }
 };
 
 // What is known of the run itself.

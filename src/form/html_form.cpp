@@ -154,7 +154,7 @@ private:
                       html_facts::opening_text opening, std::string_view more_closing = {})
     {
         html_facts taker(
-            out_, style_, document_.database, [this] { return goes_on(); }, std::move(opening));
+            out_, style_, database_of(facts), [this] { return goes_on(); }, std::move(opening));
         try {
             facts.tell(taker);
             taker.finish();

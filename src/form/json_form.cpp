@@ -143,7 +143,8 @@ private:
     }
     bool tell(const told_facts& facts, std::string_view members)
     {
-        json_line line = new_line(facts.kind(), members);
+        json_line line(out_, facts.kind(), members, database_of(facts),
+                       [this] { return goes_on(); });
         try {
             facts.tell(line);
         } catch (...) {

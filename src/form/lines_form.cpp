@@ -140,12 +140,13 @@ void lines_form::write_patch_lines(const model::record_item& item)
     }
 }
 
-void lines_form::write_line_text(uni::text_buffer& out, const labelled_line& line) const
+void lines_form::write_line_text(uni::text_buffer& out, const labelled_line& line,
+                                 const sdb::sdb_database* database) const
 {
     if (const tag_count* const counted = std::get_if<tag_count>(&line.shown)) {
         write_tag_count(out, *counted);
     } else {
-        write_safe_value(out, line.shown, style_, document_.database);
+        write_safe_value(out, line.shown, style_, database);
         out.text(std::holds_alternative<moment>(line.shown) ? utc_mark : std::string_view());
     }
 }
@@ -157,7 +158,7 @@ bool lines_form::subject(const entry& facts)
     for (const labelled_line& line : shape.lines) {
         if (line.sets_width && shape.pads_values) {
             uni::text_counter counted;
-            write_line_text(counted, line);
+            write_line_text(counted, line, database_of(facts));
             value_width = std::max(value_width, counted.total());
         }
     }
@@ -165,7 +166,7 @@ bool lines_form::subject(const entry& facts)
         out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
         const std::uint64_t begin = out_.total();
-        write_line_text(out_, line);
+        write_line_text(out_, line, database_of(facts));
         // The remark does not count for the width, which the values alone settle.
         if (line.remark) {
             out_.text(" [" + moment_text(*line.remark, style_).joined() + " UTC]");

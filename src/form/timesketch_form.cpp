@@ -110,7 +110,7 @@ public:
 
     bool subject(const entry& facts) override
     {
-        event_facts known(document_.database);
+        event_facts known(database_of(facts));
         facts.tell(known);
         for (const auto& [name, text] :
              {std::pair("host", &style_.hostname), std::pair("user", &style_.username)}) {

@@ -133,6 +133,10 @@ public:
 
 protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
+    const sdb::sdb_database* database_of(const told_facts& facts) const
+    {
+        return facts.database() != nullptr ? facts.database() : document_.database;
+    }
 
     virtual void begin_document() {}
     virtual void write_failure(std::string_view, std::string_view) {}

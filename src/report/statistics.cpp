@@ -173,6 +173,7 @@ public:
     }
 
     std::string_view kind() const override { return "statistics"; }
+    const sdb::sdb_database* database() const override { return work_.database; }
     void tell(form::fact_taker& to) const override
     {
         tell_identity(to, work_, facts_, {facts_.digest_md5, facts_.digest_sha1, sha256_of(work_)});

@@ -32,6 +32,7 @@ public:
     explicit told_database(const job& work) : work_(work) {}
 
     std::string_view kind() const override { return "database"; }
+    const sdb::sdb_database* database() const override { return work_.database; }
     void tell(form::fact_taker& to) const override;
 
 private:
