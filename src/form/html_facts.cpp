@@ -105,7 +105,11 @@ void html_facts::let_go()
     if (!has_begun_ && opening_) {
         held_.insert(0, opening_(subject_));
     }
-    out_.long_text(held_);
+    if (held_.size() < 2 * most_held) {
+        out_.text(held_); // wholly or not at all
+    } else {
+        out_.long_text(held_);
+    }
     closing_ = std::move(closing_then);
     has_begun_ = true;
     held_.clear();
@@ -253,19 +257,19 @@ void html_facts::end()
     settle();
 }
 
-void html_facts::finish()
+void html_facts::finish(std::string_view behind)
 {
-    held_ += "</dl>\n";
+    held_.append("</dl>\n").append(behind);
     let_go();
 }
 
-bool html_facts::abandon()
+void html_facts::abandon(std::string_view behind)
 {
     if (has_begun_) {
         out_.text(closing_);
         out_.literal("</dl>\n");
+        out_.text(behind);
     }
-    return has_begun_;
 }
 
 } // namespace form

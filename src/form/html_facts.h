@@ -56,9 +56,10 @@ public:
     void end() override;
     bool goes_on() const override { return goes_on_(); }
 
-    void finish();
-    // Ends all that was begun, where some of it went out; answers whether it did.
-    bool abandon();
+    // Writes the rest, and what stands behind the list. Nothing may fail behind that which is to be ended.
+    void finish(std::string_view behind);
+    // Ends all that was begun, where some of it went out, with what stands behind the list.
+    void abandon(std::string_view behind);
 
     // What was told of the subject itself, and of a program that it was held against.
     const told_subject& subject() const noexcept { return subject_; }

@@ -148,28 +148,27 @@ private:
     {
         return "<section id=\"" + place_name_ + "\"><h2>" + html_text(path) + "</h2>\n";
     }
-    // Tells facts between an opening and a closing, and what the table on top has of them. Where an
-    // exception ends them, all that was begun is ended, with what else was opened.
-    told_subject tell(const told_facts& facts, std::string_view closing,
-                      html_facts::opening_text opening, std::string_view more_closing = {})
+    // Tells facts between an opening and a closing, and gives what the table on top has of them. Where an
+    // exception ends them, what was begun is ended, with what else was opened.
+    told_subject tell(const told_facts& facts, const std::string& closing,
+                      html_facts::opening_text opening, const std::string& more_closing = {})
     {
         html_facts taker(
             out_, style_, database_of(facts), [this] { return goes_on(); }, std::move(opening));
+        told_subject known;
+        const std::string all_closing = closing + more_closing;
         try {
             facts.tell(taker);
-            taker.finish();
-        } catch (...) {
-            if (taker.abandon()) {
-                out_.text(closing);
-                out_.text(more_closing);
+            known = taker.subject();
+            if (!taker.program().path.empty()) {
+                add_summary_line(kept_, taker.program(), {}, style_, 0);
             }
+            taker.finish(closing);
+        } catch (...) {
+            taker.abandon(all_closing);
             throw;
         }
-        out_.text(closing);
-        if (!taker.program().path.empty()) {
-            add_summary_line(kept_, taker.program(), {}, style_, 0);
-        }
-        return taker.subject();
+        return known;
     }
     html_record_writer& records_writer()
     {

@@ -224,7 +224,7 @@ void entry_output::messages::take(std::string_view message)
     }
 }
 
-// Work that is done again has further names.
+// Of what was written and cannot be forgotten names stay taken.
 std::string entry_output::next_name()
 {
     std::string name = "s" + std::to_string(number_);
@@ -297,6 +297,7 @@ bool entry_output::begin_anew()
     state_after_.reset();
     messages_.skip_said();
     turns_.release(*this);
+    names_ = 0;
     return true;
 }
 
