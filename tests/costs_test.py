@@ -17,7 +17,8 @@ from support.whole_runs import ARGUMENTS, FAILED, Runs, main
 
 MIB = 1 << 20
 EXE, SHIM, PATCH, MATCHING, SHIM_REF = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009
-NAME, VENDOR, REFERENCE, BITS, EXE_ID, NULL = 0x6001, 0x6005, 0x4005, 0x9002, 0x9004, 0x1001
+NAME, VENDOR, COMPILER, REFERENCE = 0x6001, 0x6005, 0x6022, 0x4005
+BITS, EXE_ID, NULL = 0x9002, 0x9004, 0x1001
 LEFT, ENDED = "not all are followed", "its report ends at tag"
 FIRST = 18  # where what stands in the database list begins
 
@@ -87,6 +88,12 @@ def layers(count):
 def deflated(contents):
     packed = zlib.compress(contents, 9)
     return (struct.pack("<II4sQ", 2, 1, b"zdbf", 0) + packed).ljust(len(contents) // 8, b"\0")
+
+
+def marked_everywhere(count):
+    """A database, and a record in it, each of whose texts is one of many characters that get marks."""
+    texts = b"".join(dword(number, 6) for number in (NAME, VENDOR, COMPILER))
+    return image(texts, tag(EXE, texts), strings=["\u202e\"" * (count // 2), "a"])
 
 
 def caught_again_and_again(count):
@@ -209,6 +216,9 @@ BEYOND = {
     "texts in one another": (
         lambda: image(strings=["a" * 5_000_000, "z"]),
         "-strings " + ",".join("a" * i + "b" for i in range(400)), "no matches found"),
+    **{f"a text of marks, {options}": (lambda: marked_everywhere(9 * MIB), options, "")
+       for options in ("-exes", "-exes -multiline -safe_csv", "-exes -json", "-stringtable -html",
+                       "-stats", "-stats -csv", "-stats -csvl2t", "-stats -timesketch")},
     "a sparse hive": (lambda: 60 << 30, "-stats -reg SPARSE", "is no hive"),
     "inflated beyond": (lambda: deflated(image(bytes(70 * MIB))), "-exes",
                         "it inflates to more than quilt takes"),

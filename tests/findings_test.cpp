@@ -501,8 +501,7 @@ TEST(findings, about_a_registration_hold_the_database_against_the_registry)
     model::registry_lists lists;
     lists.customs = {{"A.exe", "{a}", 0, 0}};
     for (const auto& row : rows) {
-        model::database_identity identity;
-        identity.internal_name = "Ours";
+        model::database_identity identity = model::identity_of(loaded.database);
         identity.time = made;
         const model::installed_database facts{"{a}", 0, row.installed, 0, "", row.description};
         model::finding_list findings;

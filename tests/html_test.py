@@ -19,7 +19,8 @@ from json_test import LISTINGS, offsets_in_lines
 from support import hives
 from support.hostile import HOSTILE, damaged_databases, hostile_database
 from support.json_lines import read_report
-from support.whole_runs import FAILED, SAMPLE, Database, Runs, main, run, small_database
+from support.whole_runs import (COMPRESSED, FAILED, SAMPLE, Database, Runs, main, run, small_database,
+                                small_program)
 
 # What a page is made of: nothing that leads out of it, and no attribute that acts.
 ELEMENTS = set("""html head meta title style body header h1 h2 h3 main section details summary div p b em span dl dt
@@ -44,14 +45,18 @@ class Html(Runs):
         page = xml.fromstring(text)
         self.assertLessEqual({element.tag for element in page.iter()}, ELEMENTS)
         self.assertLessEqual({name for element in page.iter() for name in element.keys()}, ATTRIBUTES)
-        ids = {element.get("id") for element in page.iter()}
-        self.assertLessEqual({link.get("href")[1:] for link in page.iter("a")}, ids)
+        ids = [element.get("id") for element in page.iter() if element.get("id")]
+        self.assertEqual(len(ids), len(set(ids)))
+        self.assertLessEqual({link.get("href")[1:] for link in page.iter("a")}, set(ids))
         policy = page.find("head/meta[@http-equiv]").get("content")
         digests = ["'sha256-" + base64.b64encode(hashlib.sha256(page.find(where).text.encode()).digest()).decode() + "'"
                    for where in ("head/style", "body/script", )]
         self.assertEqual(policy, f"default-src 'none'; style-src {digests[0]}; script-src {digests[1]}; "
                                  "base-uri 'none'; form-action 'none'")
         return page
+
+    def examined(self, page):
+        return [text_of(row) for row in page.findall(".//table[@class='all']/tr")[1:]]
 
     def cards(self, page):
         return page.findall(".//details[@class='c']")
@@ -144,10 +149,10 @@ class Html(Runs):
         page = self.page(options, code=FAILED)
         run_facts = self.facts(page.find("body/header"))
         self.assertIn(options, text_of(run_facts["command line"]))
-        rows = [text_of(row) for row in page.findall(".//table[@class='all']/tr")[1:]]
+        rows = self.examined(page)
         good, = (row for row in rows if row.startswith(path))
         bad, = (row for row in rows if "is no database" in row)
-        for digest in ("md5", "sha256"):
+        for digest in ("md5", "sha1", "sha256"):
             self.assertIn(hashlib.new(digest, image).hexdigest(), good)
         for words in ("Named", "database compiled 2003-06-", "file modified ", "registry installed ", f"{len(image)}"):
             self.assertIn(words, good)
@@ -157,13 +162,23 @@ class Html(Runs):
         told = self.facts(page.find("body/main/section[@id='%s']" % next(
             link.get("href")[1:] for link in page.iter("a") if link.text == path)))
         self.assertIn("Says <so>", text_of(told["registry"]))
+        program = self.write("tool.exe", small_program(1_500_000_000))
+        listed = f"{COMPRESSED}\n{path}\n{self.path('none')}\n{COMPRESSED}\n".encode()
+        page = self.page(f"-pipe -match -pe {program} -html -quiet", code=FAILED, lines=listed)
+        digests = {name: hashlib.sha256(Path(name).read_bytes()).hexdigest() for name in (program, SAMPLE, COMPRESSED)}
+        tool, packed, *_, again = self.examined(page)
+        self.assertTrue(tool.startswith(program) and digests[program] in tool and "program compiled" in tool, tool)
+        self.assertIn(f"SHA-256 {digests[COMPRESSED]}inflated MD5", packed)
+        self.assertIn(f"inflated SHA-256 {digests[SAMPLE]}", packed)
+        self.assertEqual(packed, again)
+        self.assertEqual(text_of(self.facts(page.find("body/main/section"))["md5, inflated"]),
+                         hashlib.md5(Path(SAMPLE).read_bytes()).hexdigest())
 
     def test_every_run_is_a_whole_page(self):
         tool = self.write("tool.exe", b"no program")
         self.write("v/Windows/AppPatch/a.sdb", Path(SAMPLE).read_bytes())
         lists = f"{SAMPLE}\n{tool}\n{self.path('none.sdb')}\n".encode()
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        program = self.write("p.exe", (head + b"PE\0\0" + bytes(20) + b"\x0b\1").ljust(4096, b"\0"))
+        program = self.write("p.exe", small_program())
         for options, code, words in (
                 (f"-sdb {SAMPLE} -strings nowhere", 0, "1 database, 0 records; 0 could"),
                 (f"-sdb {SAMPLE} -match -pe {tool}", FAILED, "1 could not be read"),

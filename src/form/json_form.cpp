@@ -62,6 +62,7 @@ public:
         line.fact("text", std::string(text));
         return end_line(line);
     }
+    bool remark(std::string_view text) override { return note(text); }
     bool heading(std::string_view) override { return goes_on(); }
     // A cell may hold a long text, and none needs memory.
     bool row(std::string_view kind, std::span<const cell> cells) override
@@ -151,7 +152,8 @@ private:
     }
     bool tell(const told_facts& facts, std::string_view members)
     {
-        json_line line = new_line(facts.kind(), members);
+        json_line line(out_, facts.kind(), members, database_of(facts),
+                       [this] { return goes_on(); });
         try {
             facts.tell(line);
         } catch (...) {

@@ -49,6 +49,7 @@ public:
         : place_(out.place),
           form_(form::form_of(options.form).make(out.report, options, out.place.state_before()))
     {
+        form_->name_place(place_.next_name());
         place_.follow(*form_);
     }
     ~stream_writer() { place_.unfollow(*form_); }
@@ -163,6 +164,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         }
         work.explained = explained_;
         work.is_named = path == options_.sdb_path;
+        work.digests_of_program = &digests_of_program_;
         if (options_.stats || explained_ != nullptr) {
             const model::registry_facts known = targets_.installed.find(path);
             say_doubts(known.how, path, out.notices);
@@ -304,7 +306,9 @@ bool input_work::match_program_entry(const std::string& path, const input_output
 {
     model::pe_list properties;
     std::string reason;
-    const report::program_state state = report::read_program(properties, path, out.notices, reason);
+    std::unique_ptr<io::byte_source> source;
+    const report::program_state state =
+        report::read_program(properties, source, path, out.notices, reason);
     if (state == report::program_state::unreadable) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
         tell_failure(path, reason, out);
@@ -315,6 +319,7 @@ bool input_work::match_program_entry(const std::string& path, const input_output
     stream_writer writer(options_, out);
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
+    work.source = source.get();
     work.candidates = &candidates_;
     if (!report::report_of("caught").make(work) && !options_.is_list_form()) {
         out.notices.say("no matches found: %s\n", path.c_str());
@@ -360,13 +365,17 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
                                  std::string& reason, const input_output& out) const
 {
     model::pe_list properties;
-    const report::program_state state = report::read_program(properties, path, out.notices, reason);
+    std::unique_ptr<io::byte_source> source;
+    const report::program_state state =
+        report::read_program(properties, source, path, out.notices, reason);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }
     stream_writer writer(options_, out);
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
+    work.source = source.get();
+    work.times = source->times();
     report::report_of("pe").make(work);
     if (is_one_of_several) {
         writer.form().separate();

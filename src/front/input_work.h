@@ -10,6 +10,7 @@
 #include "model/explain_context.h"
 #include "model/installed_databases.h"
 #include "model/matchable_database.h"
+#include "report/program_digests.h"
 #include "request/sdb_opts.h"
 
 namespace front {
@@ -67,6 +68,7 @@ private:
     const model::known_records* known_;
     std::vector<std::shared_ptr<loaded_file>> candidate_files_;
     std::deque<model::matchable_database> candidates_;
+    mutable report::program_digests digests_of_program_; // of the one that is matched
 };
 
 } // namespace front

@@ -13,6 +13,7 @@
 #include "front/list_work.h"
 #include "front/registry_words.h"
 #include "front/startup.h"
+#include "io/byte_source.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
 #include "report/reports.h"
@@ -46,6 +47,7 @@ public:
             end_stream(false);
             throw;
         }
+        files_.finish_log(out_.notices); // which may fail, and the end is to tell
         end_stream(!out_.notices.failed());
     }
 
@@ -309,11 +311,20 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
-                  const form::run_facts& facts)
+                  const form::run_facts& facts, bool has_failed)
 {
     const auto stream = form::form_of(options.form).make(out, options, {});
+    stream->name_place("s1");
     stream->begin_stream(facts);
-    stream->end_stream({.is_whole = false, .was_refused = true});
+    if (!options.missing_path.empty()) {
+        std::string reason;
+        io::open_source(options.missing_path, reason);
+        stream->failure(options.missing_path, reason.empty() ? "could not be looked at" : reason);
+    }
+    stream->end_stream({.failed = stream->failures(),
+                        .kept = stream->kept(),
+                        .is_whole = !has_failed,
+                        .was_refused = true});
 }
 
 } // namespace front

@@ -90,7 +90,7 @@ void settle_form(request::sdb_opts& options)
             return report::report_of(name).forms == report::forms_taken::with_rows;
         });
     if (options.explain || !options.diff_path.empty() || options.matches_many()) {
-        options.form = options.form_given ? options.form : "plain";
+        options.form = !options.form_option.empty() ? options.form : "plain";
         return;
     }
     if (calls_for_rows && form::form_of(options.form).carries == form::contents::records_of_one) {
@@ -169,13 +169,14 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool file_is_there(const std::string& path, io::notices& notices)
+bool file_is_there(const std::string& path, request::sdb_opts& options, io::notices& notices)
 {
     platform::file_facts facts;
     if (!path.empty() && platform::read_file_facts(path, facts)) {
         return true;
     }
     notices.fail("Prob reading file %s\n", path.c_str());
+    options.missing_path = path;
     return false;
 }
 
@@ -197,20 +198,20 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
     }
     if (!options.sdb_path.empty()) {
         options.more_sdb_paths.push_back(expanded(value));
-        return file_is_there(options.more_sdb_paths.back(), now.notices);
+        return file_is_there(options.more_sdb_paths.back(), now.options, now.notices);
     }
     options.sdb_path = expanded(value);
     // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
     const bool names_no_drive = options.sdb_path.find_first_not_of("/\\") >= 2;
     options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
-    return file_is_there(options.sdb_path, now.notices);
+    return file_is_there(options.sdb_path, now.options, now.notices);
 }
 
 bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
     options.pe_path = expanded(value);
-    if (!options.vss_given && !file_is_there(options.pe_path, now.notices)) {
+    if (!options.vss_given && !file_is_there(options.pe_path, options, now.notices)) {
         return false;
     }
     options.pe_stats = options.stats;
@@ -352,7 +353,7 @@ bool take_family(parsing& now, const option_row&, const std::string& value)
 bool take_knowledge(parsing& now, const option_row&, const std::string& value)
 {
     now.options.knowledge_paths.push_back(expanded(value));
-    return file_is_there(now.options.knowledge_paths.back(), now.notices);
+    return file_is_there(now.options.knowledge_paths.back(), now.options, now.notices);
 }
 
 bool take_diff(parsing& now, const option_row&, const std::string& value)
@@ -383,13 +384,13 @@ bool settle_diff(request::sdb_opts& options, io::notices& notices)
         return false;
     }
     path = expanded(path);
-    return file_is_there(path, notices);
+    return file_is_there(path, options, notices);
 }
 
 bool take_known(parsing& now, const option_row&, const std::string& value)
 {
     now.options.known_paths.push_back(expanded(value));
-    return file_is_there(now.options.known_paths.back(), now.notices);
+    return file_is_there(now.options.known_paths.back(), now.options, now.notices);
 }
 
 // Before and behind the listings.

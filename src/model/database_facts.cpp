@@ -188,6 +188,12 @@ private:
     std::set<guid_bytes> app_ids_;
 };
 
+bool has_text(const sdb::sdb_database& database, std::uint32_t reference)
+{
+    const uni::byte_view stored = database.string_bytes(reference);
+    return stored.size() >= 2 && stored.u16(0) != 0;
+}
+
 } // namespace
 
 digest_texts file_digests(io::byte_source& source)
@@ -209,7 +215,6 @@ database_identity identity_of(const sdb::sdb_database& database)
     std::optional<std::uint32_t> os_platform;
     std::optional<std::uint32_t> runtime_platform;
     // Of several texts the last counts, and that alone is read.
-    std::optional<std::uint32_t> name;
     std::optional<std::uint32_t> compiler;
     const auto take_scalar = [&](std::uint32_t offset, std::uint16_t child) {
         const sdb::sdb_tag_item item = database.item_from(offset);
@@ -224,7 +229,7 @@ database_identity identity_of(const sdb::sdb_database& database)
             made.time = item.value.u64(0);
             break;
         case tag::name:
-            name = item.size;
+            made.name_at = has_text(database, item.size) ? std::optional(offset) : std::nullopt;
             break;
         case tag::compiler_version:
             compiler = item.size;
@@ -244,14 +249,20 @@ database_identity identity_of(const sdb::sdb_database& database)
                                 }
                             });
     made.platform = os_platform ? os_platform : runtime_platform;
-    if (name) {
-        database.read_string_ref(made.internal_name, *name);
-    }
     if (compiler) {
         database.read_string_ref(made.compiler_version, *compiler);
         uni::remove_char(made.compiler_version, 'v');
     }
     return made;
+}
+
+std::string internal_name(const sdb::sdb_database& database, const database_identity& identity)
+{
+    std::string name;
+    if (identity.name_at) {
+        database.read_string_ref(name, database.word_behind(*identity.name_at));
+    }
+    return name;
 }
 
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,

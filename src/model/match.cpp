@@ -215,10 +215,12 @@ private:
     bool for_each_list(item_span items, auto&& act)
     {
         stored_name_ = {};
+        stored_name_at_ = 0;
         for (std::size_t i = 1; i < items.size() && text_left_ != 0;) {
             const record_item& item = items[i++];
             if (item.tag == tag::name && is_empty_text(stored_name_)) {
                 stored_name_ = stored_text(item.offset);
+                stored_name_at_ = item.offset;
             } else if (item.tag == tag::matching_file) {
                 const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
                                           database_.list_size_from(item.offset);
@@ -258,13 +260,16 @@ private:
             }
             const std::uint16_t tag = members[member].tag;
             const pe_property* const found = find_property(file_, tag);
-            const agreement agrees = found == nullptr                ? agreement::unknown
-                                     : member_agrees(member, *found) ? agreement::yes
-                                                                     : agreement::no;
+            std::uint32_t text_from = members[member].offset;
+            const agreement agrees = found == nullptr ? agreement::unknown
+                                     : member_agrees(member, *found, &text_from) ? agreement::yes
+                                                                                 : agreement::no;
             has_no |= agrees == agreement::no;
             is_caught &= has_unknown || agrees != agreement::no;
             has_unknown |= agrees == agreement::unknown;
-            goes_on = listener.property({members[member].offset, tag, found, agrees});
+            const std::uint32_t own = members[member].offset;
+            goes_on =
+                listener.property({own, tag, found, agrees, text_from == own ? 0 : text_from});
         }
         listener.end_list(is_caught, has_no        ? agreement::no
                                      : has_unknown ? agreement::unknown
@@ -329,12 +334,17 @@ private:
         return true;
     }
 
-    bool member_agrees(std::uint32_t member, const pe_property& found)
+    // The tag whose text is compared goes to `text_from`.
+    bool member_agrees(std::uint32_t member, const pe_property& found,
+                       std::uint32_t* text_from = nullptr)
     {
         const std::size_t longest = std::max(found.text.size(), any_name.size());
-        std::string text = text_of(member, longest);
+        std::string text = text_of(member, longest, text_from);
         if (text == any_name) {
             text = name(longest);
+            if (text_from != nullptr) {
+                *text_from = stored_name_at_;
+            }
         }
         return property_agrees(found, text, number_of(members_[member]));
     }
@@ -426,7 +436,7 @@ private:
 
     // The text of a member: its own, else that of the last member before it that has one, "*" for
     // the record's name.
-    std::string text_of(std::size_t member, std::size_t longest)
+    std::string text_of(std::size_t member, std::size_t longest, std::uint32_t* text_from = nullptr)
     {
         if (std::optional<std::string> own = rendered(members_[member], longest)) {
             return *std::move(own);
@@ -439,6 +449,9 @@ private:
             }
         }
         const std::uint32_t source = text_sources_[member];
+        if (text_from != nullptr) {
+            *text_from = source == no_source ? 0 : members_[source].offset;
+        }
         return source == no_source ? std::string()
                                    : rendered(members_[source], longest).value_or("");
     }
@@ -479,7 +492,9 @@ private:
     const tag_texts& texts_;
     file_keys keys_;
     std::size_t longest_key_;
-    uni::byte_view stored_name_; // of the record in work
+    // Of the record in work, and the tag that has it.
+    uni::byte_view stored_name_;
+    std::uint32_t stored_name_at_ = 0;
     // The list in work, and for each member the one whose text it has, once that is asked for.
     static constexpr std::uint32_t no_source = 0xffffffff;
     item_span members_;

@@ -33,6 +33,8 @@ struct compared_property {
     std::uint16_t tag = 0;
     const pe_property* found = nullptr; // what the file tells; null where it tells nothing
     agreement agrees = agreement::unknown;
+    // The tag whose text was compared in place of its own, as that says or has none: 0 where it was its own.
+    std::uint32_t text_from = 0;
 };
 
 // A matching-file list that was looked at, as its file name was the file's.

@@ -284,9 +284,9 @@ void judge_registration(finding_list& findings, const examined_database& examine
     if (facts == nullptr) {
         return;
     }
-    if (!facts->description.empty() && facts->description != identity.internal_name) {
-        add(signal::reg_description, finding_part(facts->description),
-            finding_part(identity.internal_name));
+    const std::string name = internal_name(examined.database, identity);
+    if (!facts->description.empty() && facts->description != name) {
+        add(signal::reg_description, finding_part(facts->description), finding_part(name));
     }
     if (is_moment(facts->install_time) && is_moment(identity.time.value_or(0))) {
         const std::uint64_t made = *identity.time;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 #include "uni/text_buffer.h"
 
@@ -19,9 +20,19 @@ public:
     bool good() const noexcept final { return !overflowed_; }
 
 private:
+    static constexpr std::size_t longest = 0x200000;
+
+    void pass_text(std::string_view text) final
+    {
+        if (view().size() + text.size() > longest) {
+            overflowed_ = true;
+            clear();
+        } else {
+            text_buffer::pass_text(text);
+        }
+    }
     void make_room(std::size_t count) final
     {
-        constexpr std::size_t longest = 0x200000;
         if (view().size() + count > longest) {
             overflowed_ = true;
             clear();

@@ -103,6 +103,9 @@ bool make_database_report(job& work)
         throw;
     }
     say_cut(work);
+    if (!asked) {
+        work.form.remark("no report of it was asked for");
+    }
     work.form.end();
     if (!asked) {
         work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");

@@ -38,8 +38,8 @@ struct comparison_facts : public form::told_facts {
         to.fact("other", work.other_path);
         to.fact("other_id",
                 identity.identifier.empty() ? form::value() : form::value(identity.identifier));
-        to.fact("other_name", identity.internal_name.empty() ? form::value()
-                                                             : form::value(identity.internal_name));
+        const std::string name = model::internal_name(*work.other, identity);
+        to.fact("other_name", name.empty() ? form::value() : form::value(name));
         to.fact("unchanged", form::count{counts.unchanged});
         to.fact("changed", form::count{counts.changed});
         to.fact("added", form::count{counts.added});

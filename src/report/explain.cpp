@@ -199,8 +199,9 @@ private:
             : lies_where_vendors_do() ? "in a place of the vendor's, judged as a custom one"
                                       : "custom";
         return whose + ", " +
-               (identity_.internal_name.empty() ? std::string("without a name")
-                                                : '"' + shortened(identity_.internal_name) + '"') +
+               (identity_.name_at
+                    ? '"' + shortened(model::internal_name(*work_.database, identity_)) + '"'
+                    : std::string("without a name")) +
                "; " + counted(all.subject_count(), "subject", "subjects") + ", " +
                std::to_string(all.with_high_finding()) + " with a high finding" +
                (all.known_subjects() == 0

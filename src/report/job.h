@@ -13,6 +13,7 @@
 #include "model/matchable_database.h"
 #include "model/pe_properties.h"
 #include "model/search.h"
+#include "report/program_digests.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
 #include "uni/text_buffer.h"
@@ -42,6 +43,7 @@ struct job {
         nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
     const std::deque<model::matchable_database>* candidates = nullptr; // to catch the program
+    program_digests* digests_of_program = nullptr;
     const model::run_targets* targets = nullptr;
     const model::explain_context* explained = nullptr;
     const sdb::sdb_database* other = nullptr; // that the database is compared with

@@ -49,6 +49,7 @@ struct sdb_opts : cmd_params {
     std::vector<std::string> more_sdb_paths; // of further -sdb
     bool programs_in_list = false;           // a list is one of programs
     std::string pe_path;
+    std::string missing_path; // one of the two, which is not to be had
     bool partition_given = false;
     bool vss_given = false;
     bool volume_given = false;

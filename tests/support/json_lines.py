@@ -24,7 +24,7 @@ def closed(node):
                 "required": shared.get("required", []) + node.get("required", [])}
         del node["$ref"]
     made = {key: closed(value) for key, value in node.items()}
-    if made.get("type") in ("object", ["object", "null"]) and "properties" in made:
+    if made.get("type") in ("object", ["object", "null"]) and {"properties", "patternProperties"} & made.keys():
         made["additionalProperties"] = False
     return made
 
