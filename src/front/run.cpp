@@ -7,10 +7,10 @@
 
 #include "form/forms.h"
 #include "front/discovery.h"
+#include "front/help.h"
 #include "front/input_work.h"
 #include "front/list_work.h"
 #include "front/registry_words.h"
-#include "front/startup.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
 #include "report/reports.h"

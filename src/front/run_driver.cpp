@@ -3,6 +3,7 @@
 #include "form/forms.h"
 #include "front/cmdline_ctx.h"
 #include "front/diag_log.h"
+#include "front/help.h"
 #include "front/outputs.h"
 #include "front/run.h"
 #include "front/sdb_options.h"
@@ -111,6 +112,10 @@ int run_driver(argument_list args, const request::bounds& bounds)
         const platform::wow64_redirect_adt redirection;
         if (const auto text = text_asked_for(args)) {
             return print_text(*text, context, standard_output, notices);
+        }
+        if (args.size() <= 1) {
+            print_first_words();
+            return success;
         }
         if (asks_for_help(args)) {
             print_usage();

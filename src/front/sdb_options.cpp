@@ -9,9 +9,9 @@
 #include "form/forms.h"
 #include "front/common_options.h"
 #include "front/discovery.h"
+#include "front/help.h"
 #include "front/option_rows.h"
 #include "front/pattern_text.h"
-#include "front/startup.h"
 #include "io/notice.h"
 #include "model/stored_path.h"
 #include "platform/files.h"
@@ -402,6 +402,15 @@ bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 
 } // namespace
 
+std::vector<option_row> all_options()
+{
+    std::vector<option_row> rows;
+    add_common_options(rows);
+    add_database_options(rows);
+    add_help_options(rows);
+    return rows;
+}
+
 bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
                        io::notices& notices, io::output_sink& standard_output)
 {
@@ -409,10 +418,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
         return false;
     }
     note_command_line(options, args);
-    std::vector<option_row> rows;
-    add_common_options(rows);
-    add_database_options(rows);
-    add_help_options(rows);
+    const std::vector<option_row> rows = all_options();
     parsing now{options, args, log, notices, standard_output};
     if (!take_rows(rows, now)) {
         return false;
