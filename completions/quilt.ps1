@@ -56,6 +56,7 @@ Register-ArgumentCompleter -Native -CommandName quilt, quilt.exe -ScriptBlock {
         '-append' = 'behind what the file of -out holds'
         '-diags' = 'a log of how a hive was read off its volume'
         '-threads' = 'how many work side by side; the bytes stay the same'
+        '-color' = 'headings and findings in colours: auto, always, never'
         '-quiet' = 'no word of which file is in work'
         '-profile' = 'at the end, how long it took'
         '-signal' = 'a named event is raised at the end'

@@ -5,12 +5,14 @@
 
 #include "form/fields.h"
 #include "form/folding.h"
+#include "form/screen.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "form/with_fields.h"
 #include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
+#include "uni/marks.h"
 
 namespace form {
 
@@ -50,10 +52,14 @@ std::string tag_count_text(const tag_count& counted)
 bool lines_form::write_record(const model::record_groups& groups)
 {
     out_.text(style_.safe_csv ? "'" : "");
+    const bool paints = has_colors();
+    out_.text(paints ? shade::heading : "");
     out_.text(record_rule);
     out_.character('[');
     out_.text(marked_path_);
-    out_.literal("]\n");
+    out_.character(']');
+    out_.text(paints ? shade::end : "");
+    out_.line_end();
     is_whole_ = true;
     folding(*this, folds(), out_).say(groups);
     if (is_whole_) {
@@ -150,6 +156,28 @@ std::string lines_form::line_text(const labelled_line& line) const
     return std::holds_alternative<moment>(line.shown) ? text.append(utc_mark) : text;
 }
 
+bool lines_form::heading(std::string_view text)
+{
+    write_in(out_, shade::heading, uni::marked(text), has_colors());
+    out_.line_end();
+    return goes_on();
+}
+
+bool lines_form::row(std::string_view kind, std::span<const cell> cells)
+{
+    if (columns() == 0) {
+        return writer::row(kind, cells);
+    }
+    constexpr std::size_t hanging = 4;
+    uni::text_buffer text;
+    lines_form whole(text, style_, state_);
+    whole.document_ = document_;
+    whole.writer::row(kind, cells);
+    write_wrapped(out_, text.view().substr(0, text.view().size() - 1), hanging, columns());
+    out_.line_end();
+    return goes_on();
+}
+
 bool lines_form::subject(const entry& facts)
 {
     const labelled_lines shape = facts.lines();
@@ -169,7 +197,12 @@ bool lines_form::subject(const entry& facts)
         }
         out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
-        out_.left(texts[i], shape.pads_values ? value_width : 0);
+        if (columns() == 0) {
+            out_.left(texts[i], shape.pads_values ? value_width : 0);
+        } else {
+            write_wrapped(out_, texts[i], shape.label_width + style_.csv_separator.size(),
+                          columns());
+        }
         out_.line_end();
     }
     return goes_on();
@@ -199,6 +232,7 @@ public:
     using with_fields::with_fields;
 
 private:
+    bool is_for_people() const noexcept override { return false; }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         return std::make_unique<general_form>(out, style_, state_);

@@ -12,6 +12,8 @@ class lines_form : public writer {
 public:
     using writer::writer;
 
+    bool heading(std::string_view text) override;
+    bool row(std::string_view kind, std::span<const cell> cells) override;
     bool subject(const entry& facts) override;
     bool separate() override;
 
@@ -30,6 +32,11 @@ private:
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;
+
+    // Whether people read these lines on a screen, so that they may be coloured and fit its width.
+    virtual bool is_for_people() const noexcept { return true; }
+    bool has_colors() const noexcept { return style_.has_colors && is_for_people(); }
+    std::size_t columns() const noexcept { return is_for_people() ? style_.columns : 0; }
 
     bool is_whole_ = true; // the record in work
 };

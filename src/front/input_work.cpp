@@ -136,7 +136,7 @@ outcome input_work::load(loaded_file& file, const std::string& path, const input
 
 void input_work::say_processing(const std::string& path, const input_output& out) const
 {
-    if (options_.show_progress) {
+    if (options_.show_progress && !options_.draws_progress) {
         out.notices.say("processing %s\n", path.c_str());
     }
 }

@@ -10,6 +10,7 @@
 
 #include "front/entry_turns.h"
 #include "front/outputs.h"
+#include "front/progress.h"
 #include "front/stdin_stream_ex.h"
 #include "io/notice.h"
 #include "request/sdb_opts.h"
@@ -55,6 +56,7 @@ private:
     const failure_teller tell_failure_;
     const bool holds_list_; // it is read ahead before anything is written
     entry_turns turns_;
+    progress progress_;
     std::size_t most_threads_ = 1;
 
     std::mutex mutex_;       // holds together what stands below

@@ -356,6 +356,15 @@ constexpr option_words words[] = {
      .effect = "how many work side by side; the bytes stay the same",
      .otherwise = "as many as the machine has cores, 16 at most",
      .example = "quilt -enumdir folder -stats -threads 1"},
+    {.name = "-color",
+     .group = the_run,
+     .argument = "when",
+     .effect = "headings and findings in colours: auto, always, never",
+     .detail =
+         "Colours are in reports for people alone, and never in a file of -out. With auto they "
+         "are where standard output is a terminal and NO_COLOR is not set.",
+     .otherwise = "auto",
+     .example = "quilt -sdb case.sdb -guids -color always"},
     {.name = "-quiet",
      .group = the_run,
      .effect = "no word of which file is in work",

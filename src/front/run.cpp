@@ -10,6 +10,7 @@
 #include "front/help.h"
 #include "front/input_work.h"
 #include "front/list_work.h"
+#include "front/progress.h"
 #include "front/registry_words.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
@@ -114,6 +115,8 @@ private:
             inputs_.tell_failure(path, "leads out of the volume", out_);
         }
         const platform::wow64_redirect_adt redirection;
+        progress told(options_, out_.notices);
+        told.set_total(targets_.files.size());
         for (const std::string& path : targets_.files) {
             if (targets_.files.size() == 1) {
                 work_on_one(path, [&] { inputs_.tell_target(path, out_); });
@@ -125,6 +128,7 @@ private:
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
                 inputs_.tell_failure(path, caught, out_);
             }
+            told.note_done(path);
             if (!out_.report.good()) {
                 return;
             }

@@ -14,6 +14,7 @@
 #include "front/pattern_text.h"
 #include "io/notice.h"
 #include "model/stored_path.h"
+#include "platform/console.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "report/reports.h"
@@ -360,6 +361,22 @@ void settle_targets(request::sdb_opts& options)
     }
 }
 
+// What a report for people and the words of progress look like, by what they go to.
+void settle_screen(request::sdb_opts& options)
+{
+    const bool is_on_terminal =
+        options.out_path.empty() && platform::standard_output_takes_sequences();
+    const bool wants_colors =
+        options.color == request::color_use::by_terminal
+            ? is_on_terminal && platform::environment_variable("NO_COLOR").value_or("").empty()
+            : options.color == request::color_use::always && options.out_path.empty();
+    options.has_colors = wants_colors && !options.safe_csv;
+    options.columns = is_on_terminal ? platform::output_columns() : 0;
+    // Between the lines of a report it would be in the way.
+    options.draws_progress =
+        options.show_progress && !is_on_terminal && platform::error_stream_takes_sequences();
+}
+
 // Says what was asked for and has no effect in this run.
 void tell_unused(const request::sdb_opts& options, io::notices& notices)
 {
@@ -430,6 +447,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
         return false;
     }
     settle_targets(options);
+    settle_screen(options);
     tell_unused(options, notices);
     tell_ignored(rows, args, notices);
     return true;
