@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "form/forms.h"
 #include "front/sdb_options.h"
 
 namespace front {
@@ -32,6 +33,19 @@ TEST(option_words, tell_of_each_option_and_of_no_other)
             << row.name;
     }
     EXPECT_EQ(told, options);
+}
+
+// Of several forms the last of their table wins, and so it is told.
+TEST(option_words, tell_of_forms_in_the_order_of_their_table)
+{
+    const option_words* before = nullptr;
+    for (const form::form_row& row : form::all_forms()) {
+        if (!row.option.empty()) {
+            const option_words* const words = words_of(row.option);
+            EXPECT_LT(before, words) << row.option;
+            before = words;
+        }
+    }
 }
 
 } // namespace

@@ -20,9 +20,8 @@ constexpr std::string_view the_run = "The run";
 constexpr std::string_view help = "Help";
 constexpr std::string_view family = "Of other tools of the family";
 
-// The order is that of form/forms.inc.
-constexpr std::string_view last_form_wins = "other forms: the last wins of -csv, -csvgen, -csvl2t, "
-                                            "-bodyfile, -xml, -multiline, -timesketch, -json";
+// The order of forms here is that of form/forms.inc.
+constexpr std::string_view last_form_wins = "the other forms, of which the last in this list wins";
 
 constexpr option_words words[] = {
     {.name = "-sdb",
@@ -211,18 +210,6 @@ constexpr option_words words[] = {
      .detail = "Hexadecimal bytes with blanks between them.",
      .example = "quilt -sdb case.sdb -patchbytes 'eb 12'"},
 
-    {.name = "-xml",
-     .group = forms,
-     .effect = "XML; for records of one database alone",
-     .otherwise = "the form of records where one database is named; else lines",
-     .conflicts = last_form_wins,
-     .example = "quilt -sdb case.sdb -apps -xml"},
-    {.name = "-multiline",
-     .group = forms,
-     .effect = "lines, a tag a line",
-     .otherwise = "the form of records of several databases; else XML",
-     .conflicts = last_form_wins,
-     .example = "quilt -sdb case.sdb -apps -multiline"},
     {.name = "-csv",
      .group = forms,
      .effect = "statistics as rows for a spreadsheet",
@@ -244,6 +231,18 @@ constexpr option_words words[] = {
      .effect = "statistics as a body file for mactime",
      .conflicts = last_form_wins,
      .example = "quilt -partition mounted -stats -bodyfile"},
+    {.name = "-xml",
+     .group = forms,
+     .effect = "XML; for records of one database alone",
+     .otherwise = "the form of records where one database is named; else lines",
+     .conflicts = last_form_wins,
+     .example = "quilt -sdb case.sdb -apps -xml"},
+    {.name = "-multiline",
+     .group = forms,
+     .effect = "lines, a tag a line",
+     .otherwise = "the form of records of several databases; else XML",
+     .conflicts = last_form_wins,
+     .example = "quilt -sdb case.sdb -apps -multiline"},
     {.name = "-timesketch",
      .group = forms,
      .effect = "statistics as JSON events, a line a moment",
@@ -255,6 +254,12 @@ constexpr option_words words[] = {
      .detail = "docs/output.md and docs/schema describe every line.",
      .conflicts = last_form_wins,
      .example = "quilt -sdb case.sdb -apps -json"},
+    {.name = "-html",
+     .group = forms,
+     .effect = "a page for a browser, whole in one file",
+     .detail = "It needs no network and runs nothing that a database holds.",
+     .conflicts = last_form_wins,
+     .example = "quilt -sdb case.sdb -apps -html -out case.html"},
 
     {.name = "-dateformat",
      .group = values,
