@@ -202,7 +202,7 @@ step script_tests house house_test.py
 build release
 beside script_tests faults faults_test.py --quilt build/release/quilt
 beside unit_tests quilt_tests build/release/quilt_tests
-for subject in reports forms json html options targets; do
+for subject in reports forms json html recipes options targets; do
     beside script_tests "$subject" "${subject}_test.py" --quilt build/release/quilt
 done
 for subject in memory pages guide; do

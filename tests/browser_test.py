@@ -41,7 +41,7 @@ class Pages(Runs):
         top = browser.do("return ['header', '#summary', '#find', 'main'].map(function (one) {"
                          "return document.querySelector(one).getBoundingClientRect().top; })")
         self.assertEqual(top, sorted(top))
-        self.assertEqual(self.visible(".end"), 0)
+        self.assertEqual(self.visible("#end"), 0)
         count = self.visible(".c")
         self.assertGreater(count, 10)
         self.assertEqual(self.visible(".c dl"), 0)

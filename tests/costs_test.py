@@ -17,7 +17,8 @@ from support.whole_runs import ARGUMENTS, FAILED, Runs, main
 
 MIB = 1 << 20
 EXE, SHIM, PATCH, MATCHING, SHIM_REF = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009
-NAME, VENDOR, REFERENCE, BITS, EXE_ID, NULL = 0x6001, 0x6005, 0x4005, 0x9002, 0x9004, 0x1001
+NAME, VENDOR, COMPILER, REFERENCE = 0x6001, 0x6005, 0x6022, 0x4005
+BITS, EXE_ID, NULL = 0x9002, 0x9004, 0x1001
 LEFT, ENDED = "not all are followed", "its report ends at tag"
 FIRST = 18  # where what stands in the database list begins
 
@@ -71,9 +72,28 @@ def operations(size):
                tag(BITS, struct.pack("<III", 4, 12, size // 2) * (size // 12)))
 
 
+def patched(count):
+    """Programs that share a patch of many operations."""
+    value = b"".join(struct.pack("<IIIII", 2, 85, 1, i, 0) + b"a".ljust(65, b"\0") for i in range(count))
+    refers = tag(EXE, NAMED, tag(0x700a, dword(NAME, 6), dword(REFERENCE, FIRST)))
+    return tag(PATCH, dword(NAME, 6), tag(BITS, value)) + refers * count
+
+
+def layers(count):
+    """Programs that share a layer, which refers to itself."""
+    layer, refers = 0x700b, tag(0x700b, dword(NAME, 6), dword(0x401a, FIRST))
+    return tag(layer, NAMED, refers * 100) + tag(EXE, NAMED, refers) * (count // 100)
+
+
 def deflated(contents):
     packed = zlib.compress(contents, 9)
     return (struct.pack("<II4sQ", 2, 1, b"zdbf", 0) + packed).ljust(len(contents) // 8, b"\0")
+
+
+def marked_everywhere(count):
+    """A database, and a record in it, each of whose texts is one of many characters that get marks."""
+    texts = b"".join(dword(number, 6) for number in (NAME, VENDOR, COMPILER))
+    return image(texts, tag(EXE, texts), strings=["\u202e\"" * (count // 2), "a"])
 
 
 def caught_again_and_again(count):
@@ -145,6 +165,18 @@ ROWS = {
     "scalars behind an empty list": (
         lambda n: image(tag(EXE, tag(SHIM), struct.pack("<H", NULL) * n)), 200_000, "-exes"),
     "a sparse hive": (lambda n: n << 24, 40, "-stats -reg SPARSE"),
+    "fan of references, explained": (lambda n: image(fan(n)), 2_000, "-explain"),
+    "a patch of many, explained": (lambda n: image(patched(n)), 3_000, "-explain"),
+    "layers in layers, explained": (lambda n: image(layers(n)), 20_000, "-explain"),
+    "a long name of many, explained": (lambda n: long_name(n // 8, n), 400_000, "-explain -csv"),
+    "empty lists, explained": (lambda n: image(tag(EXE) * n), 400_000, "-explain -only high"),
+    "empty patches, explained": (lambda n: image(tag(PATCH) * n), 200_000, "-explain -csv -only low"),
+    "operations, explained": (lambda n: image(operations(n)), 1_200_000, "-explain"),
+    "layers in layers, explained in a page": (lambda n: image(layers(n)), 20_000, "-explain -html"),
+    "nested lists, compared": (lambda n: image(nested(n)), 100_000, "-diff examples/sample.sdb"),
+    "alike in name, compared": (lambda n: image(*(tag(EXE, NAMED, dword(0x4001, i)) for i in range(n))),
+                                50_000, "-diff examples/sample.sdb"),
+    "nested lists, known": (lambda n: image(nested(n)), 250, "-exes -known examples/sample.sdb"),
 }
 
 # What would have no end of its own: more of what stands above, or of a kind by itself.
@@ -184,6 +216,9 @@ BEYOND = {
     "texts in one another": (
         lambda: image(strings=["a" * 5_000_000, "z"]),
         "-strings " + ",".join("a" * i + "b" for i in range(400)), "no matches found"),
+    **{f"a text of marks, {options}": (lambda: marked_everywhere(9 * MIB), options, "")
+       for options in ("-exes", "-exes -multiline -safe_csv", "-exes -json", "-stringtable -html",
+                       "-stats", "-stats -csv", "-stats -csvl2t", "-stats -timesketch")},
     "a sparse hive": (lambda: 60 << 30, "-stats -reg SPARSE", "is no hive"),
     "inflated beyond": (lambda: deflated(image(bytes(70 * MIB))), "-exes",
                         "it inflates to more than quilt takes"),

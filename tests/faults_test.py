@@ -138,6 +138,18 @@ class Faults(Runs):
             self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
                        "-quiet", form)
 
+    def test_explanations(self):
+        self.check("-explain", "-json", "-quiet", "-by_content", "-partition", "IN", "-reg", "IN/HIVE",
+                   "-known", "IN/ProgramData/helper.sdb")
+
+    def test_differences(self):
+        self.check("-enumdir", "IN/Windows", "-num_subdirs", "8", "-diff", "IN/Windows/AppPatch", "-quiet")
+
+    def test_matches_of_a_list(self):
+        self.check("-match", "-pe", "-enumdir", "IN", "-num_subdirs", "8", "-explain", "-csv", "-quiet",
+                   "-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-sdb", "IN/Windows/AppPatch/sysmain.sdb",
+                   "-threads", "3")
+
     def test_program(self):
         self.check("-pe", "IN/tool2.exe", "-stats", "-quiet")
 

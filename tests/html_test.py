@@ -18,7 +18,9 @@ from forms_test import ACTING
 from json_test import LISTINGS, offsets_in_lines
 from support import hives
 from support.hostile import HOSTILE, damaged_databases, hostile_database
-from support.whole_runs import FAILED, SAMPLE, Database, Runs, main, run, small_database
+from support.json_lines import read_report
+from support.whole_runs import (COMPRESSED, FAILED, SAMPLE, Database, Runs, main, run, small_database,
+                                small_program)
 
 # What a page is made of: nothing that leads out of it, and no attribute that acts.
 ELEMENTS = set("""html head meta title style body header h1 h2 h3 main section details summary div p b em span dl dt
@@ -43,14 +45,18 @@ class Html(Runs):
         page = xml.fromstring(text)
         self.assertLessEqual({element.tag for element in page.iter()}, ELEMENTS)
         self.assertLessEqual({name for element in page.iter() for name in element.keys()}, ATTRIBUTES)
-        ids = {element.get("id") for element in page.iter()}
-        self.assertLessEqual({link.get("href")[1:] for link in page.iter("a")}, ids)
+        ids = [element.get("id") for element in page.iter() if element.get("id")]
+        self.assertEqual(len(ids), len(set(ids)))
+        self.assertLessEqual({link.get("href")[1:] for link in page.iter("a")}, set(ids))
         policy = page.find("head/meta[@http-equiv]").get("content")
         digests = ["'sha256-" + base64.b64encode(hashlib.sha256(page.find(where).text.encode()).digest()).decode() + "'"
                    for where in ("head/style", "body/script", )]
         self.assertEqual(policy, f"default-src 'none'; style-src {digests[0]}; script-src {digests[1]}; "
                                  "base-uri 'none'; form-action 'none'")
         return page
+
+    def examined(self, page):
+        return [text_of(row) for row in page.findall(".//table[@class='all']/tr")[1:]]
 
     def cards(self, page):
         return page.findall(".//details[@class='c']")
@@ -74,6 +80,24 @@ class Html(Runs):
                 name = [*re.findall(r"(?m)^Database Internal Name\|(.*)$", run(
                     f"-sdb {path} -stats -quiet -csv_separator |").stdout.decode()), ""][0]
                 self.assertEqual(text_of(self.facts(stats.find("body/main/section"))["name"]), name)
+
+    def test_explanations_and_differences_are_tables(self):
+        d = Database()  # so many that several threads tell of them
+        long = self.write("long.sdb", d.image(d.tag(0x7007, d.tag(0x6001, "svchost.exe")) * 600))
+        hostile = [self.write(f"{number}.sdb", hostile_database(text, HOSTILE[number - 1]))
+                   for number, text in enumerate(HOSTILE)]
+        for path in (SAMPLE, long, *hostile):
+            for options, kind in ((f"-sdb {path} -explain", "finding"),
+                                  (f"-sdb {SAMPLE} -diff {path}", "difference")):
+                with self.subTest(options=options):
+                    options += " -threads 3 -quiet "
+                    rows = self.page(options + "-html").findall(f".//table[@class='{kind}']/tr")
+                    told = [line for line in read_report(run(options + "-json").stdout) if line["kind"] == kind]
+                    self.assertEqual([row[2 if kind == "finding" else 1].text for row in rows],
+                                     [line["id" if kind == "finding" else "change"] for line in told])
+                    elements = xml.fromstring(run(options + "-xml").stdout).iter(kind)
+                    self.assertEqual(len(list(elements)), len(told))
+        self.assertGreater(run(f"-sdb {long} -explain -csv -quiet").stdout.count(b"target.core"), 599)
 
     def test_records_are_whole(self):
         """Every offset of the plain listing stands in the page."""
@@ -125,10 +149,10 @@ class Html(Runs):
         page = self.page(options, code=FAILED)
         run_facts = self.facts(page.find("body/header"))
         self.assertIn(options, text_of(run_facts["command line"]))
-        rows = [text_of(row) for row in page.findall(".//table[@class='all']/tr")[1:]]
+        rows = self.examined(page)
         good, = (row for row in rows if row.startswith(path))
         bad, = (row for row in rows if "is no database" in row)
-        for digest in ("md5", "sha256"):
+        for digest in ("md5", "sha1", "sha256"):
             self.assertIn(hashlib.new(digest, image).hexdigest(), good)
         for words in ("Named", "database compiled 2003-06-", "file modified ", "registry installed ", f"{len(image)}"):
             self.assertIn(words, good)
@@ -138,13 +162,23 @@ class Html(Runs):
         told = self.facts(page.find("body/main/section[@id='%s']" % next(
             link.get("href")[1:] for link in page.iter("a") if link.text == path)))
         self.assertIn("Says <so>", text_of(told["registry"]))
+        program = self.write("tool.exe", small_program(1_500_000_000))
+        listed = f"{COMPRESSED}\n{path}\n{self.path('none')}\n{COMPRESSED}\n".encode()
+        page = self.page(f"-pipe -match -pe {program} -html -quiet", code=FAILED, lines=listed)
+        digests = {name: hashlib.sha256(Path(name).read_bytes()).hexdigest() for name in (program, SAMPLE, COMPRESSED)}
+        tool, packed, *_, again = self.examined(page)
+        self.assertTrue(tool.startswith(program) and digests[program] in tool and "program compiled" in tool, tool)
+        self.assertIn(f"SHA-256 {digests[COMPRESSED]}inflated MD5", packed)
+        self.assertIn(f"inflated SHA-256 {digests[SAMPLE]}", packed)
+        self.assertEqual(packed, again)
+        self.assertEqual(text_of(self.facts(page.find("body/main/section"))["md5, inflated"]),
+                         hashlib.md5(Path(SAMPLE).read_bytes()).hexdigest())
 
     def test_every_run_is_a_whole_page(self):
         tool = self.write("tool.exe", b"no program")
         self.write("v/Windows/AppPatch/a.sdb", Path(SAMPLE).read_bytes())
         lists = f"{SAMPLE}\n{tool}\n{self.path('none.sdb')}\n".encode()
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        program = self.write("p.exe", (head + b"PE\0\0" + bytes(20) + b"\x0b\1").ljust(4096, b"\0"))
+        program = self.write("p.exe", small_program())
         for options, code, words in (
                 (f"-sdb {SAMPLE} -strings nowhere", 0, "1 database, 0 records; 0 could"),
                 (f"-sdb {SAMPLE} -match -pe {tool}", FAILED, "1 could not be read"),

@@ -82,17 +82,21 @@ class Options(Runs):
         bold = f"\x1b[1mExe ID's [{SAMPLE}]\x1b[0m\n"
         self.assertIn(bold, self.on_terminal(*words, "-guids"))
         self.assertIn(f"\x1b[1m-------------------- [{SAMPLE}]\x1b[0m\n", self.on_terminal(*words, "-exes", "-multiline"))
+        explained = self.on_terminal(*words, "-explain", columns=200)
+        for shown in ("\x1b[1mledger.exe  ", "\x1b[1;31m  HIGH    patch.code  ", "\x1b[33m  MEDIUM  engine.off  ",
+                      "\n                            +0x00012f42  74 -> eb"):
+            self.assertIn(shown, explained)
         whole = self.printed(*words, "-guids", "-quiet").decode()
         for more in ({"env": {"NO_COLOR": "1"}}, {"env": {"TERM": "dumb"}}):
             self.assertEqual(self.on_terminal(*words, "-guids", columns=200, **more), whole)
-        for report in ("-guids -color never", "-guids -csv", "-exes", "-exes -json", "-stats -csvgen", "-stats -safe_csv"):
+        for report in ("-guids -color never", "-guids -csv", "-explain -csvgen", "-explain -xml", "-exes", "-exes -json", "-stats -csvgen", "-stats -safe_csv"):
             shown = self.on_terminal(*words, *report.split(), columns=200)
             self.assertEqual(("\x1b" in shown, bool(shown)), (False, True), report)
         # What does not fit goes on below, and nothing is lost.
-        for report in ("-guids", "-stats"):
+        for report, columns in (("-guids", 50), ("-stats", 50), ("-explain", 80)):
             plain = self.printed(*words, report, "-quiet").decode()
-            shown = self.on_terminal(*words, report, "-color", "never", columns=50)
-            self.assertLessEqual(max(map(len, shown.split("\n"))), 50)
+            shown = self.on_terminal(*words, report, "-color", "never", columns=columns)
+            self.assertLessEqual(max(map(len, shown.split("\n"))), columns)
             self.assertEqual("".join(shown.split()), "".join(plain.split()))
         self.assertIn(bold.encode(), self.printed(*words, "-guids", "-quiet", "-color", "ALWAYS"))
         out = self.path("out")
@@ -103,9 +107,11 @@ class Options(Runs):
     def test_a_terminal_shows_how_far_a_list_is(self):
         for name in ("a", "b"):
             self.write(f"in/{name}.sdb", small_database(1, name))
-        with open(self.path("report"), "wb") as report:
-            shown = self.on_terminal("-enumdir", self.path("in"), "-stats", stdout=report, columns=300)
-        self.assertRegex(shown, r"^\x1b\[2K\r1 of 2 files, [\d.]+ a second, \d+ s left: \S+/[ab].sdb\x1b\[2K\r +\r$")
+        for words, total in ((("-stats",), 2), (("-diff", self.path("in")), 4)):
+            with open(self.path("report"), "wb") as report:
+                shown = self.on_terminal("-enumdir", self.path("in"), *words, stdout=report, columns=300)
+            self.assertRegex(shown, rf"^\x1b\[2K\r1 of {total} files, [\d.]+ a second, \d+ s left: \S+/[ab].sdb"
+                                    r"\x1b\[2K\r +\r$")
         with open(self.path("report"), "wb") as report:
             self.assertEqual(self.on_terminal("-enumdir", self.path("in"), "-stats", "-quiet", stdout=report), "")
 

@@ -51,6 +51,9 @@ class Pages(Runs):
                               ("mounted/Windows/AppPatch/case.sdb", SAMPLE),
                               ("mounted/Windows/System32/config/SOFTWARE", hive)):
             self.write(place, Path(source).read_bytes())
+        for name in ("old.sdb", "vendor.sdb"):
+            self.write(name, Path("examples/changed.sdb").read_bytes())
+        self.write("firm.tsv", b"list\tentry\tnote\nknown host\thelp.example\t\n")
         self.write("list.txt", b"case.sdb\n")
         subprocess.run([self.beside("make_program"), "4096", self.path("program.exe")], check=True)
         told = subprocess.run([self.beside("tell_options")], check=True, capture_output=True, text=True)

@@ -2,12 +2,15 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "form/html_facts.h"
 #include "form/html_page.h"
 #include "form/html_records.h"
 #include "form/html_summary.h"
 #include "form/html_text.h"
+#include "form/value_text.h"
 #include "form/writer.h"
 
 namespace form {
@@ -69,16 +72,29 @@ public:
         if (is_open_) {
             is_open_ = false;
             out_.literal("</section>\n");
-            add_summary_line(kept_, about_, style_, records());
+            add_summary_line(kept_, about_, place_name_, style_, records());
         }
         return goes_on();
     }
-    bool end_section() override
+    bool end_section() override { return end_rows(); }
+    bool end_rows() override
     {
         close_rows();
         return goes_on();
     }
+    bool line(std::string_view) override { return goes_on(); }
+    bool shows_lines() const override { return false; }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        std::vector<cell> shown(cells.begin(), cells.end());
+        std::erase_if(shown, [&](const cell& one) {
+            return one.names_document && document_.database != nullptr;
+        });
+        return row(kind, shown);
+    }
     bool note(std::string_view text) override { return paragraph("note", text); }
+    bool remark(std::string_view text) override { return note(text); }
     bool heading(std::string_view text) override
     {
         close_rows();
@@ -86,31 +102,23 @@ public:
         out_.text(shown);
         return goes_on();
     }
-    // Long tables are parted, as browsers lay a table out at once.
+    // A row is held until it is whole, but for its long values.
     bool row(std::string_view kind, std::span<const cell> cells) override
     {
-        constexpr unsigned most_rows = 500;
-        uni::text_buffer& line = row_;
-        line.clear();
-        if (rows_ % most_rows == 0) {
-            line.text(rows_ == 0 ? "<table class=\"" : "</table>\n<table class=\"");
-            line.text(kind);
-            line.literal("\"><thead><tr>");
-            for (const cell& one : cells) {
-                line.literal("<th>");
-                line.text(one.name);
-                line.literal("</th>");
+        row_.clear();
+        begin_row(kind, cells);
+        const std::uint64_t begin = out_.total();
+        try {
+            write_cells(cells);
+        } catch (...) {
+            if (out_.total() != begin) {
+                out_.literal("</td></tr>\n");
+                ++rows_;
             }
-            line.literal("</tr></thead>\n");
+            throw;
         }
-        line.literal("<tr>");
-        for (const cell& one : cells) {
-            line.literal("<td>");
-            write_html_value(line, one.shown, style_, document_.database);
-            line.literal("</td>");
-        }
-        line.literal("</tr>\n");
-        out_.text(line.view());
+        row_.literal("</tr>\n");
+        out_.text(row_.view());
         ++rows_;
         return goes_on();
     }
@@ -118,58 +126,63 @@ public:
     void end_asides(uni::text_buffer&) override {}
     bool subject(const entry& facts) override
     {
-        uni::text_buffer section;
-        about_ = tell(section, facts);
-        out_.text(section_head(about_.path));
-        out_.long_text(section.view());
-        out_.literal("</section>\n");
-        add_summary_line(kept_, about_, style_, 0);
+        about_ = tell(facts, "</section>\n",
+                      [this](const told_subject& subject) { return section_head(subject.path); });
+        add_summary_line(kept_, about_, place_name_, style_, 0);
         return goes_on();
     }
     bool separate() override { return goes_on(); }
     bool facts(const told_facts& facts) override
     {
-        html_facts taker(out_, style_, document_.database, [this] { return goes_on(); });
-        try {
-            facts.tell(taker);
-        } catch (...) {
-            taker.abandon();
-            throw;
-        }
-        taker.finish();
+        close_rows();
+        tell(facts, {}, {});
         return goes_on();
     }
     std::uint64_t most_records() const override { return 20'000; }
 
 private:
-    // Begun wholly or not at all.
     void begin_document() override
     {
         records_writer();
-        uni::text_buffer head;
         if (document_.about != nullptr) {
-            head.literal("<details class=\"facts\"><summary>What it is</summary>\n");
-            about_ = tell(head, *document_.about);
-            head.literal("</details>\n");
+            about_ = tell(
+                *document_.about, "</details>\n",
+                [this](const told_subject&) {
+                    return section_head(marked_path_) +
+                           "<details class=\"facts\"><summary>What it is</summary>\n";
+                },
+                "</section>\n");
         } else {
             about_.path = marked_path_;
+            out_.text(section_head(marked_path_));
         }
-        const std::string begin = section_head(about_.path);
-        out_.room(begin.size() + head.view().size());
-        out_.text(begin);
-        out_.text(head.view());
         is_open_ = true;
     }
-    static std::string section_head(const std::string& path)
+    std::string section_head(const std::string& path) const
     {
-        return "<section id=\"" + html_anchor(path) + "\"><h2>" + html_text(path) + "</h2>\n";
+        return "<section id=\"" + place_name_ + "\"><h2>" + html_text(path) + "</h2>\n";
     }
-    told_subject tell(uni::text_buffer& out, const told_facts& facts)
+    // Tells facts between an opening and a closing, and gives what the table on top has of them. Where an
+    // exception ends them, what was begun is ended, with what else was opened.
+    told_subject tell(const told_facts& facts, const std::string& closing,
+                      html_facts::opening_text opening, const std::string& more_closing = {})
     {
-        html_facts taker(out, style_, document_.database, [this] { return goes_on(); });
-        facts.tell(taker);
-        taker.finish();
-        return taker.subject();
+        html_facts taker(
+            out_, style_, database_of(facts), [this] { return goes_on(); }, std::move(opening));
+        told_subject known;
+        const std::string all_closing = closing + more_closing;
+        try {
+            facts.tell(taker);
+            known = taker.subject();
+            if (!taker.program().path.empty()) {
+                add_summary_line(kept_, taker.program(), {}, style_, 0);
+            }
+            taker.finish(closing);
+        } catch (...) {
+            taker.abandon(all_closing);
+            throw;
+        }
+        return known;
     }
     html_record_writer& records_writer()
     {
@@ -196,12 +209,12 @@ private:
             const std::string section = section_head(std::string(path)) + "<p class=\"bad\">" +
                                         html_text(reason) + "</p></section>\n";
             out_.text(section);
-            told_subject unread;
-            unread.path = path;
-            add_summary_line(kept_, unread, style_, 0, reason);
         } else {
             paragraph("bad", std::string(path) + ": " + std::string(reason));
         }
+        told_subject unread;
+        unread.path = path;
+        add_summary_line(kept_, unread, is_open_ ? std::string() : place_name_, style_, 0, reason);
     }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
@@ -226,6 +239,37 @@ private:
         if (rows_ != 0) {
             rows_ = 0;
             out_.literal("</table>\n");
+        }
+    }
+
+    // Long tables are parted, as browsers lay a table out at once.
+    void begin_row(std::string_view kind, std::span<const cell> cells)
+    {
+        constexpr unsigned most_rows = 500;
+        if (rows_ % most_rows == 0) {
+            row_.text(rows_ == 0 ? "<table class=\"" : "</table>\n<table class=\"");
+            row_.text(kind);
+            row_.literal("\"><thead><tr>");
+            for (const cell& one : cells) {
+                row_.literal("<th>");
+                row_.text(one.name);
+                row_.literal("</th>");
+            }
+            row_.literal("</tr></thead>\n");
+        }
+        row_.literal("<tr>");
+    }
+    void write_cells(std::span<const cell> cells)
+    {
+        for (const cell& one : cells) {
+            row_.literal("<td>");
+            const bool is_long_one = is_long(one.shown, document_.database);
+            if (is_long_one) {
+                out_.text(row_.view());
+                row_.clear();
+            }
+            write_html_value(is_long_one ? out_ : row_, one.shown, style_, document_.database);
+            row_.literal("</td>");
         }
     }
 

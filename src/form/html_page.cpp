@@ -99,19 +99,19 @@ void write_html_head(uni::text_buffer& out, const run_facts& run, const request:
     write_fact(out, "command line", command_line(run));
     write_fact(out, "time", time);
     write_fact(out, "host", run.host + "; " + run.system);
-    out.literal(
-        "</dl>\n<p class=\"bad end\">This page has no end: the run was cut off, or the page is "
-        "still loading.</p>\n</header>\n"
-        "<form id=\"find\" hidden=\"\" role=\"search\">\n"
-        "<label>Search <input id=\"words\" type=\"search\" autocomplete=\"off\"/></label>\n"
-        "<label>Program <input id=\"program\" type=\"search\" list=\"programs\" "
-        "autocomplete=\"off\"/></label>\n"
-        "<label>Fix <input id=\"fix\" type=\"search\" list=\"fixes\" "
-        "autocomplete=\"off\"/></label>\n"
-        "<label>Tag <select id=\"tag\"><option value=\"\">any</option></select></label>\n"
-        "<output id=\"shown\" aria-live=\"polite\"></output>\n"
-        "<datalist id=\"programs\"></datalist><datalist id=\"fixes\"></datalist>\n"
-        "</form>\n<main>\n");
+    out.literal("</dl>\n<p class=\"bad\" id=\"end\">Where no table of what was examined follows, "
+                "this page has no end: "
+                "the run was cut off, or the page is still loading.</p>\n</header>\n"
+                "<form id=\"find\" hidden=\"\" role=\"search\">\n"
+                "<label>Search <input id=\"words\" type=\"search\" autocomplete=\"off\"/></label>\n"
+                "<label>Program <input id=\"program\" type=\"search\" list=\"programs\" "
+                "autocomplete=\"off\"/></label>\n"
+                "<label>Fix <input id=\"fix\" type=\"search\" list=\"fixes\" "
+                "autocomplete=\"off\"/></label>\n"
+                "<label>Tag <select id=\"tag\"><option value=\"\">any</option></select></label>\n"
+                "<output id=\"shown\" aria-live=\"polite\"></output>\n"
+                "<datalist id=\"programs\"></datalist><datalist id=\"fixes\"></datalist>\n"
+                "</form>\n<main>\n");
 }
 
 void write_html_script(uni::text_buffer& out)

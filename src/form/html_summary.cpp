@@ -37,11 +37,19 @@ std::string_view take_field(std::string_view& line)
     return field;
 }
 
+// Of a subject without a section, which comes with each database, the first line.
 void for_each_line(std::string_view lines, auto&& act)
 {
+    constexpr std::string_view link = "<tr><td><a ";
+    std::string_view last_without;
     while (!lines.empty()) {
         const std::size_t end = std::min(lines.find('\n'), lines.size());
-        act(lines.substr(0, end));
+        const std::string_view line = lines.substr(0, end);
+        const bool has_section = line.starts_with(link);
+        if (has_section || line != last_without) {
+            act(line);
+        }
+        last_without = has_section ? last_without : line;
         lines.remove_prefix(std::min(end + 1, lines.size()));
     }
 }
@@ -76,6 +84,19 @@ std::string short_label(const std::string& path)
 std::string moment_line(const told_time& one, const request::cmd_params& style)
 {
     return one.source + " " + one.event + " " + moment_text(one.time, style).joined() + " UTC";
+}
+
+std::string digest_lines(const told_digests& digests, std::string_view state)
+{
+    std::string lines;
+    for (const auto& [label, digest] :
+         {std::pair("MD5 ", &digests.md5), std::pair("SHA-1 ", &digests.sha1),
+          std::pair("SHA-256 ", &digests.sha256)}) {
+        if (!digest->empty()) {
+            lines.append(state).append(label).append(html_text(*digest)).append("<br/>");
+        }
+    }
+    return lines;
 }
 
 bool is_known(const told_time& one)
@@ -308,22 +329,13 @@ void write_counts(uni::text_buffer& out, const run_outcome& outcome)
 
 } // namespace
 
-std::string html_anchor(std::string_view path)
-{
-    std::uint64_t hash = 0xcbf29ce484222325;
-    for (const char c : path) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-    }
-    char digits[16];
-    return "s" + std::string(digits, uni::put_hex(digits, hash, 16));
-}
-
 void add_summary_line(uni::text_buffer& kept, const told_subject& subject,
-                      const request::cmd_params& style, std::uint64_t records,
-                      std::string_view failure)
+                      const std::string& section, const request::cmd_params& style,
+                      std::uint64_t records, std::string_view failure)
 {
-    std::string line = "<tr><td><a href=\"#" + html_anchor(subject.path) + "\">" +
-                       html_text(subject.path) + "</a>";
+    const std::string path = html_text(subject.path);
+    std::string line = section.empty() ? "<tr><td>" + path
+                                       : "<tr><td><a href=\"#" + section + "\">" + path + "</a>";
     if (!subject.name.empty()) {
         line += "<br/>" + html_text(subject.name);
     }
@@ -334,11 +346,12 @@ void add_summary_line(uni::text_buffer& kept, const told_subject& subject,
     for (const told_time& one : subject.times) {
         line += is_known(one) ? html_text(moment_line(one, style)) + "<br/>" : "";
     }
-    line += "</td><td>" + html_text(subject.size) + "</td><td>";
-    for (const auto& [label, digest] :
-         {std::pair("MD5 ", &subject.md5), std::pair("SHA-256 ", &subject.sha256)}) {
-        line += digest->empty() ? "" : label + html_text(*digest) + "<br/>";
+    line += "</td><td>" + html_text(subject.file.size);
+    if (!subject.inflated.size.empty()) {
+        line += "<br/>inflated " + html_text(subject.inflated.size);
     }
+    line +=
+        "</td><td>" + digest_lines(subject.file, "") + digest_lines(subject.inflated, "inflated ");
     line += "</td><td>" + std::to_string(records) + "</td></tr>";
     line += field_end + short_label(subject.path);
     for (const told_time& one : subject.times) {

@@ -13,14 +13,12 @@
 // table for each, and a picture of their times.
 namespace form {
 
-// The name of a subject's section within the page.
-std::string html_anchor(std::string_view path);
-
-// What is kept of a subject until the end: a line of text for write_html_summary(). Of one that could not be
-// read `failure` tells why.
+// What is kept of a subject until the end: a line of text for write_html_summary(). Its section within the page
+// has the id `section`; one without is told once, however many lines there are. Of one that could not be read
+// `failure` tells why.
 void add_summary_line(uni::text_buffer& kept, const told_subject& subject,
-                      const request::cmd_params& style, std::uint64_t records,
-                      std::string_view failure = {});
+                      const std::string& section, const request::cmd_params& style,
+                      std::uint64_t records, std::string_view failure = {});
 
 void write_html_summary(uni::text_buffer& out, const run_outcome& outcome,
                         const request::cmd_params& style);

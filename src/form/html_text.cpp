@@ -10,6 +10,8 @@
 #include "uni/marks.h"
 #include "uni/numbers.h"
 #include "uni/text.h"
+#include "uni/text_targets.h"
+#include "uni/time.h"
 #include "uni/utf.h"
 
 namespace form {
@@ -19,6 +21,18 @@ namespace {
 namespace type = sdb::type;
 
 constexpr std::string_view utc_mark = " UTC";
+
+// Hands text on with its markup escaped.
+class escaped_text final : public uni::text_in_blocks {
+public:
+    explicit escaped_text(uni::text_buffer& to) : to_(to) {}
+    void finish() { hand_on(); }
+
+private:
+    void take(std::string_view block) override { uni::write_xml_escaped(to_, block); }
+
+    uni::text_buffer& to_;
+};
 
 bool needs_escape(std::string_view text)
 {
@@ -94,19 +108,28 @@ std::string html_text(std::string_view text)
 
 void write_html_text(uni::text_buffer& out, std::string_view text)
 {
-    out.text(html_text(text));
+    uni::marked_pieces pieces(text);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        uni::write_xml_escaped(out, piece);
+    }
 }
 
 void write_html_stored_text(uni::text_buffer& out, uni::byte_view stored)
 {
-    char* const begin = out.room(uni::stored_text_room(stored.size()));
+    constexpr std::uint64_t long_text = 0x8000;
     bool is_plain = false;
+    if (stored.size() > long_text) {
+        uni::text_buffer aside;
+        write_html_text(out, stored_text(aside, stored, is_plain));
+        return;
+    }
+    char* const begin = out.room(uni::stored_text_room(stored.size()));
     char* const end = uni::put_stored_utf16(begin, stored, is_plain);
     const std::string_view text(begin, static_cast<std::size_t>(end - begin));
     if (is_plain || !(needs_escape(text) || uni::needs_marks(text))) {
         out.taken(end);
     } else {
-        write_html_text(out, text); // over it
+        write_html_text(out, std::string(text));
     }
 }
 
@@ -143,11 +166,13 @@ void write_html_value(uni::text_buffer& out, const value& shown, const request::
         write_html_tag(out, *database, database->tag_from(stored->offset), stored->offset, style);
         return;
     }
-    std::string text = uni::xml_escape(value_text(shown, style, database));
-    if (std::holds_alternative<moment>(shown) && !uni::trimmed(text).empty()) {
-        text += utc_mark;
+    escaped_text to(out);
+    write_value(to, shown, style, database);
+    to.finish();
+    if (const moment* const when = std::get_if<moment>(&shown);
+        when != nullptr && uni::time_value_from(when->raw, when->kind).valid) {
+        out.text(utc_mark);
     }
-    out.text(text);
 }
 
 } // namespace form

@@ -35,7 +35,7 @@ json_member make_member(std::uint16_t tag)
     const std::string name = ",\"" + sdb::tag_name(tag) + "\":";
     std::ranges::copy(name, made.name.begin());
     made.length = static_cast<std::uint8_t>(name.size());
-    made.form = form_of(tag);
+    made.form = json_form_of(tag);
     made.is_dword = made.form == value_form::number && sdb::tag_type(tag) == type::dword;
     made.key = key_of(tag);
     made.shares_name = made.key == type::byte_ || made.key == 0;
@@ -160,7 +160,8 @@ char* json_record_writer::open_member(const json_member& member, bool is_first)
     return end + member.length - skipped;
 }
 
-// Writes the text of a reference, if it leads to a short one; false, and nothing written, if not.
+// Writes the text of a reference, if it leads to a short one that ends its string; false, and nothing
+// written, if not.
 bool json_record_writer::write_short_text(std::uint32_t reference)
 {
     constexpr std::uint64_t longest = 0x1000;
@@ -172,9 +173,11 @@ bool json_record_writer::write_short_text(std::uint32_t reference)
     bool is_plain = false;
     char* end = uni::put_stored_utf16(begin + 1, stored, is_plain);
     const std::string_view text(begin + 1, static_cast<std::size_t>(end - begin - 1));
-    if (is_plain ? text.find('\\') != text.npos : needs_json_escape(text)) {
-        write_json_stored_text(out_, stored); // over it
-        return true;
+    const bool is_as_it_is =
+        is_plain ? stored.size() == text.size() * 2 + 2 && text.find('\\') == text.npos
+                 : ends_with_its_text(stored) && !needs_json_escape(text);
+    if (!is_as_it_is) {
+        return false;
     }
     *begin = '"';
     *end++ = '"';

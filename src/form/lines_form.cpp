@@ -13,6 +13,7 @@
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/marks.h"
+#include "uni/text_targets.h"
 
 namespace form {
 
@@ -36,15 +37,13 @@ void write_padded_name(uni::text_buffer& out, std::uint16_t tag)
     }
 }
 
-std::string tag_count_text(const tag_count& counted)
+void write_tag_count(uni::text_buffer& out, const tag_count& counted)
 {
-    uni::text_buffer text;
-    text.literal("tag 0x");
-    text.hex(counted.tag, 4);
-    text.literal(": ");
-    text.right(std::to_string(counted.number), count_columns);
-    text.text(counted.number > 1 ? " items" : " item");
-    return std::string(text.view());
+    out.literal("tag 0x");
+    out.hex(counted.tag, 4);
+    out.literal(": ");
+    out.right(std::to_string(counted.number), count_columns);
+    out.text(counted.number > 1 ? " items" : " item");
 }
 
 } // namespace
@@ -147,13 +146,25 @@ void lines_form::write_patch_lines(const model::record_item& item)
     }
 }
 
-std::string lines_form::line_text(const labelled_line& line) const
+void lines_form::write_line_text(uni::text_buffer& out, const labelled_line& line,
+                                 const sdb::sdb_database* database) const
 {
     if (const tag_count* const counted = std::get_if<tag_count>(&line.shown)) {
-        return tag_count_text(*counted);
+        write_tag_count(out, *counted);
+    } else {
+        write_safe_value(out, line.shown, style_, database);
+        out.text(std::holds_alternative<moment>(line.shown) ? utc_mark : std::string_view());
     }
-    std::string text = safe_text(value_text(line.shown, style_, document_.database), style_);
-    return std::holds_alternative<moment>(line.shown) ? text.append(utc_mark) : text;
+}
+
+// The remark does not count for the width, which the values alone settle.
+void lines_form::write_remarked_text(uni::text_buffer& out, const labelled_line& line,
+                                     const sdb::sdb_database* database) const
+{
+    write_line_text(out, line, database);
+    if (line.remark) {
+        out.text(" [" + moment_text(*line.remark, style_).joined() + " UTC]");
+    }
 }
 
 bool lines_form::heading(std::string_view text)
@@ -178,29 +189,72 @@ bool lines_form::row(std::string_view kind, std::span<const cell> cells)
     return goes_on();
 }
 
+bool lines_form::line(std::string_view text)
+{
+    return say_line(text, {});
+}
+
+bool lines_form::title(std::string_view text)
+{
+    return say_line(text, shade::heading);
+}
+
+// What stands below the first line of a row has no colour of its own.
+bool lines_form::entry_row(std::string_view, std::span<const cell> cells,
+                           std::span<const std::string> lines)
+{
+    const auto weighs = [cells](emphasis one) {
+        return std::ranges::any_of(cells, [one](const cell& of) { return of.weighs == one; });
+    };
+    std::string_view begin = weighs(emphasis::high)     ? shade::high
+                             : weighs(emphasis::medium) ? shade::medium
+                                                        : std::string_view();
+    for (const std::string& text : lines) {
+        say_line(text, begin);
+        begin = {};
+    }
+    return goes_on();
+}
+
+bool lines_form::say_line(std::string_view text, std::string_view shade_begin)
+{
+    const bool paints = has_colors() && !shade_begin.empty();
+    if (!paints && columns() == 0) {
+        return writer::line(text);
+    }
+    constexpr std::size_t hanging = 4;
+    const std::string shown = uni::marked(safe_text(std::string(text), style_));
+    const std::size_t lead = std::min(shown.find_first_not_of(' '), shown.size());
+    out_.text(paints ? shade_begin : "");
+    out_.blanks(lead);
+    write_wrapped(out_, std::string_view(shown).substr(lead), lead + hanging, columns());
+    out_.text(paints ? shade::end : "");
+    out_.line_end();
+    return goes_on();
+}
+
 bool lines_form::subject(const entry& facts)
 {
     const labelled_lines shape = facts.lines();
-    std::vector<std::string> texts;
-    std::size_t value_width = shape.narrowest_value;
+    std::uint64_t value_width = shape.pads_values ? shape.narrowest_value : 0;
     for (const labelled_line& line : shape.lines) {
-        texts.push_back(line_text(line));
-        if (line.sets_width) {
-            value_width = std::max(value_width, texts.back().size());
+        if (line.sets_width && shape.pads_values) {
+            uni::text_counter counted;
+            write_line_text(counted, line, database_of(facts));
+            value_width = std::max(value_width, counted.total());
         }
     }
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        const labelled_line& line = shape.lines[i];
-        // The remark does not count for the width, which the values alone settle.
-        if (line.remark) {
-            texts[i] += " [" + moment_text(*line.remark, style_).joined() + " UTC]";
-        }
+    for (const labelled_line& line : shape.lines) {
         out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
         if (columns() == 0) {
-            out_.left(texts[i], shape.pads_values ? value_width : 0);
+            const std::uint64_t end = out_.total() + value_width;
+            write_remarked_text(out_, line, database_of(facts));
+            out_.blanks(end - std::min(end, out_.total()));
         } else {
-            write_wrapped(out_, texts[i], shape.label_width + style_.csv_separator.size(),
+            uni::text_buffer text;
+            write_remarked_text(text, line, database_of(facts));
+            write_wrapped(out_, text.view(), shape.label_width + style_.csv_separator.size(),
                           columns());
         }
         out_.line_end();

@@ -14,6 +14,10 @@ public:
 
     bool heading(std::string_view text) override;
     bool row(std::string_view kind, std::span<const cell> cells) override;
+    bool line(std::string_view text) override;
+    bool title(std::string_view text) override;
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string> lines) override;
     bool subject(const entry& facts) override;
     bool separate() override;
 
@@ -28,7 +32,12 @@ private:
     void write_tag_line(const model::record_item& item);
     void write_depth(std::uint16_t depth);
     void write_patch_lines(const model::record_item& item);
-    std::string line_text(const labelled_line& line) const;
+    void write_line_text(uni::text_buffer& out, const labelled_line& line,
+                         const sdb::sdb_database* database) const;
+    void write_remarked_text(uni::text_buffer& out, const labelled_line& line,
+                             const sdb::sdb_database* database) const;
+
+    bool say_line(std::string_view text, std::string_view shade_begin);
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;

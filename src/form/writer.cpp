@@ -72,6 +72,24 @@ bool writer::row(std::string_view, std::span<const cell> cells)
     return goes_on();
 }
 
+bool writer::line(std::string_view text)
+{
+    if (style_.safe_csv || uni::needs_marks(text)) {
+        return note(safe_text(std::string(text), style_));
+    }
+    out_.text(text);
+    out_.line_end();
+    return goes_on();
+}
+
+bool writer::entry_row(std::string_view, std::span<const cell>, std::span<const std::string> lines)
+{
+    for (const std::string& text : lines) {
+        line(text);
+    }
+    return goes_on();
+}
+
 void writer::aside(uni::text_buffer& console, std::string_view line)
 {
     console.text(line);
@@ -89,15 +107,7 @@ std::optional<std::string> writer::tag_text(std::uint32_t offset, std::size_t lo
         first.data = first.data.slice(0, longest);
         return patch_text(first);
     }
-    if (const auto type = sdb::tag_type(tag);
-        type == sdb::type::stringref || type == sdb::type::string) {
-        return stored_text_of(database(), tag, offset, longest);
-    }
-    uni::text_buffer text;
-    if (!write_tag_text(text, database(), tag, offset, style_)) {
-        return std::nullopt;
-    }
-    return std::string(text.view());
+    return comparable_text(database(), offset, longest, style_);
 }
 
 std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "form/entry.h"
 #include "form/facts.h"
@@ -63,6 +64,8 @@ public:
     virtual bool end_section();
     // A line for the reader; text in it that may not be shown is marked.
     virtual bool note(std::string_view text);
+    // A word that the messages say too, for what has no other way to tell it.
+    virtual bool remark(std::string_view) { return goes_on(); }
     // The head of rows that follow, and one of these, with one word for what it tells.
     virtual bool heading(std::string_view text);
     virtual bool row(std::string_view kind, std::span<const cell> cells);
@@ -78,6 +81,16 @@ public:
     void cut() noexcept { is_cut_ = true; }
     // Lets a fork go on with something else.
     void uncut() noexcept { is_cut_ = false; }
+    // A line for people, of what is handed over as facts or rows too, and whether there is a place for such.
+    virtual bool line(std::string_view text);
+    virtual bool shows_lines() const { return true; }
+    // The same, of a line below which stands what it names.
+    virtual bool title(std::string_view text) { return line(text); }
+    // A row of a table whose head are the names of its cells, and the lines that people read in its place.
+    virtual bool entry_row(std::string_view kind, std::span<const cell> cells,
+                           std::span<const std::string> lines);
+    // The end of rows that stand together.
+    virtual bool end_rows() { return goes_on(); }
     // A line for standard output, `console`, wherever the report goes, and what stands behind some of them.
     virtual void aside(uni::text_buffer& console, std::string_view line);
     virtual void end_asides(uni::text_buffer& console) { console.line_end(); }
@@ -116,6 +129,9 @@ public:
     // The followed records whose text was kept, which stand in records for all that belongs to them.
     model::folded_records& folds() noexcept { return folds_; }
 
+    // Names its place in the stream, as no other writer's is; for links.
+    void name_place(std::string name) { place_name_ = std::move(name); }
+
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.
     std::unique_ptr<writer> fork(uni::text_buffer& out) const;
@@ -127,6 +143,10 @@ public:
 
 protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
+    const sdb::sdb_database* database_of(const told_facts& facts) const
+    {
+        return facts.database() != nullptr ? facts.database() : document_.database;
+    }
 
     virtual void begin_document() {}
     virtual void write_failure(std::string_view, std::string_view) {}
@@ -143,6 +163,7 @@ protected:
     stream_state state_;
     document document_;
     std::string marked_path_; // of the document
+    std::string place_name_;
     uni::text_buffer kept_;
     static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
 

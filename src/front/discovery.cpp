@@ -1,9 +1,19 @@
 #include "front/discovery.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <initializer_list>
+#include <optional>
+#include <set>
 #include <string_view>
+#include <utility>
 
+#include "io/byte_source.h"
+#include "model/stored_path.h"
+#include "platform/files.h"
+#include "sdb/database.h"
+#include "uni/byte_view.h"
 #include "uni/text.h"
 
 namespace front {
@@ -114,6 +124,58 @@ void add_default_targets(std::vector<std::string>& files, const std::string& vol
         for (const std::string& folder : folders_on_volume(volume, names)) {
             walk_sdb_files(folder, files, default_depth, notices);
         }
+    }
+}
+
+std::optional<bool> begins_as_database(const std::string& path)
+{
+    const auto source = io::open_source(path);
+    if (!source) {
+        // What is no regular file is none.
+        platform::file_facts facts;
+        return platform::read_file_facts(path, facts) && facts.size == 0 ? std::optional(false)
+                                                                         : std::nullopt;
+    }
+    std::array<std::uint8_t, sdb::header_size> head{};
+    if (source->read(head, 0) != head.size()) {
+        return source->has_failed() ? std::nullopt : std::optional(false);
+    }
+    const std::uint32_t magic = uni::byte_view(head).u32(8);
+    return magic == sdb::plain_magic || magic == sdb::compressed_magic;
+}
+
+void add_targets_by_content(std::vector<std::string>& files, const std::string& volume,
+                            io::notices& notices)
+{
+    std::set<std::string> known;
+    for (const std::string& path : files) {
+        known.insert(model::folded(model::parts_of(path)));
+    }
+    std::uint64_t unread = 0;
+    std::vector<std::string> folders = {platform::walkable_path(platform::join_path(volume, {}))};
+    while (!folders.empty()) {
+        const std::string folder = std::move(folders.back());
+        folders.pop_back();
+        std::vector<std::string> below;
+        for (const platform::directory_entry& entry : list_in_order(folder, notices)) {
+            std::string path = platform::join_path(folder, entry.name);
+            if (entry.kind == platform::entry_kind::directory) {
+                below.push_back(std::move(path));
+            } else if (entry.kind == platform::entry_kind::file) {
+                const auto is_database = begins_as_database(path);
+                unread += is_database ? 0 : 1;
+                if (is_database.value_or(false) &&
+                    known.insert(model::folded(model::parts_of(path))).second) {
+                    files.push_back(std::move(path));
+                }
+            }
+        }
+        // The first comes next.
+        folders.insert(folders.end(), below.rbegin(), below.rend());
+    }
+    if (unread != 0) {
+        notices.fail("%llu files of %s could not be opened, and may be databases\n",
+                     static_cast<unsigned long long>(unread), volume.c_str());
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,13 @@ void say_linked_folder(const std::string& path, io::notices& notices);
 // Appends what the folders hold where a Windows volume keeps its databases.
 void add_default_targets(std::vector<std::string>& files, const std::string& volume,
                          io::notices& notices);
+
+// Whether a file has the first bytes of a database; nothing where nobody can tell.
+std::optional<bool> begins_as_database(const std::string& path);
+
+// Appends whatever on a volume is a database by its first bytes, as far as it is not among the files.
+void add_targets_by_content(std::vector<std::string>& files, const std::string& volume,
+                            io::notices& notices);
 
 // The path of what lies on a volume under these names, one below the other, in its spelling on disk
 // as far as it exists.

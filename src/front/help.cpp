@@ -76,6 +76,7 @@ constexpr std::string_view first_words =
     "quilt tells what Windows application-compatibility shim databases (.sdb) hold.\n"
     "\n"
     "  quilt -sdb file.sdb -apps            which programs get which fixes\n"
+    "  quilt -sdb file.sdb -explain         what it does, and what is unusual\n"
     "  quilt -sdb file.sdb -stats           digests, times, identity, counts\n"
     "  quilt -partition /mnt/c -listsdb     the databases of a mounted volume\n"
     "  quilt -enumdir folder -num_subdirs 8 -stats -csv    all below a folder\n"

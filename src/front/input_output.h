@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "form/writer.h"
@@ -20,6 +21,8 @@ public:
 
     // How the inputs before it leave the stream; waits until that is known.
     virtual form::stream_state state_before() = 0;
+    // A name that no other writer of the stream has, the same however many threads work.
+    virtual std::string next_name() = 0;
     // The writer of this input, which is asked for the state of the stream as long as it is followed.
     virtual void follow(const form::writer& form) = 0;
     // It ends.
@@ -32,11 +35,13 @@ public:
     explicit one_by_one(form::stream_state state) : state_(state) {}
 
     form::stream_state state_before() override { return state_; }
+    std::string next_name() override { return "s" + std::to_string(++names_); }
     void follow(const form::writer&) override {}
     void unfollow(const form::writer& form) noexcept override { state_ = form.state(); }
 
 private:
     form::stream_state state_;
+    std::uint64_t names_ = 0;
 };
 
 // How many inputs were told about, and how many could not be, on however many threads.

@@ -13,6 +13,7 @@ constexpr std::string_view targets = "What is examined";
 constexpr std::string_view lists = "Lists of files";
 constexpr std::string_view reports = "What is reported";
 constexpr std::string_view searches = "What is looked for";
+constexpr std::string_view explanations = "What is explained";
 constexpr std::string_view forms = "The form of the report";
 constexpr std::string_view values = "How values are written";
 constexpr std::string_view places = "Where it is written";
@@ -29,9 +30,8 @@ constexpr option_words words[] = {
      .argument = "file",
      .effect = "this database",
      .detail = "Variables such as %TEMP% are replaced, and %vss%2 at its start is the second "
-               "snapshot of the "
-               "volume.",
-     .conflicts = "-partition, -vss, -pipe, -enumdir",
+               "snapshot of the volume. Beside -match it may stand several times.",
+     .conflicts = "-partition, -vss; -pipe and -enumdir, but beside -match",
      .example = "quilt -sdb case.sdb -apps"},
     {.name = "-partition",
      .group = targets,
@@ -43,8 +43,16 @@ constexpr option_words words[] = {
                "holds NTFS the "
                "registry alone is read.",
      .otherwise = "c: for -listsdb, and for -stats without a target",
-     .conflicts = "-sdb, -pipe, -enumdir",
+     .conflicts = "-sdb; -pipe and -enumdir, but beside -match",
      .example = "quilt -partition mounted -stats"},
+    {.name = "-by_content",
+     .group = targets,
+     .effect = "databases of the volume by their bytes, in every folder",
+     .detail = "For -explain and -diff of a volume: a database is taken wherever it lies and "
+               "whatever its name is.",
+     .otherwise = "those in the folders for them, and those that the registry tells of",
+     .conflicts = "what is no volume, where it is not used",
+     .example = "quilt -partition mounted -explain -by_content"},
     {.name = "-vss",
      .group = targets,
      .argument = "volume",
@@ -56,17 +64,18 @@ constexpr option_words words[] = {
      .group = targets,
      .argument = "file",
      .effect = "a program: for -match, or what it says of itself",
-     .detail = "With -stats the report is of the program. With -stats and a list it takes no "
-               "value: the list "
-               "holds programs.",
+     .detail = "With -stats the report is of the program. With -stats or -match and a list it "
+               "takes no value: the list holds programs.",
      .conflicts = "-sdb, -partition and -reg beside -stats, where they are not used",
      .example = "quilt -pe program.exe -stats"},
     {.name = "-reg",
      .group = targets,
      .argument = "file",
      .effect = "a SOFTWARE hive that tells what is installed",
-     .otherwise = "for -stats and -listsdb of a volume its own hive",
-     .conflicts = "all but -stats and -listsdb; elsewhere it is not used",
+     .detail = "Beside -explain it may stand several times, with hives of users (NTUSER.DAT) and "
+               "of the system.",
+     .otherwise = "for -stats, -listsdb and -explain of a volume its own hive",
+     .conflicts = "all but -stats, -listsdb and -explain; elsewhere it is not used",
      .example = "quilt -sdb case.sdb -stats -reg SOFTWARE"},
 
     {.name = "-pipe",
@@ -74,13 +83,14 @@ constexpr option_words words[] = {
      .effect = "files that standard input names, a path a line",
      .detail = "The list may be UTF-8 or, with a byte order mark, UTF-16; quotes around a path are "
                "taken off.",
-     .conflicts = "-sdb, -partition; -listsdb, with which it is not used",
+     .conflicts = "-sdb and -partition, but beside -match; -listsdb, with which it is not used",
      .example = "find . -name '*.sdb' | quilt -pipe -stats -csv"},
     {.name = "-enumdir",
      .group = lists,
      .argument = "folder",
      .effect = "the databases in a folder",
-     .conflicts = "-sdb, -partition; -pipe and -listsdb, with which it is not used",
+     .conflicts = "-sdb and -partition, but beside -match; -pipe and -listsdb, with which it is "
+                  "not used",
      .example = "quilt -enumdir folder -stats"},
     {.name = "-num_subdirs",
      .group = lists,
@@ -173,10 +183,28 @@ constexpr option_words words[] = {
     {.name = "-match",
      .group = reports,
      .effect = "which records would catch the program of -pe",
-     .detail =
-         "Each attribute that a record asks for is held against what the program says of itself.",
+     .detail = "Each attribute that a record asks for is held against what the program says of "
+               "itself. With a list of programs, several -sdb or -partition there is a row for "
+               "each that is caught; -explain adds the facts, and what is nearly caught.",
      .conflicts = "it wants -pe",
      .example = "quilt -sdb case.sdb -match -pe program.exe"},
+    {.name = "-explain",
+     .group = reports,
+     .effect = "what is done to which programs, and what is unusual",
+     .detail = "Each program with how it is recognised, what it gets, and findings with their "
+               "weight and place; of a volume, or with -reg, also those about the registry. "
+               "docs/findings.md tells what each finding means. It takes the place of listings.",
+     .conflicts = "-stats, -listsdb and -diff, beside which it is not used",
+     .example = "quilt -sdb case.sdb -explain"},
+    {.name = "-diff",
+     .group = reports,
+     .argument = "file",
+     .effect = "what another database, folder or volume changes",
+     .detail = "Beside -sdb a database, beside -enumdir a folder, beside -partition a volume; the "
+               "report goes from the one named there to this one. Records are brought together "
+               "by identifier, then by name and tests. It takes the place of listings.",
+     .conflicts = "-stats, -listsdb and -match, beside which it is not used",
+     .example = "quilt -sdb old.sdb -diff case.sdb"},
 
     {.name = "-strings",
      .group = searches,
@@ -209,11 +237,43 @@ constexpr option_words words[] = {
      .effect = "records whose patches hold these bytes",
      .detail = "Hexadecimal bytes with blanks between them.",
      .example = "quilt -sdb case.sdb -patchbytes 'eb 12'"},
+    {.name = "-known",
+     .group = searches,
+     .argument = "file",
+     .effect = "no records that stand in this database too",
+     .detail = "Listings and -explain leave them out. It may stand several times.",
+     .example = "quilt -sdb case.sdb -apps -known vendor.sdb"},
+
+    {.name = "-only",
+     .group = explanations,
+     .argument = "weights",
+     .effect = "findings of these weights: high, medium, low",
+     .detail = "With commas between them. What has none of these is left out.",
+     .otherwise = "findings of every weight",
+     .conflicts = "all but -explain; elsewhere it is not used",
+     .example = "quilt -sdb case.sdb -explain -only high,medium"},
+    {.name = "-family",
+     .group = explanations,
+     .argument = "families",
+     .effect = "findings of these families, such as patch,inject",
+     .detail = "A family is what stands in front of the dot of a finding's identifier.",
+     .otherwise = "findings of every family",
+     .conflicts = "all but -explain; elsewhere it is not used",
+     .example = "quilt -sdb case.sdb -explain -family patch"},
+    {.name = "-knowledge",
+     .group = explanations,
+     .argument = "file",
+     .effect = "tables of fixes, findings and lists of your own",
+     .detail = "Rows with TABs below a head, like those of the folder knowledge, which they add to "
+               "or change. It may stand several times.",
+     .conflicts = "all but -explain; elsewhere it is not used",
+     .example = "quilt -sdb case.sdb -explain -knowledge firm.tsv"},
 
     {.name = "-csv",
      .group = forms,
      .effect = "statistics as rows for a spreadsheet",
-     .detail = "Listings write no records in this form, but -guids has rows.",
+     .detail = "Listings write no records in this form; -guids, -explain, -diff and -match of "
+               "many have rows.",
      .conflicts = last_form_wins,
      .example = "quilt -pipe -stats -csv < list.txt"},
     {.name = "-csvgen",
@@ -316,7 +376,7 @@ constexpr option_words words[] = {
     {.name = "-no_header",
      .group = values,
      .effect = "no lines of the run in front of the report",
-     .otherwise = "version, moment, host and command line; not in XML and JSON",
+     .otherwise = "version, moment, host and command line; not in XML, JSON and pages",
      .example = "quilt -pipe -stats -csv -no_header < list.txt"},
     {.name = "-hostname",
      .group = values,
@@ -347,7 +407,7 @@ constexpr option_words words[] = {
     {.name = "-append",
      .group = places,
      .effect = "behind what the file of -out holds",
-     .conflicts = "XML, of which there is one document in a file; without -out it is ignored",
+     .conflicts = "XML and pages, of which a file holds one; without -out it is ignored",
      .example = "quilt -sdb case.sdb -apps -multiline -out apps.txt -append"},
     {.name = "-diags",
      .group = places,
@@ -478,7 +538,7 @@ constexpr option_words words[] = {
     {.name = "-sqlite",
      .group = family,
      .argument = "file",
-     .effect = "refused: docs/output.md tells how JSON gets into SQLite",
+     .effect = "refused: docs/recipes.md tells how JSON gets into SQLite",
      .example = "quilt -sdb case.sdb -apps -sqlite case.db"},
     {.name = "-sqlite_log",
      .group = family,

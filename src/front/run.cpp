@@ -6,12 +6,15 @@
 #include <vector>
 
 #include "form/forms.h"
+#include "front/compared_inputs.h"
 #include "front/discovery.h"
+#include "front/explain_setup.h"
 #include "front/help.h"
 #include "front/input_work.h"
 #include "front/list_work.h"
 #include "front/progress.h"
 #include "front/registry_words.h"
+#include "io/byte_source.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
 #include "report/reports.h"
@@ -26,8 +29,10 @@ constexpr const char* caught = "exception caught";
 class run_work {
 public:
     run_work(const request::sdb_opts& options, const model::run_targets& targets, outputs& files,
+             const model::explain_context* explained, const model::known_records* known,
              const input_output& out)
-        : options_(options), targets_(targets), files_(files), out_(out), inputs_(options, targets)
+        : options_(options), targets_(targets), files_(files), out_(out), explained_(explained),
+          inputs_(options, targets, explained, known)
     {}
 
     void do_all(const form::run_facts& facts)
@@ -36,10 +41,14 @@ public:
         stream_->begin_stream(facts);
         try {
             do_work();
+            if (explained_ != nullptr && may_write_ && !was_refused_ && out_.report.good()) {
+                tell_machine();
+            }
         } catch (...) {
             end_stream(false);
             throw;
         }
+        files_.finish_log(out_.notices); // which may fail, and the end is to tell
         end_stream(!out_.notices.failed());
     }
 
@@ -74,6 +83,11 @@ private:
     {
         if (options_.list_sdb && !options_.pe_stats) {
             list_databases();
+        } else if (options_.compares()) {
+            const uni::busy_thread busy(out_.threads);
+            compare_inputs(options_, files_, inputs_, out_);
+        } else if (options_.matches_many()) {
+            match_programs();
         } else if (options_.is_list_form()) {
             work_on_entries();
         } else if (options_.pe_stats) {
@@ -83,6 +97,18 @@ private:
             const uni::busy_thread busy(out_.threads);
             work_on_targets();
         }
+    }
+
+    // What the registry and the databases tell together.
+    void tell_machine()
+    {
+        stream_->set_state(out_.place.state_before());
+        report::job work{options_, *stream_, out_.console, out_.notices};
+        work.targets = &targets_;
+        work.explained = explained_;
+        work.is_there = make_file_probe(options_, explained_->root);
+        report::report_of("machine").make(work);
+        out_.place.unfollow(*stream_);
     }
 
     // It is the run that an exception ends where there is no other input.
@@ -149,8 +175,21 @@ private:
         const list_work::outcome result = list.do_all(threads);
         may_write_ = result != list_work::outcome::refused;
         if (result == list_work::outcome::none_of_use) {
-            out_.notices.fail(options_.pe_stats ? "no program in the list\n"
-                                                : "no database in the list\n");
+            out_.notices.fail(options_.pe_stats || options_.matches_many()
+                                  ? "no program in the list\n"
+                                  : "no database in the list\n");
+        }
+    }
+
+    // Holds one program or those of a list against all databases.
+    void match_programs()
+    {
+        inputs_.load_candidates(out_);
+        if (options_.is_list_form()) {
+            work_on_entries();
+        } else {
+            const uni::busy_thread busy(out_.threads);
+            inputs_.match_program_alone(out_);
         }
     }
 
@@ -180,7 +219,8 @@ private:
     const model::run_targets& targets_;
     outputs& files_;
     const input_output& out_;
-    const input_work inputs_;
+    const model::explain_context* const explained_; // of a run that explains
+    input_work inputs_;
     std::unique_ptr<form::writer> stream_; // of what belongs to no input
     bool was_refused_ = false;
     bool may_write_ = true;
@@ -198,8 +238,13 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
     if (!options.sdb_path.empty()) {
         targets.files.push_back(options.sdb_path);
     }
+    if (options.matches_many()) {
+        targets.files.insert(targets.files.end(), options.more_sdb_paths.begin(),
+                             options.more_sdb_paths.end());
+    }
     // No folder of an image can be listed, and a list has all its targets itself.
-    const bool is_list_alone = options.is_list_form() && !options.list_sdb;
+    const bool is_list_alone =
+        options.is_list_form() && !options.list_sdb && !options.matches_many();
     if (options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
         add_default_targets(targets.files, options.volume_text, notices);
         std::erase_if(targets.files, [&](const std::string& path) {
@@ -211,7 +256,11 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
             return leads_out;
         });
     }
-    if (options.stats || options.list_sdb) {
+    if ((options.explain || options.compares()) && options.by_content &&
+        options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
+        add_targets_by_content(targets.files, options.volume_text, notices);
+    }
+    if (options.asks_registry() && !options.match_mode) {
         ntfs::trace_text trace;
         if (!options.log_path.empty()) {
             trace = [&log](std::string_view line) { log.write(line); };
@@ -234,6 +283,12 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
             files.push_back(*named);
         }
     }
+    files.insert(files.end(), options.more_hive_paths.begin(), options.more_hive_paths.end());
+    files.insert(files.end(), options.knowledge_paths.begin(), options.knowledge_paths.end());
+    files.insert(files.end(), options.known_paths.begin(), options.known_paths.end());
+    if (!options.diff_path.empty()) {
+        files.push_back(options.diff_path);
+    }
     return files;
 }
 
@@ -241,23 +296,39 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
          const form::run_facts& facts, const model::run_targets& targets, outputs& files,
          diag_log& log, io::notices& notices)
 {
-    // A form that begins its stream itself needs no input to know of those before it.
+    const bool explains = options.explain && !options.stats && !options.list_sdb &&
+                          !options.compares() && !options.match_mode;
+    const auto known = load_known_records(options, notices);
+    const auto explained = explains ? make_explain_context(options, targets, facts.time) : nullptr;
+    // A form that begins its stream itself needs no input to know of those before it. Behind a database
+    // that is explained the registry may have its say.
     one_by_one place(
-        {.is_lone = !options.is_list_form() && targets.files.size() == 1,
+        {.is_lone = !options.is_list_form() && targets.files.size() == 1 &&
+                    !(explains && options.hive_given) &&
+                    !(options.compares() && options.sdb_path.empty()),
          .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     input_counts counts;
     kept_texts kept;
     const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
-    run_work(options, targets, files, streams).do_all(facts);
+    run_work(options, targets, files, explained.get(), known.get(), streams).do_all(facts);
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
-                  const form::run_facts& facts)
+                  const form::run_facts& facts, bool has_failed)
 {
     const auto stream = form::form_of(options.form).make(out, options, {});
+    stream->name_place("s1");
     stream->begin_stream(facts);
-    stream->end_stream({.is_whole = false, .was_refused = true});
+    if (!options.missing_path.empty()) {
+        std::string reason;
+        io::open_source(options.missing_path, reason);
+        stream->failure(options.missing_path, reason.empty() ? "could not be looked at" : reason);
+    }
+    stream->end_stream({.failed = stream->failures(),
+                        .kept = stream->kept(),
+                        .is_whole = !has_failed,
+                        .was_refused = true});
 }
 
 } // namespace front

@@ -2,6 +2,7 @@
 
 #include "form/forms.h"
 #include "front/cmdline_ctx.h"
+#include "front/common_options.h"
 #include "front/diag_log.h"
 #include "front/help.h"
 #include "front/outputs.h"
@@ -44,7 +45,7 @@ int refuse(const run_beginning& run, const request::sdb_opts& options,
 {
     if (begins_itself(options)) {
         platform::set_standard_output_binary();
-        tell_refusal(standard_output, options, run.facts);
+        tell_refusal(standard_output, options, run.facts, true);
     } else if (!options.no_header && !is_body_file(options)) {
         standard_output.text(run.header);
         standard_output.line_end();
@@ -86,6 +87,26 @@ bool may_write_to(const cmdline_ctx& context, io::notices& notices)
     return context.has_standard_output();
 }
 
+// A stream that begins itself is whole beside the usage text too.
+int tell_help(std::string_view form, const form::run_facts& run, const request::bounds& bounds,
+              const cmdline_ctx& context, io::standard_output& standard_output,
+              io::notices& notices)
+{
+    request::sdb_opts options;
+    options.form = form;
+    options.bounds = bounds;
+    if (!begins_itself(options)) {
+        return success;
+    }
+    if (may_write_to(context, notices)) {
+        platform::set_standard_output_binary();
+        tell_refusal(standard_output, options, run, false);
+        standard_output.flush();
+        say_what_was_not_written(standard_output, notices);
+    }
+    return notices.failed() ? failure : success;
+}
+
 int print_text(std::string_view text, const cmdline_ctx& context,
                io::standard_output& standard_output, io::notices& notices)
 {
@@ -117,11 +138,12 @@ int run_driver(argument_list args, const request::bounds& bounds)
             print_first_words();
             return success;
         }
+        beginning.facts = gather_run_facts(args);
+        const std::string_view form = form_asked_for(args).value_or(options.form);
         if (asks_for_help(args)) {
             print_usage();
-            return success;
+            return tell_help(form, beginning.facts, bounds, context, standard_output, notices);
         }
-        beginning.facts = gather_run_facts(args);
         beginning.header = make_run_header(args, beginning.facts);
     }
     io::kept_notices early; // until it is known that what they go to is not examined itself
@@ -136,7 +158,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
         early.say_all(notices);
         throw;
     }
-    outputs files(options, log);
+    outputs files(options, log, [&context] { return context.elapsed_text(); });
     const std::vector<std::string> inputs = examined_files(options, targets);
     if (const auto stream = files.examined_stream(inputs); stream != outputs::stream_kind::none) {
         return refuse_stream(stream, standard_output, notices);
@@ -169,7 +191,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
             platform::set_standard_output_binary();
         }
         run(out, standard_output, options, beginning.facts, targets, files, log, notices);
-        files.finish(context.elapsed_text(), notices);
+        files.finish(notices);
     } catch (...) {
         files.give_up(notices);
         throw;

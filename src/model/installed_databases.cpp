@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "hive/hive_image.h"
+#include "model/place.h"
+#include "model/registry_lists.h"
 #include "model/software_hive.h"
 #include "model/stored_path.h"
 #include "platform/directories.h"
@@ -172,29 +174,52 @@ void tell_of_missing_hive(const software_hive& hive, run_targets& targets,
     }
 }
 
-installed_table read_table(software_hive hive, const std::string& path,
-                           std::vector<registry_finding>& findings)
+// What was read of the run's hives.
+struct hives_read {
+    installed_table table;
+    registry_lists lists;
+    bool has_key = false; // of installed databases
+};
+
+void read_table(hives_read& to, software_hive hive, const std::string& path, bool reads_lists,
+                std::vector<registry_finding>& findings)
 {
     using enum registry_finding_kind;
-    installed_table table;
     const hive::hive_image image(std::move(hive.bytes));
     const hive::query_outcome outcome =
-        hive::hive_query(installed_query(), image, [&table](hive::hive_value_record&& row) {
-            fold_installed_row(table, row);
+        hive::hive_query(installed_query(), image, [&to](hive::hive_value_record&& row) {
+            fold_installed_row(to.table, row);
         });
+    if (reads_lists) {
+        read_registry_lists(to.lists, image);
+    }
+    const bool is_whole = image.is_open() && !image.has_failed() && !outcome.is_damaged;
+    to.has_key = to.has_key || outcome.has_keys || !is_whole; // as far as anybody can tell
     if (image.has_failed()) {
         findings.push_back({hive_unread, path, "reading failed"});
     } else if (!image.is_open()) {
         findings.push_back({hive_unread, path, "is no hive"});
-    } else if (outcome.is_damaged) {
+    } else if (outcome.is_damaged || to.lists.is_damaged) {
         findings.push_back({damaged, path});
-    } else if (!outcome.has_keys) {
-        findings.push_back({no_key, path});
+        to.lists.is_damaged = false;
     }
     if (image.has_changed()) {
         findings.push_back({changed, path});
     }
-    return table;
+}
+
+// Reads the hives that were named behind the first.
+void read_more_hives(hives_read& to, const request::sdb_opts& options,
+                     std::vector<registry_finding>& findings)
+{
+    for (const std::string& path : options.more_hive_paths) {
+        software_hive hive = load_named_hive(path);
+        if (hive.state == hive_state::opened) {
+            read_table(to, std::move(hive), path, options.explain, findings);
+        } else {
+            findings.push_back({registry_finding_kind::hive_unread, path, hive.reason});
+        }
+    }
 }
 
 } // namespace
@@ -285,14 +310,27 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
     try {
         software_hive hive = load_software_hive(options, trace);
         tell_of_missing_hive(hive, targets, options, findings);
-        if (hive.state != hive_state::opened) {
+        hives_read read;
+        const bool is_opened = hive.state == hive_state::opened;
+        if (is_opened) {
+            read_table(read, std::move(hive), options.software_hive_path, options.explain,
+                       findings);
+        }
+        read_more_hives(read, options, findings);
+        if (is_opened && !read.has_key) {
+            findings.push_back({registry_finding_kind::no_key, options.software_hive_path});
+        }
+        targets.lists = std::move(read.lists);
+        if (!is_opened && options.more_hive_paths.empty()) {
             return findings;
         }
-        const bool joins_by_name = !is_volume_named(options) &&
-                                   (is_list_alone(options) || !options.searches_default_places);
-        targets.installed = installed_databases(
-            read_table(std::move(hive), options.software_hive_path, findings),
-            is_volume_named(options) ? options.volume_text : std::string(), joins_by_name);
+        // For an explanation a walked folder may be a volume, too.
+        const std::string root = is_volume_named(options) ? options.volume_text
+                                 : options.explain        ? root_of_run(options)
+                                                          : std::string();
+        const bool joins_by_name =
+            root.empty() && (is_list_alone(options) || !options.searches_default_places);
+        targets.installed = installed_databases(std::move(read.table), root, joins_by_name);
         if (!is_list_alone(options)) {
             file_adder files(targets, options, findings);
             for (const auto& [name, databases] : targets.installed.by_name()) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hive/hive_query.h"
+#include "model/registry_entries.h"
 #include "ntfs/volume.h"
 #include "request/sdb_opts.h"
 
@@ -70,6 +71,7 @@ struct run_targets {
     std::vector<std::string> files;
     std::vector<std::string> not_opened; // found, but they lead out of the volume
     installed_databases installed;
+    registry_lists lists;   // of a run that explains
     bool has_volume = true; // false where the image of one proved to be none
 };
 

@@ -127,6 +127,13 @@ software_hive load_software_hive(const request::sdb_opts& options, const ntfs::t
     return hive;
 }
 
+software_hive load_named_hive(const std::string& path)
+{
+    software_hive hive;
+    open_ordinary_file(hive, path);
+    return hive;
+}
+
 bool is_volume_image(const request::sdb_opts& options)
 {
     platform::file_facts facts;

@@ -32,6 +32,9 @@ software_hive
 load_software_hive(const request::sdb_opts& options, const ntfs::trace_text& trace = {},
                    const platform::device_opener& open_device = platform::open_device);
 
+// The bytes of a hive that was named beside the first: of the ordinary file.
+software_hive load_named_hive(const std::string& path);
+
 // Whether the run's volume is an image: a file or a device in which folders cannot be listed.
 bool is_volume_image(const request::sdb_opts& options);
 

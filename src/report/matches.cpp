@@ -1,7 +1,11 @@
+#include <memory>
+
 #include "model/match.h"
 #include "report/read_program.h"
 #include "report/record_listing.h"
 #include "report/reports.h"
+#include "report/told_database.h"
+#include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 
 namespace report {
@@ -18,15 +22,6 @@ std::string word_of(model::agreement agrees)
     default:
         return "unknown";
     }
-}
-
-// What a program tells under the tag of a property, as a database would hold it.
-form::value told_value(const model::pe_property& found)
-{
-    const std::uint16_t type = sdb::tag_type(found.tag);
-    const bool is_number = type >= sdb::type::byte_ && type <= sdb::type::qword;
-    return is_number ? form::value(form::tag_number{found.tag, found.number})
-                     : form::value(found.text);
 }
 
 // Tells lists that were held against a program, each with what it asks for.
@@ -51,6 +46,10 @@ public:
         to_.fact("database", form::stored_value{one.offset});
         to_.fact("program", one.found != nullptr ? told_value(*one.found) : form::value());
         to_.fact("agrees", word_of(one.agrees));
+        if (one.text_from != 0) {
+            to_.fact("compared", form::stored_value{one.text_from});
+            to_.fact("compared_at", form::hex_number{one.text_from});
+        }
         to_.end();
         return to_.goes_on();
     }
@@ -76,7 +75,10 @@ struct match_facts : public form::told_facts {
     void tell(form::fact_taker& to) const override
     {
         to.fact("program", job.options.pe_path);
-        to.fact("by", std::string(looked_at.by_path ? "path" : "name"));
+        tell_program_file(to);
+        to.fact("by", looked_at.lists.empty()
+                          ? form::value()
+                          : form::value(std::string(looked_at.by_path ? "path" : "name")));
         to.begin_list("records");
         for (const auto& [record, lists] : results) {
             for (const std::uint32_t list : lists) {
@@ -102,9 +104,26 @@ struct match_facts : public form::told_facts {
         : job(work), texts(texts_of_tags)
     {}
 
+    void tell_program_file(form::fact_taker& to) const
+    {
+        const model::pe_property* const date = model::find_property(program, sdb::tag::link_date);
+        report::program_digests own;
+        report::program_digests& digests =
+            job.digests_of_program != nullptr ? *job.digests_of_program : own;
+        to.begin_object("program_file");
+        tell_digests(to, source->size(), digests.of(*source, job.options.pe_path, job.notices));
+        to.begin_list("times");
+        tell_time(to, "program", "compiled",
+                  {date != nullptr ? date->number : 0, uni::time_kind::unix_seconds});
+        tell_file_times(to, source->times());
+        to.end();
+        to.end();
+    }
+
     const report::job& job;
     const model::tag_texts& texts;
     model::pe_list program;
+    std::unique_ptr<io::byte_source> source; // of the program
     model::match_results results;
     model::looked_at_lists looked_at;
     bool is_complete = false;
@@ -123,7 +142,8 @@ bool list_matches(const job& work)
     };
     match_facts match(work, text_of);
     std::string reason;
-    if (read_program(match.program, path, work.notices, reason) != program_state::read) {
+    if (read_program(match.program, match.source, path, work.notices, reason) !=
+        program_state::read) {
         work.notices.fail("Problem pulling PE stats from file %s: %s\n", path.c_str(),
                           reason.c_str());
         work.form.failure(path, reason);

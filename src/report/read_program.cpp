@@ -2,18 +2,16 @@
 
 #include <utility>
 
-#include "io/byte_source.h"
-
 namespace report {
 
-program_state read_program(model::pe_list& properties, const std::string& path,
-                           io::notices& notices, std::string& reason)
+program_state read_program(model::pe_list& properties, std::unique_ptr<io::byte_source>& source,
+                           const std::string& path, io::notices& notices, std::string& reason)
 {
-    auto source = io::open_source(path, reason);
+    source = io::open_source(path, reason);
     if (!source) {
         return program_state::unreadable;
     }
-    switch (model::read_pe_stats(properties, std::move(source), path)) {
+    switch (model::read_pe_stats(properties, std::move(source), path, &source)) {
     case model::pe_outcome::no_program:
         reason = "is no program";
         return program_state::no_program;

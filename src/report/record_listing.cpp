@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "report/bounded_text.h"
 #include "sdb/tags.h"
 #include "uni/ordered_work.h"
 
@@ -47,34 +48,6 @@ struct stretch {
     bool left_references = false;
 };
 
-// Keeps a text up to some length; a longer one is of no use and is not made to its end.
-class bounded_text : public uni::text_buffer {
-public:
-    // Gives what was written since, and begins anew.
-    void hand_over(stretch& made)
-    {
-        swap(made.text);
-        clear();
-        overflowed_ = false;
-    }
-    bool good() const noexcept final { return !overflowed_; }
-
-private:
-    void make_room(std::size_t count) final
-    {
-        constexpr std::size_t longest = 0x200000;
-        if (view().size() + count > longest) {
-            overflowed_ = true;
-            clear();
-        }
-        if (capacity() - view().size() < count) {
-            grow(count);
-        }
-    }
-
-    bool overflowed_ = false;
-};
-
 // Makes stretches on a thread of its own, with a writer of its own.
 class stretch_maker {
 public:
@@ -103,7 +76,7 @@ public:
         made.left_references = listing_.budget().left_references;
         made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
         form_->uncut();
-        text_.hand_over(made);
+        text_.hand_over(made.text);
     }
 
 private:
@@ -150,7 +123,9 @@ bool record_listing::print_records(ordinals_span ordinals)
             form_.cut();
             break;
         }
-        if (!are_lists || search_.may_list_pass(ordinal)) {
+        const bool may_pass = !are_lists || (search_.may_list_pass(ordinal) &&
+                                             !search_.is_known(database_.offset_at(ordinal)));
+        if (may_pass) {
             printed |= print_record(database_.offset_at(ordinal));
         }
     }

@@ -204,6 +204,12 @@ class Database:
                 + self.tag(0x7801, self.strings))
 
 
+def small_program(moment=0):
+    """A 64-bit program of 4 KiB with that moment of compiling, and without resources."""
+    head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
+    return (head + b"PE\0\0" + struct.pack("<4xI12x", moment) + b"\x0b\1").ljust(4096, b"\0")
+
+
 def small_database(number, name):
     """A database with a name, an identifier and as many records as its number says."""
     tag = (d := Database()).tag

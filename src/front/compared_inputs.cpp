@@ -1,0 +1,169 @@
+#include "front/compared_inputs.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "front/discovery.h"
+#include "front/progress.h"
+#include "front/stdin_stream_ex.h"
+#include "model/stored_path.h"
+#include "platform/directories.h"
+#include "platform/files.h"
+#include "platform/redirection.h"
+
+namespace front {
+
+namespace {
+
+// The files of one side, by their places below its root, in which letter case does not count.
+using placed_files = std::map<std::string, std::string>;
+
+bool is_folder(const std::string& path)
+{
+    platform::file_facts facts;
+    return platform::read_file_facts(platform::walkable_path(path), facts) && facts.is_directory;
+}
+
+class two_sides {
+public:
+    two_sides(const request::sdb_opts& options, outputs& files, const input_work& inputs,
+              const input_output& out)
+        : options_(options), files_(files), inputs_(inputs), out_(out), told_(options, out.notices)
+    {}
+
+    void compare()
+    {
+        const bool are_volumes = options_.partition_given;
+        const std::string& root = are_volumes ? options_.volume_text : options_.enumdir_path;
+        for (const std::string& side : {root, options_.diff_path}) {
+            if (!is_folder(side)) { // all of the other would count as added or removed
+                out_.notices.fail("Prob reading folder %s: %s\n", side.c_str(), "is no folder");
+                return;
+            }
+        }
+        placed_files before = files_of(root);
+        placed_files after = files_of(options_.diff_path);
+        told_.set_total(before.size() + after.size());
+        for (const auto& [place, path] : before) {
+            if (const auto other = after.find(place); other != after.end()) {
+                tell_pair(path, other->second);
+                after.erase(other);
+            } else {
+                lone_before_.push_back(path);
+            }
+        }
+        compare_by_id(after);
+        if (compared_ == 0 && lone_ == 0) {
+            out_.notices.fail("no database on either side\n");
+        }
+    }
+
+private:
+    // Those that have no counterpart in their place.
+    void compare_by_id(const placed_files& after)
+    {
+        std::map<std::string, std::vector<std::string>> after_by_id;
+        std::vector<std::string> rest;
+        for (const auto& [place, path] : after) {
+            const auto id = inputs_.id_of(path, out_);
+            if (id && !id->empty()) {
+                after_by_id[*id].push_back(path);
+            } else if (id) {
+                rest.push_back(path);
+            } else {
+                told_.note_done(path);
+            }
+        }
+        for (const std::string& path : lone_before_) {
+            const auto id = inputs_.id_of(path, out_);
+            const auto other = id ? after_by_id.find(*id) : after_by_id.end();
+            if (other != after_by_id.end() && !other->second.empty()) {
+                tell_pair(path, other->second.front());
+                other->second.erase(other->second.begin());
+            } else if (id) {
+                tell_lone(path, {});
+            } else {
+                told_.note_done(path);
+            }
+        }
+        for (const auto& [id, paths] : after_by_id) {
+            rest.insert(rest.end(), paths.begin(), paths.end());
+        }
+        std::ranges::sort(rest);
+        for (const std::string& path : rest) {
+            tell_lone({}, path);
+        }
+    }
+
+    void tell_pair(const std::string& before, const std::string& after)
+    {
+        compared_ += inputs_.tell_difference(before, after, out_) ? 1 : 0;
+        told_.note_done(before);
+        told_.note_done(after);
+    }
+
+    void tell_lone(const std::string& before, const std::string& after)
+    {
+        ++lone_;
+        inputs_.tell_lone_database(before, after, out_);
+        told_.note_done(before.empty() ? after : before);
+    }
+
+    placed_files files_of(const std::string& root)
+    {
+        std::vector<std::string> paths;
+        if (options_.partition_given) {
+            add_default_targets(paths, root, out_.notices);
+            if (options_.by_content) {
+                add_targets_by_content(paths, root, out_.notices);
+            }
+        } else {
+            stdin_stream_ex walk(options_, out_.notices);
+            walk.start_walk(root, options_.num_subdirs, options_.filter_list);
+            for (std::string path; walk.stdin_list_next(path);) {
+                if (begins_as_database(path).value_or(true)) {
+                    paths.push_back(path);
+                }
+            }
+        }
+        placed_files placed;
+        for (std::string& path : paths) {
+            const outputs::entry kind = files_.check_entry(path, out_.notices);
+            if (kind == outputs::entry::other) {
+                const auto place = model::place_below(model::parts_of(path), root);
+                // Of names that differ by case alone each has its own place.
+                std::string key = place.value_or(path);
+                while (!placed.try_emplace(key, path).second) {
+                    key += '/';
+                }
+            }
+        }
+        return placed;
+    }
+
+    const request::sdb_opts& options_;
+    outputs& files_;
+    const input_work& inputs_;
+    const input_output& out_;
+    progress told_;
+    std::vector<std::string> lone_before_;
+    std::uint64_t compared_ = 0;
+    std::uint64_t lone_ = 0;
+};
+
+} // namespace
+
+void compare_inputs(const request::sdb_opts& options, outputs& files, const input_work& inputs,
+                    const input_output& out)
+{
+    const platform::wow64_redirect_adt redirection;
+    if (!options.sdb_path.empty()) {
+        inputs.tell_difference(options.sdb_path, options.diff_path, out);
+    } else {
+        two_sides(options, files, inputs, out).compare();
+    }
+}
+
+} // namespace front

@@ -1,0 +1,71 @@
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "model/explain_context.h"
+#include "report/finding_rows.h"
+#include "report/reports.h"
+#include "report/value_words.h"
+
+namespace report {
+
+namespace {
+
+// What is told of one database stands together, the database with the heaviest finding first.
+void put_heaviest_first(std::vector<model::placed_finding>& all)
+{
+    std::map<std::string, model::weight> heaviest;
+    for (const model::placed_finding& one : all) {
+        model::weight& weight = heaviest[one.database];
+        weight = std::max(weight, one.found.weighs);
+    }
+    std::ranges::stable_sort(all, [&](const auto& a, const auto& b) {
+        const model::weight of_a = heaviest[a.database];
+        const model::weight of_b = heaviest[b.database];
+        return of_a != of_b               ? of_a > of_b
+               : a.database != b.database ? a.database < b.database
+                                          : a.found.weighs > b.found.weighs;
+    });
+}
+
+} // namespace
+
+// What the registry says of compatibility and does not fit together, and what tells one database from the
+// others.
+bool explain_machine(const job& work)
+{
+    const model::explain_context& context = *work.explained;
+    model::registry_lists lists = context.lists;
+    lists.told = context.told();
+    std::vector<model::placed_finding> all =
+        model::judge_registry(context.known, work.targets->installed, lists, work.is_there);
+    for (model::placed_finding& one : model::judge_compilers(context.known, context.seen())) {
+        all.push_back(std::move(one));
+    }
+    std::erase_if(all, [&](const model::placed_finding& one) {
+        return !is_asked_for(one.found, work.options);
+    });
+    if (all.empty()) {
+        return false;
+    }
+    put_heaviest_first(all);
+    work.form.line({});
+    work.form.title("the registry and the databases together:");
+    std::string_view last;
+    for (const model::placed_finding& one : all) {
+        if (one.database != last && !one.database.empty()) {
+            work.form.line(heading_line(shortened(one.database), {}));
+        }
+        last = one.database;
+        if (!tell_finding(work, one.found, {one.database, one.program})) {
+            break;
+        }
+    }
+    work.form.end_rows();
+    return true;
+}
+
+} // namespace report
