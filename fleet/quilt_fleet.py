@@ -124,10 +124,11 @@ def report_input(quilt, arguments, part):
                                  stderr=subprocess.PIPE, check=False)
         notices = run.stderr.decode("utf-8", "replace").splitlines()
         whole = ends_whole(partial)
-        if whole is None:
-            return run.returncode or 255, [*notices, "its report has no end"]
+        if whole is None or (whole and run.returncode != 0):
+            what = "its report has no end" if whole is None else f"it ended with {run.returncode} behind its report"
+            return run.returncode or 255, [*notices, what]
         os.replace(partial, part)
-        return run.returncode if not whole else 0, notices
+        return 0 if whole else run.returncode or 255, notices
     except OSError as error:
         return 255, [str(error)]
     finally:
