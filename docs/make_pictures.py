@@ -18,8 +18,8 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 COLUMNS, MOST_ROWS = 96, 26
-TERMINAL = ["-sdb", "examples/sample.sdb", "-guids", "-no_header", "-quiet"]
-PAGE = ["-sdb", "examples/sample.sdb", "-html", "-quiet"]
+TERMINAL = ["-sdb", "examples/sample.sdb", "-explain", "-only", "high", "-no_header", "-quiet"]
+PAGE = ["-sdb", "examples/sample.sdb", "-explain", "-html", "-quiet"]
 WIDTH, HEIGHT, LEFT, TOP = 8.4, 18, 16, 44  # of a character, and of what stands around all
 STYLES = {"1": "font-weight:bold;fill:#fff", "1;31": "font-weight:bold;fill:#ff7b72", "33": "fill:#e3b341"}
 
@@ -87,9 +87,7 @@ def main(quilt):
     if len(lines) > MOST_ROWS:
         lines = [*lines[:MOST_ROWS], "..."]
     (folder / "terminal.svg").write_text(terminal_picture("quilt " + " ".join(TERMINAL), lines), "utf-8")
-    about = subprocess.run([quilt, "-help", "-html"], capture_output=True, text=True, check=False).stdout
-    if about.startswith("-html"):
-        page_picture(quilt, folder / "page.png")
+    page_picture(quilt, folder / "page.png")
 
 
 if __name__ == "__main__":
