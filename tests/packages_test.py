@@ -21,7 +21,7 @@ from pathlib import Path
 from support.whole_runs import ARGUMENTS, SAMPLE, Runs, main, masked
 
 ROOT = os.path.abspath("build/debian-root.tar")  # kept, as it takes a minute to make
-SHARED = {"docs/options.md", "docs/schema/report-1.schema.json", "examples/sample.sdb", "README.md", "SECURITY.md",
+SHARED = {"docs/options.md", "docs/schema/report-1.schema.json", "examples/sample.sdb", "knowledge/findings.tsv", "README.md", "SECURITY.md",
           "licenses/LICENSE", "licenses/zlib.txt", "licenses/GCC-runtime.txt", "quilt.spdx.json"}
 
 
