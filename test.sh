@@ -74,6 +74,7 @@ report_tests() { # name-suffix folder argument...
 }
 volume_tests() { # name-suffix folder argument...
     script_tests "volumes$1" volumes_test.py --quilt "$2/quilt" --reader "$2/read_volume" "${@:3}"
+    [ "$1" = -windows ] || script_tests "images$1" images_test.py --quilt "$2/quilt"
 }
 
 format_check() {

@@ -34,7 +34,7 @@ bool is_sdb_name(std::string_view name)
 
 // The folders on a volume under these names, in every spelling that is there: where letter case
 // counts, one may be hidden beside another. The path as it is where there is none.
-std::vector<std::string> folders_on_volume(const std::string& volume,
+std::vector<std::string> folders_on_volume(files::file_tree& tree, const std::string& volume,
                                            std::initializer_list<const char*> names)
 {
     std::vector<std::string> found = {volume};
@@ -42,7 +42,7 @@ std::vector<std::string> folders_on_volume(const std::string& volume,
         std::vector<std::string> below;
         for (const std::string& folder : found) {
             std::vector<platform::directory_entry> entries;
-            platform::list_directory(platform::join_path(folder, {}), entries);
+            tree.list(platform::join_path(folder, {}), entries);
             std::sort(entries.begin(), entries.end(), comes_before);
             for (const platform::directory_entry& entry : entries) {
                 if (entry.kind == platform::entry_kind::directory &&
@@ -52,7 +52,7 @@ std::vector<std::string> folders_on_volume(const std::string& volume,
             }
         }
         if (below.empty()) {
-            return {path_on_volume(volume, names)};
+            return {path_on_volume(tree, volume, names)};
         }
         found = std::move(below);
     }
@@ -61,11 +61,12 @@ std::vector<std::string> folders_on_volume(const std::string& volume,
 
 } // namespace
 
-std::vector<platform::directory_entry> list_in_order(const std::string& folder,
+std::vector<platform::directory_entry> list_in_order(files::file_tree& tree,
+                                                     const std::string& folder,
                                                      io::notices& notices, bool may_be_missing)
 {
     std::vector<platform::directory_entry> entries;
-    const platform::listing_result result = platform::list_directory(folder, entries);
+    const platform::listing_result result = tree.list(folder, entries);
     if (!result.is_whole && !(result.is_missing && may_be_missing)) {
         notices.fail("Prob reading folder %s: %s\n", folder.c_str(), result.reason.c_str());
     }
@@ -73,14 +74,15 @@ std::vector<platform::directory_entry> list_in_order(const std::string& folder,
     return entries;
 }
 
-void walk_sdb_files(const std::string& root, std::vector<std::string>& results, std::uint32_t depth,
-                    io::notices& notices)
+void walk_sdb_files(files::file_tree& tree, const std::string& root,
+                    std::vector<std::string>& results, std::uint32_t depth, io::notices& notices)
 {
     if (depth == 0 || root == "." || root == "..") {
         return;
     }
-    const std::string folder = platform::walkable_path(root);
-    const std::vector<platform::directory_entry> entries = list_in_order(folder, notices, true);
+    const std::string folder = tree.walkable_path(root);
+    const std::vector<platform::directory_entry> entries =
+        list_in_order(tree, folder, notices, true);
     for (const platform::directory_entry& entry : entries) {
         // Folders of such a name come along, so that nothing named like a database is left out.
         if (is_sdb_name(entry.name)) {
@@ -90,7 +92,7 @@ void walk_sdb_files(const std::string& root, std::vector<std::string>& results, 
     for (const platform::directory_entry& entry : entries) {
         const std::string path = platform::join_path(folder, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
-            walk_sdb_files(path, results, depth - 1, notices);
+            walk_sdb_files(tree, path, results, depth - 1, notices);
         } else if (entry.kind == platform::entry_kind::directory_link) {
             say_linked_folder(path, notices);
         }
@@ -102,8 +104,22 @@ void say_linked_folder(const std::string& path, io::notices& notices)
     notices.say("%s is a link to a folder, not entered\n", path.c_str());
 }
 
-void add_default_targets(std::vector<std::string>& files, const std::string& volume,
-                         io::notices& notices)
+void say_copies(files::file_tree& tree, const std::string& path, io::notices& notices)
+{
+    if (tree.reads_copy_of_table(path)) {
+        notices.say(
+            "%s: its partition table is damaged, its copy at the end of the disk was read\n",
+            path.c_str());
+    }
+}
+
+void say_linked_file(const std::string& path, io::notices& notices)
+{
+    notices.say("%s is a link to a file, not followed\n", path.c_str());
+}
+
+void add_default_targets(files::file_tree& tree, std::vector<std::string>& targets,
+                         const std::string& volume, io::notices& notices)
 {
     const std::initializer_list<const char*> folders[] = {
         {"Windows", "AppPatch"},
@@ -111,17 +127,41 @@ void add_default_targets(std::vector<std::string>& files, const std::string& vol
         {"Windows", "System32", "appraiser"},
     };
     for (const std::initializer_list<const char*>& names : folders) {
-        for (const std::string& folder : folders_on_volume(volume, names)) {
-            walk_sdb_files(folder, files, default_depth, notices);
+        for (const std::string& folder : folders_on_volume(tree, volume, names)) {
+            walk_sdb_files(tree, folder, targets, default_depth, notices);
         }
     }
 }
 
-std::string path_on_volume(const std::string& volume, std::initializer_list<const char*> names)
+std::string folder_of_deleted(const std::string& volume)
+{
+    return platform::join_path(volume, std::string(files::deleted_folder));
+}
+
+void add_deleted_targets(files::file_tree& tree, std::vector<std::string>& targets,
+                         const std::string& volume)
+{
+    std::vector<platform::directory_entry> records;
+    std::vector<platform::directory_entry> found;
+    const std::string folder = folder_of_deleted(volume);
+    tree.list(folder, records);
+    for (const platform::directory_entry& record : records) {
+        const std::string path = platform::join_path(folder, record.name);
+        tree.list(path, found);
+        for (const platform::directory_entry& file : found) {
+            if (is_sdb_name(file.name)) {
+                targets.push_back(platform::join_path(path, file.name));
+            }
+        }
+    }
+}
+
+std::string path_on_volume(files::file_tree& tree, const std::string& volume,
+                           std::initializer_list<const char*> names)
 {
     std::string path = volume;
     for (const char* const name : names) {
-        path = platform::walkable_path(platform::join_path(path, name));
+        path = tree.walkable_path(platform::join_path(path, name));
     }
     return path;
 }

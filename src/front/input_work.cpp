@@ -103,10 +103,11 @@ void say_extent(const loaded_file& file, const std::string& path, io::notices& n
 
 outcome input_work::load(loaded_file& file, const std::string& path, const input_output& out) const
 {
-    file.source = io::open_source(path, file.reason);
+    file.source = tree_.open(path, file.reason);
     if (!file.source) {
         return outcome::failed;
     }
+    report::say_if_deleted(path, *file.source, out.notices);
     sdb::sdb_database::image_user on_image;
     // What tells of a database in its own way tells all its digests.
     const bool tells_all = form::form_of(options_.form).header == form::banner::in_the_form;
@@ -146,10 +147,11 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         work.times = file.source->times();
         work.source = file.source.get();
         work.digests = &file.digests;
+        work.files = &tree_;
         if (!options_.stats) {
             report::make_database_report(work);
         } else {
-            const model::registry_facts known = targets_.installed.find(path);
+            const model::registry_facts known = targets_.find_installed(path);
             say_doubts(known.how, path, out.notices);
             work.installed = known.facts;
             if (!report::report_of("stats").make(work)) {
@@ -221,7 +223,8 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
                                  std::string& reason, const input_output& out) const
 {
     model::pe_list properties;
-    const report::program_state state = report::read_program(properties, path, out.notices, reason);
+    const report::program_state state =
+        report::read_program(properties, tree_, path, out.notices, reason);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }

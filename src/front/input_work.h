@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "files/file_tree.h"
 #include "front/input_output.h"
 #include "model/installed_databases.h"
 #include "request/sdb_opts.h"
@@ -16,8 +17,9 @@ enum class outcome { told, passed_over, failed };
 // The work of a run on one input, which several threads may do side by side: each with its own input.
 class input_work {
 public:
-    input_work(const request::sdb_opts& options, const model::run_targets& targets)
-        : options_(options), targets_(targets)
+    input_work(const request::sdb_opts& options, files::file_tree& tree,
+               const model::run_targets& targets)
+        : options_(options), tree_(tree), targets_(targets)
     {}
 
     // The report of a target, or its statistics.
@@ -41,6 +43,7 @@ private:
     void say_processing(const std::string& path, const input_output& out) const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     const model::run_targets& targets_;
 };
 

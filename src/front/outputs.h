@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "files/file_tree.h"
 #include "front/diag_log.h"
 #include "io/notice.h"
 #include "io/output_file.h"
@@ -17,7 +18,7 @@ namespace front {
 // run reads, and take their places when it ends.
 class outputs {
 public:
-    outputs(const request::sdb_opts& options, diag_log& log);
+    outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log);
 
     // A standard stream that is one of these files, to which not a byte may be written, not of a
     // message either.
@@ -68,6 +69,7 @@ private:
     io::output_mode mode_of_log() const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     diag_log& log_;
     io::output_file results_;
     std::optional<planned> planned_results_;

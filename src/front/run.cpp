@@ -22,9 +22,10 @@ namespace {
 // The work of one run.
 class run_work {
 public:
-    run_work(const request::sdb_opts& options, const model::run_targets& targets, outputs& files,
-             const input_output& out)
-        : options_(options), targets_(targets), files_(files), out_(out), inputs_(options, targets)
+    run_work(const request::sdb_opts& options, files::file_tree& tree,
+             const model::run_targets& targets, outputs& files, const input_output& out)
+        : options_(options), tree_(tree), targets_(targets), files_(files), out_(out),
+          inputs_(options, tree, targets)
     {}
 
     void do_all(const form::run_facts& facts)
@@ -105,7 +106,7 @@ private:
     void work_on_entries()
     {
         list_work list(
-            options_, files_, out_,
+            options_, tree_, files_, out_,
             [this](const std::string& path, const auto& out) {
                 return inputs_.tell_entry(path, out);
             },
@@ -143,6 +144,7 @@ private:
     }
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     const model::run_targets& targets_;
     outputs& files_;
     const input_output& out_;
@@ -152,10 +154,80 @@ private:
     bool may_write_ = true;
 };
 
+// The partitions of a disk that hold a Windows; of the others it is said why not.
+std::vector<std::string> windows_partitions(files::file_tree& tree, const std::string& disk,
+                                            io::notices& notices)
+{
+    std::vector<std::string> volumes;
+    const std::string path = tree.walkable_path(disk);
+    say_copies(tree, path, notices);
+    for (const platform::directory_entry& entry : list_in_order(tree, path, notices)) {
+        std::string volume = platform::join_path(path, entry.name);
+        std::string reason;
+        platform::file_facts facts;
+        const bool is_volume = tree.kind_of(volume, reason) == files::place_kind::volume;
+        if (is_volume && !(tree.read_facts(path_on_volume(tree, volume, {"Windows"}), facts) &&
+                           facts.is_directory)) {
+            reason = "has no Windows folder";
+        }
+        if (reason.empty()) {
+            volumes.push_back(std::move(volume));
+        } else {
+            notices.say("%s passed over: %s\n", volume.c_str(), reason.c_str());
+        }
+    }
+    return volumes;
+}
+
+// The roots of the volumes that the run is about.
+std::vector<std::string> volumes_of(const request::sdb_opts& options, files::file_tree& tree,
+                                    model::run_targets& targets, io::notices& notices)
+{
+    const std::string& named = options.volume_text;
+    if (!options.volume_given && !options.vss_given) {
+        return {named};
+    }
+    std::string reason;
+    switch (tree.kind_of(named, reason)) {
+    case files::place_kind::disk:
+        return windows_partitions(tree, named, notices);
+    case files::place_kind::file:
+        notices.fail("Prob reading volume %s: %s\n", named.c_str(), reason.c_str());
+        targets.has_volume = false;
+        return {};
+    default:
+        return {named};
+    }
+}
+
+// Adds what the folders hold where a volume keeps its databases.
+void add_databases_of(model::run_targets& targets, const request::sdb_opts& options,
+                      const std::string& volume, files::file_tree& tree, io::notices& notices)
+{
+    std::vector<std::string> found;
+    add_default_targets(tree, found, volume, notices);
+    for (std::string& path : found) {
+        if (model::leads_out_of_volume(options, volume, tree, path)) {
+            notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+        } else {
+            targets.files.push_back(std::move(path));
+        }
+    }
+}
+
+// The volume's own hive, unless another was named.
+model::registry_place registry_of(const request::sdb_opts& options, const std::string& volume,
+                                  files::file_tree& tree)
+{
+    return {volume, options.hive_named || volume == options.volume_text
+                        ? options.software_hive_path
+                        : path_on_volume(tree, volume, place_of_software_hive)};
+}
+
 } // namespace
 
-model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
-                                io::notices& notices)
+model::run_targets find_targets(const request::sdb_opts& options, files::file_tree& tree,
+                                diag_log& log, io::notices& notices)
 {
     model::run_targets targets;
     if (options.pe_stats) {
@@ -164,24 +236,24 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
     if (!options.sdb_path.empty()) {
         targets.files.push_back(options.sdb_path);
     }
-    // No folder of an image can be listed, and a list has all its targets itself.
-    const bool is_list_alone = options.is_list_form() && !options.list_sdb;
-    if (options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
-        add_default_targets(targets.files, options.volume_text, notices);
-        std::erase_if(targets.files, [&](const std::string& path) {
-            const bool leads_out = model::leads_out_of_volume(options, path);
-            if (leads_out) {
-                notices.fail("%s leads out of the volume, not opened\n", path.c_str());
-            }
-            return leads_out;
-        });
+    ntfs::trace_text trace;
+    if (!options.log_path.empty()) {
+        trace = [&log](std::string_view line) { log.write(line); };
     }
-    if (options.stats || options.list_sdb) {
-        ntfs::trace_text trace;
-        if (!options.log_path.empty()) {
-            trace = [&log](std::string_view line) { log.write(line); };
+    // A list has all its targets itself.
+    const bool is_list_alone = options.is_list_form() && !options.list_sdb;
+    for (const std::string& volume : volumes_of(options, tree, targets, notices)) {
+        if (options.searches_default_places && !is_list_alone) {
+            add_databases_of(targets, options, volume, tree, notices);
         }
-        say_findings(model::gather_installed_databases(targets, options, trace), notices);
+        if (options.stats || options.list_sdb) {
+            say_findings(model::gather_installed_databases(
+                             targets, options, registry_of(options, volume, tree), tree, trace),
+                         notices);
+        }
+        if (options.deleted && options.searches_default_places && !is_list_alone) {
+            add_deleted_targets(tree, targets.files, volume);
+        }
     }
     return targets;
 }
@@ -203,8 +275,8 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
 }
 
 void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-         const form::run_facts& facts, const model::run_targets& targets, outputs& files,
-         diag_log& log, io::notices& notices)
+         const form::run_facts& facts, files::file_tree& tree, const model::run_targets& targets,
+         outputs& files, diag_log& log, io::notices& notices)
 {
     // A form that begins its stream itself needs no input to know of those before it.
     one_by_one place(
@@ -213,7 +285,7 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     input_counts counts;
     const input_output streams{out, standard_output, notices, log, place, threads, counts};
-    run_work(options, targets, files, streams).do_all(facts);
+    run_work(options, tree, targets, files, streams).do_all(facts);
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,

@@ -105,6 +105,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
     io::error_notices notices;
     io::standard_output standard_output;
     diag_log log;
+    files::file_tree tree;
     request::sdb_opts options;
     options.bounds = bounds;
     run_beginning beginning;
@@ -124,15 +125,15 @@ int run_driver(argument_list args, const request::bounds& bounds)
     model::run_targets targets;
     bool is_parsed = false;
     try {
-        is_parsed = parse_sdb_options(options, args, log, early, standard_output);
+        is_parsed = parse_sdb_options(options, args, tree, log, early, standard_output);
         if (is_parsed) {
-            targets = find_targets(options, log, early);
+            targets = find_targets(options, tree, log, early);
         }
     } catch (...) {
         early.say_all(notices);
         throw;
     }
-    outputs files(options, log);
+    outputs files(options, tree, log);
     const std::vector<std::string> inputs = examined_files(options, targets);
     if (const auto stream = files.examined_stream(inputs); stream != outputs::stream_kind::none) {
         return refuse_stream(stream, standard_output, notices);
@@ -163,7 +164,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
         if (begins_itself(options) && results == nullptr) {
             platform::set_standard_output_binary();
         }
-        run(out, standard_output, options, beginning.facts, targets, files, log, notices);
+        run(out, standard_output, options, beginning.facts, tree, targets, files, log, notices);
         files.finish(context.elapsed_text(), notices);
     } catch (...) {
         files.give_up(notices);

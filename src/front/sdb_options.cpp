@@ -114,6 +114,20 @@ std::optional<std::string> volume_of_letter(std::string_view value)
     return names_volume ? std::optional(std::string(value.substr(0, 1)) + ':') : std::nullopt;
 }
 
+// The volume that a value names as it stands: a folder that may be one, an image, or what lies in one.
+std::optional<std::string> volume_at(files::file_tree& tree, const std::string& value)
+{
+    auto volume = platform::volume_at(value);
+    std::string reason;
+    const files::place_kind kind = tree.kind_of(value, reason);
+    const bool is_image = kind == files::place_kind::volume || kind == files::place_kind::disk;
+    if (!volume && (is_image || (kind != files::place_kind::nothing && tree.is_in_image(value)))) {
+        const std::string path = tree.walkable_path(value);
+        volume = path.substr(0, path.find_last_not_of("/\\") + 1);
+    }
+    return volume;
+}
+
 bool take_partition(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
@@ -122,7 +136,7 @@ bool take_partition(parsing& now, const option_row&, const std::string& value)
     }
     options.partition_given = true;
     options.volume_given = true;
-    auto volume = platform::volume_at(value);
+    auto volume = volume_at(now.tree, value);
     if (!volume) {
         volume = volume_of_letter(value);
     }
@@ -151,7 +165,7 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
         return false;
     }
     options.vss_given = true;
-    auto volume = platform::volume_at(value);
+    auto volume = volume_at(now.tree, value);
     if (!volume) {
         volume = snapshot_of_number(value);
     }
@@ -163,10 +177,10 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool file_is_there(const std::string& path, io::notices& notices)
+bool file_is_there(files::file_tree& tree, const std::string& path, io::notices& notices)
 {
     platform::file_facts facts;
-    if (!path.empty() && platform::read_file_facts(path, facts)) {
+    if (!path.empty() && tree.read_facts(path, facts)) {
         return true;
     }
     notices.fail("Prob reading file %s\n", path.c_str());
@@ -190,16 +204,18 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
     }
     options.sdb_path = expanded(value);
     // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
-    const bool names_no_drive = options.sdb_path.find_first_not_of("/\\") >= 2;
+    // What lies in an image is on no drive either.
+    const bool names_no_drive =
+        options.sdb_path.find_first_not_of("/\\") >= 2 || now.tree.is_in_image(options.sdb_path);
     options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
-    return file_is_there(options.sdb_path, now.notices);
+    return file_is_there(now.tree, options.sdb_path, now.notices);
 }
 
 bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
     options.pe_path = expanded(value);
-    if (!options.vss_given && !file_is_there(options.pe_path, now.notices)) {
+    if (!options.vss_given && !file_is_there(now.tree, options.pe_path, now.notices)) {
         return false;
     }
     options.pe_stats = options.stats;
@@ -330,6 +346,7 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-tagids", true, take_tagids},
     {"-strings", true, take_strings},
     {"-reg", true, take_reg},
+    {"-no_logs", false, set_flag<&request::sdb_opts::no_logs>},
 });
 
 void add_database_options(std::vector<option_row>& rows)
@@ -344,7 +361,7 @@ void add_database_options(std::vector<option_row>& rows)
 }
 
 // What follows from all options together.
-void settle_targets(request::sdb_opts& options)
+void settle_targets(request::sdb_opts& options, files::file_tree& tree)
 {
     const bool searches_for_stats = options.stats && !options.pe_stats && options.sdb_path.empty();
     options.searches_default_places =
@@ -356,12 +373,12 @@ void settle_targets(request::sdb_opts& options)
         (options.stats || options.list_sdb)) {
         options.hive_given = true;
         options.software_hive_path =
-            path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
+            path_on_volume(tree, options.volume_text, place_of_software_hive);
     }
 }
 
 // Says what was asked for and has no effect in this run.
-void tell_unused(const request::sdb_opts& options, io::notices& notices)
+void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
     const bool asks_registry = options.stats || options.list_sdb;
     const std::pair<bool, const char*> unused[] = {
@@ -371,6 +388,8 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         {options.pe_stats && options.partition_given, "-partition"},
         {!options.is_list_form() && options.time_window_start, "-cmd_start_time"},
         {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
+        {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
+         "-deleted"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
     };
     for (const auto& [is_unused, name] : unused) {
@@ -383,7 +402,7 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         notices.say("%s tells what happened and when: it wants -stats\n",
                     std::string(form.option).c_str());
     }
-    if (options.hive_named && platform::is_missing(options.software_hive_path) &&
+    if (options.hive_named && tree.is_missing(options.software_hive_path) &&
         (options.pe_stats || !asks_registry)) {
         notices.fail("Prob reading hive %s: no such file\n", options.software_hive_path.c_str());
     }
@@ -400,8 +419,8 @@ bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 
 } // namespace
 
-bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
-                       io::notices& notices, io::output_sink& standard_output)
+bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::file_tree& tree,
+                       diag_log& log, io::notices& notices, io::output_sink& standard_output)
 {
     if (args.empty()) {
         return false;
@@ -411,7 +430,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
     add_common_options(rows);
     add_database_options(rows);
     add_help_options(rows);
-    parsing now{options, args, log, notices, standard_output};
+    parsing now{options, args, tree, log, notices, standard_output};
     if (!take_rows(rows, now)) {
         return false;
     }
@@ -421,8 +440,8 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log
     if (appends_to_no_lines(options, notices)) {
         return false;
     }
-    settle_targets(options);
-    tell_unused(options, notices);
+    settle_targets(options, tree);
+    tell_unused(options, tree, notices);
     tell_ignored(rows, args, notices);
     return true;
 }

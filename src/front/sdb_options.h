@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/file_tree.h"
 #include "front/arguments.h"
 #include "front/diag_log.h"
 #include "io/notice.h"
@@ -8,10 +9,10 @@
 
 namespace front {
 
-// Takes all options out of `args`, the common ones first, and says what is left over. False when a
-// message has been written and the run is to end. Two of the messages go to `standard_output`, all
-// others are notices.
-bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
-                       io::notices& notices, io::output_sink& standard_output);
+// Takes all options out of `args`, the common ones first, and says what is left over. Files that they
+// name are looked for in the tree. False when a message has been written and the run is to end. Two of
+// the messages go to `standard_output`, all others are notices.
+bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::file_tree& tree,
+                       diag_log& log, io::notices& notices, io::output_sink& standard_output);
 
 } // namespace front

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "files/file_tree.h"
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
@@ -24,6 +25,8 @@ struct job {
     io::notices& notices;
     uni::thread_allowance* threads = nullptr; // of which some may help; null where none may
     model::image_digests* digests = nullptr;  // of the database's image, where they were started
+
+    files::file_tree* files = nullptr; // where a program is looked for, which some reports read
 
     // The file that is told about.
     std::string path = {};

@@ -116,7 +116,8 @@ bool list_matches(const job& work)
     };
     match_facts match(work, text_of);
     std::string reason;
-    if (read_program(match.program, path, work.notices, reason) != program_state::read) {
+    if (read_program(match.program, *work.files, path, work.notices, reason) !=
+        program_state::read) {
         work.notices.fail("Problem pulling PE stats from file %s: %s\n", path.c_str(),
                           reason.c_str());
         work.form.failure(path, reason);

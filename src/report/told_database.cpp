@@ -98,14 +98,24 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
     to.fact("platform",
             identity.platform ? form::value(form::dword_value{*identity.platform}) : form::value());
     tell_extent(to, work);
+    const io::file_history* const kept = work.source ? work.source->history() : nullptr;
+    if (kept != nullptr && kept->is_deleted) {
+        to.begin_object("deleted");
+        to.fact("clusters", form::count{kept->clusters});
+        to.fact("unallocated", form::count{kept->free_clusters});
+        to.end();
+    }
 }
 
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
-               const form::moment& when)
+               const form::moment& when, const std::string* name)
 {
     to.begin_item();
     to.fact("source", std::string(source));
     to.fact("event", std::string(event));
+    if (name != nullptr) {
+        to.fact("name", *name);
+    }
     to.fact("time", when);
     to.end();
 }
@@ -116,6 +126,19 @@ void tell_times(form::fact_taker& to, const job& work, const model::database_ide
     tell_time(to, "file", "modified", {work.times.write});
     tell_time(to, "file", "accessed", {work.times.access});
     tell_time(to, "file", "created", {work.times.creation});
+    if (const io::file_history* const kept = work.source ? work.source->history() : nullptr) {
+        tell_time(to, "file", "record changed", {kept->record_change});
+        for (const io::kept_times& name : kept->names) {
+            const std::pair<const char*, std::uint64_t> times[] = {
+                {"modified", name.times.write},
+                {"accessed", name.times.access},
+                {"created", name.times.creation},
+                {"record changed", name.record_change}};
+            for (const auto& [event, time] : times) {
+                tell_time(to, "file name", event, {time}, &name.name);
+            }
+        }
+    }
 }
 
 void told_database::tell(form::fact_taker& to) const

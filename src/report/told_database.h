@@ -13,9 +13,10 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
 model::digest_texts digests_of(const job& work);
 std::string sha256_of(const job& work); // where the others were asked for
 
-// Tells a time that is known of it, from which source and of what. To be called inside of a list.
+// Tells a time that is known of it, from which source and of what, and of which of its names. To be
+// called inside of a list.
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
-               const form::moment& when);
+               const form::moment& when, const std::string* name = nullptr);
 // Tells the times of the file and the one that stands in the database.
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity);
 

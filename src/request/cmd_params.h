@@ -64,6 +64,7 @@ struct cmd_params {
     bool enumdir = false;
     std::string enumdir_path;
     std::uint32_t num_subdirs = 0;
+    bool deleted = false; // files that were deleted come behind the others
     std::optional<std::uint64_t> time_window_start; // FILETIME ticks
     std::optional<std::uint64_t> time_window_stop;  // the same
 

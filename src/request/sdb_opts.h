@@ -44,6 +44,7 @@ struct sdb_opts : cmd_params {
     bool hive_given = false;
     bool hive_named = false; // by -reg, and not by the volume
     std::string software_hive_path;
+    bool no_logs = false; // those of a hive are left out
 
     bool wants(std::string_view listing) const
     {
