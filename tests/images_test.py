@@ -150,6 +150,23 @@ class Paths(Images):
         self.assertIn('"name":"Windows/appraiser.sdb"', result.stdout.decode())
         self.assertEqual(run("-sdb", f"{VOLUME}/Windows:none", "-apps").returncode, FAILED)
 
+    def test_databases_are_found_by_their_content(self):
+        image = shutil.copy(VOLUME, self.path("image"))
+        with images.mounted(image) as root:
+            os.rename(Path(root, "Files/sparse.sdb"), Path(root, "Files/harmless.txt"))
+            Path(root, "Files/empty.sdb").touch()
+            os.rename(Path(root, "Files/gone.sdb"), Path(root, "Files/gone.txt"))
+            os.unlink(Path(root, "Files/gone.txt"))
+        listed, _ = self.rows("-enumdir", f"{image}/Files", "-num_subdirs", "9", "-by_content", "-deleted",
+                              "-stats", "-json")
+        found = {re.search(r'"database":"(.*?)"', line)[1][len(image):] for line in listed
+                 if '"kind":"statistics"' in line}
+        self.assertEqual({path for path in found if "$" not in path},
+                         {"/Files/harmless.txt", "/Files/link.sdb", "/Files/deep:kept",
+                          "/Files/Größe 計測🧵.sdb", "/Files/deep/er/and/deeper.sdb"})
+        self.assertRegex(" ".join(path for path in found if "$" in path),
+                         r"^/\$deleted/\d+-\d+/gone\.txt$")
+
     def test_all_times_are_told(self):
         path = f"{VOLUME}/Files/link.sdb"
         times = re.search(r'"times":\[.*?\]', run("-sdb", path, "-stats", "-json").stdout.decode())[0]
@@ -338,6 +355,24 @@ def marvin(data):
 
 
 class Damage(Images):
+    def test_a_folder_that_leads_back_ends_a_walk(self):
+        image = bytearray(Path(VOLUME).read_bytes())
+
+        def entries(name):
+            """Where the entries of indexes stand that have a name."""
+            units = name.encode("utf-16-le")
+            return [found.start() - 82 for found in re.finditer(re.escape(units), image)
+                    if image[found.start() - 2] == len(name)
+                    and struct.unpack_from("<H", image, found.start() - 72)[0] == 66 + len(units)]
+
+        above = entries("Files")[0]
+        for at in entries("er"):
+            image[at:at + 8] = image[above:above + 8]
+        result = run("-enumdir", self.write("image", image), "-num_subdirs", "100000", "-filter", "*.sdb",
+                     "-stats", "-csv", "-quiet")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertIn("/Files/deep/er: its record tells that it lies elsewhere\n", result.stderr.decode())
+
     def test_whatever_a_byte_of_a_record_or_index_becomes_a_walk_ends(self):
         whole = Path(VOLUME).read_bytes()
         places = [at for mark in (b"FILE0", b"INDX(") for at in

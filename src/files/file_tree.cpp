@@ -228,6 +228,20 @@ std::string file_tree::walkable_path(const std::string& path)
     return found.place.stream.empty() ? spelled : spelled + ':' + found.place.stream;
 }
 
+std::vector<std::string> file_tree::streams(const std::string& path)
+{
+    const location where = locate(path);
+    std::string reason;
+    found_place found;
+    std::vector<std::string> paths;
+    if (where.of && where.of->holds() != image::contents::other && find(where, found, reason)) {
+        for (const std::string& name : found.volume->streams(found.place)) {
+            paths.push_back(path + ':' + name);
+        }
+    }
+    return paths;
+}
+
 std::vector<platform::file_id> file_tree::identify(const std::string& path)
 {
     if (const auto id = platform::identify_file(path)) {

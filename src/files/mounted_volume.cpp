@@ -54,6 +54,7 @@ io::file_history history_of(ntfs::ntfs_volume& volume, const ntfs::stored_file& 
                             const ntfs::record_row& stream)
 {
     io::file_history history;
+    history.times = usual_times(file.times);
     history.record_change = file.times.record_change;
     for (const ntfs::stored_name& name : file.names) {
         history.names.push_back({name.name, usual_times(name.times), name.times.record_change});
@@ -430,6 +431,22 @@ bool mounted_volume::read_facts(const place_on_volume& place, platform::file_fac
     facts.size = stream != nullptr ? ntfs::stream_size(*stream) : 0;
     facts.is_directory = file.is_directory && stream == nullptr;
     return true;
+}
+
+std::vector<std::string> mounted_volume::streams(const place_on_volume& place)
+{
+    const std::scoped_lock lock(bytes_->mutex);
+    std::vector<std::string> names;
+    ntfs::mft_entries_ctx context(*volume_);
+    ntfs::stored_file file;
+    if (ntfs::read_stored_file(context, place.reference, file) == ntfs::record_state::read) {
+        for (const ntfs::record_row& stream : file.streams) {
+            if (stream.is_named && !stream.name.empty()) {
+                names.push_back(stream.name);
+            }
+        }
+    }
+    return names;
 }
 
 platform::listing_result mounted_volume::list(const place_on_volume& place,

@@ -54,9 +54,11 @@ public:
     static constexpr const char* no_such_file = "no such file";
     bool find(std::string_view path, place_on_volume& place, std::string& reason);
 
-    // The three read what find() found.
+    // These read what find() found.
     std::unique_ptr<io::byte_source> open(const place_on_volume& place, std::string& reason);
     bool read_facts(const place_on_volume& place, platform::file_facts& facts);
+    // The names of the streams that a file or folder has beside its content.
+    std::vector<std::string> streams(const place_on_volume& place);
     platform::listing_result list(const place_on_volume& place,
                                   std::vector<platform::directory_entry>& entries);
 

@@ -1,9 +1,11 @@
 #include "front/discovery.h"
 
 #include <algorithm>
+#include <array>
 #include <initializer_list>
 #include <string_view>
 
+#include "sdb/database.h"
 #include "uni/text.h"
 
 namespace front {
@@ -139,7 +141,7 @@ std::string folder_of_deleted(const std::string& volume)
 }
 
 void add_deleted_targets(files::file_tree& tree, std::vector<std::string>& targets,
-                         const std::string& volume)
+                         const std::string& volume, bool by_content)
 {
     std::vector<platform::directory_entry> records;
     std::vector<platform::directory_entry> found;
@@ -149,11 +151,27 @@ void add_deleted_targets(files::file_tree& tree, std::vector<std::string>& targe
         const std::string path = platform::join_path(folder, record.name);
         tree.list(path, found);
         for (const platform::directory_entry& file : found) {
-            if (is_sdb_name(file.name)) {
-                targets.push_back(platform::join_path(path, file.name));
+            std::string name = platform::join_path(path, file.name);
+            if (by_content ? begins_as_database(tree, name).value_or(true)
+                           : is_sdb_name(file.name)) {
+                targets.push_back(std::move(name));
             }
         }
     }
+}
+
+std::optional<bool> begins_as_database(files::file_tree& tree, const std::string& path)
+{
+    const auto source = tree.open(path);
+    if (!source) {
+        return std::nullopt;
+    }
+    std::array<std::uint8_t, sdb::header_size> head{};
+    if (source->read(head, 0) != head.size()) {
+        return source->has_failed() ? std::nullopt : std::optional(false);
+    }
+    const std::uint32_t magic = uni::byte_view(head).u32(8);
+    return magic == sdb::plain_magic || magic == sdb::compressed_magic;
 }
 
 std::string path_on_volume(files::file_tree& tree, const std::string& volume,

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,9 +43,12 @@ void add_default_targets(files::file_tree& tree, std::vector<std::string>& targe
 // its own.
 std::string folder_of_deleted(const std::string& volume);
 
-// Appends those of them that are named *.sdb.
+// Appends those of them that are named *.sdb or, by content, that begin as databases do.
 void add_deleted_targets(files::file_tree& tree, std::vector<std::string>& targets,
-                         const std::string& volume);
+                         const std::string& volume, bool by_content);
+
+// Whether a file begins as databases do, compressed ones too; nothing for one that cannot be read.
+std::optional<bool> begins_as_database(files::file_tree& tree, const std::string& path);
 
 // The names that lead to a volume's hive of software.
 inline constexpr std::initializer_list<const char*> place_of_software_hive = {"Windows", "System32",

@@ -223,14 +223,16 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
                                  std::string& reason, const input_output& out) const
 {
     model::pe_list properties;
+    std::optional<io::file_history> kept;
     const report::program_state state =
-        report::read_program(properties, tree_, path, out.notices, reason);
+        report::read_program(properties, tree_, path, out.notices, reason, &kept);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }
     stream_writer writer(options_, out);
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
+    work.program_file = kept ? &*kept : nullptr;
     report::report_of("pe").make(work);
     if (is_one_of_several) {
         writer.form().separate();

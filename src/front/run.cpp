@@ -252,7 +252,7 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
                          notices);
         }
         if (options.deleted && options.searches_default_places && !is_list_alone) {
-            add_deleted_targets(tree, targets.files, volume);
+            add_deleted_targets(tree, targets.files, volume, options.by_content);
         }
     }
     return targets;

@@ -390,6 +390,7 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
         {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
         {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
          "-deleted"},
+        {options.by_content && !options.enumdir && !options.deleted, "-by_content"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
     };
     for (const auto& [is_unused, name] : unused) {

@@ -96,6 +96,7 @@ void stdin_stream_ex::enter(const pending_directory& directory)
     for (const platform::directory_entry& entry : list_in_order(tree_, directory.path, notices_)) {
         std::string path = platform::join_path(directory.path, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
+            take_streams(path);
             if (directory.depth < max_depth_ || directory.is_of_deleted) {
                 pending_dirs_.push_back(
                     {std::move(path), directory.depth + 1, directory.is_of_deleted});
@@ -104,10 +105,34 @@ void stdin_stream_ex::enter(const pending_directory& directory)
             say_linked_folder(path, notices_);
         } else if (entry.kind == platform::entry_kind::file_link) {
             say_linked_file(path, notices_);
-        } else if (accept_path(path, false)) {
-            ready_files_.push_back(std::move(path));
+        } else {
+            take_streams(path);
+            take_file(std::move(path));
         }
     }
+}
+
+void stdin_stream_ex::take_file(std::string path)
+{
+    if (accept_path(path, false) && holds_database(path)) {
+        ready_files_.push_back(std::move(path));
+    }
+}
+
+void stdin_stream_ex::take_streams(const std::string& path)
+{
+    if (options_ != nullptr && options_->by_content) {
+        for (std::string& stream : tree_.streams(path)) {
+            take_file(std::move(stream));
+        }
+    }
+}
+
+// One that cannot be read may be one.
+bool stdin_stream_ex::holds_database(const std::string& path) const
+{
+    return options_ == nullptr || !options_->by_content ||
+           begins_as_database(tree_, path).value_or(true);
 }
 
 // Asks the filters about a file, not about the root of a walk, and takes the long prefix away, so

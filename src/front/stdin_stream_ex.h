@@ -25,7 +25,8 @@ public:
 
     // From now on the entries are the files below `path` that the filters accept. `depth` is the
     // number of levels of subfolders that are entered; 0 for the files of `path` alone. What an
-    // earlier walk left is dropped. Files that were deleted come last, where the options want them. False,
+    // earlier walk left is dropped. Where the options tell databases by their content these alone are
+    // given, and the streams beside a file that are some. Files that were deleted come last, where the options want them. False,
     // and no walk, for an empty path.
     bool start_walk(const std::string& path, std::uint32_t depth,
                     const std::vector<request::filter_entry>& filters);
@@ -47,6 +48,9 @@ private:
     void forget_walk();
     bool next_entry(std::string& out);
     void enter(const pending_directory& directory);
+    void take_file(std::string path);
+    void take_streams(const std::string& path);
+    bool holds_database(const std::string& path) const;
     bool accept_path(std::string& path, bool is_root) const;
 
     files::file_tree& tree_;

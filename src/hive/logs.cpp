@@ -210,7 +210,8 @@ struct known_log {
     bool is_new() const { return head().u32(field::type) == newest_type; }
 };
 
-std::vector<known_log> logs_that_count(std::vector<std::unique_ptr<io::byte_source>> logs)
+std::vector<known_log> logs_that_count(std::vector<std::unique_ptr<io::byte_source>> logs,
+                                       bool& has_failed)
 {
     std::vector<known_log> known;
     for (auto& source : logs) {
@@ -218,8 +219,12 @@ std::vector<known_log> logs_that_count(std::vector<std::unique_ptr<io::byte_sour
         if (log.source) {
             log.base = read_at(*log.source, 0, block_size);
             const std::uint32_t type = log.head().u32(field::type);
-            if (has_right_checksum(log.head()) && (type == 1 || type == 2 || type == newest_type)) {
+            const bool counts =
+                has_right_checksum(log.head()) && (type == 1 || type == 2 || type == newest_type);
+            if (counts) {
                 known.push_back(std::move(log));
+            } else {
+                has_failed |= log.source->has_failed();
             }
         }
     }
@@ -392,7 +397,7 @@ std::unique_ptr<io::byte_source> with_logs(std::unique_ptr<io::byte_source> hive
 {
     outcome = {};
     io::byte_vector base = read_at(*hive, 0, block_size);
-    std::vector<known_log> logs = logs_that_count(std::move(sources));
+    std::vector<known_log> logs = logs_that_count(std::move(sources), outcome.has_failed);
     if (base.size() != block_size || logs.empty()) {
         return hive;
     }
@@ -415,6 +420,8 @@ std::unique_ptr<io::byte_source> with_logs(std::unique_ptr<io::byte_source> hive
         });
     }
     outcome.bad_bins = changed->finish();
+    outcome.has_failed |=
+        std::ranges::any_of(logs, [](const known_log& log) { return log.source->has_failed(); });
     return changed;
 }
 

@@ -52,6 +52,7 @@ struct log_outcome {
     std::uint64_t pages = 0;
     std::uint64_t bad_bins = 0; // that were changed and are none: they cannot be read any more
     bool is_complete = true;    // false where entries were left that could not be taken
+    bool has_failed = false;    // some of the logs could not be read
 };
 
 // The bytes of a hive that was not closed, with what its logs hold: entries by ascending sequence number,

@@ -26,6 +26,7 @@ struct kept_times {
     std::uint64_t record_change = 0; // of the file's record
 };
 struct file_history {
+    file_times times;
     std::uint64_t record_change = 0;
     std::vector<kept_times> names;
     // Of a file that was deleted: how many clusters it had, and how many of them are no other's yet.

@@ -175,6 +175,9 @@ void tell_of_logs(const installed_table& table, software_hive& hive, const std::
                   std::vector<registry_finding>& findings)
 {
     using enum registry_finding_kind;
+    if (hive.log_outcome.has_failed) {
+        findings.push_back({hive_unread, path, "its logs could not be read"});
+    }
     switch (hive.logs) {
     case hive_logs::closed:
         return;

@@ -56,13 +56,8 @@ void read_off_volume(software_hive& hive, const raw_place& place, const ntfs::tr
     }
 }
 
-void open_file(software_hive& hive, files::file_tree& tree, const std::string& path)
+void take_bytes(software_hive& hive, std::unique_ptr<io::byte_source> source)
 {
-    auto source = tree.open(path, hive.reason);
-    if (!source) {
-        hive.state = tree.is_missing(path) ? hive_state::missing : hive_state::unreadable;
-        return;
-    }
     hive.state = hive_state::unreadable;
     if (hive.bytes.open(std::move(source))) {
         hive.state = hive_state::opened;
@@ -71,28 +66,50 @@ void open_file(software_hive& hive, files::file_tree& tree, const std::string& p
     }
 }
 
-// Brings a hive up to date that was not closed.
-void take_logs(software_hive& hive, const request::sdb_opts& options, files::file_tree& tree,
+// The logs beside a hive; false if one is there and does not open.
+bool open_logs(std::vector<std::unique_ptr<io::byte_source>>& logs, files::file_tree& tree,
                const std::string& path)
 {
-    auto source = tree.open(path);
-    if (!source || !hive::is_unclosed(*source)) {
+    for (const char* const ending : {".LOG1", ".LOG2", ".LOG"}) {
+        auto log = tree.open(path + ending);
+        if (!log && !tree.is_missing(path + ending)) {
+            return false;
+        }
+        logs.push_back(std::move(log));
+    }
+    return true;
+}
+
+// Opens the file; one that was not closed is brought up to date.
+void open_file(software_hive& hive, const request::sdb_opts& options, files::file_tree& tree,
+               const std::string& path)
+{
+    auto source = tree.open(path, hive.reason);
+    if (!source) {
+        hive.state = tree.is_missing(path) ? hive_state::missing : hive_state::unreadable;
+        return;
+    }
+    if (!hive::is_unclosed(*source)) {
+        take_bytes(hive, std::move(source));
         return;
     }
     if (options.no_logs) {
         hive.logs = hive_logs::left_out;
+        take_bytes(hive, std::move(source));
         return;
     }
     std::vector<std::unique_ptr<io::byte_source>> logs;
-    for (const char* const ending : {".LOG1", ".LOG2", ".LOG"}) {
-        logs.push_back(tree.open(path + ending));
+    const bool are_open = open_logs(logs, tree, path);
+    auto before = tree.open(path, hive.reason);
+    if (!before) {
+        hive.state = hive_state::unreadable;
+        return;
     }
-    source = hive::with_logs(std::move(source), std::move(logs), hive.log_outcome);
+    take_bytes(hive, hive::with_logs(std::move(source), std::move(logs), hive.log_outcome));
+    hive.log_outcome.has_failed |= !are_open;
     hive.logs = hive.log_outcome.entries != 0 ? hive_logs::taken : hive_logs::none;
     if (hive.logs == hive_logs::taken) {
-        hive.bytes_before = std::move(hive.bytes);
-        hive.bytes = {};
-        hive.bytes.open(std::move(source));
+        hive.bytes_before.open(std::move(before));
     }
 }
 
@@ -109,14 +126,12 @@ software_hive load_software_hive(const request::sdb_opts& options, const registr
             hive.reason = "leads out of the volume";
             return hive;
         }
-        open_file(hive, tree, place.hive);
+        open_file(hive, options, tree, place.hive);
         const bool may_be_elsewhere = hive.state == hive_state::unreadable ||
                                       (hive.state == hive_state::missing && !options.hive_named);
         const auto raw = place_of_hive(options, place);
         if (may_be_elsewhere && raw && !tree.is_in_image(place.hive)) {
             read_off_volume(hive, *raw, trace, open_device);
-        } else if (hive.state == hive_state::opened) {
-            take_logs(hive, options, tree, place.hive);
         }
     } catch (const std::bad_alloc&) {
         hive = {};

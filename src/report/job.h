@@ -39,6 +39,7 @@ struct job {
     const model::installed_database* installed =
         nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
+    const io::file_history* program_file = nullptr; // what is kept of its file, if anything is
     const model::run_targets* targets = nullptr;
 };
 

@@ -143,6 +143,9 @@ public:
         to.fact("path", work_.path);
         to.begin_list("times");
         tell_time(to, "program", "compiled", date != nullptr ? moment_of(*date) : form::moment());
+        if (const io::file_history* const kept = work_.program_file) {
+            tell_file_times(to, kept->times, kept);
+        }
         to.end();
         to.begin_list("properties");
         for (const model::pe_property& property : *work_.program) {

@@ -7,13 +7,17 @@
 namespace report {
 
 program_state read_program(model::pe_list& properties, files::file_tree& tree,
-                           const std::string& path, io::notices& notices, std::string& reason)
+                           const std::string& path, io::notices& notices, std::string& reason,
+                           std::optional<io::file_history>* kept)
 {
     auto source = tree.open(path, reason);
     if (!source) {
         return program_state::unreadable;
     }
     say_if_deleted(path, *source, notices);
+    if (kept != nullptr && source->history() != nullptr) {
+        *kept = *source->history();
+    }
     switch (model::read_pe_stats(properties, std::move(source), path)) {
     case model::pe_outcome::no_program:
         reason = "is no program";

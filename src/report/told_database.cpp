@@ -120,25 +120,30 @@ void tell_time(form::fact_taker& to, std::string_view source, std::string_view e
     to.end();
 }
 
+void tell_file_times(form::fact_taker& to, const io::file_times& times,
+                     const io::file_history* kept)
+{
+    const auto tell_usual = [&](const char* source, const io::file_times& usual,
+                                const std::string* name) {
+        tell_time(to, source, "modified", {usual.write}, name);
+        tell_time(to, source, "accessed", {usual.access}, name);
+        tell_time(to, source, "created", {usual.creation}, name);
+    };
+    tell_usual("file", times, nullptr);
+    if (kept == nullptr) {
+        return;
+    }
+    tell_time(to, "file", "record changed", {kept->record_change});
+    for (const io::kept_times& each : kept->names) {
+        tell_usual("file name", each.times, &each.name);
+        tell_time(to, "file name", "record changed", {each.record_change}, &each.name);
+    }
+}
+
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity)
 {
     tell_time(to, "database", "compiled", {identity.time.value_or(0)});
-    tell_time(to, "file", "modified", {work.times.write});
-    tell_time(to, "file", "accessed", {work.times.access});
-    tell_time(to, "file", "created", {work.times.creation});
-    if (const io::file_history* const kept = work.source ? work.source->history() : nullptr) {
-        tell_time(to, "file", "record changed", {kept->record_change});
-        for (const io::kept_times& name : kept->names) {
-            const std::pair<const char*, std::uint64_t> times[] = {
-                {"modified", name.times.write},
-                {"accessed", name.times.access},
-                {"created", name.times.creation},
-                {"record changed", name.record_change}};
-            for (const auto& [event, time] : times) {
-                tell_time(to, "file name", event, {time}, &name.name);
-            }
-        }
-    }
+    tell_file_times(to, work.times, work.source ? work.source->history() : nullptr);
 }
 
 void told_database::tell(form::fact_taker& to) const

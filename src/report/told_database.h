@@ -17,6 +17,9 @@ std::string sha256_of(const job& work); // where the others were asked for
 // called inside of a list.
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
                const form::moment& when, const std::string* name = nullptr);
+// Tells the times of a file, and all others that are known of it, where that is anything.
+void tell_file_times(form::fact_taker& to, const io::file_times& times,
+                     const io::file_history* kept);
 // Tells the times of the file and the one that stands in the database.
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity);
 
