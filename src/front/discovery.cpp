@@ -4,6 +4,7 @@
 #include <array>
 #include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include "sdb/database.h"
 #include "uni/text.h"
@@ -14,17 +15,24 @@ namespace {
 
 constexpr std::uint32_t default_depth = 8;
 
-bool comes_before(const platform::directory_entry& a, const platform::directory_entry& b)
+// Brings entries into the order of walks. Their names are folded once, not for each comparison.
+void sort_entries(std::vector<platform::directory_entry>& entries)
 {
-    const auto folded_before = [](char x, char y) {
-        return static_cast<unsigned char>(uni::lower_ascii(x)) <
-               static_cast<unsigned char>(uni::lower_ascii(y));
-    };
-    if (uni::equal_ignoring_case(a.name, b.name)) {
-        return a.name < b.name;
+    std::vector<std::pair<std::string, std::size_t>> keys;
+    keys.reserve(entries.size());
+    for (const platform::directory_entry& entry : entries) {
+        keys.emplace_back(uni::lowered(entry.name), keys.size());
     }
-    return std::lexicographical_compare(a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
-                                        folded_before);
+    std::sort(keys.begin(), keys.end(), [&](const auto& a, const auto& b) {
+        const int order = a.first.compare(b.first);
+        return order != 0 ? order < 0 : entries[a.second].name < entries[b.second].name;
+    });
+    std::vector<platform::directory_entry> sorted;
+    sorted.reserve(entries.size());
+    for (const auto& [folded, number] : keys) {
+        sorted.push_back(std::move(entries[number]));
+    }
+    entries = std::move(sorted);
 }
 
 bool is_sdb_name(std::string_view name)
@@ -45,7 +53,7 @@ std::vector<std::string> folders_on_volume(files::file_tree& tree, const std::st
         for (const std::string& folder : found) {
             std::vector<platform::directory_entry> entries;
             tree.list(platform::join_path(folder, {}), entries);
-            std::sort(entries.begin(), entries.end(), comes_before);
+            sort_entries(entries);
             for (const platform::directory_entry& entry : entries) {
                 if (entry.kind == platform::entry_kind::directory &&
                     uni::equal_ignoring_case(entry.name, name)) {
@@ -72,7 +80,7 @@ std::vector<platform::directory_entry> list_in_order(files::file_tree& tree,
     if (!result.is_whole && !(result.is_missing && may_be_missing)) {
         notices.fail("Prob reading folder %s: %s\n", folder.c_str(), result.reason.c_str());
     }
-    std::sort(entries.begin(), entries.end(), comes_before);
+    sort_entries(entries);
     return entries;
 }
 

@@ -110,8 +110,9 @@ bool folder::take_entry(uni::byte_view key, std::uint64_t reference)
         return false;
     }
     const std::size_t from = names_.size();
-    for (std::uint64_t i = 0; i < length; i += 2) {
-        names_.push_back(key.u16(name_place + i));
+    names_.resize(from + key.u8(64));
+    for (std::size_t i = 0; i < key.u8(64); ++i) {
+        names_[from + i] = key.u16(name_place + i * 2);
     }
     if (names_.compare(from, names_.npos, u".") == 0) { // of the root, itself
         names_.resize(from);
