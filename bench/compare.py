@@ -131,6 +131,13 @@ def compare_programs(table, folder, place, quilt, large, load):
               (["md5sum", program],), 1.0)
     table.row("-match, 16 MiB / load", ([quilt, "-sdb", large, "-quiet", "-match", "-pe", program],),
               load, 2.0)
+    many = os.path.join(place, "many-programs")
+    os.mkdir(many)
+    Run(shell(f"head -c 16384 {program} > {many}/0.exe; for i in $(seq 9999); do "
+              f"cp {many}/0.exe {many}/$i.exe; done"))
+    table.row("-match, 10,000 programs / md5sum", ([quilt, "-sdb", large, "-quiet", "-match", "-pe",
+                                                    "-enumdir", many],),
+              (shell(f"find {many} -type f | xargs md5sum"),), 1.0)
     files = sorted(os.path.join(path, name) for path, _, names in os.walk(WINE) for name in names)
     if not files:
         print("-pe -stats -pipe -csv: Wine is not installed")
@@ -231,19 +238,26 @@ def compare(folder, pairs, place):
     plain = {size: (listing(size, "-apps", "-multiline"), f"{report}-{size}.txt")
              for size in databases}
     json = {size: (listing(size, "-apps", "-json"), f"{report}-{size}.json") for size in databases}
+    page = {size: (listing(size, "-apps", "-html"), f"{report}-{size}.html") for size in databases}
 
     table = Table(pairs)
     for kind in ("shared", 16):
         table.row(f"load, {kind} / md5sum of the database", load[kind],
                   (["md5sum", databases[kind]],), 1.5)
         for name, command, reach in (("XML", xml[kind], 1.0), ("plain", plain[kind], 0.7),
-                                     ("JSON", json[kind], 1.0)):
+                                     ("JSON", json[kind], 1.0), ("page", page[kind], 2.0)):
             Run(*command)
             table.row(f"-apps {name}, {kind} / md5sum of it", command, (["md5sum", command[1]],),
                       reach)
             peak = max(Run(*command).peak for _ in range(3)) - 16 * MIB
             table.memory("peak of it beyond 16 MiB / 2.5 images", peak,
                          2.5 * os.path.getsize(databases[kind]))
+    table.row("-explain, 16 / md5sum of its XML", (listing(16, "-explain"), f"{report}-explained"),
+              (["md5sum", xml[16][1]],), 1.0)
+    other = os.path.join(place, "other.sdb")
+    Run(["cp", databases[16], other])
+    table.row("-diff, 16 and 16 / load of both", (listing(16, "-diff", other),),
+              (shell(" && ".join([" ".join(load[16][0])] * 2)),), 4.0)
     table.row("load, 16 MiB / 1 MiB", load[16], load[1], 20)
     table.row("-apps, 16 MiB / 1 MiB", xml[16], xml[1], 20)
     compare_finding(table, maker, place, quilt, databases["shared"], load["shared"],

@@ -122,5 +122,6 @@ BENCHMARK(gather_statistics)->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, xml, "xml")->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, plain, "plain")->Apply(sizes);
 BENCHMARK_CAPTURE(list_applications, json, "json")->Apply(sizes);
+BENCHMARK_CAPTURE(list_applications, page, "html")->Apply(sizes);
 
 } // namespace

@@ -11,7 +11,7 @@ if [ "${1-}" != unused ]; then
     alone install_packages clang clang-tidy "${run_packages[@]}"
     alone configure_preset debug
     mapfile -t files < <(find src -name '*.cpp' -not -path '*/windows/*')
-    printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 \
+    printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 1 \
         clang-tidy -p build/debug --quiet --warnings-as-errors='*'
 fi
 

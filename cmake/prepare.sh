@@ -2,16 +2,19 @@
 # Nothing here writes to standard output.
 
 run_packages=(g++ cmake ninja-build libssl-dev zlib1g-dev libewf-dev)
-test_packages=("${run_packages[@]}" googletest python3 python3-jsonschema sleuthkit libhivex-bin ntfs-3g
+test_packages=("${run_packages[@]}" googletest python3 python3-jsonschema sleuthkit libhivex-bin ntfs-3g jq sqlite3
     mount fdisk gdisk ewf-tools)
 all_packages=("${test_packages[@]}" clang libclang-rt-14-dev clang-format
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 libxml2-utils
     gcc-mingw-w64-i686-posix icoutils dosfstools e2fsprogs exfatprogs patch
-    libexpat1-dev libcsv-dev cppcheck)
+    libexpat1-dev libcsv-dev cppcheck chromium-driver poppler-utils)
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
 mkdir -p "$logs"
+# The one for which packages are installed, whatever else comes first in PATH.
+python=/usr/bin/python3
+[ -x "$python" ] || python=python3
 
 # Runs a command with its output in a log file, which is shown on failure alone.
 logged() { # log-name command...

@@ -13,6 +13,7 @@
 #include <zlib.h>
 
 #include "database_mutator.h"
+#include "form/forms.h"
 #include "model/identifiers.h"
 #include "model/record_collector.h"
 #include "readers.h"
@@ -38,10 +39,10 @@ struct form_choice {
     std::string_view name;
     const char* separator; // between fields, where it matters
 };
-constexpr form_choice all_forms[] = {{"xml", nullptr}, {"plain", nullptr}, {"csv", ","},
-                                     {"csvl2t", ","},  {"csv", "|"},       {"bodyfile", "|"},
-                                     {"csvgen", ","},  {"csv", "\t"},     {"json", nullptr},
-                                     {"timesketch", nullptr}};
+constexpr form_choice all_forms[] = {{"xml", nullptr},        {"plain", nullptr}, {"csv", ","},
+                                     {"csvl2t", ","},         {"csv", "|"},       {"bodyfile", "|"},
+                                     {"csvgen", ","},         {"csv", "\t"},      {"json", nullptr},
+                                     {"timesketch", nullptr}, {"html", nullptr}};
 
 request::sdb_opts options_of(const form_choice& form)
 {
@@ -73,6 +74,8 @@ std::string report(const sdb::sdb_database& database, request::sdb_opts options)
     fuzz::require_text(text);
     if (options.form == "xml") {
         fuzz::require_document(text);
+    } else if (options.form == "html") {
+        fuzz::require_page("<html>" + text + "</html>");
     } else if (options.form == "json") {
         fuzz::require_json_lines(text, false);
     } else if (options.form == "timesketch") {
@@ -227,7 +230,9 @@ void compare_compressed(const sdb::sdb_database& database, request::sdb_opts opt
     fuzz::require(report_of(database, options) == report_of(other, options),
                   "what was compressed gives another report");
     options.stats = true;
-    options.form = options.form == "xml" ? "plain" : options.form;
+    if (options.form == "xml" || form::form_of(options.form).header == form::banner::in_the_form) {
+        options.form = "plain"; // the latter tell how the file was stored
+    }
     fuzz::require(report_of(database, options) == report_of(other, options),
                   "what was compressed gives other statistics");
 }

@@ -52,6 +52,10 @@ std::string match_report(const sdb::sdb_database& database, const request::sdb_o
     fuzz::require_text(made.text);
     fuzz::require_text(made.console);
     fuzz::require_text(made.notices);
+    if (options.form == "html") {
+        fuzz::require(made.console.empty(), "words beside a page");
+        fuzz::require_page("<html>" + made.text + "</html>");
+    }
     if (options.form == "json") {
         fuzz::require(made.console.empty(), "words beside a stream of JSON");
         fuzz::require_json_lines(made.text, false);
@@ -85,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     options.bounds.last_record_text = 0x10000;
     options.bounds.matched_items = 20'000;
     options.pe_path = known.paths[data[size - 1] % std::size(known.paths)];
-    for (const char* const form : {"xml", "plain", "csv", "json"}) {
+    for (const char* const form : {"xml", "plain", "csv", "json", "html"}) {
         options.form = form;
         const std::string text = match_report(database, options);
         fuzz::require(text == match_report(database, options), "the same match, another report");

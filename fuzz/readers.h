@@ -37,6 +37,40 @@ inline void require_document(std::string_view text)
     XML_ParserFree(parser);
 }
 
+// A page, which is XML too, or a part of one: of elements and attributes that do nothing, and with no more
+// in one another than browsers follow.
+inline void require_page(std::string_view text)
+{
+    struct reader {
+        static void XMLCALL begin(void* depth, const XML_Char* name, const XML_Char** attributes)
+        {
+            static const std::set<std::string_view> known = {
+                "html",   "head",   "meta",   "title",    "style",   "body",    "header", "h1",
+                "h2",     "h3",     "main",   "section",  "details", "summary", "div",    "p",
+                "b",      "em",     "span",   "dl",       "dt",      "dd",      "table",  "thead",
+                "tr",     "th",     "td",     "a",        "br",      "form",    "label",  "input",
+                "select", "option", "output", "datalist", "svg",     "path",    "text",   "script"};
+            require(known.contains(name), "an element that no page has");
+            for (; *attributes != nullptr; attributes += 2) {
+                const std::string_view attribute = *attributes;
+                require(!attribute.starts_with("on") && attribute != "style" &&
+                            attribute != "src" && (attribute != "href" || attributes[1][0] == '#'),
+                        "an attribute that acts");
+            }
+            require(++*static_cast<unsigned*>(depth) < 500, "elements that stand too deep");
+        }
+        static void XMLCALL end(void* depth, const XML_Char*) { --*static_cast<unsigned*>(depth); }
+    };
+    unsigned depth = 0;
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    XML_SetUserData(parser, &depth);
+    XML_SetElementHandler(parser, reader::begin, reader::end);
+    if (XML_Parse(parser, text.data(), static_cast<int>(text.size()), true) == XML_STATUS_ERROR) {
+        refuse(std::string("no page: ") + XML_ErrorString(XML_GetErrorCode(parser)));
+    }
+    XML_ParserFree(parser);
+}
+
 // Reads JSON as RFC 8259 has it, and stricter: no name twice in an object, no number but whole ones that
 // are not negative, no escape but those that are promised.
 class json_reader {

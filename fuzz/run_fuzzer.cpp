@@ -264,6 +264,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require_text(said, true);
     if (printed.starts_with("{\"kind\":\"run\"")) {
         fuzz::require_json_lines(printed, true);
+    } else if (printed.starts_with("<!DOCTYPE")) {
+        fuzz::require_page(printed);
     }
     return 0;
 }

@@ -15,6 +15,9 @@ TEST(examples, hold_what_their_text_says_byte_for_byte)
     const bytes image = test_support::database_from_text({text.begin(), text.end()});
     EXPECT_GT(image.size(), 6000u);
     EXPECT_TRUE(image == example("sample.sdb"));
+    const bytes changed = example("changed.txt");
+    EXPECT_TRUE(test_support::database_from_text({changed.begin(), changed.end()}) ==
+                example("changed.sdb"));
 
     // Another release of the compression library may pack them differently.
     const bytes packed = example("sample-compressed.sdb");

@@ -62,7 +62,7 @@ class Faults(Runs):
 
     def check_what_there_is(self, result):
         """A document is one for all that; what was not put in its place is named."""
-        if result.stdout.startswith(b"<?xml"):
+        if result.stdout.startswith((b"<?xml", b"<!DOCTYPE")):
             xml.parsers.expat.ParserCreate().Parse(result.stdout, True)
         elif result.stdout.startswith(b"{"):
             read_report(result.stdout, validated=False)
@@ -105,7 +105,11 @@ class Faults(Runs):
         self.check("-sdb", "IN/Windows/AppPatch/many.sdb", "-exes", "-guids", "-json", "-quiet")
 
     def test_statistics_in_json(self):
-        self.check("-stats", "-json", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+        for form in ("-json", "-html"):
+            self.check("-stats", form, "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
+    def test_listings_of_a_list_in_a_page(self):
+        self.check("-exes", "-guids", "-html", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-threads", "3")
 
     def test_statistics(self):
         self.check("-stats", "-csv", "-quiet", "-enumdir", "IN", "-num_subdirs", "8", "-out", "OUT",
@@ -146,9 +150,21 @@ class Faults(Runs):
                    "-out", "OUT")
 
     def test_match_with_a_program(self):
-        for form in ("-xml", "-json"):
+        for form in ("-xml", "-json", "-html"):
             self.check("-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-pe", "IN/tool2.exe", "-match",
                        "-quiet", form)
+
+    def test_explanations(self):
+        self.check("-explain", "-json", "-quiet", "-by_content", "-partition", "IN", "-reg", "IN/HIVE",
+                   "-known", "IN/ProgramData/helper.sdb")
+
+    def test_differences(self):
+        self.check("-enumdir", "IN/Windows", "-num_subdirs", "8", "-diff", "IN/Windows/AppPatch", "-quiet")
+
+    def test_matches_of_a_list(self):
+        self.check("-match", "-pe", "-enumdir", "IN", "-num_subdirs", "8", "-explain", "-csv", "-quiet",
+                   "-sdb", "IN/Windows/AppPatch/deep/other.sdb", "-sdb", "IN/Windows/AppPatch/sysmain.sdb",
+                   "-threads", "3")
 
     def test_program(self):
         self.check("-pe", "IN/tool2.exe", "-stats", "-quiet")

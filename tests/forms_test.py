@@ -241,7 +241,8 @@ class Forms(Runs):
         for form, first in (("-csv", "source file"), ("-csvl2t", "date,time,"), ("-multiline", "Database Path"),
                             ("-csvgen", "Database Path"), ("", "Database Path"), ("-bodyfile", "323e6399")):
             self.assertEqual(run(f"-sdb {SAMPLE} -stats {form} -no_header").stdout.decode().find(first), 0)
-        for options in ("-sdb nowhere.sdb -apps -no_header", f"-no_header -sdb {SAMPLE} -tag 0x7001"):
+        for options in ("-sdb nowhere.sdb -apps -no_header", f"-no_header -sdb {SAMPLE} -tag 0x7001",
+                        f"-no_header -sdb {SAMPLE} -exes -csv", f"-no_header -sdb {SAMPLE} -exes -csvl2t"):
             self.assertEqual(run(options).stdout, b"")
 
 

@@ -54,6 +54,9 @@ def fill(root):
     hive.parent.mkdir(parents=True, exist_ok=True)
     hive.write_bytes(hives.software_hive(["C:\\Files\\deep\\er\\and\\deeper.sdb"], 16_000))
     shutil.copy(SAMPLE, Path(root, "Files/gone.sdb"))
+    head = b"MZ".ljust(60, b"\0") + struct.pack("<I", 128)
+    Path(root, "Files/tool1.exe").write_bytes(head.ljust(128, b"\0") + b"PE\0\0" + struct.pack("<HH", 0x14c, 0)
+                                              + bytes(888))
 
 
 def make_disk(path, size, script, volume, *places):
@@ -121,12 +124,18 @@ class Paths(Images):
                             "-enumdir {}/files -num_subdirs 1 -filter *.sdb -apps -multiline",
                             "-enumdir {} -num_subdirs 9 -filter *.txt -stats", "-partition {} -listsdb",
                             "-partition {} -stats -json", "-sdb {}/Packed/packed.sdb -apps",
-                            "-sdb {}/FILES/link.sdb -stringtable"):
+                            "-sdb {}/FILES/link.sdb -stringtable", "-partition {} -explain",
+                            "-partition {} -explain -by_content -json", "-enumdir {} -num_subdirs 9 "
+                            f"-filter *.sdb -explain -reg {{}}/{images.HIVE}",
+                            "-enumdir {} -num_subdirs 9 -filter *.sdb -diff {}/Windows",
+                            "-partition {} -diff {}", "-partition {} -match -explain -pe {}/Files/tool1.exe",
+                            "-sdb {}/Windows/appraiser.sdb -apps -known {}/Windows/AppPatch/sysmain.sdb"):
                 found = []
                 for place_of in (VOLUME, root):
                     words = (options + " -quiet -no_header").replace("{}", place_of).split()
                     result = ARGUMENTS.quilt.run_unwatched(*words)
-                    text = re.sub(r'"times":\[.*?\]|^{"kind":"run".*', "",
+                    # The mount does not tell what the findings about a file's record are made of.
+                    text = re.sub(r'"times":\[.*?\]|^{"kind":"run".*|^.*(place\.hidden|time\.file).*\n', "",
                                   result.stdout.decode().replace(place_of, "ROOT"), flags=re.M)
                     said = result.stderr.decode().replace(place_of, "ROOT")
                     found.append((options, result.returncode, text, said))
@@ -143,6 +152,21 @@ class Paths(Images):
                 self.assertEqual(run("-sdb", spelled, "-stats").returncode, 0, spelled)
         for path in ("Windows/nothing.sdb", "Windows/AppPatch/sysmain.sdb/more", "../vol.img", "Windows"):
             self.assertEqual(run("-sdb", f"{VOLUME}/{path}", "-stats").returncode, FAILED, path)
+
+    def test_what_a_record_tells_is_found(self):
+        image = shutil.copy(VOLUME, self.path("image"))
+        with images.mounted(image) as root:
+            file = Path(root, "Files/link.sdb")
+            os.setxattr(file, "user.beside", b"what stands in the stream")
+            os.setxattr(file, "system.ntfs_attrib_be", struct.pack(">I", 2))
+            os.setxattr(file, "system.ntfs_times_be", struct.pack(">4Q", *[hives.MOMENT] * 4))
+        said = run("-sdb", f"{image}/Files/link.sdb", "-explain").stdout.decode()
+        for words in ("place.hidden      its file has the attribute hidden",
+                      "place.hidden      its file has the alternate data stream beside",
+                      "time.file         its file was made and last written at whole seconds"):
+            self.assertIn(words, said)
+        said = run("-sdb", f"{image}/Files/deep:kept", "-explain").stdout.decode()
+        self.assertIn("it lies in an alternate data stream, kept", said)
 
     def test_streams(self):
         stream = f"{VOLUME}/Files/deep:kept"

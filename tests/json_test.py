@@ -17,8 +17,8 @@ from pathlib import Path
 
 from support import hives
 from support.hostile import HOSTILE, damaged_databases, hostile_database
-from support.json_lines import read_lines, read_report
-from support.whole_runs import COMPRESSED, FAILED, GOLDEN, SAMPLE, Database, Runs, main, run
+from support.json_lines import SCHEMA, VALIDATORS, read_lines, read_report
+from support.whole_runs import COMPRESSED, FAILED, GOLDEN, SAMPLE, Database, Runs, main, run, small_program
 
 LISTINGS = ("-apps -fixes -guids -stringtable", "-exes", "-strings e", "-patchbytes 85", "-tag 0x7007")
 
@@ -106,14 +106,21 @@ class Json(Runs):
                 (0x401d, struct.pack("<I", 0), None, None),
                 (0x401d, b"\xff" * 4, None, "0xffffffff"),
                 (0x5001, struct.pack("<Q", moment), "2003-06-13T17:46:52.3456789Z", None),
-                (0x5001, struct.pack("<Q", 1), None, "0x0000000000000001"),
+                (0x5001, struct.pack("<Q", 1), "1601-01-01T00:00:00.0000001Z", None),
+                (0x5004, struct.pack("<Q", 2_650_467_743_999_999_999), "9999-12-31T23:59:59.9999999Z", None),
+                (0x5004, struct.pack("<Q", 2_650_467_744_000_000_000), None, "0x24c85a5ed1c04000"),
+                (0x4033, struct.pack("<I", 1234567890), "2009-02-13T23:31:30Z", None),
+                (0x5014, struct.pack("<Q", 6 << 48), "6.0.0.0", None), (0x5017, bytes(8), "0.0.0.0", None),
+                (0x501c, struct.pack("<Q", 6 << 48), "6.0.0.0", None),
                 (0x5002, struct.pack("<Q", 6 << 48 | 2 << 32 | 1180 << 16 | 4), "6.2.1180.4", None),
                 (0x5002, struct.pack("<Q", 6 << 48 | 2 << 32 | 0xffffffff), "6.2", None),
                 (0x5002, struct.pack("<Q", 6 << 48 | 0xffff << 32 | 1), "6", "0x0006ffff00000001"),
                 (0x5ffe, struct.pack("<Q", 10), "0x000000000000000a", None),
-                (0x6001, struct.pack("<I", 6), "first", None), (0x6ffe, struct.pack("<I", 24), "", None),
+                (0x6001, struct.pack("<I", 6), "first", None), (0x6ffe, struct.pack("<I", 48), "", None),
                 (0x6001, struct.pack("<I", 7), None, "0x00000007"),
+                (0x6001, struct.pack("<I", 24), "\xe9", "0x00000018"),
                 (0x8ffe, struct.pack("<I", 4) + b"a\0\0\xd8", "a\ufffd", None),
+                (0x8ffe, struct.pack("<I", 6) + b"a\0\0\0b\0", "a", {"size": 6, "hex": "610000006200"}),
                 (0x9004, struct.pack("<I", 16) + bytes(range(16)), "03020100-0504-0706-0809-0a0b0c0d0e0f", None),
                 (0x9004, struct.pack("<I", 2) + b"\x01\x02", None, {"size": 2, "hex": "0102"}),
                 (0x9ffe, struct.pack("<I", 3) + b"\xeb\0\x01\0", {"size": 3, "hex": "eb0001"}, None),
@@ -121,7 +128,7 @@ class Json(Runs):
                 (0x9002, struct.pack("<I", 4) + b"\x85\xc0\0\0", [], {"size": 4, "hex": "85c00000"})):
             with self.subTest(tag=hex(number), stored=stored):
                 made = Database()
-                for text in ("first", ""):
+                for text in ("first", "\xe9\0hidden", ""):
                     made.tag(0x6001, text)
                 image = made.image(tag(0x7007, struct.pack("<H", number) + stored, b"\x02\x10", b"\x03\x10"))
                 record, = self.records(image)
@@ -129,6 +136,30 @@ class Json(Runs):
                 self.assertEqual((record["values"][name], record.get("raw", {}).get(name)), (value, raw))
                 self.assertEqual(record["at"][name], record["offset"] + 6)
                 self.assertEqual(record.get("tags"), {"byte": number} if name == "byte" else None)
+
+    def test_the_schema_holds_values_by_the_types_of_their_tags(self):
+        names = [(int(number, 16), name) for number, name in re.findall(
+            r"SDB_TAG\((0x\w+), (\w+)\)", Path("src/sdb/tag_list.inc").read_text("utf-8"))]
+        names += [(number, f"tag_{number}") for kind in (1, 3, 4, 5, 6, 8, 9)
+                  for number in (kind << 12, (kind << 12) + 1234, (kind << 12) + 0xfff)] + [(0x2001, "byte")]
+        kinds = {1: "set", 2: "number", 3: "number", 4: "number moment", 5: "bits moment version", 6: "text",
+                 8: "text", 9: "binary guid_or_none patch"}
+        shapes = SCHEMA["$defs"]["list"]["properties"]
+        for number, name in names:
+            if number >> 12 != 7:
+                with self.subTest(name=name):
+                    kind, = (to["$ref"] for pattern, to in shapes["values"]["patternProperties"].items()
+                             if re.search(pattern, name))
+                    again, = (to["items"]["properties"]["value"]["$ref"]
+                              for pattern, to in shapes["repeated"]["patternProperties"].items()
+                              if re.search(pattern, name))
+                    self.assertEqual(kind, again)
+                    self.assertIn(kind.split("/")[-1], kinds[number >> 12].split())
+        record = self.records(Path(SAMPLE).read_bytes(), "-exes")[0]
+        for name, value in (("size", "1"), ("name", 1), ("general", False), ("time", "yesterday"),
+                            ("bin_file_version", "0x01"), ("tag_20481", 1), ("exe_id", {}), ("patch_bits", "eb")):
+            for changed in ({"values": {name: value}}, {"repeated": {name: [{"at": 1, "value": value}]}}):
+                self.assertFalse(VALIDATORS["record"].is_valid({**record, **changed}), changed)
 
     def test_a_record_is_a_tree(self):
         tag = (d := Database()).tag
@@ -191,21 +222,28 @@ class Json(Runs):
         tool = self.write("tool.exe", b"no program")
         self.write("v/Windows/AppPatch/a.sdb", Path(SAMPLE).read_bytes())
         self.write("v/Windows/AppPatch/b.sdb", b"no database")
+        os.makedirs(self.path("w/Windows/AppPatch"))
+        os.symlink(os.path.abspath(SAMPLE), self.path("w/Windows/AppPatch/out.sdb"))
         lists = f"{SAMPLE}\n{tool}\n{self.path('none.sdb')}\n".encode()
         for options, code, kinds, counts in (
                 (f"-sdb {SAMPLE} -strings nowhere", 0, ["database"], (1, 0, 0, False)),
                 (f"-sdb {SAMPLE} -fixes -strings nowhere", 0, ["database", "note"], (1, 0, 0, False)),
-                (f"-sdb {SAMPLE}", 0, ["database"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE}", 0, ["database", "note"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE} -tag", 0, ["database", "note"], (1, 0, 0, False)),
+                (f"-sdb {SAMPLE} -exes -strings nowhere -diags /dev/full", FAILED, ["database"], (1, 0, 0, False)),
+                ("-h", 0, [], (0, 0, 0, True)),
                 (f"-sdb {SAMPLE} -match -pe {tool}", FAILED, ["database", "failure"], (1, 0, 1, False)),
                 (f"-sdb {tool} -apps", FAILED, ["failure"], (0, 0, 1, False)),
                 (f"-pe {tool} -stats", FAILED, ["failure"], (0, 0, 1, False)),
-                (f"-sdb {tool}.sdb -apps", FAILED, [], (0, 0, 0, True)),
+                (f"-sdb {tool}.sdb -apps", FAILED, ["failure"], (0, 0, 1, True)),
+                (f"-sdb {SAMPLE} -match -pe {tool}.exe", FAILED, ["failure"], (0, 0, 1, True)),
                 (f"-sdb {SAMPLE} -patchbytes zz", FAILED, [], (0, 0, 0, True)),
                 ("-apps", FAILED, [], (0, 0, 0, True)),
                 (f"-partition {self.path('v')} -patches -strings no", FAILED, ["database", "failure"],
                  (1, 0, 1, False)),
                 (f"-partition {self.path('v')} -listsdb", 0, ["target"] * 2, (2, 0, 0, False)),
                 (f"-partition {self.folder} -listsdb", FAILED, [], (0, 0, 0, False)),
+                (f"-partition {self.path('w')} -exes", FAILED, ["failure"], (0, 0, 1, False)),
                 ("-pipe -tag 0x7010", FAILED, ["database", "failure"], (1, 0, 1, False)),
                 ("-pipe -stats", FAILED, ["statistics", "failure"], (1, 0, 1, False))):
             with self.subTest(options=options):
@@ -224,6 +262,10 @@ class Json(Runs):
         self.assertEqual([line["kind"] for line in read_report(Path(out).read_bytes())], ["run", "target", "end"])
         self.assertEqual(run(f"{listed} -append").stdout, b"")
         self.assertEqual(len(read_lines(Path(out).read_bytes())), 6)
+        cut = self.write("cut.json", b'{"kind":"ru')
+        run(f"-sdb {SAMPLE} -exes -json -quiet -append -out {cut}")
+        first, *report = Path(cut).read_bytes().split(b"\n", 1)
+        self.assertEqual((first, len(read_report(report[0]))), (b'{"kind":"ru', 10))
 
     def test_names_that_are_no_utf_8(self):
         path = os.fsencode(self.folder) + b"/\xffa\xc2\x85\"\xe2\x80.sdb"
@@ -267,8 +309,7 @@ class Json(Runs):
 
     def test_a_match_tells_each_fact(self):
         tag = (d := Database()).tag
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        tool = self.write("tool.exe", (head + b"PE\0\0" + bytes(20) + b"\x0b\1").ljust(4096, b"\0"))
+        tool = self.write("tool.exe", small_program())
 
         def exe(*facts):
             return tag(0x7007, tag(0x6001, "tool.exe"), tag(0x6006, "A"),
@@ -282,6 +323,11 @@ class Json(Runs):
         self.assertEqual((match["program"], match["by"], match["complete"]), (tool, "name", True))
         self.assertEqual([(one["verdict"], one["listed"]) for one in match["lists"]],
                          [("yes", True), ("no", False), ("unknown", True), ("no", False), ("unknown", True)])
+        named = match["lists"][1]
+        compared = next(one for one in named["facts"] if one["tag"] == "name")
+        self.assertEqual((compared["compared"], compared["compared_at"]), ("tool.exe", named["record"] + 6))
+        self.assertLessEqual({"size": 4096, "sha256": hashlib.sha256(Path(tool).read_bytes()).hexdigest()}.items(),
+                             match["program_file"].items())
         facts = [[(one["tag"], one["database"], one["program"], one["agrees"]) for one in row["facts"]]
                  for row in match["lists"]]
         self.assertEqual(facts[1], [("size", 4095, 4096, "no"), ("name", "*", "tool.exe", "yes")])
@@ -292,17 +338,21 @@ class Json(Runs):
         self.assertEqual([one["record"] for one in match["records"]], [record["offset"] for record in records])
 
     def test_programs_are_objects(self):
-        head = (b"MZ".ljust(60, b"\0") + (128).to_bytes(4, "little")).ljust(128, b"\0")
-        moment = struct.pack("<I", 1234567890)
-        tool = self.write("tool.exe", (head + b"PE\0\0" + b"\x4c\1\0\0" + moment).ljust(4096, b"\0"))
+        tool = self.write("tool.exe", small_program(1234567890))
+        os.utime(tool, (1e9, 1e9))
         program, = self.lines("-pipe -pe -stats -json -quiet", lines=tool.encode())
         self.assertEqual((program["kind"], program["path"]), ("program", tool))
-        self.assertEqual(program["times"],
-                         [{"source": "program", "event": "compiled", "time": "2009-02-13T23:31:30Z"}])
+        digests = {name: hashlib.new(name, Path(tool).read_bytes()).hexdigest() for name in ("md5", "sha1", "sha256")}
+        self.assertLessEqual({"size": 4096, **digests}.items(), program.items())
+        self.assertEqual([(one["event"], one["time"]) for one in program["times"]][:2],
+                         [("compiled", "2009-02-13T23:31:30Z"), ("modified", "2001-09-09T01:46:40.0000000Z")])
         numbers = {one["tag"]: one["number"] for one in program["properties"]}
         self.assertEqual((numbers["link_date"], numbers["size"]), (1234567890, 4096))
-        event, = read_lines(run(f"-pe {tool} -stats -timesketch").stdout)
-        self.assertEqual((event["datetime"], event["timestamp"]), ("2009-02-13T23:31:30Z", 1234567890000000))
+        language = {one["language"] for one in program["properties"]}
+        self.assertEqual(language, {None})
+        event, *_ = read_lines(run(f"-pe {tool} -stats -timesketch -username u").stdout)
+        self.assertLessEqual({"datetime": "2009-02-13T23:31:30Z", "timestamp": 1234567890000000, "user": "u",
+                              "property_size": 4096, "property_module_type": 3, **digests}.items(), event.items())
 
     def test_events_for_timesketch(self):
         path = self.write("named.sdb", hostile_database('a\n"b\u202e'))
@@ -314,6 +364,7 @@ class Json(Runs):
             self.assertTrue(all(isinstance(value, (str, int)) for value in event.values()))
             moment = datetime.fromisoformat(event["datetime"])
             self.assertEqual(moment.timestamp() * 1_000_000 // 1, event["timestamp"])
+            self.assertGreater(event["count_exe"], 0)
             self.assertEqual((event["name"], event["host"], event["database"]), ('a\n"b\u202e', "h", path))
             self.assertTrue(path in event["message"] and event["md5"] and event["sha256"])
         self.assertEqual(run(f"-sdb {path} -apps -timesketch -quiet").stdout, b"")

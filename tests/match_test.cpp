@@ -30,11 +30,16 @@ model::match_results find(sdb_builder& b, const pe_list& file, const std::string
     uni::text_buffer nowhere;
     const auto writer = form::form_of("xml").make(nowhere, options, {});
     writer->begin({&in.database, ""});
+    const model::tag_texts texts = [&](std::uint32_t offset, std::size_t longest) {
+        return writer->tag_text(offset, longest);
+    };
     model::match_results results;
-    EXPECT_TRUE(model::match_program(results, in.database, file, path,
-                                     [&](std::uint32_t offset, std::size_t longest) {
-                                         return writer->tag_text(offset, longest);
-                                     }));
+    model::looked_at_lists seen;
+    EXPECT_TRUE(model::match_program(results, in.database, file, path, texts, {}, &seen));
+    // What many programs are held against finds the same lists.
+    const model::looked_at_lists indexed = model::match_index(in.database, texts).find(path);
+    EXPECT_EQ(indexed.lists, seen.lists);
+    EXPECT_TRUE(indexed.by_path == seen.by_path || seen.lists.empty());
     return results;
 }
 
@@ -221,6 +226,41 @@ TEST(match_report, nested_records_hide_no_other)
     std::snprintf(line, sizeof line, "match tagid %08x\n\n", b.offset_of(list));
     EXPECT_EQ(made.console, line);
     EXPECT_EQ(made.notices, "Not all nested records could be matched: a.sdb\n");
+}
+
+TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
+{
+    sdb_builder b;
+    const auto exe = [&](const char* fix, const std::vector<node>& facts) {
+        b.add(b.list(tag::exe, {b.text(tag::name, "tool.exe"), b.list(tag::matching_file, facts),
+                                b.list(tag::shim_ref, {b.text(tag::name, fix)})}));
+    };
+    exe("Both", {b.text(tag::company_name, "C"), b.dword(tag::size, 7)});
+    exe("Near", {b.text(tag::company_name, "C"), b.dword(tag::size, 8)});
+    exe("Far", {b.text(tag::company_name, "D"), b.dword(tag::size, 8)});
+    exe("One", {b.dword(tag::size, 8)}); // of one fact nothing is near
+    exe("Unknown", {b.dword(tag::size, 7), b.qword(tag::upto_bin_file_version, 9)});
+    const test_support::loaded_database in(b.build());
+    request::sdb_opts options = test_support::row_options("csv");
+    const pe_list file = {
+        {"", "", 7, tag::size}, {"", "C", 0, tag::company_name}, {"", "tool.exe", 0, tag::name}};
+    const auto told = [&](bool explains) {
+        options.explain = explains;
+        return test_support::caught_report(file, in.database, "x\\Tool.exe", options).text;
+    };
+    constexpr const char* head =
+        "program,database,verdict,record,record_offset,list_offset,fixes,facts\n";
+    const std::string caught =
+        "x\\Tool.exe,c:\\a&b.sdb,caught,tool.exe,0x00000012,0x0000001e,Both,";
+    const std::string near_by =
+        "x\\Tool.exe,c:\\a&b.sdb,nearly caught,tool.exe,0x0000003c,0x00000048,Near,";
+    const std::string unknown =
+        "x\\Tool.exe,c:\\a&b.sdb,caught as far as is known,tool.exe,0x000000b4,0x000000c0,Unknown,";
+    EXPECT_EQ(told(false), head + caught + "\n" + unknown + "\n");
+    EXPECT_EQ(told(true),
+              head + caught + "\"size 0x00000007 = ok; company_name \"\"C\"\" = ok\"\n" + near_by +
+                  "\"size 0x00000008 = 0x00000007 no; company_name \"\"C\"\" = ok\"\n" + unknown +
+                  "size 0x00000007 = ok; upto_bin_file_version 0.0.0.9 >= unknown\n");
 }
 
 } // namespace

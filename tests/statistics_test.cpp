@@ -254,8 +254,11 @@ TEST(statistics, odd_facts)
         sdb_builder b;
         one.make(b);
         model::database_facts facts;
-        EXPECT_TRUE(model::gather_facts(facts, loaded_database(b.build()).database));
-        std::string text = std::to_string(facts.platform.value_or(0)) + '|' + facts.internal_name;
+        const bytes image = b.build();
+        const loaded_database loaded(image);
+        EXPECT_TRUE(model::gather_facts(facts, loaded.database));
+        std::string text = std::to_string(facts.platform.value_or(0)) + '|' +
+                           model::internal_name(loaded.database, facts);
         for (const model::record_count& counted : facts.counts) {
             text += ' ' + counted.name + '=' + std::to_string(counted.count);
         }

@@ -247,7 +247,8 @@ class Lists(Runs):
         for options in ("-stats", "-stats -csv -out out", "-stats -csvl2t -filter *.sdb",
                         "-stats -bodyfile -quiet", "-apps", "-exes -csvgen -diags log", "-guids",
                         "-strings tool1", "-match -pe tool1000.exe -out out", "-pe -stats",
-                        "-pe -stats -csv"):
+                        "-pe -stats -csv", "-apps -guids -json", "-apps -guids -html", "-stats -html",
+                        "-match -pe tool1000.exe -json"):
             for target, given in (("-pipe", lines), ("-enumdir . -num_subdirs 2", b"")):
                 one, *others = (self.run_list(f"{options} {target} -threads {threads}", given)
                                 for threads in (1, 2, 8))

@@ -288,6 +288,13 @@ place_kind file_tree::kind_of(const std::string& path, std::string& reason)
     return facts.is_directory ? place_kind::folder : place_kind::file;
 }
 
+bool file_tree::is_folder(const std::string& path)
+{
+    std::string reason;
+    const place_kind kind = kind_of(walkable_path(path), reason);
+    return kind != place_kind::nothing && kind != place_kind::file;
+}
+
 bool file_tree::reads_copy_of_table(const std::string& disk)
 {
     std::string reason;

@@ -56,6 +56,8 @@ public:
 
     // What is at a path; for a file that is no folder, `reason` tells why not, in words.
     place_kind kind_of(const std::string& path, std::string& reason);
+    // Whether a folder is there, a volume and a disk among them, in whatever spelling.
+    bool is_folder(const std::string& path);
     // The roots of the volumes in images that a path leads to, or into.
     std::vector<std::string> volumes_at(const std::string& path);
     // Whether a disk is known by the copy of its partition table alone.

@@ -59,6 +59,17 @@ io::file_history history_of(ntfs::ntfs_volume& volume, const ntfs::stored_file& 
     for (const ntfs::stored_name& name : file.names) {
         history.names.push_back({name.name, usual_times(name.times), name.times.record_change});
     }
+    constexpr std::uint32_t hidden = 2;
+    constexpr std::uint32_t system = 4;
+    history.is_hidden = (file.attributes & hidden) != 0;
+    history.is_system = (file.attributes & system) != 0;
+    history.reparse_kind = file.reparse_kind;
+    history.stream = stream.name;
+    for (const ntfs::record_row& other : file.streams) {
+        if (other.is_named && other.name != stream.name) {
+            history.other_streams.push_back(other.name);
+        }
+    }
     history.is_deleted = !file.is_in_use;
     if (history.is_deleted) {
         const ntfs::cluster_counts counts = ntfs::count_clusters(volume, stream);

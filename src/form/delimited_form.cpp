@@ -26,19 +26,20 @@ public:
             state_.head_stands = true;
         }
         for (const column& one : columns) {
-            write_value_cell(one);
+            write_value_cell(one, database_of(facts));
             end_cell(&one == &columns.back());
         }
         return goes_on();
     }
 
 private:
-    void write_value_cell(const column& one)
+    void write_value_cell(const column& one, const sdb::sdb_database* database)
     {
         const std::size_t width = one.is_padded ? one.width : 0;
         const moment* const stamp = std::get_if<moment>(&one.shown);
         if (stamp == nullptr || one.part == column_part::whole) {
-            write_cell(field_text(value_text(one.shown, style_), style_), one.leads_value, width);
+            write_cell(field_text(value_text(one.shown, style_, database), style_), one.leads_value,
+                       width);
             return;
         }
         const moment_text text(*stamp, style_);

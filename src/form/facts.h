@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "form/value.h"
+#include "sdb/database.h"
 
 // What is told under names, for programs that read it. A name stays the same from version to version, and
 // so does the type of what stands under it.
@@ -17,6 +18,8 @@ public:
     virtual ~fact_taker() = default;
 
     virtual void fact(std::string_view name, const value& known) = 0;
+    // What an item of a list tells, for forms that have no lists. The first of a name counts.
+    virtual void flat_fact(std::string_view, const value&) {}
     virtual void begin_object(std::string_view name) = 0;
     virtual void begin_list(std::string_view name) = 0;
     virtual void begin_item() = 0; // an object of the list
@@ -33,6 +36,8 @@ public:
     // One word for what they are about.
     virtual std::string_view kind() const = 0;
     virtual void tell(fact_taker& to) const = 0;
+    // The one in which stored values among them stand; null for none, or for that of the document.
+    virtual const sdb::sdb_database* database() const { return nullptr; }
 };
 
 // What is known of the run itself.
@@ -51,8 +56,13 @@ struct run_outcome {
     std::uint64_t databases = 0; // that were told about
     std::uint64_t programs = 0;  // the same
     std::uint64_t failed = 0;    // databases and programs that could not be
-    bool is_whole = true;        // all that was asked for was done, as far as the run itself knows
-    bool was_refused = false;    // it did not begin
+    std::uint64_t records = 0;   // that were said
+    // What writers kept of their inputs for the end of the stream, in order, and of how many that had no
+    // room.
+    std::string_view kept = {};
+    std::uint64_t left_out = 0;
+    bool is_whole = true;     // all that was asked for was done, as far as the run itself knows
+    bool was_refused = false; // it did not begin
 };
 
 } // namespace form

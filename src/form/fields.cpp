@@ -21,7 +21,6 @@ bool needs_quotes(std::string_view text, std::string_view separator)
 
 std::string field_text(std::string text, const request::cmd_params& style)
 {
-    mark_text(text, style);
     if (style.field_char_from != '\0' && style.field_char_to != '\0') {
         uni::replace_char(text, style.field_char_from, style.field_char_to);
     }
@@ -57,7 +56,13 @@ void write_field(uni::text_buffer& out, std::string_view text, std::string_view 
         return;
     }
     out.character('"');
-    out.text(uni::replace_all(text, "\"", "\"\""));
+    std::size_t done = 0;
+    for (std::size_t at = text.find('"'); at != text.npos; at = text.find('"', done)) {
+        out.text(text.substr(done, at + 1 - done));
+        out.character('"');
+        done = at + 1;
+    }
+    out.text(text.substr(done));
     if (text.size() < width) {
         out.blanks(width - text.size());
     }
@@ -85,6 +90,19 @@ void write_fields(uni::text_buffer& out, std::span<const cell> cells,
         }
     }
     out.line_end();
+}
+
+void write_names(uni::text_buffer& out, std::span<const cell> cells,
+                 const request::cmd_params& style)
+{
+    for (const cell& one : cells) {
+        write_field(out, one.name, style.csv_separator);
+        if (&one == &cells.back()) {
+            out.line_end();
+        } else {
+            out.text(style.csv_separator);
+        }
+    }
 }
 
 void write_heading(uni::text_buffer& out, std::string_view text, const request::cmd_params& style)

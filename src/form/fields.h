@@ -13,8 +13,8 @@
 // Fields of delimited rows, which every reader of RFC 4180 takes apart again.
 namespace form {
 
-// A text as it can stand in a field: with its marks, and with the run's substitution, so that there
-// is mostly nothing to quote.
+// A text, with its marks, as it can stand in a field: with the run's substitution, so that there is
+// mostly nothing to quote.
 std::string field_text(std::string text, const request::cmd_params& style);
 
 // A text as a spreadsheet cannot take it for a formula, where the run asks for that: an apostrophe stands in
@@ -35,6 +35,10 @@ void write_field(uni::text_buffer& out, std::string_view text, std::string_view 
 // line.
 void write_fields(uni::text_buffer& out, std::span<const cell> cells,
                   const request::cmd_params& style, const sdb::sdb_database* database);
+
+// Writes the names of cells as the head of a table.
+void write_names(uni::text_buffer& out, std::span<const cell> cells,
+                 const request::cmd_params& style);
 
 // Writes a heading above rows as a row of one field.
 void write_heading(uni::text_buffer& out, std::string_view text, const request::cmd_params& style);

@@ -11,8 +11,9 @@ namespace form {
 // What becomes of the blanks around separators when a form is chosen.
 enum class blanks { as_they_are, none, none_unless_paired };
 
-// What a form can carry: or the records of one database at a time, or what happened to a file and when.
-enum class contents { any, records_of_one, events };
+// What a form can carry: or the records of one database at a time, or what happened to a file and when, or
+// anything, but as one page behind which nothing can stand.
+enum class contents { any, records_of_one, events, one_page };
 
 // When the run header stands in front: or not before the facts of database files, or never, since the form
 // has its own way to begin a stream, and its lines end with LF on every system.

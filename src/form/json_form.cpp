@@ -62,6 +62,7 @@ public:
         line.fact("text", std::string(text));
         return end_line(line);
     }
+    bool remark(std::string_view text) override { return note(text); }
     bool heading(std::string_view) override { return goes_on(); }
     // A cell may hold a long text, and none needs memory.
     bool row(std::string_view kind, std::span<const cell> cells) override
@@ -71,10 +72,19 @@ public:
         out_.character('"');
         out_.text(database_member_);
         for (const cell& one : cells) {
-            write_json_member(out_, one.name, one.shown, document_.database);
+            if (!one.names_document || database_member_.empty()) {
+                write_json_member(out_, one.name, one.shown, document_.database);
+            }
         }
         out_.literal("}\n");
         return goes_on();
+    }
+    bool line(std::string_view) override { return goes_on(); }
+    bool shows_lines() const override { return false; }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        return row(kind, cells);
     }
     void aside(uni::text_buffer&, std::string_view) override {}
     void end_asides(uni::text_buffer&) override {}
@@ -142,7 +152,8 @@ private:
     }
     bool tell(const told_facts& facts, std::string_view members)
     {
-        json_line line = new_line(facts.kind(), members);
+        json_line line(out_, facts.kind(), members, database_of(facts),
+                       [this] { return goes_on(); });
         try {
             facts.tell(line);
         } catch (...) {

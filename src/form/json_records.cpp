@@ -17,8 +17,6 @@ namespace {
 
 namespace type = sdb::type;
 
-// Two levels of a reader each: common readers follow 256.
-constexpr std::size_t deepest_lists = 64;
 constexpr std::size_t all_tags = 0x10000;
 
 // A name that many tags have is that of one of them.
@@ -37,7 +35,7 @@ json_member make_member(std::uint16_t tag)
     const std::string name = ",\"" + sdb::tag_name(tag) + "\":";
     std::ranges::copy(name, made.name.begin());
     made.length = static_cast<std::uint8_t>(name.size());
-    made.form = form_of(tag);
+    made.form = json_form_of(tag);
     made.is_dword = made.form == value_form::number && sdb::tag_type(tag) == type::dword;
     made.key = key_of(tag);
     made.shares_name = made.key == type::byte_ || made.key == 0;
@@ -72,126 +70,36 @@ constexpr std::size_t most_in_a_piece = 256;
 
 } // namespace
 
-// What gathers a followed record once more, and shows it to the writer.
-struct json_record_writer::expanded_record {
-    explicit expanded_record(const sdb::sdb_database& database) : expander(database) {}
-
-    model::record_expander expander;
-    model::record_groups groups;
-    model::record_outline outline;
-
-    struct visitor {
-        json_record_writer& writer;
-        std::uint32_t reference; // to the record
-        bool goes_on = true;
-
-        bool enter(item_span items, std::uint32_t inner)
-        {
-            const std::uint32_t own = std::exchange(reference, 0);
-            goes_on = writer.enter(items, own != 0 ? own : inner);
-            return goes_on;
-        }
-        void leave() { writer.leave(); }
-        bool enter_folded(const model::folded_record&, std::uint32_t) { return goes_on; }
-        void begin_foldable() {}
-        void end_foldable(const model::folded_record&, item_span) {}
-    };
-};
+template class record_tree<json_record_writer>;
 
 json_record_writer::json_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
                                        const request::bounds& bounds, std::string line_begin)
-    : out_(out), database_(database), line_begin_(std::move(line_begin)), bounds_(bounds),
+    : record_tree(out, database, bounds, line_begin.size()), line_begin_(std::move(line_begin)),
       known_(known_members()), seen_in_(all_tags, 0), repeats_in_(all_tags, 0)
 {}
 
-json_record_writer::~json_record_writer() = default;
-
-bool json_record_writer::write_record(const model::record_groups& groups, std::uint64_t most_text,
-                                      model::folded_records& folds)
+void json_record_writer::begin_root(std::uint32_t within, std::uint32_t reference)
 {
-    most_text_ = most_text;
-    folds_ = &folds;
-    is_cut_ = false;
-    folded_begin_ = 0;
-    may_fold_ = false;
-    open_.reserve(database_.children().lists().size() + 1);
-    outline_.walk(groups, *this);
-    return !is_cut_;
+    out_.text(line_begin_);
+    out_.character(',');
+    if (within != 0) {
+        write_offset("within", within);
+    }
+    begin_members(reference);
 }
 
-void json_record_writer::abandon_record()
+void json_record_writer::begin_child(bool is_first, std::uint32_t reference)
 {
-    is_cut_ = true;
-    out_.text(std::exchange(completion_, {}));
-    while (!open_.empty()) {
-        leave();
-    }
+    out_.text(is_first ? "{" : ",{");
+    begin_members(reference);
 }
 
-bool json_record_writer::enter(item_span items, std::uint32_t reference)
+void json_record_writer::begin_members(std::uint32_t reference)
 {
-    if (!has_room()) {
-        return false;
-    }
-    if (open_.size() - line_start_ == deepest_lists) {
-        end_line();
-    }
-    const model::record_item& head = items.front();
-    open_.push_back({head.offset});
-    begin_list(reference);
-    const json_member& member = member_of(head.tag);
-    char* end = put(out_.room(most_in_a_piece), "\"tag\":");
-    std::memcpy(end, member.name.data() + 1, member.name.size() - 1);
-    end += member.length - 2; // without the comma and the colon
-    end = put(uni::put_decimal(put(end, ",\"offset\":"), head.offset), ",\"size\":");
-    end = uni::put_decimal(end, database_.word_behind(head.offset));
-    out_.taken(end);
-    write_values(items);
-    write_places(items);
-    write_more(",\"raw\":{", hidden_, [&](const model::record_item& item) {
-        write_json_raw(out_, database_, item.tag, item.offset);
-    });
-    write_more(",\"tags\":{", sharing_,
-               [&](const model::record_item& item) { out_.decimal(item.tag); });
-    if (has_repeated_) {
-        write_repeated(items);
-    }
-    out_.literal(",\"children\":[");
-    completion_ = {};
-    return true;
-}
-
-void json_record_writer::begin_list(std::uint32_t reference)
-{
-    const std::size_t depth = open_.size() - line_start_;
-    if (depth == 1) {
-        out_.text(line_begin_);
-        out_.character(',');
-        if (line_start_ != 0) {
-            write_offset("within", open_[line_start_ - 1].offset);
-        }
-    } else {
-        open_list& outer = open_[open_.size() - 2];
-        begin_child(outer);
-    }
     if (reference != 0) {
         write_offset("reference", reference);
     }
-    if (std::exchange(may_fold_, false) && depth > 1) {
-        folded_begin_ = out_.total();
-        folded_depth_ = open_.size();
-        folded_nested_ = 0;
-    }
-    note_nested(open_.size());
     completion_ = "\"values\":{},\"at\":{},\"children\":[";
-}
-
-void json_record_writer::begin_child(open_list& outer)
-{
-    if (std::exchange(outer.has_children, true)) {
-        out_.character(',');
-    }
-    out_.character('{');
 }
 
 // Writes a member in front of others.
@@ -204,92 +112,36 @@ void json_record_writer::write_offset(std::string_view name, std::uint32_t offse
     out_.character(',');
 }
 
-void json_record_writer::close_list()
+void json_record_writer::write_list(item_span items)
 {
-    if (is_cut_) {
-        out_.literal("],\"cut\":true}");
-    } else {
-        out_.literal("]}");
+    const model::record_item& head = items.front();
+    const json_member& member = member_of(head.tag);
+    char* end = put(out_.room(most_in_a_piece), "\"tag\":");
+    std::memcpy(end, member.name.data() + 1, member.name.size() - 1);
+    end += member.length - 2; // without the comma and the colon
+    end = put(uni::put_decimal(put(end, ",\"offset\":"), head.offset), ",\"size\":");
+    end = uni::put_decimal(end, database_.word_behind(head.offset));
+    out_.taken(end);
+    completion_ = ",\"values\":{},\"at\":{},\"children\":[";
+    write_values(items);
+    write_places(items);
+    write_more(",\"raw\":{", hidden_, [&](const model::record_item& item) {
+        write_json_raw(out_, database_, item.tag, item.offset);
+    });
+    write_more(",\"tags\":{", sharing_,
+               [&](const model::record_item& item) { out_.decimal(item.tag); });
+    if (has_repeated_) {
+        write_repeated(items);
     }
+    out_.literal(",\"children\":[");
 }
 
-// Ends the line in work inside of its lists.
-void json_record_writer::end_line()
+void json_record_writer::end_list(bool is_root, bool is_cut)
 {
-    for (std::size_t left = open_.size(); left > line_start_; --left) {
-        close_list();
+    out_.text(is_cut ? "],\"cut\":true}" : "]}");
+    if (is_root) {
+        out_.line_end();
     }
-    out_.line_end();
-    line_start_ = open_.size();
-    folded_begin_ = 0;
-}
-
-bool json_record_writer::enter_folded(const model::folded_record& folded, std::uint32_t reference)
-{
-    if (!has_room()) {
-        return false;
-    }
-    const std::size_t depth = open_.size() - line_start_;
-    const std::uint64_t end = out_.total() + most_in_a_piece + folded.text.size() +
-                              usual_close * (open_.size() + folded.nested);
-    if (depth == 0 || depth + folded.nested > deepest_lists || end > most_text_) {
-        return enter_expanded(folded.record, reference);
-    }
-    note_nested(open_.size() + folded.nested);
-    begin_child(open_.back());
-    write_offset("reference", reference);
-    out_.text(folded.text);
-    return true;
-}
-
-// Elsewhere it was the same, so that no bound keeps anything of it back here.
-bool json_record_writer::enter_expanded(std::uint32_t record, std::uint32_t reference)
-{
-    if (!expanded_) {
-        expanded_ = std::make_unique<expanded_record>(database_);
-    }
-    model::listing_budget budget(database_, bounds_);
-    model::record_groups& groups = expanded_->groups;
-    const model::record_expander& expander = expanded_->expander;
-    groups.clear();
-    expanded_->expander.expand(record, true, budget);
-    groups.add(expander.own_items());
-    for (std::size_t index = 0; index < expander.subrecord_count(); ++index) {
-        groups.add(expander.subrecord(index));
-    }
-    groups.finish(&expander);
-    expanded_record::visitor seen{*this, reference};
-    expanded_->outline.walk(groups, seen);
-    return seen.goes_on;
-}
-
-// Keeps a followed record that has just ended.
-void json_record_writer::end_foldable(const model::folded_record& fold, item_span items)
-{
-    const std::uint64_t begin = std::exchange(folded_begin_, 0);
-    const std::string_view held = out_.view();
-    const std::uint64_t handed_on = out_.total() - held.size();
-    if (begin == 0 || begin < handed_on || is_cut_ || !out_.good()) {
-        return;
-    }
-    model::folded_record kept = fold;
-    kept.nested = static_cast<std::uint16_t>(folded_nested_);
-    kept.text = held.substr(static_cast<std::size_t>(begin - handed_on));
-    kept.items.assign(items.begin(), items.end());
-    kept.group_sizes.push_back(static_cast<std::uint32_t>(items.size()));
-    folds_->keep(std::move(kept));
-}
-
-void json_record_writer::leave()
-{
-    if (open_.size() > line_start_) {
-        close_list();
-        if (open_.size() - 1 == line_start_) {
-            out_.line_end();
-        }
-    }
-    open_.pop_back();
-    line_start_ = std::min(line_start_, open_.size());
 }
 
 const json_member& json_record_writer::uncommon_member(std::uint16_t tag)
@@ -308,7 +160,8 @@ char* json_record_writer::open_member(const json_member& member, bool is_first)
     return end + member.length - skipped;
 }
 
-// Writes the text of a reference, if it leads to a short one; false, and nothing written, if not.
+// Writes the text of a reference, if it leads to a short one that ends its string; false, and nothing
+// written, if not.
 bool json_record_writer::write_short_text(std::uint32_t reference)
 {
     constexpr std::uint64_t longest = 0x1000;
@@ -320,9 +173,11 @@ bool json_record_writer::write_short_text(std::uint32_t reference)
     bool is_plain = false;
     char* end = uni::put_stored_utf16(begin + 1, stored, is_plain);
     const std::string_view text(begin + 1, static_cast<std::size_t>(end - begin - 1));
-    if (is_plain ? text.find('\\') != text.npos : needs_json_escape(text)) {
-        write_json_stored_text(out_, stored); // over it
-        return true;
+    const bool is_as_it_is =
+        is_plain ? stored.size() == text.size() * 2 + 2 && text.find('\\') == text.npos
+                 : ends_with_its_text(stored) && !needs_json_escape(text);
+    if (!is_as_it_is) {
+        return false;
     }
     *begin = '"';
     *end++ = '"';

@@ -1,19 +1,16 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "form/record_tree.h"
 #include "form/tag_text.h"
 #include "io/large_vector.h"
-#include "model/record_expander.h"
-#include "model/record_groups.h"
-#include "model/record_outline.h"
+#include "model/record.h"
 #include "request/bounds.h"
 #include "sdb/database.h"
 #include "uni/text_buffer.h"
@@ -49,60 +46,21 @@ struct json_member {
     std::uint16_t key = 0;    // the tag that stands for all of its name
 };
 
-class json_record_writer {
+class json_record_writer : public record_tree<json_record_writer> {
 public:
     // `line_begin` stands at the beginning of each line, up to the comma in front of the next member.
     json_record_writer(uni::text_buffer& out, const sdb::sdb_database& database,
                        const request::bounds& bounds, std::string line_begin);
 
-    // Writes one record. It ends early, with all its lists closed, and answers false where `most_text` bytes
-    // were written to the buffer.
-    bool write_record(const model::record_groups& groups, std::uint64_t most_text,
-                      model::folded_records& folds);
-
-    // Closes what a record left open that an exception ended.
-    void abandon_record();
-
-    ~json_record_writer();
-    json_record_writer(const json_record_writer&) = delete;
-    json_record_writer& operator=(const json_record_writer&) = delete;
-
 private:
-    friend model::record_outline;
+    friend record_tree<json_record_writer>;
 
-    struct open_list {
-        std::uint32_t offset;
-        bool has_children = false;
-    };
-    using item_span = std::span<const model::record_item>;
+    void begin_root(std::uint32_t within, std::uint32_t reference);
+    void begin_child(bool is_first, std::uint32_t reference);
+    void write_list(item_span items);
+    void end_list(bool is_root, bool is_cut);
 
-    // A record's lists, as its outline shows them.
-    bool enter(item_span items, std::uint32_t reference);
-    void leave();
-    bool enter_folded(const model::folded_record& folded, std::uint32_t reference);
-    void begin_foldable() { may_fold_ = true; }
-    void end_foldable(const model::folded_record& fold, item_span items);
-
-    // A followed record that cannot stand as its text, gathered once more.
-    struct expanded_record;
-    bool enter_expanded(std::uint32_t record, std::uint32_t reference);
-
-    static constexpr std::uint64_t usual_close = 32;
-    // Whether a record may go on, what closes its lists included. Once it may not, it stays so.
-    bool has_room() noexcept
-    {
-        is_cut_ = is_cut_ || !out_.good() || out_.total() + usual_close * open_.size() > most_text_;
-        return !is_cut_;
-    }
-    void begin_list(std::uint32_t reference);
-    void begin_child(open_list& outer);
-    // So many lists are open, or would be.
-    void note_nested(std::size_t open) noexcept
-    {
-        folded_nested_ = std::max(folded_nested_, open + 1 - std::min(folded_depth_, open + 1));
-    }
-    void end_line();
-    void close_list();
+    void begin_members(std::uint32_t reference);
     void write_offset(std::string_view name, std::uint32_t offset);
     const json_member& member_of(std::uint16_t tag)
     {
@@ -122,27 +80,9 @@ private:
     void write_more(std::string_view opening, item_span items, auto&& write);
     void write_repeated(item_span items);
 
-    uni::text_buffer& out_;
-    const sdb::sdb_database& database_;
-    std::string line_begin_;
-    std::uint64_t most_text_ = 0;
-    bool is_cut_ = false; // the record in work
-    model::record_outline outline_;
-    const request::bounds& bounds_;
-    model::folded_records* folds_ = nullptr; // of the record in work
-    std::unique_ptr<expanded_record> expanded_;
+    const std::string line_begin_;
     std::span<const json_member> known_; // by their tags' slots
     json_member uncommon_;
-    // The followed record in work that may be kept: the place where its text began, 0 for none, how many lists are
-    // open with its own, and how many of those in it stand in one another.
-    bool may_fold_ = false; // what is entered next
-    std::uint64_t folded_begin_ = 0;
-    std::size_t folded_depth_ = 0;
-    std::size_t folded_nested_ = 0;
-    io::large_vector<open_list> open_;
-    std::size_t line_start_ = 0; // as many of them stand in lines that have ended
-    // What completes the object in work, up to its children, where an exception ends it.
-    std::string_view completion_;
 
     // State of the list in work.
     std::uint32_t pass_ = 0;                      // over its scalars
@@ -154,5 +94,7 @@ private:
     bool has_repeated_ = false;
     io::large_vector<std::uint32_t> repeated_; // places of the scalars whose names repeat
 };
+
+extern template class record_tree<json_record_writer>;
 
 } // namespace form

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 
 #include "form/tag_text.h"
@@ -79,6 +80,36 @@ uni::byte_view units_of(uni::byte_view stored)
     return stored.slice(0, length);
 }
 
+bool ends_behind(uni::byte_view stored, uni::byte_view shown)
+{
+    return stored.size() == shown.size() || stored.size() == shown.size() + 2;
+}
+
+// A moment that other forms do not print, as its year is far away.
+uni::time_value far_moment(std::uint64_t filetime)
+{
+    constexpr std::uint64_t end_of_9999 = 2'650'467'744'000'000'000;
+    uni::time_value made;
+    if (filetime == 0 || filetime >= end_of_9999) {
+        return made;
+    }
+    const auto seconds =
+        static_cast<std::int64_t>(filetime / uni::ticks_per_second) - uni::seconds_1601_to_1970;
+    const std::chrono::sys_seconds moment{std::chrono::seconds(seconds)};
+    const auto day = std::chrono::floor<std::chrono::days>(moment);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss clock(moment - day);
+    made.year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
+    made.month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
+    made.day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
+    made.hour = static_cast<std::uint16_t>(clock.hours().count());
+    made.minute = static_cast<std::uint16_t>(clock.minutes().count());
+    made.second = static_cast<std::uint16_t>(clock.seconds().count());
+    made.nanoseconds = static_cast<std::uint32_t>(filetime % uni::ticks_per_second * 100);
+    made.valid = true;
+    return made;
+}
+
 char* put_iso_moment(char* out, const uni::time_value& moment, unsigned fraction_digits)
 {
     const std::array<std::uint16_t, 5> fields = {moment.month, moment.day, moment.hour,
@@ -101,7 +132,10 @@ bool write_time(uni::text_buffer& out, std::uint64_t raw, uni::time_kind kind)
 {
     constexpr std::size_t longest = 40;
     constexpr unsigned digits_of_a_tick = 7;
-    const uni::time_value moment = uni::time_value_from(raw, kind);
+    uni::time_value moment = uni::time_value_from(raw, kind);
+    if (!moment.valid && kind == uni::time_kind::filetime) {
+        moment = far_moment(raw);
+    }
     if (!moment.valid) {
         out.literal("null");
         return raw == 0;
@@ -145,7 +179,7 @@ bool shows_whole_version(std::uint64_t version)
 // A number under its tag, whatever its type. Answers whether it is shown whole.
 bool write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number)
 {
-    switch (form_of(tag)) {
+    switch (json_form_of(tag)) {
     case value_form::unix_time:
         return write_time(out, extended(number), uni::time_kind::unix_seconds);
     case value_form::filetime:
@@ -163,6 +197,12 @@ bool write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t num
         }
         return true;
     }
+}
+
+// Hexadecimal digits of a number of the tag's type.
+unsigned digits_of(std::uint16_t tag)
+{
+    return (sdb::bytes_to_next[tag >> 12] - 2u) * 2;
 }
 
 std::uint64_t number_at(const sdb::sdb_database& database, std::uint16_t tag, std::uint32_t offset)
@@ -242,8 +282,7 @@ bool write_reference(uni::text_buffer& out, const sdb::sdb_database& database,
         out.literal("null");
         return false;
     }
-    write_json_stored_text(out, database.string_bytes(reference));
-    return true;
+    return write_json_stored_text(out, database.string_bytes(reference));
 }
 
 bool write_guid(uni::text_buffer& out, uni::byte_view value)
@@ -267,13 +306,25 @@ struct overloaded : handlers... {
 template <typename... handlers>
 overloaded(handlers...) -> overloaded<handlers...>;
 
-void write_value_of_fact(uni::text_buffer& out, const value& shown,
+void begin_raw(uni::text_buffer& out, std::string_view name)
+{
+    out.literal(",\"");
+    out.text(name);
+    out.literal("_raw\":");
+}
+
+void write_value_of_fact(uni::text_buffer& out, std::string_view name, const value& shown,
                          const sdb::sdb_database* database)
 {
     std::visit(overloaded{
                    [&](std::monostate) { out.literal("null"); },
                    [&](const std::string& text) { write_json_text(out, text); },
-                   [&](const moment& one) { write_json_moment(out, one); },
+                   [&](const moment& one) {
+                       if (!write_time(out, one.raw, one.kind)) {
+                           begin_raw(out, name);
+                           write_hex_number(out, one.raw, 16);
+                       }
+                   },
                    [&](const dword_value& one) { out.decimal(one.number); },
                    [&](const count& one) { out.decimal(one.number); },
                    [&](const hex_number& one) { out.decimal(one.number); },
@@ -284,20 +335,44 @@ void write_value_of_fact(uni::text_buffer& out, const value& shown,
                        out.character('"');
                    },
                    [&](const stored_value& one) {
-                       if (database != nullptr && database->is_recorded(one.offset)) {
-                           write_json_value(out, *database, database->tag_from(one.offset),
-                                            one.offset);
-                       } else {
+                       if (database == nullptr || !database->is_recorded(one.offset)) {
                            out.literal("null");
+                           return;
+                       }
+                       const std::uint16_t tag = database->tag_from(one.offset);
+                       if (!write_json_value(out, *database, tag, one.offset)) {
+                           begin_raw(out, name);
+                           write_json_raw(out, *database, tag, one.offset);
                        }
                    },
-                   [&](const tag_number& one) { write_number_of(out, one.tag, one.number); },
+                   [&](const tag_number& one) {
+                       if (!write_number_of(out, one.tag, one.number)) {
+                           begin_raw(out, name);
+                           write_hex_number(out, one.number, digits_of(one.tag));
+                       }
+                   },
                    [&](const truth& one) { out.text(one.holds ? "true" : "false"); },
                },
                shown);
 }
 
 } // namespace
+
+value_form json_form_of(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::from_link_date:
+        return value_form::unix_time;
+    case tag::modtime:
+        return value_form::filetime;
+    case tag::packageid_version:
+    case tag::osmaxversiontested:
+    case tag::quirk_enabled_version_lt:
+        return value_form::version;
+    default:
+        return form_of(tag);
+    }
+}
 
 bool needs_json_escape(std::string_view text)
 {
@@ -311,6 +386,11 @@ bool needs_json_escape(std::string_view text)
         at += plain_beginning(text.substr(at));
     }
     return false;
+}
+
+bool ends_with_its_text(uni::byte_view stored)
+{
+    return ends_behind(stored, units_of(stored));
 }
 
 bool put_json_text(uni::text_buffer& out, std::string_view text)
@@ -348,12 +428,13 @@ void write_json_text(uni::text_buffer& out, std::string_view text)
     out.character('"');
 }
 
-void write_json_stored_text(uni::text_buffer& out, uni::byte_view stored)
+bool write_json_stored_text(uni::text_buffer& out, uni::byte_view stored)
 {
     constexpr std::uint64_t most_units = 1024;
     std::array<char, uni::stored_text_room(most_units * 2)> piece;
     out.character('"');
-    for (uni::byte_view left = units_of(stored); left.size() != 0;) {
+    const uni::byte_view shown = units_of(stored);
+    for (uni::byte_view left = shown; left.size() != 0;) {
         std::uint64_t units = std::min(left.size() / 2, most_units);
         const bool is_half_a_pair =
             units * 2 < left.size() && (left.u16(units * 2 - 2) & 0xfc00) == 0xd800;
@@ -363,6 +444,7 @@ void write_json_stored_text(uni::text_buffer& out, uni::byte_view stored)
         left = left.from(units * 2);
     }
     out.character('"');
+    return ends_behind(stored, shown);
 }
 
 void write_json_moment(uni::text_buffer& out, const moment& shown)
@@ -389,15 +471,14 @@ void write_json_hex(uni::text_buffer& out, std::span<const std::uint8_t> bytes)
 bool write_json_value(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                       std::uint32_t offset)
 {
-    switch (form_of(tag)) {
+    switch (json_form_of(tag)) {
     case value_form::null_word:
         out.literal("true");
         return true;
     case value_form::reference:
         return write_reference(out, database, database.word_behind(offset));
     case value_form::stored_text:
-        write_json_stored_text(out, database.payload_at(offset));
-        return true;
+        return write_json_stored_text(out, database.payload_at(offset));
     case value_form::guid:
         return write_guid(out, database.payload_at(offset));
     case value_form::nothing:
@@ -420,11 +501,10 @@ bool write_json_value(uni::text_buffer& out, const sdb::sdb_database& database, 
 void write_json_raw(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset)
 {
-    if (sdb::tag_type(tag) == type::binary_) {
+    if (const auto kind = sdb::tag_type(tag); kind == type::binary_ || kind == type::string) {
         write_bytes(out, database, offset);
     } else {
-        const unsigned digits = (sdb::bytes_to_next[tag >> 12] - 2u) * 2;
-        write_hex_number(out, number_at(database, tag, offset), digits);
+        write_hex_number(out, number_at(database, tag, offset), digits_of(tag));
     }
 }
 
@@ -436,7 +516,7 @@ void write_json_member(uni::text_buffer& out, std::string_view name, const value
     out.literal("\":");
     const std::string* const text = std::get_if<std::string>(&shown);
     if (text == nullptr) {
-        write_value_of_fact(out, shown, database);
+        write_value_of_fact(out, name, shown, database);
         return;
     }
     out.character('"');

@@ -11,6 +11,7 @@
 #include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
+#include "uni/text_targets.h"
 
 namespace form {
 
@@ -34,15 +35,13 @@ void write_padded_name(uni::text_buffer& out, std::uint16_t tag)
     }
 }
 
-std::string tag_count_text(const tag_count& counted)
+void write_tag_count(uni::text_buffer& out, const tag_count& counted)
 {
-    uni::text_buffer text;
-    text.literal("tag 0x");
-    text.hex(counted.tag, 4);
-    text.literal(": ");
-    text.right(std::to_string(counted.number), count_columns);
-    text.text(counted.number > 1 ? " items" : " item");
-    return std::string(text.view());
+    out.literal("tag 0x");
+    out.hex(counted.tag, 4);
+    out.literal(": ");
+    out.right(std::to_string(counted.number), count_columns);
+    out.text(counted.number > 1 ? " items" : " item");
 }
 
 } // namespace
@@ -141,35 +140,39 @@ void lines_form::write_patch_lines(const model::record_item& item)
     }
 }
 
-std::string lines_form::line_text(const labelled_line& line) const
+void lines_form::write_line_text(uni::text_buffer& out, const labelled_line& line,
+                                 const sdb::sdb_database* database) const
 {
     if (const tag_count* const counted = std::get_if<tag_count>(&line.shown)) {
-        return tag_count_text(*counted);
+        write_tag_count(out, *counted);
+    } else {
+        write_safe_value(out, line.shown, style_, database);
+        out.text(std::holds_alternative<moment>(line.shown) ? utc_mark : std::string_view());
     }
-    std::string text = safe_text(value_text(line.shown, style_, document_.database), style_);
-    return std::holds_alternative<moment>(line.shown) ? text.append(utc_mark) : text;
 }
 
 bool lines_form::subject(const entry& facts)
 {
     const labelled_lines shape = facts.lines();
-    std::vector<std::string> texts;
-    std::size_t value_width = shape.narrowest_value;
+    std::uint64_t value_width = shape.pads_values ? shape.narrowest_value : 0;
     for (const labelled_line& line : shape.lines) {
-        texts.push_back(line_text(line));
-        if (line.sets_width) {
-            value_width = std::max(value_width, texts.back().size());
+        if (line.sets_width && shape.pads_values) {
+            uni::text_counter counted;
+            write_line_text(counted, line, database_of(facts));
+            value_width = std::max(value_width, counted.total());
         }
     }
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        const labelled_line& line = shape.lines[i];
-        // The remark does not count for the width, which the values alone settle.
-        if (line.remark) {
-            texts[i] += " [" + moment_text(*line.remark, style_).joined() + " UTC]";
-        }
+    for (const labelled_line& line : shape.lines) {
         out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
-        out_.left(texts[i], shape.pads_values ? value_width : 0);
+        const std::uint64_t begin = out_.total();
+        write_line_text(out_, line, database_of(facts));
+        // The remark does not count for the width, which the values alone settle.
+        if (line.remark) {
+            out_.text(" [" + moment_text(*line.remark, style_).joined() + " UTC]");
+        }
+        const std::uint64_t end = begin + value_width;
+        out_.blanks(end - std::min(end, out_.total()));
         out_.line_end();
     }
     return goes_on();

@@ -26,7 +26,8 @@ private:
     void write_tag_line(const model::record_item& item);
     void write_depth(std::uint16_t depth);
     void write_patch_lines(const model::record_item& item);
-    std::string line_text(const labelled_line& line) const;
+    void write_line_text(uni::text_buffer& out, const labelled_line& line,
+                         const sdb::sdb_database* database) const;
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;

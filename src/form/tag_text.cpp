@@ -22,7 +22,6 @@ namespace type = sdb::type;
 constexpr std::uint64_t shortest_index_bits = 12;
 constexpr std::string_view set_word = "set";
 constexpr std::string_view cut_mark = "...";
-constexpr std::string_view tab_mark = "[x09]";
 
 // Hexadecimal digits of a number of the tag's type.
 unsigned digits_of(std::uint16_t tag)
@@ -149,6 +148,35 @@ bool write_guid(uni::text_buffer& out, uni::byte_view value)
     return true;
 }
 
+uni::tab_marking tabs_of(const request::cmd_params& style)
+{
+    const bool parts_fields = style.csv_separator.find('\t') != std::string::npos;
+    return parts_fields ? uni::tab_marking::marked : uni::tab_marking::none;
+}
+
+// Writes stored UTF-16LE text up to its first zero unit, with its marks. What is long is made aside, and
+// goes from there.
+void write_stored_text(uni::text_buffer& out, uni::byte_view stored,
+                       const request::cmd_params& style)
+{
+    constexpr std::uint64_t long_text = 0x8000;
+    bool plain = false;
+    if (stored.size() > long_text) [[unlikely]] {
+        uni::text_buffer aside;
+        const std::string_view text = stored_text(aside, stored, plain);
+        plain ? out.long_text(text) : uni::write_marked(out, text, tabs_of(style));
+        return;
+    }
+    char* const start = out.room(uni::stored_text_room(stored.size()));
+    char* const end = uni::put_stored_utf16(start, stored, plain);
+    const std::string_view text(start, static_cast<std::size_t>(end - start));
+    if (plain || !uni::needs_marks(text, tabs_of(style))) [[likely]] {
+        out.taken(end);
+    } else {
+        uni::write_marked(out, std::string(text), tabs_of(style));
+    }
+}
+
 bool write_index_mark(uni::text_buffer& out, uni::byte_view value)
 {
     if (value.size() < shortest_index_bits) {
@@ -194,6 +222,24 @@ void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
     out.taken(uni::put_hex(start + 2, value, digits));
 }
 
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style)
+{
+    switch (form_of(tag)) {
+    case value_form::unix_time:
+        write_unix_time(out, static_cast<std::uint32_t>(number), style);
+        return;
+    case value_form::filetime:
+        write_moment(out, uni::time_value_from(number, uni::time_kind::filetime), style);
+        return;
+    case value_form::version:
+        write_version(out, number);
+        return;
+    default:
+        write_number(out, number, digits_of(tag), style);
+    }
+}
+
 void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
 {
     const std::string_view known = sdb::known_tag_name(tag);
@@ -204,20 +250,12 @@ void write_tag_name(uni::text_buffer& out, std::uint16_t tag)
     }
 }
 
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain,
-                                   const request::cmd_params* row_style)
+std::string_view stored_text(uni::text_buffer& aside, uni::byte_view stored, bool& plain)
 {
-    char* start = out.room(uni::stored_text_room(stored.size()));
-    char* end = uni::put_stored_utf16(start, stored, plain);
-    const std::string_view text(start, static_cast<std::size_t>(end - start));
-    const bool has_tab = row_style != nullptr && !plain && text.find('\t') != text.npos;
-    if (!plain && (has_tab || uni::needs_marks(text))) [[unlikely]] {
-        const std::string marked = has_tab ? marked_text(text, *row_style) : uni::marked(text);
-        start = out.room(marked.size());
-        end = std::ranges::copy(marked, start).out;
-    }
-    out.taken(end);
-    return {start, static_cast<std::size_t>(end - start)};
+    aside.clear();
+    char* const begin = aside.room(uni::stored_text_room(stored.size()));
+    aside.taken(uni::put_stored_utf16(begin, stored, plain));
+    return aside.view();
 }
 
 std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
@@ -234,26 +272,21 @@ std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std
     return text;
 }
 
-void mark_text(std::string& text, const request::cmd_params& style)
-{
-    uni::mark(text);
-    if (style.csv_separator.find('\t') != std::string::npos) {
-        text = uni::replace_all(text, "\t", tab_mark);
-    }
-}
-
 std::string marked_text(std::string_view text, const request::cmd_params& style)
 {
-    std::string marked(text);
-    mark_text(marked, style);
-    return marked;
+    return uni::marked(text, tabs_of(style));
+}
+
+void write_marked_text(uni::text_buffer& out, std::string_view text,
+                       const request::cmd_params& style)
+{
+    uni::write_marked(out, text, tabs_of(style));
 }
 
 bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset, const request::cmd_params& style)
 {
     const uni::byte_view image = database.image();
-    bool plain = false;
     const std::uint64_t value = std::uint64_t{offset} + 2;
     switch (form_of(tag)) {
     case value_form::nothing:
@@ -281,11 +314,11 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         return true;
     case value_form::reference: {
         const uni::byte_view stored = database.string_bytes(image.u32(value));
-        write_stored_text(out, stored, plain, &style);
+        write_stored_text(out, stored, style);
         return !stored.empty();
     }
     case value_form::stored_text:
-        write_stored_text(out, database.payload_at(offset), plain, &style);
+        write_stored_text(out, database.payload_at(offset), style);
         return true;
     case value_form::guid:
         return write_guid(out, database.payload_at(offset));
@@ -293,6 +326,20 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         return write_index_mark(out, database.payload_at(offset));
     }
     return false;
+}
+
+std::optional<std::string> comparable_text(const sdb::sdb_database& database, std::uint32_t offset,
+                                           std::size_t longest, const request::cmd_params& style)
+{
+    const std::uint16_t tag = database.tag_from(offset);
+    if (const auto type = sdb::tag_type(tag); type == type::stringref || type == type::string) {
+        return stored_text_of(database, tag, offset, longest);
+    }
+    uni::text_buffer text;
+    if (!write_tag_text(text, database, tag, offset, style)) {
+        return std::nullopt;
+    }
+    return std::string(text.view());
 }
 
 } // namespace form

@@ -38,25 +38,32 @@ void write_version(uni::text_buffer& out, std::uint64_t version);
 bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset, const request::cmd_params& style);
 
+// Writes a number as a tag that holds it is shown.
+void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t number,
+                     const request::cmd_params& style);
+
 // Writes a number of that many hexadecimal digits, in the base of the run.
 void write_number(uni::text_buffer& out, std::uint64_t value, unsigned digits,
                   const request::cmd_params& style);
 
-// Writes stored UTF-16LE text up to its first zero unit, with its marks (see uni/marks.h); gives what
-// was written, which the next write to `out` makes invalid. Also tells whether the text is plain (see
-// uni::put_stored_utf16). With a style it stands in a row of that: a TAB that parts fields is marked
-// too.
-std::string_view write_stored_text(uni::text_buffer& out, uni::byte_view stored, bool& plain,
-                                   const request::cmd_params* row_style = nullptr);
+// The stored UTF-16LE text up to its first zero unit, without marks, which `aside` holds from now on. Also
+// tells whether it is plain (see uni::put_stored_utf16).
+std::string_view stored_text(uni::text_buffer& aside, uni::byte_view stored, bool& plain);
 
 // The text of a string or a string reference as it is stored, without marks, or a beginning of it of more
 // than `longest` bytes; nothing for a reference that leads nowhere.
 std::optional<std::string> stored_text_of(const sdb::sdb_database& database, std::uint16_t tag,
                                           std::uint32_t offset, std::size_t longest);
 
+// The text of a tag as it is held against that of a program: a stored text as it stands, or a beginning of
+// it, any other value as forms of lines have it; nothing for a tag that has none.
+std::optional<std::string> comparable_text(const sdb::sdb_database& database, std::uint32_t offset,
+                                           std::size_t longest, const request::cmd_params& style);
+
 // Marks what of a text may not be shown in a row or a line of the run.
-void mark_text(std::string& text, const request::cmd_params& style);
 std::string marked_text(std::string_view text, const request::cmd_params& style);
+void write_marked_text(uni::text_buffer& out, std::string_view text,
+                       const request::cmd_params& style);
 
 // Writes the display text of a tag.
 void write_tag_name(uni::text_buffer& out, std::uint16_t tag);

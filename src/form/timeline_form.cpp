@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "form/tag_text.h"
 #include "form/value_text.h"
 #include "form/with_fields.h"
 #include "form/writer.h"
@@ -17,30 +18,30 @@ struct row_source {
     const timeline_item& item;
     const timeline_row& row;
     const request::cmd_params& style;
+    std::string_view program;
 };
 
 // The columns behind date and time.
 struct timeline_column {
     std::string_view head;
-    std::string (*text)(const row_source& from);
+    std::string_view (*text)(const row_source& from);
 };
 constexpr timeline_column columns[] = {
-    {"timezone", [](const row_source&) { return std::string(time_zone); }},
-    {"MACB", [](const row_source& from) { return from.row.macb; }},
-    {"source", [](const row_source& from) { return std::string(from.item.source); }},
-    {"sourcetype", [](const row_source& from) { return std::string(from.item.source_type); }},
-    {"type", [](const row_source& from) { return from.row.meaning; }},
-    {"user", [](const row_source& from) { return from.style.username; }},
-    {"host", [](const row_source& from) { return from.style.hostname; }},
-    {"short", [](const row_source& from) { return from.item.short_text; }},
-    {"desc", [](const row_source& from) { return from.item.description; }},
-    {"version", [](const row_source&) { return std::string(row_version); }},
-    {"filename", [](const row_source& from) { return from.item.file_name; }},
-    {"inode", [](const row_source&) { return std::string(); }},
-    {"notes", [](const row_source& from) { return from.item.notes; }},
-    {"format",
-     [](const row_source& from) { return from.style.program_name + std::string(program_mark); }},
-    {"extra", [](const row_source& from) { return from.item.extra; }},
+    {"timezone", [](const row_source&) { return time_zone; }},
+    {"MACB", [](const row_source& from) -> std::string_view { return from.row.macb; }},
+    {"source", [](const row_source& from) { return from.item.source; }},
+    {"sourcetype", [](const row_source& from) { return from.item.source_type; }},
+    {"type", [](const row_source& from) -> std::string_view { return from.row.meaning; }},
+    {"user", [](const row_source& from) -> std::string_view { return from.style.username; }},
+    {"host", [](const row_source& from) -> std::string_view { return from.style.hostname; }},
+    {"short", [](const row_source& from) -> std::string_view { return from.item.short_text; }},
+    {"desc", [](const row_source& from) -> std::string_view { return from.item.description; }},
+    {"version", [](const row_source&) { return row_version; }},
+    {"filename", [](const row_source& from) -> std::string_view { return from.item.file_name; }},
+    {"inode", [](const row_source&) { return std::string_view(); }},
+    {"notes", [](const row_source& from) -> std::string_view { return from.item.notes; }},
+    {"format", [](const row_source& from) { return from.program; }},
+    {"extra", [](const row_source& from) -> std::string_view { return from.item.extra; }},
 };
 
 // A row for each moment, under one head for the whole stream; what has no events is not said, nor are
@@ -59,11 +60,13 @@ public:
             write_head();
             state_.head_stands = true;
         }
+        const std::string program = style_.program_name + std::string(program_mark);
         for (const timeline_row& row : expand_stamps(events->stamps)) {
             write_moment_columns(row);
             for (const timeline_column& column : columns) {
                 out_.text(style_.csv_separator);
-                field(field_text(column.text({*events, row, style_}), style_));
+                const std::string_view text = column.text({*events, row, style_, program});
+                field(field_text(marked_text(text, style_), style_));
             }
             out_.line_end();
         }

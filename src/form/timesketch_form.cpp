@@ -1,5 +1,7 @@
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "form/json_text.h"
@@ -33,8 +35,12 @@ public:
             if (depth_ == 0 && (name == "database" || name == "path")) {
                 subject = std::get<std::string>(known);
             }
-            write_json_member(members, prefix_ + std::string(name), known, database_);
+            add(prefix_ + std::string(name), known);
         }
+    }
+    void flat_fact(std::string_view name, const value& known) override
+    {
+        add(std::string(name), known);
     }
     void begin_object(std::string_view name) override
     {
@@ -67,6 +73,15 @@ public:
     }
     bool goes_on() const override { return true; }
 
+    // A member under a name that none has yet.
+    void add(std::string name, const value& known)
+    {
+        const auto [place, is_new] = names_.insert(std::move(name));
+        if (is_new) {
+            write_json_member(members, *place, known, database_);
+        }
+    }
+
 private:
     void take_time(std::string_view name, const value& known)
     {
@@ -80,6 +95,7 @@ private:
     }
 
     const sdb::sdb_database* database_;
+    std::set<std::string> names_;
     std::string prefix_;
     unsigned depth_ = 0;
     unsigned list_ = 0; // the depth of the outermost list around what is told; 0 outside of lists
@@ -94,8 +110,14 @@ public:
 
     bool subject(const entry& facts) override
     {
-        event_facts known(document_.database);
+        event_facts known(database_of(facts));
         facts.tell(known);
+        for (const auto& [name, text] :
+             {std::pair("host", &style_.hostname), std::pair("user", &style_.username)}) {
+            if (!text->empty()) {
+                known.add(name, *text);
+            }
+        }
         for (const event_facts::event& event : known.events) {
             const uni::time_value moment = uni::time_value_from(event.time.raw, event.time.kind);
             if (moment.valid) {
@@ -128,9 +150,6 @@ private:
         out_.literal(",\"data_type\":");
         write_json_text(out_, "shim:" + std::string(kind));
         out_.text(known.members.view());
-        if (!style_.username.empty()) {
-            write_json_member(out_, "user", style_.username, nullptr);
-        }
         out_.literal("}\n");
     }
 

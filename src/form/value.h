@@ -64,7 +64,8 @@ using value = std::variant<std::monostate, std::string, moment, dword_value, cou
 struct cell {
     std::string_view name;
     value shown = {};
-    bool is_named_only = false; // shown only there
+    bool is_named_only = false;  // shown only there
+    bool names_document = false; // left out where each line tells its path anyway
 };
 
 } // namespace form

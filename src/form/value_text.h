@@ -18,6 +18,9 @@ struct moment_text {
     std::string time;
 };
 
+// Whether it is a text of many kilobytes.
+bool is_long(const value& shown, const sdb::sdb_database* database);
+
 // Writes a value as plain text, with the marks of its text. `database` is the one in which a stored value stands.
 void write_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
                  const sdb::sdb_database* database);

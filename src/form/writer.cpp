@@ -24,6 +24,7 @@ bool writer::begin(document about)
 
 bool writer::record(const model::record_groups& groups)
 {
+    ++records_;
     const bool is_whole = write_record(groups);
     is_cut_ = is_cut_ || (!is_whole && out_.good());
     return goes_on();
@@ -71,6 +72,24 @@ bool writer::row(std::string_view, std::span<const cell> cells)
     return goes_on();
 }
 
+bool writer::line(std::string_view text)
+{
+    if (style_.safe_csv || uni::needs_marks(text)) {
+        return note(safe_text(std::string(text), style_));
+    }
+    out_.text(text);
+    out_.line_end();
+    return goes_on();
+}
+
+bool writer::entry_row(std::string_view, std::span<const cell>, std::span<const std::string> lines)
+{
+    for (const std::string& text : lines) {
+        line(text);
+    }
+    return goes_on();
+}
+
 void writer::aside(uni::text_buffer& console, std::string_view line)
 {
     console.text(line);
@@ -88,15 +107,7 @@ std::optional<std::string> writer::tag_text(std::uint32_t offset, std::size_t lo
         first.data = first.data.slice(0, longest);
         return patch_text(first);
     }
-    if (const auto type = sdb::tag_type(tag);
-        type == sdb::type::stringref || type == sdb::type::string) {
-        return stored_text_of(database(), tag, offset, longest);
-    }
-    uni::text_buffer text;
-    if (!write_tag_text(text, database(), tag, offset, style_)) {
-        return std::nullopt;
-    }
-    return std::string(text.view());
+    return comparable_text(database(), offset, longest, style_);
 }
 
 std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const
@@ -107,9 +118,10 @@ std::unique_ptr<writer> writer::fork(uni::text_buffer& out) const
     return made;
 }
 
-void writer::take(std::string_view text, stream_state state)
+void writer::take(std::string_view text, std::uint64_t records, stream_state state)
 {
     out_.long_text(text);
+    records_ += records;
     state_ = state;
 }
 

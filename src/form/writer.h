@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "form/entry.h"
 #include "form/facts.h"
@@ -63,6 +64,8 @@ public:
     virtual bool end_section();
     // A line for the reader; text in it that may not be shown is marked.
     virtual bool note(std::string_view text);
+    // A word that the messages say too, for what has no other way to tell it.
+    virtual bool remark(std::string_view) { return goes_on(); }
     // The head of rows that follow, and one of these, with one word for what it tells.
     virtual bool heading(std::string_view text);
     virtual bool row(std::string_view kind, std::span<const cell> cells);
@@ -78,6 +81,14 @@ public:
     void cut() noexcept { is_cut_ = true; }
     // Lets a fork go on with something else.
     void uncut() noexcept { is_cut_ = false; }
+    // A line for people, of what is handed over as facts or rows too, and whether there is a place for such.
+    virtual bool line(std::string_view text);
+    virtual bool shows_lines() const { return true; }
+    // A row of a table whose head are the names of its cells, and the lines that people read in its place.
+    virtual bool entry_row(std::string_view kind, std::span<const cell> cells,
+                           std::span<const std::string> lines);
+    // The end of rows that stand together.
+    virtual bool end_rows() { return goes_on(); }
     // A line for standard output, `console`, wherever the report goes, and what stands behind some of them.
     virtual void aside(uni::text_buffer& console, std::string_view line);
     virtual void end_asides(uni::text_buffer& console) { console.line_end(); }
@@ -88,6 +99,11 @@ public:
     // An input that could not be told about.
     bool failure(std::string_view path, std::string_view reason);
     std::uint64_t failures() const noexcept { return failures_; }
+    // How many records were said, and how many of them the form's readers take well in one stream.
+    std::uint64_t records() const noexcept { return records_; }
+    virtual std::uint64_t most_records() const { return no_limit; }
+    // What it keeps for the end of the stream, which another writer says.
+    std::string_view kept() const noexcept { return kept_.view(); }
     // What stands between two subjects.
     virtual bool separate() { return goes_on(); }
 
@@ -111,17 +127,24 @@ public:
     // The followed records whose text was kept, which stand in records for all that belongs to them.
     model::folded_records& folds() noexcept { return folds_; }
 
+    // Names its place in the stream, as no other writer's is; for links.
+    void name_place(std::string name) { place_name_ = std::move(name); }
+
     // A writer of the same form and document into another buffer, so that stretches of a listing
     // can be made apart. It begins in the state in which this one is.
     std::unique_ptr<writer> fork(uni::text_buffer& out) const;
 
     stream_state state() const noexcept { return state_; }
     void set_state(stream_state state) noexcept { state_ = state; }
-    // Takes over what a fork wrote, and the state in which that ended.
-    void take(std::string_view text, stream_state state);
+    // Takes over what a fork wrote, so many records, and the state in which that ended.
+    void take(std::string_view text, std::uint64_t records, stream_state state);
 
 protected:
     const sdb::sdb_database& database() const noexcept { return *document_.database; }
+    const sdb::sdb_database* database_of(const told_facts& facts) const
+    {
+        return facts.database() != nullptr ? facts.database() : document_.database;
+    }
 
     virtual void begin_document() {}
     virtual void write_failure(std::string_view, std::string_view) {}
@@ -138,15 +161,18 @@ protected:
     stream_state state_;
     document document_;
     std::string marked_path_; // of the document
+    std::string place_name_;
+    uni::text_buffer kept_;
+    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
 
 private:
-    static constexpr std::uint64_t no_limit = 0xffffffffffffffff;
     // Places in what is written to out_.
     std::uint64_t most_text_ = no_limit;
     std::uint64_t most_in_record_ = no_limit;
     std::uint32_t place_ = 0; // of what was to be said last
     model::folded_records folds_;
     std::uint64_t failures_ = 0;
+    std::uint64_t records_ = 0;
     bool is_cut_ = false;
 };
 

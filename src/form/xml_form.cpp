@@ -1,6 +1,7 @@
 #include <memory>
 #include <utility>
 
+#include "form/value_text.h"
 #include "form/writer.h"
 #include "form/xml_records.h"
 #include "uni/text.h"
@@ -18,9 +19,32 @@ public:
     using writer::writer;
 
     bool subject(const entry&) override { return goes_on(); }
+    bool line(std::string_view) override { return goes_on(); }
+    bool shows_lines() const override { return false; }
+    // An element that has the cells as attributes.
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        begin_root();
+        out_.literal(" <");
+        out_.text(kind);
+        for (const cell& one : cells) {
+            if (std::holds_alternative<std::monostate>(one.shown)) {
+                continue;
+            }
+            out_.character(' ');
+            out_.text(one.name);
+            out_.literal("=\"");
+            out_.text(uni::xml_escape(value_text(one.shown, style_, document_.database)));
+            out_.character('"');
+        }
+        out_.literal(" />\n");
+        return goes_on();
+    }
     bool end() override
     {
         out_.literal("</shimdb>\n");
+        document_ = {};
         return goes_on();
     }
     bool end_stream(const run_outcome& outcome) override
@@ -55,17 +79,21 @@ private:
         prepare(document_);
         const std::string file = state_.is_lone ? "" : uni::xml_escape(marked_path_);
         out_.room(declaration.size() + file.size() + 64);
-        if (!state_.head_stands) {
-            out_.text(declaration);
-            out_.text(state_.is_lone ? "" : "<shimdbs>\n");
-            state_.head_stands = true;
-        }
+        begin_root();
         if (state_.is_lone) {
             out_.literal("<shimdb>\n");
         } else {
             out_.literal("<shimdb file=\"");
             out_.text(file);
             out_.literal("\">\n");
+        }
+    }
+    void begin_root()
+    {
+        if (!state_.head_stands) {
+            out_.text(declaration);
+            out_.text(state_.is_lone ? "" : "<shimdbs>\n");
+            state_.head_stands = true;
         }
     }
     void prepare(const document& about)

@@ -8,6 +8,7 @@
 #include "form/tag_text.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
+#include "uni/marks.h"
 #include "uni/numbers.h"
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -85,16 +86,82 @@ bool moves_to_app_element(std::uint16_t tag)
     return tag == tag::app_name || tag == tag::vendor;
 }
 
+// What stands in the place of a character; nothing where it stays.
+std::string_view replacement(char c, replacing what, std::array<char, 3>& room)
+{
+    const bool is_printable = (c >= 0x20 && c <= 0x7e) || c == '\r' || c == '\n';
+    const bool to_ascii =
+        what == replacing::markup_to_ascii || what == replacing::quotes_and_markup_to_ascii;
+    if (to_ascii && !is_printable) {
+        room[0] = '%';
+        uni::put_hex(room.data() + 1, static_cast<unsigned char>(c), 2);
+        return {room.data(), room.size()};
+    }
+    if (c == '"' && what != replacing::markup && what != replacing::markup_to_ascii) {
+        return "'";
+    }
+    return what == replacing::quotes ? std::string_view() : uni::xml_entity(c);
+}
+
+void write_replaced(uni::text_buffer& out, std::string_view text, replacing what)
+{
+    std::array<char, 3> room;
+    std::size_t done = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (const std::string_view other = replacement(text[at], what, room); !other.empty()) {
+            out.text(text.substr(done, at - done));
+            out.text(other);
+            done = at + 1;
+        }
+    }
+    out.text(text.substr(done));
+}
+
+// What ends a CDATA ends its first half and stands behind the beginning of the second. Marks end in what
+// may begin one.
+void write_cdata(uni::text_buffer& out, std::string_view text)
+{
+    unsigned brackets = 0;
+    uni::marked_pieces pieces(text);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        std::size_t done = 0;
+        for (std::size_t at = 0; at < piece.size(); ++at) {
+            if (piece[at] == '>' && brackets >= 2) {
+                out.text(piece.substr(done, at - done));
+                out.literal("]]><![CDATA[");
+                done = at;
+            }
+            brackets = piece[at] == ']' ? brackets + 1 : 0;
+        }
+        out.text(piece.substr(done));
+    }
+}
+
+void write_text(uni::text_buffer& out, const protected_text& shown)
+{
+    if (shown.plain) {
+        out.long_text(shown.text);
+        return;
+    }
+    uni::marked_pieces pieces(shown.text);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        if (shown.what == replacing::nothing) {
+            out.text(piece);
+        } else {
+            write_replaced(out, piece, shown.what);
+        }
+    }
+}
+
 } // namespace
 
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op, bool is_bare)
 {
-    uni::text_buffer module_name;
+    uni::text_buffer aside;
     bool plain = false;
-    const std::string_view name = write_stored_text(module_name, op.module_name, plain);
-    const std::string shown = plain ? std::string(name) : uni::xml_escape(name);
+    const std::string_view name = stored_text(aside, op.module_name, plain);
     out.text("<op module=\"");
-    out.text(shown);
+    write_text(out, {name, plain, replacing::markup});
     out.text("\" type=\"");
     out.text(sdb::op_name(op.opcode));
     out.text("\" address=\"0x");
@@ -180,7 +247,6 @@ void xml_record_writer::note_record_name(item_span first_group)
     for_each_scalar(first_group, [&](const member& scalar) {
         if (scalar.item.tag == tag::name && !std::exchange(is_named, true)) {
             record_name_ = text_of(scalar).text;
-            uni::replace_char(record_name_, '"', '\'');
         }
     });
 }
@@ -286,11 +352,10 @@ void xml_record_writer::open_attribute(std::uint16_t tag)
     }
 }
 
-void xml_record_writer::write_pair(std::uint16_t tag, std::string_view value)
+void xml_record_writer::write_pair(std::uint16_t tag, const protected_text& shown)
 {
-    out_.room(value.size()); // which is what may fail, before anything is written
     open_attribute(tag);
-    out_.text(value);
+    write_text(out_, shown);
     out_.character('"');
 }
 
@@ -312,14 +377,13 @@ void xml_record_writer::write_matching(const member& scalar)
         write_general(scalar);
         return;
     }
-    const known_text known = protected_text(scalar);
-    if (scalar.item.tag == tag::name && known.text == any_name) {
-        write_pair(scalar.item.tag, uni::xml_escape_to_ascii(record_name_));
-    } else if (known.plain) {
-        write_pair(scalar.item.tag, known.text);
-    } else {
-        write_pair(scalar.item.tag, uni::xml_escape_to_ascii(known.text));
+    protected_text shown = reference_text(scalar);
+    if (scalar.item.tag == tag::name && shown.text == any_name) {
+        shown = {record_name_, false, replacing::quotes};
     }
+    shown.what = shown.what == replacing::quotes ? replacing::quotes_and_markup_to_ascii
+                                                 : replacing::markup_to_ascii;
+    write_pair(scalar.item.tag, shown);
 }
 
 void xml_record_writer::write_apphelp(const member& scalar)
@@ -327,20 +391,23 @@ void xml_record_writer::write_apphelp(const member& scalar)
     if (scalar.item.tag == tag::langid) {
         return;
     }
-    const std::string_view plain = is_text(scalar) ? text_of(scalar).text : value_of(scalar);
-    if (plain == zero_dword && scalar.item.tag != tag::problemseverity) {
+    const bool is_severity = scalar.item.tag == tag::problemseverity;
+    const std::string_view plain = is_text(scalar) ? text_of(scalar).text : number_of(scalar);
+    if (plain == zero_dword && !is_severity) {
         return;
     }
     if (!is_first_of_its_tag(scalar)) {
         move_to_child(scalar);
-        return;
+    } else if (!is_severity) {
+        write_general(scalar);
+    } else {
+        write_severity(plain);
     }
-    const std::string_view value = value_of(scalar);
-    if (scalar.item.tag != tag::problemseverity) {
-        write_pair(scalar.item.tag, value);
-        return;
-    }
-    const std::uint32_t severity = uni::read_u32_auto(value).value_or(0);
+}
+
+void xml_record_writer::write_severity(std::string_view number)
+{
+    const std::uint32_t severity = uni::read_u32_auto(number).value_or(0);
     std::string words;
     if ((severity & 1) != 0) {
         words = softblock_word;
@@ -348,7 +415,7 @@ void xml_record_writer::write_apphelp(const member& scalar)
     if ((severity & 2) != 0) {
         words.append(words.empty() ? "" : " ").append(hardblock_word);
     }
-    write_pair(scalar.item.tag, words.empty() ? value : words);
+    write_pair(tag::problemseverity, {words.empty() ? number : words, true});
 }
 
 void xml_record_writer::write_application(item_span group)
@@ -363,8 +430,8 @@ void xml_record_writer::write_application(item_span group)
         } else if (!is_first_of_its_tag(scalar)) {
             move_to_child(scalar);
         } else if (scalar.item.tag == tag::os_platform) {
-            const bool wide = value_of(scalar).find('2') != std::string_view::npos;
-            write_pair(scalar.item.tag, wide ? win64_word : win32_word);
+            const bool wide = number_of(scalar).find('2') != std::string_view::npos;
+            write_pair(scalar.item.tag, {wide ? win64_word : win32_word, true});
         } else {
             write_general(scalar);
         }
@@ -401,54 +468,49 @@ bool xml_record_writer::is_text(const member& scalar) const
 // The text of a member that is one.
 xml_record_writer::known_text xml_record_writer::text_of(const member& scalar)
 {
-    aside_.clear();
     bool plain = true;
     const bool is_reference = sdb::tag_type(scalar.item.tag) == type::stringref;
-    const std::string_view text = write_stored_text(
-        aside_,
-        is_reference ? database_.string_bytes(database_.word_behind(scalar.item.offset))
-                     : database_.payload_at(scalar.item.offset),
-        plain);
+    const std::string_view text =
+        stored_text(aside_,
+                    is_reference ? database_.string_bytes(database_.word_behind(scalar.item.offset))
+                                 : database_.payload_at(scalar.item.offset),
+                    plain);
     return {text, plain};
 }
 
 // The text of a member under the rules for references: one whose text cannot stand in an attribute
 // becomes a child.
-xml_record_writer::known_text xml_record_writer::protected_text(const member& scalar)
+protected_text xml_record_writer::reference_text(const member& scalar)
 {
     const known_text known = text_of(scalar);
+    protected_text shown{known.text, known.plain};
     if (known.plain || sdb::tag_type(scalar.item.tag) != type::stringref) {
-        return known;
+        return shown;
     }
     const unsigned needs = needs_of(known.text);
     if ((needs & needs_cdata) != 0) {
         move_to_child(scalar);
         return {cdata_word, true};
     }
-    if ((needs & needs_single_quote) == 0) {
-        return known;
+    if ((needs & needs_single_quote) != 0) {
+        shown.what = replacing::quotes;
     }
-    quoted_ = uni::replace_all(known.text, "\"", "'");
-    return {quoted_, false};
+    return shown;
 }
 
 // The text of a member as an attribute can hold it.
-std::string_view xml_record_writer::attribute_text(const member& scalar)
+protected_text xml_record_writer::attribute_text(const member& scalar)
 {
-    const known_text known = protected_text(scalar);
-    if (known.plain || sdb::tag_type(scalar.item.tag) == type::stringref) {
-        return known.text;
+    protected_text shown = reference_text(scalar);
+    if (sdb::tag_type(scalar.item.tag) != type::stringref) {
+        shown.what = replacing::markup;
     }
-    quoted_ = uni::xml_escape(known.text);
-    return quoted_;
+    return shown;
 }
 
-// The value of any member as an attribute can hold it; good until the next is made.
-std::string_view xml_record_writer::value_of(const member& scalar)
+// The text of a member that is a number; good until the next is made.
+std::string_view xml_record_writer::number_of(const member& scalar)
 {
-    if (is_text(scalar)) {
-        return attribute_text(scalar);
-    }
     aside_.clear();
     write_tag_text(aside_, database_, scalar.item.tag, scalar.item.offset, style_);
     return aside_.view();
@@ -484,11 +546,7 @@ void xml_record_writer::write_moved(const member& scalar)
 void xml_record_writer::write_child(const member& scalar)
 {
     const model::record_item& item = scalar.item;
-    std::string text;
-    if (is_text(scalar)) {
-        text = uni::xml_escape(uni::replace_all(text_of(scalar).text, "\"", "'"));
-        out_.room(text.size());
-    }
+    const known_text known = is_text(scalar) ? text_of(scalar) : known_text{};
     indent(item.depth);
     out_.character('<');
     write_tag_name(out_, item.tag);
@@ -500,7 +558,7 @@ void xml_record_writer::write_child(const member& scalar)
     out_.text(sdb::known_type_name(sdb::tag_type(item.tag)));
     out_.literal("=\"");
     if (is_text(scalar)) {
-        out_.text(text);
+        write_text(out_, {known.text, known.plain, replacing::quotes_and_markup});
     } else {
         write_tag_text(out_, database_, item.tag, item.offset, style_);
     }
@@ -530,10 +588,9 @@ void xml_record_writer::write_patch_children(const model::record_item& item)
 
 void xml_record_writer::write_cdata_child(const member& scalar)
 {
-    const std::string_view stored = text_of(scalar).text;
-    const bool on_own_line = stored.size() >= long_cdata;
-    const std::string text = uni::replace_all(stored, "]]>", "]]]]><![CDATA[>");
-    out_.room(text.size());
+    const std::string_view text = text_of(scalar).text;
+    // Marks make it no shorter.
+    const bool on_own_line = text.size() >= long_cdata || uni::marked(text).size() >= long_cdata;
     indent(scalar.item.depth);
     out_.character('<');
     write_tag_name(out_, scalar.item.tag);
@@ -544,7 +601,7 @@ void xml_record_writer::write_cdata_child(const member& scalar)
         out_.line_end();
         indent(scalar.item.depth + 2u);
     }
-    out_.text(text);
+    write_cdata(out_, text);
     if (on_own_line) {
         out_.line_end();
         indent(scalar.item.depth + 1u);

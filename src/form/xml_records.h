@@ -29,6 +29,24 @@ class folding;
 // Writes a patch operation as its element, a bare one without its data.
 void write_patch_element(uni::text_buffer& out, const sdb::patch_op& op, bool is_bare);
 
+// What of a text is replaced: double quotes by single ones, markup by entities, what is no plain ASCII by
+// its bytes ("%c3%a9").
+enum class replacing : std::uint8_t {
+    nothing,
+    quotes,
+    markup,
+    quotes_and_markup,
+    markup_to_ascii,
+    quotes_and_markup_to_ascii,
+};
+
+// A text and how it is shown where it stands, with its marks.
+struct protected_text {
+    std::string_view text;
+    bool plain; // nothing of it is marked or replaced
+    replacing what = replacing::nothing;
+};
+
 // Writes records as nested elements, one after the other.
 class xml_record_writer {
 public:
@@ -63,10 +81,10 @@ private:
         const model::record_item& item;
         std::size_t index;
     };
-    // A text with what is known of it; good until the next is made.
+    // A text as it is stored, with what is known of it; good until the next is made.
     struct known_text {
         std::string_view text;
-        bool plain; // see uni::put_stored_utf16
+        bool plain = true; // see uni::put_stored_utf16
     };
 
     bool may_say_more() noexcept { return has_room(); }
@@ -94,16 +112,17 @@ private:
     bool is_first_of_its_tag(const member& scalar);
     void move_to_child(const member& scalar);
     void open_attribute(std::uint16_t tag);
-    void write_pair(std::uint16_t tag, std::string_view value);
+    void write_pair(std::uint16_t tag, const protected_text& shown);
     void write_general(const member& scalar);
     void write_matching(const member& scalar);
     void write_apphelp(const member& scalar);
+    void write_severity(std::string_view number);
     void write_application(item_span group);
     bool is_text(const member& scalar) const;
     known_text text_of(const member& scalar);
-    known_text protected_text(const member& scalar);
-    std::string_view attribute_text(const member& scalar);
-    std::string_view value_of(const member& scalar);
+    protected_text reference_text(const member& scalar);
+    protected_text attribute_text(const member& scalar);
+    std::string_view number_of(const member& scalar);
     void write_moved(const member& scalar);
     void write_cdata_child(const member& scalar);
     void write_children(item_span group);
@@ -123,11 +142,10 @@ private:
     io::roomy_vector<open_element> open_;
     place place_ = place::content;
     std::uint16_t operations_tag_ = 0; // the child that place::operations speaks of
-    std::string record_name_;          // of the record in work, double quotes as single ones
+    std::string record_name_;          // of the record in work
     // State of the group in work.
     std::vector<bool> moved_; // by index: to children, though they are no child elements
     uni::text_buffer aside_;
-    std::string quoted_;
     std::uint32_t element_ = 0;                           // its number
     std::array<std::uint32_t, sdb::tag_slots> seen_in_{}; // by tag: the element that has it
     std::set<std::uint16_t> uncommon_tags_; // that it has, without a slot of their own

@@ -52,13 +52,17 @@ bool take_diags(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-// Of several forms the last of their table wins.
+// Of several forms the last of their table wins; where that or the other is a stream of its own, it is said.
 bool take_form(parsing& now, const option_row& option, const std::string&)
 {
     const form::form_row& row =
         *std::ranges::find(form::all_forms(), option.name, &form::form_row::option);
     request::cmd_params& params = now.options;
+    if (!params.form_option.empty() && row.header == form::banner::in_the_form) {
+        now.notices.say("not used here: %s\n", std::string(params.form_option).c_str());
+    }
     params.form = row.name;
+    params.form_option = row.option;
     set_csv_separator(params, row.separator);
     if (row.separator_blanks != form::blanks::as_they_are) {
         params.no_whitespace = row.separator_blanks == form::blanks::none || !params.pair_datetime;
@@ -402,6 +406,17 @@ void add_common_options(std::vector<option_row>& rows)
         }
     }
     rows.insert(rows.end(), more_rows.begin(), more_rows.end());
+}
+
+std::optional<std::string_view> form_asked_for(const argument_list& args)
+{
+    std::optional<std::string_view> name;
+    for (const form::form_row& row : form::all_forms()) {
+        if (!row.option.empty() && peek_option_flag(row.option, args)) {
+            name = row.name;
+        }
+    }
+    return name;
 }
 
 void note_command_line(request::cmd_params& params, const argument_list& args)

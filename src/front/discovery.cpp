@@ -2,11 +2,17 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <initializer_list>
+#include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 
+#include "model/stored_path.h"
+#include "platform/files.h"
 #include "sdb/database.h"
+#include "uni/byte_view.h"
 #include "uni/text.h"
 
 namespace front {
@@ -172,7 +178,10 @@ std::optional<bool> begins_as_database(files::file_tree& tree, const std::string
 {
     const auto source = tree.open(path);
     if (!source) {
-        return std::nullopt;
+        // What is no regular file is none.
+        platform::file_facts facts;
+        return tree.read_facts(path, facts) && facts.size == 0 ? std::optional(false)
+                                                               : std::nullopt;
     }
     std::array<std::uint8_t, sdb::header_size> head{};
     if (source->read(head, 0) != head.size()) {
@@ -180,6 +189,49 @@ std::optional<bool> begins_as_database(files::file_tree& tree, const std::string
     }
     const std::uint32_t magic = uni::byte_view(head).u32(8);
     return magic == sdb::plain_magic || magic == sdb::compressed_magic;
+}
+
+void add_targets_by_content(files::file_tree& tree, std::vector<std::string>& files,
+                            const std::string& volume, io::notices& notices)
+{
+    std::set<std::string> known;
+    for (const std::string& path : files) {
+        known.insert(model::folded(model::parts_of(path)));
+    }
+    std::uint64_t unread = 0;
+    const auto take = [&](const std::string& path) {
+        const auto is_database = begins_as_database(tree, path);
+        unread += is_database ? 0 : 1;
+        if (is_database.value_or(false) &&
+            known.insert(model::folded(model::parts_of(path))).second) {
+            files.push_back(path);
+        }
+    };
+    std::vector<std::string> folders = {tree.walkable_path(platform::join_path(volume, {}))};
+    while (!folders.empty()) {
+        const std::string folder = std::move(folders.back());
+        folders.pop_back();
+        std::vector<std::string> below;
+        for (const platform::directory_entry& entry : list_in_order(tree, folder, notices)) {
+            std::string path = platform::join_path(folder, entry.name);
+            const bool is_folder = entry.kind == platform::entry_kind::directory;
+            if (entry.kind == platform::entry_kind::file) {
+                take(path);
+            }
+            if (entry.kind == platform::entry_kind::file || is_folder) {
+                std::ranges::for_each(tree.streams(path), take);
+            }
+            if (is_folder) {
+                below.push_back(std::move(path));
+            }
+        }
+        // The first comes next.
+        folders.insert(folders.end(), below.rbegin(), below.rend());
+    }
+    if (unread != 0) {
+        notices.fail("%llu files of %s could not be opened, and may be databases\n",
+                     static_cast<unsigned long long>(unread), volume.c_str());
+    }
 }
 
 std::string path_on_volume(files::file_tree& tree, const std::string& volume,
@@ -190,6 +242,30 @@ std::string path_on_volume(files::file_tree& tree, const std::string& volume,
         path = tree.walkable_path(platform::join_path(path, name));
     }
     return path;
+}
+
+std::vector<std::string> windows_partitions(files::file_tree& tree, const std::string& disk,
+                                            io::notices& notices)
+{
+    std::vector<std::string> volumes;
+    const std::string path = tree.walkable_path(disk);
+    say_copies(tree, path, notices);
+    for (const platform::directory_entry& entry : list_in_order(tree, path, notices)) {
+        std::string volume = platform::join_path(path, entry.name);
+        std::string reason;
+        platform::file_facts facts;
+        const bool is_volume = tree.kind_of(volume, reason) == files::place_kind::volume;
+        if (is_volume && !(tree.read_facts(path_on_volume(tree, volume, {"Windows"}), facts) &&
+                           facts.is_directory)) {
+            reason = "has no Windows folder";
+        }
+        if (reason.empty()) {
+            volumes.push_back(std::move(volume));
+        } else {
+            notices.say("%s passed over: %s\n", volume.c_str(), reason.c_str());
+        }
+    }
+    return volumes;
 }
 
 } // namespace front

@@ -54,9 +54,17 @@ std::optional<bool> begins_as_database(files::file_tree& tree, const std::string
 inline constexpr std::initializer_list<const char*> place_of_software_hive = {"Windows", "System32",
                                                                               "Config", "Software"};
 
+// Appends whatever on a volume is a database by its first bytes, as far as it is not among the files.
+void add_targets_by_content(files::file_tree& tree, std::vector<std::string>& files,
+                            const std::string& volume, io::notices& notices);
+
 // The path of what lies on a volume under these names, one below the other, in its spelling on disk
 // as far as it exists.
 std::string path_on_volume(files::file_tree& tree, const std::string& volume,
                            std::initializer_list<const char*> names);
+
+// The volumes of a disk that hold a Windows; of its other partitions it is said why not.
+std::vector<std::string> windows_partitions(files::file_tree& tree, const std::string& disk,
+                                            io::notices& notices);
 
 } // namespace front

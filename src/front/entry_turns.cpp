@@ -57,6 +57,7 @@ entry_output& entry_turns::add(std::string path)
     auto made = std::make_unique<entry_output>(*this, std::move(path));
     const std::scoped_lock lock(mutex_);
     entry_output& entry = *entries_.emplace_back(std::move(made));
+    entry.number_ = ++added_;
     if (entries_.size() == 1) {
         begin_turn(entry);
     } else {
@@ -122,12 +123,7 @@ bool waiting_text::good() const noexcept
 
 void waiting_text::pass(std::string_view text)
 {
-    constexpr std::size_t worth_no_copy = 0x8000;
-    if (text.size() < worth_no_copy) {
-        to_.text(text);
-    } else {
-        to_.long_text(text);
-    }
+    to_.long_text(text);
     was_handed_on_ |= !text.empty();
     if (!to_.good()) {
         entry_.turns_.stop();
@@ -159,15 +155,15 @@ void waiting_text::drop() noexcept
     clear();
 }
 
-void waiting_text::long_text(std::string_view whole)
+void waiting_text::pass_text(std::string_view text)
 {
-    if (!entry_.has_turn_) {
-        text(whole);
+    if (text.size() < worth_no_copy || !entry_.has_turn_) {
+        text_buffer::pass_text(text);
         return;
     }
     hand_on();
-    pass(whole);
-    text_buffer::note_handed_on(whole.size());
+    pass(text);
+    text_buffer::note_handed_on(text.size());
     entry_.note_handed_on();
 }
 
@@ -196,8 +192,8 @@ entry_output::entry_output(entry_turns& turns, std::string path)
 input_output entry_output::make_streams()
 {
     const bool is_one = &turns_.to_.console == &turns_.to_.report;
-    return {report_, is_one ? report_ : console_, messages_,        log_,
-            *this,   turns_.to_.threads,          turns_.to_.counts};
+    return {report_, is_one ? report_ : console_, messages_,         log_,
+            *this,   turns_.to_.threads,          turns_.to_.counts, kept_};
 }
 
 void entry_output::messages::say(const std::string& message)
@@ -226,6 +222,13 @@ void entry_output::messages::take(std::string_view message)
         entry_.turns_.charge(entry_, message_itself + text.size());
         kept_.push_back(std::move(text));
     }
+}
+
+// Of what was written and cannot be forgotten names stay taken.
+std::string entry_output::next_name()
+{
+    std::string name = "s" + std::to_string(number_);
+    return names_++ == 0 ? name : name + "-" + std::to_string(names_);
 }
 
 form::stream_state entry_output::state_before()
@@ -267,6 +270,9 @@ void entry_output::hand_on()
         report_.hand_on();
         console_.hand_on();
         turns_.to_.log.take(log_);
+        if (!kept_.text().empty()) {
+            turns_.to_.kept.add(kept_.text());
+        }
     } catch (const std::exception&) {
         say_exception();
     }
@@ -287,9 +293,11 @@ bool entry_output::begin_anew()
     report_.drop();
     console_.drop();
     log_.clear();
+    kept_.clear();
     state_after_.reset();
     messages_.skip_said();
     turns_.release(*this);
+    names_ = 0;
     return true;
 }
 

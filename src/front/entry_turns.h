@@ -60,6 +60,7 @@ private:
     std::mutex mutex_; // holds together what stands below, and all messages
     std::condition_variable changed_;
     std::deque<std::unique_ptr<entry_output>> entries_; // the first has its turn
+    std::uint64_t added_ = 0;
     form::stream_state state_; // that the first one begins in, or has come to
     std::size_t waiting_ = 0;  // bytes
 };
@@ -70,7 +71,6 @@ public:
     waiting_text(entry_output& entry, uni::text_buffer& to) : entry_(entry), to_(to) {}
 
     bool good() const noexcept final;
-    void long_text(std::string_view whole) final;
 
     // Hands on what waits; in the entry's turn alone.
     void hand_on();
@@ -79,6 +79,7 @@ public:
     void drop() noexcept;
 
 private:
+    void pass_text(std::string_view text) final;
     void make_room(std::size_t count) final;
     void set_aside();
     void pass(std::string_view text);
@@ -129,6 +130,7 @@ private:
 
     input_output make_streams();
     form::stream_state state_before() override;
+    std::string next_name() override;
     void follow(const form::writer& form) override { form_ = &form; }
     void unfollow(const form::writer& form) noexcept override;
 
@@ -138,10 +140,13 @@ private:
 
     entry_turns& turns_;
     const std::string path_;
+    std::uint64_t number_ = 0; // in the list, from 1
+    std::uint64_t names_ = 0;
     waiting_text report_;
     waiting_text console_;
     messages messages_;
     diag_log log_;
+    kept_texts kept_;
     const input_output streams_;
     const form::writer* form_ = nullptr;
     std::optional<form::stream_state> state_after_;

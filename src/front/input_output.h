@@ -1,7 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "form/writer.h"
 #include "front/diag_log.h"
@@ -18,6 +21,8 @@ public:
 
     // How the inputs before it leave the stream; waits until that is known.
     virtual form::stream_state state_before() = 0;
+    // A name that no other writer of the stream has, the same however many threads work.
+    virtual std::string next_name() = 0;
     // The writer of this input, which is asked for the state of the stream as long as it is followed.
     virtual void follow(const form::writer& form) = 0;
     // It ends.
@@ -30,11 +35,13 @@ public:
     explicit one_by_one(form::stream_state state) : state_(state) {}
 
     form::stream_state state_before() override { return state_; }
+    std::string next_name() override { return "s" + std::to_string(++names_); }
     void follow(const form::writer&) override {}
     void unfollow(const form::writer& form) noexcept override { state_ = form.state(); }
 
 private:
     form::stream_state state_;
+    std::uint64_t names_ = 0;
 };
 
 // How many inputs were told about, and how many could not be, on however many threads.
@@ -42,6 +49,28 @@ struct input_counts {
     std::atomic<std::uint64_t> databases = 0;
     std::atomic<std::uint64_t> programs = 0;
     std::atomic<std::uint64_t> failed = 0;
+    std::atomic<std::uint64_t> records = 0; // that were said of them
+};
+
+// What the writers of inputs keep for the end of the stream, in the order of these, as far as there is room.
+class kept_texts {
+public:
+    void add(std::string_view text)
+    {
+        constexpr std::size_t most = 0x400000;
+        if (text_.view().size() + text.size() > most) {
+            ++left_out_;
+        } else {
+            text_.text(text);
+        }
+    }
+    void clear() noexcept { text_.clear(); }
+    std::string_view text() const noexcept { return text_.view(); }
+    std::uint64_t left_out() const noexcept { return left_out_; }
+
+private:
+    uni::text_buffer text_;
+    std::uint64_t left_out_ = 0;
 };
 
 // What one input writes to, and who may help with it.
@@ -53,6 +82,7 @@ struct input_output {
     stream_place& place;
     uni::thread_allowance& threads;
     input_counts& counts;
+    kept_texts& kept;
 };
 
 } // namespace front

@@ -4,8 +4,11 @@
 #include <optional>
 
 #include "form/forms.h"
+#include "form/tag_text.h"
 #include "front/registry_words.h"
 #include "io/byte_source.h"
+#include "model/database_facts.h"
+#include "model/differences.h"
 #include "model/image_digests.h"
 #include "model/pe_properties.h"
 #include "platform/redirection.h"
@@ -46,6 +49,7 @@ public:
         : place_(out.place),
           form_(form::form_of(options.form).make(out.report, options, out.place.state_before()))
     {
+        form_->name_place(place_.next_name());
         place_.follow(*form_);
     }
     ~stream_writer() { place_.unfollow(*form_); }
@@ -53,6 +57,13 @@ public:
     stream_writer& operator=(const stream_writer&) = delete;
 
     form::writer& form() noexcept { return *form_; }
+    // To be called when all was said.
+    void keep(kept_texts& texts) const
+    {
+        if (!form_->kept().empty()) {
+            texts.add(form_->kept());
+        }
+    }
 
 private:
     stream_place& place_;
@@ -140,6 +151,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
                                  const input_output& out) const
 {
     std::uint64_t failures = 0;
+    std::uint64_t records = 0;
     {
         stream_writer writer(options_, out);
         report::job work = job_of(path, options_, writer.form(), out);
@@ -148,12 +160,21 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         work.source = file.source.get();
         work.digests = &file.digests;
         work.files = &tree_;
-        if (!options_.stats) {
-            report::make_database_report(work);
-        } else {
+        std::optional<model::known_filter> known_here;
+        if (known_ != nullptr) {
+            work.known = &known_here.emplace(*known_, file.database);
+        }
+        work.explained = explained_;
+        work.is_named = path == options_.sdb_path;
+        work.digests_of_program = &digests_of_program_;
+        if (options_.stats || explained_ != nullptr) {
             const model::registry_facts known = targets_.find_installed(path);
             say_doubts(known.how, path, out.notices);
             work.installed = known.facts;
+        }
+        if (!options_.stats) {
+            report::make_database_report(work);
+        } else {
             if (!report::report_of("stats").make(work)) {
                 constexpr const char* reason = "its database list holds nothing";
                 out.notices.fail("Prob analyzing file %s: its database list holds nothing\n",
@@ -164,10 +185,13 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
             }
         }
         failures = writer.form().failures();
+        records = writer.form().records();
+        writer.keep(out.kept);
     }
     say_extent(file, path, out.notices);
     // Counted last: what fails may be done again.
     out.counts.failed += failures;
+    out.counts.records += records;
     out.counts.databases += options_.stats && failures != 0 ? 0 : 1;
 }
 
@@ -176,7 +200,9 @@ void input_work::tell_failure(const std::string& path, const std::string& reason
                               const input_output& out) const
 {
     if (form::form_of(options_.form).header == form::banner::in_the_form) {
-        stream_writer(options_, out).form().failure(path, reason);
+        stream_writer writer(options_, out);
+        writer.form().failure(path, reason);
+        writer.keep(out.kept);
     }
     ++out.counts.failed;
 }
@@ -198,8 +224,126 @@ void input_work::tell_target(const std::string& path, const input_output& out) c
     report_database(file, path, targets_.files.size() > 1, out);
 }
 
+bool input_work::tell_difference(const std::string& before, const std::string& after,
+                                 const input_output& out) const
+{
+    say_processing(before, out);
+    loaded_file files[2];
+    const std::string* const paths[] = {&before, &after};
+    for (std::size_t i = 0; i < 2; ++i) {
+        if (load(files[i], *paths[i], out) != outcome::told) {
+            out.notices.fail("Prob analyzing file %s: %s\n", paths[i]->c_str(),
+                             files[i].reason.c_str());
+            tell_failure(*paths[i], files[i].reason, out);
+            return false;
+        }
+    }
+    {
+        stream_writer writer(options_, out);
+        report::job work = job_of(before, options_, writer.form(), out);
+        work.database = &files[0].database;
+        work.times = files[0].source->times();
+        work.source = files[0].source.get();
+        work.digests = &files[0].digests;
+        work.other = &files[1].database;
+        work.other_path = after;
+        report::report_of("diff").make(work);
+    }
+    say_extent(files[0], before, out.notices);
+    say_extent(files[1], after, out.notices);
+    ++out.counts.databases;
+    return true;
+}
+
+void input_work::tell_lone_database(const std::string& before, const std::string& after,
+                                    const input_output& out) const
+{
+    stream_writer writer(options_, out);
+    report::job work = job_of(before, options_, writer.form(), out);
+    work.other_path = after;
+    report::report_of("lone").make(work);
+}
+
+std::optional<std::string> input_work::id_of(const std::string& path, const input_output& out) const
+{
+    loaded_file file;
+    if (load(file, path, out) != outcome::told) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
+        tell_failure(path, file.reason, out);
+        return std::nullopt;
+    }
+    return model::identity_of(file.database).identifier;
+}
+
+void input_work::load_candidates(const input_output& out)
+{
+    for (const std::string& path : targets_.files) {
+        auto file = std::make_shared<loaded_file>();
+        if (load(*file, path, out) != outcome::told) {
+            out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file->reason.c_str());
+            tell_failure(path, file->reason, out);
+            continue;
+        }
+        const sdb::sdb_database& database = file->database;
+        database.make_shared_indexes();
+        candidates_.emplace_back(
+            path, database,
+            [this, &database](std::uint32_t offset, std::size_t longest) {
+                return form::comparable_text(database, offset, longest, options_);
+            },
+            options_.bounds);
+        if (!candidates_.back().index.is_complete()) {
+            out.notices.fail("Not all nested records could be matched: %s\n", path.c_str());
+        }
+        say_extent(*file, path, out.notices);
+        candidate_files_.push_back(std::move(file));
+        ++out.counts.databases;
+    }
+    if (candidates_.empty()) {
+        out.notices.fail("no database to match with\n");
+    }
+}
+
+bool input_work::match_program_entry(const std::string& path, const input_output& out) const
+{
+    model::pe_list properties;
+    std::string reason;
+    std::unique_ptr<io::byte_source> source;
+    const report::program_state state =
+        report::read_program(properties, source, tree_, path, out.notices, reason);
+    if (state == report::program_state::unreadable) {
+        out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
+        tell_failure(path, reason, out);
+    }
+    if (state != report::program_state::read) {
+        return false;
+    }
+    stream_writer writer(options_, out);
+    report::job work = job_of(path, options_, writer.form(), out);
+    work.program = &properties;
+    work.source = source.get();
+    work.candidates = &candidates_;
+    if (!report::report_of("caught").make(work) && !options_.is_list_form()) {
+        out.notices.say("no matches found: %s\n", path.c_str());
+    }
+    ++out.counts.programs;
+    return true;
+}
+
+void input_work::match_program_alone(const input_output& out) const
+{
+    const platform::wow64_redirect_adt redirection;
+    if (!match_program_entry(options_.pe_path, out)) {
+        out.notices.fail("Problem pulling PE stats from file %s: %s\n", options_.pe_path.c_str(),
+                         "is no program");
+    }
+}
+
 bool input_work::tell_entry(const std::string& path, const input_output& out) const
 {
+    if (options_.matches_many()) {
+        return match_program_entry(path, out);
+    }
     return options_.pe_stats ? tell_program_entry(path, out) : tell_database_entry(path, out);
 }
 
@@ -223,20 +367,22 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
                                  std::string& reason, const input_output& out) const
 {
     model::pe_list properties;
-    std::optional<io::file_history> kept;
+    std::unique_ptr<io::byte_source> source;
     const report::program_state state =
-        report::read_program(properties, tree_, path, out.notices, reason, &kept);
+        report::read_program(properties, source, tree_, path, out.notices, reason);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }
     stream_writer writer(options_, out);
     report::job work = job_of(path, options_, writer.form(), out);
     work.program = &properties;
-    work.program_file = kept ? &*kept : nullptr;
+    work.source = source.get();
+    work.times = source->times();
     report::report_of("pe").make(work);
     if (is_one_of_several) {
         writer.form().separate();
     }
+    writer.keep(out.kept);
     ++out.counts.programs;
     return outcome::told;
 }

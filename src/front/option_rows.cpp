@@ -86,12 +86,16 @@ bool take_rows(std::span<const option_row> rows, parsing& now)
         const bool is_alternative =
             row.how == look_up::if_none_yet || row.how == look_up::alone_in_lists;
         if (row.how == look_up::by_another_effect || (is_alternative && is_taken) ||
-            (row.how == look_up::alone_in_lists && !now.options.is_list_form())) {
+            (row.how == look_up::alone_in_lists && !now.options.is_list_form()) ||
+            (row.how == look_up::more_for_match && !now.options.match_mode) ||
+            (row.how == look_up::more_for_explain && !now.options.explain)) {
             continue;
         }
         taking outcome = take_row(row, now);
         is_taken = outcome == taking::taken;
-        while (row.how == look_up::each && outcome == taking::taken) {
+        const bool is_repeated = row.how == look_up::each || row.how == look_up::more_for_match ||
+                                 row.how == look_up::more_for_explain;
+        while (is_repeated && outcome == taking::taken) {
             outcome = take_row(row, now);
         }
         if (outcome == taking::ended) {

@@ -30,6 +30,8 @@ enum class look_up {
     each,             // as often as it stands there
     if_none_yet,      // once, unless the row above was taken or passed over for the same reason
     alone_in_lists,   // the same, where the targets come from a list
+    more_for_match,   // as often as it still stands there, where programs are matched
+    more_for_explain, // the same, where databases are explained
     by_another_effect // not here: the effect of another row asks for it
 };
 

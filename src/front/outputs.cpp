@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "uni/paths.h"
 #include "uni/text.h"
@@ -29,8 +30,9 @@ bool lead_to_one_file(const std::string& a, const std::string& b)
 
 } // namespace
 
-outputs::outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log)
-    : options_(options), tree_(tree), log_(log),
+outputs::outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log,
+                 std::function<std::string()> last_of_log)
+    : options_(options), tree_(tree), log_(log), last_of_log_(std::move(last_of_log)),
       output_(platform::identify_stream(platform::standard_output_descriptor)),
       error_(platform::identify_stream(platform::standard_error_descriptor))
 {}
@@ -215,18 +217,26 @@ void outputs::say_not_written(io::notices& notices) const
     }
 }
 
-void outputs::finish(std::string_view last_of_log, io::notices& notices)
+void outputs::finish_log(io::notices& notices)
+{
+    if (!planned_log_ || std::exchange(is_log_finished_, true)) {
+        return;
+    }
+    if (log_is_spoilt_) {
+        log_.give_up();
+    }
+    if (!log_.is_open() || !log_.finish(last_of_log_())) {
+        notices.fail("prob writing log: %s\n", planned_log_->name.c_str());
+    }
+}
+
+void outputs::finish(io::notices& notices)
 {
     is_written_ = planned_results_ && !results_are_spoilt_ && results_.finish();
     if (!is_written_) {
         give_up(notices);
     }
-    if (planned_log_ && log_is_spoilt_) {
-        log_.give_up();
-    }
-    if (planned_log_ && (!log_.is_open() || !log_.finish(last_of_log))) {
-        notices.fail("prob writing log: %s\n", planned_log_->name.c_str());
-    }
+    finish_log(notices);
 }
 
 } // namespace front

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,7 +19,9 @@ namespace front {
 // run reads, and take their places when it ends.
 class outputs {
 public:
-    outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log);
+    // `last_of_log` gives the text that ends the log.
+    outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log,
+            std::function<std::string()> last_of_log);
 
     // A standard stream that is one of these files, to which not a byte may be written, not of a
     // message either.
@@ -45,8 +48,10 @@ public:
     // Leaves the results beside their place at the end.
     void spoil_results() noexcept { results_are_spoilt_ = true; }
 
-    // Puts everything in its place. What could not be written is said.
-    void finish(std::string_view last_of_log, io::notices& notices);
+    // Puts the log in its place, behind which nothing is written to it; the other puts everything there.
+    // What could not be written is said.
+    void finish_log(io::notices& notices);
+    void finish(io::notices& notices);
     // Leaves the results where they are, which is said. For a run that an exception ends.
     void give_up(io::notices& notices);
 
@@ -71,12 +76,14 @@ private:
     const request::sdb_opts& options_;
     files::file_tree& tree_;
     diag_log& log_;
+    std::function<std::string()> last_of_log_;
     io::output_file results_;
     std::optional<planned> planned_results_;
     std::optional<planned> planned_log_;
     std::atomic<bool> results_are_spoilt_ = false; // the run read what is in their place
     std::atomic<bool> log_is_spoilt_ = false;      // the same
     bool is_written_ = false;
+    bool is_log_finished_ = false;
     std::optional<platform::file_id> output_; // standard output, where that is a file
     std::optional<platform::file_id> error_;  // the same
 };

@@ -6,11 +6,15 @@
 #include <vector>
 
 #include "form/forms.h"
+#include "front/compared_inputs.h"
 #include "front/discovery.h"
+#include "front/explain_setup.h"
 #include "front/input_work.h"
 #include "front/list_work.h"
 #include "front/registry_words.h"
 #include "front/startup.h"
+#include "io/byte_source.h"
+#include "model/place.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
 #include "report/reports.h"
@@ -19,13 +23,17 @@ namespace front {
 
 namespace {
 
+constexpr const char* caught = "exception caught";
+
 // The work of one run.
 class run_work {
 public:
     run_work(const request::sdb_opts& options, files::file_tree& tree,
-             const model::run_targets& targets, outputs& files, const input_output& out)
+             const model::run_targets& targets, outputs& files,
+             const model::explain_context* explained, const model::known_records* known,
+             const input_output& out)
         : options_(options), tree_(tree), targets_(targets), files_(files), out_(out),
-          inputs_(options, tree, targets)
+          explained_(explained), inputs_(options, tree, targets, explained, known)
     {}
 
     void do_all(const form::run_facts& facts)
@@ -34,10 +42,14 @@ public:
         stream_->begin_stream(facts);
         try {
             do_work();
+            if (explained_ != nullptr && may_write_ && !was_refused_ && out_.report.good()) {
+                tell_machine();
+            }
         } catch (...) {
             end_stream(false);
             throw;
         }
+        files_.finish_log(out_.notices); // which may fail, and the end is to tell
         end_stream(!out_.notices.failed());
     }
 
@@ -52,10 +64,18 @@ private:
         if (!may_write_) {
             return;
         }
+        if (out_.counts.records > stream_->most_records()) {
+            out_.notices.say(
+                "%llu records in one page, which browsers take long for: -json serves better\n",
+                static_cast<unsigned long long>(out_.counts.records));
+        }
         stream_->set_state(out_.place.state_before());
         stream_->end_stream({.databases = out_.counts.databases,
                              .programs = out_.counts.programs,
                              .failed = out_.counts.failed,
+                             .records = out_.counts.records,
+                             .kept = out_.kept.text(),
+                             .left_out = out_.kept.left_out(),
                              .is_whole = is_whole,
                              .was_refused = was_refused_});
     }
@@ -64,14 +84,48 @@ private:
     {
         if (options_.list_sdb && !options_.pe_stats) {
             list_databases();
+        } else if (options_.compares()) {
+            const uni::busy_thread busy(out_.threads);
+            compare_inputs(options_, tree_, files_, inputs_, out_);
+        } else if (options_.matches_many()) {
+            match_programs();
         } else if (options_.is_list_form()) {
             work_on_entries();
         } else if (options_.pe_stats) {
             const uni::busy_thread busy(out_.threads);
-            inputs_.tell_program_alone(out_);
+            work_on_one(options_.pe_path, [&] { inputs_.tell_program_alone(out_); });
         } else {
             const uni::busy_thread busy(out_.threads);
             work_on_targets();
+        }
+    }
+
+    // What the registry and the databases tell together.
+    void tell_machine()
+    {
+        stream_->set_state(out_.place.state_before());
+        report::job work{options_, *stream_, out_.console, out_.notices};
+        work.targets = &targets_;
+        work.explained = explained_;
+        for (const model::installed_databases& installed : targets_.installed) {
+            work.are_there.push_back(make_file_probe(options_, tree_, installed.volume()));
+        }
+        report::report_of("machine").make(work);
+        out_.place.unfollow(*stream_);
+    }
+
+    // It is the run that an exception ends where there is no other input.
+    void work_on_one(const std::string& path, auto&& work)
+    {
+        try {
+            work();
+        } catch (const std::exception&) {
+            try {
+                inputs_.tell_failure(path, caught, out_);
+            } catch (const std::exception&) {
+                ++out_.counts.failed;
+            }
+            throw;
         }
     }
 
@@ -86,16 +140,20 @@ private:
         if (targets_.files.empty()) {
             say_nothing_found();
         }
+        for (const std::string& path : targets_.not_opened) {
+            inputs_.tell_failure(path, "leads out of the volume", out_);
+        }
         const platform::wow64_redirect_adt redirection;
         for (const std::string& path : targets_.files) {
+            if (targets_.files.size() == 1) {
+                work_on_one(path, [&] { inputs_.tell_target(path, out_); });
+                return;
+            }
             try {
                 inputs_.tell_target(path, out_);
             } catch (const std::exception&) {
-                if (targets_.files.size() == 1) {
-                    throw; // it is the run that ends
-                }
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
-                inputs_.tell_failure(path, "exception caught", out_);
+                inputs_.tell_failure(path, caught, out_);
             }
             if (!out_.report.good()) {
                 return;
@@ -117,8 +175,21 @@ private:
         const list_work::outcome result = list.do_all(threads);
         may_write_ = result != list_work::outcome::refused;
         if (result == list_work::outcome::none_of_use) {
-            out_.notices.fail(options_.pe_stats ? "no program in the list\n"
-                                                : "no database in the list\n");
+            out_.notices.fail(options_.pe_stats || options_.matches_many()
+                                  ? "no program in the list\n"
+                                  : "no database in the list\n");
+        }
+    }
+
+    // Holds one program or those of a list against all databases.
+    void match_programs()
+    {
+        inputs_.load_candidates(out_);
+        if (options_.is_list_form()) {
+            work_on_entries();
+        } else {
+            const uni::busy_thread busy(out_.threads);
+            inputs_.match_program_alone(out_);
         }
     }
 
@@ -126,8 +197,9 @@ private:
     {
         // What begins and ends its stream itself has one stream alone.
         const bool is_in_report = form::form_of(options_.form).header == form::banner::in_the_form;
-        const auto form = make_writer(is_in_report ? out_.report : out_.console);
-        report::job work{options_, *form, out_.console, out_.notices};
+        const auto console = is_in_report ? nullptr : make_writer(out_.console);
+        form::writer& form = is_in_report ? *stream_ : *console;
+        report::job work{options_, form, out_.console, out_.notices};
         work.targets = &targets_;
         if (!report::report_of("listsdb").make(work)) {
             say_nothing_found();
@@ -148,36 +220,12 @@ private:
     const model::run_targets& targets_;
     outputs& files_;
     const input_output& out_;
-    const input_work inputs_;
+    const model::explain_context* const explained_; // of a run that explains
+    input_work inputs_;
     std::unique_ptr<form::writer> stream_; // of what belongs to no input
     bool was_refused_ = false;
     bool may_write_ = true;
 };
-
-// The partitions of a disk that hold a Windows; of the others it is said why not.
-std::vector<std::string> windows_partitions(files::file_tree& tree, const std::string& disk,
-                                            io::notices& notices)
-{
-    std::vector<std::string> volumes;
-    const std::string path = tree.walkable_path(disk);
-    say_copies(tree, path, notices);
-    for (const platform::directory_entry& entry : list_in_order(tree, path, notices)) {
-        std::string volume = platform::join_path(path, entry.name);
-        std::string reason;
-        platform::file_facts facts;
-        const bool is_volume = tree.kind_of(volume, reason) == files::place_kind::volume;
-        if (is_volume && !(tree.read_facts(path_on_volume(tree, volume, {"Windows"}), facts) &&
-                           facts.is_directory)) {
-            reason = "has no Windows folder";
-        }
-        if (reason.empty()) {
-            volumes.push_back(std::move(volume));
-        } else {
-            notices.say("%s passed over: %s\n", volume.c_str(), reason.c_str());
-        }
-    }
-    return volumes;
-}
 
 // The roots of the volumes that the run is about.
 std::vector<std::string> volumes_of(const request::sdb_opts& options, files::file_tree& tree,
@@ -209,6 +257,7 @@ void add_databases_of(model::run_targets& targets, const request::sdb_opts& opti
     for (std::string& path : found) {
         if (model::leads_out_of_volume(options, volume, tree, path)) {
             notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+            targets.not_opened.push_back(std::move(path));
         } else {
             targets.files.push_back(std::move(path));
         }
@@ -236,22 +285,38 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
     if (!options.sdb_path.empty()) {
         targets.files.push_back(options.sdb_path);
     }
+    if (options.matches_many()) {
+        targets.files.insert(targets.files.end(), options.more_sdb_paths.begin(),
+                             options.more_sdb_paths.end());
+    }
     ntfs::trace_text trace;
     if (!options.log_path.empty()) {
         trace = [&log](std::string_view line) { log.write(line); };
     }
+    const std::vector<std::string> volumes = volumes_of(options, tree, targets, notices);
+    if (options.explain) {
+        targets.roots = model::roots_of_run(options, tree, volumes);
+    }
     // A list has all its targets itself.
-    const bool is_list_alone = options.is_list_form() && !options.list_sdb;
-    for (const std::string& volume : volumes_of(options, tree, targets, notices)) {
-        if (options.searches_default_places && !is_list_alone) {
+    const bool is_list_alone =
+        options.is_list_form() && !options.list_sdb && !options.matches_many();
+    const bool searches = options.searches_default_places && !is_list_alone;
+    for (const std::string& volume : volumes) {
+        if (searches) {
             add_databases_of(targets, options, volume, tree, notices);
         }
-        if (options.stats || options.list_sdb) {
-            say_findings(model::gather_installed_databases(
-                             targets, options, registry_of(options, volume, tree), tree, trace),
+        if (searches && options.by_content && (options.explain || options.compares())) {
+            add_targets_by_content(tree, targets.files, volume, notices);
+        }
+        if (options.asks_registry() && !options.match_mode) {
+            model::registry_place registry = registry_of(options, volume, tree);
+            if (targets.roots.size() == 1) {
+                registry.root = targets.roots.front();
+            }
+            say_findings(model::gather_installed_databases(targets, options, registry, tree, trace),
                          notices);
         }
-        if (options.deleted && options.searches_default_places && !is_list_alone) {
+        if (searches && options.deleted) {
             add_deleted_targets(tree, targets.files, volume, options.by_content);
         }
     }
@@ -271,6 +336,21 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
             files.push_back(*named);
         }
     }
+    files.insert(files.end(), options.more_hive_paths.begin(), options.more_hive_paths.end());
+    if (options.hive_given && !options.no_logs) {
+        std::vector<std::string> hives = options.more_hive_paths;
+        hives.push_back(options.software_hive_path);
+        for (const std::string& hive : hives) {
+            for (const char* const ending : model::log_endings) {
+                files.push_back(hive + ending);
+            }
+        }
+    }
+    files.insert(files.end(), options.knowledge_paths.begin(), options.knowledge_paths.end());
+    files.insert(files.end(), options.known_paths.begin(), options.known_paths.end());
+    if (!options.diff_path.empty()) {
+        files.push_back(options.diff_path);
+    }
     return files;
 }
 
@@ -278,22 +358,40 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
          const form::run_facts& facts, files::file_tree& tree, const model::run_targets& targets,
          outputs& files, diag_log& log, io::notices& notices)
 {
-    // A form that begins its stream itself needs no input to know of those before it.
+    const bool explains = options.explain && !options.stats && !options.list_sdb &&
+                          !options.compares() && !options.match_mode;
+    const auto known = load_known_records(options, tree, notices);
+    const auto explained =
+        explains ? make_explain_context(options, tree, targets, facts.time) : nullptr;
+    // A form that begins its stream itself needs no input to know of those before it. Behind a database
+    // that is explained the registry may have its say.
     one_by_one place(
-        {.is_lone = !options.is_list_form() && targets.files.size() == 1,
+        {.is_lone = !options.is_list_form() && targets.files.size() == 1 &&
+                    !(explains && options.hive_given) &&
+                    !(options.compares() && options.sdb_path.empty()),
          .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     input_counts counts;
-    const input_output streams{out, standard_output, notices, log, place, threads, counts};
-    run_work(options, tree, targets, files, streams).do_all(facts);
+    kept_texts kept;
+    const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
+    run_work(options, tree, targets, files, explained.get(), known.get(), streams).do_all(facts);
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
-                  const form::run_facts& facts)
+                  const form::run_facts& facts, files::file_tree& tree, bool has_failed)
 {
     const auto stream = form::form_of(options.form).make(out, options, {});
+    stream->name_place("s1");
     stream->begin_stream(facts);
-    stream->end_stream({.is_whole = false, .was_refused = true});
+    if (!options.missing_path.empty()) {
+        std::string reason;
+        tree.open(options.missing_path, reason);
+        stream->failure(options.missing_path, reason.empty() ? "could not be looked at" : reason);
+    }
+    stream->end_stream({.failed = stream->failures(),
+                        .kept = stream->kept(),
+                        .is_whole = !has_failed,
+                        .was_refused = true});
 }
 
 } // namespace front

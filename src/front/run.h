@@ -30,6 +30,6 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
 
 // Writes what a stream says of a run that does not begin, in a form that begins its streams itself.
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
-                  const form::run_facts& facts);
+                  const form::run_facts& facts, files::file_tree& tree, bool has_failed);
 
 } // namespace front

@@ -2,6 +2,7 @@
 
 #include "form/forms.h"
 #include "front/cmdline_ctx.h"
+#include "front/common_options.h"
 #include "front/diag_log.h"
 #include "front/outputs.h"
 #include "front/run.h"
@@ -31,13 +32,20 @@ bool begins_itself(const request::sdb_opts& options)
     return form::form_of(options.form).header == form::banner::in_the_form;
 }
 
-int refuse(const run_beginning& run, const request::sdb_opts& options,
+// Whether the output is to be rows of a body file and nothing else.
+bool is_body_file(const request::sdb_opts& options)
+{
+    return form::form_of(options.form).header == form::banner::not_on_files && options.stats &&
+           !options.pe_stats;
+}
+
+int refuse(const run_beginning& run, const request::sdb_opts& options, files::file_tree& tree,
            io::output_sink& standard_output)
 {
     if (begins_itself(options)) {
         platform::set_standard_output_binary();
-        tell_refusal(standard_output, options, run.facts);
-    } else if (!options.no_header) {
+        tell_refusal(standard_output, options, run.facts, tree, true);
+    } else if (!options.no_header && !is_body_file(options)) {
         standard_output.text(run.header);
         standard_output.line_end();
     }
@@ -56,17 +64,9 @@ int refuse_stream(outputs::stream_kind stream, io::output_sink& standard_output,
 
 bool has_banner(const request::sdb_opts& options)
 {
-    if (options.no_header) {
-        return false;
-    }
-    switch (form::form_of(options.form).header) {
-    case form::banner::always:
-        return true;
-    case form::banner::not_on_files:
-        return !options.stats || options.pe_stats;
-    default:
-        return false;
-    }
+    const form::banner header = form::form_of(options.form).header;
+    return !options.no_header && !is_body_file(options) && header != form::banner::never &&
+           header != form::banner::in_the_form;
 }
 
 void say_what_was_not_written(const io::standard_output& standard_output, io::notices& notices)
@@ -84,6 +84,26 @@ bool may_write_to(const cmdline_ctx& context, io::notices& notices)
         notices.fail("standard output is closed, aborting\n");
     }
     return context.has_standard_output();
+}
+
+// A stream that begins itself is whole beside the usage text too.
+int tell_help(std::string_view form, const form::run_facts& run, const request::bounds& bounds,
+              files::file_tree& tree, const cmdline_ctx& context,
+              io::standard_output& standard_output, io::notices& notices)
+{
+    request::sdb_opts options;
+    options.form = form;
+    options.bounds = bounds;
+    if (!begins_itself(options)) {
+        return success;
+    }
+    if (may_write_to(context, notices)) {
+        platform::set_standard_output_binary();
+        tell_refusal(standard_output, options, run, tree, false);
+        standard_output.flush();
+        say_what_was_not_written(standard_output, notices);
+    }
+    return notices.failed() ? failure : success;
 }
 
 int print_text(std::string_view text, const cmdline_ctx& context,
@@ -114,11 +134,13 @@ int run_driver(argument_list args, const request::bounds& bounds)
         if (const auto text = text_asked_for(args)) {
             return print_text(*text, context, standard_output, notices);
         }
+        beginning.facts = gather_run_facts(args);
+        const std::string_view form = form_asked_for(args).value_or(options.form);
         if (asks_for_help(args)) {
             print_usage();
-            return success;
+            return tell_help(form, beginning.facts, bounds, tree, context, standard_output,
+                             notices);
         }
-        beginning.facts = gather_run_facts(args);
         beginning.header = make_run_header(args, beginning.facts);
     }
     io::kept_notices early; // until it is known that what they go to is not examined itself
@@ -133,27 +155,28 @@ int run_driver(argument_list args, const request::bounds& bounds)
         early.say_all(notices);
         throw;
     }
-    outputs files(options, tree, log);
+    outputs files(options, tree, log, [&context] { return context.elapsed_text(); });
     const std::vector<std::string> inputs = examined_files(options, targets);
     if (const auto stream = files.examined_stream(inputs); stream != outputs::stream_kind::none) {
         return refuse_stream(stream, standard_output, notices);
     }
     early.say_all(notices);
     if (!is_parsed) {
-        return refuse(beginning, options, standard_output);
+        return refuse(beginning, options, tree, standard_output);
     }
     context.bind_options(options);
     if (options.out_path.empty() && !may_write_to(context, notices)) {
         return failure;
     }
     if (files.are_in_the_way(inputs, notices)) {
-        return refuse(beginning, options, standard_output);
+        return refuse(beginning, options, tree, standard_output);
     }
     try {
-        const auto line_ends =
-            begins_itself(options) ? io::line_ends::as_they_are : io::line_ends::with_return;
+        const auto line_ends = begins_itself(options) || is_body_file(options)
+                                   ? io::line_ends::as_they_are
+                                   : io::line_ends::with_return;
         if (!files.open(line_ends, notices)) {
-            return refuse(beginning, options, standard_output);
+            return refuse(beginning, options, tree, standard_output);
         }
         io::output_sink* const results = files.results();
         io::output_sink& out = results ? *results : standard_output;
@@ -161,11 +184,11 @@ int run_driver(argument_list args, const request::bounds& bounds)
             out.text(beginning.header);
             out.line_end();
         }
-        if (begins_itself(options) && results == nullptr) {
+        if (line_ends == io::line_ends::as_they_are && results == nullptr) {
             platform::set_standard_output_binary();
         }
         run(out, standard_output, options, beginning.facts, tree, targets, files, log, notices);
-        files.finish(context.elapsed_text(), notices);
+        files.finish(notices);
     } catch (...) {
         files.give_up(notices);
         throw;

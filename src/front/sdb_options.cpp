@@ -9,10 +9,12 @@
 #include "form/forms.h"
 #include "front/common_options.h"
 #include "front/discovery.h"
+#include "front/explain_setup.h"
 #include "front/option_rows.h"
 #include "front/pattern_text.h"
 #include "front/startup.h"
 #include "io/notice.h"
+#include "model/knowledge.h"
 #include "model/stored_path.h"
 #include "platform/files.h"
 #include "platform/host.h"
@@ -87,6 +89,10 @@ void settle_form(request::sdb_opts& options)
         std::ranges::any_of(options.listings, [](std::string_view name) {
             return report::report_of(name).forms == report::forms_taken::with_rows;
         });
+    if (options.explain || !options.diff_path.empty() || options.matches_many()) {
+        options.form = !options.form_option.empty() ? options.form : "plain";
+        return;
+    }
     if (calls_for_rows && form::form_of(options.form).carries == form::contents::records_of_one) {
         options.form = "plain";
     }
@@ -131,7 +137,7 @@ std::optional<std::string> volume_at(files::file_tree& tree, const std::string& 
 bool take_partition(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
-    if (refuse_with_list_form(options, now.notices)) {
+    if (!options.match_mode && refuse_with_list_form(options, now.notices)) {
         return false;
     }
     options.partition_given = true;
@@ -177,13 +183,15 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool file_is_there(files::file_tree& tree, const std::string& path, io::notices& notices)
+bool file_is_there(files::file_tree& tree, const std::string& path, request::sdb_opts& options,
+                   io::notices& notices)
 {
     platform::file_facts facts;
     if (!path.empty() && tree.read_facts(path, facts)) {
         return true;
     }
     notices.fail("Prob reading file %s\n", path.c_str());
+    options.missing_path = path;
     return false;
 }
 
@@ -199,8 +207,13 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
         now.notices.fail("-partition option should not be used with -sdb option\n");
         return false;
     }
-    if (refuse_with_list_form(options, now.notices)) {
+    // Programs of a list may be matched against it.
+    if (!options.match_mode && refuse_with_list_form(options, now.notices)) {
         return false;
+    }
+    if (!options.sdb_path.empty()) {
+        options.more_sdb_paths.push_back(expanded(value));
+        return file_is_there(now.tree, options.more_sdb_paths.back(), now.options, now.notices);
     }
     options.sdb_path = expanded(value);
     // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
@@ -208,14 +221,14 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
     const bool names_no_drive =
         options.sdb_path.find_first_not_of("/\\") >= 2 || now.tree.is_in_image(options.sdb_path);
     options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
-    return file_is_there(now.tree, options.sdb_path, now.notices);
+    return file_is_there(now.tree, options.sdb_path, options, now.notices);
 }
 
 bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
     options.pe_path = expanded(value);
-    if (!options.vss_given && !file_is_there(now.tree, options.pe_path, now.notices)) {
+    if (!options.vss_given && !file_is_there(now.tree, options.pe_path, options, now.notices)) {
         return false;
     }
     options.pe_stats = options.stats;
@@ -225,17 +238,21 @@ bool take_pe(parsing& now, const option_row&, const std::string& value)
 bool take_pe_of_list(parsing& now, const option_row&, const std::string&)
 {
     now.options.pe_stats = now.options.stats;
+    now.options.programs_in_list = true;
     return true;
 }
 
-bool take_match(parsing& now, const option_row&, const std::string&)
+bool lacks_program(const request::sdb_opts& options, io::notices& notices)
 {
-    now.options.match_mode = true;
-    if (now.options.pe_path.empty()) {
-        now.notices.fail("This option requires -pe <PE file> as well\n");
-        return false;
+    const bool has_one = !options.pe_path.empty() || options.programs_in_list;
+    if (options.match_mode && !has_one) {
+        notices.fail("This option requires -pe <PE file> as well\n");
+        return true;
     }
-    return true;
+    // A list of databases is matched with by itself.
+    const bool names_database = !options.sdb_path.empty() || options.partition_given;
+    return options.match_mode && !options.programs_in_list && names_database &&
+           refuse_with_list_form(options, notices);
 }
 
 // Says that a value could not be understood: on standard output, unless its form has no place for that.
@@ -319,10 +336,78 @@ bool take_strings(parsing& now, const option_row&, const std::string& value)
 
 bool take_reg(parsing& now, const option_row&, const std::string& value)
 {
+    if (now.options.hive_named) {
+        now.options.more_hive_paths.push_back(value);
+        return true;
+    }
     now.options.hive_given = true;
     now.options.hive_named = true;
     now.options.software_hive_path = value;
     return true;
+}
+
+bool take_only(parsing& now, const option_row& row, const std::string& value)
+{
+    for (const std::string& item : uni::split(uni::lowered(value), ',', true)) {
+        if (!model::weight_from(item)) {
+            now.notices.fail("Don't understand %s %s\n", std::string(row.name).c_str(),
+                             value.c_str());
+            return false;
+        }
+        now.options.only_weights.push_back(item);
+    }
+    return true;
+}
+
+bool take_family(parsing& now, const option_row&, const std::string& value)
+{
+    for (std::string& item : uni::split(uni::lowered(value), ',', true)) {
+        now.options.families.push_back(std::move(item));
+    }
+    return true;
+}
+
+bool take_knowledge(parsing& now, const option_row&, const std::string& value)
+{
+    now.options.knowledge_paths.push_back(expanded(value));
+    return file_is_there(now.tree, now.options.knowledge_paths.back(), now.options, now.notices);
+}
+
+bool take_diff(parsing& now, const option_row&, const std::string& value)
+{
+    now.options.diff_path = value;
+    return true;
+}
+
+// Beside a volume another volume is compared, beside a folder or a database another of these.
+bool settle_diff(request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
+{
+    std::string& path = options.diff_path;
+    if (path.empty()) {
+        return true;
+    }
+    if (options.partition_given) {
+        const auto volume = volume_at(tree, path);
+        const auto letter = volume ? volume : volume_of_letter(path);
+        if (!letter) {
+            notices.fail("no volume: %s\n", path.c_str());
+            return false;
+        }
+        path = *letter;
+        return true;
+    }
+    if (options.sdb_path.empty() && !options.enumdir) {
+        notices.fail("-diff wants -sdb, -enumdir or -partition beside it\n");
+        return false;
+    }
+    path = expanded(path);
+    return file_is_there(tree, path, options, notices);
+}
+
+bool take_known(parsing& now, const option_row&, const std::string& value)
+{
+    now.options.known_paths.push_back(expanded(value));
+    return file_is_there(now.tree, now.options.known_paths.back(), now.options, now.notices);
 }
 
 // Before and behind the listings.
@@ -334,18 +419,27 @@ constexpr auto first_rows = std::to_array<option_row>({
 });
 
 constexpr auto more_rows = std::to_array<option_row>({
+    // In front of -pe, which may stand without a value.
+    {"-match", false, set_flag<&request::sdb_opts::match_mode>},
+    {"-explain", false, set_flag<&request::sdb_opts::explain>},
+    {"-only", true, take_only},
+    {"-family", true, take_family},
+    {"-knowledge", true, take_knowledge, look_up::each},
+    {"-diff", true, take_diff},
+    {"-known", true, take_known, look_up::each},
     {"-partition", true, take_partition},
     {"-vss", true, take_vss},
     {"-sdb", true, take_sdb},
+    {"-sdb", true, take_sdb, look_up::more_for_match},
     {"-pe", true, take_pe},
     {"-pe", false, take_pe_of_list, look_up::alone_in_lists},
-    {"-match", false, take_match},
     {"-patchbytes", true, take_pattern},
     {"-patchbytes", true, take_guid}, // a second one
     {"-guid", true, take_guid},
     {"-tagids", true, take_tagids},
     {"-strings", true, take_strings},
     {"-reg", true, take_reg},
+    {"-reg", true, take_reg, look_up::more_for_explain},
     {"-no_logs", false, set_flag<&request::sdb_opts::no_logs>},
 });
 
@@ -370,7 +464,7 @@ void settle_targets(request::sdb_opts& options, files::file_tree& tree)
         options.volume_text = "c:";
     }
     if (!options.hive_given && !options.pe_stats && !options.volume_text.empty() &&
-        (options.stats || options.list_sdb)) {
+        options.asks_registry()) {
         options.hive_given = true;
         options.software_hive_path =
             path_on_volume(tree, options.volume_text, place_of_software_hive);
@@ -380,7 +474,8 @@ void settle_targets(request::sdb_opts& options, files::file_tree& tree)
 // Says what was asked for and has no effect in this run.
 void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
-    const bool asks_registry = options.stats || options.list_sdb;
+    const bool asks_registry = options.asks_registry();
+    const bool explains = options.explain && !options.stats && !options.list_sdb;
     const std::pair<bool, const char*> unused[] = {
         {options.enumdir && (options.pipe || options.list_sdb), "-enumdir"},
         {options.pipe && options.list_sdb, "-pipe"},
@@ -390,8 +485,17 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
         {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
         {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
          "-deleted"},
-        {options.by_content && !options.enumdir && !options.deleted, "-by_content"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
+        {!options.more_hive_paths.empty() && !explains, "a further -reg"},
+        {!options.more_sdb_paths.empty() && !options.matches_many(), "a further -sdb"},
+        {options.explain && !explains, "-explain"},
+        {!options.only_weights.empty() && !explains, "-only"},
+        {!options.families.empty() && !explains, "-family"},
+        {!options.knowledge_paths.empty() && !explains, "-knowledge"},
+        {!options.diff_path.empty() && !options.compares(), "-diff"},
+        {options.by_content && !options.enumdir && !options.deleted &&
+             (!(explains || options.compares()) || !options.searches_default_places),
+         "-by_content"},
     };
     for (const auto& [is_unused, name] : unused) {
         if (is_unused) {
@@ -411,7 +515,9 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
 
 bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 {
-    if (options.append && form::form_of(options.form).carries == form::contents::records_of_one) {
+    const form::contents carries = form::form_of(options.form).carries;
+    if (options.append &&
+        (carries == form::contents::records_of_one || carries == form::contents::one_page)) {
         notices.fail("-append needs a form of lines, aborting\n");
         return true;
     }
@@ -432,12 +538,16 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::f
     add_database_options(rows);
     add_help_options(rows);
     parsing now{options, args, tree, log, notices, standard_output};
-    if (!take_rows(rows, now)) {
+    if (!take_rows(rows, now) || lacks_program(options, notices) ||
+        !settle_diff(options, tree, notices)) {
         return false;
     }
     uni::compile_date_style(options.date_style, options.dateformat, options.timeformat,
                             options.pair_datetime);
     settle_form(options);
+    if (!is_knowledge_sound(options, tree, notices)) {
+        return false;
+    }
     if (appends_to_no_lines(options, notices)) {
         return false;
     }

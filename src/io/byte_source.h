@@ -33,6 +33,11 @@ struct file_history {
     bool is_deleted = false;
     std::uint64_t clusters = 0;
     std::uint64_t free_clusters = 0;
+    bool is_hidden = false;
+    bool is_system = false;
+    std::uint32_t reparse_kind = 0;         // 0 for what is no reparse point
+    std::string stream;                     // its name; empty for the file's content
+    std::vector<std::string> other_streams; // of the file, those with names
 };
 
 // Bytes at places: an ordinary file, a block of memory, or a file inside something else. Formats

@@ -56,12 +56,36 @@ bool output_file::begin_append(std::string& reason)
 {
     old_length_ = platform::file_length(descriptor_);
     // What has no places is written where it is.
-    if ((platform::seek_end(descriptor_) && old_length_ >= 0) || where_.target.is_special) {
+    if (where_.target.is_special) {
         return true;
     }
-    reason = "its end is not to be found";
+    if (!platform::seek_end(descriptor_) || old_length_ < 0) {
+        reason = "its end is not to be found";
+    } else if (end_last_line()) {
+        return true;
+    } else {
+        reason = "its last line could not be ended";
+        cut_back();
+    }
     close();
     return false;
+}
+
+// What was cut off there before does not begin the first line of this run.
+bool output_file::end_last_line()
+{
+    if (ends_ == line_ends::with_return || old_length_ == 0) {
+        return true;
+    }
+    std::uint8_t last = 0;
+    const platform::opened_file written = platform::open_for_reading(where_.target.path);
+    const platform::read_result got =
+        platform::read_file(written.descriptor, {&last, 1}, old_length_ - 1);
+    if (written.descriptor >= 0) {
+        platform::close_file(written.descriptor);
+    }
+    return got.count == 1 &&
+           (last == '\n' || platform::write_file(descriptor_, uni::bytes_of("\n")));
 }
 
 // Takes what stands in the partial file, which is held, to the end of the file itself.

@@ -18,13 +18,17 @@ void output_sink::flush()
     clear();
 }
 
-void output_sink::long_text(std::string_view whole)
+void output_sink::pass_text(std::string_view text)
 {
-    flush();
-    if (good_ && !whole.empty()) {
-        good_ = write_block(whole);
+    if (text.size() < worth_no_copy) {
+        text_buffer::pass_text(text);
+        return;
     }
-    note_handed_on(whole.size());
+    flush();
+    if (good_) {
+        good_ = write_block(text);
+    }
+    note_handed_on(text.size());
 }
 
 void output_sink::make_room(std::size_t count)

@@ -16,10 +16,10 @@ public:
 
     bool good() const noexcept final { return good_; }
     void flush() final;
-    // Goes out as it is, without a way through the buffer.
-    void long_text(std::string_view whole) final;
 
 protected:
+    // Long text goes out as it is, without a way through the buffer.
+    void pass_text(std::string_view text) final;
     // Writes the whole block; false on failure.
     virtual bool write_block(std::string_view block) = 0;
     void make_room(std::size_t count) final;

@@ -25,8 +25,9 @@ using guid_bytes = std::array<std::uint8_t, uni::guid_size>;
 class fact_gatherer {
 public:
     fact_gatherer(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds)
-        : facts_(facts), database_(database), collector_(database), budget_(database, bounds)
+                  const request::bounds& bounds, const known_filter* known)
+        : facts_(facts), database_(database), known_(known), collector_(database),
+          budget_(database, bounds)
     {}
 
     void take_children()
@@ -79,13 +80,22 @@ private:
     void count_library()
     {
         std::set<std::uint16_t> seen;
-        database_.for_each_child(
-            database_.library_offset(), [&](std::uint32_t, std::uint16_t child) {
-                if (seen.insert(child).second) {
-                    add_count(child, sdb::tag_name(child), database_.ordinals_by_tag(child).size());
-                }
-            });
+        database_.for_each_child(database_.library_offset(),
+                                 [&](std::uint32_t, std::uint16_t child) {
+                                     if (seen.insert(child).second) {
+                                         add_count(child, sdb::tag_name(child), count_of(child));
+                                     }
+                                 });
     }
+
+    std::uint64_t count_of(std::uint16_t tag) const
+    {
+        const auto all = database_.ordinals_by_tag(tag);
+        return static_cast<std::uint64_t>(std::ranges::count_if(
+            all, [this](sdb::tag_ordinal one) { return !is_known(database_.offset_at(one)); }));
+    }
+
+    bool is_known(std::uint32_t record) const { return known_ != nullptr && known_->holds(record); }
 
     void count_records(std::uint16_t list_tag)
     {
@@ -106,7 +116,7 @@ private:
     // far as the first tag that makes it a mere reference.
     bool counts(sdb::tag_ordinal record)
     {
-        if (database_.tag_at(record) == tag::stringtable ||
+        if (database_.tag_at(record) == tag::stringtable || is_known(database_.offset_at(record)) ||
             !collector_.collect_first_group(budget_, database_.offset_at(record))) {
             return false;
         }
@@ -170,12 +180,19 @@ private:
 
     database_facts& facts_;
     const sdb::sdb_database& database_;
+    const known_filter* known_;
     record_collector collector_;
     listing_budget budget_;
     std::unordered_set<std::uint32_t> app_name_references_;
     std::unordered_set<std::string> app_names_;
     std::set<guid_bytes> app_ids_;
 };
+
+bool has_text(const sdb::sdb_database& database, std::uint32_t reference)
+{
+    const uni::byte_view stored = database.string_bytes(reference);
+    return stored.size() >= 2 && stored.u16(0) != 0;
+}
 
 } // namespace
 
@@ -198,7 +215,6 @@ database_identity identity_of(const sdb::sdb_database& database)
     std::optional<std::uint32_t> os_platform;
     std::optional<std::uint32_t> runtime_platform;
     // Of several texts the last counts, and that alone is read.
-    std::optional<std::uint32_t> name;
     std::optional<std::uint32_t> compiler;
     const auto take_scalar = [&](std::uint32_t offset, std::uint16_t child) {
         const sdb::sdb_tag_item item = database.item_from(offset);
@@ -213,7 +229,7 @@ database_identity identity_of(const sdb::sdb_database& database)
             made.time = item.value.u64(0);
             break;
         case tag::name:
-            name = item.size;
+            made.name_at = has_text(database, item.size) ? std::optional(offset) : std::nullopt;
             break;
         case tag::compiler_version:
             compiler = item.size;
@@ -233,9 +249,6 @@ database_identity identity_of(const sdb::sdb_database& database)
                                 }
                             });
     made.platform = os_platform ? os_platform : runtime_platform;
-    if (name) {
-        database.read_string_ref(made.internal_name, *name);
-    }
     if (compiler) {
         database.read_string_ref(made.compiler_version, *compiler);
         uni::remove_char(made.compiler_version, 'v');
@@ -243,8 +256,17 @@ database_identity identity_of(const sdb::sdb_database& database)
     return made;
 }
 
+std::string internal_name(const sdb::sdb_database& database, const database_identity& identity)
+{
+    std::string name;
+    if (identity.name_at) {
+        database.read_string_ref(name, database.word_behind(*identity.name_at));
+    }
+    return name;
+}
+
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds, image_digests* digests)
+                  const request::bounds& bounds, image_digests* digests, const known_filter* known)
 {
     facts = {};
     const auto list = database.ordinal_of(database.database_offset());
@@ -257,7 +279,7 @@ bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
         digests = &own;
     }
     static_cast<database_identity&>(facts) = identity_of(database);
-    fact_gatherer gatherer(facts, database, bounds);
+    fact_gatherer gatherer(facts, database, bounds, known);
     gatherer.take_children();
     gatherer.count_names_and_strings();
     facts.digest_md5 = digests->md5();

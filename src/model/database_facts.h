@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "io/byte_source.h"
+#include "model/differences.h"
 #include "model/image_digests.h"
 #include "platform/digests.h"
 #include "request/bounds.h"
@@ -25,7 +26,7 @@ struct record_count {
 struct database_identity {
     std::string identifier; // GUID text
     std::string compiler_version;
-    std::string internal_name;
+    std::optional<std::uint32_t> name_at;  // the offset of the tag that names it
     std::optional<std::uint32_t> platform; // operating systems, else the run-time platform
     std::optional<std::uint64_t> time;     // FILETIME ticks
 };
@@ -45,11 +46,14 @@ struct database_facts : database_identity {
 digest_texts file_digests(io::byte_source& source);
 
 database_identity identity_of(const sdb::sdb_database& database);
+// The name that its identity tells of; empty for none.
+std::string internal_name(const sdb::sdb_database& database, const database_identity& identity);
 
 // Gathers the facts of a loaded database; false if its database list holds nothing. A record counts
 // if a listing would print it, everything of a kind that stands in the library counts. The `digests` of
-// its image are computed here where they were not started.
+// its image are computed here where they were not started. What is `known` does not count.
 bool gather_facts(database_facts& facts, const sdb::sdb_database& database,
-                  const request::bounds& bounds = {}, image_digests* digests = nullptr);
+                  const request::bounds& bounds = {}, image_digests* digests = nullptr,
+                  const known_filter* known = nullptr);
 
 } // namespace model

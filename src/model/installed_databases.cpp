@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "hive/hive_image.h"
+#include "model/registry_lists.h"
 #include "model/stored_path.h"
 #include "platform/directories.h"
 #include "platform/files.h"
@@ -163,14 +164,14 @@ void tell_of_missing_hive(const software_hive& hive, const request::sdb_opts& op
     }
 }
 
-hive::query_outcome query_table(installed_table& table, const hive::hive_image& image)
-{
-    return hive::hive_query(installed_query(), image, [&table](hive::hive_value_record&& row) {
-        fold_installed_row(table, row);
-    });
-}
+// What was read of the run's hives.
+struct hives_read {
+    installed_table table;
+    registry_lists lists;
+    bool has_key = false; // of installed databases
+};
 
-// Tells what the logs of a hive did to the table.
+// Tells what the logs of a hive did to what it holds of the table.
 void tell_of_logs(const installed_table& table, software_hive& hive, const std::string& path,
                   std::vector<registry_finding>& findings)
 {
@@ -191,7 +192,8 @@ void tell_of_logs(const installed_table& table, software_hive& hive, const std::
         break;
     }
     installed_table before;
-    query_table(before, hive::hive_image(std::move(hive.bytes_before)));
+    hive::hive_query(installed_query(), hive::hive_image(std::move(hive.bytes_before)),
+                     [&](hive::hive_value_record&& row) { fold_installed_row(before, row); });
     log_findings logs{hive.log_outcome};
     for (const auto& [key, database] : table) {
         const auto old = before.find(key);
@@ -204,27 +206,51 @@ void tell_of_logs(const installed_table& table, software_hive& hive, const std::
     findings.push_back({logs_taken, path, {}, logs});
 }
 
-installed_table read_table(software_hive hive, const std::string& path,
-                           std::vector<registry_finding>& findings)
+void read_table(hives_read& to, software_hive hive, const std::string& path, bool reads_lists,
+                std::vector<registry_finding>& findings)
 {
     using enum registry_finding_kind;
-    installed_table table;
     const hive::hive_image image(std::move(hive.bytes));
-    const hive::query_outcome outcome = query_table(table, image);
-    tell_of_logs(table, hive, path, findings);
+    installed_table own; // where the logs make a difference
+    const bool has_logs = hive.logs == hive_logs::taken;
+    const hive::query_outcome outcome =
+        hive::hive_query(installed_query(), image, [&](hive::hive_value_record&& row) {
+            fold_installed_row(to.table, row);
+            if (has_logs) {
+                fold_installed_row(own, row);
+            }
+        });
+    tell_of_logs(own, hive, path, findings);
+    if (reads_lists) {
+        read_registry_lists(to.lists, image);
+    }
+    const bool is_whole = image.is_open() && !image.has_failed() && !outcome.is_damaged;
+    to.has_key = to.has_key || outcome.has_keys || !is_whole; // as far as anybody can tell
     if (image.has_failed()) {
         findings.push_back({hive_unread, path, "reading failed"});
     } else if (!image.is_open()) {
         findings.push_back({hive_unread, path, "is no hive"});
-    } else if (outcome.is_damaged) {
+    } else if (outcome.is_damaged || to.lists.is_damaged) {
         findings.push_back({damaged, path});
-    } else if (!outcome.has_keys) {
-        findings.push_back({no_key, path});
+        to.lists.is_damaged = false;
     }
     if (image.has_changed()) {
         findings.push_back({changed, path});
     }
-    return table;
+}
+
+// Reads the hives that were named behind the first.
+void read_more_hives(hives_read& to, const request::sdb_opts& options, files::file_tree& tree,
+                     std::vector<registry_finding>& findings)
+{
+    for (const std::string& path : options.more_hive_paths) {
+        software_hive hive = load_named_hive(options, path, tree);
+        if (hive.state == hive_state::opened) {
+            read_table(to, std::move(hive), path, options.explain, findings);
+        } else {
+            findings.push_back({registry_finding_kind::hive_unread, path, hive.reason});
+        }
+    }
 }
 
 } // namespace
@@ -254,6 +280,16 @@ registry_facts run_targets::find_installed(const std::string& path) const
         }
     }
     return facts;
+}
+
+const registry_lists* run_targets::lists_for(const std::string& path) const
+{
+    for (std::size_t i = 0; i < std::min(lists.size(), installed.size()); ++i) {
+        if (installed[i].is_for(path)) {
+            return &lists[i];
+        }
+    }
+    return nullptr;
 }
 
 registry_facts installed_databases::find(const std::string& path) const
@@ -333,14 +369,25 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
     try {
         software_hive hive = load_software_hive(options, place, tree, trace);
         tell_of_missing_hive(hive, options, place, findings);
-        if (hive.state != hive_state::opened) {
+        hives_read read;
+        const bool is_opened = hive.state == hive_state::opened;
+        if (is_opened) {
+            read_table(read, std::move(hive), place.hive, options.explain, findings);
+        }
+        read_more_hives(read, options, tree, findings);
+        if (is_opened && !read.has_key) {
+            findings.push_back({registry_finding_kind::no_key, place.hive});
+        }
+        if (!is_opened && options.more_hive_paths.empty()) {
             return findings;
         }
-        const bool joins_by_name = !is_volume_named(options) &&
-                                   (is_list_alone(options) || !options.searches_default_places);
-        const installed_databases& installed = targets.installed.emplace_back(
-            read_table(std::move(hive), place.hive, findings),
-            is_volume_named(options) ? place.volume : std::string(), joins_by_name);
+        const std::string& root = is_volume_named(options) ? place.volume : place.root;
+        const bool joins_by_name =
+            root.empty() && (is_list_alone(options) || !options.searches_default_places);
+        targets.lists.resize(targets.installed.size()); // should memory have failed between the two
+        targets.lists.push_back(std::move(read.lists));
+        const installed_databases& installed =
+            targets.installed.emplace_back(std::move(read.table), root, joins_by_name);
         if (!is_list_alone(options)) {
             file_adder files(targets, options, place, tree, findings);
             for (const auto& [name, databases] : installed.by_name()) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hive/hive_query.h"
+#include "model/registry_entries.h"
 #include "model/software_hive.h"
 #include "ntfs/volume.h"
 #include "request/sdb_opts.h"
@@ -57,6 +58,7 @@ public:
     registry_facts find(const std::string& path) const;
     // Whether a path lies on the volume; any does where there is none.
     bool is_for(const std::string& path) const;
+    const std::string& volume() const noexcept { return volume_; }
 
     // By lower-cased file name, those of one name by key.
     using name_table = std::map<std::string, std::vector<const installed_database*>>;
@@ -73,10 +75,15 @@ private:
 // What a run works on, and what the registry of each of its volumes says of it.
 struct run_targets {
     std::vector<std::string> files;
+    std::vector<std::string> not_opened; // found, but they lead out of the volume
+    std::vector<std::string> roots;      // from which places are counted; none where nothing tells
     std::vector<installed_databases> installed;
-    bool has_volume = true; // false where what was named as one proved to be none
+    std::vector<registry_lists> lists; // beside each of these, of a run that explains
+    bool has_volume = true;            // false where what was named as one proved to be none
 
     registry_facts find_installed(const std::string& path) const;
+    // What else the registry has that knows of a path; null for none.
+    const registry_lists* lists_for(const std::string& path) const;
 };
 
 // Something about the registry that its user should know.
@@ -116,7 +123,7 @@ void fold_installed_row(installed_table& table, const hive::hive_value_record& r
 // The query whose rows are folded. It asks for no more of a value's data than its meaning needs.
 hive::registry_cmd_parameters installed_query();
 
-// Reads the installed databases from a hive, if the run has one, and appends to the files those that
+// Reads the installed databases from the run's hives, if it has any, and appends to the files those that
 // the run does not have yet, by path. A stored path is opened, and so is a file of the run,
 // below the volume that was named or where the hive is this machine's own; others are only listed,
 // where the run lists databases. Gives back what should be said.

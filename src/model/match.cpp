@@ -143,6 +143,29 @@ public:
         return is_complete && text_left_ != 0;
     }
 
+    // Calls `act` with the file name of each list, and what stands in it. False as for run().
+    bool name_all(auto&& act)
+    {
+        constexpr std::size_t longest_path = 0x8000;
+        longest_key_ = longest_path;
+        record_expander expander(database_);
+        for (const sdb::tag_ordinal record :
+             database_.children().lists_around(tag::matching_file)) {
+            if (budget_.is_used_up() || text_left_ == 0) {
+                return false;
+            }
+            if (!expander.expand(database_.offset_at(record), false, budget_)) {
+                continue;
+            }
+            const item_span items = expander.own_items();
+            for_each_list(items, [&](std::uint32_t list, item_span members) {
+                act(file_name(), looked_at_list{items.front().offset, list}, members.empty());
+                return true;
+            });
+        }
+        return text_left_ != 0;
+    }
+
     void compare(const looked_at_lists& wanted, comparison_listener& listener)
     {
         record_expander expander(database_);
@@ -192,10 +215,12 @@ private:
     bool for_each_list(item_span items, auto&& act)
     {
         stored_name_ = {};
+        stored_name_at_ = 0;
         for (std::size_t i = 1; i < items.size() && text_left_ != 0;) {
             const record_item& item = items[i++];
             if (item.tag == tag::name && is_empty_text(stored_name_)) {
                 stored_name_ = stored_text(item.offset);
+                stored_name_at_ = item.offset;
             } else if (item.tag == tag::matching_file) {
                 const std::uint64_t end = std::uint64_t{item.offset} + sdb::tag_header +
                                           database_.list_size_from(item.offset);
@@ -235,13 +260,16 @@ private:
             }
             const std::uint16_t tag = members[member].tag;
             const pe_property* const found = find_property(file_, tag);
-            const agreement agrees = found == nullptr                ? agreement::unknown
-                                     : member_agrees(member, *found) ? agreement::yes
-                                                                     : agreement::no;
+            std::uint32_t text_from = members[member].offset;
+            const agreement agrees = found == nullptr ? agreement::unknown
+                                     : member_agrees(member, *found, &text_from) ? agreement::yes
+                                                                                 : agreement::no;
             has_no |= agrees == agreement::no;
             is_caught &= has_unknown || agrees != agreement::no;
             has_unknown |= agrees == agreement::unknown;
-            goes_on = listener.property({members[member].offset, tag, found, agrees});
+            const std::uint32_t own = members[member].offset;
+            goes_on =
+                listener.property({own, tag, found, agrees, text_from == own ? 0 : text_from});
         }
         listener.end_list(is_caught, has_no        ? agreement::no
                                      : has_unknown ? agreement::unknown
@@ -306,12 +334,17 @@ private:
         return true;
     }
 
-    bool member_agrees(std::uint32_t member, const pe_property& found)
+    // The tag whose text is compared goes to `text_from`.
+    bool member_agrees(std::uint32_t member, const pe_property& found,
+                       std::uint32_t* text_from = nullptr)
     {
         const std::size_t longest = std::max(found.text.size(), any_name.size());
-        std::string text = text_of(member, longest);
+        std::string text = text_of(member, longest, text_from);
         if (text == any_name) {
             text = name(longest);
+            if (text_from != nullptr) {
+                *text_from = stored_name_at_;
+            }
         }
         return property_agrees(found, text, number_of(members_[member]));
     }
@@ -403,7 +436,7 @@ private:
 
     // The text of a member: its own, else that of the last member before it that has one, "*" for
     // the record's name.
-    std::string text_of(std::size_t member, std::size_t longest)
+    std::string text_of(std::size_t member, std::size_t longest, std::uint32_t* text_from = nullptr)
     {
         if (std::optional<std::string> own = rendered(members_[member], longest)) {
             return *std::move(own);
@@ -416,6 +449,9 @@ private:
             }
         }
         const std::uint32_t source = text_sources_[member];
+        if (text_from != nullptr) {
+            *text_from = source == no_source ? 0 : members_[source].offset;
+        }
         return source == no_source ? std::string()
                                    : rendered(members_[source], longest).value_or("");
     }
@@ -456,7 +492,9 @@ private:
     const tag_texts& texts_;
     file_keys keys_;
     std::size_t longest_key_;
-    uni::byte_view stored_name_; // of the record in work
+    // Of the record in work, and the tag that has it.
+    uni::byte_view stored_name_;
+    std::uint32_t stored_name_at_ = 0;
     // The list in work, and for each member the one whose text it has, once that is asked for.
     static constexpr std::uint32_t no_source = 0xffffffff;
     item_span members_;
@@ -479,6 +517,40 @@ bool match_program(match_results& results, const sdb::sdb_database& database, co
 {
     results.clear();
     return matcher(database, file, path, texts, bounds).run(results, looked_at);
+}
+
+match_index::match_index(const sdb::sdb_database& database, const tag_texts& texts,
+                         const request::bounds& bounds)
+{
+    const pe_list nothing;
+    const std::string no_path;
+    matcher names(database, nothing, no_path, texts, bounds);
+    is_complete_ =
+        names.name_all([this](std::string name, const looked_at_list& list, bool is_empty) {
+            uni::lower_text(name);
+            by_name_[std::move(name)].push_back({list, is_empty});
+        });
+}
+
+looked_at_lists match_index::find(const std::string& path) const
+{
+    looked_at_lists found;
+    const file_keys keys(path);
+    auto named = by_name_.find(keys.name);
+    found.by_path = named == by_name_.end();
+    if (found.by_path) {
+        named = by_name_.find(keys.full);
+    }
+    if (named != by_name_.end()) {
+        for (const named_list& one : named->second) {
+            if (!one.is_empty) {
+                found.lists.push_back(one.list);
+            }
+        }
+        std::ranges::sort(found.lists);
+        found.lists.erase(std::unique(found.lists.begin(), found.lists.end()), found.lists.end());
+    }
+    return found;
 }
 
 void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,

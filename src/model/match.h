@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "model/pe_properties.h"
@@ -32,12 +33,15 @@ struct compared_property {
     std::uint16_t tag = 0;
     const pe_property* found = nullptr; // what the file tells; null where it tells nothing
     agreement agrees = agreement::unknown;
+    // The tag whose text was compared in place of its own, as that says or has none: 0 where it was its own.
+    std::uint32_t text_from = 0;
 };
 
 // A matching-file list that was looked at, as its file name was the file's.
 struct looked_at_list {
     std::uint32_t record = 0;
     std::uint32_t list = 0; // offset of the matching-file list
+    // NOLINTNEXTLINE(modernize-use-nullptr): the zero that a comparison is held against
     friend auto operator<=>(const looked_at_list&, const looked_at_list&) = default;
 };
 
@@ -57,6 +61,28 @@ struct looked_at_lists {
 bool match_program(match_results& results, const sdb::sdb_database& database, const pe_list& file,
                    const std::string& path, const tag_texts& texts,
                    const request::bounds& bounds = {}, looked_at_lists* looked_at = nullptr);
+
+// The file names of all matching-file lists of a database, for whoever has many programs to match. It
+// finds what match_program() looks at. The database must outlive it.
+class match_index {
+public:
+    match_index(const sdb::sdb_database& database, const tag_texts& texts,
+                const request::bounds& bounds = {});
+
+    // False if records that hold others were left out, since there is no end of them.
+    bool is_complete() const noexcept { return is_complete_; }
+    // The lists of a file's name, or, if there are none, of its whole path.
+    looked_at_lists find(const std::string& path) const;
+
+private:
+    // By lower-case name. A list in which nothing stands makes its name known, and catches nothing.
+    struct named_list {
+        looked_at_list list;
+        bool is_empty;
+    };
+    std::unordered_map<std::string, std::vector<named_list>> by_name_;
+    bool is_complete_ = true;
+};
 
 // Is told of each list, and of all that it asks for by ascending tag: also of what match_program() does not
 // come to.

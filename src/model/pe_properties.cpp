@@ -194,7 +194,7 @@ const pe_property* find_property(const pe_list& list, std::uint16_t tag)
 }
 
 pe_outcome read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source,
-                         const std::string& path)
+                         const std::string& path, std::unique_ptr<io::byte_source>* read_from)
 {
     pe::PE_FILE_UTIL file(std::move(source));
     list.clear();
@@ -215,7 +215,11 @@ pe_outcome read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source,
         list.clear();
         return pe_outcome::unreadable;
     }
-    return file.has_changed() ? pe_outcome::changed : pe_outcome::gathered;
+    const bool has_changed = file.has_changed();
+    if (read_from != nullptr) {
+        *read_from = file.take_source();
+    }
+    return has_changed ? pe_outcome::changed : pe_outcome::gathered;
 }
 
 } // namespace model

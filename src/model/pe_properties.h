@@ -35,8 +35,10 @@ enum class pe_outcome {
 };
 
 // Gathers the properties of a file, of which only its headers, its tree of resources and its version
-// resource are read; `path` gives its name. The list is empty unless they were gathered.
+// resource are read; `path` gives its name. The list is empty unless they were gathered. The source goes
+// to `read_from`, where that is wanted.
 pe_outcome read_pe_stats(pe_list& list, std::unique_ptr<io::byte_source> source,
-                         const std::string& path);
+                         const std::string& path,
+                         std::unique_ptr<io::byte_source>* read_from = nullptr);
 
 } // namespace model

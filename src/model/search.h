@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "model/differences.h"
 #include "model/record_groups.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
@@ -36,9 +37,10 @@ private:
 // look for every record passes.
 class search {
 public:
+    // What is `known` of the database does not pass; null for nothing.
     search(const sdb::sdb_database& database, request::search_request wanted,
-           const request::bounds& bounds = {})
-        : database_(database), wanted_(std::move(wanted)), bounds_(bounds)
+           const request::bounds& bounds = {}, const known_filter* known = nullptr)
+        : database_(database), wanted_(std::move(wanted)), bounds_(bounds), known_(known)
     {}
 
     const request::bounds& bounds() const noexcept { return bounds_; }
@@ -49,6 +51,8 @@ public:
     // Whether the record of that ordinal may pass, at a quick look.
     bool may_pass(sdb::tag_ordinal record);
     bool may_list_pass(sdb::tag_ordinal list);
+    // Whether it is to be left out, as it is known.
+    bool is_known(std::uint32_t record) const { return known_ != nullptr && known_->holds(record); }
     // Whether a record passes: one of its tags was found.
     bool passes(const record_groups& groups);
 
@@ -58,6 +62,7 @@ private:
     const sdb::sdb_database& database_;
     request::search_request wanted_;
     request::bounds bounds_;
+    const known_filter* known_;
     bool was_run_ = false;
     bool finds_nothing_ = false;
     std::vector<std::uint32_t> found_; // ascending tag offsets, each once

@@ -70,7 +70,7 @@ void take_bytes(software_hive& hive, std::unique_ptr<io::byte_source> source)
 bool open_logs(std::vector<std::unique_ptr<io::byte_source>>& logs, files::file_tree& tree,
                const std::string& path)
 {
-    for (const char* const ending : {".LOG1", ".LOG2", ".LOG"}) {
+    for (const char* const ending : log_endings) {
         auto log = tree.open(path + ending);
         if (!log && !tree.is_missing(path + ending)) {
             return false;
@@ -137,6 +137,14 @@ software_hive load_software_hive(const request::sdb_opts& options, const registr
         hive = {};
         hive.state = hive_state::no_memory;
     }
+    return hive;
+}
+
+software_hive load_named_hive(const request::sdb_opts& options, const std::string& path,
+                              files::file_tree& tree)
+{
+    software_hive hive;
+    open_file(hive, options, tree, path);
     return hive;
 }
 

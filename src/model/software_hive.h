@@ -19,6 +19,9 @@ enum class hive_state {
     no_memory,
 };
 
+// What stands behind the name of a hive in those of its logs.
+inline constexpr const char* log_endings[] = {".LOG1", ".LOG2", ".LOG"};
+
 // What is known of the logs of a hive that was opened.
 enum class hive_logs {
     closed,   // it was closed, and they do not count
@@ -40,6 +43,8 @@ struct software_hive {
 struct registry_place {
     std::string volume; // its root; may be empty where the hive was named
     std::string hive;   // path of its hive of software
+    // Where no volume was named: the root from which paths of files are counted, as far as it is known.
+    std::string root = {};
 };
 
 // The bytes of a hive: of the file, or, where that is there and cannot be read, as one cannot that the
@@ -50,6 +55,10 @@ software_hive
 load_software_hive(const request::sdb_opts& options, const registry_place& place,
                    files::file_tree& tree, const ntfs::trace_text& trace = {},
                    const platform::device_opener& open_device = platform::open_device);
+
+// The bytes of a hive that was named beside the first: of the file, and of the logs beside it.
+software_hive load_named_hive(const request::sdb_opts& options, const std::string& path,
+                              files::file_tree& tree);
 
 // Whether a path, which is made below the root of a volume that was named, leads elsewhere by its
 // links: onto the machine that examines it.

@@ -25,6 +25,9 @@ public:
     bool has_failed() const noexcept { return source_ && source_->has_failed(); }
     bool has_changed() const { return source_ && source_->has_changed(); }
 
+    // Gives the source up: nothing can be read any more.
+    std::unique_ptr<io::byte_source> take_source() noexcept { return std::move(source_); }
+
     // Fills `buffer`, of 1 to `block_size` bytes; false, and nothing filled, if the file has fewer at
     // `offset`.
     bool read_at(std::span<std::uint8_t> buffer, std::uint64_t offset);

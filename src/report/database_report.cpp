@@ -69,13 +69,16 @@ void say_cut(const job& work)
     }
 }
 
-// The match, or else the listings, if there is something to list.
+// The explanation, the match, or else the listings, if there is something to list.
 bool make_reports(job& work)
 {
+    if (work.options.explain && !work.options.match_mode) {
+        return report_of("explain").make(work);
+    }
     request::search_request wanted;
     const bool found = work.options.match_mode || settle_search(wanted, work);
     model::search search(*work.database, work.options.match_mode ? work.options.search : wanted,
-                         work.options.bounds);
+                         work.options.bounds, work.known);
     work.search = &search;
     if (found && !work.options.match_mode) {
         return make_listings(work);
@@ -100,6 +103,9 @@ bool make_database_report(job& work)
         throw;
     }
     say_cut(work);
+    if (!asked) {
+        work.form.remark("no report of it was asked for");
+    }
     work.form.end();
     if (!asked) {
         work.notices.say("Check the options you passed in [either erroneous or a mismatch]...\n");

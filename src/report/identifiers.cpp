@@ -46,7 +46,7 @@ bool list_identifiers(const job& work)
                 {{"names", std::string(subjects[table]), true},
                  {"id", one.guid->text()},
                  {"tag", form::tag_word{one.tag}},
-                 {"offset", form::count{work.database->offset_at(one.guid->ordinal)}, true},
+                 {"offset", form::hex_number{work.database->offset_at(one.guid->ordinal)}, true},
                  {"name", name}}};
             work.form.row("identifier", cells);
         }

@@ -1,15 +1,21 @@
 #pragma once
 
+#include <deque>
 #include <string>
+#include <vector>
 
 #include "files/file_tree.h"
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
+#include "model/differences.h"
+#include "model/explain_context.h"
 #include "model/image_digests.h"
 #include "model/installed_databases.h"
+#include "model/matchable_database.h"
 #include "model/pe_properties.h"
 #include "model/search.h"
+#include "report/program_digests.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
 #include "uni/text_buffer.h"
@@ -35,12 +41,32 @@ struct job {
 
     // What the kind of report calls for; the others are null.
     const sdb::sdb_database* database = nullptr;
-    model::search* search = nullptr; // in this database
+    model::search* search = nullptr;            // in this database
+    const model::known_filter* known = nullptr; // what of it is to be left out; null for nothing
     const model::installed_database* installed =
         nullptr; // what the registry says of it, if it does
     const model::pe_list* program = nullptr;
-    const io::file_history* program_file = nullptr; // what is kept of its file, if anything is
+    const std::deque<model::matchable_database>* candidates = nullptr; // to catch the program
+    program_digests* digests_of_program = nullptr;
     const model::run_targets* targets = nullptr;
+    const model::explain_context* explained = nullptr;
+    const sdb::sdb_database* other = nullptr; // that the database is compared with
+    std::string other_path = {};
+    bool is_named = false;                         // the database, on the command line
+    std::vector<model::file_probe> are_there = {}; // of each of the run's registries
+
+    // The same work in another writer of the form, on a thread that has no others to help it.
+    job with_form(form::writer& to, uni::text_buffer& to_console, io::notices& to_notices) const
+    {
+        job made{options, to, to_console, to_notices};
+        made.path = path;
+        made.database = database;
+        made.installed = installed;
+        made.known = known;
+        made.explained = explained;
+        made.is_named = is_named;
+        return made;
+    }
 };
 
 } // namespace report

@@ -141,17 +141,23 @@ public:
     {
         const model::pe_property* const date = model::find_property(*work_.program, tag::link_date);
         to.fact("path", work_.path);
+        if (work_.source != nullptr) {
+            program_digests digests;
+            tell_digests(to, work_.source->size(),
+                         digests.of(*work_.source, work_.path, work_.notices));
+        }
         to.begin_list("times");
         tell_time(to, "program", "compiled", date != nullptr ? moment_of(*date) : form::moment());
-        if (const io::file_history* const kept = work_.program_file) {
-            tell_file_times(to, kept->times, kept);
-        }
+        tell_file_times(to, work_.times, work_.source ? work_.source->history() : nullptr);
         to.end();
         to.begin_list("properties");
         for (const model::pe_property& property : *work_.program) {
             tell_property(to, property);
         }
         to.end();
+        for (const model::pe_property& property : *work_.program) {
+            to.flat_fact("property_" + sdb::tag_name(property.tag), told_value(property));
+        }
     }
 
 private:
@@ -166,8 +172,11 @@ private:
         to.fact("tag", form::tag_word{property.tag});
         to.fact("name", property.name);
         to.fact("text", property.text.empty() ? form::value() : form::value(property.text));
-        to.fact("number", is_version ? form::value() : form::value(form::count{property.number}));
-        to.fact("language", form::count{property.sub_tag});
+        // What is text alone has no number, and most have no language.
+        const bool has_number = !is_version && (property.text.empty() || property.number != 0);
+        to.fact("number", has_number ? form::value(form::count{property.number}) : form::value());
+        to.fact("language",
+                property.sub_tag != 0 ? form::value(form::count{property.sub_tag}) : form::value());
         to.end();
     }
 

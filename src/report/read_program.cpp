@@ -2,23 +2,18 @@
 
 #include <utility>
 
-#include "io/byte_source.h"
-
 namespace report {
 
-program_state read_program(model::pe_list& properties, files::file_tree& tree,
-                           const std::string& path, io::notices& notices, std::string& reason,
-                           std::optional<io::file_history>* kept)
+program_state read_program(model::pe_list& properties, std::unique_ptr<io::byte_source>& source,
+                           files::file_tree& tree, const std::string& path, io::notices& notices,
+                           std::string& reason)
 {
-    auto source = tree.open(path, reason);
+    source = tree.open(path, reason);
     if (!source) {
         return program_state::unreadable;
     }
     say_if_deleted(path, *source, notices);
-    if (kept != nullptr && source->history() != nullptr) {
-        *kept = *source->history();
-    }
-    switch (model::read_pe_stats(properties, std::move(source), path)) {
+    switch (model::read_pe_stats(properties, std::move(source), path, &source)) {
     case model::pe_outcome::no_program:
         reason = "is no program";
         return program_state::no_program;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "report/bounded_text.h"
 #include "sdb/tags.h"
 #include "uni/ordered_work.h"
 
@@ -39,39 +40,12 @@ struct shared_records {
 struct stretch {
     uni::text_buffer text;
     std::uint64_t items = 0; // that it takes of the listing's budget
+    std::uint64_t records = 0;
     bool is_whole = false;
     form::stream_state began_in;
     form::stream_state ended_in;
     bool printed = false;
     bool left_references = false;
-};
-
-// Keeps a text up to some length; a longer one is of no use and is not made to its end.
-class bounded_text : public uni::text_buffer {
-public:
-    // Gives what was written since, and begins anew.
-    void hand_over(stretch& made)
-    {
-        swap(made.text);
-        clear();
-        overflowed_ = false;
-    }
-    bool good() const noexcept final { return !overflowed_; }
-
-private:
-    void make_room(std::size_t count) final
-    {
-        constexpr std::size_t longest = 0x200000;
-        if (view().size() + count > longest) {
-            overflowed_ = true;
-            clear();
-        }
-        if (capacity() - view().size() < count) {
-            grow(count);
-        }
-    }
-
-    bool overflowed_ = false;
 };
 
 // Makes stretches on a thread of its own, with a writer of its own.
@@ -94,13 +68,15 @@ public:
         listing_.budget().was_too_large = false;
         listing_.budget().left_references = false;
         made.began_in = form_->state();
+        made.records = form_->records();
         made.printed = listing_.print_records(records_.stretch(number));
         made.ended_in = form_->state();
         made.items = listing_.budget().items - before;
+        made.records = form_->records() - made.records;
         made.left_references = listing_.budget().left_references;
         made.is_whole = !form_->is_cut() && text_.good() && !listing_.budget().was_too_large;
         form_->uncut();
-        text_.hand_over(made);
+        text_.hand_over(made.text);
     }
 
 private:
@@ -147,7 +123,9 @@ bool record_listing::print_records(ordinals_span ordinals)
             form_.cut();
             break;
         }
-        if (!are_lists || search_.may_list_pass(ordinal)) {
+        const bool may_pass = !are_lists || (search_.may_list_pass(ordinal) &&
+                                             !search_.is_known(database_.offset_at(ordinal)));
+        if (may_pass) {
             printed |= print_record(database_.offset_at(ordinal));
         }
     }
@@ -192,7 +170,7 @@ bool record_listing::print_stretches(ordinals_span ordinals)
             !form_.has_room_for(made->text.view().size())) {
             printed |= print_records(records.stretch(number));
         } else {
-            form_.take(made->text.view(), made->ended_in);
+            form_.take(made->text.view(), made->records, made->ended_in);
             budget_.items += made->items;
             printed |= made->printed;
             budget_.left_references |= made->left_references;

@@ -10,6 +10,7 @@
 #include "sdb/tags.h"
 #include "uni/paths.h"
 #include "uni/text.h"
+#include "uni/text_targets.h"
 
 namespace report {
 
@@ -131,7 +132,9 @@ public:
         list.add_moment_if_any("Registry ModTime", key_time());
         list.add_if_any("Compiler Version", facts_.compiler_version);
         list.add("Database Version", version());
-        list.add_if_any("Database Internal Name", facts_.internal_name);
+        if (facts_.name_at) {
+            list.add("Database Internal Name", internal_name());
+        }
         if (facts_.platform) {
             list.add("Database Platform", platform());
         }
@@ -156,7 +159,7 @@ public:
         list.add("SHA1", 40, facts_.digest_sha1);
         list.add("Compiler", 8, facts_.compiler_version);
         list.add("DB ver", 8, version());
-        list.add("DB name", value_width, facts_.internal_name);
+        list.add("DB name", value_width, internal_name());
         list.add("platform", 8, platform());
         list.add("DB ID", 36, facts_.identifier);
         list.add("DB stats", value_width, all_counts());
@@ -170,6 +173,7 @@ public:
     }
 
     std::string_view kind() const override { return "statistics"; }
+    const sdb::sdb_database* database() const override { return work_.database; }
     void tell(form::fact_taker& to) const override
     {
         tell_identity(to, work_, facts_, {facts_.digest_md5, facts_.digest_sha1, sha256_of(work_)});
@@ -190,9 +194,13 @@ public:
             to.end();
         }
         to.end();
+        for (const model::record_count& counted : facts_.counts) {
+            to.flat_fact("count_" + counted.name, form::count{counted.count});
+        }
         to.fact("counts_are_exact", form::truth{facts_.counts_are_exact});
         tell_registry(to);
         to.fact("host", style_.hostname.empty() ? form::value() : form::value(style_.hostname));
+        to.fact("user", style_.username.empty() ? form::value() : form::value(style_.username));
     }
 
     std::optional<form::timeline_item> events() const override
@@ -205,8 +213,8 @@ public:
         item.source = "SHIM";
         item.source_type = "Shim Database";
         item.short_text = name_;
-        if (!facts_.internal_name.empty()) {
-            item.description = "Name: " + facts_.internal_name + "; ";
+        if (facts_.name_at) {
+            item.description = "Name: " + model::internal_name(*work_.database, facts_) + "; ";
         }
         item.description += "DB GUID: " + facts_.identifier;
         item.file_name = work_.path;
@@ -243,6 +251,12 @@ private:
     }
     std::uint64_t key_time() const { return work_.installed ? work_.installed->key_modtime : 0; }
 
+    // The name is often long, and stays where it stands.
+    form::value internal_name() const
+    {
+        return facts_.name_at ? form::value(form::stored_value{*facts_.name_at})
+                              : form::value(std::string());
+    }
     std::string version() const
     {
         return std::to_string(work_.database->version_major()) + "." +
@@ -273,14 +287,7 @@ private:
     {
         std::size_t width = 0;
         for (const std::uint32_t offset : facts_.scalars) {
-            const std::uint16_t scalar = work_.database->image().u16(offset);
-            std::string text = form::value_text(form::stored_value{offset}, style_, work_.database);
-            if (scalar == tag::time) {
-                text += utc_mark;
-            } else if (scalar == tag::compiler_version) {
-                uni::remove_char(text, 'v');
-            }
-            width = std::max(width, text.size());
+            width = std::max(width, width_of(offset));
         }
         for (const model::record_count& counted : facts_.counts) {
             if (!counted.counts_values) {
@@ -288,6 +295,20 @@ private:
             }
         }
         return width;
+    }
+    std::size_t width_of(std::uint32_t offset) const
+    {
+        const std::uint16_t scalar = work_.database->image().u16(offset);
+        const form::stored_value shown{offset};
+        if (scalar == tag::compiler_version) {
+            std::string text = form::value_text(shown, style_, work_.database);
+            uni::remove_char(text, 'v');
+            return text.size();
+        }
+        uni::text_counter counted;
+        form::write_value(counted, shown, style_, work_.database);
+        return static_cast<std::size_t>(counted.total()) +
+               (scalar == tag::time ? utc_mark.size() : 0);
     }
 
     // The counts, and behind them the rows that the registry gives.
@@ -337,7 +358,8 @@ private:
 bool tell_statistics(const job& work)
 {
     model::database_facts facts;
-    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.digests)) {
+    if (!model::gather_facts(facts, *work.database, work.options.bounds, work.digests,
+                             work.known)) {
         return false;
     }
     if (!facts.counts_are_exact) {

@@ -19,10 +19,10 @@ bool list_string_table(const job& work)
             if (!work.form.takes_more(item.offset)) {
                 return true;
             }
-            cells[0].shown = form::count{item.offset};
+            cells[0].shown = form::hex_number{item.offset};
             cells[1].shown =
                 item.offset > database.string_table_offset()
-                    ? form::value(form::count{item.offset - database.string_table_offset()})
+                    ? form::value(form::hex_number{item.offset - database.string_table_offset()})
                     : form::value();
             cells[2].shown = form::stored_value{item.offset};
             found = true;

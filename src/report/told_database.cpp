@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "sdb/vocabulary.h"
+
 namespace report {
 
 namespace {
@@ -9,14 +11,6 @@ namespace {
 form::value text_if_any(const std::string& text)
 {
     return text.empty() ? form::value() : form::value(text);
-}
-
-void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests)
-{
-    to.fact("size", form::count{size});
-    to.fact("md5", text_if_any(digests.md5));
-    to.fact("sha1", text_if_any(digests.sha1));
-    to.fact("sha256", text_if_any(digests.sha256));
 }
 
 std::uint64_t size_of(const job& work)
@@ -51,6 +45,14 @@ void tell_extent(form::fact_taker& to, const job& work)
 
 } // namespace
 
+void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests)
+{
+    to.fact("size", form::count{size});
+    to.fact("md5", text_if_any(digests.md5));
+    to.fact("sha1", text_if_any(digests.sha1));
+    to.fact("sha256", text_if_any(digests.sha256));
+}
+
 model::digest_texts digests_of(const job& work)
 {
     if (is_file_longer(work)) {
@@ -77,6 +79,14 @@ std::string sha256_of(const job& work)
     return own.sha256();
 }
 
+form::value told_value(const model::pe_property& found)
+{
+    const std::uint16_t type = sdb::tag_type(found.tag);
+    const bool is_number = type >= sdb::type::byte_ && type <= sdb::type::qword;
+    return is_number ? form::value(form::tag_number{found.tag, found.number})
+                     : form::value(found.text);
+}
+
 void tell_identity(form::fact_taker& to, const job& work, const model::database_identity& identity,
                    const model::digest_texts& digests)
 {
@@ -93,7 +103,8 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
     to.fact("version", std::to_string(work.database->version_major()) + "." +
                            std::to_string(work.database->version_minor()));
     to.fact("id", text_if_any(identity.identifier));
-    to.fact("name", text_if_any(identity.internal_name));
+    to.fact("name",
+            identity.name_at ? form::value(form::stored_value{*identity.name_at}) : form::value());
     to.fact("compiler_version", text_if_any(identity.compiler_version));
     to.fact("platform",
             identity.platform ? form::value(form::dword_value{*identity.platform}) : form::value());

@@ -13,6 +13,12 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
 model::digest_texts digests_of(const job& work);
 std::string sha256_of(const job& work); // where the others were asked for
 
+// Tells the size of a file or a database, and its digests.
+void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_texts& digests);
+
+// What a program tells under the tag of a property, as a database would hold it.
+form::value told_value(const model::pe_property& found);
+
 // Tells a time that is known of it, from which source and of what, and of which of its names. To be
 // called inside of a list.
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
@@ -29,6 +35,7 @@ public:
     explicit told_database(const job& work) : work_(work) {}
 
     std::string_view kind() const override { return "database"; }
+    const sdb::sdb_database* database() const override { return work_.database; }
     void tell(form::fact_taker& to) const override;
 
 private:

@@ -37,6 +37,7 @@ struct cmd_params {
 
     // The form of the output by its name in the table of forms.
     std::string_view form = "xml";
+    std::string_view form_option; // that asked for it; empty for none
 
     std::string dateformat = "yyyy-mm-dd";
     std::string timeformat = "hh:mm:ss.xxx";

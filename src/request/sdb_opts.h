@@ -28,6 +28,16 @@ struct sdb_opts : cmd_params {
     bool list_sdb = false;
     bool match_mode = false;
     bool pe_stats = false;
+    bool explain = false;
+
+    // Of explanations.
+    std::vector<std::string> only_weights; // of findings; all if there are none
+    std::vector<std::string> families;     // the same
+    std::vector<std::string> knowledge_paths;
+    // Of comparisons.
+    std::string diff_path;                // with which database, folder or volume
+    std::vector<std::string> known_paths; // of databases whose records are left out
+
 
     // What to look for.
     search_request search;
@@ -35,7 +45,10 @@ struct sdb_opts : cmd_params {
 
     // Where to look.
     std::string sdb_path;
+    std::vector<std::string> more_sdb_paths; // of further -sdb
+    bool programs_in_list = false;           // a list is one of programs
     std::string pe_path;
+    std::string missing_path; // one of the two, which is not to be had
     bool partition_given = false;
     bool vss_given = false;
     bool volume_given = false;
@@ -45,7 +58,22 @@ struct sdb_opts : cmd_params {
     bool hive_named = false; // by -reg, and not by the volume
     std::string software_hive_path;
     bool no_logs = false; // those of a hive are left out
+    std::vector<std::string> more_hive_paths; // of further -reg
 
+    // Whether programs are held against databases for a row each: beyond one against one.
+    bool matches_many() const noexcept
+    {
+        return match_mode && !stats && !list_sdb &&
+               (is_list_form() ? programs_in_list
+                               : !more_sdb_paths.empty() || volume_given || vss_given || explain);
+    }
+    // Whether the run compares databases.
+    bool compares() const noexcept
+    {
+        return !diff_path.empty() && !stats && !list_sdb && !match_mode;
+    }
+    // Whether it matters to the run what the registry says.
+    bool asks_registry() const noexcept { return stats || list_sdb || explain; }
     bool wants(std::string_view listing) const
     {
         return std::ranges::find(listings, listing) != listings.end();

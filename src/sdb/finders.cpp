@@ -210,7 +210,7 @@ bool find_patch_bytes(const sdb_database& database, found_tags& result,
     if (pattern.empty()) {
         return false;
     }
-    for (const tag_ordinal ordinal : database.ordinals_by_tag(tag::patch_bits)) {
+    for (const tag_ordinal ordinal : database.children().patches()) {
         const std::uint32_t offset = database.offset_at(ordinal);
         if (value_holds(database.payload_at(offset), pattern)) {
             result.push_back(offset);

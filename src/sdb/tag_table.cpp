@@ -22,6 +22,7 @@ void tag_table::reset(std::size_t most_tags)
     lists_.reserve(most_tags / tags_of_a_list);
     around_.reserve(most_tags / tags_of_a_list);
     references_.reserve(most_tags / tags_of_a_reference);
+    patches_.reserve(most_tags / tags_of_a_reference);
 }
 
 // Closes the lists that the last tag, which ends at `behind`, has filled.

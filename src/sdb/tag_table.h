@@ -87,6 +87,9 @@ public:
         if (tag_type(tag) == type::dword && is_expanded_dword_tag(tag)) [[unlikely]] {
             references_.push_back({ordinal, word});
         }
+        if (tag == tag::patch_bits) [[unlikely]] {
+            patches_.push_back(ordinal);
+        }
         if (top_.remaining < 2) [[unlikely]] {
             close_finished(behind);
         }
@@ -121,6 +124,8 @@ public:
     }
     // All references, ascending.
     std::span<const reference> references() const noexcept { return references_; }
+    // All patch values, ascending: a search in them then costs no pass over all tags.
+    std::span<const tag_ordinal> patches() const noexcept { return patches_; }
 
     template <typename action>
     void for_each_child(tag_ordinal list, action&& act) const
@@ -208,6 +213,7 @@ private:
     io::large_vector<mark> marks_;
     io::roomy_vector<list_row> lists_;
     io::roomy_vector<reference> references_;
+    io::roomy_vector<tag_ordinal> patches_;
     mutable std::optional<std::vector<tag_ordinal>> lists_with_children_;
     mutable std::optional<std::vector<std::vector<tag_ordinal>>> lists_by_depth_;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "uni/text_targets.h"
 #include "uni/utf.h"
 
 namespace uni {
@@ -23,87 +24,157 @@ bool needs_mark(const utf8_character& one)
            c == 0xfffe || c == 0xffff;
 }
 
-void add_byte(std::string& out, char32_t byte)
+// How many blocks of characters at the start of a text are plain. Without a branch or a truth in the loop,
+// which is what compilers need to look at many bytes at once.
+template <std::size_t block>
+std::size_t plain_blocks(std::string_view text)
 {
-    out.append("[x");
-    out += hex_digits[byte >> 4 & 15];
-    out += hex_digits[byte & 15];
-    out += ']';
+    std::size_t at = 0;
+    for (; at + block <= text.size(); at += block) {
+        unsigned char others = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            const auto c = static_cast<unsigned char>(text[at + i]);
+            const auto from_blank = static_cast<unsigned char>(c - 0x20);
+            others |= static_cast<unsigned char>((from_blank >= 0x5f) & (c != '\t'));
+        }
+        if (others != 0) {
+            break;
+        }
+    }
+    return at;
 }
 
-void add_mark(std::string& out, const utf8_character& one)
+// How many characters at the start of a text are plain, most texts being nothing else.
+std::size_t plain_run(std::string_view text)
+{
+    std::size_t at = plain_blocks<32>(text);
+    at += plain_blocks<8>(text.substr(at));
+    while (at < text.size() && is_plain_ascii(text[at])) {
+        ++at;
+    }
+    return at;
+}
+
+char* put_byte_mark(char* to, char32_t byte)
+{
+    *to++ = '[';
+    *to++ = 'x';
+    *to++ = hex_digits[byte >> 4 & 15];
+    *to++ = hex_digits[byte & 15];
+    *to++ = ']';
+    return to;
+}
+
+char* put_mark(char* to, const utf8_character& one)
 {
     if (one.character == 0xfffe || one.character == 0xffff) {
-        out += "\xef\xbf\xbd";
-    } else if (!turns_order(one.character)) {
-        add_byte(out, one.character);
-    } else {
-        out += "[U+";
-        for (int shift = 12; shift >= 0; shift -= 4) {
-            const char digit = hex_digits[one.character >> shift & 15];
-            out += digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
-        }
-        out += ']';
+        return std::ranges::copy(std::string_view("\xef\xbf\xbd"), to).out;
     }
+    if (!turns_order(one.character)) {
+        return put_byte_mark(to, one.character);
+    }
+    to = std::ranges::copy(std::string_view("[U+"), to).out;
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        const char digit = hex_digits[one.character >> shift & 15];
+        *to++ = digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
+    }
+    *to++ = ']';
+    return to;
 }
 
-// Adds the mark of the line end at `at`, if one stands there; gives the bytes that it takes.
-std::size_t add_line_end(std::string& out, std::string_view text, std::size_t at)
+// Where the first character stands, from `at` on, that gets a mark.
+std::size_t next_marked(std::string_view text, std::size_t at, tab_marking tabs)
+{
+    while (at < text.size()) {
+        if (tabs == tab_marking::none) {
+            at += plain_run(text.substr(at));
+        } else if (is_plain_ascii(text[at]) && text[at] != '\t') {
+            ++at;
+            continue;
+        }
+        if (at == text.size()) {
+            break;
+        }
+        const utf8_character one = decode_utf8(text.substr(at));
+        if (needs_mark(one) || one.character == '\t') {
+            break;
+        }
+        at += one.length;
+    }
+    return at;
+}
+
+// The mark of the line end at `at`, which takes so many bytes; nothing if none stands there.
+std::string_view line_end_mark(std::string_view text, std::size_t at, std::size_t& length)
 {
     const char next = at + 1 < text.size() ? text[at + 1] : '\0';
     if (text[at] == '\r') {
-        out += next == '\n' ? "[CRLF]" : "[CR]";
-        return next == '\n' ? 2 : 1;
+        length = next == '\n' ? 2 : 1;
+        return next == '\n' ? "[CRLF]" : "[CR]";
     }
     if (text[at] == '\n') {
         const bool is_pair = next == '\r' && at > 0;
-        out += is_pair ? "[LFCR]" : "[LF]";
-        return is_pair ? 2 : 1;
+        length = is_pair ? 2 : 1;
+        return is_pair ? "[LFCR]" : "[LF]";
     }
-    return 0;
+    return {};
 }
 
 } // namespace
 
-bool needs_marks(std::string_view text)
+std::string_view marked_pieces::next()
 {
-    for (std::size_t at = 0; at < text.size();) {
-        if (is_plain_ascii(text[at])) {
-            ++at;
-            continue;
-        }
-        const utf8_character one = decode_utf8(text.substr(at));
-        if (needs_mark(one)) {
-            return true;
-        }
-        at += one.length;
-    }
-    return false;
+    const std::size_t begin = at_;
+    at_ = next_marked(text_, at_, tabs_);
+    return at_ > begin || at_ == text_.size() ? text_.substr(begin, at_ - begin) : next_mark();
 }
 
-std::string marked(std::string_view text)
+std::string_view marked_pieces::next_mark()
 {
+    std::size_t length = 0;
+    if (const std::string_view mark = line_end_mark(text_, at_, length); !mark.empty()) {
+        at_ += length;
+        return mark;
+    }
+    const utf8_character one = decode_utf8(text_.substr(at_));
+    at_ += one.length;
+    const char* const end = put_mark(mark_.data(), one);
+    return {mark_.data(), static_cast<std::size_t>(end - mark_.data())};
+}
+
+void write_marked(text_buffer& out, std::string_view text, tab_marking tabs)
+{
+    marked_pieces pieces(text, tabs);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        out.text(piece);
+    }
+}
+
+bool needs_marks(std::string_view text, tab_marking tabs)
+{
+    return next_marked(text, 0, tabs) != text.size();
+}
+
+std::string marked(std::string_view text, tab_marking tabs)
+{
+    constexpr std::size_t long_text = 0x8000;
     std::string out;
-    for (std::size_t at = 0; at < text.size();) {
-        if (const std::size_t taken = add_line_end(out, text, at)) {
-            at += taken;
-            continue;
-        }
-        const utf8_character one = decode_utf8(text.substr(at));
-        if (needs_mark(one)) {
-            add_mark(out, one);
-        } else {
-            out.append(text.substr(at, one.length));
-        }
-        at += one.length;
+    if (text.size() > long_text) { // what grows is held twice
+        text_counter counted;
+        write_marked(counted, text, tabs);
+        out.reserve(static_cast<std::size_t>(counted.total()));
+    }
+    marked_pieces pieces(text, tabs);
+    for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+        out += piece;
     }
     return out;
 }
 
-void mark(std::string& text)
+void mark(std::string& text, tab_marking tabs)
 {
-    if (needs_marks(text)) {
-        text = marked(text);
+    if (needs_marks(text, tabs)) {
+        text = marked(text, tabs);
     }
 }
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "uni/text_buffer.h"
 
 namespace uni {
 
@@ -23,12 +27,37 @@ constexpr bool turns_order(char32_t c) noexcept
            (c >= 0x2066 && c <= 0x2069);
 }
 
-// Whether there is anything to mark.
-bool needs_marks(std::string_view text);
+// Whether a TAB is marked too, as [x09]: in rows whose fields TABs part.
+enum class tab_marking : bool { none, marked };
 
-std::string marked(std::string_view text);
+// Whether there is anything to mark.
+bool needs_marks(std::string_view text, tab_marking tabs = tab_marking::none);
+
+// A text in pieces: as it is, or a mark. A text of marks takes four times as many bytes as it had in its
+// file, and is not held whole.
+class marked_pieces {
+public:
+    // `text` must outlive it.
+    explicit marked_pieces(std::string_view text, tab_marking tabs = tab_marking::none)
+        : text_(text), tabs_(tabs)
+    {}
+
+    // Good until the next is made; empty at the end.
+    std::string_view next();
+
+private:
+    std::string_view next_mark();
+
+    std::string_view text_;
+    tab_marking tabs_;
+    std::size_t at_ = 0;
+    std::array<char, 8> mark_;
+};
+
+void write_marked(text_buffer& out, std::string_view text, tab_marking tabs = tab_marking::none);
+std::string marked(std::string_view text, tab_marking tabs = tab_marking::none);
 
 // The same in place.
-void mark(std::string& text);
+void mark(std::string& text, tab_marking tabs = tab_marking::none);
 
 } // namespace uni

@@ -114,8 +114,7 @@ constexpr char* put_decimal_min(char* out, std::uint64_t value, unsigned minimum
     const unsigned needed = decimal_digit_count(value);
     char* const end = out + (needed > minimum_digits ? needed : minimum_digits);
     if (value <= 0xffffffff) { // which is divided faster
-        put_last_decimals(end, static_cast<std::uint32_t>(value),
-                          static_cast<unsigned>(end - out));
+        put_last_decimals(end, static_cast<std::uint32_t>(value), static_cast<unsigned>(end - out));
     } else {
         put_last_decimals(end, value, static_cast<unsigned>(end - out));
     }

@@ -85,44 +85,40 @@ std::vector<std::string> split(std::string_view text, char separator, bool trim_
     return items;
 }
 
-std::string xml_escape(std::string_view text)
+std::string_view xml_entity(char c) noexcept
 {
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text) {
-        switch (c) {
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '&':
-            out += "&amp;";
-            break;
-        case '"':
-            out += "&quot;";
-            break;
-        default:
-            out += c;
-        }
+    switch (c) {
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    case '&':
+        return "&amp;";
+    case '"':
+        return "&quot;";
+    default:
+        return {};
     }
-    return out;
 }
 
-std::string xml_escape_to_ascii(std::string_view text)
+void write_xml_escaped(text_buffer& out, std::string_view text)
 {
-    std::string out;
-    for (const char c : xml_escape(text)) {
-        if ((c >= 0x20 && c <= 0x7e) || c == '\r' || c == '\n') {
-            out += c;
-        } else {
-            char escape[3] = {'%'};
-            put_hex(escape + 1, static_cast<unsigned char>(c), 2);
-            out.append(escape, sizeof escape);
-        }
+    constexpr std::string_view replaced = "<>&\"";
+    std::size_t done = 0;
+    for (std::size_t at = text.find_first_of(replaced); at != std::string_view::npos;
+         at = text.find_first_of(replaced, done)) {
+        out.text(text.substr(done, at - done));
+        out.text(xml_entity(text[at]));
+        done = at + 1;
     }
-    return out;
+    out.text(text.substr(done));
+}
+
+std::string xml_escape(std::string_view text)
+{
+    text_buffer out;
+    write_xml_escaped(out, text);
+    return std::string(out.view());
 }
 
 } // namespace uni

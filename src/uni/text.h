@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "uni/text_buffer.h"
+
 namespace uni {
 
 constexpr char lower_ascii(char c) noexcept
@@ -45,10 +47,10 @@ std::string replace_all(std::string_view text, std::string_view from, std::strin
 // trimmed first, so that items of blanks alone are dropped too.
 std::vector<std::string> split(std::string_view text, char separator, bool trim_items);
 
-// The text as an XML attribute can hold it: "<", ">", "&" and the double quote as entities.
+// What stands in XML for a character that may not: "<", ">", "&" and the double quote; nothing for others.
+std::string_view xml_entity(char c) noexcept;
+// The text as an XML attribute can hold it.
 std::string xml_escape(std::string_view text);
-// The same, and CR and LF as they are, every other byte outside 0x20..0x7e as "%" and two lower-case
-// hexadecimal digits. The result is plain ASCII.
-std::string xml_escape_to_ascii(std::string_view text);
+void write_xml_escaped(text_buffer& out, std::string_view text);
 
 } // namespace uni

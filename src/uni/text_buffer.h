@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -40,14 +42,22 @@ public:
 
     void text(std::string_view text)
     {
-        char* out = room(text.size());
-        if (!text.empty()) {
-            std::memcpy(out, text.data(), text.size());
+        if (static_cast<std::size_t>(limit_ - end_) < text.size()) [[unlikely]] {
+            pass_text(text);
+        } else if (!text.empty()) {
+            std::memcpy(end_, text.data(), text.size());
+            end_ += text.size();
         }
-        taken(out + text.size());
     }
-    // The same for text of many kilobytes.
-    virtual void long_text(std::string_view whole) { text(whole); }
+    // The same for text that may be of many kilobytes, which goes on without a copy where that is worth it.
+    void long_text(std::string_view text)
+    {
+        if (text.size() < worth_no_copy) {
+            this->text(text);
+        } else {
+            pass_text(text);
+        }
+    }
     // A literal, whose length the compiler knows.
     template <std::size_t size>
     void literal(const char (&text)[size])
@@ -65,6 +75,11 @@ public:
     void line_end() { character('\n'); }
     void blanks(std::size_t count)
     {
+        constexpr std::size_t block = 0x1000;
+        for (; count > block; count -= block) {
+            std::memset(room(block), ' ', block);
+            taken(end_ + block);
+        }
         char* out = room(count);
         std::memset(out, ' ', count);
         taken(out + count);
@@ -115,6 +130,14 @@ public:
     }
 
 protected:
+    static constexpr std::size_t worth_no_copy = 0x8000;
+
+    // Takes a text for which there is no room, or which is long.
+    virtual void pass_text(std::string_view text)
+    {
+        std::memcpy(room(text.size()), text.data(), text.size());
+        end_ += text.size();
+    }
     // Makes room for `count` more bytes behind what is held; here by growing.
     virtual void make_room(std::size_t count) { grow(count); }
 
@@ -125,21 +148,27 @@ protected:
         return static_cast<std::size_t>(limit_ - storage_.get());
     }
 
+    // What is held stays where it is or moves, and is not there twice.
     void grow(std::size_t count)
     {
         const auto held = static_cast<std::size_t>(end_ - storage_.get());
         const std::size_t wanted = std::max({capacity() * 2, held + count, std::size_t{256}});
-        auto larger = std::make_unique_for_overwrite<char[]>(wanted);
-        if (held != 0) {
-            std::memcpy(larger.get(), storage_.get(), held);
+        auto* const larger = static_cast<char*>(std::realloc(storage_.get(), wanted));
+        if (larger == nullptr) {
+            throw std::bad_alloc();
         }
-        storage_ = std::move(larger);
-        end_ = storage_.get() + held;
-        limit_ = storage_.get() + wanted;
+        static_cast<void>(storage_.release());
+        storage_.reset(larger);
+        end_ = larger + held;
+        limit_ = larger + wanted;
     }
 
 private:
-    std::unique_ptr<char[]> storage_;
+    struct give_back {
+        void operator()(char* storage) const noexcept { std::free(storage); }
+    };
+
+    std::unique_ptr<char, give_back> storage_;
     char* end_ = nullptr;
     char* limit_ = nullptr;
     std::uint64_t handed_on_ = 0;

@@ -11,22 +11,28 @@ SCHEMA = json.loads((Path(__file__).parents[2] / "docs/schema/report-1.schema.js
 ACTING = re.compile("[\x00-\x09\x0b-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069\ufffe\uffff]")
 
 
-def closed(node, name=None):
-    """The schema without room for members that it does not name."""
+def closed(node):
+    """The schema without room for members that it does not name. What an object shares with others by a
+    reference stands in it itself, which costs readers of the schema far less."""
     if isinstance(node, list):
         return [closed(item) for item in node]
     if not isinstance(node, dict):
         return node
-    made = {key: closed(value, key) for key, value in node.items()}
-    if made.get("type") in ("object", ["object", "null"]) and "properties" in made and name != "list":
-        made["unevaluatedProperties"] = False
-    if name == "children":
-        made["items"] = {**made["items"], "unevaluatedProperties": False}
+    if "properties" in node and "$ref" in node:
+        shared = SCHEMA["$defs"][node["$ref"].split("/")[-1]]
+        node = {**shared, **node, "properties": {**shared["properties"], **node["properties"]},
+                "required": shared.get("required", []) + node.get("required", [])}
+        del node["$ref"]
+    made = {key: closed(value) for key, value in node.items()}
+    if made.get("type") in ("object", ["object", "null"]) and {"properties", "patternProperties"} & made.keys():
+        made["additionalProperties"] = False
     return made
 
 
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
-VALIDATOR = jsonschema.Draft202012Validator(closed(SCHEMA))
+CLOSED = closed(SCHEMA)
+VALIDATORS = {kind["$ref"].split("/")[-1]: jsonschema.Draft202012Validator({**kind, "$defs": CLOSED["$defs"]})
+              for kind in SCHEMA["oneOf"]}
 
 
 def members(pairs):
@@ -59,8 +65,10 @@ def read_report(report, validated=True):
     for line in lines:
         if line["kind"] in ("database", "statistics"):
             told.add(line["database"])
+        elif line["kind"] in ("finding", "difference", "caught"):
+            pass  # of what the registry names, or one side alone has
         elif line.get("database", "") not in told | {""}:
             raise ValueError(f"a line in front of its database: {line}")
         if validated:
-            VALIDATOR.validate(line)
+            VALIDATORS[line["kind"]].validate(line)
     return lines

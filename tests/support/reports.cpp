@@ -1,9 +1,11 @@
 #include "support/reports.h"
 
+#include <deque>
 #include <functional>
 #include <stdexcept>
 
 #include "form/forms.h"
+#include "form/tag_text.h"
 #include "report/reports.h"
 
 namespace test_support {
@@ -134,6 +136,48 @@ made_report program_report(const model::pe_list& properties, const request::sdb_
     return make(options, subject, [&](report::job& work) {
         work.program = &properties;
         return report::report_of("pe").make(work);
+    });
+}
+
+made_report explained_report(const sdb::sdb_database& database, const request::sdb_opts& options,
+                             const model::known_filter* known)
+{
+    static const model::explain_context context;
+    return make(options, {}, [&](report::job& work) {
+        work.database = &database;
+        work.explained = &context;
+        work.known = known;
+        return report::make_database_report(work);
+    });
+}
+
+made_report difference_report(const sdb::sdb_database& before, const sdb::sdb_database& after,
+                              const request::sdb_opts& options)
+{
+    return make(options, {}, [&](report::job& work) {
+        work.database = &before;
+        work.other = &after;
+        work.other_path = "other.sdb";
+        return report::report_of("diff").make(work);
+    });
+}
+
+made_report caught_report(const model::pe_list& properties, const sdb::sdb_database& database,
+                          const std::string& path, const request::sdb_opts& options)
+{
+    std::deque<model::matchable_database> candidates;
+    candidates.emplace_back(
+        about().path, database,
+        [&](std::uint32_t offset, std::size_t longest) {
+            return form::comparable_text(database, offset, longest, options);
+        },
+        options.bounds);
+    about subject;
+    subject.path = path;
+    return make(options, subject, [&](report::job& work) {
+        work.program = &properties;
+        work.candidates = &candidates;
+        return report::report_of("caught").make(work);
     });
 }
 

@@ -4,6 +4,7 @@
 
 #include "form/writer.h"
 #include "io/byte_source.h"
+#include "model/differences.h"
 #include "model/installed_databases.h"
 #include "model/pe_properties.h"
 #include "request/sdb_opts.h"
@@ -56,6 +57,14 @@ made_report statistics_report(const bytes& image, const request::sdb_opts& optio
 // The statistics or the listings, whichever the options ask for, as they go out.
 void write_report(uni::text_buffer& out, const sdb::sdb_database& database,
                   const request::sdb_opts& options);
+// The explanation of a database, and what differs between two.
+made_report explained_report(const sdb::sdb_database& database, const request::sdb_opts& options,
+                             const model::known_filter* known = nullptr);
+made_report difference_report(const sdb::sdb_database& before, const sdb::sdb_database& after,
+                              const request::sdb_opts& options);
+// Which records of a database catch a program, each in a row.
+made_report caught_report(const model::pe_list& properties, const sdb::sdb_database& database,
+                          const std::string& path, const request::sdb_opts& options);
 // What a program says of itself.
 made_report program_report(const model::pe_list& properties, const request::sdb_opts& options,
                            const about& subject = {});

@@ -1,5 +1,6 @@
 // Makes the example databases of their text: make_samples <folder>
-// The folder holds sample.txt; sample.sdb and sample-compressed.sdb are written beside it.
+// The folder holds sample.txt and changed.txt; sample.sdb, sample-compressed.sdb and changed.sdb are written
+// beside them.
 
 #include <cstdio>
 #include <exception>
@@ -19,10 +20,14 @@ int main(int count, char** arguments)
     }
     try {
         const std::string folder = arguments[1];
-        std::ifstream text(folder + "/sample.txt", std::ios::binary);
-        const bytes image = database_from_text({std::istreambuf_iterator<char>(text), {}});
+        const auto image_of = [&](const char* name) {
+            std::ifstream text(folder + name, std::ios::binary);
+            return database_from_text({std::istreambuf_iterator<char>(text), {}});
+        };
+        const bytes image = image_of("/sample.txt");
         return write_file(folder + "/sample.sdb", image) &&
-                       write_file(folder + "/sample-compressed.sdb", compress(image))
+                       write_file(folder + "/sample-compressed.sdb", compress(image)) &&
+                       write_file(folder + "/changed.sdb", image_of("/changed.txt"))
                    ? 0
                    : 1;
     } catch (const std::exception& error) {

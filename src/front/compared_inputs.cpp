@@ -1,0 +1,170 @@
+#include "front/compared_inputs.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "front/discovery.h"
+#include "front/stdin_stream_ex.h"
+#include "model/stored_path.h"
+#include "platform/redirection.h"
+
+namespace front {
+
+namespace {
+
+// The files of one side, by their places below its root, in which letter case does not count.
+using placed_files = std::map<std::string, std::string>;
+
+class two_sides {
+public:
+    two_sides(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+              const input_work& inputs, const input_output& out)
+        : options_(options), tree_(tree), files_(files), inputs_(inputs), out_(out)
+    {}
+
+    void compare()
+    {
+        const bool are_volumes = options_.partition_given;
+        const std::string& root = are_volumes ? options_.volume_text : options_.enumdir_path;
+        for (const std::string& side : {root, options_.diff_path}) {
+            if (!tree_.is_folder(side)) { // all of the other would count as added or removed
+                out_.notices.fail("Prob reading folder %s: %s\n", side.c_str(), "is no folder");
+                return;
+            }
+        }
+        placed_files before = files_of(root);
+        placed_files after = files_of(options_.diff_path);
+        for (const auto& [place, path] : before) {
+            if (const auto other = after.find(place); other != after.end()) {
+                count(inputs_.tell_difference(path, other->second, out_));
+                after.erase(other);
+            } else {
+                lone_before_.push_back(path);
+            }
+        }
+        compare_by_id(after);
+        if (compared_ == 0 && lone_ == 0) {
+            out_.notices.fail("no database on either side\n");
+        }
+    }
+
+private:
+    void count(bool was_told) { compared_ += was_told ? 1 : 0; }
+
+    // Those that have no counterpart in their place.
+    void compare_by_id(const placed_files& after)
+    {
+        std::map<std::string, std::vector<std::string>> after_by_id;
+        std::vector<std::string> rest;
+        for (const auto& [place, path] : after) {
+            const auto id = inputs_.id_of(path, out_);
+            if (id && !id->empty()) {
+                after_by_id[*id].push_back(path);
+            } else if (id) {
+                rest.push_back(path);
+            }
+        }
+        for (const std::string& path : lone_before_) {
+            const auto id = inputs_.id_of(path, out_);
+            const auto other = id ? after_by_id.find(*id) : after_by_id.end();
+            if (other != after_by_id.end() && !other->second.empty()) {
+                count(inputs_.tell_difference(path, other->second.front(), out_));
+                other->second.erase(other->second.begin());
+            } else if (id) {
+                tell_lone(path, {});
+            }
+        }
+        for (const auto& [id, paths] : after_by_id) {
+            rest.insert(rest.end(), paths.begin(), paths.end());
+        }
+        std::ranges::sort(rest);
+        for (const std::string& path : rest) {
+            tell_lone({}, path);
+        }
+    }
+
+    void tell_lone(const std::string& before, const std::string& after)
+    {
+        ++lone_;
+        inputs_.tell_lone_database(before, after, out_);
+    }
+
+    placed_files files_of(const std::string& side)
+    {
+        std::vector<std::string> roots = {side};
+        std::string reason;
+        if (options_.partition_given && tree_.kind_of(side, reason) == files::place_kind::disk) {
+            roots = windows_partitions(tree_, side, out_.notices);
+        }
+        placed_files placed;
+        for (const std::string& root : roots) {
+            const std::string number =
+                roots.size() > 1 ? root.substr(root.find_last_of("/\\") + 1) + '/' : "";
+            enter(placed, files_below(root), root, number);
+        }
+        return placed;
+    }
+
+    std::vector<std::string> files_below(const std::string& root)
+    {
+        std::vector<std::string> paths;
+        if (options_.partition_given) {
+            add_default_targets(tree_, paths, root, out_.notices);
+            if (options_.by_content) {
+                add_targets_by_content(tree_, paths, root, out_.notices);
+            }
+        } else {
+            stdin_stream_ex walk(options_, tree_, out_.notices);
+            walk.start_walk(root, options_.num_subdirs, options_.filter_list);
+            for (std::string path; walk.stdin_list_next(path);) {
+                if (begins_as_database(tree_, path).value_or(true)) {
+                    paths.push_back(path);
+                }
+            }
+        }
+        return paths;
+    }
+
+    // Enters the files that are none of the run's own.
+    void enter(placed_files& placed, const std::vector<std::string>& paths, const std::string& root,
+               const std::string& number)
+    {
+        for (const std::string& path : paths) {
+            const outputs::entry kind = files_.check_entry(path, out_.notices);
+            if (kind == outputs::entry::other) {
+                const auto below = model::place_below(model::parts_of(path), root);
+                // Of names that differ by case alone each has its own place.
+                std::string key = number + below.value_or(path);
+                while (!placed.try_emplace(key, path).second) {
+                    key += '/';
+                }
+            }
+        }
+    }
+
+    const request::sdb_opts& options_;
+    files::file_tree& tree_;
+    outputs& files_;
+    const input_work& inputs_;
+    const input_output& out_;
+    std::vector<std::string> lone_before_;
+    std::uint64_t compared_ = 0;
+    std::uint64_t lone_ = 0;
+};
+
+} // namespace
+
+void compare_inputs(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+                    const input_work& inputs, const input_output& out)
+{
+    const platform::wow64_redirect_adt redirection;
+    if (!options.sdb_path.empty()) {
+        inputs.tell_difference(options.sdb_path, options.diff_path, out);
+    } else {
+        two_sides(options, tree, files, inputs, out).compare();
+    }
+}
+
+} // namespace front

@@ -1,0 +1,171 @@
+#include "model/content.h"
+
+#include <bit>
+#include <random>
+
+#include "model/record_facts.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+
+namespace model {
+
+namespace {
+
+namespace type = sdb::type;
+
+// References lead through so many records: a program's to a layer, a layer's to a shim, and one more.
+constexpr int rounds_for_references = 3;
+
+struct sip_state {
+    std::uint64_t v0, v1, v2, v3;
+
+    void round() noexcept
+    {
+        v0 += v1;
+        v1 = std::rotl(v1, 13) ^ v0;
+        v0 = std::rotl(v0, 32);
+        v2 += v3;
+        v3 = std::rotl(v3, 16) ^ v2;
+        v0 += v3;
+        v3 = std::rotl(v3, 21) ^ v0;
+        v2 += v1;
+        v1 = std::rotl(v1, 17) ^ v2;
+        v2 = std::rotl(v2, 32);
+    }
+    void take(std::uint64_t word) noexcept
+    {
+        v3 ^= word;
+        round();
+        v0 ^= word;
+    }
+    std::uint64_t end() noexcept
+    {
+        round();
+        round();
+        round();
+        return v0 ^ v1 ^ v2 ^ v3;
+    }
+};
+
+} // namespace
+
+content_key random_content_key()
+{
+    std::random_device source;
+    const auto word = [&] { return std::uint64_t{source()} << 32 | source(); };
+    return {word(), word()};
+}
+
+content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes)
+{
+    sip_state state{key[0] ^ 0x736f6d6570736575, key[1] ^ 0x646f72616e646f6d ^ 0xee,
+                    key[0] ^ 0x6c7967656e657261, key[1] ^ 0x7465646279746573};
+    state.take(kind);
+    std::uint64_t at = 0;
+    for (; at + 8 <= bytes.size(); at += 8) {
+        state.take(bytes.u64(at));
+    }
+    state.take(bytes.u64(at) | bytes.size() << 56); // missing bytes are zeros
+    state.v2 ^= 0xee;
+    content_digest made;
+    made.low = state.end();
+    state.v1 ^= 0xdd;
+    made.high = state.end();
+    return made;
+}
+
+record_contents::record_contents(const sdb::sdb_database& database, const content_key& key,
+                                 references_seen seen)
+    : database_(database), key_(key), texts_(database)
+{
+    lists_.resize(database.children().lists().size());
+    digest_all();
+    if (seen == references_seen::by_content && !database.children().references().empty()) {
+        for (int round = 0; round < rounds_for_references; ++round) {
+            earlier_ = lists_;
+            digest_all();
+        }
+        earlier_ = {};
+    }
+}
+
+// Lists stand in front of what stands in them, so that the last come first.
+void record_contents::digest_all()
+{
+    const sdb::tag_table& relation = database_.children();
+    const auto lists = relation.lists();
+    for (std::size_t number = lists.size(); number-- > 0;) {
+        content_digest sum;
+        relation.for_each_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
+            const std::uint32_t offset = database_.offset_at(child);
+            if (relation.list(child) != nullptr) {
+                sum += lists_[number_of(child)];
+            } else {
+                sum += of_scalar(offset);
+            }
+        });
+        // As long as it is one of a whole list, not of what stands in it.
+        const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
+            std::array<std::uint64_t, 2>{sum.low, sum.high});
+        lists_[number] = keyed_digest(key_, lists[number].tag, uni::byte_view(bytes));
+    }
+}
+
+content_digest record_contents::of_list(std::uint32_t offset) const
+{
+    const auto ordinal = database_.ordinal_of(offset);
+    return ordinal && database_.children().list(*ordinal) != nullptr ? lists_[number_of(*ordinal)]
+                                                                     : content_digest();
+}
+
+content_digest record_contents::of_text(std::uint32_t offset)
+{
+    const std::uint32_t reference = database_.word_behind(offset);
+    return texts_.of(reference, [&] {
+        uni::byte_view text = database_.string_bytes(reference);
+        while (text.size() >= 2 && text.u16(text.size() - 2) == 0) {
+            text = text.slice(0, text.size() - 2); // which ends it
+        }
+        return keyed_digest(key_, type::string, text);
+    });
+}
+
+// By its kind and its name, and where an earlier round is there by all that it said then.
+content_digest record_contents::digest_of_reference(std::uint32_t target)
+{
+    const auto ordinal = database_.ordinal_of(target);
+    if (!ordinal) {
+        return {1, 0};
+    }
+    const bool is_list = database_.children().list(*ordinal) != nullptr;
+    if (is_list && !earlier_.empty()) {
+        return earlier_[number_of(*ordinal)];
+    }
+    const auto [place, is_new] = targets_.try_emplace(target);
+    if (is_new) {
+        place->second = {database_.tag_at(*ordinal), 2};
+        const std::uint32_t name = is_list ? child_of(database_, target, sdb::tag::name) : 0;
+        if (name != 0) {
+            place->second += of_text(name);
+        }
+    }
+    return place->second;
+}
+
+content_digest record_contents::of_scalar(std::uint32_t offset)
+{
+    const std::uint16_t tag = database_.tag_from(offset);
+    content_digest value;
+    if (sdb::tag_type(tag) == type::stringref) {
+        value = of_text(offset);
+    } else if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
+        value = digest_of_reference(database_.word_behind(offset));
+    } else {
+        return keyed_digest(key_, tag, database_.item_from(offset).value);
+    }
+    const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
+        std::array<std::uint64_t, 2>{value.low, value.high});
+    return keyed_digest(key_, std::uint64_t{tag} | 0x10000, uni::byte_view(bytes));
+}
+
+} // namespace model

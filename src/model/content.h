@@ -1,0 +1,71 @@
+// What records say, as numbers that are equal where they say the same: wherever they stand, in whatever
+// order, and whatever offsets and string references their database has for it.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "io/large_vector.h"
+#include "model/text_memo.h"
+#include "sdb/database.h"
+#include "uni/byte_view.h"
+
+namespace model {
+
+// Of a key that nobody knows beforehand, so that no two records can be made to look alike.
+using content_key = std::array<std::uint64_t, 2>;
+content_key random_content_key();
+
+struct content_digest {
+    std::uint64_t low = 0;
+    std::uint64_t high = 0;
+    friend auto operator<=>(const content_digest&, const content_digest&) = default;
+    content_digest& operator+=(const content_digest& other) noexcept
+    {
+        low += other.low;
+        high += other.high;
+        return *this;
+    }
+};
+
+// SipHash with one and three rounds and 128 bits.
+content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes);
+
+// How references are seen: by the name of what they lead to, or also by all that it says.
+enum class references_seen { by_name, by_content };
+
+// The digests of all lists of a database, which must outlive the object.
+class record_contents {
+public:
+    record_contents(const sdb::sdb_database& database, const content_key& key,
+                    references_seen seen);
+
+    // Of the list at `offset`, and of a scalar of a list.
+    content_digest of_list(std::uint32_t offset) const;
+    content_digest of_scalar(std::uint32_t offset);
+    // Of the text of a string reference, case as it is.
+    content_digest of_text(std::uint32_t offset);
+
+private:
+    using digests = io::roomy_vector<content_digest>;
+    std::size_t number_of(sdb::tag_ordinal list) const
+    {
+        return static_cast<std::size_t>(database_.children().list(list) -
+                                        database_.children().lists().data());
+    }
+    void digest_all();
+    content_digest digest_of_reference(std::uint32_t target);
+
+    const sdb::sdb_database& database_;
+    const content_key key_;
+    digests lists_;   // by number
+    digests earlier_; // of the round before, which references see
+    text_memo<content_digest> texts_;
+    std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
+};
+
+} // namespace model

@@ -1,0 +1,406 @@
+#include "model/differences.h"
+
+#include <algorithm>
+#include <compare>
+#include <optional>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "model/record_facts.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/text.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+namespace type = sdb::type;
+
+// Lists in lists are told one in the other so far; what differs deeper is told as a whole.
+constexpr std::size_t most_depth = 32;
+
+// The tag that identifies a kind of record.
+std::uint16_t identifier_of(std::uint16_t record)
+{
+    switch (record) {
+    case tag::exe:
+        return tag::exe_id;
+    case tag::app:
+        return tag::app_id;
+    case tag::msi_package:
+        return tag::msi_package_id;
+    default:
+        return tag::fix_id;
+    }
+}
+
+bool is_definition(std::uint16_t tag)
+{
+    return tag == tag::shim || tag == tag::patch || tag == tag::layer || tag == tag::flag ||
+           tag == tag::kshim;
+}
+
+bool is_test(std::uint16_t tag)
+{
+    return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||
+           tag == tag::matching_device || tag == tag::matching_info_block;
+}
+
+// One database with what its lists say.
+struct side {
+    const sdb::sdb_database& database;
+    record_contents contents;
+};
+
+// A tag or list that looks for its counterpart: by what it is called, then by what it says.
+struct candidate {
+    content_digest key;
+    content_digest content;
+    std::uint32_t offset = 0;
+    auto operator<=>(const candidate&) const = default;
+};
+using candidates = std::vector<candidate>;
+
+struct pair_of {
+    std::uint32_t before = 0;
+    std::uint32_t after = 0;
+};
+
+// Brings together candidates of one key, those first that say the same. What is left over stays.
+void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>& pairs)
+{
+    std::ranges::sort(before);
+    std::ranges::sort(after);
+    candidates left_before;
+    candidates left_after;
+    std::size_t a = 0;
+    std::size_t b = 0;
+    while (a < before.size() || b < after.size()) {
+        const bool only_before =
+            b == after.size() || (a < before.size() && before[a].key < after[b].key);
+        if (only_before) {
+            left_before.push_back(before[a++]);
+            continue;
+        }
+        if (a == before.size() || after[b].key < before[a].key) {
+            left_after.push_back(after[b++]);
+            continue;
+        }
+        const content_digest key = before[a].key;
+        candidates other_before;
+        candidates other_after;
+        while ((a < before.size() && before[a].key == key) ||
+               (b < after.size() && after[b].key == key)) {
+            const bool has_before = a < before.size() && before[a].key == key;
+            const bool has_after = b < after.size() && after[b].key == key;
+            if (has_before && has_after && before[a].content == after[b].content) {
+                pairs.push_back({before[a++].offset, after[b++].offset});
+            } else if (has_before && (!has_after || before[a].content < after[b].content)) {
+                other_before.push_back(before[a++]);
+            } else {
+                other_after.push_back(after[b++]);
+            }
+        }
+        std::ranges::sort(other_before, {}, &candidate::offset);
+        std::ranges::sort(other_after, {}, &candidate::offset);
+        const std::size_t both = std::min(other_before.size(), other_after.size());
+        for (std::size_t i = 0; i < both; ++i) {
+            pairs.push_back({other_before[i].offset, other_after[i].offset});
+        }
+        left_before.insert(left_before.end(),
+                           other_before.begin() + static_cast<std::ptrdiff_t>(both),
+                           other_before.end());
+        left_after.insert(left_after.end(), other_after.begin() + static_cast<std::ptrdiff_t>(both),
+                          other_after.end());
+    }
+    before = std::move(left_before);
+    after = std::move(left_after);
+}
+
+class comparer {
+public:
+    comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
+             difference_listener& listener)
+        : comparer(before, after, listener, random_content_key())
+    {}
+
+    difference_counts compare()
+    {
+        // What the database list says of itself comes first.
+        const std::uint32_t a = before_.database.database_offset();
+        const std::uint32_t b = after_.database.database_offset();
+        std::vector<pair_of> found = pair_records();
+        const bool lists_differ = have_other_scalars(a, b);
+        if (lists_differ) {
+            ++counts_.changed;
+            goes_on_ = listener_.record({change_kind::changed, a, b});
+            compare_scalars(a, b);
+        } else {
+            ++counts_.unchanged;
+        }
+        std::ranges::sort(found, {}, [](const pair_of& one) {
+            return std::make_pair(one.after == 0, one.after == 0 ? one.before : one.after);
+        });
+        for (const pair_of& one : found) {
+            count_and_tell(one);
+        }
+        return counts_;
+    }
+
+private:
+    comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
+             difference_listener& listener, const content_key& key)
+        : before_{before, record_contents(before, key, references_seen::by_name)},
+          after_{after, record_contents(after, key, references_seen::by_name)}, key_(key),
+          listener_(listener)
+    {}
+
+    void count_and_tell(const pair_of& one)
+    {
+        if (one.before == 0 || one.after == 0) {
+            ++(one.before == 0 ? counts_.added : counts_.removed);
+            goes_on_ = goes_on_ && listener_.record(
+                                       {one.before == 0 ? change_kind::added : change_kind::removed,
+                                        one.before, one.after});
+        } else if (before_.contents.of_list(one.before) == after_.contents.of_list(one.after)) {
+            ++counts_.unchanged;
+        } else {
+            ++counts_.changed;
+            goes_on_ = goes_on_ && listener_.record({change_kind::changed, one.before, one.after});
+            compare_lists(one.before, one.after, 0);
+        }
+    }
+
+    static std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
+    {
+        std::vector<std::uint32_t> records;
+        const std::uint32_t library = database.library_offset();
+        for (const std::uint32_t around : {database.database_offset(), library}) {
+            if (around == 0) {
+                continue;
+            }
+            database.for_each_child(around, [&](std::uint32_t offset, std::uint16_t own) {
+                if (sdb::tag_type(own) == type::list && offset != library) {
+                    records.push_back(offset);
+                }
+            });
+        }
+        return records;
+    }
+
+    // What a record is called, by its identifier, or else by name and tests, or else by name alone; nothing
+    // where it has none.
+    enum class called { by_identifier, by_tests, by_name };
+    std::optional<content_digest> key_of(side& one, std::uint32_t record, called by)
+    {
+        const std::uint16_t identifier = identifier_of(one.database.tag_from(record));
+        content_digest key{one.database.tag_from(record), 0};
+        bool has = by == called::by_tests;
+        one.database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+            if (by == called::by_identifier && own == identifier) {
+                key += one.contents.of_scalar(offset);
+                has = true;
+            } else if (by != called::by_identifier && own == tag::name) {
+                key += one.contents.of_scalar(offset);
+                has = true;
+            } else if (by == called::by_tests && is_test(own)) {
+                key += one.contents.of_list(offset);
+            }
+        });
+        return has ? std::optional(key) : std::nullopt;
+    }
+
+    std::vector<pair_of> pair_all(std::vector<std::uint32_t> before,
+                                  std::vector<std::uint32_t> after)
+    {
+        std::vector<pair_of> pairs;
+        for (const called by : {called::by_identifier, called::by_tests, called::by_name}) {
+            candidates a = candidates_of(before_, before, by);
+            candidates b = candidates_of(after_, after, by);
+            pair_equal_keys(a, b, pairs);
+            std::ranges::transform(a, std::back_inserter(before), &candidate::offset);
+            std::ranges::transform(b, std::back_inserter(after), &candidate::offset);
+        }
+        for (const std::uint32_t one : before) {
+            pairs.push_back({one, 0});
+        }
+        for (const std::uint32_t one : after) {
+            pairs.push_back({0, one});
+        }
+        return pairs;
+    }
+
+    // Those that have such a key, which are taken out.
+    candidates candidates_of(side& one, std::vector<std::uint32_t>& records, called by)
+    {
+        candidates found;
+        std::vector<std::uint32_t> rest;
+        for (const std::uint32_t record : records) {
+            if (const auto key = key_of(one, record, by)) {
+                found.push_back({*key, one.contents.of_list(record), record});
+            } else {
+                rest.push_back(record);
+            }
+        }
+        records = std::move(rest);
+        return found;
+    }
+
+    std::vector<pair_of> pair_records()
+    {
+        return pair_all(records_of(before_.database), records_of(after_.database));
+    }
+
+    candidates scalars_of(side& one, std::uint32_t list)
+    {
+        candidates found;
+        one.database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+            if (sdb::tag_type(own) != type::list) {
+                found.push_back({{own, 0}, one.contents.of_scalar(offset), offset});
+            }
+        });
+        return found;
+    }
+
+    bool have_other_scalars(std::uint32_t before, std::uint32_t after)
+    {
+        content_digest sums[2];
+        std::size_t number = 0;
+        for (const auto& [one, list] : {std::pair<side*, std::uint32_t>(&before_, before),
+                                        std::pair<side*, std::uint32_t>(&after_, after)}) {
+            for (const candidate& scalar : scalars_of(*one, list)) {
+                sums[number] += scalar.content;
+            }
+            ++number;
+        }
+        return sums[0] != sums[1];
+    }
+
+    void tell(change_kind kind, std::uint32_t before, std::uint32_t after)
+    {
+        goes_on_ = goes_on_ && listener_.fact({kind, before, after});
+    }
+
+    void compare_scalars(std::uint32_t before, std::uint32_t after)
+    {
+        candidates a = scalars_of(before_, before);
+        candidates b = scalars_of(after_, after);
+        std::vector<pair_of> pairs;
+        pair_equal_keys(a, b, pairs);
+        std::ranges::sort(pairs, {}, &pair_of::after);
+        for (const pair_of& one : pairs) {
+            if (before_.contents.of_scalar(one.before) != after_.contents.of_scalar(one.after)) {
+                tell(change_kind::changed, one.before, one.after);
+            }
+        }
+        std::ranges::sort(a, {}, &candidate::offset);
+        std::ranges::sort(b, {}, &candidate::offset);
+        for (const candidate& one : b) {
+            tell(change_kind::added, 0, one.offset);
+        }
+        for (const candidate& one : a) {
+            tell(change_kind::removed, one.offset, 0);
+        }
+    }
+
+    static std::vector<std::uint32_t> lists_in(const sdb::sdb_database& database,
+                                               std::uint32_t list)
+    {
+        std::vector<std::uint32_t> found;
+        database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+            if (sdb::tag_type(own) == type::list) {
+                found.push_back(offset);
+            }
+        });
+        return found;
+    }
+
+    // NOLINTNEXTLINE(misc-no-recursion) ; no deeper than most_depth
+    void compare_lists(std::uint32_t before, std::uint32_t after, std::size_t depth)
+    {
+        if (!goes_on_) {
+            return;
+        }
+        compare_scalars(before, after);
+        std::vector<pair_of> pairs =
+            pair_all(lists_in(before_.database, before), lists_in(after_.database, after));
+        std::ranges::sort(pairs, {}, [](const pair_of& one) {
+            return std::make_pair(one.after == 0, one.after == 0 ? one.before : one.after);
+        });
+        for (const pair_of& one : pairs) {
+            if (one.before == 0 || one.after == 0) {
+                tell(one.before == 0 ? change_kind::added : change_kind::removed, one.before,
+                     one.after);
+            } else if (before_.contents.of_list(one.before) == after_.contents.of_list(one.after)) {
+                continue;
+            } else if (depth == most_depth) {
+                tell(change_kind::changed, one.before, one.after);
+            } else {
+                compare_lists(one.before, one.after, depth + 1);
+            }
+        }
+    }
+
+    side before_;
+    side after_;
+    const content_key key_;
+    difference_listener& listener_;
+    difference_counts counts_;
+    bool goes_on_ = true;
+};
+
+} // namespace
+
+difference_counts compare_databases(const sdb::sdb_database& before, const sdb::sdb_database& after,
+                                    difference_listener& listener)
+{
+    return comparer(before, after, listener).compare();
+}
+
+void known_records::add(const sdb::sdb_database& database)
+{
+    const record_contents contents(database, key_, references_seen::by_content);
+    for (const sdb::tag_table::list_row& list : database.children().lists()) {
+        const std::uint32_t offset = database.offset_at(list.ordinal);
+        digests_.push_back(contents.of_list(offset));
+        if (is_definition(list.tag)) {
+            definitions_.push_back({name_key(database, offset), contents.of_list(offset)});
+        }
+    }
+}
+
+content_digest known_records::name_key(const sdb::sdb_database& database,
+                                       std::uint32_t record) const
+{
+    const std::string name = uni::lowered(text_in(database, record, tag::name));
+    return keyed_digest(key_, database.tag_from(record), uni::byte_view(uni::bytes_of(name)));
+}
+
+bool known_records::redefines(const sdb::sdb_database& database, const record_contents& contents,
+                              std::uint32_t record) const
+{
+    if (!is_definition(database.tag_from(record)) || child_of(database, record, tag::name) == 0) {
+        return false;
+    }
+    const content_digest key = name_key(database, record);
+    const content_digest content = contents.of_list(record);
+    const auto [first, last] = std::ranges::equal_range(definitions_, key, {}, &definition::name);
+    return first != last && std::ranges::find(first, last, content, &definition::content) == last;
+}
+
+void known_records::settle()
+{
+    std::ranges::sort(digests_);
+    digests_.erase(std::unique(digests_.begin(), digests_.end()), digests_.end());
+    std::ranges::sort(definitions_);
+}
+
+bool known_records::holds(const content_digest& record) const
+{
+    return std::ranges::binary_search(digests_, record);
+}
+
+} // namespace model

@@ -1,0 +1,314 @@
+#include "model/examination.h"
+
+#include <algorithm>
+#include <iterator>
+#include <unordered_map>
+#include <utility>
+
+#include "io/large_vector.h"
+#include "model/record_facts.h"
+#include "model/subject_judge.h"
+#include "sdb/tags.h"
+#include "uni/ordered_work.h"
+
+namespace model {
+
+std::optional<finding> found(const examined_database& examined, signal what, std::uint32_t offset)
+{
+    const finding_kind& kind = examined.known.of(what);
+    if (kind.is_custom_only && examined.is_vendors_own) {
+        return std::nullopt;
+    }
+    const bool is_weightless = examined.is_vendors_own && (kind.group == finding_group::target ||
+                                                           kind.group == finding_group::effect ||
+                                                           kind.group == finding_group::shape);
+    finding made;
+    made.kind = &kind;
+    made.weighs = is_weightless ? weight::none : kind.weighs;
+    made.offset = offset;
+    return made;
+}
+
+void finding_list::add(finding one)
+{
+    ++count_;
+    auto count = std::ranges::find(counts_, one.kind, &surplus::kind);
+    if (count == counts_.end()) {
+        count = counts_.insert(counts_.end(), surplus{one.kind, 0});
+    }
+    if (++count->count <= most_of_a_kind) {
+        findings_.push_back(std::move(one));
+    }
+}
+
+void finding_list::clear()
+{
+    findings_.clear();
+    counts_.clear();
+    count_ = 0;
+}
+
+void finding_list::settle()
+{
+    std::ranges::stable_sort(findings_, [](const finding& a, const finding& b) {
+        return std::make_pair(-static_cast<int>(a.weighs), std::string_view(a.kind->id)) <
+               std::make_pair(-static_cast<int>(b.weighs), std::string_view(b.kind->id));
+    });
+}
+
+std::vector<finding_list::surplus> finding_list::left_out() const
+{
+    std::vector<surplus> made;
+    for (const surplus& one : counts_) {
+        if (one.count > most_of_a_kind) {
+            made.push_back({one.kind, one.count - most_of_a_kind});
+        }
+    }
+    return made;
+}
+
+namespace {
+
+namespace tag = sdb::tag;
+
+constexpr std::uint64_t worth[] = {0, 1, 3, 9}; // of weights, in the sum that orders subjects
+constexpr std::size_t in_a_stretch = 256;       // subjects that one thread ranks at a time
+constexpr std::size_t most_helpers = 3;
+
+// What references lead to, ascending.
+std::vector<std::uint32_t> used_definitions(const sdb::sdb_database& database)
+{
+    std::vector<std::uint32_t> used;
+    for (const sdb::tag_table::reference& reference : database.children().references()) {
+        used.push_back(reference.target);
+    }
+    std::ranges::sort(used);
+    return used;
+}
+
+bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
+{
+    bool has = false;
+    database.for_each_child(list, [&](std::uint32_t, std::uint16_t child) {
+        has = has || is_fix_reference(child) || is_matching_list(child);
+    });
+    return has;
+}
+
+// The records that a database is about, as they stand: programs, packages and drivers, whatever else has
+// fixes or tests files, and definitions to which nothing refers.
+std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
+{
+    const std::vector<std::uint32_t> used = used_definitions(database);
+    const auto is_unused = [&](std::uint32_t record) {
+        return !std::ranges::binary_search(used, record);
+    };
+    std::vector<std::uint32_t> subjects;
+    for (const sdb::tag_table::list_row& list : database.children().lists()) {
+        const std::uint32_t record = database.offset_at(list.ordinal);
+        switch (list.tag) {
+        case tag::exe:
+        case tag::msi_package:
+        case tag::kdriver:
+            subjects.push_back(record);
+            break;
+        case tag::shim:
+        case tag::patch:
+            if (is_unused(record)) {
+                subjects.push_back(record);
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    const auto database_list = database.ordinal_of(database.database_offset());
+    if (database_list) {
+        database.for_each_child(
+            database.database_offset(), [&](std::uint32_t offset, std::uint16_t own) {
+                const bool is_told = own == tag::exe || own == tag::msi_package ||
+                                     own == tag::kdriver || own == tag::shim || own == tag::patch ||
+                                     own == tag::library || own == tag::apphelp ||
+                                     sdb::tag_type(own) != sdb::type::list;
+                if (!is_told && has_reference(database, offset) &&
+                    (own != tag::layer || is_unused(offset))) {
+                    subjects.push_back(offset);
+                }
+            });
+    }
+    std::ranges::sort(subjects);
+    return subjects;
+}
+
+// What comes first, and what tells of which patches.
+struct rank {
+    std::uint64_t sum;
+    std::uint32_t record;
+    bool is_high;
+    bool is_wanted;
+};
+struct patch_use {
+    std::uint32_t patch;
+    std::uint32_t record;
+};
+
+// What one thread finds out at a time.
+struct ranked_stretch {
+    io::roomy_vector<rank> ranks;
+    std::vector<patch_use> patches;
+    std::uint32_t cut = 0; // the first with more fixes than are looked at
+    finding_list of_database;
+};
+
+class ranker {
+public:
+    ranker(const examined_database& examined, const record_groupings& groupings,
+           const request::bounds& bounds, const finding_filter& is_wanted)
+        : database_(examined.database), judge_(examined, groupings, bounds), is_wanted_(is_wanted)
+    {}
+
+    void rank_all(std::span<const std::uint32_t> records, ranked_stretch& made)
+    {
+        made.ranks.clear();
+        made.patches.clear();
+        made.cut = 0;
+        for (const std::uint32_t record : records) {
+            judge_.look_at(seen_, record);
+            made.cut = made.cut == 0 && !seen_.is_whole ? record : made.cut;
+            rank one{0, record, false, !is_wanted_};
+            for (const finding& each : seen_.findings.all()) {
+                one.sum += worth[static_cast<std::size_t>(each.weighs)];
+                one.is_high = one.is_high || each.weighs == weight::high;
+                one.is_wanted = one.is_wanted || is_wanted_(each);
+            }
+            made.ranks.push_back(one);
+            if (one.is_wanted) {
+                note_patches(made.patches, record);
+            }
+        }
+    }
+
+private:
+    void note_patches(std::vector<patch_use>& patches, std::uint32_t record) const
+    {
+        if (database_.tag_from(record) == tag::patch) {
+            patches.push_back({record, record});
+        }
+        for (const fix_use& use : seen_.uses) {
+            if (use.definition != 0 && database_.tag_from(use.definition) == tag::patch) {
+                patches.push_back({use.definition, record});
+            }
+        }
+    }
+
+    const sdb::sdb_database& database_;
+    subject_judge judge_;
+    const finding_filter& is_wanted_;
+    subject seen_;
+};
+
+// Ranks all, and judges the database itself, on several threads where some are to spare.
+ranked_stretch rank_subjects(const examined_database& examined, const record_groupings& groupings,
+                             const request::bounds& bounds, const finding_filter& is_wanted,
+                             std::span<const std::uint32_t> records, uni::thread_allowance* threads)
+{
+    ranked_stretch all;
+    const std::size_t stretches = (records.size() + in_a_stretch - 1) / in_a_stretch;
+    uni::helping_threads helpers(stretches > 1 ? threads : nullptr);
+    uni::ordered_work<ranked_stretch> work(0, stretches + 1);
+    const auto make_ranker = [&] {
+        auto one = std::make_unique<ranker>(examined, groupings, bounds, is_wanted);
+        return [&, one = std::move(one)](std::size_t number, ranked_stretch& made) {
+            if (number == 0) { // which takes longest
+                judge_database(made.of_database, examined);
+                return;
+            }
+            const auto from = records.subspan((number - 1) * in_a_stretch);
+            one->rank_all(from.first(std::min(in_a_stretch, from.size())), made);
+        };
+    };
+    if (helpers.take(most_helpers) == 0 || !work.start(helpers.count() + 1, make_ranker)) {
+        ranker(examined, groupings, bounds, is_wanted).rank_all(records, all);
+        judge_database(all.of_database, examined);
+        return all;
+    }
+    for (std::size_t number = 0; number <= stretches; ++number) {
+        ranked_stretch& made = work.next();
+        if (number == 0) {
+            all.of_database = std::move(made.of_database);
+        } else {
+            all.ranks.insert(all.ranks.end(), made.ranks.begin(), made.ranks.end());
+            all.cut = all.cut != 0 ? all.cut : made.cut;
+            all.patches.insert(all.patches.end(), made.patches.begin(), made.patches.end());
+        }
+    }
+    return all;
+}
+
+// For each patch the first of the subjects, in their order, that tells of it; by patch.
+std::vector<told_patch> first_tellers(const std::vector<patch_use>& uses,
+                                      std::span<const std::uint32_t> order)
+{
+    std::vector<told_patch> tellers;
+    if (uses.empty()) {
+        return tellers;
+    }
+    std::unordered_map<std::uint32_t, std::uint32_t> places;
+    for (const patch_use& use : uses) {
+        places.emplace(use.record, 0);
+    }
+    for (std::uint32_t place = 0; place < order.size(); ++place) {
+        if (const auto found = places.find(order[place]); found != places.end()) {
+            found->second = place;
+        }
+    }
+    for (const patch_use& use : uses) {
+        tellers.push_back({use.patch, places[use.record]});
+    }
+    std::ranges::sort(tellers);
+    tellers.erase(
+        std::unique(tellers.begin(), tellers.end(),
+                    [](const told_patch& a, const told_patch& b) { return a.patch == b.patch; }),
+        tellers.end());
+    return tellers;
+}
+
+} // namespace
+
+examination::examination(const examined_database& examined, const request::bounds& bounds,
+                         finding_filter is_wanted, uni::thread_allowance* threads)
+    : examined_(examined), bounds_(bounds), groupings_(examined.database),
+      order_(subjects_of(examined.database))
+{
+    if (examined.known_ones != nullptr) {
+        known_ = std::erase_if(
+            order_, [&](std::uint32_t record) { return examined.known_ones->holds(record); });
+    }
+    subject_count_ = order_.size();
+    examined.database.make_shared_indexes();
+    ranked_stretch all = rank_subjects(examined, groupings_, bounds, is_wanted, order_, threads);
+    of_database_ = std::move(all.of_database);
+    of_database_.settle();
+    cut_ = all.cut;
+    with_high_ = static_cast<std::size_t>(std::ranges::count(all.ranks, true, &rank::is_high));
+    std::erase_if(all.ranks, [](const rank& one) { return !one.is_wanted; });
+    std::ranges::stable_sort(all.ranks, [](const rank& a, const rank& b) {
+        return a.is_high != b.is_high ? a.is_high : a.sum > b.sum;
+    });
+    order_.resize(all.ranks.size());
+    std::ranges::transform(all.ranks, order_.begin(), &rank::record);
+    tellers_ = first_tellers(all.patches, order_);
+}
+
+std::unique_ptr<subject_judge> examination::make_judge() const
+{
+    return std::make_unique<subject_judge>(examined_, groupings_, bounds_);
+}
+
+bool examination::is_first_to_tell(std::uint32_t patch, std::uint32_t record) const
+{
+    const auto teller = std::ranges::lower_bound(tellers_, patch, {}, &told_patch::patch);
+    return teller != tellers_.end() && teller->patch == patch && order_[teller->place] == record;
+}
+
+} // namespace model

@@ -1,0 +1,162 @@
+#include "model/patch_changes.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace model {
+
+namespace {
+
+constexpr std::uint32_t match_bit = 4;
+constexpr std::uint32_t replace_bit = 2;
+
+// The matches of one module by their addresses.
+using matched_bytes = std::map<std::uint32_t, uni::byte_view>;
+
+bool is_printable(std::uint16_t unit)
+{
+    return unit >= 0x20 && unit < 0x7f;
+}
+
+void look_up(patch_change& change, const matched_bytes& matches)
+{
+    const auto behind = matches.upper_bound(change.address);
+    if (behind == matches.begin()) {
+        return;
+    }
+    const auto& [address, bytes] = *std::prev(behind);
+    const std::uint32_t inside = change.address - address;
+    if (inside < bytes.size()) {
+        change.matched_at = address;
+        change.before = bytes.slice(inside, change.after.size());
+    }
+}
+
+} // namespace
+
+void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act)
+{
+    std::map<std::string, matched_bytes> matches; // by module
+    bool was_any_bare = false;                    // matches that are not kept
+    sdb::patch_shares shares(value);
+    sdb::for_each_patch_op(value, [&](const sdb::patch_op& op, std::uint64_t position) {
+        const bool is_bare = shares.take(op, position);
+        std::string module;
+        uni::utf16_to_text(op.module_name, module);
+        uni::lower_text(module);
+        if ((op.opcode & match_bit) != 0) {
+            was_any_bare = was_any_bare || is_bare;
+            if (!is_bare) {
+                matches[std::move(module)][op.address] = op.data;
+            }
+            return true;
+        }
+        if ((op.opcode & replace_bit) == 0) {
+            return true;
+        }
+        patch_change change;
+        change.module = op.module_name;
+        change.address = op.address;
+        change.after = op.data;
+        change.shares_bytes = is_bare;
+        const auto of_module = matches.find(module);
+        change.is_blind = of_module == matches.end() && !was_any_bare;
+        if (of_module != matches.end() && !is_bare) {
+            look_up(change, of_module->second);
+        }
+        return act(change);
+    });
+}
+
+std::string text_spelt(uni::byte_view bytes)
+{
+    constexpr std::size_t shortest = 4;
+    const auto spells = [&](std::uint64_t width) {
+        if (bytes.size() % width != 0 || bytes.size() / width < shortest) {
+            return std::string();
+        }
+        std::string text;
+        for (std::uint64_t at = 0; at < bytes.size(); at += width) {
+            const std::uint16_t unit = width == 2 ? bytes.u16(at) : bytes.u8(at);
+            // Texts end with a zero, or more of them.
+            if (unit != 0 ? !is_printable(unit) || text.size() * width != at
+                          : text.size() < shortest) {
+                return std::string();
+            }
+            if (unit != 0) {
+                text += static_cast<char>(unit);
+            }
+        }
+        return text;
+    };
+    const std::string wide = spells(2);
+    return wide.empty() ? spells(1) : wide;
+}
+
+bool begins_with_branch(uni::byte_view bytes)
+{
+    constexpr std::uint8_t no_operation = 0x90;
+    std::uint64_t at = 0;
+    while (bytes.contains(at, 1) && bytes.u8(at) == no_operation) {
+        ++at;
+    }
+    if (!bytes.contains(at, 1) || !text_spelt(bytes).empty()) {
+        return false;
+    }
+    // Registers of the longer mode have a byte in front.
+    const bool has_prefix = bytes.u8(at) >= 0x40 && bytes.u8(at) <= 0x4f && bytes.contains(at, 3);
+    at += has_prefix ? 1 : 0;
+    const std::uint8_t first = bytes.u8(at);
+    const std::uint8_t second = bytes.u8(at + 1);
+    const bool has_second = bytes.contains(at, 2);
+    if (first == 0xeb || first == 0xe8 || first == 0xe9 || first == 0xea || first == 0x9a ||
+        (first >= 0x70 && first <= 0x7f)) {
+        return true; // short and near ones, conditional ones
+    }
+    if (has_second && first == 0x0f && second >= 0x80 && second <= 0x8f) {
+        return true; // near conditional ones
+    }
+    if (has_second && first == 0xff) {
+        const unsigned operation = (second >> 3) & 7;
+        return operation >= 2 && operation <= 5; // through a register or memory
+    }
+    if (first == 0x68 && bytes.u8(at + 5) == 0xc3) {
+        return true; // an address is pushed and returned to
+    }
+    if (first >= 0xb8 && first <= 0xbf) {
+        const std::uint64_t behind = at + (has_prefix && (bytes.u8(at - 1) & 8) != 0 ? 9 : 5);
+        return bytes.contains(behind, 2) && bytes.u8(behind) == 0xff; // loaded and jumped to
+    }
+    return false;
+}
+
+patch_summary summarize_patch(uni::byte_view value)
+{
+    patch_summary made;
+    for_each_change(value, [&](const patch_change& change) {
+        ++made.changes;
+        made.writes_blindly = made.writes_blindly || change.is_blind;
+        made.writes_long_run = made.writes_long_run || change.after.size() >= long_run;
+        made.writes_branch =
+            made.writes_branch || (!change.shares_bytes && begins_with_branch(change.after));
+        return true;
+    });
+    return made;
+}
+
+std::string patched_module(uni::byte_view value)
+{
+    sdb::patch_op first;
+    std::string module;
+    if (sdb::decode_patch_op(first, value, 0)) {
+        uni::utf16_to_text(first.module_name, module);
+    }
+    return module;
+}
+
+} // namespace model

@@ -1,0 +1,48 @@
+// What a patch changes: its replacements with what was matched in their places.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "sdb/patch_op.h"
+#include "uni/byte_view.h"
+
+namespace model {
+
+struct patch_change {
+    uni::byte_view module; // UTF-16LE
+    std::uint32_t address = 0;
+    uni::byte_view after;  // the bytes that are written
+    uni::byte_view before; // those of them that were matched there, from the first on
+    std::optional<std::uint32_t> matched_at; // where the match begins that holds the address
+    bool is_blind = false;                   // nothing of its module was matched before it
+    bool shares_bytes = false; // it is told without its bytes, as operations overlap without end
+};
+
+// Calls `act` for each replacement in a patch value, until it answers false.
+void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act);
+
+// Whether bytes that are written change what code does: they begin with a jump or a call, no-operations
+// aside. Those that spell a text are none.
+bool begins_with_branch(uni::byte_view bytes);
+
+// The text that bytes spell, four printable characters of ASCII or more, single or of two bytes; empty for
+// any other bytes.
+std::string text_spelt(uni::byte_view bytes);
+
+// What a patch value does as a whole.
+struct patch_summary {
+    std::uint64_t changes = 0;
+    bool writes_branch = false;
+    bool writes_long_run = false;
+    bool writes_blindly = false;
+};
+inline constexpr std::size_t long_run = 32; // bytes in one replacement
+patch_summary summarize_patch(uni::byte_view value);
+
+// The module of the first operation.
+std::string patched_module(uni::byte_view value);
+
+} // namespace model

@@ -1,0 +1,170 @@
+#include "model/payload.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "uni/text.h"
+
+namespace model {
+
+namespace {
+
+constexpr double high_entropy = 7.2;
+constexpr std::uint64_t least_for_entropy = 256;
+constexpr std::uint64_t block_for_entropy = 4096;
+constexpr std::uint64_t long_base64 = 64;
+
+std::vector<std::string> entries_of(const knowledge& known, name_list list)
+{
+    std::vector<std::string> texts;
+    for (const auto& [entry, note] : known.entries(list)) {
+        texts.push_back(entry);
+    }
+    return texts;
+}
+
+// The head of a program: "MZ", and where its word at 0x3c leads, "PE" and two zeros.
+payload find_program(uni::byte_view bytes)
+{
+    for (std::uint64_t at = 0; at + 0x40 <= bytes.size(); ++at) {
+        if (bytes.u8(at) == 'M' && bytes.u8(at + 1) == 'Z') {
+            const std::uint64_t head = at + bytes.u32(at + 0x3c);
+            if (bytes.contains(head, 4) && bytes.u32(head) == 0x4550) {
+                return {payload_kind::program, at, 0};
+            }
+        }
+    }
+    return {};
+}
+
+bool is_base64(std::uint16_t unit)
+{
+    return (unit >= 'a' && unit <= 'z') || (unit >= 'A' && unit <= 'Z') ||
+           (unit >= '0' && unit <= '9') || unit == '+' || unit == '/';
+}
+
+// A run of characters of that width that decodes: padded to a multiple of four.
+payload find_base64(uni::byte_view bytes, std::uint64_t width)
+{
+    const auto unit_at = [&](std::uint64_t at) -> std::uint16_t {
+        return width == 2 ? bytes.u16(at) : bytes.u8(at);
+    };
+    for (std::uint64_t at = 0; at + width <= bytes.size();) {
+        std::uint64_t end = at;
+        while (end + width <= bytes.size() && is_base64(unit_at(end))) {
+            end += width;
+        }
+        std::uint64_t padded = end;
+        while (padded + width <= bytes.size() && padded < end + 2 * width &&
+               unit_at(padded) == '=') {
+            padded += width;
+        }
+        const std::uint64_t length = (padded - at) / width;
+        if ((end - at) / width >= long_base64 && length % 4 == 0) {
+            return {payload_kind::base64, at, length};
+        }
+        at = std::max(end, padded) + width;
+    }
+    return {};
+}
+
+payload find_packed(uni::byte_view bytes)
+{
+    if (bytes.size() >= least_for_entropy && entropy_of(bytes) >= high_entropy) {
+        return {payload_kind::packed, 0, bytes.size()};
+    }
+    for (std::uint64_t at = 0; at + block_for_entropy <= bytes.size(); at += block_for_entropy) {
+        if (entropy_of(bytes.slice(at, block_for_entropy)) >= high_entropy) {
+            return {payload_kind::packed, at, block_for_entropy};
+        }
+    }
+    return {};
+}
+
+// Whether stored text is none: it holds halves of surrogate pairs alone.
+bool has_lone_surrogates(uni::byte_view stored)
+{
+    for (std::uint64_t at = 0; at + 2 <= stored.size(); at += 2) {
+        const std::uint16_t unit = stored.u16(at);
+        if (unit >= 0xd800 && unit < 0xdc00) {
+            const std::uint16_t next = stored.u16(at + 2);
+            if (next < 0xdc00 || next > 0xdfff) {
+                return true;
+            }
+            at += 2;
+        } else if (unit >= 0xdc00 && unit < 0xe000) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+double entropy_of(uni::byte_view bytes)
+{
+    std::array<std::uint64_t, 256> counts{};
+    for (const std::uint8_t byte : bytes.bytes()) {
+        ++counts[byte];
+    }
+    const auto all = static_cast<double>(bytes.size());
+    double bits = 0;
+    for (const std::uint64_t count : counts) {
+        if (count != 0) {
+            const double share = static_cast<double>(count) / all;
+            bits -= share * std::log2(share);
+        }
+    }
+    return bits;
+}
+
+payload_search::payload_search(const knowledge& known)
+    : scripts_(entries_of(known, name_list::script_mark))
+{}
+
+// Zeros are passed over, so that characters of two bytes are found as those of one.
+payload payload_search::find_script(uni::byte_view bytes) const
+{
+    uni::text_set::state state = uni::text_set::start;
+    std::uint64_t at = 0;
+    for (const std::uint8_t byte : bytes.bytes()) {
+        ++at;
+        if (byte != 0) {
+            state = scripts_.next(state, uni::lower_ascii(static_cast<char>(byte)));
+            if (scripts_.is_found(state)) {
+                return {payload_kind::script, at - 1, 0};
+            }
+        }
+    }
+    return {};
+}
+
+payload payload_search::in_binary(uni::byte_view bytes) const
+{
+    payload found = find_program(bytes);
+    if (found.kind == payload_kind::none) {
+        found = find_script(bytes);
+    }
+    if (found.kind == payload_kind::none) {
+        found = find_base64(bytes, 1);
+    }
+    return found.kind == payload_kind::none ? find_packed(bytes) : found;
+}
+
+payload payload_search::in_text(uni::byte_view stored) const
+{
+    payload found = find_program(stored);
+    if (found.kind == payload_kind::none) {
+        found = find_script(stored);
+    }
+    if (found.kind == payload_kind::none) {
+        found = find_base64(stored, 2);
+    }
+    const bool may_be_packed = found.kind == payload_kind::none &&
+                               stored.size() >= least_for_entropy && has_lone_surrogates(stored);
+    return may_be_packed ? find_packed(stored) : found;
+}
+
+} // namespace model

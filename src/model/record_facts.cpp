@@ -1,0 +1,83 @@
+#include "model/record_facts.h"
+
+#include <string_view>
+
+#include "uni/numbers.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+} // namespace
+
+std::uint32_t child_of(const sdb::sdb_database& database, std::uint32_t list, std::uint16_t tag)
+{
+    const auto head = database.ordinal_of(list);
+    if (!head) {
+        return 0;
+    }
+    const sdb::tag_table& relation = database.children();
+    for (sdb::tag_ordinal child = head->next(); child < relation.end(*head);
+         child = relation.end(child)) {
+        if (database.tag_at(child) == tag) {
+            return database.offset_at(child);
+        }
+    }
+    return 0;
+}
+
+std::string text_at(const sdb::sdb_database& database, std::uint32_t offset, std::size_t longest)
+{
+    std::string text;
+    const std::uint16_t type = sdb::tag_type(database.tag_from(offset));
+    if (type == sdb::type::stringref) {
+        const uni::byte_view stored = database.string_bytes(database.word_behind(offset));
+        uni::utf16_to_text(uni::beginning_of(stored, longest), text);
+    } else if (type == sdb::type::string) {
+        uni::utf16_to_text(uni::beginning_of(database.payload_at(offset), longest), text);
+    }
+    return text;
+}
+
+std::string text_in(const sdb::sdb_database& database, std::uint32_t list, std::uint16_t tag,
+                    std::size_t longest)
+{
+    const std::uint32_t child = child_of(database, list, tag);
+    return child == 0 ? std::string() : text_at(database, child, longest);
+}
+
+std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list, std::size_t longest)
+{
+    std::string name = text_in(database, list, tag::name, longest);
+    if (name.empty()) {
+        name = sdb::tag_name(database.tag_from(list)) + " at 0x";
+        char digits[16];
+        name.append(digits, uni::put_hex(digits, list, 8));
+    }
+    return name;
+}
+
+std::string stem_of(std::string_view path)
+{
+    std::string name = uni::lowered(path.substr(path.find_last_of("\\/") + 1));
+    constexpr std::string_view extensions[] = {".exe", ".dll", ".sys", ".com", ".scr", ".ocx"};
+    for (const std::string_view extension : extensions) {
+        if (name.size() > extension.size() && name.ends_with(extension)) {
+            name.resize(name.size() - extension.size());
+            break;
+        }
+    }
+    return name;
+}
+
+bool is_matching_list(std::uint16_t tag)
+{
+    return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||
+           tag == tag::matching_device || tag == tag::matching_info_block;
+}
+
+} // namespace model

@@ -1,0 +1,197 @@
+#include "model/record_groupings.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <span>
+#include <string>
+
+#include "model/content.h"
+#include "model/fix_uses.h"
+#include "model/record_facts.h"
+#include "model/text_memo.h"
+#include "sdb/tags.h"
+#include "uni/guid.h"
+#include "uni/text.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+struct named_record {
+    std::uint64_t name; // hash
+    std::uint32_t record;
+    auto operator<=>(const named_record&) const = default;
+};
+struct numbered_record {
+    std::array<std::uint8_t, uni::guid_size> id;
+    std::uint32_t record;
+    auto operator<=>(const numbered_record&) const = default;
+};
+
+// Finds executables that share a name or an identifier. Names and fixes are held against each other by
+// digests under a key of this run.
+class duplicate_search {
+public:
+    explicit duplicate_search(const sdb::sdb_database& database)
+        : database_(database), hashes_(database)
+    {
+        for (const sdb::tag_table::list_row& list : database.children().lists()) {
+            if (list.tag == tag::exe) {
+                note(database.offset_at(list.ordinal));
+            }
+        }
+        std::ranges::sort(named_);
+        std::ranges::sort(numbered_);
+    }
+
+    // Of one name, with different fixes.
+    std::vector<std::uint32_t> namesakes()
+    {
+        std::vector<std::uint32_t> found;
+        for (std::size_t first = 0, i = 0; i < named_.size(); first = i) {
+            while (i < named_.size() && named_[i].name == named_[first].name) {
+                ++i;
+            }
+            const auto same = std::span<const named_record>(named_).subspan(first, i - first);
+            if (same.size() > 1 && have_other_fixes(same)) {
+                std::ranges::transform(same, std::back_inserter(found), &named_record::record);
+            }
+        }
+        std::ranges::sort(found);
+        return found;
+    }
+
+    // Whose identifier comes once more.
+    std::vector<std::uint32_t> repeated_ids() const
+    {
+        std::vector<std::uint32_t> found;
+        for (std::size_t i = 1; i < numbered_.size(); ++i) {
+            if (numbered_[i].id == numbered_[i - 1].id) {
+                found.push_back(numbered_[i].record);
+            }
+        }
+        std::ranges::sort(found);
+        return found;
+    }
+
+private:
+    void note(std::uint32_t record)
+    {
+        if (const std::uint32_t name = child_of(database_, record, tag::name)) {
+            named_.push_back({hash_of_text(name), record});
+        }
+        const std::uint32_t id = child_of(database_, record, tag::exe_id);
+        if (id != 0 && database_.payload_at(id).size() == uni::guid_size) {
+            numbered_record& one = numbered_.emplace_back();
+            std::ranges::copy(database_.payload_at(id).bytes(), one.id.begin());
+            one.record = record;
+        }
+    }
+
+    // Of a text, ASCII case aside.
+    std::uint64_t hash_of_text(std::uint32_t text)
+    {
+        return hashes_.of(database_.word_behind(text), [&] {
+            const std::string lower = uni::lowered(text_at(database_, text));
+            return keyed_digest(key_, 0, uni::byte_view(uni::bytes_of(lower))).low;
+        });
+    }
+
+    // The fixes of a record, whatever their order.
+    std::uint64_t hash_of_fixes(std::uint32_t record)
+    {
+        std::uint64_t sum = 0;
+        database_.for_each_child(record, [&](std::uint32_t offset, std::uint16_t child) {
+            if (!is_fix_reference(child) && child != tag::apphelp) {
+                return;
+            }
+            std::uint64_t names[3] = {};
+            database_.for_each_child(offset, [&](std::uint32_t inner, std::uint16_t own) {
+                if (own == tag::name) {
+                    names[0] = hash_of_text(inner);
+                } else if (own == tag::command_line) {
+                    names[1] = hash_of_text(inner);
+                } else if (sdb::is_expanded_dword_tag(own)) {
+                    names[2] = database_.word_behind(inner);
+                }
+            });
+            std::uint8_t bytes[sizeof(names)];
+            std::memcpy(bytes, names, sizeof(names));
+            sum += keyed_digest(key_, child, uni::byte_view(bytes)).low;
+        });
+        return sum;
+    }
+
+    bool have_other_fixes(std::span<const named_record> same)
+    {
+        const std::uint64_t fixes = hash_of_fixes(same.front().record);
+        return std::ranges::any_of(same.subspan(1), [&](const named_record& one) {
+            return hash_of_fixes(one.record) != fixes;
+        });
+    }
+
+    const sdb::sdb_database& database_;
+    const content_key key_ = random_content_key();
+    text_memo<std::uint64_t> hashes_;
+    io::roomy_vector<named_record> named_;
+    io::roomy_vector<numbered_record> numbered_;
+};
+
+bool has_words_itself(const sdb::sdb_database& database, std::uint32_t message)
+{
+    bool has = false;
+    database.for_each_child(message, [&](std::uint32_t, std::uint16_t child) {
+        has = has || child == tag::apphelp_title || child == tag::apphelp_details ||
+              child == tag::apphelp_contact || child == tag::link || child == tag::link_text ||
+              child == tag::link_url || child == tag::url;
+    });
+    return has;
+}
+
+} // namespace
+
+record_groupings::record_groupings(const sdb::sdb_database& database) : database_(database)
+{
+    note_messages();
+    duplicate_search duplicates(database);
+    namesakes_ = duplicates.namesakes();
+    repeated_ids_ = duplicates.repeated_ids();
+}
+
+void record_groupings::note_messages()
+{
+    for (const sdb::tag_table::list_row& list : database_.children().lists()) {
+        if (list.tag != tag::apphelp) {
+            continue;
+        }
+        const std::uint32_t message = database_.offset_at(list.ordinal);
+        if (const std::uint32_t help = child_of(database_, message, tag::htmlhelpid)) {
+            has_words_by_id_[database_.word_behind(help)] |= has_words_itself(database_, message);
+        }
+    }
+}
+
+bool record_groupings::has_namesake(std::uint32_t exe) const
+{
+    return std::ranges::binary_search(namesakes_, exe);
+}
+
+bool record_groupings::repeats_id(std::uint32_t exe) const
+{
+    return std::ranges::binary_search(repeated_ids_, exe);
+}
+
+bool record_groupings::has_words(std::uint32_t message) const
+{
+    const std::uint32_t help = child_of(database_, message, tag::htmlhelpid);
+    if (help == 0) {
+        return has_words_itself(database_, message);
+    }
+    const auto known = has_words_by_id_.find(database_.word_behind(help));
+    return known != has_words_by_id_.end() && known->second;
+}
+
+} // namespace model

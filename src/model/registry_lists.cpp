@@ -1,0 +1,346 @@
+#include "model/registry_lists.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "hive/hive_query.h"
+#include "model/place.h"
+#include "model/stored_path.h"
+#include "model/suspect_paths.h"
+#include "uni/byte_view.h"
+#include "uni/text.h"
+#include "uni/time.h"
+#include "uni/utf.h"
+
+namespace model {
+
+namespace {
+
+constexpr std::string_view flags_key = "Microsoft\\Windows NT\\CurrentVersion\\AppCompatFlags\\";
+constexpr std::uint64_t near_enough = 600 * uni::ticks_per_second;
+constexpr std::uint64_t a_year = 366 * 86'400 * uni::ticks_per_second;
+constexpr std::uint32_t main_type = 0x80000000;
+
+std::string text_of(const hive::hive_value_record& row)
+{
+    std::string text;
+    uni::utf16_to_text(uni::byte_view(row.data), text);
+    return text;
+}
+
+hive::query_outcome ask(const hive::hive_image& image, const std::string& key, hive::data_need need,
+                        bool keeps_empty, const hive::row_taker& take)
+{
+    hive::registry_cmd_parameters question;
+    question.key = key;
+    question.keeps_empty_rows = keeps_empty;
+    question.need = [need](std::string_view) { return need; };
+    return hive::hive_query(question, image, take);
+}
+
+std::string id_of_value(std::string_view name)
+{
+    std::string id = uni::lowered(name);
+    constexpr std::string_view extension = ".sdb";
+    if (id.ends_with(extension)) {
+        id.resize(id.size() - extension.size());
+    }
+    return id;
+}
+
+bool is_moment(std::uint64_t time)
+{
+    return uni::time_value_from(time, uni::time_kind::filetime).valid;
+}
+
+bool are_apart(std::uint64_t a, std::uint64_t b)
+{
+    return is_moment(a) && is_moment(b) && (a > b ? a - b : b - a) > near_enough;
+}
+
+placed_finding placed(const knowledge& known, signal what, std::string database,
+                      finding_part first = {}, finding_part second = {}, std::size_t variant = 0)
+{
+    placed_finding made;
+    made.database = std::move(database);
+    made.found.kind = &known.of(what);
+    made.found.weighs = made.found.kind->weighs;
+    made.found.first = std::move(first);
+    made.found.second = std::move(second);
+    made.found.variant = variant;
+    return made;
+}
+
+// Judges what is registered, key by key.
+class registry_judge {
+public:
+    registry_judge(const knowledge& known, const registry_lists& lists, const file_probe& is_there)
+        : known_(known), lists_(lists), is_there_(is_there)
+    {
+        for (const custom_entry& entry : lists.customs) {
+            by_id_[entry.id].push_back(&entry);
+        }
+    }
+
+    void judge(const installed_database& one)
+    {
+        const std::string& path = one.database_path.empty() ? one.key_path : one.database_path;
+        add(signal::reg_new, path, finding_part(one.key_path));
+        if (!lists_.told.contains(one.key_path)) {
+            judge_place(one);
+        }
+        judge_presence(one);
+        if (!by_id_.contains(one.key_path)) {
+            add(signal::reg_half, path, finding_part(one.key_path), {}, 1);
+        }
+        if (lists_.has_uninstall_key && !lists_.uninstalls.contains(one.key_path + ".sdb")) {
+            add(signal::reg_no_uninstall, path, finding_part(one.key_path));
+        }
+        if ((one.database_type & main_type) != 0) {
+            add(signal::reg_type, path, finding_part(one.key_path),
+                finding_part(std::to_string(one.database_type)));
+        }
+        if (poses_as_update(known_, one.description)) {
+            add(signal::reg_update_name, path, finding_part(one.description), {}, 1);
+        }
+        judge_times(one, path);
+    }
+
+    void judge_custom(const custom_entry& entry, const installed_databases& installed)
+    {
+        const auto known_one = installed.by_key().find(entry.id);
+        const bool is_installed = known_one != installed.by_key().end();
+        const std::string path = is_installed ? known_one->second.database_path : entry.id;
+        add(signal::reg_new, path, finding_part(entry.id), finding_part(entry.program), 1);
+        found_.back().program = entry.program;
+        if (!is_installed) {
+            add(signal::reg_half, path, finding_part(entry.id), finding_part(entry.program));
+            found_.back().program = entry.program;
+        }
+    }
+
+    void judge_layers(const layers_entry& entry)
+    {
+        const std::string lower = uni::lowered(entry.layers);
+        std::string watched;
+        for (const std::string& word : uni::split(lower, ' ', true)) {
+            if (known_.holds(name_list::watched_layer, word)) {
+                watched += (watched.empty() ? "" : " ") + word;
+            }
+        }
+        if (!watched.empty() && is_writable_place(known_, entry.program)) {
+            add(signal::reg_layer, {}, finding_part(entry.program), finding_part(watched));
+            found_.back().program = entry.program;
+        }
+    }
+
+    void judge_driver(const driver_entry& entry)
+    {
+        add(signal::reg_driver, {}, finding_part(entry.driver), finding_part(entry.shims));
+        found_.back().program = entry.driver;
+    }
+
+    std::vector<placed_finding> take() { return std::move(found_); }
+
+private:
+    void add(signal what, const std::string& database, finding_part first = {},
+             finding_part second = {}, std::size_t variant = 0)
+    {
+        found_.push_back(
+            placed(known_, what, database, std::move(first), std::move(second), variant));
+    }
+
+    void judge_place(const installed_database& one)
+    {
+        const std::string& path = one.database_path;
+        const stored_path stored = read_stored_path(path);
+        if (stored.kind == stored_kind::on_volume) {
+            const std::string place = folded(stored.names);
+            if (kind_of_place(known_, place) == place_kind::elsewhere) {
+                add(signal::place_outside, path,
+                    finding_part(path.substr(0, path.find_last_of("\\/"))));
+            }
+            if (!uni::lowered(path).ends_with(".sdb")) {
+                add(signal::place_extension, path, finding_part(file_name_of(path)));
+            }
+        }
+        if (!path.empty() && is_writable_place(known_, path)) {
+            add(signal::place_writable, path, finding_part(path));
+        }
+    }
+
+    void judge_presence(const installed_database& one)
+    {
+        const std::string& path = one.database_path;
+        const std::optional<bool> is_there = is_there_ ? is_there_(path) : std::nullopt;
+        if (is_there && !*is_there) {
+            add(signal::reg_missing, path, finding_part(one.key_path), finding_part(path));
+        }
+    }
+
+    void judge_times(const installed_database& one, const std::string& path)
+    {
+        const finding_part installed = finding_part::moment(one.install_time);
+        if (are_apart(one.install_time, one.key_modtime)) {
+            add(signal::time_keys, path, installed, finding_part::moment(one.key_modtime));
+        }
+        const auto entries = by_id_.find(one.key_path);
+        if (entries == by_id_.end()) {
+            return;
+        }
+        for (const custom_entry* const entry : entries->second) {
+            if (are_apart(one.install_time, entry->time)) {
+                add(signal::time_keys, path, installed, finding_part::moment(entry->time), 1);
+                found_.back().program = entry->program;
+            }
+            if (are_apart(one.install_time, entry->key_time)) {
+                add(signal::time_keys, path, installed, finding_part::moment(entry->key_time), 2);
+                found_.back().program = entry->program;
+            }
+        }
+    }
+
+    const knowledge& known_;
+    const registry_lists& lists_;
+    const file_probe& is_there_;
+    std::map<std::string, std::vector<const custom_entry*>> by_id_;
+    std::vector<placed_finding> found_;
+};
+
+} // namespace
+
+void read_registry_lists(registry_lists& lists, const hive::hive_image& image)
+{
+    const auto note = [&](const hive::query_outcome& outcome) {
+        lists.is_damaged = lists.is_damaged || outcome.is_damaged;
+        return outcome.has_keys;
+    };
+    const std::string machine = "HKLM\\Software\\";
+    const std::string flags = machine + std::string(flags_key);
+    lists.has_installed_key |=
+        note(ask(image, flags + "InstalledSDB\\?*", hive::data_need::existence, false,
+                 [](hive::hive_value_record&&) {}));
+    note(ask(image, flags + "Custom\\?*", hive::data_need::number, false,
+             [&](hive::hive_value_record&& row) {
+                 lists.customs.push_back({row.path_segments->back(), id_of_value(row.value_name),
+                                          uni::byte_view(row.data).u64(0), row.last_write});
+             }));
+    for (const std::string_view below : {"", "Wow6432Node\\"}) {
+        const std::string key =
+            machine + std::string(below) + "Microsoft\\Windows\\CurrentVersion\\Uninstall\\?*";
+        lists.has_uninstall_key |= note(
+            ask(image, key, hive::data_need::existence, true, [&](hive::hive_value_record&& row) {
+                lists.uninstalls.insert(uni::lowered(row.path_segments->back()));
+            }));
+    }
+    for (const std::string& root : {machine, std::string("User\\Software\\")}) {
+        note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text, false,
+                 [&](hive::hive_value_record&& row) {
+                     lists.layers.push_back({row.value_name, text_of(row)});
+                 }));
+    }
+    note(ask(image, "HKLM\\System\\CurrentControlSet\\Control\\Compatibility\\Driver\\?*",
+             hive::data_need::text, false, [&](hive::hive_value_record&& row) {
+                 if (uni::equal_ignoring_case(row.value_name, "Shims")) {
+                     lists.drivers.push_back({row.path_segments->back(), text_of(row)});
+                 }
+             }));
+}
+
+std::vector<placed_finding> judge_registry(const knowledge& known,
+                                           const installed_databases& installed,
+                                           const registry_lists& lists, const file_probe& is_there)
+{
+    registry_judge judge(known, lists, is_there);
+    for (const auto& [key, one] : installed.by_key()) {
+        judge.judge(one);
+    }
+    for (const custom_entry& entry : lists.customs) {
+        judge.judge_custom(entry, installed);
+    }
+    for (const layers_entry& entry : lists.layers) {
+        judge.judge_layers(entry);
+    }
+    for (const driver_entry& entry : lists.drivers) {
+        judge.judge_driver(entry);
+    }
+    return judge.take();
+}
+
+void judge_registration(finding_list& findings, const examined_database& examined,
+                        const database_identity& identity, const installed_database* facts,
+                        const registry_lists& lists, const std::vector<std::string>& programs)
+{
+    const auto add = [&](signal what, finding_part first, finding_part second,
+                         std::size_t variant = 0) {
+        if (std::optional<finding> made = found(examined, what, 0)) {
+            made->first = std::move(first);
+            made->second = std::move(second);
+            made->variant = variant;
+            findings.add(*std::move(made));
+        }
+    };
+    if (facts == nullptr) {
+        return;
+    }
+    const std::string name = internal_name(examined.database, identity);
+    if (!facts->description.empty() && facts->description != name) {
+        add(signal::reg_description, finding_part(facts->description), finding_part(name));
+    }
+    if (is_moment(facts->install_time) && is_moment(identity.time.value_or(0))) {
+        const std::uint64_t made = *identity.time;
+        const finding_part made_at = finding_part::moment(made);
+        const finding_part installed_at = finding_part::moment(facts->install_time);
+        if (made > facts->install_time) {
+            add(signal::time_after, made_at, installed_at);
+        } else if (facts->install_time - made > a_year) {
+            add(signal::time_long, made_at, installed_at);
+        }
+    }
+    std::vector<std::string> registered;
+    for (const custom_entry& entry : lists.customs) {
+        if (entry.id == facts->key_path) {
+            registered.push_back(uni::lowered(entry.program));
+        }
+    }
+    if (registered.empty()) {
+        return; // which is told by the registry itself
+    }
+    std::ranges::sort(registered);
+    std::vector<std::string> differing;
+    std::ranges::set_difference(registered, programs, std::back_inserter(differing));
+    for (const std::string& program : differing) {
+        add(signal::reg_exe, finding_part(program), {});
+    }
+    differing.clear();
+    std::ranges::set_difference(programs, registered, std::back_inserter(differing));
+    for (const std::string& program : differing) {
+        add(signal::reg_exe, finding_part(program), {}, 1);
+    }
+}
+
+std::vector<placed_finding> judge_compilers(const knowledge& known,
+                                            std::vector<seen_database> databases)
+{
+    std::ranges::sort(databases, {}, &seen_database::path);
+    std::map<std::string, std::size_t> counts;
+    for (const seen_database& one : databases) {
+        ++counts[one.compiler];
+    }
+    const auto most =
+        std::ranges::max_element(counts, {}, [](const auto& count) { return count.second; });
+    std::vector<placed_finding> made;
+    if (counts.empty() || most->second * 2 <= databases.size() || most->second < 2) {
+        return made; // nothing is usual
+    }
+    for (const seen_database& one : databases) {
+        if (one.compiler != most->first && !one.compiler.empty()) {
+            made.push_back(placed(known, signal::who_compiler, one.path, finding_part(one.compiler),
+                                  finding_part(most->first), 1));
+        }
+    }
+    return made;
+}
+
+} // namespace model

@@ -1,0 +1,523 @@
+#include "model/subject_judge.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "model/patch_changes.h"
+#include "model/record_facts.h"
+#include "model/suspect_paths.h"
+#include "model/text_memo.h"
+#include "sdb/tags.h"
+#include "uni/guid.h"
+#include "uni/text.h"
+#include "uni/utf.h"
+
+namespace model {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+constexpr std::uint32_t hard_block = 2; // of PROBLEMSEVERITY
+
+// What a program is, by its name: a bit for each of these lists.
+constexpr auto program_lists = std::to_array<std::pair<name_list, signal>>({
+    {name_list::core_process, signal::target_core},
+    {name_list::security_product, signal::target_security},
+    {name_list::elevating_program, signal::target_elevating},
+    {name_list::script_host, signal::target_host},
+    {name_list::keeper_of_secrets, signal::target_secrets},
+    {name_list::updater, signal::count},
+    {name_list::administration_tool, signal::count},
+});
+constexpr unsigned bit_of(name_list list)
+{
+    for (std::size_t i = 0; i < program_lists.size(); ++i) {
+        if (program_lists[i].first == list) {
+            return 1u << i;
+        }
+    }
+    return 0;
+}
+constexpr unsigned guards = bit_of(name_list::core_process) | bit_of(name_list::security_product);
+constexpr unsigned not_to_be_blocked = bit_of(name_list::security_product) |
+                                       bit_of(name_list::updater) |
+                                       bit_of(name_list::administration_tool);
+
+// Fixes for which there is more to look at than their family.
+enum class special : std::uint8_t { none, inject, redirect_program, redirect_paths, block };
+constexpr std::pair<std::string_view, special> special_fixes[] = {
+    {"injectdll", special::inject},
+    {"redirectexe", special::redirect_program},
+    {"correctfilepaths", special::redirect_paths},
+    {"redirectshortcut", special::redirect_paths},
+    {"modifyshelllinkpath", special::redirect_paths},
+    {"setenvironmentvariable", special::redirect_paths},
+    {"terminateexe", special::block},
+    {"ignoreloadlibrary", special::block},
+};
+
+// Kinds of fixes, as the tables call them.
+constexpr std::string_view fix_kinds[] = {"shim", "layer", "flag", "kernel-shim"};
+constexpr std::size_t shim_kind = 0;
+
+std::size_t kind_of_reference(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::layer:
+        return 1;
+    case tag::flag_ref:
+    case tag::kflag_ref:
+        return 2;
+    case tag::kshim_ref:
+        return 3;
+    default:
+        return shim_kind;
+    }
+}
+
+bool is_fact_of_file(std::uint16_t tag)
+{
+    return tag != tag::name && sdb::tag_type(tag) != sdb::type::null_;
+}
+
+} // namespace
+
+class subject_judge::state {
+public:
+    state(const examined_database& examined, const record_groupings& groupings,
+          const request::bounds& bounds)
+        : examined_(examined), database_(examined.database), known_(examined.known),
+          groupings_(groupings), bounds_(bounds), texts_(database_)
+    {
+        for (std::size_t i = 0; i < program_lists.size(); ++i) {
+            for (const auto& [name, note] : known_.entries(program_lists[i].first)) {
+                std::uint8_t& classes = classes_by_stem_[name];
+                classes = static_cast<std::uint8_t>(classes | 1u << i);
+            }
+        }
+    }
+
+    void look_at(subject& seen, std::uint32_t record)
+    {
+        seen.record = record;
+        seen.uses.clear();
+        seen.findings.clear();
+        to_ = &seen.findings;
+        record_ = record;
+        const std::uint16_t own = database_.tag_from(record);
+        look_at_own_tags(own);
+        if (own == tag::exe) {
+            judge_exe();
+        } else if (own == tag::patch) {
+            judge_patch(record, record);
+        } else if (own == tag::shim) {
+            judge_lines(record, record, special::none,
+                        child_of(database_, record, tag::command_line));
+        } else if (own == tag::kdriver) {
+            add(signal::driver_entries, record, finding_part(record));
+        }
+        seen.is_whole = gather_fix_uses(seen.uses, database_, record, bounds_);
+        for (const fix_use& use : seen.uses) {
+            judge_use(use);
+        }
+        seen.findings.settle();
+    }
+
+    const known_fix* fix_of(const fix_use& use) { return name_of(use).fix; }
+
+private:
+    // What there is to know of the name of a fix.
+    struct fix_name {
+        const known_fix* fix = nullptr;
+        special is = special::none;
+    };
+    // What a command line does.
+    struct line_facts {
+        bool has_suspect_module = false;
+        bool has_item_without_dll = false;
+        bool redirects = false;
+    };
+    struct definition_facts {
+        std::uint32_t command_line = 0; // tag
+        std::uint32_t bits = 0;         // the first of a patch
+        std::uint32_t changes = 0;
+        bool is_suspect_code = false;
+        bool names_core_module = false;
+    };
+    // What was found out about a text, as far as it was looked at as each of these.
+    enum looked_at : std::uint8_t { as_name = 1, as_line = 2, as_vendor = 4, as_fix = 8 };
+    struct text_facts {
+        std::uint8_t looked = 0; // as_fix and the bits above it for the kinds of fixes
+        std::uint8_t classes = 0;
+        bool has_wildcard = false;
+        bool is_maker = false;
+        line_facts line;
+        special is = special::none;
+        std::array<std::uint32_t, 4> fixes{}; // in known_fixes_, from 1 on; 0 for none
+    };
+
+    void add(signal what, std::uint32_t offset, finding_part first = {}, finding_part second = {},
+             std::size_t variant = 0, std::uint64_t number = 0)
+    {
+        if (std::optional<finding> made = found(examined_, what, offset)) {
+            made->first = std::move(first);
+            made->second = std::move(second);
+            made->variant = variant;
+            made->number = number;
+            to_->add(*std::move(made));
+        }
+    }
+
+    std::uint32_t reference_of(std::uint32_t text_tag) const
+    {
+        return database_.word_behind(text_tag);
+    }
+
+    // What is known of the text under a tag; `bit` tells as what it is looked at, and whether for the first
+    // time.
+    text_facts& facts_of_text(std::uint32_t text, std::uint8_t bit, bool& is_new)
+    {
+        text_facts& facts = texts_.of(reference_of(text), [] { return text_facts(); });
+        is_new = (facts.looked & bit) == 0;
+        facts.looked = static_cast<std::uint8_t>(facts.looked | bit);
+        return facts;
+    }
+
+    const text_facts& facts_of_name(std::uint32_t name)
+    {
+        bool is_new = false;
+        text_facts& facts = facts_of_text(name, as_name, is_new);
+        if (is_new) {
+            const std::string text = uni::lowered(text_at(database_, name));
+            facts.has_wildcard = text.find_first_of("*?") != std::string::npos;
+            const auto known = classes_by_stem_.find(stem_of(text));
+            if (known != classes_by_stem_.end()) {
+                facts.classes = known->second;
+            }
+        }
+        return facts;
+    }
+
+    fix_name name_of(const fix_use& use)
+    {
+        const std::uint32_t name = use.name;
+        if (name == 0) {
+            return {};
+        }
+        const std::size_t kind = kind_of_reference(database_.tag_from(use.reference));
+        bool is_new = false;
+        text_facts& facts = facts_of_text(name, static_cast<std::uint8_t>(as_fix << kind), is_new);
+        if (is_new) {
+            find_fix(facts, text_at(database_, name), kind);
+        }
+        const std::uint32_t number = facts.fixes[kind];
+        return {number == 0 ? nullptr : known_fixes_[number - 1],
+                kind == shim_kind ? facts.is : special::none};
+    }
+
+    void find_fix(text_facts& facts, const std::string& text, std::size_t kind)
+    {
+        if (const known_fix* const fix = known_.fix(text, fix_kinds[kind])) {
+            known_fixes_.push_back(fix);
+            facts.fixes[kind] = static_cast<std::uint32_t>(known_fixes_.size());
+        }
+        for (const auto& [special_name, is] : special_fixes) {
+            if (uni::equal_ignoring_case(text, special_name)) {
+                facts.is = is;
+            }
+        }
+    }
+
+    const line_facts& facts_of_line(std::uint32_t line)
+    {
+        bool is_new = false;
+        text_facts& facts = facts_of_text(line, as_line, is_new);
+        if (is_new) {
+            const std::string text = text_at(database_, line);
+            const std::vector<std::string> modules = modules_named(text);
+            facts.line.has_suspect_module =
+                std::ranges::any_of(modules, [&](const std::string& module) {
+                    return is_suspect_module(known_, module);
+                });
+            facts.line.has_item_without_dll = has_item_without_dll(text);
+            facts.line.redirects = redirects_to_writable(known_, text);
+        }
+        return facts.line;
+    }
+
+    const definition_facts& facts_of(std::uint32_t definition)
+    {
+        const auto [place, is_new] = definitions_.try_emplace(definition);
+        if (is_new) {
+            place->second = read_definition(definition);
+        }
+        return place->second;
+    }
+
+    definition_facts read_definition(std::uint32_t definition) const
+    {
+        definition_facts facts;
+        database_.for_each_child(definition, [&](std::uint32_t offset, std::uint16_t own) {
+            if (own == tag::command_line && facts.command_line == 0) {
+                facts.command_line = offset;
+            } else if (own == tag::patch_bits) {
+                const uni::byte_view value = database_.payload_at(offset);
+                const patch_summary patch = summarize_patch(value);
+                facts.bits = facts.bits != 0 ? facts.bits : offset;
+                facts.changes += static_cast<std::uint32_t>(patch.changes);
+                facts.is_suspect_code |=
+                    patch.writes_branch || patch.writes_long_run || patch.writes_blindly;
+                facts.names_core_module |= names_core_module(value);
+            }
+        });
+        return facts;
+    }
+
+    bool names_core_module(uni::byte_view value) const
+    {
+        bool does = false;
+        sdb::for_each_patch_op(value, [&](const sdb::patch_op& op, std::uint64_t) {
+            std::string module;
+            uni::utf16_to_text(op.module_name, module);
+            const std::string stem = stem_of(module);
+            does = known_.holds(name_list::core_process, stem) ||
+                   known_.holds(name_list::core_module, stem);
+            return !does;
+        });
+        return does;
+    }
+
+    // The tags of the record itself.
+    void look_at_own_tags(std::uint16_t own)
+    {
+        name_ = child_of(database_, record_, tag::name);
+        classes_ = own == tag::exe && name_ != 0 ? facts_of_name(name_).classes : 0;
+        facts_ = 0;
+        const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
+        database_.for_each_child(record_, [&](std::uint32_t offset, std::uint16_t child) {
+            if (child == tag::vendor && is_maker(offset)) {
+                add(signal::who_vendor, offset, finding_part(offset), {}, 1);
+            } else if (child == tag::apphelp) {
+                judge_message(offset);
+            } else if (is_matching_list(child)) {
+                database_.for_each_child(offset, [&](std::uint32_t, std::uint16_t fact) {
+                    facts_ += is_fact_of_file(fact) ? 1 : 0;
+                });
+                const std::uint32_t file = child_of(database_, offset, tag::name);
+                facts_ += file != 0 && !is_own_name(file) ? 1 : 0;
+            } else if (sdb::tag_type(child) == sdb::type::null_ && is_record &&
+                       known_.holds(name_list::engine_switch, sdb::known_tag_name(child))) {
+                add(signal::engine_off, offset, finding_part(offset));
+            }
+        });
+    }
+
+    // Whether the name of a matching file means the program itself.
+    bool is_own_name(std::uint32_t file)
+    {
+        if (name_ != 0 && reference_of(file) == reference_of(name_)) {
+            return true;
+        }
+        const uni::byte_view stored = database_.string_bytes(reference_of(file));
+        if (stored.u16(0) == '*' && stored.u16(2) == 0) {
+            return true;
+        }
+        constexpr std::size_t longest = 512;
+        return name_ != 0 && uni::equal_ignoring_case(text_at(database_, file, longest),
+                                                      text_at(database_, name_, longest));
+    }
+
+    bool is_maker(std::uint32_t vendor)
+    {
+        bool is_new = false;
+        text_facts& facts = facts_of_text(vendor, as_vendor, is_new);
+        if (is_new) {
+            const std::string text = uni::lowered(text_at(database_, vendor));
+            facts.is_maker = known_.found_in(name_list::system_maker, text) != nullptr;
+        }
+        return facts.is_maker;
+    }
+
+    void judge_exe()
+    {
+        for (std::size_t i = 0; i < program_lists.size(); ++i) {
+            if ((classes_ >> i & 1) != 0 && program_lists[i].second != signal::count) {
+                add(program_lists[i].second, name_, finding_part(name_));
+            }
+        }
+        for (const std::uint32_t name : {name_, child_of(database_, record_, tag::wildcard_name)}) {
+            if (name != 0 && facts_of_name(name).has_wildcard) {
+                add(signal::target_wildcard, name, finding_part(name));
+                break;
+            }
+        }
+        if (facts_ == 0 && name_ != 0) {
+            add(signal::target_loose, name_, finding_part(name_));
+        }
+        if (!database_.indexes().empty() && !database_.is_indexed(*database_.ordinal_of(record_))) {
+            add(signal::shape_no_index, record_, finding_part(record_), {}, 1);
+        }
+        if (groupings_.has_namesake(record_)) {
+            add(signal::who_duplicate, name_, finding_part(name_));
+        }
+        if (groupings_.repeats_id(record_)) {
+            const std::uint32_t id = child_of(database_, record_, tag::exe_id);
+            const std::string text = uni::guid_text(database_.payload_at(id).bytes());
+            add(signal::who_duplicate, id, finding_part(text), {}, 1);
+        }
+    }
+
+    void judge_message(std::uint32_t message)
+    {
+        const std::uint32_t severity = child_of(database_, message, tag::problemseverity);
+        const std::uint32_t level = severity == 0 ? 0 : database_.word_behind(severity);
+        if ((level & hard_block) != 0 && (classes_ & not_to_be_blocked) != 0) {
+            add(signal::block_program, message, {}, {}, 1);
+        }
+        if (level != 0 && !groupings_.has_words(message)) {
+            add(signal::shape_silent, message);
+        }
+    }
+
+    void judge_use(const fix_use& use)
+    {
+        const std::uint64_t before = to_->count();
+        const fix_name name = name_of(use);
+        const std::uint16_t own = database_.tag_from(use.reference);
+        if (own == tag::patch_ref && use.definition != 0) {
+            judge_patch(use.definition, use.reference);
+        } else if (own == tag::shim_ref) {
+            judge_lines(use.reference, use.definition, name.is, use.command_line);
+        }
+        if (name.is == special::block && (classes_ & not_to_be_blocked) != 0) {
+            add(signal::block_program, use.reference, finding_part(use.reference));
+        }
+        if (name.fix != nullptr) {
+            judge_family(use, *name.fix, to_->count() != before);
+        }
+    }
+
+    void judge_family(const fix_use& use, const known_fix& fix, bool is_covered)
+    {
+        const auto tell = [&](const finding_kind& kind, weight weighs) {
+            finding made;
+            made.kind = &kind;
+            made.weighs = examined_.is_vendors_own ? weight::none : weighs;
+            made.offset = use.reference;
+            made.first = finding_part(use.reference);
+            made.second = finding_part(fix.words);
+            made.of_fix = &fix;
+            to_->add(std::move(made));
+        };
+        const auto tell_signal = [&](signal what) {
+            tell(known_.of(what), known_.of(what).weighs);
+        };
+        if (fix.family == "hide" && (classes_ & guards) != 0) {
+            tell_signal(signal::hide_ui);
+            is_covered = true;
+        }
+        if (fix.weighs < weight::medium) {
+            return;
+        }
+        const finding_kind* const kind = known_.kind_called("fix." + fix.family);
+        if (fix.family == "weaken") {
+            tell_signal(signal::weaken_fix);
+        } else if (fix.family == "elevate") {
+            tell_signal(signal::elevate_run);
+        } else if (!is_covered && kind != nullptr) {
+            tell(*kind, fix.weighs);
+        }
+    }
+
+    // What the command lines of a shim, those of the reference and of the definition, do.
+    void judge_lines(std::uint32_t reference, std::uint32_t definition, special is,
+                     std::uint32_t own_line)
+    {
+        const std::uint32_t line =
+            own_line != 0 || definition == 0 ? own_line : facts_of(definition).command_line;
+        const std::uint32_t at = own_line != 0 ? reference : definition;
+        const finding_part name(reference);
+        const auto tell = [&](signal what) {
+            add(what, reference, name, line == 0 ? finding_part() : finding_part(line),
+                line == 0 ? 1 : 0);
+        };
+        if (is == special::inject) {
+            tell(signal::inject_module);
+        } else if (is == special::redirect_program) {
+            tell(signal::redirect_exe);
+        }
+        if (line == 0) {
+            return;
+        }
+        const line_facts& facts = facts_of_line(line);
+        if (facts.has_suspect_module || (is == special::inject && facts.has_item_without_dll)) {
+            add(signal::inject_path, at, name, finding_part(line));
+        }
+        if (is == special::redirect_paths && facts.redirects) {
+            add(signal::redirect_path, at, name, finding_part(line));
+        }
+    }
+
+    // The facts of a patch that nothing refers to are not kept: it is looked at once.
+    void judge_patch(std::uint32_t patch, std::uint32_t reference)
+    {
+        const definition_facts facts =
+            patch == reference ? read_definition(patch) : facts_of(patch);
+        const finding_part name(reference);
+        add(signal::patch_custom, patch, name);
+        if (!facts.is_suspect_code && !facts.names_core_module) {
+            return;
+        }
+        const finding_part module(patched_module(database_.payload_at(facts.bits)));
+        if (facts.is_suspect_code) {
+            add(signal::patch_code, patch, name, module, facts.changes == 1 ? 0 : 1, facts.changes);
+        }
+        if (facts.names_core_module) {
+            add(signal::patch_core, patch, name, module);
+        }
+    }
+
+    const examined_database& examined_;
+    const sdb::sdb_database& database_;
+    const knowledge& known_;
+    const record_groupings& groupings_;
+    const request::bounds bounds_;
+
+    // The subject in work.
+    finding_list* to_ = nullptr;
+    std::uint32_t record_ = 0;
+    std::uint32_t name_ = 0;  // tag
+    std::uint64_t facts_ = 0; // that tell its file apart
+    unsigned classes_ = 0;
+
+    std::unordered_map<std::string, std::uint8_t> classes_by_stem_;
+    text_memo<text_facts> texts_;
+    std::vector<const known_fix*> known_fixes_; // that were found
+
+    std::unordered_map<std::uint32_t, definition_facts> definitions_; // by offset
+};
+
+subject_judge::subject_judge(const examined_database& examined, const record_groupings& groupings,
+                             const request::bounds& bounds)
+    : state_(std::make_unique<state>(examined, groupings, bounds))
+{}
+
+subject_judge::~subject_judge() = default;
+
+void subject_judge::look_at(subject& seen, std::uint32_t record)
+{
+    state_->look_at(seen, record);
+}
+
+const known_fix* subject_judge::fix_of(const fix_use& use)
+{
+    return state_->fix_of(use);
+}
+
+} // namespace model

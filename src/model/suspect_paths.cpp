@@ -1,0 +1,138 @@
+#include "model/suspect_paths.h"
+
+#include <algorithm>
+#include <array>
+
+#include "uni/text.h"
+
+namespace model {
+
+namespace {
+
+constexpr std::string_view separators = ";|,\"'\r\n\t";
+
+bool has_drive(std::string_view path)
+{
+    const char letter = path.empty() ? '\0' : uni::lower_ascii(path[0]);
+    return path.size() >= 2 && letter >= 'a' && letter <= 'z' && path[1] == ':';
+}
+
+std::string with_backslashes(std::string_view path)
+{
+    std::string text = uni::lowered(path);
+    uni::replace_char(text, '/', '\\');
+    constexpr std::string_view long_form = "\\\\?\\";
+    constexpr std::string_view long_share = "\\\\?\\unc\\";
+    if (text.starts_with(long_share)) {
+        text.erase(2, long_share.size() - 2);
+    } else if (text.starts_with(long_form)) {
+        text.erase(0, long_form.size());
+    }
+    return text;
+}
+
+// Where a path begins in words that stand before a module's name, blanks among them: at the last drive,
+// share or variable, or else behind the last blank.
+std::size_t path_start(std::string_view words)
+{
+    for (std::size_t i = words.size(); i-- > 0;) {
+        const bool begins_word = i == 0 || words[i - 1] == ' ' || words[i - 1] == '=';
+        const std::string_view rest = words.substr(i);
+        if (begins_word && (has_drive(rest) || rest.starts_with("\\\\") || rest.starts_with("%"))) {
+            return i;
+        }
+    }
+    return words.find_last_of(" =") + 1; // 0 where there is none
+}
+
+} // namespace
+
+bool is_writable_place(const knowledge& known, std::string_view path)
+{
+    std::string text = with_backslashes(path);
+    if (text.starts_with("\\\\")) {
+        return true;
+    }
+    // A name in the root of a drive, which may be left out.
+    const std::size_t root = has_drive(text) ? 2 : 0;
+    const bool is_in_root = text.size() > root + 1 && text[root] == '\\' &&
+                            text.find('\\', root + 1) == std::string::npos;
+    return is_in_root || known.found_in(name_list::writable_folder, text) != nullptr;
+}
+
+std::vector<std::string> modules_named(std::string_view command_line)
+{
+    constexpr auto extensions =
+        std::to_array<std::string_view>({".dll", ".ocx", ".cpl", ".ax", ".drv"});
+    const std::string lower = uni::lowered(command_line);
+    std::vector<std::string> found;
+    std::size_t begin = 0;
+    for (std::size_t dot = lower.find('.'); dot != std::string::npos;
+         dot = lower.find('.', dot + 1)) {
+        const std::string_view rest = std::string_view(lower).substr(dot);
+        const auto extension = std::ranges::find_if(extensions, [&](std::string_view one) {
+            return rest.starts_with(one) &&
+                   (rest.size() == one.size() || rest[one.size()] == ' ' ||
+                    separators.find(rest[one.size()]) != std::string_view::npos);
+        });
+        if (extension == extensions.end()) {
+            continue;
+        }
+        const std::size_t end = dot + extension->size();
+        std::string_view words = command_line.substr(begin, end - begin);
+        words.remove_prefix(words.find_last_of(separators) + 1); // 0 for none
+        words = uni::trimmed(words);
+        found.emplace_back(words.substr(path_start(words)));
+        begin = end;
+    }
+    return found;
+}
+
+bool is_suspect_module(const knowledge& known, std::string_view module)
+{
+    const std::string text = with_backslashes(module);
+    if (text.find('\\') == std::string::npos) {
+        return has_drive(text); // the current folder of a drive
+    }
+    const bool is_absolute =
+        text.starts_with("\\\\") || (has_drive(text) && text[2] == '\\') || text.starts_with("%");
+    return !is_absolute || is_writable_place(known, text);
+}
+
+bool has_item_without_dll(std::string_view command_line)
+{
+    std::string items(command_line);
+    uni::replace_char(items, ',', ';');
+    const std::vector<std::string> parts = uni::split(items, ';', true);
+    return std::ranges::any_of(parts, [](const std::string& part) {
+        return uni::lowered(part).find(".dll") == std::string::npos;
+    });
+}
+
+bool redirects_to_writable(const knowledge& known, std::string_view command_line)
+{
+    std::string lower = with_backslashes(command_line);
+    uni::replace_char(lower, '|', ';');
+    bool has_system_place = false;
+    for (const std::string& item : uni::split(lower, ';', true)) {
+        const std::size_t equals = item.find('=');
+        const std::string_view value = equals == std::string::npos
+                                           ? std::string_view(item)
+                                           : std::string_view(item).substr(equals + 1);
+        const bool is_writable = is_writable_place(known, uni::trimmed(value));
+        if (equals != std::string::npos &&
+            known.holds(name_list::system_variable,
+                        uni::trimmed(std::string_view(item).substr(0, equals)))) {
+            has_system_place = true;
+        }
+        if (is_writable && has_system_place) {
+            return true;
+        }
+        has_system_place =
+            has_system_place ||
+            (!is_writable && known.found_in(name_list::system_path, item) != nullptr);
+    }
+    return false;
+}
+
+} // namespace model

@@ -1,0 +1,281 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "form/facts.h"
+#include "model/database_facts.h"
+#include "model/differences.h"
+#include "model/patch_changes.h"
+#include "model/record_facts.h"
+#include "report/effect_words.h"
+#include "report/finding_rows.h"
+#include "report/reports.h"
+#include "report/told_database.h"
+#include "report/value_words.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/text_buffer.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+constexpr std::string_view change_words[] = {"added", "removed", "changed"};
+
+std::string_view word_of(model::change_kind kind)
+{
+    return change_words[static_cast<std::size_t>(kind)];
+}
+
+// How two databases compare, by names.
+struct comparison_facts : public form::told_facts {
+    std::string_view kind() const override { return "compared"; }
+    void tell(form::fact_taker& to) const override
+    {
+        const model::database_identity identity = model::identity_of(*work.other);
+        to.fact("other", work.other_path);
+        to.fact("other_id",
+                identity.identifier.empty() ? form::value() : form::value(identity.identifier));
+        const std::string name = model::internal_name(*work.other, identity);
+        to.fact("other_name", name.empty() ? form::value() : form::value(name));
+        to.fact("unchanged", form::count{counts.unchanged});
+        to.fact("changed", form::count{counts.changed});
+        to.fact("added", form::count{counts.added});
+        to.fact("removed", form::count{counts.removed});
+    }
+
+    comparison_facts(const job& from, const model::difference_counts& of) : work(from), counts(of)
+    {}
+
+    const job& work;
+    const model::difference_counts& counts;
+};
+
+// Tells what differs, a row each.
+class difference_teller : public model::difference_listener {
+public:
+    explicit difference_teller(const job& work) : work_(work) {}
+
+    bool record(const model::record_change& one) override
+    {
+        record_ = one;
+        const sdb::sdb_database& told = one.after != 0 ? *work_.other : *work_.database;
+        const std::uint32_t offset = one.after != 0 ? one.after : one.before;
+        const std::uint16_t own = told.tag_from(offset);
+        kind_ = sdb::tag_name(own);
+        name_ = own == tag::database ? std::string()
+                                     : shortened(model::name_of_list(told, offset, longest));
+        uni::text_buffer line;
+        line.left(word_of(one.kind), 9);
+        line.left(kind_, 14);
+        line.text(name_);
+        const std::string head(line.view());
+        const std::string place = places(one);
+        if (one.kind == model::change_kind::changed) {
+            return work_.form.takes_more(offset) && work_.form.line(heading_line(head, place));
+        }
+        return row(one, {}, {}, {}, {heading_line(head, place)});
+    }
+
+    bool fact(const model::record_change& one) override
+    {
+        const sdb::sdb_database& told = one.after != 0 ? *work_.other : *work_.database;
+        const std::uint32_t offset = one.after != 0 ? one.after : one.before;
+        const std::uint16_t own = told.tag_from(offset);
+        if (own == tag::patch_bits && one.kind == model::change_kind::changed) {
+            return tell_patch(one);
+        }
+        return tell_fact(one, sdb::tag_name(own), text_of(*work_.database, one.before),
+                         text_of(*work_.other, one.after));
+    }
+
+    // What the file's head tells.
+    void tell_versions()
+    {
+        const auto version = [](const sdb::sdb_database& of) {
+            return std::to_string(of.version_major()) + "." + std::to_string(of.version_minor());
+        };
+        const std::string before = version(*work_.database);
+        const std::string after = version(*work_.other);
+        if (before != after) {
+            kind_ = "head";
+            tell_fact({}, "version", before, after);
+        }
+    }
+
+private:
+    static constexpr std::size_t longest = 300;
+
+    // The text of a scalar, or the name of a list.
+    std::string text_of(const sdb::sdb_database& database, std::uint32_t offset) const
+    {
+        if (offset == 0) {
+            return {};
+        }
+        return sdb::tag_type(database.tag_from(offset)) == sdb::type::list
+                   ? shortened(model::name_of_list(database, offset, longest))
+                   : value_words(database, offset, work_.options);
+    }
+
+    static std::string places(const model::record_change& one)
+    {
+        uni::text_buffer text;
+        const auto write = [&](std::uint32_t offset) {
+            if (offset != 0) {
+                text.literal("tag 0x");
+                text.hex(offset, 8);
+            }
+        };
+        write(one.before);
+        text.text(one.before != 0 && one.after != 0 ? " -> " : "");
+        write(one.after);
+        return std::string(text.view());
+    }
+
+    bool tell_fact(const model::record_change& one, const std::string& fact,
+                   const std::string& before, const std::string& after)
+    {
+        uni::text_buffer line;
+        line.blanks(2);
+        line.left(word_of(one.kind), 9);
+        line.left(fact, 24);
+        line.character(' ');
+        line.text(one.kind == model::change_kind::added     ? after
+                  : one.kind == model::change_kind::removed ? before
+                                                            : before + " -> " + after);
+        const std::string place = places(one);
+        line.text(place.empty() ? "" : "  ");
+        line.text(place);
+        return row(one, fact, before, after, {std::string(line.view())});
+    }
+
+    // The changes that one patch makes and the other does not.
+    bool tell_patch(const model::record_change& one)
+    {
+        const auto lines_of = [](const sdb::sdb_database& database, std::uint32_t offset) {
+            constexpr std::size_t most = 10'000;
+            std::vector<std::string> lines;
+            model::for_each_change(database.payload_at(offset),
+                                   [&](const model::patch_change& change) {
+                                       lines.push_back(change_line(change));
+                                       return lines.size() < most;
+                                   });
+            std::ranges::sort(lines);
+            return lines;
+        };
+        const std::vector<std::string> before = lines_of(*work_.database, one.before);
+        const std::vector<std::string> after = lines_of(*work_.other, one.after);
+        const auto size_words = [](const sdb::sdb_database& database, std::uint32_t offset) {
+            return std::to_string(database.payload_at(offset).size()) + " bytes";
+        };
+        std::vector<std::string> gone;
+        std::vector<std::string> come;
+        std::ranges::set_difference(before, after, std::back_inserter(gone));
+        std::ranges::set_difference(after, before, std::back_inserter(come));
+        if (!tell_fact(one, "patch_bits", size_words(*work_.database, one.before),
+                       size_words(*work_.other, one.after))) {
+            return false;
+        }
+        for (const std::string& line : gone) {
+            tell_fact({model::change_kind::removed, one.before, 0}, "change", line, {});
+        }
+        for (const std::string& line : come) {
+            tell_fact({model::change_kind::added, 0, one.after}, "change", {}, line);
+        }
+        return work_.form.goes_on();
+    }
+
+    bool row(const model::record_change& one, const std::string& fact, const std::string& before,
+             const std::string& after, const std::vector<std::string>& lines)
+    {
+        const auto place = [](std::uint32_t offset) {
+            return offset == 0 ? form::value() : form::value(form::hex_number{offset});
+        };
+        const auto text = [](const std::string& words) {
+            return words.empty() ? form::value() : form::value(words);
+        };
+        const form::cell cells[] = {
+            {.name = "database", .shown = work_.path, .names_document = true},
+            {.name = "other", .shown = work_.other_path},
+            {.name = "change", .shown = std::string(word_of(one.kind))},
+            {.name = "record", .shown = kind_},
+            {.name = "name", .shown = text(name_)},
+            {.name = "record_offset", .shown = place(record_.before)},
+            {.name = "other_record_offset", .shown = place(record_.after)},
+            {.name = "fact", .shown = text(fact)},
+            {.name = "before", .shown = text(before)},
+            {.name = "after", .shown = text(after)},
+            {.name = "offset", .shown = place(one.before)},
+            {.name = "other_offset", .shown = place(one.after)},
+        };
+        return work_.form.takes_more(one.after != 0 ? one.after : one.before) &&
+               work_.form.entry_row("difference", cells, lines);
+    }
+
+    const job& work_;
+    model::record_change record_;
+    std::string kind_;
+    std::string name_;
+};
+
+} // namespace
+
+// What another database has that this one has not, and the other way round.
+bool tell_differences(const job& work)
+{
+    const told_database about(work);
+    work.form.begin({work.database, work.path, &about});
+    difference_teller teller(work);
+    work.form.line(work.path + " -> " + work.other_path + ":");
+    teller.tell_versions();
+    const model::difference_counts counts =
+        model::compare_databases(*work.database, *work.other, teller);
+    const auto words = [](std::uint64_t number, const char* what) {
+        return std::to_string(number) + " " + what;
+    };
+    const bool is_same = counts.changed + counts.added + counts.removed == 0;
+    work.form.line((is_same ? std::string("no record differs; ") : std::string()) +
+                   words(counts.unchanged, "records stand unchanged, ") +
+                   words(counts.changed, "changed, ") + words(counts.added, "added, ") +
+                   words(counts.removed, "removed"));
+    work.form.line({});
+    work.form.facts(comparison_facts(work, counts));
+    work.form.end();
+    return true;
+}
+
+// That one of two folders or volumes alone has a database.
+bool tell_lone_database(const job& work)
+{
+    const bool is_added = work.path.empty();
+    const std::string& path = is_added ? work.other_path : work.path;
+    const model::record_change change{is_added ? model::change_kind::added
+                                               : model::change_kind::removed};
+    const auto text = [](const std::string& words) {
+        return words.empty() ? form::value() : form::value(words);
+    };
+    uni::text_buffer line;
+    line.left(word_of(change.kind), 9);
+    line.left("database", 14);
+    line.text(path);
+    const form::cell cells[] = {
+        {.name = "database", .shown = text(work.path), .names_document = true},
+        {.name = "other", .shown = text(work.other_path)},
+        {.name = "change", .shown = std::string(word_of(change.kind))},
+        {.name = "record", .shown = std::string("database")},
+        {.name = "name", .shown = text(path)},
+        {.name = "record_offset"},
+        {.name = "other_record_offset"},
+        {.name = "fact"},
+        {.name = "before"},
+        {.name = "after"},
+        {.name = "offset"},
+        {.name = "other_offset"},
+    };
+    const std::string lines[] = {std::string(line.view())};
+    return work.form.entry_row("difference", cells, lines) && work.form.end_rows();
+}
+
+} // namespace report

@@ -1,0 +1,240 @@
+#include "report/effect_words.h"
+
+#include "model/record_facts.h"
+#include "report/value_words.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+namespace type = sdb::type;
+
+std::string words_of_patch(const sdb::sdb_database& database, std::uint32_t bits)
+{
+    if (bits == 0) {
+        return "A patch without operations.";
+    }
+    const uni::byte_view value = database.payload_at(bits);
+    const std::uint64_t changes = model::summarize_patch(value).changes;
+    return "Changes " + (changes == 1 ? "a place" : grouped(changes) + " places") + " of " +
+           model::patched_module(value) + " in memory.";
+}
+
+// The first value of a list of data, with its name.
+std::string words_of_datum(const sdb::sdb_database& database, std::uint32_t list,
+                           const request::cmd_params& style)
+{
+    std::string value;
+    database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (value.empty() && own != tag::name && own != tag::data_valuetype &&
+            sdb::tag_type(own) != type::list) {
+            value = scalar_text(database, offset, style);
+        }
+    });
+    return shortened(model::text_in(database, list, tag::name, longest_part)) + " = " + value;
+}
+
+std::string severity_words(std::uint32_t level)
+{
+    std::string words;
+    if ((level & 1) != 0) {
+        append_item(words, "soft block");
+    }
+    if ((level & 2) != 0) {
+        append_item(words, "hard block");
+    }
+    return words.empty() ? hexadecimal(level) : words;
+}
+
+} // namespace
+
+effect_words::list_words effect_words::read(std::uint32_t list) const
+{
+    constexpr std::size_t most = 500; // of what is told of modules and of data
+    list_words made;
+    std::string included;
+    std::string excluded;
+    std::string data;
+    const auto note = [&](std::string& to, const std::string& item) {
+        if (to.size() < most) {
+            append_item(to, item);
+        } else if (!to.ends_with("...")) {
+            to += ", ...";
+        }
+    };
+    database_.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        const auto take = [&](std::uint32_t& place) { place = place != 0 ? place : offset; };
+        switch (own) {
+        case tag::name:
+            return take(made.name);
+        case tag::command_line:
+            return take(made.command_line);
+        case tag::dllfile:
+            return take(made.dllfile);
+        case tag::module:
+            return take(made.module);
+        case tag::description:
+            return take(made.description);
+        case tag::patch_bits:
+            return take(made.patch_bits);
+        case tag::inexclude: {
+            const std::uint32_t module = model::child_of(database_, offset, tag::module);
+            note(model::child_of(database_, offset, tag::include) != 0 ? included : excluded,
+                 module == 0 ? "those without a name" : stored_text(database_, module));
+            break;
+        }
+        case tag::data:
+        case tag::kdata:
+            note(data, words_of_datum(database_, offset, style_));
+            break;
+        default:
+            break;
+        }
+    });
+    if (database_.tag_from(list) == tag::patch) {
+        made.patch = words_of_patch(database_, made.patch_bits);
+    }
+    made.more += included.empty() ? "" : "; for calls of " + included;
+    made.more += excluded.empty() ? "" : "; not for calls of " + excluded;
+    made.more += data.empty() ? "" : "; with " + data;
+    return made;
+}
+
+const effect_words::list_words& effect_words::words_of(std::uint32_t definition)
+{
+    constexpr std::uint32_t short_list = 1024; // bytes
+    if (database_.list_size_from(definition) <= short_list) {
+        return last_ = read(definition);
+    }
+    const auto [place, is_new] = kept_.try_emplace(definition);
+    if (is_new) {
+        place->second = read(definition);
+    }
+    return place->second;
+}
+
+// What a definition that is not known tells of itself.
+std::string effect_words::words_of_unknown(const model::fix_use& use,
+                                           const list_words& definition) const
+{
+    if (use.is_broken) {
+        return "It refers to what is no definition of its kind.";
+    }
+    if (use.definition == 0) {
+        return "Not a known name; its definition is not in this database.";
+    }
+    const std::uint16_t own = database_.tag_from(use.definition);
+    if (own == tag::patch) {
+        return definition.patch;
+    }
+    if (own == tag::layer) {
+        return "A mode that this database defines.";
+    }
+    std::string words = "Not a known name";
+    for (const std::uint32_t file : {definition.dllfile, definition.module}) {
+        words += file == 0 ? "" : "; module " + stored_text(database_, file);
+    }
+    return words + '.';
+}
+
+const std::string& effect_words::of(const model::fix_use& use, const model::known_fix* known)
+{
+    constexpr std::size_t most_bytes = 0x400000;
+    const bool is_plain =
+        use.definition != 0 && use.name != 0 && use.command_line == 0 && !use.has_data;
+    if (!is_plain) {
+        made_ = make(use, read(use.reference), known);
+        return made_;
+    }
+    const std::uint64_t key = std::uint64_t{use.definition} << 32 | database_.word_behind(use.name);
+    if (const auto found = whole_.find(key); found != whole_.end()) {
+        return found->second;
+    }
+    made_ = make(use, read(use.reference), known);
+    if (whole_bytes_ < most_bytes) {
+        whole_bytes_ += made_.size() + sizeof(std::string);
+        whole_.emplace(key, made_);
+    }
+    return made_;
+}
+
+std::string effect_words::make(const model::fix_use& use, const list_words& reference,
+                               const model::known_fix* known)
+{
+    static const list_words nothing;
+    const list_words& definition = use.definition == 0 ? nothing : words_of(use.definition);
+    std::string words =
+        shortened(model::name_of_list(database_, use.reference, longest_part)) + ": ";
+    words += known != nullptr ? known->words : words_of_unknown(use, definition);
+    const std::uint32_t line =
+        reference.command_line != 0 ? reference.command_line : definition.command_line;
+    words += line == 0 ? "" : " With " + quoted(stored_text(database_, line)) + ".";
+    std::string more = reference.more + definition.more;
+    if (definition.description != 0 && known == nullptr) {
+        more += "; in its own words: " + quoted(stored_text(database_, definition.description));
+    }
+    return words + (more.empty() ? "" : " [" + more.substr(2) + "]");
+}
+
+std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::uint32_t record,
+                                       const request::cmd_params& style)
+{
+    std::vector<own_effect> made;
+    std::uint64_t more = 0;
+    std::uint32_t first_more = 0;
+    database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+        const bool is_told = own == tag::apphelp || own == tag::data || own == tag::action ||
+                             sdb::tag_type(own) == type::null_;
+        if (is_told && made.size() == most_lines) {
+            first_more = more++ == 0 ? offset : first_more;
+        } else if (own == tag::apphelp) {
+            const std::uint32_t severity = model::child_of(database, offset, tag::problemseverity);
+            const std::uint32_t help = model::child_of(database, offset, tag::htmlhelpid);
+            made.push_back(
+                {offset,
+                 "a message of the system" +
+                     (severity == 0 ? std::string()
+                                    : ": " + severity_words(database.word_behind(severity))) +
+                     (help == 0 ? std::string() : ", text " + scalar_text(database, help, style))});
+        } else if (own == tag::data || own == tag::action) {
+            made.push_back(
+                {offset, words_of_tag(own) + ": " + scalars_of(database, offset, style)});
+        } else if (sdb::tag_type(own) == type::null_) {
+            made.push_back({offset, sdb::tag_name(own) + " is set"});
+        }
+    });
+    if (more != 0) {
+        made.push_back({first_more, "and " + grouped(more) + " more messages, data and switches"});
+    }
+    return made;
+}
+
+std::string change_line(const model::patch_change& change)
+{
+    std::string line = "+" + hexadecimal(change.address) + "  ";
+    if (change.shares_bytes) {
+        return line + grouped(change.after.size()) + " bytes, which other operations use as well";
+    }
+    const std::string after = model::text_spelt(change.after);
+    const std::string before = change.before.size() == change.after.size()
+                                   ? model::text_spelt(change.before)
+                                   : std::string();
+    if (!after.empty() && !before.empty()) {
+        line += quoted(shortened(before)) + " -> " + quoted(shortened(after));
+    } else {
+        line += bytes_text(change.before, change.after.size()) + " -> " +
+                bytes_text(change.after, change.after.size());
+        line += after.empty() ? "" : " " + quoted(shortened(after));
+    }
+    if (change.matched_at && *change.matched_at != change.address) {
+        line += "   (after a match at " + hexadecimal(*change.matched_at) + ")";
+    } else if (!change.matched_at) {
+        line += change.is_blind ? "   (nothing was matched before)" : "   (not matched there)";
+    }
+    return line;
+}
+
+} // namespace report

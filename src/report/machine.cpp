@@ -1,0 +1,78 @@
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "model/explain_context.h"
+#include "report/finding_rows.h"
+#include "report/reports.h"
+#include "report/value_words.h"
+
+namespace report {
+
+namespace {
+
+// What is told of one database stands together, the database with the heaviest finding first.
+void put_heaviest_first(std::vector<model::placed_finding>& all)
+{
+    std::map<std::string, model::weight> heaviest;
+    for (const model::placed_finding& one : all) {
+        model::weight& weight = heaviest[one.database];
+        weight = std::max(weight, one.found.weighs);
+    }
+    std::ranges::stable_sort(all, [&](const auto& a, const auto& b) {
+        const model::weight of_a = heaviest[a.database];
+        const model::weight of_b = heaviest[b.database];
+        return of_a != of_b               ? of_a > of_b
+               : a.database != b.database ? a.database < b.database
+                                          : a.found.weighs > b.found.weighs;
+    });
+}
+
+} // namespace
+
+// What the registry says of compatibility and does not fit together, and what tells one database from the
+// others.
+bool explain_machine(const job& work)
+{
+    const model::explain_context& context = *work.explained;
+    std::vector<model::placed_finding> all;
+    for (std::size_t i = 0; i < work.targets->installed.size(); ++i) {
+        model::registry_lists lists = work.targets->lists[i];
+        lists.told = context.told();
+        for (model::placed_finding& one :
+             model::judge_registry(context.known, work.targets->installed[i], lists,
+                                   i < work.are_there.size() ? work.are_there[i] : nullptr)) {
+            all.push_back(std::move(one));
+        }
+    }
+    for (model::placed_finding& one : model::judge_compilers(context.known, context.seen())) {
+        all.push_back(std::move(one));
+    }
+    std::erase_if(all, [&](const model::placed_finding& one) {
+        return !is_asked_for(one.found, work.options);
+    });
+    if (all.empty()) {
+        return false;
+    }
+    put_heaviest_first(all);
+    work.form.line({});
+    work.form.line("the registry and the databases together:");
+    std::string_view last;
+    for (const model::placed_finding& one : all) {
+        if (one.database != last && !one.database.empty()) {
+            work.form.line(heading_line(shortened(one.database), {}));
+        }
+        last = one.database;
+        if (!tell_finding(work, one.found, {one.database, one.program})) {
+            break;
+        }
+    }
+    work.form.end_rows();
+    return true;
+}
+
+} // namespace report

@@ -1,0 +1,116 @@
+#include "report/subject_teller.h"
+
+#include <string>
+
+#include "model/patch_changes.h"
+#include "model/record_facts.h"
+#include "report/explained_subject.h"
+#include "report/finding_rows.h"
+#include "report/recognition_words.h"
+#include "report/value_words.h"
+#include "sdb/tags.h"
+
+namespace report {
+
+namespace {
+
+namespace tag = sdb::tag;
+
+// The changes that a patch makes, a line each.
+std::vector<std::string> change_lines(const sdb::sdb_database& database, std::uint32_t patch)
+{
+    constexpr std::size_t most_changes = 1000;
+    std::vector<std::string> lines;
+    std::uint64_t changes = 0;
+    database.for_each_child(patch, [&](std::uint32_t offset, std::uint16_t own) {
+        if (own == tag::patch_bits) {
+            model::for_each_change(database.payload_at(offset),
+                                   [&](const model::patch_change& change) {
+                                       if (++changes <= most_changes) {
+                                           lines.push_back(change_line(change));
+                                       }
+                                       return true;
+                                   });
+        }
+    });
+    if (changes > most_changes) {
+        lines.push_back("and " + std::to_string(changes - most_changes) + " more changes");
+    }
+    return lines;
+}
+
+} // namespace
+
+void subject_teller::tell_all(std::span<const std::uint32_t> records, surplus_list& left_out)
+{
+    for (const std::uint32_t record : records) {
+        if (!work_.form.takes_more(record)) {
+            return;
+        }
+        judge_->look_at(seen_, record);
+        tell();
+        const surplus_list of_one = seen_.findings.left_out();
+        left_out.insert(left_out.end(), of_one.begin(), of_one.end());
+    }
+}
+
+void subject_teller::tell()
+{
+    if (work_.form.shows_lines()) {
+        tell_recognition();
+        tell_effects();
+    }
+    work_.form.facts(explained_subject(work_, all_, *judge_, seen_, effects_));
+    tell_findings();
+}
+
+void subject_teller::tell_recognition()
+{
+    const std::vector<std::string> lines =
+        recognition_of(*work_.database, seen_.record, work_.options);
+    work_.form.line({});
+    work_.form.line(heading_line(title_of(*work_.database, seen_.record),
+                                 lines.empty() ? std::string() : lines.front()));
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+        work_.form.line(heading_line({}, lines[i]));
+    }
+}
+
+void subject_teller::tell_effects()
+{
+    for (const own_effect& effect : own_effects_of(*work_.database, seen_.record, work_.options)) {
+        work_.form.line(effect_line(line_, effect.words, effect.offset, 0));
+    }
+    for (const model::fix_use& use : seen_.uses) {
+        if (!work_.form.takes_more(use.reference)) {
+            return;
+        }
+        work_.form.line(
+            effect_line(line_, effects_.of(use, judge_->fix_of(use)), use.reference, use.depth));
+    }
+}
+
+void subject_teller::tell_findings()
+{
+    const std::string program =
+        shortened(model::name_of_list(*work_.database, seen_.record, longest_part));
+    std::uint32_t last_patch = 0;
+    for (const model::finding& one : seen_.findings.all()) {
+        if (!is_asked_for(one, work_.options) || !work_.form.takes_more(one.offset)) {
+            continue;
+        }
+        std::vector<std::string> more;
+        const bool is_patch = work_.form.shows_lines() && work_.database->is_recorded(one.offset) &&
+                              work_.database->tag_from(one.offset) == tag::patch;
+        if (is_patch && one.offset != last_patch) {
+            last_patch = one.offset;
+            more = all_.is_first_to_tell(one.offset, seen_.record)
+                       ? change_lines(*work_.database, one.offset)
+                       : std::vector<std::string>{"its changes are shown above"};
+        }
+        tell_finding(work_, one, {work_.path, program}, more);
+    }
+    work_.form.end_rows();
+}
+
+} // namespace report

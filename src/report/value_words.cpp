@@ -1,0 +1,147 @@
+#include "report/value_words.h"
+
+#include <algorithm>
+
+#include "form/tag_text.h"
+#include "model/record_facts.h"
+#include "sdb/tags.h"
+#include "sdb/vocabulary.h"
+#include "uni/guid.h"
+#include "uni/numbers.h"
+#include "uni/text.h"
+#include "uni/text_buffer.h"
+
+namespace report {
+
+namespace {
+
+namespace type = sdb::type;
+
+constexpr std::uint64_t most_bytes_shown = 16;
+
+bool is_guid(const sdb::sdb_database& database, std::uint32_t offset)
+{
+    return form::form_of(database.tag_from(offset)) == form::value_form::guid &&
+           database.payload_at(offset).size() == uni::guid_size;
+}
+
+} // namespace
+
+std::string shortened(std::string text)
+{
+    if (text.size() > longest_part) {
+        std::size_t end = longest_part;
+        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
+            --end;
+        }
+        text.resize(end);
+        text += "...";
+    }
+    return text;
+}
+
+std::string quoted(const std::string& text)
+{
+    return '"' + text + '"';
+}
+
+std::string grouped(std::uint64_t number)
+{
+    std::string text = std::to_string(number);
+    for (std::size_t at = text.size(); at > 3;) {
+        at -= 3;
+        text.insert(at, 1, ',');
+    }
+    return text;
+}
+
+std::string hexadecimal(std::uint64_t number)
+{
+    uni::text_buffer text;
+    text.literal("0x");
+    text.hex_min(number, 8);
+    return std::string(text.view());
+}
+
+std::string bytes_text(uni::byte_view bytes, std::uint64_t of)
+{
+    std::string text;
+    for (std::uint64_t at = 0; at < std::min({bytes.size(), of, most_bytes_shown}); ++at) {
+        text += text.empty() ? "" : " ";
+        text.append(&uni::hex_pairs[bytes.u8(at) * std::size_t{2}], 2);
+    }
+    for (std::uint64_t at = bytes.size(); at < std::min(of, most_bytes_shown); ++at) {
+        text += text.empty() ? "??" : " ??";
+    }
+    return of > most_bytes_shown ? text + " ... (" + grouped(of) + " bytes)" : text;
+}
+
+void append_item(std::string& list, const std::string& item)
+{
+    list += list.empty() ? "" : ", ";
+    list += item;
+}
+
+std::string words_of_tag(std::uint16_t tag)
+{
+    std::string name = sdb::tag_name(tag);
+    uni::replace_char(name, '_', ' ');
+    return name;
+}
+
+std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
+{
+    return shortened(model::text_at(database, offset, longest_part));
+}
+
+std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
+                        const request::cmd_params& style)
+{
+    const std::uint16_t own = database.tag_from(offset);
+    if (sdb::tag_type(own) == type::stringref || sdb::tag_type(own) == type::string) {
+        return quoted(stored_text(database, offset));
+    }
+    if (sdb::tag_type(own) == type::binary_ && !is_guid(database, offset)) {
+        return bytes_text(database.payload_at(offset), database.payload_at(offset).size());
+    }
+    uni::text_buffer text;
+    form::write_tag_text(text, database, own, offset, style);
+    return std::string(text.view());
+}
+
+std::string scalars_of(const sdb::sdb_database& database, std::uint32_t list,
+                       const request::cmd_params& style)
+{
+    std::string words;
+    database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (sdb::tag_type(own) != type::list && words.size() < longest_list) {
+            append_item(words, words_of_tag(own) + " " + scalar_text(database, offset, style));
+        }
+    });
+    return words;
+}
+
+std::string value_words(const sdb::sdb_database& database, std::uint32_t offset,
+                        const request::cmd_params& style)
+{
+    constexpr std::uint64_t most_hexadecimal = 32;
+    const std::uint16_t own = database.tag_from(offset);
+    const uni::byte_view value = database.payload_at(offset);
+    const bool is_short_binary = sdb::tag_type(own) == type::binary_ &&
+                                 !is_guid(database, offset) && value.size() <= most_hexadecimal;
+    if (is_short_binary) {
+        return uni::hex_text(value.bytes());
+    }
+    const std::string text = scalar_text(database, offset, style);
+    // A reference is told by what it leads to, as offsets say nothing between two databases.
+    if (sdb::tag_type(own) == type::dword && sdb::is_expanded_dword_tag(own)) {
+        const std::uint32_t target = database.word_behind(offset);
+        return database.is_recorded(target) &&
+                       sdb::tag_type(database.tag_from(target)) == type::list
+                   ? shortened(model::name_of_list(database, target, longest_part))
+                   : "tag 0x" + text + ", which is none";
+    }
+    return text;
+}
+
+} // namespace report

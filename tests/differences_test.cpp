@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "model/differences.h"
+#include "model/record_facts.h"
+#include "support/database_text.h"
+#include "support/reports.h"
+#include "support/sample_database.h"
+
+namespace {
+
+using test_support::bytes;
+using test_support::loaded_database;
+
+bytes changed_sample(const std::vector<std::pair<std::string, std::string>>& changes)
+{
+    const bytes stored = test_support::example("sample.txt");
+    std::string text(stored.begin(), stored.end());
+    for (const auto& [from, to] : changes) {
+        const std::size_t at = text.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        text.replace(at, from.size(), to);
+    }
+    return test_support::database_from_text(text);
+}
+
+// What is told, in a line each: "changed exe ledger.exe", "+company_name".
+class noted : public model::difference_listener {
+public:
+    noted(const sdb::sdb_database& before, const sdb::sdb_database& after)
+        : before_(before), after_(after)
+    {}
+    bool record(const model::record_change& one) override
+    {
+        lines.push_back(word(one) + name(one));
+        return true;
+    }
+    bool fact(const model::record_change& one) override
+    {
+        const bool is_after = one.after != 0;
+        lines.push_back(
+            "  " + word(one) +
+            sdb::tag_name(is_after ? after_.tag_from(one.after) : before_.tag_from(one.before)));
+        return true;
+    }
+    std::vector<std::string> lines;
+
+private:
+    static std::string word(const model::record_change& one)
+    {
+        constexpr const char* words[] = {"+", "-", "~"};
+        return words[static_cast<std::size_t>(one.kind)];
+    }
+    std::string name(const model::record_change& one) const
+    {
+        return one.after != 0 ? model::name_of_list(after_, one.after)
+                              : model::name_of_list(before_, one.before);
+    }
+    const sdb::sdb_database& before_;
+    const sdb::sdb_database& after_;
+};
+
+std::vector<std::string> differences(const bytes& before, const bytes& after,
+                                     model::difference_counts* counts = nullptr)
+{
+    const loaded_database a(before);
+    const loaded_database b(after);
+    noted listener(a.database, b.database);
+    const auto made = model::compare_databases(a.database, b.database, listener);
+    if (counts != nullptr) {
+        *counts = made;
+    }
+    return listener.lines;
+}
+
+TEST(differences, are_what_records_say_and_not_where_they_stand)
+{
+    using lines = std::vector<std::string>;
+    const bytes sample = test_support::sample_database();
+    model::difference_counts counts;
+    EXPECT_EQ(differences(sample, sample, &counts), lines{});
+    EXPECT_EQ(counts.changed + counts.added + counts.removed, 0u);
+    EXPECT_GT(counts.unchanged, 20u);
+    struct {
+        std::vector<std::pair<std::string, std::string>> changes;
+        lines expected;
+    } const rows[] = {
+        // What is put in front moves every offset and every string.
+        {{{"    inexclude\n      include\n      module = shellext.dll",
+           "    flag\n      name = AFirst\n    inexclude\n      include\n      module = "
+           "shellext.dll"}},
+         {"+AFirst"}},
+        {{{"time = 2026-03-14 09:26:53", "time = 2026-03-15 09:26:53"}},
+         {"~Tarnwick Font Preview Pack", "  ~time"}},
+        {{{"company_name = Quellmark Records\n      product_name = Quellmark Ledger",
+           "product_name = Quellmark Ledger\n      company_name = Quellmark Records"}},
+         {}}, // in another order
+        {{{"product_name = Quellmark Ledger", "product_name = Ledger"}},
+         {"~ledger.exe", "  ~product_name"}},
+        {{{"replace 0x00012f42 recordsvc.exe = eb", "replace 0x00012f42 recordsvc.exe = 90"}},
+         {"~RecordServiceHotfix", "  ~patch_bits"}},
+        // The same under another identifier, and another under the same.
+        {{{"exe_id = 96f0a3de", "exe_id = 96f0a3df"}}, {"~ledger.exe", "  ~exe_id"}},
+        {{{"name = planview.exe", "name = planviews.exe"}}, {"~planviews.exe", "  ~name"}},
+        {{{"      name = PinOldVersion\n      shim_tagid = @pin_old_version",
+           "      name = PinOldVersion\n      shim_tagid = @redirect_old_paths"}},
+         {"~OlderRelease", "  ~shim_tagid"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.changes.front().second);
+        EXPECT_EQ(differences(sample, changed_sample(row.changes)), row.expected);
+    }
+}
+
+TEST(known_records, are_those_that_say_the_same_with_all_they_refer_to)
+{
+    const loaded_database sample(test_support::sample_database());
+    model::known_records known;
+    known.add(sample.database);
+    known.settle();
+    const auto left = [&](const bytes& image) {
+        const loaded_database other(image);
+        const model::known_filter filter(known, other.database);
+        std::vector<std::string> names;
+        for (const auto& list : other.database.children().lists()) {
+            const std::uint32_t offset = other.database.offset_at(list.ordinal);
+            if ((list.tag == sdb::tag::exe || list.tag == sdb::tag::shim) &&
+                !filter.holds(offset)) {
+                names.push_back((filter.redefines(offset) ? "!" : "") +
+                                model::name_of_list(other.database, offset));
+            }
+        }
+        return names;
+    };
+    using names = std::vector<std::string>;
+    EXPECT_EQ(left(test_support::sample_database()), names{});
+    EXPECT_EQ(left(changed_sample({{"size = 417792", "size = 417793"}})), names{"recordsvc.exe"});
+    // A definition that became another makes others of all that refer to it.
+    EXPECT_EQ(left(changed_sample({{"dllfile = fixpath.dll", "dllfile = other.dll"}})),
+              (names{"!RedirectOldPaths", "drawplan.exe", "Чертёж.exe", "plotspool.exe"}));
+}
+
+} // namespace
