@@ -23,7 +23,11 @@ std::string path_text(std::string path)
 std::string seconds_text(std::uint64_t filetime)
 {
     const uni::time_value moment = uni::time_value_from(filetime, uni::time_kind::filetime);
-    return moment.valid ? std::to_string(moment.unix_seconds) : std::string(unknown);
+    if (!moment.valid) {
+        return std::string(unknown);
+    }
+    const auto since_1601 = static_cast<std::int64_t>(filetime / uni::ticks_per_second);
+    return std::to_string(since_1601 - uni::seconds_1601_to_1970);
 }
 
 // Rows of eleven fields as tools for timelines read them, and lines for what is no file of the kind:

@@ -17,6 +17,23 @@ bool needs_quotes(std::string_view text, std::string_view separator)
                                   text.find_first_of("\"\r\n") != std::string_view::npos);
 }
 
+// Behind blanks, and marks of the byte order, which are taken away at the start of a file.
+bool begins_formula(std::string_view text)
+{
+    constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
+    constexpr std::string_view blanks = " \t";
+    while (true) {
+        if (text.starts_with(byte_order_mark)) {
+            text.remove_prefix(byte_order_mark.size());
+        } else if (!text.empty() && blanks.find(text.front()) != std::string_view::npos) {
+            text.remove_prefix(1);
+        } else {
+            return !text.empty() &&
+                   std::string_view("=+-@").find(text.front()) != std::string_view::npos;
+        }
+    }
+}
+
 } // namespace
 
 std::string field_text(std::string text, const request::cmd_params& style)
@@ -29,9 +46,7 @@ std::string field_text(std::string text, const request::cmd_params& style)
 
 std::string safe_text(std::string text, const request::cmd_params& style)
 {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (style.safe_csv && first != std::string::npos &&
-        std::string_view("=+-@").find(text[first]) != std::string_view::npos) {
+    if (style.safe_csv && begins_formula(text)) {
         text.insert(text.begin(), '\'');
     }
     return text;

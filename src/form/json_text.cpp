@@ -106,6 +106,7 @@ uni::time_value far_moment(std::uint64_t filetime)
     made.minute = static_cast<std::uint16_t>(clock.minutes().count());
     made.second = static_cast<std::uint16_t>(clock.seconds().count());
     made.nanoseconds = static_cast<std::uint32_t>(filetime % uni::ticks_per_second * 100);
+    made.filetime = filetime;
     made.valid = true;
     return made;
 }
@@ -132,10 +133,7 @@ bool write_time(uni::text_buffer& out, std::uint64_t raw, uni::time_kind kind)
 {
     constexpr std::size_t longest = 40;
     constexpr unsigned digits_of_a_tick = 7;
-    uni::time_value moment = uni::time_value_from(raw, kind);
-    if (!moment.valid && kind == uni::time_kind::filetime) {
-        moment = far_moment(raw);
-    }
+    const uni::time_value moment = told_moment(raw, kind);
     if (!moment.valid) {
         out.literal("null");
         return raw == 0;
@@ -372,6 +370,12 @@ value_form json_form_of(std::uint16_t tag)
     default:
         return form_of(tag);
     }
+}
+
+uni::time_value told_moment(std::uint64_t raw, uni::time_kind kind)
+{
+    const uni::time_value moment = uni::time_value_from(raw, kind);
+    return !moment.valid && kind == uni::time_kind::filetime ? far_moment(raw) : moment;
 }
 
 bool needs_json_escape(std::string_view text)

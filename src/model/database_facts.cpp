@@ -233,6 +233,7 @@ database_identity identity_of(const sdb::sdb_database& database)
             break;
         case tag::compiler_version:
             compiler = item.size;
+            made.compiler_at = has_text(database, item.size) ? std::optional(offset) : std::nullopt;
             break;
         case tag::database_id:
             made.identifier =

@@ -26,9 +26,10 @@ struct record_count {
 struct database_identity {
     std::string identifier; // GUID text
     std::string compiler_version;
-    std::optional<std::uint32_t> name_at;  // the offset of the tag that names it
-    std::optional<std::uint32_t> platform; // operating systems, else the run-time platform
-    std::optional<std::uint64_t> time;     // FILETIME ticks
+    std::optional<std::uint32_t> name_at;     // the offset of the tag that names it
+    std::optional<std::uint32_t> compiler_at; // of the one that tells the version of its compiler
+    std::optional<std::uint32_t> platform;    // operating systems, else the run-time platform
+    std::optional<std::uint64_t> time;        // FILETIME ticks
 };
 
 // What a database says of itself.

@@ -154,8 +154,7 @@ private:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
              difference_listener& listener, const content_key& key)
         : before_{before, record_contents(before, key, references_seen::by_name)},
-          after_{after, record_contents(after, key, references_seen::by_name)}, key_(key),
-          listener_(listener)
+          after_{after, record_contents(after, key, references_seen::by_name)}, listener_(listener)
     {}
 
     void count_and_tell(const pair_of& one)
@@ -346,7 +345,6 @@ private:
 
     side before_;
     side after_;
-    const content_key key_;
     difference_listener& listener_;
     difference_counts counts_;
     bool goes_on_ = true;
@@ -387,8 +385,9 @@ bool known_records::redefines(const sdb::sdb_database& database, const record_co
     }
     const content_digest key = name_key(database, record);
     const content_digest content = contents.of_list(record);
-    const auto [first, last] = std::ranges::equal_range(definitions_, key, {}, &definition::name);
-    return first != last && std::ranges::find(first, last, content, &definition::content) == last;
+    const auto first = std::ranges::lower_bound(definitions_, key, {}, &definition::name);
+    return first != definitions_.end() && first->name == key &&
+           !std::ranges::binary_search(definitions_, definition{key, content});
 }
 
 void known_records::settle()

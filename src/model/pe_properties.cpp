@@ -19,8 +19,8 @@ namespace tag = sdb::tag;
 using tag_set = std::initializer_list<std::uint16_t>;
 
 constexpr std::string_view version_type = "VERSION";
-// What claims to be larger is read up to here.
-constexpr std::uint64_t largest_version_resource = 0x1000000;
+// What claims to be larger is read up to here, which is many times what the lengths in it can tell.
+constexpr std::uint64_t largest_version_resource = 0x100000;
 
 void file_under(pe_list& list, const tag_set& tags, pe_property property)
 {

@@ -126,7 +126,8 @@ public:
                                                           : std::vector<std::string>());
         head(summary(all));
         work_.form.facts(judged_facts(whose_word(), &all));
-        const bool any = tell_list(outside) | tell_list(all.of_database());
+        const bool any_outside = tell_list(outside);
+        const bool any = tell_list(all.of_database()) || any_outside;
         if (all.subjects().empty() && !any && is_narrowed(work_.options)) {
             work_.form.line("  nothing was found that was asked for");
         }

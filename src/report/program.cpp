@@ -171,9 +171,12 @@ private:
         to.begin_item();
         to.fact("tag", form::tag_word{property.tag});
         to.fact("name", property.name);
-        to.fact("text", property.text.empty() ? form::value() : form::value(property.text));
+        const bool is_text = sdb::tag_type(property.tag) == sdb::type::stringref;
+        to.fact("text",
+                property.text.empty() && !is_text ? form::value() : form::value(property.text));
         // What is text alone has no number, and most have no language.
-        const bool has_number = !is_version && (property.text.empty() || property.number != 0);
+        const bool has_number =
+            !is_version && (property.number != 0 || (property.text.empty() && !is_text));
         to.fact("number", has_number ? form::value(form::count{property.number}) : form::value());
         to.fact("language",
                 property.sub_tag != 0 ? form::value(form::count{property.sub_tag}) : form::value());

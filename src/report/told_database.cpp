@@ -103,9 +103,11 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
     to.fact("version", std::to_string(work.database->version_major()) + "." +
                            std::to_string(work.database->version_minor()));
     to.fact("id", text_if_any(identity.identifier));
-    to.fact("name",
-            identity.name_at ? form::value(form::stored_value{*identity.name_at}) : form::value());
-    to.fact("compiler_version", text_if_any(identity.compiler_version));
+    const auto text_at = [](std::optional<std::uint32_t> offset) {
+        return offset ? form::value(form::stored_value{*offset}) : form::value();
+    };
+    to.fact("name", text_at(identity.name_at));
+    to.fact("compiler_version", text_at(identity.compiler_at));
     to.fact("platform",
             identity.platform ? form::value(form::dword_value{*identity.platform}) : form::value());
     tell_extent(to, work);
