@@ -309,7 +309,8 @@ TEST(findings, about_places_are_those_of_the_folder_and_the_name)
         EXPECT_EQ(ids, row.ids);
         EXPECT_EQ(model::is_vendors_own(known(), row.place, identity), row.id == main_id);
     }
-    EXPECT_EQ(model::place_of("/mnt/Windows/AppPatch/a.sdb", {"/mnt"}), "\\Windows\\AppPatch\\a.sdb");
+    EXPECT_EQ(model::place_of("/mnt/Windows/AppPatch/a.sdb", {"/mnt"}),
+              "\\Windows\\AppPatch\\a.sdb");
     EXPECT_EQ(model::place_of("/x/y/windows/AppPatch/a.sdb", {}), "\\windows\\AppPatch\\a.sdb");
     EXPECT_EQ(model::place_of("/x/y/a.sdb", {}), std::nullopt);
 }
@@ -319,7 +320,8 @@ TEST(findings, about_a_file_come_from_what_is_kept_of_it)
     constexpr std::uint64_t day = 864'000'000'000;
     constexpr std::uint64_t odd = 133'000'000'000'000'001; // no whole second
     const auto named_at = [](std::uint64_t time) {
-        return std::vector<io::kept_times>{{"a.sdb", {0, 0, time}, 0}, {"A~1", {0, 0, odd + day}, 0}};
+        return std::vector<io::kept_times>{{"a.sdb", {0, 0, time}, 0},
+                                           {"A~1", {0, 0, odd + day}, 0}};
     };
     const struct {
         const char* what;

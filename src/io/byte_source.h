@@ -26,18 +26,18 @@ struct kept_times {
     std::uint64_t record_change = 0; // of the file's record
 };
 struct file_history {
-    file_times times;
+    file_times times = {};
     std::uint64_t record_change = 0;
-    std::vector<kept_times> names;
+    std::vector<kept_times> names = {};
     // Of a file that was deleted: how many clusters it had, and how many of them are no other's yet.
     bool is_deleted = false;
     std::uint64_t clusters = 0;
     std::uint64_t free_clusters = 0;
     bool is_hidden = false;
     bool is_system = false;
-    std::uint32_t reparse_kind = 0;         // 0 for what is no reparse point
-    std::string stream;                     // its name; empty for the file's content
-    std::vector<std::string> other_streams; // of the file, those with names
+    std::uint32_t reparse_kind = 0;              // 0 for what is no reparse point
+    std::string stream = {};                     // its name; empty for the file's content
+    std::vector<std::string> other_streams = {}; // of the file, those with names
 };
 
 // Bytes at places: an ordinary file, a block of memory, or a file inside something else. Formats

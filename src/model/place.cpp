@@ -168,8 +168,8 @@ void judge_place(finding_list& findings, const examined_database& examined,
 void judge_file(finding_list& findings, const examined_database& examined,
                 const io::file_history& kept, const database_identity& identity)
 {
-    const auto add = [&](signal what, std::size_t variant, finding_part first = {},
-                         finding_part second = {}, std::uint64_t number = 0) {
+    const auto note = [&](signal what, std::size_t variant, finding_part first = {},
+                          finding_part second = {}, std::uint64_t number = 0) {
         if (std::optional<finding> made = found(examined, what, 0)) {
             made->variant = variant;
             made->first = std::move(first);
@@ -179,19 +179,19 @@ void judge_file(finding_list& findings, const examined_database& examined,
         }
     };
     if (kept.is_hidden) {
-        add(signal::place_hidden, 0);
+        note(signal::place_hidden, 0);
     }
     if (kept.is_system) {
-        add(signal::place_hidden, 1);
+        note(signal::place_hidden, 1);
     }
     for (const std::string& stream : kept.other_streams) {
-        add(signal::place_hidden, 2, finding_part(stream));
+        note(signal::place_hidden, 2, finding_part(stream));
     }
     if (!kept.stream.empty()) {
-        add(signal::place_hidden, 3, finding_part(kept.stream));
+        note(signal::place_hidden, 3, finding_part(kept.stream));
     }
     if (kept.reparse_kind != 0) {
-        add(signal::place_hidden, 4, {}, {}, kept.reparse_kind);
+        note(signal::place_hidden, 4, {}, {}, kept.reparse_kind);
     }
 
     constexpr std::uint64_t a_second = 10'000'000;
@@ -204,18 +204,18 @@ void judge_file(finding_list& findings, const examined_database& examined,
                 return name.times.creation;
             }).times.creation;
         if (made_at < named_at) {
-            add(signal::time_file, 0, finding_part::moment(made_at),
-                finding_part::moment(named_at));
+            note(signal::time_file, 0, finding_part::moment(made_at),
+                 finding_part::moment(named_at));
         }
     }
     if (made_at != 0 && made_at % a_second == 0 && written_at % a_second == 0) {
-        add(signal::time_file, 1);
+        note(signal::time_file, 1);
     }
     const std::uint64_t own = identity.time.value_or(0);
     for (const auto& [variant, when] : {std::pair(2, made_at), std::pair(3, written_at)}) {
         if (own > a_minute && when < own - a_minute) {
-            add(signal::time_file, static_cast<std::size_t>(variant), finding_part::moment(when),
-                finding_part::moment(own));
+            note(signal::time_file, static_cast<std::size_t>(variant), finding_part::moment(when),
+                 finding_part::moment(own));
         }
     }
 }
