@@ -80,7 +80,7 @@ build() { # preset target...
 unit_tests() { # name command...
     local log=$logs/$1.log passed bad status=0
     heading "$1"
-    timeout 300 "${@:2}" --gtest_brief=1 </dev/null >"$log" 2>&1 || status=$?
+    timeout 600 "${@:2}" --gtest_brief=1 </dev/null >"$log" 2>&1 || status=$?
     passed=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\?\..*/\1/p' "$log")
     bad=$(sed -n 's/^\[  FAILED  \] \([0-9]*\) tests\?, .*/\1/p' "$log")
     count "$1" passed "${passed:-0}"

@@ -15,20 +15,26 @@ namespace report {
 
 namespace {
 
-// What is told of one database stands together, the database with the heaviest finding first.
+// What is told of one database stands together, the database with the heaviest finding first, and those
+// that are alike as they were found, wherever they lie.
 void put_heaviest_first(std::vector<model::placed_finding>& all)
 {
-    std::map<std::string, model::weight> heaviest;
+    struct rank {
+        std::size_t place;
+        model::weight heaviest;
+    };
+    std::map<std::string, rank> ranks;
     for (const model::placed_finding& one : all) {
-        model::weight& weight = heaviest[one.database];
-        weight = std::max(weight, one.found.weighs);
+        rank& of_one =
+            ranks.try_emplace(one.database, rank{ranks.size(), one.found.weighs}).first->second;
+        of_one.heaviest = std::max(of_one.heaviest, one.found.weighs);
     }
     std::ranges::stable_sort(all, [&](const auto& a, const auto& b) {
-        const model::weight of_a = heaviest[a.database];
-        const model::weight of_b = heaviest[b.database];
-        return of_a != of_b               ? of_a > of_b
-               : a.database != b.database ? a.database < b.database
-                                          : a.found.weighs > b.found.weighs;
+        const rank& of_a = ranks.at(a.database);
+        const rank& of_b = ranks.at(b.database);
+        return of_a.heaviest != of_b.heaviest ? of_a.heaviest > of_b.heaviest
+               : of_a.place != of_b.place     ? of_a.place < of_b.place
+                                              : a.found.weighs > b.found.weighs;
     });
 }
 
