@@ -108,6 +108,7 @@ script_tests() { # name script argument...
 
 volume_tests() { # name-suffix folder argument...
     beside script_tests "volumes$1" volumes_test.py --quilt "$2/quilt" --reader "$2/read_volume" "${@:3}"
+    [ "$1" = -windows ] || beside script_tests "images$1" images_test.py --quilt "$2/quilt"
 }
 
 format_check() {

@@ -365,6 +365,8 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-outdir", true, accept},
     {"-enumdir", true, take_enumdir},
     {"-num_subdirs", true, take_num_subdirs},
+    {"-deleted", false, set_flag<&request::cmd_params::deleted, true>},
+    {"-by_content", false, set_flag<&request::cmd_params::by_content, true>},
     {"-profile", false, set_flag<&request::cmd_params::profile, true>},
     {"-pipe", false, set_flag<&request::cmd_params::pipe, true>},
     {"-filter_skip", true, skip_filter, look_up::each},

@@ -8,12 +8,12 @@
 
 namespace front {
 
-list_work::list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-                     action work, failure_teller tell_failure)
-    : options_(options), files_(files), out_(out), work_(std::move(work)),
+list_work::list_work(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+                     const input_output& out, action work, failure_teller tell_failure)
+    : options_(options), tree_(tree), files_(files), out_(out), work_(std::move(work)),
       tell_failure_(std::move(tell_failure)), holds_list_(files.speaks_to_files()),
       turns_(out, options.pipe && !holds_list_), progress_(options, out.notices),
-      list_(options, heard_)
+      list_(options, tree, heard_)
 {}
 
 bool list_work::open()
@@ -161,9 +161,10 @@ bool list_work::is_accepted(entry_output& entry)
 {
     // A walk has asked the filter already.
     bool open_failed = false;
-    const bool passes = !options_.pipe ||
-                        filter_accepts(options_, open_failed, entry.path(), options_.filter_list) ||
-                        open_failed;
+    const bool passes =
+        !options_.pipe ||
+        filter_accepts(options_, tree_, open_failed, entry.path(), options_.filter_list) ||
+        open_failed;
     if (!passes) {
         return false;
     }

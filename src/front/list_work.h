@@ -29,8 +29,8 @@ public:
     using failure_teller = std::function<void(const std::string& path, const std::string& reason,
                                               const input_output& out)>;
 
-    list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-              action work, failure_teller tell_failure);
+    list_work(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+              const input_output& out, action work, failure_teller tell_failure);
 
     // `refused` where nothing may be written, which was said.
     enum class outcome { some_of_use, none_of_use, ended_early, refused };
@@ -50,6 +50,7 @@ private:
     bool is_own_stream(entry_output& entry) const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     outputs& files_;
     const input_output& out_;
     const action work_;

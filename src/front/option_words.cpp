@@ -38,21 +38,27 @@ constexpr option_words words[] = {
      .argument = "volume",
      .effect = "a volume: a letter, where it is mounted, or an image",
      .detail = "Databases are taken from the folders where Windows keeps them and from where the "
-               "registry of "
-               "the volume says that they are installed. Of an image file or a block device that "
-               "holds NTFS the "
-               "registry alone is read.",
+               "registry of the volume says that they are installed. Of an image of a disk every "
+               "partition with a Windows folder is taken; docs/images.md tells which images are "
+               "read.",
      .otherwise = "c: for -listsdb, and for -stats without a target",
      .conflicts = "-sdb; -pipe and -enumdir, but beside -match",
      .example = "quilt -partition mounted -stats"},
     {.name = "-by_content",
      .group = targets,
-     .effect = "databases of the volume by their bytes, in every folder",
-     .detail = "For -explain and -diff of a volume: a database is taken wherever it lies and "
-               "whatever its name is.",
+     .effect = "databases by their bytes, whatever their names",
+     .detail = "For -explain and -diff of a volume: a database is taken in whatever folder it "
+               "lies. With -enumdir and -deleted files are told by what they begin with.",
      .otherwise = "those in the folders for them, and those that the registry tells of",
-     .conflicts = "what is no volume, where it is not used",
+     .conflicts = "what is no volume, no -enumdir and no -deleted, where it is not used",
      .example = "quilt -partition mounted -explain -by_content"},
+    {.name = "-deleted",
+     .group = targets,
+     .effect = "also files of an image that were deleted",
+     .detail = "Those named *.sdb, with -enumdir those of -filter, behind the others. quilt says "
+               "of each how many of its clusters are no other file's yet.",
+     .conflicts = "what is neither -partition nor -enumdir, where it is not used",
+     .example = "quilt -partition volume.img -listsdb -deleted"},
     {.name = "-vss",
      .group = targets,
      .argument = "volume",
@@ -77,6 +83,13 @@ constexpr option_words words[] = {
      .otherwise = "for -stats, -listsdb and -explain of a volume its own hive",
      .conflicts = "all but -stats, -listsdb and -explain; elsewhere it is not used",
      .example = "quilt -sdb case.sdb -stats -reg SOFTWARE"},
+    {.name = "-no_logs",
+     .group = targets,
+     .effect = "a hive as it lies there, without its logs",
+     .detail = "A hive that was not closed is else brought up to date, in memory, by the logs "
+               "beside it.",
+     .conflicts = "what asks no registry, where it has no effect",
+     .example = "quilt -partition volume.img -listsdb -no_logs"},
 
     {.name = "-pipe",
      .group = lists,

@@ -72,6 +72,8 @@ struct cmd_params {
     bool enumdir = false;
     std::string enumdir_path;
     std::uint32_t num_subdirs = 0;
+    bool deleted = false;    // files that were deleted come behind the others
+    bool by_content = false; // databases are told by their bytes, whatever their names
     std::optional<std::uint64_t> time_window_start; // FILETIME ticks
     std::optional<std::uint64_t> time_window_stop;  // the same
 
