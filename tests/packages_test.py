@@ -54,9 +54,9 @@ class Packages(Runs):
         parts = {part["name"]: part["versionInfo"] for part in document["packages"]}
         linked = {relation["relatedSpdxElement"] for relation in document["relationships"]}
         self.assertEqual({part["SPDXID"] for part in document["packages"]}, linked)
-        for name, number in re.findall(r"(quilt ver:|zlib|OpenSSL|libstdc\+\+) ([\d.]+)", version):
+        for name, number in re.findall(r"(quilt ver:|zlib|OpenSSL|libewf|libstdc\+\+) ([\d.]+)", version):
             self.assertTrue(parts[name.replace(" ver:", "")].startswith(number), (name, number, parts))
-        for name in {"zlib", "OpenSSL", "glibc", "mingw-w64"} & set(parts):
+        for name in {"zlib", "OpenSSL", "glibc", "libewf", "mingw-w64"} & set(parts):
             self.assertTrue(Path(folder, "licenses", f"{name}.txt").is_file(), name)
 
     def expected(self):

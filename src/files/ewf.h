@@ -14,4 +14,7 @@ namespace files {
 // Null, with the reason in words, where it does not open or the build cannot read it.
 std::unique_ptr<io::byte_source> open_ewf(part_files files, std::string& reason);
 
+// The name of the library that reads them, with its version; empty where the build has none.
+std::string ewf_library();
+
 } // namespace files

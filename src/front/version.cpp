@@ -1,5 +1,6 @@
 #include "front/version.h"
 
+#include "files/ewf.h"
 #include "platform/digests.h"
 #include "sdb/inflate.h"
 
@@ -30,8 +31,9 @@ std::string version_line()
 
 std::string version_text()
 {
+    const std::string ewf = files::ewf_library();
     return version_line() + "\nbuild: " QUILT_BUILD "\nwith: " + sdb::inflate_library() + ", " +
-           platform::digest_library() + runtime_library() + "\n";
+           platform::digest_library() + (ewf.empty() ? "" : ", " + ewf) + runtime_library() + "\n";
 }
 
 } // namespace front

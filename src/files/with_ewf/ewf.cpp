@@ -223,4 +223,9 @@ std::unique_ptr<io::byte_source> open_ewf(part_files files, std::string& reason)
     return source;
 }
 
+std::string ewf_library()
+{
+    return std::string("libewf ") + libewf_get_version();
+}
+
 } // namespace files

@@ -8,4 +8,9 @@ std::unique_ptr<io::byte_source> open_ewf(part_files, std::string& reason)
     return nullptr;
 }
 
+std::string ewf_library()
+{
+    return {};
+}
+
 } // namespace files
