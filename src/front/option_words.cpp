@@ -57,7 +57,7 @@ constexpr option_words words[] = {
      .effect = "also files of an image that were deleted",
      .detail = "Those named *.sdb, with -enumdir those of -filter, behind the others. quilt says "
                "of each how many of its clusters are no other file's yet.",
-     .conflicts = "what is neither -partition nor -enumdir, where it is not used",
+     .conflicts = "what is no image, where it is not used",
      .example = "quilt -partition volume.img -listsdb -deleted"},
     {.name = "-vss",
      .group = targets,
@@ -88,7 +88,7 @@ constexpr option_words words[] = {
      .effect = "a hive as it lies there, without its logs",
      .detail = "A hive that was not closed is else brought up to date, in memory, by the logs "
                "beside it.",
-     .conflicts = "what asks no registry, where it has no effect",
+     .conflicts = "all but -stats, -listsdb and -explain; elsewhere it is not used",
      .example = "quilt -partition volume.img -listsdb -no_logs"},
 
     {.name = "-pipe",

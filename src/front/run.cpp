@@ -321,6 +321,9 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
                          notices);
         }
         if (searches && options.deleted) {
+            if (tree.volumes_at(volume).empty()) { // but what is mounted
+                notices.say("not used here: %s\n", "-deleted");
+            }
             add_deleted_targets(tree, targets.files, volume, options.by_content);
         }
     }

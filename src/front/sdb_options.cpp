@@ -503,6 +503,7 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
         {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
          "-deleted"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
+        {options.no_logs && (options.pe_stats || !asks_registry), "-no_logs"},
         {!options.more_hive_paths.empty() && !explains, "a further -reg"},
         {!options.more_sdb_paths.empty() && !options.matches_many(), "a further -sdb"},
         {options.explain && !explains, "-explain"},
