@@ -18,9 +18,18 @@ import tarfile
 import zipfile
 from pathlib import Path
 
+import yaml
+
 from support.whole_runs import ARGUMENTS, SAMPLE, Runs, main, masked
 
 ROOT = os.path.abspath("build/debian-root.tar")  # kept, as it takes a minute to make
+# What winget asks of each of the three files of a manifest, as patterns.
+WINGET = {"version": {"DefaultLocale": r"[a-z]{2}-[A-Z]{2}"},
+          "installer": {"InstallerType": "zip", "NestedInstallerType": "portable"},
+          "defaultLocale": {"PackageLocale": r"[a-z]{2}-[A-Z]{2}", "Publisher": ".{2,256}", "PackageName": ".{2,256}",
+                            "License": ".{3,512}", "ShortDescription": ".{3,256}"}}
+WINGET_ALL = {"PackageIdentifier": r"[^.\s\\/:*?\"<>|]{1,32}(\.[^.\s\\/:*?\"<>|]{1,32}){1,7}",
+              "PackageVersion": r"\d[\d.]{0,127}", "ManifestVersion": r"1\.\d+\.\d+"}
 SHARED = {"docs/options.md", "docs/schema/report-1.schema.json", "examples/sample.sdb", "knowledge/findings.tsv", "README.md", "SECURITY.md",
           "licenses/LICENSE", "licenses/zlib.txt", "licenses/GCC-runtime.txt", "quilt.spdx.json"}
 
@@ -99,7 +108,8 @@ class Packages(Runs):
 
     def test_windows_archive_is_unpacked_and_run(self):
         program = self.windows()
-        with zipfile.ZipFile(self.made(program, "ZIP")) as archive:
+        package = self.made(program, "ZIP")
+        with zipfile.ZipFile(package) as archive:
             archive.extractall(self.path("unpacked"))
         top = next(Path(self.path("unpacked")).iterdir())
         words = [*program.words[:-1], str(top / "quilt.exe")]
@@ -107,6 +117,21 @@ class Packages(Runs):
         self.assertTrue((top / "doc/quilt.1").is_file())
         shown = run(*words, "-sdb", str(top / "doc/examples/sample.sdb"), "-apps", "-quiet")
         self.assertEqual(masked(shown.stdout), self.expected())
+        self.check_winget_manifest(package)
+
+    def check_winget_manifest(self, package):
+        folder = run("packaging/winget.py", package, "https://example.org/releases/").stdout.decode().strip()
+        parts = {part["ManifestType"]: part for part in (yaml.safe_load(path.read_text("utf-8"))
+                                                         for path in Path(folder).iterdir())}
+        self.assertEqual(parts.keys(), WINGET.keys())
+        for kind, fields in WINGET.items():
+            for name, pattern in {**WINGET_ALL, **fields}.items():
+                self.assertRegex(parts[kind][name], f"^{pattern}$", (kind, name))
+        nested, = parts["installer"]["NestedInstallerFiles"]
+        self.assertTrue(Path(self.path("unpacked"), nested["RelativeFilePath"].replace("\\", "/")).is_file())
+        self.assertEqual(parts["installer"]["Installers"], [{
+            "Architecture": "x64", "InstallerUrl": f"https://example.org/releases/{os.path.basename(package)}",
+            "InstallerSha256": hashlib.sha256(Path(package).read_bytes()).hexdigest().upper()}])
 
     def test_what_is_installed_can_be_run_from_there(self):
         build = os.path.dirname(ARGUMENTS.quilt.words[-1])

@@ -63,6 +63,14 @@ using value = std::variant<std::monostate, std::string, moment, dword_value, cou
 // How much a row asks to be looked at.
 enum class emphasis { none, medium, high };
 
+// Functions for the kinds of a value, as std::visit takes them.
+template <typename... handlers>
+struct overloaded : handlers... {
+    using handlers::operator()...;
+};
+template <typename... handlers>
+overloaded(handlers...) -> overloaded<handlers...>;
+
 // A cell of a row, under the name that it has where cells have names.
 struct cell {
     std::string_view name;
