@@ -30,7 +30,7 @@ bytes root(const bytes& value, const std::vector<bytes>& children)
 }
 
 // The block of strings, with one table.
-bytes strings(std::u16string_view key, const std::vector<bytes>& texts)
+bytes string_block(std::u16string_view key, const std::vector<bytes>& texts)
 {
     return version_block(u"StringFileInfo", {}, {version_block(key, {}, texts)});
 }
@@ -120,7 +120,7 @@ TEST(version_resource, strings_of_all_tables)
 TEST(version_resource, roots)
 {
     const std::vector<bytes> texts = {
-        strings(u"040904b0", {version_text(u"CompanyName", u"Acme")})};
+        string_block(u"040904b0", {version_text(u"CompanyName", u"Acme")})};
     struct {
         bytes resource;
         const char* company;
@@ -168,8 +168,8 @@ TEST(version_resource, values_that_do_not_fit_are_left_out)
 TEST(version_resource, damaged_lengths_keep_what_came_before)
 {
     const bytes good = root(fixed_version(0, 0, 0, 0),
-                            {strings(u"040904b0", {version_text(u"CompanyName", u"Acme"),
-                                                   version_text(u"Two", u"2")})});
+                            {string_block(u"040904b0", {version_text(u"CompanyName", u"Acme"),
+                                                        version_text(u"Two", u"2")})});
     constexpr std::size_t info_at = 92, table_at = info_at + 36, string_at = table_at + 24;
     struct {
         std::size_t at, length;

@@ -9,14 +9,14 @@ namespace form {
 
 namespace {
 
-constexpr std::string_view separator = "|";
+constexpr std::string_view bar = "|";
 constexpr std::string_view unknown = "0";
 
 // A path without the separator: readers of these files know no quotes.
 std::string path_text(std::string path)
 {
     uni::mark(path);
-    uni::replace_char(path, separator.front(), ';');
+    uni::replace_char(path, bar.front(), ';');
     return path;
 }
 
@@ -65,13 +65,13 @@ private:
                    std::uint64_t access, std::uint64_t write, std::uint64_t creation)
     {
         out_.text(digest.empty() ? unknown : digest);
-        out_.text(separator);
+        out_.text(bar);
         out_.text(path_text(path));
         out_.literal("|0|0|0|0|");
         out_.decimal(size);
         for (const std::string& text : {seconds_text(access), seconds_text(write),
                                         std::string(unknown), seconds_text(creation)}) {
-            out_.text(separator);
+            out_.text(bar);
             out_.text(text);
         }
         out_.line_end();

@@ -11,7 +11,7 @@ namespace form {
 
 namespace {
 
-constexpr form_row rows[] = {
+constexpr form_row form_rows[] = {
 #define QUILT_FORM(name, option, make, separator, separator_blanks, carries, header)               \
     {#name, option, make, separator, blanks::separator_blanks, contents::carries, banner::header},
 #include "form/forms.inc"
@@ -22,12 +22,12 @@ constexpr form_row rows[] = {
 
 std::span<const form_row> all_forms()
 {
-    return rows;
+    return form_rows;
 }
 
 const form_row& form_of(std::string_view name)
 {
-    return *std::ranges::find(rows, name, &form_row::name);
+    return *std::ranges::find(form_rows, name, &form_row::name);
 }
 
 } // namespace form

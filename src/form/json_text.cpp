@@ -197,12 +197,6 @@ bool write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t num
     }
 }
 
-// Hexadecimal digits of a number of the tag's type.
-unsigned digits_of(std::uint16_t tag)
-{
-    return (sdb::bytes_to_next[tag >> 12] - 2u) * 2;
-}
-
 std::uint64_t number_at(const sdb::sdb_database& database, std::uint16_t tag, std::uint32_t offset)
 {
     const uni::byte_view image = database.image();
@@ -283,7 +277,7 @@ bool write_reference(uni::text_buffer& out, const sdb::sdb_database& database,
     return write_json_stored_text(out, database.string_bytes(reference));
 }
 
-bool write_guid(uni::text_buffer& out, uni::byte_view value)
+bool write_quoted_guid(uni::text_buffer& out, uni::byte_view value)
 {
     if (value.size() != uni::guid_size) {
         out.literal("null");
@@ -296,13 +290,6 @@ bool write_guid(uni::text_buffer& out, uni::byte_view value)
     out.taken(end);
     return true;
 }
-
-template <typename... handlers>
-struct overloaded : handlers... {
-    using handlers::operator()...;
-};
-template <typename... handlers>
-overloaded(handlers...) -> overloaded<handlers...>;
 
 void begin_raw(uni::text_buffer& out, std::string_view name)
 {
@@ -346,7 +333,7 @@ void write_value_of_fact(uni::text_buffer& out, std::string_view name, const val
                    [&](const tag_number& one) {
                        if (!write_number_of(out, one.tag, one.number)) {
                            begin_raw(out, name);
-                           write_hex_number(out, one.number, digits_of(one.tag));
+                           write_hex_number(out, one.number, sdb::hex_digits_of(one.tag));
                        }
                    },
                    [&](const truth& one) { out.text(one.holds ? "true" : "false"); },
@@ -484,7 +471,7 @@ bool write_json_value(uni::text_buffer& out, const sdb::sdb_database& database, 
     case value_form::stored_text:
         return write_json_stored_text(out, database.payload_at(offset));
     case value_form::guid:
-        return write_guid(out, database.payload_at(offset));
+        return write_quoted_guid(out, database.payload_at(offset));
     case value_form::nothing:
     case value_form::index_bits:
         if (tag == tag::patch_bits) {
@@ -508,7 +495,7 @@ void write_json_raw(uni::text_buffer& out, const sdb::sdb_database& database, st
     if (const auto kind = sdb::tag_type(tag); kind == type::binary_ || kind == type::string) {
         write_bytes(out, database, offset);
     } else {
-        write_hex_number(out, number_at(database, tag, offset), digits_of(tag));
+        write_hex_number(out, number_at(database, tag, offset), sdb::hex_digits_of(tag));
     }
 }
 

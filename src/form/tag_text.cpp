@@ -23,12 +23,6 @@ constexpr std::uint64_t shortest_index_bits = 12;
 constexpr std::string_view set_word = "set";
 constexpr std::string_view cut_mark = "...";
 
-// Hexadecimal digits of a number of the tag's type.
-unsigned digits_of(std::uint16_t tag)
-{
-    return (sdb::bytes_to_next[tag >> 12] - 2u) * 2;
-}
-
 std::uint64_t number_at(uni::byte_view image, std::uint64_t position, std::uint16_t tag)
 {
     switch (sdb::tag_type(tag)) {
@@ -236,7 +230,7 @@ void write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t num
         write_version(out, number);
         return;
     default:
-        write_number(out, number, digits_of(tag), style);
+        write_number(out, number, sdb::hex_digits_of(tag), style);
     }
 }
 
@@ -295,7 +289,7 @@ bool write_tag_text(uni::text_buffer& out, const sdb::sdb_database& database, st
         out.text(set_word);
         return true;
     case value_form::number:
-        write_number(out, number_at(image, value, tag), digits_of(tag), style);
+        write_number(out, number_at(image, value, tag), sdb::hex_digits_of(tag), style);
         return true;
     case value_form::word:
         write_word(out, image.u16(value), style);

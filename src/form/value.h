@@ -60,6 +60,14 @@ struct truth {
 using value = std::variant<std::monostate, std::string, moment, dword_value, count, hex_number,
                            tag_count, tag_word, stored_value, tag_number, truth>;
 
+// Functions for the kinds of a value, as std::visit takes them.
+template <typename... handlers>
+struct overloaded : handlers... {
+    using handlers::operator()...;
+};
+template <typename... handlers>
+overloaded(handlers...) -> overloaded<handlers...>;
+
 // A cell of a row, under the name that it has where cells have names.
 struct cell {
     std::string_view name;

@@ -7,13 +7,6 @@ namespace form {
 
 namespace {
 
-template <typename... handlers>
-struct overloaded : handlers... {
-    using handlers::operator()...;
-};
-template <typename... handlers>
-overloaded(handlers...) -> overloaded<handlers...>;
-
 void write_stored_value(uni::text_buffer& out, const stored_value& stored,
                         const request::cmd_params& style, const sdb::sdb_database* database)
 {

@@ -12,13 +12,6 @@ namespace {
 constexpr std::string_view long_form = "\\\\?\\";
 constexpr std::size_t drive_letter_and_colon = 2;
 
-bool has_drive(std::string_view path)
-{
-    const char letter = path.empty() ? '\0' : uni::lower_ascii(path.front());
-    return path.size() >= drive_letter_and_colon && letter >= 'a' && letter <= 'z' &&
-           path[1] == ':';
-}
-
 // What stands between the separators, which are backslashes.
 std::vector<std::string> take_drive(std::string path, std::string& drive, bool& is_rooted)
 {
@@ -38,6 +31,13 @@ std::string with_backslashes(std::string_view path)
 }
 
 } // namespace
+
+bool has_drive(std::string_view path)
+{
+    const char letter = path.empty() ? '\0' : uni::lower_ascii(path.front());
+    return path.size() >= drive_letter_and_colon && letter >= 'a' && letter <= 'z' &&
+           path[1] == ':';
+}
 
 path_parts parts_of(std::string_view path)
 {

@@ -9,6 +9,9 @@
 
 namespace model {
 
+// Whether a path begins with a letter and a colon.
+bool has_drive(std::string_view path);
+
 // A path taken apart: slash and backslash both separate, "." names nothing, and what makes a path a
 // long one is left out.
 struct path_parts {

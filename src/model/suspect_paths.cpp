@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "model/stored_path.h"
 #include "uni/text.h"
 
 namespace model {
@@ -11,22 +12,16 @@ namespace {
 
 constexpr std::string_view separators = ";|,\"'\r\n\t";
 
-bool has_drive(std::string_view path)
-{
-    const char letter = path.empty() ? '\0' : uni::lower_ascii(path[0]);
-    return path.size() >= 2 && letter >= 'a' && letter <= 'z' && path[1] == ':';
-}
-
-std::string with_backslashes(std::string_view path)
+std::string plain_lowered(std::string_view path)
 {
     std::string text = uni::lowered(path);
     uni::replace_char(text, '/', '\\');
-    constexpr std::string_view long_form = "\\\\?\\";
+    constexpr std::string_view long_prefix = "\\\\?\\";
     constexpr std::string_view long_share = "\\\\?\\unc\\";
     if (text.starts_with(long_share)) {
         text.erase(2, long_share.size() - 2);
-    } else if (text.starts_with(long_form)) {
-        text.erase(0, long_form.size());
+    } else if (text.starts_with(long_prefix)) {
+        text.erase(0, long_prefix.size());
     }
     return text;
 }
@@ -49,7 +44,7 @@ std::size_t path_start(std::string_view words)
 
 bool is_writable_place(const knowledge& known, std::string_view path)
 {
-    std::string text = with_backslashes(path);
+    std::string text = plain_lowered(path);
     if (text.starts_with("\\\\")) {
         return true;
     }
@@ -90,7 +85,7 @@ std::vector<std::string> modules_named(std::string_view command_line)
 
 bool is_suspect_module(const knowledge& known, std::string_view module)
 {
-    const std::string text = with_backslashes(module);
+    const std::string text = plain_lowered(module);
     if (text.find('\\') == std::string::npos) {
         return has_drive(text); // the current folder of a drive
     }
@@ -111,7 +106,7 @@ bool has_item_without_dll(std::string_view command_line)
 
 bool redirects_to_writable(const knowledge& known, std::string_view command_line)
 {
-    std::string lower = with_backslashes(command_line);
+    std::string lower = plain_lowered(command_line);
     uni::replace_char(lower, '|', ';');
     bool has_system_place = false;
     for (const std::string& item : uni::split(lower, ';', true)) {

@@ -28,6 +28,12 @@ constexpr bool is_known_type(std::uint16_t type_bits) noexcept
 inline constexpr std::array<std::uint8_t, 16> bytes_to_next = {2, 2, 3, 4, 6, 10, 6, 6,
                                                                6, 6, 2, 2, 2, 2,  2, 2};
 
+// Hexadecimal digits of a number of the tag's type.
+constexpr unsigned hex_digits_of(std::uint16_t tag) noexcept
+{
+    return (bytes_to_next[tag >> 12] - 2u) * 2;
+}
+
 // A tag that stands in no database but is made up by a report for a row of its own.
 constexpr bool is_pseudo_tag(std::uint16_t tag) noexcept
 {
