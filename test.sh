@@ -2,8 +2,8 @@
 # Builds quilt and runs its tests; ends with the line "N passed, N failed".
 #   ./test.sh        the release build: quilt_tests, whole runs, and volume images
 #   ./test.sh --all  also the format check, the sanitizer builds, the Windows build under
-#                    Wine, a short run of every fuzz target, and a report and a form added
-#                    to a copy of the tree
+#                    Wine, a short run of every fuzz target, a fleet of workers, the packages, and
+#                    a report and a form added to a copy of the tree
 set -euo pipefail
 source "$(dirname "$(readlink -f "$0")")/cmake/prepare.sh"
 
@@ -108,6 +108,7 @@ script_tests() { # name script argument...
 
 volume_tests() { # name-suffix folder argument...
     beside script_tests "volumes$1" volumes_test.py --quilt "$2/quilt" --reader "$2/read_volume" "${@:3}"
+    [ "$1" = -windows ] || beside script_tests "images$1" images_test.py --quilt "$2/quilt"
 }
 
 format_check() {
@@ -205,7 +206,9 @@ beside unit_tests quilt_tests build/release/quilt_tests
 for subject in reports forms json html recipes options targets; do
     beside script_tests "$subject" "${subject}_test.py" --quilt build/release/quilt
 done
-beside script_tests memory memory_test.py --quilt build/release/quilt
+for subject in memory pages guide; do
+    beside script_tests "$subject" "${subject}_test.py" --quilt build/release/quilt
+done
 volume_tests '' build/release
 end_steps
 
@@ -218,6 +221,7 @@ if $all; then
         beside script_tests "$subject-asan" "${subject}_test.py" --quilt build/asan/quilt
     done
     volume_tests -asan build/asan
+    beside script_tests fleet fleet_test.py --quilt build/release/quilt
     step fuzz_smoke
 
     build tsan quilt
@@ -231,12 +235,15 @@ if $all; then
 
     # One after the other, as they change back the times of what they read.
     build windows
+    alone build_preset release quilt_static
     start_wine
     step unit_tests quilt_tests-windows wine build/windows/quilt_tests.exe
     for subject in reports forms json html options targets pe_files; do
         step script_tests "$subject-windows" "${subject}_test.py" --quilt build/release/quilt \
             --windows 'wine build/windows/quilt.exe'
     done
+    step script_tests packages packages_test.py --quilt build/release/quilt \
+        --windows 'wine build/windows/quilt.exe'
     volume_tests -windows build/release --windows 'wine build/windows/quilt.exe' \
         --windows-reader 'wine build/windows/read_volume.exe' --only Wine
     end_steps

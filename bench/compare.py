@@ -187,6 +187,38 @@ def compare_volumes(table, folder, place, quilt):
                   (["ntfscat", image, volume_images.HIVE],), 1.0)
 
 
+def compare_images(table, place, quilt, maker):
+    """Databases and folders straight out of the image of a volume, against the same volume mounted."""
+    if volume_images.why_no_mount():
+        return
+    image = os.path.join(place, "volume")
+    volume_images.make_volume(image, 600 * MIB, 4096)
+    database = os.path.join(place, "one.sdb")
+    Run([maker, "1000000", database])
+    with open(database, "rb") as file:
+        contents = file.read()
+    with volume_images.mounted(image) as root:
+        for number in range(100):
+            path = os.path.join(root, f"databases/{number}.sdb")
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "wb") as file:
+                file.write(contents)
+        for number in range(100_000):
+            path = os.path.join(root, f"Windows/folder {number // 500}")
+            if number % 500 == 0:
+                os.makedirs(path)
+            os.close(os.open(os.path.join(path, f"a file with a name {number}.dll"), os.O_CREAT))
+    with volume_images.mounted(image) as root:
+        table.row("-stats -csv of 100 in an image / md5sum, mounted",
+                  ([quilt, "-enumdir", f"{image}/databases", "-stats", "-csv", "-quiet"],
+                   f"{place}/csv"), (shell(f"md5sum {root}/databases/*"),), 1.5)
+        walk = [quilt, "-enumdir", image, "-num_subdirs", "9", "-filter", "0.sdb", "-quiet",
+                "-stats", "-csv"]
+        table.row("a walk over 100,000 files / find, mounted", (walk, f"{place}/csv"),
+                  (["find", root], f"{place}/found"), 2.0)
+        table.memory("peak of it / 100 MiB", max(Run(walk).peak for _ in range(3)), 100 * MIB)
+
+
 def compare(folder, pairs, place):
     quilt = os.path.join(folder, "quilt")
     maker = os.path.join(folder, "make_large_database")
@@ -233,6 +265,7 @@ def compare(folder, pairs, place):
     compare_programs(table, folder, place, quilt, databases[16], load[16])
     compare_hive(table, folder, place, quilt)
     compare_volumes(table, folder, place, quilt)
+    compare_images(table, place, quilt, maker)
     return table.missed
 
 

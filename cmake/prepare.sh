@@ -1,13 +1,14 @@
 # Sourced by run.sh and test.sh: the Debian packages that each needs, and the build.
 # Nothing here writes to standard output.
 
-run_packages=(g++ cmake ninja-build libssl-dev zlib1g-dev)
+run_packages=(g++ cmake ninja-build libssl-dev zlib1g-dev libewf-dev)
 test_packages=("${run_packages[@]}" googletest python3 python3-jsonschema sleuthkit libhivex-bin ntfs-3g jq sqlite3
-    mount)
+    mount fdisk gdisk ewf-tools xxd)
 all_packages=("${test_packages[@]}" clang libclang-rt-14-dev clang-format
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 libxml2-utils
     gcc-mingw-w64-i686-posix icoutils dosfstools e2fsprogs exfatprogs patch
-    libexpat1-dev libcsv-dev cppcheck chromium-driver poppler-utils)
+    libexpat1-dev libcsv-dev cppcheck chromium-driver poppler-utils
+    mandoc zsh fish python3-distributed mmdebstrap dpkg-dev xz-utils nix-bin)
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs

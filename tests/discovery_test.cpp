@@ -59,13 +59,13 @@ protected:
     paths sdb_files(std::uint32_t depth)
     {
         paths found;
-        front::walk_sdb_files(root_, found, depth, notices_);
+        front::walk_sdb_files(tree_, root_, found, depth, notices_);
         return below_root(found);
     }
     paths walked(const std::string& root, std::uint32_t depth)
     {
         const request::cmd_params options;
-        front::stdin_stream_ex stream(options, notices_, nullptr);
+        front::stdin_stream_ex stream(options, tree_, notices_, nullptr);
         EXPECT_TRUE(stream.start_walk(root, depth, {}));
         return entries_of(stream);
     }
@@ -80,6 +80,7 @@ protected:
 
     std::string root_;
     io::error_notices notices_;
+    files::file_tree tree_;
 };
 
 TEST_F(discovery, sdb_walk_takes_a_folder_before_its_subfolders_as_deep_as_asked)
@@ -103,14 +104,14 @@ TEST_F(discovery, what_cannot_be_listed_gives_nothing)
         EXPECT_FALSE(platform::list_directory(bad, entries).is_whole) << bad;
         EXPECT_TRUE(entries.empty());
         paths found;
-        front::walk_sdb_files(bad, found, 8, notices_);
+        front::walk_sdb_files(tree_, bad, found, 8, notices_);
         EXPECT_EQ(found, paths());
     }
     const fs::path old = fs::current_path();
     fs::current_path(root_);
     paths found;
-    front::walk_sdb_files(".", found, 8, notices_);
-    front::walk_sdb_files("..", found, 8, notices_);
+    front::walk_sdb_files(tree_, ".", found, 8, notices_);
+    front::walk_sdb_files(tree_, "..", found, 8, notices_);
     EXPECT_EQ(found, paths()) << "these two are not walked";
     EXPECT_EQ(walked(".", 0),
               (paths{platform::join_path(".", "file"), platform::join_path(".", "a.sdb")}));
@@ -124,7 +125,7 @@ TEST_F(discovery, paths_have_one_separator_and_open_as_they_are)
     make({expected[0].c_str(), expected[1].c_str()});
     for (const char* const ending : {"", "/", "//"}) {
         paths found;
-        front::walk_sdb_files(root_ + ending, found, 8, notices_);
+        front::walk_sdb_files(tree_, root_ + ending, found, 8, notices_);
         EXPECT_EQ(below_root(found), expected);
         paths listed = walked(root_ + ending, 1);
         EXPECT_EQ(below_root(listed), paths(expected.rbegin(), expected.rend()));
@@ -147,7 +148,7 @@ TEST_F(discovery, walks_go_into_paths_of_any_length)
         platform::open_for_writing(platform::walkable_path(file), platform::existing_file::renew)
             .descriptor);
     paths found;
-    front::walk_sdb_files(root_, found, 6, notices_);
+    front::walk_sdb_files(tree_, root_, found, 6, notices_);
     EXPECT_EQ(found, paths{platform::join_path(platform::walkable_path(folders.back()), "a.sdb")});
     EXPECT_TRUE(io::open_source(found.at(0)));
     EXPECT_EQ(walked(root_, 5), paths{file}) << "lists show plain paths";
@@ -184,7 +185,7 @@ TEST_F(discovery, the_system_volume_is_looked_at_where_no_target_is_named)
     front::argument_list args = {"quilt", "-stats"};
     front::diag_log log;
     io::null_out_stream nowhere;
-    EXPECT_TRUE(front::parse_sdb_options(options, args, log, notices_, nowhere));
+    EXPECT_TRUE(front::parse_sdb_options(options, args, tree_, log, notices_, nowhere));
     EXPECT_TRUE(options.searches_default_places);
     EXPECT_EQ(options.volume_text, "c:");
 }
@@ -217,7 +218,7 @@ TEST_F(discovery, list_walk_starts_anew_and_gives_way_to_lines)
     std::fputs("one\r\n\nlast", input);
     std::rewind(input);
     const request::cmd_params options;
-    front::stdin_stream_ex stream(options, notices_, input);
+    front::stdin_stream_ex stream(options, tree_, notices_, input);
     std::string entry;
     EXPECT_TRUE(stream.start_walk(platform::join_path(root_, "old"), 1, {}));
     EXPECT_TRUE(stream.stdin_list_next(entry));

@@ -14,6 +14,7 @@ import sys
 import xml.parsers.expat
 from pathlib import Path
 
+import volume_images
 from support import hives
 from support.json_lines import read_report
 from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, small_database
@@ -128,6 +129,21 @@ class Faults(Runs):
 
     def test_volume(self):
         self.check("-listsdb", "-quiet", "-partition", "IN", "-reg", "IN/HIVE")
+
+    def test_volume_in_an_image(self):
+        volume_images.unpack_prepared(self.path("in/image"))
+        self.before = self.inputs()
+        self.check("-listsdb", "-quiet", "-partition", "IN/image", "-deleted")
+
+    def test_logs_of_a_hive(self):
+        with open(self.path("in/HIVE"), "r+b") as hive:
+            log = bytearray(hive.read(512))
+            hive.seek(8)
+            hive.write(bytes(4))
+        log[28] = 6
+        self.write("in/HIVE.LOG1", hives.sealed(log)[:512])
+        self.before = self.inputs()
+        self.check("-listsdb", "-quiet", "-reg", "IN/HIVE")
 
     def test_statistics_of_a_volume(self):
         self.check("-stats", "-quiet", "-partition", "IN", "-reg", "IN/HIVE", "-append",

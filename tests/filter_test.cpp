@@ -13,6 +13,7 @@ namespace fs = std::filesystem;
 
 TEST(filter, paths)
 {
+    files::file_tree tree;
     struct row {
         std::string_view filter;
         std::vector<std::string> accepted;
@@ -49,7 +50,8 @@ TEST(filter, paths)
         bool open_failed = true;
         for (const auto* const list : {&accepted, &refused}) {
             for (const std::string& path : *list) {
-                EXPECT_EQ(front::filter_accepts({}, open_failed, path, entries), list == &accepted)
+                EXPECT_EQ(front::filter_accepts({}, tree, open_failed, path, entries),
+                          list == &accepted)
                     << filter << path;
             }
         }
@@ -70,6 +72,7 @@ struct file_on_disk {
 
 TEST(filter, signatures)
 {
+    files::file_tree tree;
     const file_on_disk file("12345678sdbf");
     const std::string absent = file.path + ".absent";
     bool failed = true;
@@ -80,23 +83,25 @@ TEST(filter, signatures)
                                             {"73 64 62 66|7", false},
                                             {"73 64 62 66|9", false}, // up to behind the file's end
                                             {"73|0xffffffffffffffff", false}}) {
-        EXPECT_EQ(
-            front::filter_accepts({}, failed, file.path, {front::parse_signature_filter(text)}),
-            is_accepted)
+        EXPECT_EQ(front::filter_accepts({}, tree, failed, file.path,
+                                        {front::parse_signature_filter(text)}),
+                  is_accepted)
             << text;
     }
     EXPECT_FALSE(failed);
-    EXPECT_FALSE(front::filter_accepts({}, failed, absent, {front::parse_signature_filter("31")}));
+    EXPECT_FALSE(
+        front::filter_accepts({}, tree, failed, absent, {front::parse_signature_filter("31")}));
     EXPECT_TRUE(failed);
     std::vector<request::filter_entry> entries;
     front::parse_filter(entries, "*.absent");
     entries.insert(entries.begin(), front::parse_signature_filter("31"));
-    EXPECT_TRUE(front::filter_accepts({}, failed, absent, entries));
+    EXPECT_TRUE(front::filter_accepts({}, tree, failed, absent, entries));
     EXPECT_TRUE(failed) << "told all the same when a later entry accepts";
 }
 
 TEST(filter, time_window_holds_the_write_time)
 {
+    files::file_tree tree;
     const file_on_disk file("x");
     platform::file_facts facts;
     ASSERT_TRUE(platform::read_file_facts(file.path, facts));
@@ -120,9 +125,9 @@ TEST(filter, time_window_holds_the_write_time)
         params.time_window_start = start;
         params.time_window_stop = stop;
         bool failed = false;
-        EXPECT_EQ(front::filter_accepts(params, failed, file.path, {}), accepted)
+        EXPECT_EQ(front::filter_accepts(params, tree, failed, file.path, {}), accepted)
             << start.value_or(0) << ' ' << stop.value_or(0);
-        EXPECT_TRUE(front::filter_accepts(params, failed, file.path + ".absent", {}))
+        EXPECT_TRUE(front::filter_accepts(params, tree, failed, file.path + ".absent", {}))
             << "whoever opens it tells that it is not there";
     }
 }

@@ -309,9 +309,56 @@ TEST(findings, about_places_are_those_of_the_folder_and_the_name)
         EXPECT_EQ(ids, row.ids);
         EXPECT_EQ(model::is_vendors_own(known(), row.place, identity), row.id == main_id);
     }
-    EXPECT_EQ(model::place_of("/mnt/Windows/AppPatch/a.sdb", "/mnt"), "\\Windows\\AppPatch\\a.sdb");
-    EXPECT_EQ(model::place_of("/x/y/windows/AppPatch/a.sdb", ""), "\\windows\\AppPatch\\a.sdb");
-    EXPECT_EQ(model::place_of("/x/y/a.sdb", ""), std::nullopt);
+    EXPECT_EQ(model::place_of("/mnt/Windows/AppPatch/a.sdb", {"/mnt"}),
+              "\\Windows\\AppPatch\\a.sdb");
+    EXPECT_EQ(model::place_of("/x/y/windows/AppPatch/a.sdb", {}), "\\windows\\AppPatch\\a.sdb");
+    EXPECT_EQ(model::place_of("/x/y/a.sdb", {}), std::nullopt);
+}
+
+TEST(findings, about_a_file_come_from_what_is_kept_of_it)
+{
+    constexpr std::uint64_t day = 864'000'000'000;
+    constexpr std::uint64_t odd = 133'000'000'000'000'001; // no whole second
+    const auto named_at = [](std::uint64_t time) {
+        return std::vector<io::kept_times>{{"a.sdb", {0, 0, time}, 0},
+                                           {"A~1", {0, 0, odd + day}, 0}};
+    };
+    const struct {
+        const char* what;
+        io::file_history kept;
+        std::multiset<std::string> ids; // with which of its words
+    } rows[] = {
+        {"nothing", {.times = {odd, odd, odd}, .names = named_at(odd)}, {}},
+        {"copied, with its time", {.times = {odd - day, odd, odd}, .names = named_at(odd)}, {}},
+        {"made before it was named",
+         {.times = {odd, odd, odd - 1}, .names = named_at(odd)},
+         {"time.file 0"}},
+        {"whole seconds",
+         {.times = {odd - 1, odd, odd + day - 1}, .names = named_at(odd)},
+         {"time.file 1"}},
+        {"before it was compiled",
+         {.times = {odd - 2 * day, odd, odd - 2 * day}, .names = named_at(0)},
+         {"time.file 2", "time.file 3"}},
+        {"attributes and a reparse point",
+         {.times = {odd, odd, odd}, .is_hidden = true, .is_system = true, .reparse_kind = 1},
+         {"place.hidden 0", "place.hidden 1", "place.hidden 4"}},
+        {"streams",
+         {.times = {odd, odd, odd}, .stream = "own", .other_streams = {"b", "c"}},
+         {"place.hidden 2", "place.hidden 2", "place.hidden 3"}},
+    };
+    const loaded_database loaded(database_of("name = a"));
+    const model::examined_database examined{loaded.database, known(), false, 0};
+    model::database_identity identity;
+    identity.time = odd - day - day / 2;
+    for (const auto& row : rows) {
+        model::finding_list findings;
+        model::judge_file(findings, examined, row.kept, identity);
+        std::multiset<std::string> ids;
+        for (const model::finding& one : findings.all()) {
+            ids.insert(one.kind->id + ' ' + std::to_string(one.variant));
+        }
+        EXPECT_EQ(ids, row.ids) << row.what;
+    }
 }
 
 // What a registry says, and what is found in it.

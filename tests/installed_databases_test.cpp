@@ -24,7 +24,7 @@ using test_support::installed_database;
 using test_support::put;
 using test_support::text_value;
 
-namespace files = std::filesystem;
+namespace fs = std::filesystem;
 
 using findings_list = std::vector<std::pair<model::registry_finding_kind, std::string>>;
 
@@ -32,14 +32,14 @@ using findings_list = std::vector<std::pair<model::registry_finding_kind, std::s
 class Gathering : public testing::Test {
 protected:
     Gathering()
-        : folder_(files::temp_directory_path() /
+        : folder_(fs::temp_directory_path() /
                   ("quilt-hive-" + std::to_string(std::random_device()())))
     {
-        files::create_directories(folder_);
+        fs::create_directories(folder_);
         options.hive_given = true;
         options.software_hive_path = (folder_ / "SOFTWARE").string();
     }
-    ~Gathering() override { files::remove_all(folder_); }
+    ~Gathering() override { fs::remove_all(folder_); }
 
     void write(const bytes& image)
     {
@@ -52,13 +52,20 @@ protected:
     {
         write(hive_builder().build(test_support::software_hive(std::move(databases))));
         findings_list found;
-        for (auto& one : model::gather_installed_databases(targets, options)) {
+        for (auto& one : gathered()) {
             found.emplace_back(one.kind, one.subject);
         }
         return found;
     }
 
-    files::path folder_;
+    std::vector<model::registry_finding> gathered()
+    {
+        return model::gather_installed_databases(
+            targets, options, {options.volume_text, options.software_hive_path}, tree);
+    }
+
+    fs::path folder_;
+    files::file_tree tree;
     request::sdb_opts options;
     model::run_targets targets;
 };
@@ -201,7 +208,7 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
     options.volume_given = true;
     const auto on_volume = [&](const char* path) { return (folder_ / path).string(); };
     for (const char* const there : {"Custom/There.sdb", "known.sdb", "deep/a.sdb"}) {
-        files::create_directories((folder_ / there).parent_path());
+        fs::create_directories((folder_ / there).parent_path());
         std::ofstream(folder_ / there) << "x";
     }
     const std::vector<hive_key> databases = {
@@ -230,15 +237,15 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
     ASSERT_EQ(targets.files.size(), listed.size());
     for (std::size_t i = 0; i < listed.size(); ++i) {
         // Where letter case counts, paths have the spelling on disk.
-        constexpr bool counts_case = files::path::preferred_separator == '/';
-        const std::string expected = files::path(listed[i]).make_preferred().string();
+        constexpr bool counts_case = fs::path::preferred_separator == '/';
+        const std::string expected = fs::path(listed[i]).make_preferred().string();
         EXPECT_TRUE(counts_case ? targets.files[i] == expected
                                 : uni::equal_ignoring_case(targets.files[i], expected))
             << targets.files[i];
     }
-    EXPECT_EQ(targets.installed.by_key().size(), 11u);
-    EXPECT_EQ(known_of(targets.installed, on_volume("known.sdb")), "known");
-    EXPECT_EQ(known_of(targets.installed, on_volume("deep/b.sdb")), "its folder is there");
+    EXPECT_EQ(targets.installed.at(0).by_key().size(), 11u);
+    EXPECT_EQ(known_of(targets.installed.at(0), on_volume("known.sdb")), "known");
+    EXPECT_EQ(known_of(targets.installed.at(0), on_volume("deep/b.sdb")), "its folder is there");
 
     // Without a volume a hive of another machine names files that are not here.
     options.volume_given = false;
@@ -261,7 +268,7 @@ TEST_F(Gathering, AddsTheDatabasesThatTheRunDoesNotHave)
     targets = {};
     EXPECT_EQ(gather({installed_database("{1}", "C:\\a.sdb", "one", 1)}), findings_list());
     EXPECT_TRUE(targets.files.empty()); // a list has its own
-    EXPECT_EQ(known_of(targets.installed, "/b/a.sdb"), "one");
+    EXPECT_EQ(known_of(targets.installed.at(0), "/b/a.sdb"), "one");
 }
 
 TEST_F(Gathering, TellsWhyNothingIsKnown)
@@ -272,15 +279,15 @@ TEST_F(Gathering, TellsWhyNothingIsKnown)
     };
     const std::string path = options.software_hive_path;
     options.hive_named = true;
-    const auto gathered = [&] {
+    const auto reasons = [&] {
         findings_list found;
-        for (auto& one : model::gather_installed_databases(targets, options)) {
+        for (auto& one : gathered()) {
             EXPECT_TRUE(one.subject == path || one.subject == folder_.string());
             found.emplace_back(one.kind, one.reason);
         }
         return found;
     };
-    EXPECT_EQ(gathered(), (findings_list{{hive_unread, "no such file"}}));
+    EXPECT_EQ(reasons(), (findings_list{{hive_unread, "no such file"}}));
     bytes cut = hive_of({installed_database("{1}", "", "", 0, 0)});
     cut.resize(4496);
     const bytes bare = hive_builder().build({.name = "root"});
@@ -300,21 +307,23 @@ TEST_F(Gathering, TellsWhyNothingIsKnown)
     for (const auto& one : cases) {
         write(one.hive);
         targets = {};
-        EXPECT_EQ(gathered(), one.findings) << one.hive.size();
-        EXPECT_EQ(targets.installed.by_key().size(), one.installed) << one.hive.size();
+        EXPECT_EQ(reasons(), one.findings) << one.hive.size();
+        EXPECT_EQ(targets.installed.empty() ? 0 : targets.installed[0].by_key().size(),
+                  one.installed)
+            << one.hive.size();
     }
     options.software_hive_path = folder_.string();
-    EXPECT_EQ(gathered(), (findings_list{{hive_unread, "is a folder"}}));
+    EXPECT_EQ(reasons(), (findings_list{{hive_unread, "is a folder"}}));
     // One that nobody named is missing only where there is a volume to hold it.
     options.hive_named = false;
     options.software_hive_path = path;
-    files::remove(path);
+    fs::remove(path);
     options.volume_text = "no such volume";
-    EXPECT_EQ(gathered(), findings_list());
+    EXPECT_EQ(reasons(), findings_list());
     options.volume_text = folder_.string();
-    EXPECT_EQ(gathered(), (findings_list{{hive_missing, "no such file"}}));
+    EXPECT_EQ(reasons(), (findings_list{{hive_missing, "no such file"}}));
     options.hive_given = false;
-    EXPECT_EQ(gathered(), findings_list());
+    EXPECT_EQ(reasons(), findings_list());
 }
 
 // The hive of a volume, in its record or in clusters.
@@ -324,6 +333,7 @@ TEST(LockedHives, AreNoneWhereMemoryRunsOut)
     request::sdb_opts options;
     options.volume_text = "c:";
     options.software_hive_path = "c:\\Windows\\System32\\Config\\Software";
+    files::file_tree tree;
     for (const bool is_resident : {true, false}) {
         test_support::ntfs_builder volume = test_support::windows_volume(
             {is_resident
@@ -334,8 +344,9 @@ TEST(LockedHives, AreNoneWhereMemoryRunsOut)
         disk.bytes = volume.image();
         const auto size_of_hive = [&] {
             disk.reads.clear();
-            const model::software_hive found =
-                model::load_software_hive(options, {}, opener_of(disk));
+            const model::software_hive found = model::load_software_hive(
+                options, {options.volume_text, options.software_hive_path}, tree, {},
+                opener_of(disk));
             EXPECT_EQ(found.state, found.bytes.size() == 0 ? model::hive_state::no_memory
                                                            : model::hive_state::opened);
             return found.bytes.size();

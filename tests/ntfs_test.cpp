@@ -696,13 +696,16 @@ TEST(locked_hives, are_read_by_the_letter_or_the_device_of_the_run)
     for (const auto& each : cases) {
         memory_disk disk{.bytes = volume.image(), .name = each.device};
         disk.knows_extended_geometry = disk.knows_geometry = each.has_geometry;
+        files::file_tree tree;
         request::sdb_opts options;
         options.volume_text = each.volume;
         options.vss_given = each.is_snapshot;
         options.software_hive_path =
             each.volume + std::string("\\Windows\\System32\\Config\\Software");
         const hive::hive_bytes found =
-            model::load_software_hive(options, {}, opener_of(disk)).bytes;
+            model::load_software_hive(options, {options.volume_text, options.software_hive_path},
+                                      tree, {}, opener_of(disk))
+                .bytes;
         const std::span<const std::uint8_t> read = found.at(0, found.size()).bytes();
         EXPECT_EQ(bytes(read.begin(), read.end()), each.is_read ? hive : bytes()) << each.volume;
     }
@@ -799,7 +802,7 @@ std::string partitions_of(const std::vector<std::array<std::uint32_t, 5>>& entri
     put(image, {{second, 1, 1}, {second + 32, 34, 1}, {second + 40, 99, 1}});
     ntfs::RAW_DISK_IO io("c:", disk_mode::volume, opener_of(disk));
     std::string found;
-    for (const ntfs::disk_partition& each : ntfs::read_partitions(io)) {
+    for (const ntfs::disk_partition& each : ntfs::read_partitions(io).partitions) {
         found += ntfs::partition_type_name(each.kind) + " " + std::to_string(each.start / size) +
                  "+" + std::to_string(each.size / size) + "; ";
     }

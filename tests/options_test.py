@@ -10,6 +10,7 @@ import os
 import select
 import subprocess
 import sys
+import termios
 
 from support.whole_runs import (ARGUMENTS, FAILED, SAMPLE, Runs, main, run, small_database)
 
@@ -54,6 +55,65 @@ class Options(Runs):
             self.assertEqual((term, shown.decode()), (term, expected))
             os.close(screen)
             os.close(terminal)
+
+    def on_terminal(self, *options, columns=60, **places):
+        """What a run shows on a terminal, that of the error stream where standard output has a place."""
+        screen, terminal = os.openpty()
+        termios.tcsetwinsize(terminal, (24, columns))
+        to = {"stdout": terminal, "stderr": subprocess.DEVNULL, **places}
+        environment = {"TERM": "xterm", **places.pop("env", {})}
+        to["env"] = {**{name: value for name, value in os.environ.items() if name != "NO_COLOR"}, **environment}
+        if "stdout" in places:
+            to["stderr"] = terminal
+        process = subprocess.Popen([*ARGUMENTS.quilt.words, *options], stdin=subprocess.DEVNULL, **to)
+        os.close(terminal)
+        shown = b""
+        try:
+            while block := os.read(screen, 4096):
+                shown += block
+        except OSError:  # nobody writes there any more
+            pass
+        os.close(screen)
+        self.assertEqual(process.wait(), 0)
+        return shown.decode().replace("\r\n", "\n")
+
+    def test_reports_for_people_fit_a_terminal_and_have_colours_there(self):
+        words = ("-sdb", SAMPLE, "-no_header")
+        bold = f"\x1b[1mExe ID's [{SAMPLE}]\x1b[0m\n"
+        self.assertIn(bold, self.on_terminal(*words, "-guids"))
+        self.assertIn(f"\x1b[1m-------------------- [{SAMPLE}]\x1b[0m\n", self.on_terminal(*words, "-exes", "-multiline"))
+        explained = self.on_terminal(*words, "-explain", columns=200)
+        for shown in ("\x1b[1mledger.exe  ", "\x1b[1;31m  HIGH    patch.code  ", "\x1b[33m  MEDIUM  engine.off  ",
+                      "\n                            +0x00012f42  74 -> eb"):
+            self.assertIn(shown, explained)
+        whole = self.printed(*words, "-guids", "-quiet").decode()
+        for more in ({"env": {"NO_COLOR": "1"}}, {"env": {"TERM": "dumb"}}):
+            self.assertEqual(self.on_terminal(*words, "-guids", columns=200, **more), whole)
+        for report in ("-guids -color never", "-guids -csv", "-explain -csvgen", "-explain -xml", "-exes", "-exes -json", "-stats -csvgen", "-stats -safe_csv"):
+            shown = self.on_terminal(*words, *report.split(), columns=200)
+            self.assertEqual(("\x1b" in shown, bool(shown)), (False, True), report)
+        # What does not fit goes on below, and nothing is lost.
+        for report, columns in (("-guids", 50), ("-stats", 50), ("-explain", 80)):
+            plain = self.printed(*words, report, "-quiet").decode()
+            shown = self.on_terminal(*words, report, "-color", "never", columns=columns)
+            self.assertLessEqual(max(map(len, shown.split("\n"))), columns)
+            self.assertEqual("".join(shown.split()), "".join(plain.split()))
+        self.assertIn(bold.encode(), self.printed(*words, "-guids", "-quiet", "-color", "ALWAYS"))
+        out = self.path("out")
+        self.printed(*words, "-guids", "-quiet", "-color", "always", "-out", out)
+        self.assertEqual(self.read("out").replace(b"\r\n", b"\n").decode(), whole)
+        self.printed(*words, "-color", "red", code=FAILED, messages="Don't understand -color red\n")
+
+    def test_a_terminal_shows_how_far_a_list_is(self):
+        for name in ("a", "b"):
+            self.write(f"in/{name}.sdb", small_database(1, name))
+        for words, total in ((("-stats",), 2), (("-diff", self.path("in")), 4)):
+            with open(self.path("report"), "wb") as report:
+                shown = self.on_terminal("-enumdir", self.path("in"), *words, stdout=report, columns=300)
+            self.assertRegex(shown, rf"^\x1b\[2K\r1 of {total} files, [\d.]+ a second, \d+ s left: \S+/[ab].sdb"
+                                    r"\x1b\[2K\r +\r$")
+        with open(self.path("report"), "wb") as report:
+            self.assertEqual(self.on_terminal("-enumdir", self.path("in"), "-stats", "-quiet", stdout=report), "")
 
     def test_a_refusal_leaves_the_results_file_alone(self):
         out = self.write("out", b"old")

@@ -206,7 +206,7 @@ class Installed(VolumeReports, Runs):
 def update_golden():
     for old in GOLDEN.iterdir():
         old.unlink()
-    (GOLDEN / "usage.txt").write_bytes(run("-help -quiet").stderr)
+    (GOLDEN / "usage.txt").write_bytes(run("-quiet -help").stderr)
     for name, options in REPORTS.items():
         (GOLDEN / name).write_bytes(sample_report(run(f"-sdb {SAMPLE} -quiet {options}").stdout))
     for make, reports in ((make_volume, VOLUME_REPORTS), (make_installed_volume, INSTALLED_REPORTS)):

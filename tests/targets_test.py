@@ -141,7 +141,7 @@ class Registry(Runs):
             with self.subTest(hive=hive):
                 path = self.path(hive)
                 told = "" if code and hive not in ("cut", "damaged") or hive == "bare" else \
-                    "installed on another machine or in an image, not opened: C:\\a.sdb\n"
+                    "installed on another machine, not opened: C:\\a.sdb\n"
                 result = run(f"-sdb {SAMPLE} -stats -quiet -reg {path}")
                 self.assertEqual((result.returncode, result.stderr.decode()),
                                  (code, said.format(path) + told))
@@ -160,7 +160,7 @@ class Registry(Runs):
         for options, listed, said in (
             ("-listsdb", "C:\\a.sdb\na.sdb\n", no_file),
             ("-listsdb -partition .", "./a.sdb\n", no_file + outside),
-            ("-stats -csv", "", no_file + "installed on another machine or in an image, not opened: C:\\a.sdb\n"
+            ("-stats -csv", "", no_file + "installed on another machine, not opened: C:\\a.sdb\n"
              + outside + "no database found on c:\n"),
         ):
             result = run(f"{options} -reg SOFTWARE", cwd=self.folder)

@@ -25,18 +25,18 @@ HIVE = "Windows/System32/config/SOFTWARE"
 INSTALLED = ["C:\\Windows\\AppPatch\\Custom\\tool.sdb", "C:\\Program Files\\Чертёж\\計測.sdb"]
 
 
-def make_volume(image, size, cluster):
+def make_volume(image, size, cluster, sector=512):
     with open(image, "wb") as file:
         file.truncate(size)
-    subprocess.run(["mkntfs", "-F", "-Q", "-q", "-c", str(cluster), "-p", "0", "-s", "512", "-S", "63",
+    subprocess.run(["mkntfs", "-F", "-Q", "-q", "-c", str(cluster), "-p", "0", "-s", str(sector), "-S", "63",
                     "-H", "255", image], check=True, stdout=subprocess.DEVNULL,
                    stderr=subprocess.DEVNULL)
 
 
 @contextmanager
-def mounted(image):
+def mounted(image, options="compression"):
     with tempfile.TemporaryDirectory(prefix="quilt-mount-") as folder:
-        subprocess.run(["ntfs-3g", "-o", "compression", image, folder], check=True)
+        subprocess.run(["ntfs-3g", "-o", options, image, folder], check=True)
         try:
             yield folder
         finally:

@@ -47,10 +47,13 @@ class Reading(Runs):
         result = (program or ARGUMENTS.quilt).run("-partition", image, "-listsdb", *options)
         *lines, before_last, last = result.stdout.decode().replace("\r\n", "\n").split("\n")[3:]
         self.assertEqual((before_last, last), ("", ""))
-        self.said = result.stderr.decode().replace("\r\n", "\n")
+        # The hive of the image that is kept has a wrong checksum, as one has that was not closed.
+        self.said = re.sub(r"hive \S+ was not closed, and no log beside it counts: .*\n", "",
+                           result.stderr.decode().replace("\r\n", "\n"))
         volume, root = (re.escape(image[:end]) for end in (None, -1 if image[1:] == ":\\" else None))
-        self.assertRegex(self.said, rf"\A(Prob reading volume {volume}: is (no|a damaged) NTFS volume\n|"
-                         rf"(no hive {root}\S+: no such file\n|Prob reading hive \S+: .+\n|"
+        self.assertRegex(self.said, rf"\A(Prob reading volume {volume}: (is|lies) .+\n|"
+                         rf"(Prob reading folder {root}\S*: .+\n)*"
+                         rf"(no hive {root}\S+: .+\n|Prob reading hive \S+: .+\n|"
                          rf"hive {root}\S+ is damaged, not all that it should hold was read\n)?"
                          rf"({'' if lines else f'no database found on {root}.*'}\n)?)\Z")
         self.assertEqual((result.returncode == 0, bool(lines)), (not self.said, bool(lines)))

@@ -5,12 +5,14 @@
 
 #include "form/fields.h"
 #include "form/folding.h"
+#include "form/screen.h"
 #include "form/tag_text.h"
 #include "form/value_text.h"
 #include "form/with_fields.h"
 #include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
+#include "uni/marks.h"
 #include "uni/text_targets.h"
 
 namespace form {
@@ -49,10 +51,14 @@ void write_tag_count(uni::text_buffer& out, const tag_count& counted)
 bool lines_form::write_record(const model::record_groups& groups)
 {
     out_.text(style_.safe_csv ? "'" : "");
+    const bool paints = has_colors();
+    out_.text(paints ? shade::heading : "");
     out_.text(record_rule);
     out_.character('[');
     out_.text(marked_path_);
-    out_.literal("]\n");
+    out_.character(']');
+    out_.text(paints ? shade::end : "");
+    out_.line_end();
     is_whole_ = true;
     folding(*this, folds(), out_).say(groups);
     if (is_whole_) {
@@ -151,6 +157,82 @@ void lines_form::write_line_text(uni::text_buffer& out, const labelled_line& lin
     }
 }
 
+// The remark does not count for the width, which the values alone settle.
+void lines_form::write_remarked_text(uni::text_buffer& out, const labelled_line& line,
+                                     const sdb::sdb_database* database) const
+{
+    write_line_text(out, line, database);
+    if (line.remark) {
+        out.text(" [" + moment_text(*line.remark, style_).joined() + " UTC]");
+    }
+}
+
+bool lines_form::heading(std::string_view text)
+{
+    write_in(out_, shade::heading, uni::marked(text), has_colors());
+    out_.line_end();
+    return goes_on();
+}
+
+bool lines_form::row(std::string_view kind, std::span<const cell> cells)
+{
+    if (columns() == 0) {
+        return writer::row(kind, cells);
+    }
+    constexpr std::size_t hanging = 4;
+    uni::text_buffer text;
+    lines_form whole(text, style_, state_);
+    whole.document_ = document_;
+    whole.writer::row(kind, cells);
+    write_wrapped(out_, text.view().substr(0, text.view().size() - 1), hanging, columns());
+    out_.line_end();
+    return goes_on();
+}
+
+bool lines_form::line(std::string_view text)
+{
+    return say_line(text, {});
+}
+
+bool lines_form::title(std::string_view text)
+{
+    return say_line(text, shade::heading);
+}
+
+// What stands below the first line of a row has no colour of its own.
+bool lines_form::entry_row(std::string_view, std::span<const cell> cells,
+                           std::span<const std::string> lines)
+{
+    const auto weighs = [cells](emphasis one) {
+        return std::ranges::any_of(cells, [one](const cell& of) { return of.weighs == one; });
+    };
+    std::string_view begin = weighs(emphasis::high)     ? shade::high
+                             : weighs(emphasis::medium) ? shade::medium
+                                                        : std::string_view();
+    for (const std::string& text : lines) {
+        say_line(text, begin);
+        begin = {};
+    }
+    return goes_on();
+}
+
+bool lines_form::say_line(std::string_view text, std::string_view shade_begin)
+{
+    const bool paints = has_colors() && !shade_begin.empty();
+    if (!paints && columns() == 0) {
+        return writer::line(text);
+    }
+    constexpr std::size_t hanging = 4;
+    const std::string shown = uni::marked(safe_text(std::string(text), style_));
+    const std::size_t lead = std::min(shown.find_first_not_of(' '), shown.size());
+    out_.text(paints ? shade_begin : "");
+    out_.blanks(lead);
+    write_wrapped(out_, std::string_view(shown).substr(lead), lead + hanging, columns());
+    out_.text(paints ? shade::end : "");
+    out_.line_end();
+    return goes_on();
+}
+
 bool lines_form::subject(const entry& facts)
 {
     const labelled_lines shape = facts.lines();
@@ -165,14 +247,16 @@ bool lines_form::subject(const entry& facts)
     for (const labelled_line& line : shape.lines) {
         out_.left(line.label, shape.label_width);
         out_.text(style_.csv_separator);
-        const std::uint64_t begin = out_.total();
-        write_line_text(out_, line, database_of(facts));
-        // The remark does not count for the width, which the values alone settle.
-        if (line.remark) {
-            out_.text(" [" + moment_text(*line.remark, style_).joined() + " UTC]");
+        if (columns() == 0) {
+            const std::uint64_t end = out_.total() + value_width;
+            write_remarked_text(out_, line, database_of(facts));
+            out_.blanks(end - std::min(end, out_.total()));
+        } else {
+            uni::text_buffer text;
+            write_remarked_text(text, line, database_of(facts));
+            write_wrapped(out_, text.view(), shape.label_width + style_.csv_separator.size(),
+                          columns());
         }
-        const std::uint64_t end = begin + value_width;
-        out_.blanks(end - std::min(end, out_.total()));
         out_.line_end();
     }
     return goes_on();
@@ -202,6 +286,7 @@ public:
     using with_fields::with_fields;
 
 private:
+    bool is_for_people() const noexcept override { return false; }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override
     {
         return std::make_unique<general_form>(out, style_, state_);

@@ -12,6 +12,12 @@ class lines_form : public writer {
 public:
     using writer::writer;
 
+    bool heading(std::string_view text) override;
+    bool row(std::string_view kind, std::span<const cell> cells) override;
+    bool line(std::string_view text) override;
+    bool title(std::string_view text) override;
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string> lines) override;
     bool subject(const entry& facts) override;
     bool separate() override;
 
@@ -28,9 +34,18 @@ private:
     void write_patch_lines(const model::record_item& item);
     void write_line_text(uni::text_buffer& out, const labelled_line& line,
                          const sdb::sdb_database* database) const;
+    void write_remarked_text(uni::text_buffer& out, const labelled_line& line,
+                             const sdb::sdb_database* database) const;
+
+    bool say_line(std::string_view text, std::string_view shade_begin);
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;
+
+    // Whether people read these lines on a screen, so that they may be coloured and fit its width.
+    virtual bool is_for_people() const noexcept { return true; }
+    bool has_colors() const noexcept { return style_.has_colors && is_for_people(); }
+    std::size_t columns() const noexcept { return is_for_people() ? style_.columns : 0; }
 
     bool is_whole_ = true; // the record in work
 };

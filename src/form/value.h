@@ -67,6 +67,9 @@ struct truth {
 using value = std::variant<std::monostate, std::string, moment, dword_value, count, hex_number,
                            tag_count, tag_word, stored_value, tag_number, truth>;
 
+// How much a row asks to be looked at.
+enum class emphasis { none, medium, high };
+
 // Functions for the kinds of a value, as std::visit takes them.
 template <typename... handlers>
 struct overloaded : handlers... {
@@ -79,8 +82,9 @@ overloaded(handlers...) -> overloaded<handlers...>;
 struct cell {
     std::string_view name;
     value shown = {};
-    bool is_named_only = false;  // shown only there
-    bool names_document = false; // left out where each line tells its path anyway
+    bool is_named_only = false;       // shown only there
+    bool names_document = false;      // left out where each line tells its path anyway
+    emphasis weighs = emphasis::none; // of the row in which it stands
 };
 
 } // namespace form

@@ -30,6 +30,7 @@ public:
     }
     bool line(std::string_view) override { return this->goes_on(); }
     bool shows_lines() const override { return false; }
+    bool title(std::string_view) override { return this->goes_on(); }
     bool entry_row(std::string_view kind, std::span<const cell> cells,
                    std::span<const std::string>) override
     {

@@ -84,6 +84,8 @@ public:
     // A line for people, of what is handed over as facts or rows too, and whether there is a place for such.
     virtual bool line(std::string_view text);
     virtual bool shows_lines() const { return true; }
+    // The same, of a line below which stands what it names.
+    virtual bool title(std::string_view text) { return line(text); }
     // A row of a table whose head are the names of its cells, and the lines that people read in its place.
     virtual bool entry_row(std::string_view kind, std::span<const cell> cells,
                            std::span<const std::string> lines);

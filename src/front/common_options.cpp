@@ -277,6 +277,20 @@ bool set_text(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
+bool take_color(parsing& now, const option_row& row, const std::string& value)
+{
+    const std::string when = uni::lowered(value);
+    if (when == "always") {
+        now.options.color = request::color_use::always;
+    } else if (when == "never") {
+        now.options.color = request::color_use::never;
+    } else if (when != "auto") {
+        now.notices.fail("Don't understand %s %s\n", std::string(row.name).c_str(), value.c_str());
+        return false;
+    }
+    return true;
+}
+
 bool take_enumdir(parsing& now, const option_row&, const std::string& value)
 {
     request::cmd_params& params = now.options;
@@ -351,6 +365,8 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-outdir", true, accept},
     {"-enumdir", true, take_enumdir},
     {"-num_subdirs", true, take_num_subdirs},
+    {"-deleted", false, set_flag<&request::cmd_params::deleted, true>},
+    {"-by_content", false, set_flag<&request::cmd_params::by_content, true>},
     {"-profile", false, set_flag<&request::cmd_params::profile, true>},
     {"-pipe", false, set_flag<&request::cmd_params::pipe, true>},
     {"-filter_skip", true, skip_filter, look_up::each},
@@ -370,6 +386,7 @@ constexpr auto more_rows = std::to_array<option_row>({
     // Rules between sections are always written where a form has them.
     {"-verbose", false, accept},
     {"-v", false, accept, look_up::if_none_yet},
+    {"-color", true, take_color},
     {"-quiet", false, set_flag<&request::cmd_params::show_progress, false>},
 });
 

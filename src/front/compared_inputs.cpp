@@ -6,10 +6,9 @@
 #include <vector>
 
 #include "front/discovery.h"
+#include "front/progress.h"
 #include "front/stdin_stream_ex.h"
 #include "model/stored_path.h"
-#include "platform/directories.h"
-#include "platform/files.h"
 #include "platform/redirection.h"
 
 namespace front {
@@ -19,17 +18,12 @@ namespace {
 // The files of one side, by their places below its root, in which letter case does not count.
 using placed_files = std::map<std::string, std::string>;
 
-bool is_folder(const std::string& path)
-{
-    platform::file_facts facts;
-    return platform::read_file_facts(platform::walkable_path(path), facts) && facts.is_directory;
-}
-
 class two_sides {
 public:
-    two_sides(const request::sdb_opts& options, outputs& files, const input_work& inputs,
-              const input_output& out)
-        : options_(options), files_(files), inputs_(inputs), out_(out)
+    two_sides(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+              const input_work& inputs, const input_output& out)
+        : options_(options), tree_(tree), files_(files), inputs_(inputs), out_(out),
+          told_(options, out.notices)
     {}
 
     void compare()
@@ -37,16 +31,17 @@ public:
         const bool are_volumes = options_.partition_given;
         const std::string& root = are_volumes ? options_.volume_text : options_.enumdir_path;
         for (const std::string& side : {root, options_.diff_path}) {
-            if (!is_folder(side)) { // all of the other would count as added or removed
+            if (!tree_.is_folder(side)) { // all of the other would count as added or removed
                 out_.notices.fail("Prob reading folder %s: %s\n", side.c_str(), "is no folder");
                 return;
             }
         }
         placed_files before = files_of(root);
         placed_files after = files_of(options_.diff_path);
+        told_.set_total(before.size() + after.size());
         for (const auto& [place, path] : before) {
             if (const auto other = after.find(place); other != after.end()) {
-                count(inputs_.tell_difference(path, other->second, out_));
+                tell_pair(path, other->second);
                 after.erase(other);
             } else {
                 lone_before_.push_back(path);
@@ -59,8 +54,6 @@ public:
     }
 
 private:
-    void count(bool was_told) { compared_ += was_told ? 1 : 0; }
-
     // Those that have no counterpart in their place.
     void compare_by_id(const placed_files& after)
     {
@@ -72,16 +65,20 @@ private:
                 after_by_id[*id].push_back(path);
             } else if (id) {
                 rest.push_back(path);
+            } else {
+                told_.note_done(path);
             }
         }
         for (const std::string& path : lone_before_) {
             const auto id = inputs_.id_of(path, out_);
             const auto other = id ? after_by_id.find(*id) : after_by_id.end();
             if (other != after_by_id.end() && !other->second.empty()) {
-                count(inputs_.tell_difference(path, other->second.front(), out_));
+                tell_pair(path, other->second.front());
                 other->second.erase(other->second.begin());
             } else if (id) {
                 tell_lone(path, {});
+            } else {
+                told_.note_done(path);
             }
         }
         for (const auto& [id, paths] : after_by_id) {
@@ -93,48 +90,79 @@ private:
         }
     }
 
+    void tell_pair(const std::string& before, const std::string& after)
+    {
+        compared_ += inputs_.tell_difference(before, after, out_) ? 1 : 0;
+        told_.note_done(before);
+        told_.note_done(after);
+    }
+
     void tell_lone(const std::string& before, const std::string& after)
     {
         ++lone_;
         inputs_.tell_lone_database(before, after, out_);
+        told_.note_done(before.empty() ? after : before);
     }
 
-    placed_files files_of(const std::string& root)
+    placed_files files_of(const std::string& side)
+    {
+        std::vector<std::string> roots = {side};
+        std::string reason;
+        if (options_.partition_given && tree_.kind_of(side, reason) == files::place_kind::disk) {
+            roots = windows_partitions(tree_, side, out_.notices);
+        }
+        placed_files placed;
+        for (const std::string& root : roots) {
+            const std::string number =
+                roots.size() > 1 ? root.substr(root.find_last_of("/\\") + 1) + '/' : "";
+            enter(placed, files_below(root), root, number);
+        }
+        return placed;
+    }
+
+    std::vector<std::string> files_below(const std::string& root)
     {
         std::vector<std::string> paths;
         if (options_.partition_given) {
-            add_default_targets(paths, root, out_.notices);
+            add_default_targets(tree_, paths, root, out_.notices);
             if (options_.by_content) {
-                add_targets_by_content(paths, root, out_.notices);
+                add_targets_by_content(tree_, paths, root, out_.notices);
             }
         } else {
-            stdin_stream_ex walk(options_, out_.notices);
+            stdin_stream_ex walk(options_, tree_, out_.notices);
             walk.start_walk(root, options_.num_subdirs, options_.filter_list);
             for (std::string path; walk.stdin_list_next(path);) {
-                if (begins_as_database(path).value_or(true)) {
+                if (begins_as_database(tree_, path).value_or(true)) {
                     paths.push_back(path);
                 }
             }
         }
-        placed_files placed;
-        for (std::string& path : paths) {
+        return paths;
+    }
+
+    // Enters the files that are none of the run's own.
+    void enter(placed_files& placed, const std::vector<std::string>& paths, const std::string& root,
+               const std::string& number)
+    {
+        for (const std::string& path : paths) {
             const outputs::entry kind = files_.check_entry(path, out_.notices);
             if (kind == outputs::entry::other) {
-                const auto place = model::place_below(model::parts_of(path), root);
+                const auto below = model::place_below(model::parts_of(path), root);
                 // Of names that differ by case alone each has its own place.
-                std::string key = place.value_or(path);
+                std::string key = number + below.value_or(path);
                 while (!placed.try_emplace(key, path).second) {
                     key += '/';
                 }
             }
         }
-        return placed;
     }
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     outputs& files_;
     const input_work& inputs_;
     const input_output& out_;
+    progress told_;
     std::vector<std::string> lone_before_;
     std::uint64_t compared_ = 0;
     std::uint64_t lone_ = 0;
@@ -142,14 +170,14 @@ private:
 
 } // namespace
 
-void compare_inputs(const request::sdb_opts& options, outputs& files, const input_work& inputs,
-                    const input_output& out)
+void compare_inputs(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+                    const input_work& inputs, const input_output& out)
 {
     const platform::wow64_redirect_adt redirection;
     if (!options.sdb_path.empty()) {
         inputs.tell_difference(options.sdb_path, options.diff_path, out);
     } else {
-        two_sides(options, files, inputs, out).compare();
+        two_sides(options, tree, files, inputs, out).compare();
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/file_tree.h"
 #include "front/input_output.h"
 #include "front/input_work.h"
 #include "front/outputs.h"
@@ -8,8 +9,9 @@
 namespace front {
 
 // Compares what the options name on two sides: two databases, or those of two folders or volumes, which are
-// brought together by their places, then by their identifiers.
-void compare_inputs(const request::sdb_opts& options, outputs& files, const input_work& inputs,
-                    const input_output& out);
+// brought together by their places, then by their identifiers. The places on a disk with several volumes are
+// counted from each of them, by the number of its partition.
+void compare_inputs(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+                    const input_work& inputs, const input_output& out);
 
 } // namespace front

@@ -6,11 +6,9 @@
 #include <string_view>
 
 #include "io/byte_source.h"
-#include "model/place.h"
 #include "model/software_hive.h"
 #include "model/stored_path.h"
 #include "platform/directories.h"
-#include "platform/files.h"
 #include "sdb/database.h"
 
 namespace front {
@@ -19,9 +17,10 @@ namespace {
 
 constexpr std::uint64_t longest_knowledge = 0x1000000;
 
-std::optional<std::string> text_of_file(const std::string& path, std::string& reason)
+std::optional<std::string> text_of_file(files::file_tree& tree, const std::string& path,
+                                        std::string& reason)
 {
-    const auto source = io::open_source(path, reason);
+    const auto source = tree.open(path, reason);
     if (!source) {
         return std::nullopt;
     }
@@ -38,11 +37,12 @@ std::optional<std::string> text_of_file(const std::string& path, std::string& re
     return std::string(bytes.begin(), bytes.end());
 }
 
-bool add_files(model::knowledge& known, const request::sdb_opts& options, io::notices* notices)
+bool add_files(model::knowledge& known, const request::sdb_opts& options, files::file_tree& tree,
+               io::notices* notices)
 {
     for (const std::string& path : options.knowledge_paths) {
         std::string reason;
-        const std::optional<std::string> text = text_of_file(path, reason);
+        const std::optional<std::string> text = text_of_file(tree, path, reason);
         const auto bad_line = text ? known.add(*text) : std::nullopt;
         if (!text && notices != nullptr) {
             notices->fail("Prob reading knowledge %s: %s\n", path.c_str(), reason.c_str());
@@ -67,13 +67,14 @@ bool has_family(const model::knowledge& known, std::string_view family)
 
 } // namespace
 
-bool is_knowledge_sound(const request::sdb_opts& options, io::notices& notices)
+bool is_knowledge_sound(const request::sdb_opts& options, files::file_tree& tree,
+                        io::notices& notices)
 {
     if (options.knowledge_paths.empty() && options.families.empty()) {
         return true;
     }
     model::knowledge known;
-    if (!add_files(known, options, &notices)) {
+    if (!add_files(known, options, tree, &notices)) {
         return false;
     }
     for (const std::string& family : options.families) {
@@ -86,19 +87,19 @@ bool is_knowledge_sound(const request::sdb_opts& options, io::notices& notices)
 }
 
 std::unique_ptr<model::explain_context> make_explain_context(const request::sdb_opts& options,
+                                                             files::file_tree& tree,
                                                              const model::run_targets& targets,
                                                              std::uint64_t now)
 {
     auto made = std::make_unique<model::explain_context>();
-    add_files(made->known, options, nullptr);
-    made->lists = targets.lists;
-    made->root = model::root_of_run(options);
+    add_files(made->known, options, tree, nullptr);
+    made->targets = &targets;
     made->now = now;
     return made;
 }
 
-std::unique_ptr<model::known_records> load_known_records(const request::sdb_opts& options,
-                                                         io::notices& notices)
+std::unique_ptr<model::known_records>
+load_known_records(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
     if (options.known_paths.empty()) {
         return nullptr;
@@ -106,7 +107,7 @@ std::unique_ptr<model::known_records> load_known_records(const request::sdb_opts
     auto made = std::make_unique<model::known_records>();
     for (const std::string& path : options.known_paths) {
         std::string reason;
-        const auto source = io::open_source(path, reason);
+        const auto source = tree.open(path, reason);
         sdb::sdb_database database;
         if (!source) {
             notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
@@ -121,23 +122,24 @@ std::unique_ptr<model::known_records> load_known_records(const request::sdb_opts
     return made;
 }
 
-model::file_probe make_file_probe(const request::sdb_opts& options, const std::string& root)
+model::file_probe make_file_probe(const request::sdb_opts& options, files::file_tree& tree,
+                                  const std::string& root)
 {
     const bool is_here = !options.volume_given && !options.vss_given && options.hive_given &&
-                         model::is_own_hive(options);
-    if ((root.empty() && !is_here) || model::is_volume_image(options)) {
+                         model::is_own_hive(options.software_hive_path);
+    if (root.empty() && !is_here) {
         return {};
     }
-    return [root, is_here](const std::string& stored) -> std::optional<bool> {
+    return [root, is_here, &tree](const std::string& stored) -> std::optional<bool> {
         const model::stored_path path = model::read_stored_path(stored);
         if (path.kind != model::stored_kind::on_volume) {
             return std::nullopt;
         }
         std::string local = is_here ? path.drive : root;
         for (const std::string& name : path.names) {
-            local = platform::walkable_path(platform::join_path(local, name));
+            local = tree.walkable_path(platform::join_path(local, name));
         }
-        return !platform::is_missing(local);
+        return !tree.is_missing(local);
     };
 }
 

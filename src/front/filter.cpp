@@ -69,19 +69,20 @@ std::u16string comparable(std::string text)
 }
 
 // A file whose write time is not to be had is for whoever opens it to tell of.
-bool lies_in_window(const request::cmd_params& params, const std::string& path)
+bool lies_in_window(const request::cmd_params& params, files::file_tree& tree,
+                    const std::string& path)
 {
     const auto& start = params.time_window_start;
     const auto& stop = params.time_window_stop;
     platform::file_facts facts;
-    return (!start && !stop) || !platform::read_file_facts(path, facts) ||
+    return (!start && !stop) || !tree.read_facts(path, facts) ||
            (facts.write_time >= start.value_or(0) && facts.write_time <= stop.value_or(UINT64_MAX));
 }
 
 // One path as the entries look at it.
 class filtered_path {
 public:
-    explicit filtered_path(const std::string& path) : path_(path)
+    filtered_path(files::file_tree& tree, const std::string& path) : tree_(tree), path_(path)
     {
         std::string name;
         uni::split_path(path, directory_, name);
@@ -129,7 +130,7 @@ private:
     bool holds_signature(const request::filter_entry& entry, bool& open_failed)
     {
         if (!file_) {
-            file_ = io::open_source(path_);
+            file_ = tree_.open(path_);
         }
         if (!file_) {
             open_failed = true;
@@ -145,6 +146,7 @@ private:
         return std::ranges::equal(bytes, entry.signature);
     }
 
+    files::file_tree& tree_;
     const std::string& path_;
     std::string directory_;
     std::optional<std::u16string> folded_directory_; // made when first needed
@@ -188,17 +190,17 @@ request::filter_entry parse_signature_filter(std::string_view text)
     return entry;
 }
 
-bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<request::filter_entry>& entries)
+bool filter_accepts(const request::cmd_params& params, files::file_tree& tree, bool& open_failed,
+                    const std::string& path, const std::vector<request::filter_entry>& entries)
 {
     open_failed = false;
-    if (path.empty() || !lies_in_window(params, path)) {
+    if (path.empty() || !lies_in_window(params, tree, path)) {
         return false;
     }
     if (entries.empty() || (entries.size() == 1 && entries.front().match_all)) {
         return true;
     }
-    filtered_path candidate(path);
+    filtered_path candidate(tree, path);
     return std::any_of(entries.begin(), entries.end(), [&](const request::filter_entry& entry) {
         return candidate.is_accepted_by(entry, open_failed);
     });

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "files/file_tree.h"
 #include "request/cmd_params.h"
 
 namespace front {
@@ -31,7 +32,7 @@ request::filter_entry parse_signature_filter(std::string_view text);
 //
 // Stream parts are not looked at. `open_failed` tells that a file could not be opened or read for
 // its signature, so that a refusal may be none.
-bool filter_accepts(const request::cmd_params& params, bool& open_failed, const std::string& path,
-                    const std::vector<request::filter_entry>& entries);
+bool filter_accepts(const request::cmd_params& params, files::file_tree& tree, bool& open_failed,
+                    const std::string& path, const std::vector<request::filter_entry>& entries);
 
 } // namespace front

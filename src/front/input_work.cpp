@@ -115,10 +115,11 @@ void say_extent(const loaded_file& file, const std::string& path, io::notices& n
 
 outcome input_work::load(loaded_file& file, const std::string& path, const input_output& out) const
 {
-    file.source = io::open_source(path, file.reason);
+    file.source = tree_.open(path, file.reason);
     if (!file.source) {
         return outcome::failed;
     }
+    report::say_if_deleted(path, *file.source, out.notices);
     sdb::sdb_database::image_user on_image;
     // What tells of a database in its own way tells all its digests.
     const bool tells_all = form::form_of(options_.form).header == form::banner::in_the_form;
@@ -141,7 +142,7 @@ outcome input_work::load(loaded_file& file, const std::string& path, const input
 
 void input_work::say_processing(const std::string& path, const input_output& out) const
 {
-    if (options_.show_progress) {
+    if (options_.show_progress && !options_.draws_progress) {
         out.notices.say("processing %s\n", path.c_str());
     }
 }
@@ -159,6 +160,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         work.times = file.source->times();
         work.source = file.source.get();
         work.digests = &file.digests;
+        work.files = &tree_;
         std::optional<model::known_filter> known_here;
         if (known_ != nullptr) {
             work.known = &known_here.emplace(*known_, file.database);
@@ -167,7 +169,7 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
         work.is_named = path == options_.sdb_path;
         work.digests_of_program = &digests_of_program_;
         if (options_.stats || explained_ != nullptr) {
-            const model::registry_facts known = targets_.installed.find(path);
+            const model::registry_facts known = targets_.find_installed(path);
             say_doubts(known.how, path, out.notices);
             work.installed = known.facts;
         }
@@ -313,7 +315,7 @@ bool input_work::match_program_entry(const std::string& path, const input_output
     std::string reason;
     std::unique_ptr<io::byte_source> source;
     const report::program_state state =
-        report::read_program(properties, source, path, out.notices, reason);
+        report::read_program(properties, source, tree_, path, out.notices, reason);
     if (state == report::program_state::unreadable) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
         tell_failure(path, reason, out);
@@ -372,7 +374,7 @@ outcome input_work::tell_program(const std::string& path, bool is_one_of_several
     model::pe_list properties;
     std::unique_ptr<io::byte_source> source;
     const report::program_state state =
-        report::read_program(properties, source, path, out.notices, reason);
+        report::read_program(properties, source, tree_, path, out.notices, reason);
     if (state != report::program_state::read) {
         return state == report::program_state::no_program ? outcome::passed_over : outcome::failed;
     }

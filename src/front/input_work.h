@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "files/file_tree.h"
 #include "front/input_output.h"
 #include "model/explain_context.h"
 #include "model/installed_databases.h"
@@ -24,9 +25,10 @@ enum class outcome { told, passed_over, failed };
 class input_work {
 public:
     // `explained` is null in a run that explains nothing, `known` where nothing is known.
-    input_work(const request::sdb_opts& options, const model::run_targets& targets,
-               const model::explain_context* explained, const model::known_records* known)
-        : options_(options), targets_(targets), explained_(explained), known_(known)
+    input_work(const request::sdb_opts& options, files::file_tree& tree,
+               const model::run_targets& targets, const model::explain_context* explained,
+               const model::known_records* known)
+        : options_(options), tree_(tree), targets_(targets), explained_(explained), known_(known)
     {}
 
     // The report of a target, or its statistics.
@@ -63,6 +65,7 @@ private:
     void say_processing(const std::string& path, const input_output& out) const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     const model::run_targets& targets_;
     const model::explain_context* explained_;
     const model::known_records* known_;

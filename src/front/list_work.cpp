@@ -8,11 +8,12 @@
 
 namespace front {
 
-list_work::list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-                     action work, failure_teller tell_failure)
-    : options_(options), files_(files), out_(out), work_(std::move(work)),
+list_work::list_work(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+                     const input_output& out, action work, failure_teller tell_failure)
+    : options_(options), tree_(tree), files_(files), out_(out), work_(std::move(work)),
       tell_failure_(std::move(tell_failure)), holds_list_(files.speaks_to_files()),
-      turns_(out, options.pipe && !holds_list_), list_(options, heard_)
+      turns_(out, options.pipe && !holds_list_), progress_(options, out.notices),
+      list_(options, tree, heard_)
 {}
 
 bool list_work::open()
@@ -37,6 +38,7 @@ bool list_work::take_list_ahead()
     }
     const outputs::stream_kind stream = files_.examined_stream(held_);
     if (stream == outputs::stream_kind::none) {
+        progress_.set_total(is_all_held_ ? held_.size() : 0);
         heard_.say_all(out_.notices);
         return true;
     }
@@ -140,6 +142,7 @@ void list_work::work_on(entry_output& entry)
         entry.say_exception();
         tell_failure_(entry.path(), "exception caught", entry.streams());
     }
+    progress_.note_done(entry.path());
 }
 
 bool list_work::try_work(entry_output& entry)
@@ -158,9 +161,10 @@ bool list_work::is_accepted(entry_output& entry)
 {
     // A walk has asked the filter already.
     bool open_failed = false;
-    const bool passes = !options_.pipe ||
-                        filter_accepts(options_, open_failed, entry.path(), options_.filter_list) ||
-                        open_failed;
+    const bool passes =
+        !options_.pipe ||
+        filter_accepts(options_, tree_, open_failed, entry.path(), options_.filter_list) ||
+        open_failed;
     if (!passes) {
         return false;
     }

@@ -10,6 +10,7 @@
 
 #include "front/entry_turns.h"
 #include "front/outputs.h"
+#include "front/progress.h"
 #include "front/stdin_stream_ex.h"
 #include "io/notice.h"
 #include "request/sdb_opts.h"
@@ -28,8 +29,8 @@ public:
     using failure_teller = std::function<void(const std::string& path, const std::string& reason,
                                               const input_output& out)>;
 
-    list_work(const request::sdb_opts& options, outputs& files, const input_output& out,
-              action work, failure_teller tell_failure);
+    list_work(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
+              const input_output& out, action work, failure_teller tell_failure);
 
     // `refused` where nothing may be written, which was said.
     enum class outcome { some_of_use, none_of_use, ended_early, refused };
@@ -49,12 +50,14 @@ private:
     bool is_own_stream(entry_output& entry) const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     outputs& files_;
     const input_output& out_;
     const action work_;
     const failure_teller tell_failure_;
     const bool holds_list_; // it is read ahead before anything is written
     entry_turns turns_;
+    progress progress_;
     std::size_t most_threads_ = 1;
 
     std::mutex mutex_;       // holds together what stands below

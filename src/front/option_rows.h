@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "files/file_tree.h"
 #include "front/arguments.h"
 #include "front/diag_log.h"
 #include "io/notice.h"
@@ -12,10 +13,12 @@
 
 namespace front {
 
-// What an option works on: what is asked for, the arguments that are left, and where words go.
+// What an option works on: what is asked for, the arguments that are left, the files that they may
+// name, and where words go.
 struct parsing {
     request::sdb_opts& options;
     argument_list& args;
+    files::file_tree& tree;
     diag_log& log;
     io::notices& notices;
     io::output_sink& standard_output;

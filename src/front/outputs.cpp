@@ -30,9 +30,9 @@ bool lead_to_one_file(const std::string& a, const std::string& b)
 
 } // namespace
 
-outputs::outputs(const request::sdb_opts& options, diag_log& log,
+outputs::outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log,
                  std::function<std::string()> last_of_log)
-    : options_(options), log_(log), last_of_log_(std::move(last_of_log)),
+    : options_(options), tree_(tree), log_(log), last_of_log_(std::move(last_of_log)),
       output_(platform::identify_stream(platform::standard_output_descriptor)),
       error_(platform::identify_stream(platform::standard_error_descriptor))
 {}
@@ -68,7 +68,9 @@ std::vector<std::optional<platform::file_id>>
 outputs::identities(const std::vector<std::string>& inputs) const
 {
     std::vector<std::optional<platform::file_id>> ids;
-    std::ranges::transform(inputs, std::back_inserter(ids), platform::identify_file);
+    for (const std::string& path : inputs) {
+        std::ranges::copy(tree_.identify(path), std::back_inserter(ids));
+    }
     if (options_.pipe) {
         ids.push_back(platform::identify_stream(platform::standard_input_descriptor));
     }
@@ -175,18 +177,18 @@ outputs::entry outputs::check_entry(const std::string& path, io::notices& notice
     if (!planned_results_ && !planned_log_) {
         return entry::other;
     }
-    const auto id = platform::identify_file(path);
-    if (!id) {
-        return entry::other;
-    }
+    const std::vector<platform::file_id> ids = tree_.identify(path);
+    const auto is_read = [&](const std::optional<platform::file_id>& id) {
+        return id && std::ranges::find(ids, *id) != ids.end();
+    };
     for (auto* const file : {&planned_results_, &planned_log_}) {
         if (!*file) {
             continue;
         }
-        if (id == (*file)->partial) {
+        if (is_read((*file)->partial)) {
             return entry::own_partial;
         }
-        if (id == (*file)->target) {
+        if (is_read((*file)->target)) {
             notices.fail(examined_words, (*file)->name.c_str());
             (file == &planned_results_ ? results_are_spoilt_ : log_is_spoilt_) = true;
             return entry::examined;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "files/file_tree.h"
 #include "front/diag_log.h"
 #include "io/notice.h"
 #include "io/output_file.h"
@@ -19,7 +20,7 @@ namespace front {
 class outputs {
 public:
     // `last_of_log` gives the text that ends the log.
-    outputs(const request::sdb_opts& options, diag_log& log,
+    outputs(const request::sdb_opts& options, files::file_tree& tree, diag_log& log,
             std::function<std::string()> last_of_log);
 
     // A standard stream that is one of these files, to which not a byte may be written, not of a
@@ -73,6 +74,7 @@ private:
     io::output_mode mode_of_log() const;
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     diag_log& log_;
     std::function<std::string()> last_of_log_;
     io::output_file results_;

@@ -2,6 +2,28 @@
 
 namespace front {
 
+namespace {
+
+// An entry that is cut off is what a sudden end leaves; a part that its logs spoil is damage.
+void say_logs(const std::string& path, const model::log_findings& logs, io::notices& notices)
+{
+    const auto number = [](std::uint64_t count) { return static_cast<unsigned long long>(count); };
+    notices.say("hive %s was not closed: taken of its logs were %llu entries with %llu pages; "
+                "databases added %llu, removed %llu, changed %llu\n",
+                path.c_str(), number(logs.outcome.entries), number(logs.outcome.pages),
+                number(logs.added), number(logs.removed), number(logs.changed));
+    if (!logs.outcome.is_complete) {
+        notices.say("hive %s: its logs hold entries that are damaged or do not follow, left out\n",
+                    path.c_str());
+    }
+    if (logs.outcome.bad_bins != 0) {
+        notices.fail("hive %s: %llu of its parts are damaged by its logs, not read\n", path.c_str(),
+                     number(logs.outcome.bad_bins));
+    }
+}
+
+} // namespace
+
 void say_findings(const std::vector<model::registry_finding>& findings, io::notices& notices)
 {
     using enum model::registry_finding_kind;
@@ -15,9 +37,6 @@ void say_findings(const std::vector<model::registry_finding>& findings, io::noti
         case hive_unread:
             notices.fail("Prob reading hive %s: %s\n", subject, reason);
             break;
-        case no_volume:
-            notices.fail("Prob reading volume %s: %s\n", subject, reason);
-            break;
         case no_memory:
             notices.fail("Prob reading hive %s: memory has run out\n", subject);
             break;
@@ -30,8 +49,20 @@ void say_findings(const std::vector<model::registry_finding>& findings, io::noti
         case changed:
             notices.fail("%s changed while it was read\n", subject);
             break;
+        case logs_taken:
+            say_logs(finding.subject, finding.logs, notices);
+            break;
+        case logs_missing:
+            notices.say(
+                "hive %s was not closed, and no log beside it counts: what was written last "
+                "may be missing\n",
+                subject);
+            break;
+        case logs_left_out:
+            notices.say("hive %s was not closed, its logs are left out\n", subject);
+            break;
         case not_opened:
-            notices.say("installed on another machine or in an image, not opened: %s\n", subject);
+            notices.say("installed on another machine, not opened: %s\n", subject);
             break;
         case leaves_volume:
             notices.say("installed on no drive or outside of the volume, not opened: %s\n",

@@ -9,11 +9,13 @@
 #include "front/compared_inputs.h"
 #include "front/discovery.h"
 #include "front/explain_setup.h"
+#include "front/help.h"
 #include "front/input_work.h"
 #include "front/list_work.h"
+#include "front/progress.h"
 #include "front/registry_words.h"
-#include "front/startup.h"
 #include "io/byte_source.h"
+#include "model/place.h"
 #include "model/software_hive.h"
 #include "platform/redirection.h"
 #include "report/reports.h"
@@ -27,11 +29,12 @@ constexpr const char* caught = "exception caught";
 // The work of one run.
 class run_work {
 public:
-    run_work(const request::sdb_opts& options, const model::run_targets& targets, outputs& files,
+    run_work(const request::sdb_opts& options, files::file_tree& tree,
+             const model::run_targets& targets, outputs& files,
              const model::explain_context* explained, const model::known_records* known,
              const input_output& out)
-        : options_(options), targets_(targets), files_(files), out_(out), explained_(explained),
-          inputs_(options, targets, explained, known)
+        : options_(options), tree_(tree), targets_(targets), files_(files), out_(out),
+          explained_(explained), inputs_(options, tree, targets, explained, known)
     {}
 
     void do_all(const form::run_facts& facts)
@@ -84,7 +87,7 @@ private:
             list_databases();
         } else if (options_.compares()) {
             const uni::busy_thread busy(out_.threads);
-            compare_inputs(options_, files_, inputs_, out_);
+            compare_inputs(options_, tree_, files_, inputs_, out_);
         } else if (options_.matches_many()) {
             match_programs();
         } else if (options_.is_list_form()) {
@@ -105,7 +108,9 @@ private:
         report::job work{options_, *stream_, out_.console, out_.notices};
         work.targets = &targets_;
         work.explained = explained_;
-        work.is_there = make_file_probe(options_, explained_->root);
+        for (const model::installed_databases& installed : targets_.installed) {
+            work.are_there.push_back(make_file_probe(options_, tree_, installed.volume()));
+        }
         report::report_of("machine").make(work);
         out_.place.unfollow(*stream_);
     }
@@ -140,6 +145,8 @@ private:
             inputs_.tell_failure(path, "leads out of the volume", out_);
         }
         const platform::wow64_redirect_adt redirection;
+        progress told(options_, out_.notices);
+        told.set_total(targets_.files.size());
         for (const std::string& path : targets_.files) {
             if (targets_.files.size() == 1) {
                 work_on_one(path, [&] { inputs_.tell_target(path, out_); });
@@ -151,6 +158,7 @@ private:
                 out_.notices.fail("exception caught on file %s\n", path.c_str());
                 inputs_.tell_failure(path, caught, out_);
             }
+            told.note_done(path);
             if (!out_.report.good()) {
                 return;
             }
@@ -160,7 +168,7 @@ private:
     void work_on_entries()
     {
         list_work list(
-            options_, files_, out_,
+            options_, tree_, files_, out_,
             [this](const std::string& path, const auto& out) {
                 return inputs_.tell_entry(path, out);
             },
@@ -212,6 +220,7 @@ private:
     }
 
     const request::sdb_opts& options_;
+    files::file_tree& tree_;
     const model::run_targets& targets_;
     outputs& files_;
     const input_output& out_;
@@ -222,10 +231,56 @@ private:
     bool may_write_ = true;
 };
 
+// The roots of the volumes that the run is about.
+std::vector<std::string> volumes_of(const request::sdb_opts& options, files::file_tree& tree,
+                                    model::run_targets& targets, io::notices& notices)
+{
+    const std::string& named = options.volume_text;
+    if (!options.volume_given && !options.vss_given) {
+        return {named};
+    }
+    std::string reason;
+    switch (tree.kind_of(named, reason)) {
+    case files::place_kind::disk:
+        return windows_partitions(tree, named, notices);
+    case files::place_kind::file:
+        notices.fail("Prob reading volume %s: %s\n", named.c_str(), reason.c_str());
+        targets.has_volume = false;
+        return {};
+    default:
+        return {named};
+    }
+}
+
+// Adds what the folders hold where a volume keeps its databases.
+void add_databases_of(model::run_targets& targets, const request::sdb_opts& options,
+                      const std::string& volume, files::file_tree& tree, io::notices& notices)
+{
+    std::vector<std::string> found;
+    add_default_targets(tree, found, volume, notices);
+    for (std::string& path : found) {
+        if (model::leads_out_of_volume(options, volume, tree, path)) {
+            notices.fail("%s leads out of the volume, not opened\n", path.c_str());
+            targets.not_opened.push_back(std::move(path));
+        } else {
+            targets.files.push_back(std::move(path));
+        }
+    }
+}
+
+// The volume's own hive, unless another was named.
+model::registry_place registry_of(const request::sdb_opts& options, const std::string& volume,
+                                  files::file_tree& tree)
+{
+    return {volume, options.hive_named || volume == options.volume_text
+                        ? options.software_hive_path
+                        : path_on_volume(tree, volume, place_of_software_hive)};
+}
+
 } // namespace
 
-model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
-                                io::notices& notices)
+model::run_targets find_targets(const request::sdb_opts& options, files::file_tree& tree,
+                                diag_log& log, io::notices& notices)
 {
     model::run_targets targets;
     if (options.pe_stats) {
@@ -238,30 +293,39 @@ model::run_targets find_targets(const request::sdb_opts& options, diag_log& log,
         targets.files.insert(targets.files.end(), options.more_sdb_paths.begin(),
                              options.more_sdb_paths.end());
     }
-    // No folder of an image can be listed, and a list has all its targets itself.
+    ntfs::trace_text trace;
+    if (!options.log_path.empty()) {
+        trace = [&log](std::string_view line) { log.write(line); };
+    }
+    const std::vector<std::string> volumes = volumes_of(options, tree, targets, notices);
+    if (options.explain) {
+        targets.roots = model::roots_of_run(options, tree, volumes);
+    }
+    // A list has all its targets itself.
     const bool is_list_alone =
         options.is_list_form() && !options.list_sdb && !options.matches_many();
-    if (options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
-        add_default_targets(targets.files, options.volume_text, notices);
-        std::erase_if(targets.files, [&](const std::string& path) {
-            const bool leads_out = model::leads_out_of_volume(options, path);
-            if (leads_out) {
-                notices.fail("%s leads out of the volume, not opened\n", path.c_str());
-                targets.not_opened.push_back(path);
-            }
-            return leads_out;
-        });
-    }
-    if ((options.explain || options.compares()) && options.by_content &&
-        options.searches_default_places && !is_list_alone && !model::is_volume_image(options)) {
-        add_targets_by_content(targets.files, options.volume_text, notices);
-    }
-    if (options.asks_registry() && !options.match_mode) {
-        ntfs::trace_text trace;
-        if (!options.log_path.empty()) {
-            trace = [&log](std::string_view line) { log.write(line); };
+    const bool searches = options.searches_default_places && !is_list_alone;
+    for (const std::string& volume : volumes) {
+        if (searches) {
+            add_databases_of(targets, options, volume, tree, notices);
         }
-        say_findings(model::gather_installed_databases(targets, options, trace), notices);
+        if (searches && options.by_content && (options.explain || options.compares())) {
+            add_targets_by_content(tree, targets.files, volume, notices);
+        }
+        if (options.asks_registry() && !options.match_mode) {
+            model::registry_place registry = registry_of(options, volume, tree);
+            if (targets.roots.size() == 1) {
+                registry.root = targets.roots.front();
+            }
+            say_findings(model::gather_installed_databases(targets, options, registry, tree, trace),
+                         notices);
+        }
+        if (searches && options.deleted) {
+            if (tree.volumes_at(volume).empty()) { // but what is mounted
+                notices.say("not used here: %s\n", "-deleted");
+            }
+            add_deleted_targets(tree, targets.files, volume, options.by_content);
+        }
     }
     return targets;
 }
@@ -280,6 +344,15 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
         }
     }
     files.insert(files.end(), options.more_hive_paths.begin(), options.more_hive_paths.end());
+    if (options.hive_given && !options.no_logs) {
+        std::vector<std::string> hives = options.more_hive_paths;
+        hives.push_back(options.software_hive_path);
+        for (const std::string& hive : hives) {
+            for (const char* const ending : model::log_endings) {
+                files.push_back(hive + ending);
+            }
+        }
+    }
     files.insert(files.end(), options.knowledge_paths.begin(), options.knowledge_paths.end());
     files.insert(files.end(), options.known_paths.begin(), options.known_paths.end());
     if (!options.diff_path.empty()) {
@@ -289,13 +362,14 @@ std::vector<std::string> examined_files(const request::sdb_opts& options,
 }
 
 void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request::sdb_opts& options,
-         const form::run_facts& facts, const model::run_targets& targets, outputs& files,
-         diag_log& log, io::notices& notices)
+         const form::run_facts& facts, files::file_tree& tree, const model::run_targets& targets,
+         outputs& files, diag_log& log, io::notices& notices)
 {
     const bool explains = options.explain && !options.stats && !options.list_sdb &&
                           !options.compares() && !options.match_mode;
-    const auto known = load_known_records(options, notices);
-    const auto explained = explains ? make_explain_context(options, targets, facts.time) : nullptr;
+    const auto known = load_known_records(options, tree, notices);
+    const auto explained =
+        explains ? make_explain_context(options, tree, targets, facts.time) : nullptr;
     // A form that begins its stream itself needs no input to know of those before it. Behind a database
     // that is explained the registry may have its say.
     one_by_one place(
@@ -307,18 +381,18 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
     input_counts counts;
     kept_texts kept;
     const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
-    run_work(options, targets, files, explained.get(), known.get(), streams).do_all(facts);
+    run_work(options, tree, targets, files, explained.get(), known.get(), streams).do_all(facts);
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,
-                  const form::run_facts& facts, bool has_failed)
+                  const form::run_facts& facts, files::file_tree& tree, bool has_failed)
 {
     const auto stream = form::form_of(options.form).make(out, options, {});
     stream->name_place("s1");
     stream->begin_stream(facts);
     if (!options.missing_path.empty()) {
         std::string reason;
-        io::open_source(options.missing_path, reason);
+        tree.open(options.missing_path, reason);
         stream->failure(options.missing_path, reason.empty() ? "could not be looked at" : reason);
     }
     stream->end_stream({.failed = stream->failures(),

@@ -4,6 +4,7 @@
 #include "front/cmdline_ctx.h"
 #include "front/common_options.h"
 #include "front/diag_log.h"
+#include "front/help.h"
 #include "front/outputs.h"
 #include "front/run.h"
 #include "front/sdb_options.h"
@@ -39,12 +40,12 @@ bool is_body_file(const request::sdb_opts& options)
            !options.pe_stats;
 }
 
-int refuse(const run_beginning& run, const request::sdb_opts& options,
+int refuse(const run_beginning& run, const request::sdb_opts& options, files::file_tree& tree,
            io::output_sink& standard_output)
 {
     if (begins_itself(options)) {
         platform::set_standard_output_binary();
-        tell_refusal(standard_output, options, run.facts, true);
+        tell_refusal(standard_output, options, run.facts, tree, true);
     } else if (!options.no_header && !is_body_file(options)) {
         standard_output.text(run.header);
         standard_output.line_end();
@@ -88,8 +89,8 @@ bool may_write_to(const cmdline_ctx& context, io::notices& notices)
 
 // A stream that begins itself is whole beside the usage text too.
 int tell_help(std::string_view form, const form::run_facts& run, const request::bounds& bounds,
-              const cmdline_ctx& context, io::standard_output& standard_output,
-              io::notices& notices)
+              files::file_tree& tree, const cmdline_ctx& context,
+              io::standard_output& standard_output, io::notices& notices)
 {
     request::sdb_opts options;
     options.form = form;
@@ -99,7 +100,7 @@ int tell_help(std::string_view form, const form::run_facts& run, const request::
     }
     if (may_write_to(context, notices)) {
         platform::set_standard_output_binary();
-        tell_refusal(standard_output, options, run, false);
+        tell_refusal(standard_output, options, run, tree, false);
         standard_output.flush();
         say_what_was_not_written(standard_output, notices);
     }
@@ -125,6 +126,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
     io::error_notices notices;
     io::standard_output standard_output;
     diag_log log;
+    files::file_tree tree;
     request::sdb_opts options;
     options.bounds = bounds;
     run_beginning beginning;
@@ -133,11 +135,16 @@ int run_driver(argument_list args, const request::bounds& bounds)
         if (const auto text = text_asked_for(args)) {
             return print_text(*text, context, standard_output, notices);
         }
+        if (args.size() <= 1) {
+            print_first_words();
+            return success;
+        }
         beginning.facts = gather_run_facts(args);
         const std::string_view form = form_asked_for(args).value_or(options.form);
         if (asks_for_help(args)) {
             print_usage();
-            return tell_help(form, beginning.facts, bounds, context, standard_output, notices);
+            return tell_help(form, beginning.facts, bounds, tree, context, standard_output,
+                             notices);
         }
         beginning.header = make_run_header(args, beginning.facts);
     }
@@ -145,36 +152,36 @@ int run_driver(argument_list args, const request::bounds& bounds)
     model::run_targets targets;
     bool is_parsed = false;
     try {
-        is_parsed = parse_sdb_options(options, args, log, early, standard_output);
+        is_parsed = parse_sdb_options(options, args, tree, log, early, standard_output);
         if (is_parsed) {
-            targets = find_targets(options, log, early);
+            targets = find_targets(options, tree, log, early);
         }
     } catch (...) {
         early.say_all(notices);
         throw;
     }
-    outputs files(options, log, [&context] { return context.elapsed_text(); });
+    outputs files(options, tree, log, [&context] { return context.elapsed_text(); });
     const std::vector<std::string> inputs = examined_files(options, targets);
     if (const auto stream = files.examined_stream(inputs); stream != outputs::stream_kind::none) {
         return refuse_stream(stream, standard_output, notices);
     }
     early.say_all(notices);
     if (!is_parsed) {
-        return refuse(beginning, options, standard_output);
+        return refuse(beginning, options, tree, standard_output);
     }
     context.bind_options(options);
     if (options.out_path.empty() && !may_write_to(context, notices)) {
         return failure;
     }
     if (files.are_in_the_way(inputs, notices)) {
-        return refuse(beginning, options, standard_output);
+        return refuse(beginning, options, tree, standard_output);
     }
     try {
         const auto line_ends = begins_itself(options) || is_body_file(options)
                                    ? io::line_ends::as_they_are
                                    : io::line_ends::with_return;
         if (!files.open(line_ends, notices)) {
-            return refuse(beginning, options, standard_output);
+            return refuse(beginning, options, tree, standard_output);
         }
         io::output_sink* const results = files.results();
         io::output_sink& out = results ? *results : standard_output;
@@ -185,7 +192,7 @@ int run_driver(argument_list args, const request::bounds& bounds)
         if (line_ends == io::line_ends::as_they_are && results == nullptr) {
             platform::set_standard_output_binary();
         }
-        run(out, standard_output, options, beginning.facts, targets, files, log, notices);
+        run(out, standard_output, options, beginning.facts, tree, targets, files, log, notices);
         files.finish(notices);
     } catch (...) {
         files.give_up(notices);

@@ -10,12 +10,13 @@
 #include "front/common_options.h"
 #include "front/discovery.h"
 #include "front/explain_setup.h"
+#include "front/help.h"
 #include "front/option_rows.h"
 #include "front/pattern_text.h"
-#include "front/startup.h"
 #include "io/notice.h"
 #include "model/knowledge.h"
 #include "model/stored_path.h"
+#include "platform/console.h"
 #include "platform/files.h"
 #include "platform/host.h"
 #include "report/reports.h"
@@ -120,6 +121,20 @@ std::optional<std::string> volume_of_letter(std::string_view value)
     return names_volume ? std::optional(std::string(value.substr(0, 1)) + ':') : std::nullopt;
 }
 
+// The volume that a value names as it stands: a folder that may be one, an image, or what lies in one.
+std::optional<std::string> volume_at(files::file_tree& tree, const std::string& value)
+{
+    auto volume = platform::volume_at(value);
+    std::string reason;
+    const files::place_kind kind = tree.kind_of(value, reason);
+    const bool is_image = kind == files::place_kind::volume || kind == files::place_kind::disk;
+    if (!volume && (is_image || (kind != files::place_kind::nothing && tree.is_in_image(value)))) {
+        const std::string path = tree.walkable_path(value);
+        volume = path.substr(0, path.find_last_not_of("/\\") + 1);
+    }
+    return volume;
+}
+
 bool take_partition(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
@@ -128,7 +143,7 @@ bool take_partition(parsing& now, const option_row&, const std::string& value)
     }
     options.partition_given = true;
     options.volume_given = true;
-    auto volume = platform::volume_at(value);
+    auto volume = volume_at(now.tree, value);
     if (!volume) {
         volume = volume_of_letter(value);
     }
@@ -157,7 +172,7 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
         return false;
     }
     options.vss_given = true;
-    auto volume = platform::volume_at(value);
+    auto volume = volume_at(now.tree, value);
     if (!volume) {
         volume = snapshot_of_number(value);
     }
@@ -169,10 +184,11 @@ bool take_vss(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool file_is_there(const std::string& path, request::sdb_opts& options, io::notices& notices)
+bool file_is_there(files::file_tree& tree, const std::string& path, request::sdb_opts& options,
+                   io::notices& notices)
 {
     platform::file_facts facts;
-    if (!path.empty() && platform::read_file_facts(path, facts)) {
+    if (!path.empty() && tree.read_facts(path, facts)) {
         return true;
     }
     notices.fail("Prob reading file %s\n", path.c_str());
@@ -198,20 +214,22 @@ bool take_sdb(parsing& now, const option_row&, const std::string& value)
     }
     if (!options.sdb_path.empty()) {
         options.more_sdb_paths.push_back(expanded(value));
-        return file_is_there(options.more_sdb_paths.back(), now.options, now.notices);
+        return file_is_there(now.tree, options.more_sdb_paths.back(), now.options, now.notices);
     }
     options.sdb_path = expanded(value);
     // Only the drive of a path is a volume that may have a hive: behind two separators none stands.
-    const bool names_no_drive = options.sdb_path.find_first_not_of("/\\") >= 2;
+    // What lies in an image is on no drive either.
+    const bool names_no_drive =
+        options.sdb_path.find_first_not_of("/\\") >= 2 || now.tree.is_in_image(options.sdb_path);
     options.volume_text = names_no_drive ? "" : model::parts_of(options.sdb_path).drive;
-    return file_is_there(options.sdb_path, now.options, now.notices);
+    return file_is_there(now.tree, options.sdb_path, options, now.notices);
 }
 
 bool take_pe(parsing& now, const option_row&, const std::string& value)
 {
     request::sdb_opts& options = now.options;
     options.pe_path = expanded(value);
-    if (!options.vss_given && !file_is_there(options.pe_path, options, now.notices)) {
+    if (!options.vss_given && !file_is_there(now.tree, options.pe_path, options, now.notices)) {
         return false;
     }
     options.pe_stats = options.stats;
@@ -353,7 +371,7 @@ bool take_family(parsing& now, const option_row&, const std::string& value)
 bool take_knowledge(parsing& now, const option_row&, const std::string& value)
 {
     now.options.knowledge_paths.push_back(expanded(value));
-    return file_is_there(now.options.knowledge_paths.back(), now.options, now.notices);
+    return file_is_there(now.tree, now.options.knowledge_paths.back(), now.options, now.notices);
 }
 
 bool take_diff(parsing& now, const option_row&, const std::string& value)
@@ -363,14 +381,14 @@ bool take_diff(parsing& now, const option_row&, const std::string& value)
 }
 
 // Beside a volume another volume is compared, beside a folder or a database another of these.
-bool settle_diff(request::sdb_opts& options, io::notices& notices)
+bool settle_diff(request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
     std::string& path = options.diff_path;
     if (path.empty()) {
         return true;
     }
     if (options.partition_given) {
-        const auto volume = platform::volume_at(path);
+        const auto volume = volume_at(tree, path);
         const auto letter = volume ? volume : volume_of_letter(path);
         if (!letter) {
             notices.fail("no volume: %s\n", path.c_str());
@@ -384,13 +402,13 @@ bool settle_diff(request::sdb_opts& options, io::notices& notices)
         return false;
     }
     path = expanded(path);
-    return file_is_there(path, options, notices);
+    return file_is_there(tree, path, options, notices);
 }
 
 bool take_known(parsing& now, const option_row&, const std::string& value)
 {
     now.options.known_paths.push_back(expanded(value));
-    return file_is_there(now.options.known_paths.back(), now.options, now.notices);
+    return file_is_there(now.tree, now.options.known_paths.back(), now.options, now.notices);
 }
 
 // Before and behind the listings.
@@ -410,7 +428,6 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-knowledge", true, take_knowledge, look_up::each},
     {"-diff", true, take_diff},
     {"-known", true, take_known, look_up::each},
-    {"-by_content", false, set_flag<&request::sdb_opts::by_content>},
     {"-partition", true, take_partition},
     {"-vss", true, take_vss},
     {"-sdb", true, take_sdb},
@@ -424,6 +441,7 @@ constexpr auto more_rows = std::to_array<option_row>({
     {"-strings", true, take_strings},
     {"-reg", true, take_reg},
     {"-reg", true, take_reg, look_up::more_for_explain},
+    {"-no_logs", false, set_flag<&request::sdb_opts::no_logs>},
 });
 
 void add_database_options(std::vector<option_row>& rows)
@@ -438,7 +456,7 @@ void add_database_options(std::vector<option_row>& rows)
 }
 
 // What follows from all options together.
-void settle_targets(request::sdb_opts& options)
+void settle_targets(request::sdb_opts& options, files::file_tree& tree)
 {
     const bool searches_for_stats = options.stats && !options.pe_stats && options.sdb_path.empty();
     options.searches_default_places =
@@ -450,12 +468,28 @@ void settle_targets(request::sdb_opts& options)
         options.asks_registry()) {
         options.hive_given = true;
         options.software_hive_path =
-            path_on_volume(options.volume_text, {"Windows", "System32", "Config", "Software"});
+            path_on_volume(tree, options.volume_text, place_of_software_hive);
     }
 }
 
+// What a report for people and the words of progress look like, by what they go to.
+void settle_screen(request::sdb_opts& options)
+{
+    const bool is_on_terminal =
+        options.out_path.empty() && platform::standard_output_takes_sequences();
+    const bool wants_colors =
+        options.color == request::color_use::by_terminal
+            ? is_on_terminal && platform::environment_variable("NO_COLOR").value_or("").empty()
+            : options.color == request::color_use::always && options.out_path.empty();
+    options.has_colors = wants_colors && !options.safe_csv;
+    options.columns = is_on_terminal ? platform::output_columns() : 0;
+    // Between the lines of a report it would be in the way.
+    options.draws_progress =
+        options.show_progress && !is_on_terminal && platform::error_stream_takes_sequences();
+}
+
 // Says what was asked for and has no effect in this run.
-void tell_unused(const request::sdb_opts& options, io::notices& notices)
+void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
     const bool asks_registry = options.asks_registry();
     const bool explains = options.explain && !options.stats && !options.list_sdb;
@@ -466,7 +500,10 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         {options.pe_stats && options.partition_given, "-partition"},
         {!options.is_list_form() && options.time_window_start, "-cmd_start_time"},
         {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
+        {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
+         "-deleted"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
+        {options.no_logs && (options.pe_stats || !asks_registry), "-no_logs"},
         {!options.more_hive_paths.empty() && !explains, "a further -reg"},
         {!options.more_sdb_paths.empty() && !options.matches_many(), "a further -sdb"},
         {options.explain && !explains, "-explain"},
@@ -474,7 +511,7 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         {!options.families.empty() && !explains, "-family"},
         {!options.knowledge_paths.empty() && !explains, "-knowledge"},
         {!options.diff_path.empty() && !options.compares(), "-diff"},
-        {options.by_content &&
+        {options.by_content && !options.enumdir && !options.deleted &&
              (!(explains || options.compares()) || !options.searches_default_places),
          "-by_content"},
     };
@@ -488,7 +525,7 @@ void tell_unused(const request::sdb_opts& options, io::notices& notices)
         notices.say("%s tells what happened and when: it wants -stats\n",
                     std::string(form.option).c_str());
     }
-    if (options.hive_named && platform::is_missing(options.software_hive_path) &&
+    if (options.hive_named && tree.is_missing(options.software_hive_path) &&
         (options.pe_stats || !asks_registry)) {
         notices.fail("Prob reading hive %s: no such file\n", options.software_hive_path.c_str());
     }
@@ -507,33 +544,40 @@ bool appends_to_no_lines(const request::sdb_opts& options, io::notices& notices)
 
 } // namespace
 
-bool parse_sdb_options(request::sdb_opts& options, argument_list& args, diag_log& log,
-                       io::notices& notices, io::output_sink& standard_output)
+std::vector<option_row> all_options()
+{
+    std::vector<option_row> rows;
+    add_common_options(rows);
+    add_database_options(rows);
+    add_help_options(rows);
+    return rows;
+}
+
+bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::file_tree& tree,
+                       diag_log& log, io::notices& notices, io::output_sink& standard_output)
 {
     if (args.empty()) {
         return false;
     }
     note_command_line(options, args);
-    std::vector<option_row> rows;
-    add_common_options(rows);
-    add_database_options(rows);
-    add_help_options(rows);
-    parsing now{options, args, log, notices, standard_output};
+    const std::vector<option_row> rows = all_options();
+    parsing now{options, args, tree, log, notices, standard_output};
     if (!take_rows(rows, now) || lacks_program(options, notices) ||
-        !settle_diff(options, notices)) {
+        !settle_diff(options, tree, notices)) {
         return false;
     }
     uni::compile_date_style(options.date_style, options.dateformat, options.timeformat,
                             options.pair_datetime);
     settle_form(options);
-    if (!is_knowledge_sound(options, notices)) {
+    if (!is_knowledge_sound(options, tree, notices)) {
         return false;
     }
     if (appends_to_no_lines(options, notices)) {
         return false;
     }
-    settle_targets(options);
-    tell_unused(options, notices);
+    settle_targets(options, tree);
+    settle_screen(options);
+    tell_unused(options, tree, notices);
     tell_ignored(rows, args, notices);
     return true;
 }

@@ -1,11 +1,10 @@
 #include "front/startup.h"
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 
 #include "front/common_options.h"
-#include "io/notice.h"
+#include "front/version.h"
 #include "platform/host.h"
 #include "uni/marks.h"
 #include "uni/text.h"
@@ -16,65 +15,9 @@ namespace front {
 namespace {
 
 constexpr std::string_view program = "quilt";
-constexpr std::string_view version = "0.45";
-constexpr std::string_view banner = "quilt ver: 0.45";
-constexpr std::string_view help_names[] = {"-h", "-help", "-?"};
-constexpr std::string_view slash_help = "/?"; // always among errors
-constexpr std::string_view version_names[] = {"-version"};
 constexpr std::string_view default_date_format = "mm/dd/yyyy";
 constexpr std::string_view run_time_format = "hh:mm:ss";
 constexpr char os_text_separator = ';';
-
-// Readers know this text, and its own word for a snapshot.
-constexpr std::string_view usage_lines =
-    "Usage\n"
-    " quilt -listsdb              = list SDB files on system volume\n"
-    " quilt -stats                = pull stats from SDB files on system volume\n"
-    " quilt -sdb <DB> [opts]      = target SDB file w/ specific option\n"
-    "\n"
-    " Enumerate options\n"
-    "  -apps                      = all apps (exes, packages, driverblocks,..)\n"
-    "  -exes                      = filter only exe tags\n"
-    "  -fixes                     = all types of fixes (shims, flags,..)\n"
-    "  -shims                     = filter only shim tag fixes\n"
-    "  -patches                   = filter only patch tag fixes\n"
-    "  -tag <#>                   = filter specific tag type\n"
-    "  -guids                     = enumerate guids\n"
-    "  -stringtable               = enumerate stringtable\n"
-    "\n"
-    " Find Options\n"
-    "  -strings \"str1 | str2 |..\" = finds partial strings [case insensitive]\n"
-    "  -guid <guid to find>       = syntax: 11111111-1111-1111-1111-111111111111\n"
-    "  -tagids \"id1 | id2 |..\"    = finds specified tagids\n"
-    "  -patchbytes \"pattern\"      = find patch, std::hex bytes w/ space delimiters\n"
-    "  -match                     = use w/ -pe <PE file> to check for shims\n"
-    "\n"
-    " Additional Options\n"
-    "  -vss <index>               = target Volume snapshop at index\n"
-    "  -partition <letter>        = target Shim DB locations in this volume\n"
-    "  -pipe                      = use stdin to identify files to process\n"
-    "  -stats -sdb <file>         = pull stats (on SDB File). [-reg <sw hive>]\n"
-    "  -stats -pe <file>          = pull stats (on PE File)\n"
-    "  -enumsdb                   = list SDB files\n"
-    "  -filter <*partial*|*.ext>  = filters stdin data from -pipe option\n"
-    "\n"
-    " General Examples\n"
-    "  quilt -sdb <file> -apps    = pull all apps from DB\n"
-    "  quilt -sdb <file> -patches = pull all patches from DB\n"
-    "  quilt -sdb <file> -stats   = pull DB stats\n"
-    "  quilt -pe <file> -stats    = pull stats from PE file\n"
-    "\n"
-    " Pulling stats from multiple SDB's\n"
-    "  dir c:\\windows\\AppPatch\\*.sdb /b /s | quilt -stats -pipe -csv > out.csv\n"
-    "  quilt -vss 2 -stats -csv > out.csv\n"
-    "  quilt -partition c: -exes > out.txt\n"
-    "  quilt -enumdir <location sdb> -num_subdirs <#> [options]\n"
-    "\n";
-
-std::string usage_text()
-{
-    return std::string(77, '-') + "\n\n" + std::string(banner) + "\n\n" + std::string(usage_lines);
-}
 
 std::string os_text(const platform::host_facts& facts)
 {
@@ -150,46 +93,8 @@ form::run_facts gather_run_facts(const argument_list& args)
 
 std::string make_run_header(const argument_list& args, const form::run_facts& run)
 {
-    return std::string(banner) + "\n" + uni::marked(run_line(args, run)) + "\n" +
+    return version_line() + "\n" + uni::marked(run_line(args, run)) + "\n" +
            uni::marked(command_line(args));
-}
-
-std::optional<std::string> text_asked_for(const argument_list& args)
-{
-    if (args.size() != 2) {
-        return std::nullopt;
-    }
-    const auto is_one_of = [&](std::span<const std::string_view> names) {
-        return std::ranges::any_of(names, [&](std::string_view name) {
-            return uni::equal_ignoring_case(as_option_name(args[1]), name);
-        });
-    };
-    if (is_one_of(version_names)) {
-        return std::string(banner) + '\n';
-    }
-    return is_one_of(help_names) ? std::optional(usage_text()) : std::nullopt;
-}
-
-bool asks_for_help(argument_list& args)
-{
-    const bool asks = std::ranges::any_of(
-        help_names, [&](std::string_view name) { return find_option_flag(name, args); });
-    return asks || find_option_flag(slash_help, args) || args.size() <= 1;
-}
-
-void add_help_options(std::vector<option_row>& rows)
-{
-    for (const std::span<const std::string_view> names :
-         {std::span<const std::string_view>(help_names), {version_names}}) {
-        for (const std::string_view name : names) {
-            rows.push_back({name, false, nullptr, look_up::by_another_effect});
-        }
-    }
-}
-
-void print_usage()
-{
-    io::write_error_text(usage_text());
 }
 
 } // namespace front

@@ -38,8 +38,18 @@ bool stdin_stream_ex::start_walk(const std::string& path, std::uint32_t depth,
     max_depth_ = depth;
     filters_ = filters;
     directory_mode_ = true;
-    std::string root = platform::walkable_path(path);
+    std::string root = tree_.walkable_path(path);
+    say_copies(tree_, root, notices_);
     accept_path(root, true);
+    if (options_ != nullptr && options_->deleted) {
+        const std::vector<std::string> volumes = tree_.volumes_at(path);
+        for (auto volume = volumes.rbegin(); volume != volumes.rend(); ++volume) {
+            pending_dirs_.push_back({folder_of_deleted(*volume), 0, true});
+        }
+        if (volumes.empty()) {
+            notices_.say("not used here: %s\n", "-deleted");
+        }
+    }
     pending_dirs_.push_back({std::move(root), 0});
     return true;
 }
@@ -83,18 +93,46 @@ bool stdin_stream_ex::next_entry(std::string& out)
 // Links to folders are said, and neither entered nor given out.
 void stdin_stream_ex::enter(const pending_directory& directory)
 {
-    for (const platform::directory_entry& entry : list_in_order(directory.path, notices_)) {
+    for (const platform::directory_entry& entry : list_in_order(tree_, directory.path, notices_)) {
         std::string path = platform::join_path(directory.path, entry.name);
         if (entry.kind == platform::entry_kind::directory) {
-            if (directory.depth < max_depth_) {
-                pending_dirs_.push_back({std::move(path), directory.depth + 1});
+            take_streams(path);
+            if (directory.depth < max_depth_ || directory.is_of_deleted) {
+                pending_dirs_.push_back(
+                    {std::move(path), directory.depth + 1, directory.is_of_deleted});
             }
         } else if (entry.kind == platform::entry_kind::directory_link) {
             say_linked_folder(path, notices_);
-        } else if (accept_path(path, false)) {
-            ready_files_.push_back(std::move(path));
+        } else if (entry.kind == platform::entry_kind::file_link) {
+            say_linked_file(path, notices_);
+        } else {
+            take_streams(path);
+            take_file(std::move(path));
         }
     }
+}
+
+void stdin_stream_ex::take_file(std::string path)
+{
+    if (accept_path(path, false) && holds_database(path)) {
+        ready_files_.push_back(std::move(path));
+    }
+}
+
+void stdin_stream_ex::take_streams(const std::string& path)
+{
+    if (options_ != nullptr && options_->by_content) {
+        for (std::string& stream : tree_.streams(path)) {
+            take_file(std::move(stream));
+        }
+    }
+}
+
+// One that cannot be read may be one.
+bool stdin_stream_ex::holds_database(const std::string& path) const
+{
+    return options_ == nullptr || !options_->by_content ||
+           begins_as_database(tree_, path).value_or(true);
 }
 
 // Asks the filters about a file, not about the root of a walk, and takes the long prefix away, so
@@ -104,7 +142,7 @@ bool stdin_stream_ex::accept_path(std::string& path, bool is_root) const
     if (!is_root) {
         bool open_failed = false;
         const bool accepted = options_ != nullptr
-                                  ? filter_accepts(*options_, open_failed, path, filters_)
+                                  ? filter_accepts(*options_, tree_, open_failed, path, filters_)
                                   : filters_.empty();
         if (!accepted && !open_failed) {
             return false;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <vector>
@@ -35,6 +37,8 @@ private:
     static constexpr std::uint64_t unread = ~std::uint64_t{0};
 
     std::uint64_t readable_in(std::uint64_t piece) const;
+    std::uint64_t read_part(std::uint64_t begin, std::uint64_t size) const;
+    std::uint64_t readable_to(std::uint64_t begin, std::uint64_t end) const;
 
     std::unique_ptr<io::byte_source> source_;
     // Room for the whole hive, of which the system provides what is touched. Filled as pieces are
@@ -42,6 +46,9 @@ private:
     std::unique_ptr<std::uint8_t[]> room_;
     std::span<std::uint8_t> bytes_;             // the same
     mutable std::vector<std::uint64_t> pieces_; // how many bytes of each could be read, or unread
+    // Of a piece that could not be read whole, the same of its parts, as bad ones need not end it.
+    static constexpr std::size_t parts = 4;
+    mutable std::map<std::uint64_t, std::array<std::uint64_t, parts>> broken_;
 };
 
 } // namespace hive

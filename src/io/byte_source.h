@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "io/large_vector.h"
 
@@ -16,6 +17,27 @@ struct file_times {
     std::uint64_t write = 0;
     std::uint64_t access = 0;
     std::uint64_t creation = 0;
+};
+
+// What a file system keeps of a file beyond its usual times. All times are FILETIME ticks.
+struct kept_times {
+    std::string name; // whose times these are, as a file may have several names
+    file_times times;
+    std::uint64_t record_change = 0; // of the file's record
+};
+struct file_history {
+    file_times times = {};
+    std::uint64_t record_change = 0;
+    std::vector<kept_times> names = {};
+    // Of a file that was deleted: how many clusters it had, and how many of them are no other's yet.
+    bool is_deleted = false;
+    std::uint64_t clusters = 0;
+    std::uint64_t free_clusters = 0;
+    bool is_hidden = false;
+    bool is_system = false;
+    std::uint32_t reparse_kind = 0;              // 0 for what is no reparse point
+    std::string stream = {};                     // its name; empty for the file's content
+    std::vector<std::string> other_streams = {}; // of the file, those with names
 };
 
 // Bytes at places: an ordinary file, a block of memory, or a file inside something else. Formats
@@ -33,6 +55,8 @@ public:
     // first bytes were read.
     virtual std::size_t read(std::span<std::uint8_t> out, std::uint64_t offset) = 0;
     virtual file_times times() const { return {}; }
+    // Null where nothing of the kind is known.
+    virtual const file_history* history() const noexcept { return nullptr; }
     // Whether a read failed since it was opened, though there should have been bytes.
     virtual bool has_failed() const noexcept { return false; }
     // Whether it is another now than when it was opened: longer, shorter or written to.

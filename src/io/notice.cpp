@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t longest_notice = 4096;
 constexpr std::size_t longest_kept = 4092;
+constexpr std::string_view line_wipe = "\x1b[2K\r";
 constexpr std::string_view progress_wipe = "\x1b[2K\r                           \r";
 
 std::string formatted(const char* format, std::va_list arguments)
@@ -86,8 +87,15 @@ void notices::fail(const char* format, ...)
     take(message);
 }
 
+void error_notices::draw(std::string_view text)
+{
+    const std::scoped_lock lock(mutex_);
+    write_error_text(std::string(line_wipe).append(text));
+}
+
 void error_notices::take(std::string_view message)
 {
+    const std::scoped_lock lock(mutex_);
     wipe_progress_line();
     write_error_text(message);
 }

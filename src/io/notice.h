@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,8 @@ public:
     // Notes just that, where it has been said or nobody is left to hear it.
     void note_failure() noexcept { failed_ = true; }
     bool failed() const noexcept { return failed_; }
+    // Draws how far the work is, where a terminal shows that, in place of what was drawn before.
+    virtual void draw(std::string_view) {}
 
 protected:
     // Takes a whole message, line end and all.
@@ -37,9 +40,16 @@ private:
     bool failed_ = false;
 };
 
-// Says everything on the error stream at once; wipes a progress line first.
+// Says everything on the error stream at once; wipes a progress line first. Several threads may draw while one
+// says something.
 class error_notices : public notices {
+public:
+    void draw(std::string_view text) override;
+
+private:
     void take(std::string_view message) override;
+
+    std::mutex mutex_;
 };
 
 // Keeps the messages of one input until they may be said.

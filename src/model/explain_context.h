@@ -16,9 +16,21 @@ namespace model {
 class explain_context {
 public:
     knowledge known;
-    registry_lists lists;
-    std::string root;      // from which places are counted; empty for none
-    std::uint64_t now = 0; // FILETIME ticks
+    const run_targets* targets = nullptr; // with what the registry says; null for nothing
+    std::uint64_t now = 0;                // FILETIME ticks
+
+    // From which places are counted; none where nothing tells.
+    const std::vector<std::string>& roots() const
+    {
+        static const std::vector<std::string> none;
+        return targets != nullptr ? targets->roots : none;
+    }
+    const registry_lists& lists_for(const std::string& path) const
+    {
+        static const registry_lists none;
+        const registry_lists* const found = targets != nullptr ? targets->lists_for(path) : nullptr;
+        return found != nullptr ? *found : none;
+    }
 
     // Takes note of a custom database, and of the key of one that is registered.
     void note(seen_database one) const

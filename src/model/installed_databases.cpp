@@ -9,9 +9,7 @@
 #include <utility>
 
 #include "hive/hive_image.h"
-#include "model/place.h"
 #include "model/registry_lists.h"
-#include "model/software_hive.h"
 #include "model/stored_path.h"
 #include "platform/directories.h"
 #include "platform/files.h"
@@ -71,11 +69,10 @@ bool is_list_alone(const request::sdb_opts& options)
 // Adds the files that the registry knows to those of the run.
 class file_adder {
 public:
-    file_adder(run_targets& targets, const request::sdb_opts& options,
-               std::vector<registry_finding>& findings)
-        : targets_(targets), options_(options), findings_(findings),
-          is_here_(!is_volume_named(options) && is_own_hive(options)),
-          is_in_image_(is_volume_image(options))
+    file_adder(run_targets& targets, const request::sdb_opts& options, const registry_place& place,
+               files::file_tree& tree, std::vector<registry_finding>& findings)
+        : targets_(targets), options_(options), place_(place), tree_(tree), findings_(findings),
+          is_here_(!is_volume_named(options) && is_own_hive(place.hive))
     {
         for (const std::string& path : targets.files) {
             known_.insert(folded(parts_of(path)));
@@ -85,8 +82,7 @@ public:
     void add(const std::string& stored)
     {
         const stored_path path = read_stored_path(stored);
-        const bool is_told = options_.list_sdb || !is_in_image_;
-        const bool is_opened = (is_volume_named(options_) && is_told) || is_here_;
+        const bool is_opened = is_volume_named(options_) || is_here_;
         if (path.kind == stored_kind::empty) {
             return;
         }
@@ -100,7 +96,7 @@ public:
             findings_.push_back({registry_finding_kind::not_opened, stored});
         } else {
             const std::string local = local_path(path);
-            if (!is_in_image_ && leads_out_of_volume(options_, local)) {
+            if (leads_out_of_volume(options_, place_.volume, tree_, local)) {
                 findings_.push_back({registry_finding_kind::leaves_volume, stored});
             } else {
                 add_file(local);
@@ -120,53 +116,47 @@ private:
     // the stored separators are none and where not all of it exists.
     std::string local_path(const stored_path& stored) const
     {
-        std::string path = is_here_ ? stored.drive : options_.volume_text;
+        std::string path = is_here_ ? stored.drive : place_.volume;
         for (const std::string& name : stored.names) {
-            path = platform::join_path(path, name);
-            if (!is_in_image_) {
-                path = platform::walkable_path(path);
-            }
+            path = tree_.walkable_path(platform::join_path(path, name));
         }
         return stored.ends_in_separator ? platform::join_path(path, {}) : path;
     }
 
     run_targets& targets_;
     const request::sdb_opts& options_;
+    const registry_place& place_;
+    files::file_tree& tree_;
     std::vector<registry_finding>& findings_;
     bool is_here_;
-    bool is_in_image_; // where files can be named, and not be read
     std::set<std::string> known_;
 };
 
 // A hive that nobody named is looked for where there is a volume.
-bool was_looked_for(const request::sdb_opts& options)
+bool was_looked_for(const request::sdb_opts& options, const std::string& volume)
 {
     platform::file_facts facts;
     return is_volume_named(options) ||
-           platform::read_file_facts(platform::join_path(options.volume_text, {}), facts);
+           platform::read_file_facts(platform::join_path(volume, {}), facts);
 }
 
-void tell_of_missing_hive(const software_hive& hive, run_targets& targets,
-                          const request::sdb_opts& options, std::vector<registry_finding>& findings)
+void tell_of_missing_hive(const software_hive& hive, const request::sdb_opts& options,
+                          const registry_place& place, std::vector<registry_finding>& findings)
 {
     using enum registry_finding_kind;
-    const std::string& path = options.software_hive_path;
+    const std::string& path = place.hive;
     switch (hive.state) {
     case hive_state::opened:
         break;
     case hive_state::missing:
         if (options.hive_named) {
             findings.push_back({hive_unread, path, hive.reason});
-        } else if (was_looked_for(options)) {
+        } else if (was_looked_for(options, place.volume)) {
             findings.push_back({hive_missing, path, hive.reason});
         }
         break;
     case hive_state::unreadable:
         findings.push_back({hive_unread, path, hive.reason});
-        break;
-    case hive_state::no_volume:
-        targets.has_volume = false;
-        findings.push_back({no_volume, options.volume_text, hive.reason});
         break;
     case hive_state::no_memory:
         findings.push_back({no_memory, path});
@@ -181,15 +171,56 @@ struct hives_read {
     bool has_key = false; // of installed databases
 };
 
+// Tells what the logs of a hive did to what it holds of the table.
+void tell_of_logs(const installed_table& table, software_hive& hive, const std::string& path,
+                  std::vector<registry_finding>& findings)
+{
+    using enum registry_finding_kind;
+    if (hive.log_outcome.has_failed) {
+        findings.push_back({hive_unread, path, "its logs could not be read"});
+    }
+    switch (hive.logs) {
+    case hive_logs::closed:
+        return;
+    case hive_logs::none:
+        findings.push_back({logs_missing, path});
+        return;
+    case hive_logs::left_out:
+        findings.push_back({logs_left_out, path});
+        return;
+    case hive_logs::taken:
+        break;
+    }
+    installed_table before;
+    hive::hive_query(installed_query(), hive::hive_image(std::move(hive.bytes_before)),
+                     [&](hive::hive_value_record&& row) { fold_installed_row(before, row); });
+    log_findings logs{hive.log_outcome};
+    for (const auto& [key, database] : table) {
+        const auto old = before.find(key);
+        logs.added += old == before.end() ? 1 : 0;
+        logs.changed += old != before.end() && old->second != database ? 1 : 0;
+    }
+    for (const auto& [key, database] : before) {
+        logs.removed += table.contains(key) ? 0 : 1;
+    }
+    findings.push_back({logs_taken, path, {}, logs});
+}
+
 void read_table(hives_read& to, software_hive hive, const std::string& path, bool reads_lists,
                 std::vector<registry_finding>& findings)
 {
     using enum registry_finding_kind;
     const hive::hive_image image(std::move(hive.bytes));
+    installed_table own; // where the logs make a difference
+    const bool has_logs = hive.logs == hive_logs::taken;
     const hive::query_outcome outcome =
-        hive::hive_query(installed_query(), image, [&to](hive::hive_value_record&& row) {
+        hive::hive_query(installed_query(), image, [&](hive::hive_value_record&& row) {
             fold_installed_row(to.table, row);
+            if (has_logs) {
+                fold_installed_row(own, row);
+            }
         });
+    tell_of_logs(own, hive, path, findings);
     if (reads_lists) {
         read_registry_lists(to.lists, image);
     }
@@ -209,11 +240,11 @@ void read_table(hives_read& to, software_hive hive, const std::string& path, boo
 }
 
 // Reads the hives that were named behind the first.
-void read_more_hives(hives_read& to, const request::sdb_opts& options,
+void read_more_hives(hives_read& to, const request::sdb_opts& options, files::file_tree& tree,
                      std::vector<registry_finding>& findings)
 {
     for (const std::string& path : options.more_hive_paths) {
-        software_hive hive = load_named_hive(path);
+        software_hive hive = load_named_hive(options, path, tree);
         if (hive.state == hive_state::opened) {
             read_table(to, std::move(hive), path, options.explain, findings);
         } else {
@@ -233,6 +264,32 @@ installed_databases::installed_databases(installed_table by_key, std::string vol
         const bool is_file = read_stored_path(stored).kind != stored_kind::names_no_file;
         by_name_[is_file ? lower_file_name(stored) : std::string()].push_back(&database);
     }
+}
+
+bool installed_databases::is_for(const std::string& path) const
+{
+    return volume_.empty() || place_below(parts_of(path), volume_).has_value();
+}
+
+registry_facts run_targets::find_installed(const std::string& path) const
+{
+    registry_facts facts;
+    for (const installed_databases& each : installed) {
+        if (each.is_for(path) && facts.how == joining::unknown) {
+            facts = each.find(path);
+        }
+    }
+    return facts;
+}
+
+const registry_lists* run_targets::lists_for(const std::string& path) const
+{
+    for (std::size_t i = 0; i < std::min(lists.size(), installed.size()); ++i) {
+        if (installed[i].is_for(path)) {
+            return &lists[i];
+        }
+    }
+    return nullptr;
 }
 
 registry_facts installed_databases::find(const std::string& path) const
@@ -301,6 +358,8 @@ hive::registry_cmd_parameters installed_query()
 
 std::vector<registry_finding> gather_installed_databases(run_targets& targets,
                                                          const request::sdb_opts& options,
+                                                         const registry_place& place,
+                                                         files::file_tree& tree,
                                                          const ntfs::trace_text& trace)
 {
     std::vector<registry_finding> findings;
@@ -308,39 +367,37 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
         return findings;
     }
     try {
-        software_hive hive = load_software_hive(options, trace);
-        tell_of_missing_hive(hive, targets, options, findings);
+        software_hive hive = load_software_hive(options, place, tree, trace);
+        tell_of_missing_hive(hive, options, place, findings);
         hives_read read;
         const bool is_opened = hive.state == hive_state::opened;
         if (is_opened) {
-            read_table(read, std::move(hive), options.software_hive_path, options.explain,
-                       findings);
+            read_table(read, std::move(hive), place.hive, options.explain, findings);
         }
-        read_more_hives(read, options, findings);
+        read_more_hives(read, options, tree, findings);
         if (is_opened && !read.has_key) {
-            findings.push_back({registry_finding_kind::no_key, options.software_hive_path});
+            findings.push_back({registry_finding_kind::no_key, place.hive});
         }
-        targets.lists = std::move(read.lists);
         if (!is_opened && options.more_hive_paths.empty()) {
             return findings;
         }
-        // For an explanation a walked folder may be a volume, too.
-        const std::string root = is_volume_named(options) ? options.volume_text
-                                 : options.explain        ? root_of_run(options)
-                                                          : std::string();
+        const std::string& root = is_volume_named(options) ? place.volume : place.root;
         const bool joins_by_name =
             root.empty() && (is_list_alone(options) || !options.searches_default_places);
-        targets.installed = installed_databases(std::move(read.table), root, joins_by_name);
+        targets.lists.resize(targets.installed.size()); // should memory have failed between the two
+        targets.lists.push_back(std::move(read.lists));
+        const installed_databases& installed =
+            targets.installed.emplace_back(std::move(read.table), root, joins_by_name);
         if (!is_list_alone(options)) {
-            file_adder files(targets, options, findings);
-            for (const auto& [name, databases] : targets.installed.by_name()) {
+            file_adder files(targets, options, place, tree, findings);
+            for (const auto& [name, databases] : installed.by_name()) {
                 for (const installed_database* const database : databases) {
                     files.add(database->database_path);
                 }
             }
         }
     } catch (const std::bad_alloc&) {
-        findings.push_back({registry_finding_kind::no_memory, options.software_hive_path});
+        findings.push_back({registry_finding_kind::no_memory, place.hive});
     }
     return findings;
 }

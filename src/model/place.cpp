@@ -1,11 +1,12 @@
 #include "model/place.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <utility>
 
 #include "model/stored_path.h"
 #include "model/suspect_paths.h"
 #include "platform/directories.h"
-#include "platform/files.h"
 #include "uni/guid.h"
 #include "uni/text.h"
 
@@ -14,12 +15,6 @@ namespace model {
 namespace {
 
 constexpr std::string_view system_folder = "windows";
-
-bool is_folder(const std::string& path)
-{
-    platform::file_facts facts;
-    return platform::read_file_facts(platform::walkable_path(path), facts) && facts.is_directory;
-}
 
 std::string joined(const std::vector<std::string>& names, std::size_t from)
 {
@@ -71,27 +66,33 @@ void add(finding_list& findings, const examined_database& examined, signal what,
 
 } // namespace
 
-std::string root_of_run(const request::sdb_opts& options)
+std::vector<std::string> roots_of_run(const request::sdb_opts& options, files::file_tree& tree,
+                                      const std::vector<std::string>& volumes)
 {
     if (options.volume_given || options.vss_given) {
-        return options.volume_text;
+        return volumes;
     }
-    const bool looks_like_volume =
-        options.enumdir && !options.enumdir_path.empty() &&
-        is_folder(platform::join_path(options.enumdir_path, std::string(system_folder)));
-    return looks_like_volume ? options.enumdir_path : std::string();
+    const std::string& path = options.enumdir ? options.enumdir_path : options.sdb_path;
+    if (path.empty()) {
+        return {};
+    }
+    std::vector<std::string> roots = tree.volumes_at(path);
+    if (options.enumdir && roots.empty() &&
+        tree.is_folder(platform::join_path(path, std::string(system_folder)))) {
+        roots.push_back(path);
+    }
+    return roots;
 }
 
-std::optional<std::string> place_of(const std::string& path, const std::string& root)
+std::optional<std::string> place_of(const std::string& path, const std::vector<std::string>& roots)
 {
     const path_parts file = parts_of(path);
-    if (!root.empty()) {
-        if (!place_below(file, root)) {
-            return std::nullopt;
+    for (const std::string& root : roots) {
+        if (place_below(file, root)) {
+            return joined(file.names, parts_of(root).names.size());
         }
-        return joined(file.names, parts_of(root).names.size());
     }
-    const auto depth = depth_of_system_folder(file);
+    const auto depth = roots.empty() ? depth_of_system_folder(file) : std::nullopt;
     return depth ? std::optional(joined(file.names, *depth)) : std::nullopt;
 }
 
@@ -160,6 +161,61 @@ void judge_place(finding_list& findings, const examined_database& examined,
         if (std::optional<finding> made = found(examined, signal::who_platform, 0)) {
             made->variant = is_folder_of_64 ? 0 : 1;
             findings.add(*std::move(made));
+        }
+    }
+}
+
+void judge_file(finding_list& findings, const examined_database& examined,
+                const io::file_history& kept, const database_identity& identity)
+{
+    const auto note = [&](signal what, std::size_t variant, finding_part first = {},
+                          finding_part second = {}, std::uint64_t number = 0) {
+        if (std::optional<finding> made = found(examined, what, 0)) {
+            made->variant = variant;
+            made->first = std::move(first);
+            made->second = std::move(second);
+            made->number = number;
+            findings.add(*std::move(made));
+        }
+    };
+    if (kept.is_hidden) {
+        note(signal::place_hidden, 0);
+    }
+    if (kept.is_system) {
+        note(signal::place_hidden, 1);
+    }
+    for (const std::string& stream : kept.other_streams) {
+        note(signal::place_hidden, 2, finding_part(stream));
+    }
+    if (!kept.stream.empty()) {
+        note(signal::place_hidden, 3, finding_part(kept.stream));
+    }
+    if (kept.reparse_kind != 0) {
+        note(signal::place_hidden, 4, {}, {}, kept.reparse_kind);
+    }
+
+    constexpr std::uint64_t a_second = 10'000'000;
+    constexpr std::uint64_t a_minute = 60 * a_second;
+    const std::uint64_t made_at = kept.times.creation;
+    const std::uint64_t written_at = kept.times.write;
+    if (!kept.names.empty()) {
+        const std::uint64_t named_at =
+            std::ranges::min(kept.names, {}, [](const io::kept_times& name) {
+                return name.times.creation;
+            }).times.creation;
+        if (made_at < named_at) {
+            note(signal::time_file, 0, finding_part::moment(made_at),
+                 finding_part::moment(named_at));
+        }
+    }
+    if (made_at != 0 && made_at % a_second == 0 && written_at % a_second == 0) {
+        note(signal::time_file, 1);
+    }
+    const std::uint64_t own = identity.time.value_or(0);
+    for (const auto& [variant, when] : {std::pair(2, made_at), std::pair(3, written_at)}) {
+        if (own > a_minute && when < own - a_minute) {
+            note(signal::time_file, static_cast<std::size_t>(variant), finding_part::moment(when),
+                 finding_part::moment(own));
         }
     }
 }

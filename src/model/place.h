@@ -4,7 +4,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "files/file_tree.h"
+#include "io/byte_source.h"
 #include "model/database_facts.h"
 #include "model/examination.h"
 #include "model/knowledge.h"
@@ -12,13 +15,15 @@
 
 namespace model {
 
-// The root from which the places of a run's files are counted: that of the volume that was named, or a
-// folder of a walk that looks like one. Empty where there is none.
-std::string root_of_run(const request::sdb_opts& options);
+// The roots from which the places of a run's files are counted: those of the volumes that were named, of
+// the volumes in an image in which its files lie, or a folder of a walk that looks like one. None where
+// nothing tells.
+std::vector<std::string> roots_of_run(const request::sdb_opts& options, files::file_tree& tree,
+                                      const std::vector<std::string>& volumes);
 
-// The path of a file below the root of its volume, as in "\Windows\AppPatch\a.sdb"; nothing where the path
-// does not tell it.
-std::optional<std::string> place_of(const std::string& path, const std::string& root);
+// The path of a file below the root of its volume, as in "\Windows\AppPatch\a.sdb"; nothing where neither
+// the roots nor, without any, the path itself tell it.
+std::optional<std::string> place_of(const std::string& path, const std::vector<std::string>& roots);
 
 enum class place_kind {
     custom_folder,   // where custom databases are installed
@@ -39,5 +44,9 @@ std::string_view file_name_of(std::string_view path);
 void judge_place(finding_list& findings, const examined_database& examined,
                  const std::optional<std::string>& place, std::string_view path,
                  const database_identity& identity);
+
+// Findings about what a file system keeps of the file.
+void judge_file(finding_list& findings, const examined_database& examined,
+                const io::file_history& kept, const database_identity& identity);
 
 } // namespace model

@@ -327,6 +327,7 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     itself.type = row_of_record;
     itself.entry = entry;
     itself.sequence = record.sequence();
+    itself.flags = record.flags();
     row_collection collection(rows);
     visit_attributes(context, entry, record, context.volume.record_size, {},
                      [&collection](const attribute& found) { collection.add(found); });

@@ -28,7 +28,7 @@ struct record_row {
     std::uint16_t sequence = 0;
     bool is_named = false; // also with a name that is no text, which leaves `name` empty
     std::string name;
-    std::uint16_t flags = 0;
+    std::uint16_t flags = 0; // of the row for a record, the record's own
     bool is_resident = true;
     bool has_start = false; // the part that tells the sizes was met; true of a resident one
     std::uint64_t allocated_size = 0; // bytes, as the next three
@@ -48,6 +48,12 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
 
 // Whether the row is a file's content; named data are alternate streams.
 bool is_main_content(const record_row& row);
+
+// Whether it is stored in a way that only its system can read.
+constexpr bool is_encrypted(const record_row& row) noexcept
+{
+    return (row.flags & 0x4000) != 0;
+}
 
 // Reads an attribute's whole content, decompressed. True if anything was read; what cannot be read
 // ends it. Bytes behind the initialized size are zeros.

@@ -4,6 +4,7 @@
 #include <cinttypes>
 
 #include "ntfs/attributes.h"
+#include "ntfs/index_blocks.h"
 #include "uni/paths.h"
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -14,12 +15,10 @@ namespace {
 
 constexpr std::u16string_view index_name = u"$I30";
 constexpr std::uint64_t root_header = 16;
-constexpr std::uint64_t block_header = 24;
 constexpr std::uint64_t entry_header = 16;
 constexpr std::uint64_t largest_node = 4096;
 constexpr std::uint64_t longest_next_entry = 768;
-constexpr std::uint64_t largest_piece = 0x100000; // of an index that is read at once
-constexpr std::size_t most_repeated = 0x10000;    // children kept twice for a while
+constexpr std::size_t most_repeated = 0x10000; // children kept twice for a while
 constexpr std::uint64_t longest_beside_names = 1023;
 
 // Lists the entries of a node, which ends with its bytes.
@@ -86,59 +85,18 @@ void keep_each_once(std::vector<std::uint64_t>& children)
     children.erase(std::unique(children.begin(), children.end()), children.end());
 }
 
-// Extents of an index in their order, up to where they use clusters over and over.
-void settle_extents(const ntfs_volume& volume, std::vector<extent>& extents)
-{
-    sort_extents(extents);
-    cluster_use use(most_clusters_again(volume));
-    extents.erase(std::find_if_not(extents.begin(), extents.end(),
-                                   [&use](const extent& part) { return use.add(part); }),
-                  extents.end());
-}
-
-// Where the first block begins that is not all sparse.
-std::uint64_t behind_sparse(const ntfs_volume& volume, const std::vector<extent>& extents,
-                            std::uint64_t from)
-{
-    const extent* const part = find_extent(extents, from / volume.cluster_size);
-    if (part == nullptr || !part->is_sparse) {
-        return from;
-    }
-    const std::uint64_t end = (part->vcn + part->length) * volume.cluster_size;
-    return std::max(from, end / index_block_size * index_block_size);
-}
-
-// Reads the index blocks in large pieces; clusters that are sparse hold none.
+// Lists the entries of all blocks of an index, whatever their order.
 bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_parsing parsing,
                        std::vector<std::uint64_t>& children)
 {
-    settle_extents(volume, extents);
-    const std::uint64_t size =
-        std::min(extent_byte_length(extents, volume.cluster_size, false), largest_content(volume));
-    std::vector<std::uint8_t> piece;
-    std::uint64_t done = 0;
     std::size_t enough = most_repeated;
-    while ((done = behind_sparse(volume, extents, done)) < size) {
-        piece.resize(static_cast<std::size_t>(std::min(size - done, largest_piece)));
-        const std::uint64_t got = read_extents(volume, extents, done, piece);
-        fix_up_index_blocks({piece.data(), static_cast<std::size_t>(got)});
-        const uni::byte_view blocks(piece);
-        for (std::uint64_t at = 0; at + index_block_size <= got; at += index_block_size) {
-            const uni::byte_view block = blocks.slice(at, index_block_size);
-            if (block.u32(0) == 0x58444e49) { // "INDX"
-                parse_node(block.from(block_header), parsing, children);
-            }
-        }
+    return visit_index_blocks(volume, extents, [&](std::uint64_t, uni::byte_view block) {
+        parse_node(block.from(index_block_header), parsing, children);
         if (children.size() > enough) {
             keep_each_once(children);
             enough = children.size() * 2 + most_repeated;
         }
-        done += got;
-        if (got != piece.size()) {
-            break;
-        }
-    }
-    return done != 0;
+    });
 }
 
 // Reads the record of a directory, or, for one that extends another, of that one.

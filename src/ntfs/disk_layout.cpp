@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include <zlib.h>
+
 namespace ntfs {
 
 namespace {
@@ -13,6 +15,7 @@ constexpr std::uint64_t mark_place = 510;
 constexpr std::uint16_t sector_mark = 0xaa55;
 constexpr std::uint32_t ntfs_kind = 7;
 constexpr std::uint32_t gpt_kind = 0xee;
+constexpr std::string_view gpt_mark = "EFI PART";
 
 bool holds(byte_view block, std::uint64_t place, std::string_view text)
 {
@@ -46,6 +49,9 @@ volume_identity identify_by_oem_field(byte_view block)
         found.serial = block.u32(100);
         return found;
     }
+    if (holds(block, 3, std::string_view("ReFS\0", 5))) {
+        return {"refs", ntfs_kind};
+    }
     volume_identity found;
     if (holds(block, 3, "NTFS    ")) {
         found = with_bios_block("ntfs", ntfs_kind, block);
@@ -69,6 +75,9 @@ volume_identity identify_fat(byte_view block)
         found.serial = block.u32(67);
     } else if (holds(block, 54, "FAT16")) {
         found = with_bios_block("fat16", 4, block);
+        found.serial = block.u32(39);
+    } else if (holds(block, 54, "FAT12")) {
+        found = with_bios_block("fat12", 1, block);
         found.serial = block.u32(39);
     }
     return found;
@@ -95,18 +104,69 @@ volume_identity identify_others(byte_view block)
 bool is_volume(byte_view block)
 {
     return block.u16(mark_place) == sector_mark &&
-           (holds(block, 3, "EXFA") || holds(block, 3, "MSDO") || holds(block, 3, "NTFS"));
+           (holds(block, 3, "EXFA") || holds(block, 3, "MSDO") || holds(block, 3, "NTFS") ||
+            holds(block, 3, "-FVE") || !identify_fat(block).name.empty());
 }
 
-// The size of a disk's sectors by where the first one's mark stands; 0 for none.
-std::uint64_t sector_size_of(byte_view first)
+constexpr std::uint64_t entry_place(std::uint64_t number)
 {
-    for (std::uint64_t size = 512; size <= 16384; size *= 2) {
-        if (first.contains(0, size) && first.u16(size - 2) == sector_mark) {
+    return 446 + number * 16;
+}
+
+bool is_extended(std::uint32_t kind)
+{
+    return kind == 0x05 || kind == 0x0f;
+}
+
+// Bytes of a disk, those that there are.
+std::vector<std::uint8_t> read_bytes(RAW_DISK_IO& disk, std::uint64_t offset, std::uint64_t count)
+{
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count));
+    bytes.resize(static_cast<std::size_t>(disk.read(bytes, offset)));
+    return bytes;
+}
+
+// Whether what stands at a sector fits sectors of that size.
+bool is_start_of_something(RAW_DISK_IO& disk, std::uint64_t sector, std::uint64_t size,
+                           bool is_table)
+{
+    const std::vector<std::uint8_t> bytes = read_bytes(disk, sector * size, 512);
+    const byte_view block(bytes);
+    return block.u16(mark_place) == sector_mark &&
+           (is_table || (is_volume(block) && block.u16(11) == size));
+}
+
+// The size of a disk's sectors; 0 for what has no table. The mark stands at the sector's end or, as on
+// most disks of large sectors, where that of a small one does.
+std::uint64_t sector_size_of(RAW_DISK_IO& disk, byte_view first)
+{
+    for (std::uint64_t size = 1024; size <= 16384; size *= 2) {
+        if (first.u16(size - 2) == sector_mark && first.contains(0, size) &&
+            first.u16(mark_place) != sector_mark) {
             return size;
         }
     }
-    return 0;
+    if (first.u16(mark_place) != sector_mark) {
+        return 0;
+    }
+    unsigned small = 0;
+    unsigned large = 0;
+    for (std::uint64_t i = 0; i < 4; ++i) {
+        const byte_view entry = first.slice(entry_place(i), 16);
+        const std::uint32_t kind = entry.u8(4);
+        if (kind == gpt_kind) {
+            const auto end = static_cast<std::uint64_t>(disk.total_size());
+            for (const std::uint64_t place : {std::uint64_t{1}, end / 4096 - 1}) {
+                large +=
+                    end >= 4096 && holds(byte_view(read_bytes(disk, place * 4096, 8)), 0, gpt_mark);
+            }
+            small += holds(byte_view(read_bytes(disk, 512, 8)), 0, gpt_mark);
+        } else if (kind != 0 && entry.u32(8) != 0) {
+            small += is_start_of_something(disk, entry.u32(8), 512, is_extended(kind));
+            large += is_start_of_something(disk, entry.u32(8), 4096, is_extended(kind));
+        }
+    }
+    return large > small ? 4096 : 512;
 }
 
 // A reader of the tables of one disk.
@@ -116,55 +176,58 @@ public:
 
     void take_table(byte_view table);
     std::vector<disk_partition> found;
+    table_state state = table_state::sound;
 
 private:
     static constexpr int longest_chain = 128; // of extended partitions
     static constexpr std::uint64_t last_sector = std::uint64_t{1} << 40;
 
-    static bool is_extended(std::uint32_t kind) { return kind == 0x05 || kind == 0x0f; }
     std::vector<std::uint8_t> read(std::uint64_t sector, std::uint64_t count)
     {
-        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count * sector_));
-        bytes.resize(static_cast<std::size_t>(disk_.read(bytes, sector * sector_)));
-        return bytes;
+        return read_bytes(disk_, sector * sector_, count * sector_);
     }
-    void add(std::uint32_t kind, std::uint64_t start, std::uint64_t count)
+    void add(std::uint32_t kind, std::uint64_t start, std::uint64_t count, unsigned number)
     {
         if (start <= last_sector && count <= last_sector) {
-            found.push_back({kind, start * sector_, count * sector_});
+            found.push_back({kind, start * sector_, count * sector_, number});
         }
+    }
+    std::uint64_t sectors() const
+    {
+        return static_cast<std::uint64_t>(disk_.total_size()) / sector_;
     }
     bool is_on_disk(std::uint64_t start, std::uint64_t count) const
     {
-        const std::uint64_t sectors = static_cast<std::uint64_t>(disk_.total_size()) / sector_;
-        return count != 0 && start <= sectors && count <= sectors - start;
+        return count != 0 && start <= sectors() && count <= sectors() - start;
     }
     void guess_before(std::uint64_t start);
     void take_chain(std::uint64_t first);
     void take_gpt();
+    bool take_gpt_at(std::uint64_t sector, bool must_be_sound);
 
     RAW_DISK_IO& disk_;
     std::uint64_t sector_;
+    unsigned next_in_chain_ = 5;
+    bool has_gpt_ = false;
 };
-
-constexpr std::uint64_t entry_place(int number)
-{
-    return 446 + static_cast<std::uint64_t>(number) * 16;
-}
 
 void table_walk::take_table(byte_view table)
 {
-    for (int i = 0; i < 4; ++i) {
+    for (unsigned i = 0; i < 4; ++i) {
         const byte_view entry = table.slice(entry_place(i), 16);
         const std::uint32_t kind = entry.u8(4);
-        if (kind == gpt_kind) {
+        if (kind == gpt_kind && !has_gpt_) {
+            has_gpt_ = true;
             take_gpt();
         } else if (is_extended(kind)) {
             guess_before(entry.u32(8));
             take_chain(entry.u32(8));
         } else if (kind != 0) {
-            add(kind, entry.u32(8), entry.u32(12));
+            add(kind, entry.u32(8), entry.u32(12), i + 1);
         }
+    }
+    if (has_gpt_) { // by whose numbers its partitions are known, whatever stands beside it
+        std::erase_if(found, [](const disk_partition& each) { return each.kind != gpt_kind; });
     }
 }
 
@@ -181,20 +244,27 @@ void table_walk::guess_before(std::uint64_t start)
     }
     const std::vector<std::uint8_t> boot = read(first_of_old, 1);
     if (holds(byte_view(boot), 3, "NTFS    ")) {
-        add(ntfs_kind | guessed_kind, first_of_old, byte_view(boot).u64(40));
+        add(ntfs_kind | guessed_kind, first_of_old, byte_view(boot).u64(40), 0);
     }
 }
 
 void table_walk::take_chain(std::uint64_t first)
 {
     std::uint64_t base = first;
-    for (int links = 0; base != 0 && links < longest_chain; ++links) {
+    for (int links = 0; base != 0; ++links) {
         const std::vector<std::uint8_t> bytes = read(base, 1);
         const byte_view table(bytes);
-        // Where the mark of the disk itself stood.
-        const bool is_marked = table.u16(sector_ - 2) == sector_mark;
+        // Where the mark of the disk itself may stand.
+        const bool is_marked =
+            table.u16(sector_ - 2) == sector_mark || table.u16(mark_place) == sector_mark;
+        if (!is_marked || links == longest_chain) {
+            state = table_state::damaged;
+        }
+        if (links == longest_chain) {
+            return;
+        }
         std::uint64_t next = 0;
-        for (int i = 0; i < 4; ++i) {
+        for (unsigned i = 0; i < 4; ++i) {
             const byte_view entry = table.slice(entry_place(i), 16);
             const bool leads_on = is_extended(entry.u8(4));
             const std::uint64_t start = (leads_on ? first : base) + entry.u32(8);
@@ -204,32 +274,67 @@ void table_walk::take_chain(std::uint64_t first)
             if (leads_on) {
                 next = start;
             } else {
-                add(entry.u8(4), start, entry.u32(12));
+                add(entry.u8(4), start, entry.u32(12), next_in_chain_++);
             }
         }
         base = next > base ? next : 0; // a chain leads forward, or in a circle
     }
 }
 
-void table_walk::take_gpt()
+std::uint32_t checksum_of(byte_view bytes)
+{
+    const std::span<const std::uint8_t> all = bytes.bytes();
+    return static_cast<std::uint32_t>(::crc32_z(::crc32_z(0, nullptr, 0), all.data(), all.size()));
+}
+
+// Takes the table whose header stands in a sector. False if there is none, or, where that is asked for,
+// none whose sums are right.
+bool table_walk::take_gpt_at(std::uint64_t sector, bool must_be_sound)
 {
     constexpr std::uint64_t most_entries = 1024;
-    const std::vector<std::uint8_t> head = read(1, 1);
+    constexpr std::uint64_t least_header = 92;
+    std::vector<std::uint8_t> head = read(sector, 1);
     const byte_view header(head);
+    const std::uint64_t header_size = header.u32(12);
+    const std::uint32_t header_sum = header.u32(16);
+    const std::uint32_t entries_sum = header.u32(88);
     const std::uint64_t count = std::min<std::uint64_t>(header.u32(80), most_entries);
     const std::uint64_t size = header.u32(84);
-    if (!holds(header, 0, "EFI PART") || size < 48 || size > 4096 || header.u64(72) > last_sector) {
-        return;
+    const std::uint64_t first_sector = header.u64(72);
+    if (head.size() < least_header || !holds(header, 0, gpt_mark) || size < 48 || size > 4096 ||
+        first_sector > last_sector) {
+        return false;
     }
-    const std::vector<std::uint8_t> bytes =
-        read(header.u64(72), (count * size + sector_ - 1) / sector_);
+    std::fill_n(head.begin() + 16, 4, std::uint8_t{0});
+    std::vector<std::uint8_t> bytes = read(first_sector, (count * size + sector_ - 1) / sector_);
+    bytes.resize(std::min(bytes.size(), static_cast<std::size_t>(count * size)));
+    const bool is_sound = header_size >= least_header && header_size <= sector_ &&
+                          checksum_of(header.slice(0, header_size)) == header_sum &&
+                          bytes.size() == count * size &&
+                          checksum_of(byte_view(bytes)) == entries_sum;
+    if (must_be_sound && !is_sound) {
+        return false;
+    }
     for (std::uint64_t i = 0; i < count; ++i) {
         const byte_view entry = byte_view(bytes).slice(i * size, size);
         const std::uint64_t first = entry.u64(32);
         const std::uint64_t last = entry.u64(40);
         if ((entry.u64(0) | entry.u64(8)) != 0 && first <= last) {
-            add(gpt_kind, first, last - first + 1);
+            add(gpt_kind, first, last - first + 1, static_cast<unsigned>(i + 1));
         }
+    }
+    return true;
+}
+
+void table_walk::take_gpt()
+{
+    const std::uint64_t copy = sectors() != 0 ? sectors() - 1 : 0;
+    if (take_gpt_at(1, true)) {
+        return;
+    }
+    state = take_gpt_at(copy, true) ? table_state::copy : table_state::damaged;
+    if (state == table_state::damaged && !take_gpt_at(1, false)) {
+        take_gpt_at(copy, false);
     }
 }
 
@@ -292,7 +397,6 @@ std::uint32_t sectors_per_cluster(std::uint8_t stored)
     return stored <= most ? stored : power_of_two(256u - stored);
 }
 
-// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
 volume_identity identify_volume(byte_view first_block)
 {
     constexpr std::uint64_t least = 512;
@@ -307,7 +411,6 @@ volume_identity identify_volume(byte_view first_block)
     return {};
 }
 
-// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
 std::string partition_type_name(std::uint32_t kind)
 {
     const auto row =
@@ -317,19 +420,17 @@ std::string partition_type_name(std::uint32_t kind)
     return (kind & guessed_kind) != 0 ? name + " [guess]" : name;
 }
 
-// cppcheck-suppress unusedFunction ; waits for the reading of whole disks
-std::vector<disk_partition> read_partitions(RAW_DISK_IO& disk)
+disk_table read_partitions(RAW_DISK_IO& disk)
 {
-    constexpr std::size_t largest_sector = 16384;
-    std::vector<std::uint8_t> first(largest_sector);
-    first.resize(static_cast<std::size_t>(disk.read(first, 0)));
-    const std::uint64_t sector = sector_size_of(byte_view(first));
+    constexpr std::uint64_t largest_sector = 16384;
+    const std::vector<std::uint8_t> first = read_bytes(disk, 0, largest_sector);
+    const std::uint64_t sector = sector_size_of(disk, byte_view(first));
     if (sector == 0 || is_volume(byte_view(first))) {
         return {};
     }
     table_walk walk(disk, sector);
     walk.take_table(byte_view(first));
-    return std::move(walk.found);
+    return {walk.state, static_cast<std::uint32_t>(sector), std::move(walk.found)};
 }
 
 } // namespace ntfs

@@ -25,7 +25,7 @@
 //        8      1  not 0: non-resident, the value lies in clusters
 //        9      1  length of the name in UTF-16 units
 //       10      2  offset of the name
-//       12      2  flags: 1 compressed
+//       12      2  flags: 1 compressed, 0x4000 encrypted, 0x8000 sparse
 //       14      2  id
 //   resident:
 //       16      4  length of the value
@@ -55,13 +55,25 @@ inline constexpr std::uint32_t file_name = 0x30;
 inline constexpr std::uint32_t data = 0x80;
 inline constexpr std::uint32_t index_root = 0x90;
 inline constexpr std::uint32_t index_allocation = 0xa0;
+inline constexpr std::uint32_t bitmap = 0xb0;
+inline constexpr std::uint32_t reparse_point = 0xc0;
 inline constexpr std::uint32_t end = 0xffffffff;
 } // namespace attribute_type
+
+namespace record_flag {
+inline constexpr std::uint16_t in_use = 1;
+inline constexpr std::uint16_t directory = 2;
+} // namespace record_flag
 
 // The entry number of a record reference.
 constexpr std::uint64_t entry_of(std::uint64_t reference) noexcept
 {
     return reference & 0xffffffffffff;
+}
+// And the sequence number that the record had when the reference was made.
+constexpr std::uint16_t sequence_of(std::uint64_t reference) noexcept
+{
+    return static_cast<std::uint16_t>(reference >> 48);
 }
 
 enum class record_kind {
@@ -89,8 +101,9 @@ public:
     std::uint16_t update_count() const noexcept { return bytes_.u16(6); }
     std::uint16_t sequence() const noexcept { return bytes_.u16(16); }
     std::uint16_t first_attribute() const noexcept { return bytes_.u16(20); }
-    bool is_in_use() const noexcept { return (bytes_.u16(22) & 1) != 0; }
-    bool is_directory() const noexcept { return (bytes_.u16(22) & 2) != 0; }
+    std::uint16_t flags() const noexcept { return bytes_.u16(22); }
+    bool is_in_use() const noexcept { return (flags() & record_flag::in_use) != 0; }
+    bool is_directory() const noexcept { return (flags() & record_flag::directory) != 0; }
     std::uint32_t used_size() const noexcept { return bytes_.u32(24); }
     std::uint32_t allocated_size() const noexcept { return bytes_.u32(28); }
     // Whether the sizes that the record tells go together and fit it.

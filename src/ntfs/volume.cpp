@@ -248,10 +248,12 @@ std::unique_ptr<ntfs_volume> open_ntfs_volume(std::string_view text, volume_sour
                    told);
 }
 
-std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source)
+std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source,
+                                              volume_state* state)
 {
     volume_state ignored = volume_state::closed;
-    return mounted(std::make_unique<RAW_DISK_IO>(std::move(source)), ignored);
+    return mounted(std::make_unique<RAW_DISK_IO>(std::move(source)),
+                   state != nullptr ? *state : ignored);
 }
 
 bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)

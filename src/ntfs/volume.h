@@ -108,7 +108,8 @@ std::unique_ptr<ntfs_volume>
 open_ntfs_volume(std::string_view text, volume_source source,
                  const platform::device_opener& open_device = platform::open_device,
                  volume_state* state = nullptr);
-std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source);
+std::unique_ptr<ntfs_volume> open_ntfs_volume(std::unique_ptr<io::byte_source> source,
+                                              volume_state* state = nullptr);
 
 // Reads what must be known of a volume whose reader is set. True when it is ready, at once if it
 // was before.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace platform {
@@ -27,6 +28,13 @@ void restore_error_console_mode(std::uint32_t mode);
 
 // Whether the error stream is a terminal that takes escape sequences.
 bool error_stream_takes_sequences();
+
+// The same of standard output.
+bool standard_output_takes_sequences();
+
+// The width of the terminal behind standard output or the error stream; 0 where there is none.
+std::size_t output_columns();
+std::size_t error_columns();
 
 // Opens each standard stream that is closed on the null device, so that no file that the run opens
 // takes its place. Answers whether standard output was open.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace platform {
@@ -14,5 +15,8 @@ enum class digest_kind {
 
 // The digest of `bytes` by the system's cryptographic library; empty if that refuses.
 std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::uint8_t> bytes);
+
+// The name of that library, with its version where it is part of the program.
+std::string digest_library();
 
 } // namespace platform

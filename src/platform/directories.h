@@ -14,6 +14,8 @@ enum class entry_kind {
     // go through it: what lies behind it has a path of its own or is no part of what was asked for,
     // and links among folders could make a walk endless.
     directory_link,
+    // A link to a file that cannot be followed, as in the image of a volume.
+    file_link,
 };
 
 struct directory_entry {

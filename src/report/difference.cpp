@@ -228,7 +228,7 @@ bool tell_differences(const job& work)
     const told_database about(work);
     work.form.begin({work.database, work.path, &about});
     difference_teller teller(work);
-    work.form.line(work.path + " -> " + work.other_path + ":");
+    work.form.title(work.path + " -> " + work.other_path + ":");
     teller.tell_versions();
     const model::difference_counts counts =
         model::compare_databases(*work.database, *work.other, teller);

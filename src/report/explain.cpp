@@ -94,10 +94,10 @@ class explainer {
 public:
     explainer(const job& work, const model::database_identity& identity, bool is_vendors_own)
         : work_(work), context_(*work.explained), identity_(identity),
-          place_(model::place_of(work.path, context_.root)), examined_{*work.database,
-                                                                       context_.known,
-                                                                       is_vendors_own, context_.now,
-                                                                       work.known}
+          place_(model::place_of(work.path, context_.roots())), examined_{*work.database,
+                                                                          context_.known,
+                                                                          is_vendors_own,
+                                                                          context_.now, work.known}
     {}
 
     // Tells what is known of the file and of its registration, and no more.
@@ -146,18 +146,21 @@ private:
     void judge_outside(model::finding_list& to, const std::vector<std::string>& programs) const
     {
         model::judge_place(to, examined_, place_, work_.path, identity_);
+        if (work_.source != nullptr && work_.source->history() != nullptr) {
+            model::judge_file(to, examined_, *work_.source->history(), identity_);
+        }
         if (work_.installed != nullptr && place_) {
             context_.note_told(work_.installed->key_path);
         }
         const bool is_orphan =
-            context_.lists.has_installed_key && work_.installed == nullptr && place_ &&
-            !examined_.is_vendors_own &&
+            context_.lists_for(work_.path).has_installed_key && work_.installed == nullptr &&
+            place_ && !examined_.is_vendors_own &&
             model::kind_of_place(context_.known, *place_) == model::place_kind::custom_folder;
         if (is_orphan) {
             to.add(*model::found(examined_, model::signal::reg_orphan, 0));
         }
-        model::judge_registration(to, examined_, identity_, work_.installed, context_.lists,
-                                  programs);
+        model::judge_registration(to, examined_, identity_, work_.installed,
+                                  context_.lists_for(work_.path), programs);
         to.settle();
     }
 
@@ -210,7 +213,7 @@ private:
                     : ", " + std::to_string(all.known_subjects()) + " known and left out");
     }
 
-    void head(const std::string& words) { work_.form.line(work_.path + ": " + words); }
+    void head(const std::string& words) { work_.form.title(work_.path + ": " + words); }
 
     bool tell_list(const model::finding_list& list)
     {
@@ -299,7 +302,7 @@ private:
 bool explain_database(const job& work)
 {
     const model::database_identity identity = model::identity_of(*work.database);
-    const auto place = model::place_of(work.path, work.explained->root);
+    const auto place = model::place_of(work.path, work.explained->roots());
     const bool is_own = model::is_vendors_own(work.explained->known, place, identity);
     explainer made(work, identity, is_own);
     if (is_own && !work.is_named) {

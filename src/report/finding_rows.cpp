@@ -74,6 +74,13 @@ std::string weight_column(model::weight one)
     return std::string(words[static_cast<std::size_t>(one)]);
 }
 
+form::emphasis emphasis_of(model::weight one)
+{
+    return one == model::weight::high     ? form::emphasis::high
+           : one == model::weight::medium ? form::emphasis::medium
+                                          : form::emphasis::none;
+}
+
 void write_place(uni::text_buffer& line, std::uint32_t offset)
 {
     line.literal("tag 0x");
@@ -133,7 +140,9 @@ bool tell_finding(const job& work, const model::finding& found, const finding_pl
     const form::cell cells[] = {
         {.name = "database", .shown = text_or_none(place.database), .names_document = true},
         {.name = "program", .shown = text_or_none(place.program)},
-        {.name = "weight", .shown = std::string(model::word_of(found.weighs))},
+        {.name = "weight",
+         .shown = std::string(model::word_of(found.weighs)),
+         .weighs = emphasis_of(found.weighs)},
         {.name = "id", .shown = found.kind->id},
         {.name = "offset",
          .shown = found.offset == 0 ? form::value() : form::value(form::hex_number{found.offset})},

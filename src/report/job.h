@@ -2,7 +2,9 @@
 
 #include <deque>
 #include <string>
+#include <vector>
 
+#include "files/file_tree.h"
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
@@ -30,6 +32,8 @@ struct job {
     uni::thread_allowance* threads = nullptr; // of which some may help; null where none may
     model::image_digests* digests = nullptr;  // of the database's image, where they were started
 
+    files::file_tree* files = nullptr; // where a program is looked for, which some reports read
+
     // The file that is told about.
     std::string path = {};
     io::file_times times = {};
@@ -48,8 +52,8 @@ struct job {
     const model::explain_context* explained = nullptr;
     const sdb::sdb_database* other = nullptr; // that the database is compared with
     std::string other_path = {};
-    bool is_named = false;           // the database, on the command line
-    model::file_probe is_there = {}; // of the run's registry
+    bool is_named = false;                         // the database, on the command line
+    std::vector<model::file_probe> are_there = {}; // of each of the run's registries
 
     // The same work in another writer of the form, on a thread that has no others to help it.
     job with_form(form::writer& to, uni::text_buffer& to_console, io::notices& to_notices) const

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
@@ -44,10 +45,16 @@ void put_heaviest_first(std::vector<model::placed_finding>& all)
 bool explain_machine(const job& work)
 {
     const model::explain_context& context = *work.explained;
-    model::registry_lists lists = context.lists;
-    lists.told = context.told();
-    std::vector<model::placed_finding> all =
-        model::judge_registry(context.known, work.targets->installed, lists, work.is_there);
+    std::vector<model::placed_finding> all;
+    for (std::size_t i = 0; i < work.targets->installed.size(); ++i) {
+        model::registry_lists lists = work.targets->lists[i];
+        lists.told = context.told();
+        for (model::placed_finding& one :
+             model::judge_registry(context.known, work.targets->installed[i], lists,
+                                   i < work.are_there.size() ? work.are_there[i] : nullptr)) {
+            all.push_back(std::move(one));
+        }
+    }
     for (model::placed_finding& one : model::judge_compilers(context.known, context.seen())) {
         all.push_back(std::move(one));
     }
@@ -59,7 +66,7 @@ bool explain_machine(const job& work)
     }
     put_heaviest_first(all);
     work.form.line({});
-    work.form.line("the registry and the databases together:");
+    work.form.title("the registry and the databases together:");
     std::string_view last;
     for (const model::placed_finding& one : all) {
         if (one.database != last && !one.database.empty()) {

@@ -115,7 +115,7 @@ struct match_facts : public form::told_facts {
         to.begin_list("times");
         tell_time(to, "program", "compiled",
                   {date != nullptr ? date->number : 0, uni::time_kind::unix_seconds});
-        tell_file_times(to, source->times());
+        tell_file_times(to, source->times(), source->history());
         to.end();
         to.end();
     }
@@ -142,7 +142,7 @@ bool list_matches(const job& work)
     };
     match_facts match(work, text_of);
     std::string reason;
-    if (read_program(match.program, match.source, path, work.notices, reason) !=
+    if (read_program(match.program, match.source, *work.files, path, work.notices, reason) !=
         program_state::read) {
         work.notices.fail("Problem pulling PE stats from file %s: %s\n", path.c_str(),
                           reason.c_str());

@@ -148,7 +148,7 @@ public:
         }
         to.begin_list("times");
         tell_time(to, "program", "compiled", date != nullptr ? moment_of(*date) : form::moment());
-        tell_file_times(to, work_.times);
+        tell_file_times(to, work_.times, work_.source ? work_.source->history() : nullptr);
         to.end();
         to.begin_list("properties");
         for (const model::pe_property& property : *work_.program) {

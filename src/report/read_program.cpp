@@ -5,12 +5,14 @@
 namespace report {
 
 program_state read_program(model::pe_list& properties, std::unique_ptr<io::byte_source>& source,
-                           const std::string& path, io::notices& notices, std::string& reason)
+                           files::file_tree& tree, const std::string& path, io::notices& notices,
+                           std::string& reason)
 {
-    source = io::open_source(path, reason);
+    source = tree.open(path, reason);
     if (!source) {
         return program_state::unreadable;
     }
+    say_if_deleted(path, *source, notices);
     switch (model::read_pe_stats(properties, std::move(source), path, &source)) {
     case model::pe_outcome::no_program:
         reason = "is no program";
@@ -25,6 +27,16 @@ program_state read_program(model::pe_list& properties, std::unique_ptr<io::byte_
         break;
     }
     return program_state::read;
+}
+
+void say_if_deleted(const std::string& path, const io::byte_source& source, io::notices& notices)
+{
+    const io::file_history* const kept = source.history();
+    if (kept != nullptr && kept->is_deleted) {
+        notices.say("%s was deleted: of its %llu clusters %llu are no other file's yet\n",
+                    path.c_str(), static_cast<unsigned long long>(kept->clusters),
+                    static_cast<unsigned long long>(kept->free_clusters));
+    }
 }
 
 } // namespace report

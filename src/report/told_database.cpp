@@ -116,29 +116,52 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
     to.fact("platform",
             identity.platform ? form::value(form::dword_value{*identity.platform}) : form::value());
     tell_extent(to, work);
+    const io::file_history* const kept = work.source ? work.source->history() : nullptr;
+    if (kept != nullptr && kept->is_deleted) {
+        to.begin_object("deleted");
+        to.fact("clusters", form::count{kept->clusters});
+        to.fact("unallocated", form::count{kept->free_clusters});
+        to.end();
+    }
 }
 
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
-               const form::moment& when)
+               const form::moment& when, const std::string* name)
 {
     to.begin_item();
     to.fact("source", std::string(source));
     to.fact("event", std::string(event));
+    if (name != nullptr) {
+        to.fact("name", *name);
+    }
     to.fact("time", when);
     to.end();
 }
 
-void tell_file_times(form::fact_taker& to, const io::file_times& times)
+void tell_file_times(form::fact_taker& to, const io::file_times& times,
+                     const io::file_history* kept)
 {
-    tell_time(to, "file", "modified", {times.write});
-    tell_time(to, "file", "accessed", {times.access});
-    tell_time(to, "file", "created", {times.creation});
+    const auto tell_usual = [&](const char* source, const io::file_times& usual,
+                                const std::string* name) {
+        tell_time(to, source, "modified", {usual.write}, name);
+        tell_time(to, source, "accessed", {usual.access}, name);
+        tell_time(to, source, "created", {usual.creation}, name);
+    };
+    tell_usual("file", times, nullptr);
+    if (kept == nullptr) {
+        return;
+    }
+    tell_time(to, "file", "record changed", {kept->record_change});
+    for (const io::kept_times& each : kept->names) {
+        tell_usual("file name", each.times, &each.name);
+        tell_time(to, "file name", "record changed", {each.record_change}, &each.name);
+    }
 }
 
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity)
 {
     tell_time(to, "database", "compiled", {identity.time.value_or(0)});
-    tell_file_times(to, work.times);
+    tell_file_times(to, work.times, work.source ? work.source->history() : nullptr);
 }
 
 void told_file::tell(form::fact_taker& to) const

@@ -19,10 +19,13 @@ void tell_digests(form::fact_taker& to, std::uint64_t size, const model::digest_
 // What a program tells under the tag of a property, as a database would hold it.
 form::value told_value(const model::pe_property& found);
 
-// Tells a time that is known of it, from which source and of what. To be called inside of a list.
+// Tells a time that is known of it, from which source and of what, and of which of its names. To be
+// called inside of a list.
 void tell_time(form::fact_taker& to, std::string_view source, std::string_view event,
-               const form::moment& when);
-void tell_file_times(form::fact_taker& to, const io::file_times& times);
+               const form::moment& when, const std::string* name = nullptr);
+// Tells the times of a file, and all others that are known of it, where that is anything.
+void tell_file_times(form::fact_taker& to, const io::file_times& times,
+                     const io::file_history* kept);
 // Tells the times of the file and the one that stands in the database.
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity);
 

@@ -25,6 +25,9 @@ struct filter_entry {
     bool star_back = false;              // `pattern` had a star at its end
 };
 
+// When reports for people have colours: on a terminal, unless the environment says NO_COLOR.
+enum class color_use { by_terminal, always, never };
+
 // What all tools of the family share: form of the output, date and time style, separators, filters,
 // log.
 struct cmd_params {
@@ -55,7 +58,11 @@ struct cmd_params {
     bool safe_csv = false;  // no field may be taken for a formula
     bool no_header = false; // the run header is left out
 
+    color_use color = color_use::by_terminal;
+    bool has_colors = false; // what that comes to
+    std::size_t columns = 0; // of the terminal that takes the report; 0 for none
     bool show_progress = true;
+    bool draws_progress = false; // in one line of a terminal, in place of a line for each file
     bool profile = false;
     std::string signal_name;
     std::string log_path; // of -diags
@@ -65,6 +72,8 @@ struct cmd_params {
     bool enumdir = false;
     std::string enumdir_path;
     std::uint32_t num_subdirs = 0;
+    bool deleted = false;    // files that were deleted come behind the others
+    bool by_content = false; // databases are told by their bytes, whatever their names
     std::optional<std::uint64_t> time_window_start; // FILETIME ticks
     std::optional<std::uint64_t> time_window_stop;  // the same
 

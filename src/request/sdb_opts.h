@@ -38,8 +38,6 @@ struct sdb_opts : cmd_params {
     std::string diff_path;                // with which database, folder or volume
     std::vector<std::string> known_paths; // of databases whose records are left out
 
-    bool by_content = false; // databases of a volume are told by their bytes, whatever their names
-
     // What to look for.
     search_request search;
     std::vector<std::uint8_t> patch_pattern;
@@ -58,6 +56,7 @@ struct sdb_opts : cmd_params {
     bool hive_given = false;
     bool hive_named = false; // by -reg, and not by the volume
     std::string software_hive_path;
+    bool no_logs = false;                     // those of a hive are left out
     std::vector<std::string> more_hive_paths; // of further -reg
 
     // Whether programs are held against databases for a row each: beyond one against one.

@@ -71,4 +71,9 @@ inflation inflate_image(uni::byte_view image, io::byte_vector& out, std::uint64_
     return result;
 }
 
+std::string inflate_library()
+{
+    return std::string("zlib ") + ::zlibVersion();
+}
+
 } // namespace sdb

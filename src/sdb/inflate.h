@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "io/large_vector.h"
 #include "uni/byte_view.h"
@@ -18,5 +19,8 @@ enum class inflation { whole, damaged, too_large };
 // or unfinished one, or one that holds nothing, and with one that grows beyond that.
 inflation inflate_image(uni::byte_view image, io::byte_vector& out,
                         std::uint64_t most = most_inflated, std::uint64_t* unused = nullptr);
+
+// The name of the library that does so, with its version.
+std::string inflate_library();
 
 } // namespace sdb

@@ -45,6 +45,20 @@ void trim(std::string& text)
     text.erase(0, text.find_first_not_of(blanks));
 }
 
+std::string_view first_characters(std::string_view text, std::size_t count) noexcept
+{
+    std::size_t end = 0;
+    while (end < text.size()) {
+        // What goes on with a character begins none.
+        const bool begins_one = (static_cast<unsigned char>(text[end]) & 0xc0) != 0x80;
+        if (begins_one && count-- == 0) {
+            break;
+        }
+        ++end;
+    }
+    return text.substr(0, end);
+}
+
 void replace_char(std::string& text, char from, char to)
 {
     std::replace(text.begin(), text.end(), from, to);

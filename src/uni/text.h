@@ -33,6 +33,9 @@ std::string_view trimmed(std::string_view text);
 // The same in place.
 void trim(std::string& text);
 
+// The beginning of the text that has so many characters, or all of it.
+std::string_view first_characters(std::string_view text, std::size_t count) noexcept;
+
 // Replaces every `from` by `to`.
 void replace_char(std::string& text, char from, char to);
 

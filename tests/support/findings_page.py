@@ -23,9 +23,9 @@ of a vendor's file under another name too.
 **What a clean set of databases does not prove.** Fixes can be applied out of the memory of a process, with no
 database at all. Nothing in a file tells of that.
 
-**Places** are counted from the root of the volume that `-partition` or `-vss` names, or from a walked folder that
-has a folder `Windows`; elsewhere only a path that leads through such a folder tells one. Of a copy that lies
-anywhere else nothing is said about places but its name.
+**Places** are counted from the root of the volume that `-partition` or `-vss` names or that the image in a path
+holds, or from a walked folder that has a folder `Windows`; elsewhere only a path that leads through such a folder
+tells one. Of a copy that lies anywhere else nothing is said about places but its name.
 """
 
 

@@ -30,7 +30,9 @@ made_report make_into(uni::text_buffer& out, const request::sdb_opts& options, c
     const auto form = form::form_of(options.form).make(out, options, subject.state);
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     const uni::busy_thread busy(threads);
+    files::file_tree tree;
     report::job work{options, *form, console, notices, &threads};
+    work.files = &tree;
     work.path = subject.path;
     work.times = subject.times;
     work.installed = subject.installed;

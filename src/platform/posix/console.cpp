@@ -5,9 +5,26 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace platform {
+
+namespace {
+
+bool takes_sequences(int stream)
+{
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(stream) == 1 && (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+std::size_t columns_of(int stream)
+{
+    winsize size = {};
+    return ::ioctl(stream, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+} // namespace
 
 // A terminal here takes UTF-8 and escape sequences as it is.
 
@@ -23,9 +40,22 @@ void restore_error_console_mode(std::uint32_t) {}
 
 bool error_stream_takes_sequences()
 {
-    const char* const terminal = std::getenv("TERM");
-    return ::isatty(STDERR_FILENO) == 1 &&
-           (terminal == nullptr || std::string_view(terminal) != "dumb");
+    return takes_sequences(STDERR_FILENO);
+}
+
+bool standard_output_takes_sequences()
+{
+    return takes_sequences(STDOUT_FILENO);
+}
+
+std::size_t output_columns()
+{
+    return columns_of(STDOUT_FILENO);
+}
+
+std::size_t error_columns()
+{
+    return columns_of(STDERR_FILENO);
 }
 
 bool hold_standard_streams()

@@ -3,6 +3,7 @@
 // The steps as that version has them need no memory of their own, so that nothing in them can fail;
 // today's wrappers around them end the program where memory runs out.
 #define OPENSSL_API_COMPAT 10101
+#include <openssl/crypto.h>
 #include <openssl/md5.h>
 #include <openssl/sha.h>
 
@@ -36,6 +37,11 @@ std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::
         return digest_by<SHA256_DIGEST_LENGTH>(SHA256_Init, SHA256_Update, SHA256_Final, bytes);
     }
     return {};
+}
+
+std::string digest_library()
+{
+    return std::string("OpenSSL ") + OpenSSL_version(OPENSSL_VERSION_STRING);
 }
 
 } // namespace platform

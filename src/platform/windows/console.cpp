@@ -29,6 +29,23 @@ bool is_open(int descriptor)
     return ::GetFileType(handle) != FILE_TYPE_UNKNOWN || ::GetLastError() == NO_ERROR;
 }
 
+bool takes_sequences(DWORD stream)
+{
+    DWORD mode = 0;
+    const char* const terminal = std::getenv("TERM");
+    return ::GetConsoleMode(::GetStdHandle(stream), &mode) != 0 &&
+           (mode & terminal_sequences) != 0 &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+std::size_t columns_of(DWORD stream)
+{
+    CONSOLE_SCREEN_BUFFER_INFO facts = {};
+    return ::GetConsoleScreenBufferInfo(::GetStdHandle(stream), &facts) != 0
+               ? static_cast<std::size_t>(facts.srWindow.Right - facts.srWindow.Left + 1)
+               : 0;
+}
+
 } // namespace
 
 utf8_console::utf8_console() : output_page_(::GetConsoleOutputCP()), input_page_(::GetConsoleCP())
@@ -63,11 +80,22 @@ void restore_error_console_mode(std::uint32_t mode)
 
 bool error_stream_takes_sequences()
 {
-    DWORD mode = 0;
-    const char* const terminal = std::getenv("TERM");
-    return ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0 &&
-           (mode & terminal_sequences) != 0 &&
-           (terminal == nullptr || std::string_view(terminal) != "dumb");
+    return takes_sequences(STD_ERROR_HANDLE);
+}
+
+bool standard_output_takes_sequences()
+{
+    return takes_sequences(STD_OUTPUT_HANDLE);
+}
+
+std::size_t output_columns()
+{
+    return columns_of(STD_OUTPUT_HANDLE);
+}
+
+std::size_t error_columns()
+{
+    return columns_of(STD_ERROR_HANDLE);
 }
 
 bool hold_standard_streams()

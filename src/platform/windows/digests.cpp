@@ -84,4 +84,9 @@ std::vector<std::uint8_t> compute_digest(digest_kind kind, std::span<const std::
     return digest;
 }
 
+std::string digest_library()
+{
+    return "CNG of Windows";
+}
+
 } // namespace platform

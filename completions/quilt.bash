@@ -1,0 +1,24 @@
+# Made by docs/make_pages.py from src/front/option_words.cpp.
+_quilt() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} dash=
+    before=${before,,}
+    COMPREPLY=()
+    case ${before/#--/-} in
+    -sdb|-partition|-vss|-pe|-reg|-diff|-known|-knowledge|-out|-outfile|-diags|-sqlite|-sqlite_log)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        return
+        ;;
+    -enumdir|-outdir)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$word")
+        return
+        ;;
+    -num_subdirs|-filter|-filter_sig|-cmd_start_time|-cmd_stop_time|-tag|-strings|-guid|-tagids|-patchbytes|-only|-family|-dateformat|-timeformat|-csv_separator|-hostname|-username|-threads|-color|-signal|-filter_skip|-filter_path|-alias|-aliaspath|-zlibex|-cpu|-cpuinst|-fragment_files)
+        return
+        ;;
+    esac
+    [[ $word != --* ]] || dash=-
+    mapfile -t COMPREPLY < <(compgen -P "$dash" -W '-sdb -partition -by_content -vss -pe -reg -pipe -enumdir -num_subdirs -filter -filter_sig -cmd_start_time -cmd_stop_time -apps -exes -fixes -shims -patches -tag -guids -stringtable -stats -listsdb -enumsdb -match -explain -diff -strings -guid -tagids -patchbytes -known -only -family -knowledge -csv -csvgen -csvl2t -bodyfile -xml -multiline -timesketch -json -html -dateformat -timeformat -pair_datetime -base10 -base16 -csv_separator -enable_quoted_csv_fields -safe_csv -no_whitespace -no_header -hostname -username -out -outfile -append -diags -threads -color -quiet -profile -signal -help -h -? -version' -- "${word#"$dash"}")
+}
+complete -F _quilt quilt

@@ -1,0 +1,210 @@
+#include "ntfs/folder.h"
+
+#include <algorithm>
+
+#include "ntfs/attributes.h"
+#include "ntfs/index_blocks.h"
+
+namespace ntfs {
+
+namespace {
+
+constexpr std::string_view index_name = "$I30";
+constexpr std::uint64_t root_header = 16;
+constexpr std::uint64_t entry_header = 16;
+constexpr std::uint64_t name_place = 66;
+constexpr unsigned last_entry = 2;
+
+constexpr std::uint8_t dos_alone = 2;
+constexpr char16_t no_character = 0xfffd;
+
+bool is_high(char16_t unit)
+{
+    return unit >= 0xd800 && unit <= 0xdbff;
+}
+
+bool is_low(char16_t unit)
+{
+    return unit >= 0xdc00 && unit <= 0xdfff;
+}
+
+// Makes of a name what a path can hold, so that no file is hidden by its name: what is no text, or
+// would part the path, becomes U+FFFD.
+void make_usable(std::u16string& names, std::size_t from)
+{
+    for (std::size_t i = from; i < names.size(); ++i) {
+        const bool has_partner =
+            (is_high(names[i]) && i + 1 < names.size() && is_low(names[i + 1])) ||
+            (is_low(names[i]) && i > from && is_high(names[i - 1]));
+        if (names[i] == 0 || names[i] == u'/' ||
+            ((is_high(names[i]) || is_low(names[i])) && !has_partner)) {
+            names[i] = no_character;
+        }
+    }
+    const std::u16string_view name = std::u16string_view(names).substr(from);
+    if (name == u"..") {
+        names[from] = no_character;
+    }
+}
+
+// The parts of an index that a directory's record tells of.
+struct index_rows {
+    const record_row* root = nullptr;
+    const record_row* allocation = nullptr;
+    const record_row* bitmap = nullptr;
+};
+
+index_rows rows_of_index(const std::vector<record_row>& rows)
+{
+    index_rows found;
+    for (const record_row& row : rows) {
+        if (row.name != index_name) {
+            continue;
+        }
+        if (row.type == attribute_type::index_root && row.is_resident) {
+            found.root = &row;
+        } else if (row.type == attribute_type::index_allocation && !row.is_resident) {
+            found.allocation = &row;
+        } else if (row.type == attribute_type::bitmap) {
+            found.bitmap = &row;
+        }
+    }
+    return found;
+}
+
+// Which blocks of an index are in use.
+class block_use {
+public:
+    // A bitmap that cannot be read leaves it open.
+    block_use(mft_entries_ctx& context, const record_row* bitmap)
+        : is_known_(bitmap != nullptr && read_attribute_data(context, *bitmap, bits_))
+    {
+        for (const std::uint8_t byte : bits_) {
+            for (unsigned bit = 0; bit < 8; ++bit) {
+                left_ += (byte >> bit) & 1;
+            }
+        }
+    }
+
+    bool is_known() const noexcept { return is_known_; }
+    bool holds(std::uint64_t block) const noexcept
+    {
+        return !is_known_ || ((uni::byte_view(bits_).u8(block / 8) >> (block % 8)) & 1) != 0;
+    }
+    void note() noexcept { left_ -= left_ != 0 ? 1 : 0; }
+    // Whether blocks in use were not met.
+    bool is_any_left() const noexcept { return is_known_ && left_ != 0; }
+
+private:
+    io::byte_vector bits_;
+    std::uint64_t left_ = 0;
+    bool is_known_;
+};
+
+} // namespace
+
+bool folder::take_entry(uni::byte_view key, std::uint64_t reference)
+{
+    const std::uint64_t length = key.u8(64) * std::uint64_t{2};
+    if (length == 0 || !key.contains(name_place, length)) {
+        return false;
+    }
+    const std::size_t from = names_.size();
+    names_.resize(from + key.u8(64));
+    for (std::size_t i = 0; i < key.u8(64); ++i) {
+        names_[from + i] = key.u16(name_place + i * 2);
+    }
+    if (names_.compare(from, names_.npos, u".") == 0) { // of the root, itself
+        names_.resize(from);
+        return true;
+    }
+    make_usable(names_, from);
+    children_.push_back(
+        {reference, from, key.u32(56), key.u32(60), key.u8(64), (key.u8(65) & 3) == dos_alone});
+    return true;
+}
+
+// Takes the entries of a node, which ends with its bytes. False if it is damaged.
+bool folder::take_node(uni::byte_view node)
+{
+    const std::uint64_t end = node.u32(4);
+    std::uint64_t position = node.u32(0);
+    while (position < end && node.contains(position, entry_header)) {
+        const std::uint64_t length = node.u16(position + 8);
+        const std::uint64_t key = node.u16(position + 10);
+        if ((node.u16(position + 12) & last_entry) != 0) {
+            return true;
+        }
+        if (length < entry_header || !node.contains(position, length) ||
+            key > length - entry_header ||
+            !take_entry(node.slice(position + entry_header, key), node.u64(position))) {
+            return false;
+        }
+        position += length;
+    }
+    return false;
+}
+
+folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
+{
+    children_.clear();
+    names_.clear();
+    is_sorted_ = false;
+    std::vector<record_row> rows;
+    list_record_attributes(context, entry, rows);
+    const index_rows index = rows_of_index(rows);
+    if (index.root == nullptr) {
+        return state::unreadable;
+    }
+    const uni::byte_view root(index.root->value);
+    bool is_whole = root.u32(0) == attribute_type::file_name;
+    is_whole = take_node(root.from(root_header)) && is_whole;
+    if (index.allocation != nullptr) {
+        block_use use(context, index.bitmap);
+        std::vector<extent> extents = index.allocation->extents;
+        visit_index_blocks(context.volume, extents,
+                           [&](std::uint64_t number, uni::byte_view block) {
+                               if (use.holds(number)) {
+                                   use.note();
+                                   is_whole = take_node(block.from(index_block_header)) && is_whole;
+                               }
+                           });
+        is_whole = is_whole && use.is_known() && !use.is_any_left();
+    }
+    return is_whole ? state::whole : state::damaged;
+}
+
+folder::child folder::at(std::size_t number) const noexcept
+{
+    const stored& found = children_[number];
+    return {found.reference, found.attributes, found.reparse_kind, found.is_short_name,
+            name_of(found)};
+}
+
+folder::child folder::find(std::u16string_view name, const letter_case& letters)
+{
+    const auto order = [&](const stored& a, std::u16string_view b) {
+        const int by_letters = letters.compare(name_of(a), b);
+        return by_letters != 0 ? by_letters : name_of(a).compare(b);
+    };
+    if (!is_sorted_) {
+        std::sort(children_.begin(), children_.end(), [&](const stored& a, const stored& b) {
+            const int by_name = order(a, name_of(b));
+            return by_name != 0 ? by_name < 0 : a.reference < b.reference;
+        });
+        is_sorted_ = true;
+    }
+    auto found =
+        std::lower_bound(children_.begin(), children_.end(), name,
+                         [&](const stored& a, std::u16string_view b) { return order(a, b) < 0; });
+    if (found == children_.end() || name_of(*found) != name) {
+        found = std::lower_bound(children_.begin(), children_.end(), name,
+                                 [&](const stored& a, std::u16string_view b) {
+                                     return letters.compare(name_of(a), b) < 0;
+                                 });
+    }
+    const bool is_found = found != children_.end() && letters.compare(name_of(*found), name) == 0;
+    return is_found ? at(static_cast<std::size_t>(found - children_.begin())) : child{};
+}
+
+} // namespace ntfs
