@@ -1,5 +1,6 @@
 #include "front/input_work.h"
 
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -235,8 +236,15 @@ bool input_work::tell_difference(const std::string& before, const std::string& a
     say_processing(before, out);
     loaded_file files[2];
     const std::string* const paths[] = {&before, &after};
+    outcome outcomes[2]{};
+    {
+        uni::possible_helper helper(&out.threads);
+        auto other = std::async(helper.policy(), [&] { return load(files[1], after, out); });
+        outcomes[0] = load(files[0], before, out);
+        outcomes[1] = other.get();
+    }
     for (std::size_t i = 0; i < 2; ++i) {
-        if (load(files[i], *paths[i], out) != outcome::told) {
+        if (outcomes[i] != outcome::told) {
             out.notices.fail("Prob analyzing file %s: %s\n", paths[i]->c_str(),
                              files[i].reason.c_str());
             tell_failure(*paths[i], files[i].reason, out, files[i].source.get());

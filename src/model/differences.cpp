@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <compare>
+#include <future>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -123,8 +124,8 @@ void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>
 class comparer {
 public:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
-             difference_listener& listener)
-        : comparer(before, after, listener, random_content_key())
+             difference_listener& listener, uni::thread_allowance* threads)
+        : comparer(before, after, listener, threads, random_content_key())
     {}
 
     difference_counts compare()
@@ -152,10 +153,18 @@ public:
 
 private:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
-             difference_listener& listener, const content_key& key)
-        : before_{before, record_contents(before, key, references_seen::by_name)},
-          after_{after, record_contents(after, key, references_seen::by_name)}, listener_(listener)
+             difference_listener& listener, uni::thread_allowance* threads, const content_key& key)
+        : helper_(threads),
+          contents_of_after_(
+              std::async(helper_.policy(), [&after, key] { return contents_of(after, key); })),
+          before_{before, contents_of(before, key)}, after_{after, contents_of_after_.get()},
+          listener_(listener)
     {}
+
+    static record_contents contents_of(const sdb::sdb_database& database, const content_key& key)
+    {
+        return {database, key, references_seen::by_name};
+    }
 
     void count_and_tell(const pair_of& one)
     {
@@ -343,6 +352,8 @@ private:
         }
     }
 
+    uni::possible_helper helper_;
+    std::future<record_contents> contents_of_after_;
     side before_;
     side after_;
     difference_listener& listener_;
@@ -353,9 +364,9 @@ private:
 } // namespace
 
 difference_counts compare_databases(const sdb::sdb_database& before, const sdb::sdb_database& after,
-                                    difference_listener& listener)
+                                    difference_listener& listener, uni::thread_allowance* threads)
 {
-    return comparer(before, after, listener).compare();
+    return comparer(before, after, listener, threads).compare();
 }
 
 void known_records::add(const sdb::sdb_database& database)

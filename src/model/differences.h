@@ -7,6 +7,7 @@
 
 #include "model/content.h"
 #include "sdb/database.h"
+#include "uni/thread_allowance.h"
 
 namespace model {
 
@@ -40,9 +41,10 @@ struct difference_counts {
 };
 
 // Compares all records: the lists that stand in the database list and in the library, and the database
-// list's own facts as those of one record.
+// list's own facts as those of one record. Of `threads` one that is to spare helps.
 difference_counts compare_databases(const sdb::sdb_database& before, const sdb::sdb_database& after,
-                                    difference_listener& listener);
+                                    difference_listener& listener,
+                                    uni::thread_allowance* threads = nullptr);
 
 // The records of known databases.
 class known_records {

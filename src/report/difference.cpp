@@ -231,7 +231,7 @@ bool tell_differences(const job& work)
     work.form.title(work.path + " -> " + work.other_path + ":");
     teller.tell_versions();
     const model::difference_counts counts =
-        model::compare_databases(*work.database, *work.other, teller);
+        model::compare_databases(*work.database, *work.other, teller, work.threads);
     const auto words = [](std::uint64_t number, const char* what) {
         return std::to_string(number) + " " + what;
     };

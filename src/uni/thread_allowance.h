@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <thread>
 
 namespace uni {
@@ -87,6 +88,24 @@ public:
 private:
     thread_allowance* threads_;
     std::size_t count_ = 0;
+};
+
+// One thread, where one is to spare, for what std::async() takes with its policy.
+class possible_helper {
+public:
+    explicit possible_helper(thread_allowance* threads) noexcept : helpers_(threads)
+    {
+        helpers_.take(1);
+    }
+    // Without a thread, the system's or ours, it is done when it is asked for.
+    std::launch policy() const noexcept
+    {
+        return helpers_.count() == 0 ? std::launch::deferred
+                                     : std::launch::async | std::launch::deferred;
+    }
+
+private:
+    helping_threads helpers_;
 };
 
 } // namespace uni
