@@ -90,7 +90,7 @@ std::string ewf_ending(unsigned number, bool is_large)
     return is_large ? ending : uni::lowered(ending);
 }
 
-// Adds the parts that follow the first one. False, with the reason, if one does not open or is missing
+// Adds those that follow the first one. False, with the reason, if one does not open or is missing
 // between others.
 template <typename make_ending>
 bool add_parts(part_files& parts, const std::string& path, const make_ending& ending_of,

@@ -47,7 +47,7 @@ void make_usable(std::u16string& names, std::size_t from)
     }
 }
 
-// The parts of an index that a directory's record tells of.
+// Where the index of a directory lies, as its record tells.
 struct index_rows {
     const record_row* root = nullptr;
     const record_row* allocation = nullptr;
