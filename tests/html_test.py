@@ -123,7 +123,7 @@ class Html(Runs):
         path = self.write("a.sdb", image)
         card, = self.cards(self.page(f"-sdb {path} -exes -html -quiet"))
         self.assertEqual({name[11:]: text_of(value) for name, value in self.facts(card).items()}, {
-            "name": "a&b.exe", "vendor": "no text at 0x1e61", "time": " ", "size": "0x00000007",
+            "name": "a&b.exe", "vendor": "no text at 0x1e61", "time": "1601-01-01 00:00:00.000", "size": "0x00000007",
             "patch_bits": "match a<b>.dll 0x00001000: 85 c0", "data_bits": "4 bytes", "general": "set",
             "bin_file_version": "6.2.0.0", "match_mode": "exe"})
         self.assertEqual(text_of(card.find("summary"))[11:], "exe a&b.exe")

@@ -266,6 +266,9 @@ class Json(Runs):
         run(f"-sdb {SAMPLE} -exes -json -quiet -append -out {cut}")
         first, *report = Path(cut).read_bytes().split(b"\n", 1)
         self.assertEqual((first, len(read_report(report[0]))), (b'{"kind":"ru', 10))
+        rows = self.write("cut.csv", b"cut o")
+        run(f"-sdb {SAMPLE} -stats -csv -no_header -quiet -append -out {rows}")
+        self.assertEqual(Path(rows).read_bytes().split(b"\r\n")[0], b"cut o")
 
     def test_names_that_are_no_utf_8(self):
         path = os.fsencode(self.folder) + b"/\xffa\xc2\x85\"\xe2\x80.sdb"

@@ -54,7 +54,8 @@ TEST_F(output_files, come_to_their_place_when_they_are_whole)
         {"no file", output_mode::replace, nullptr, "new\r\n"},
         {"an old one", output_mode::replace, "old", "new\r\n"},
         {"with no partial one", output_mode::replace_fresh, "old", "new\r\n"},
-        {"appended to", output_mode::append, "old", "oldnew\r\n"},
+        {"appended to", output_mode::append, "old\r\n", "old\r\nnew\r\n"},
+        {"appended to a line", output_mode::append, "old", "old\r\nnew\r\n"},
         {"appended to none", output_mode::append, nullptr, "new\r\n"},
     };
     for (const auto& [what, mode, before, behind] : cases) {

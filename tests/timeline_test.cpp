@@ -143,7 +143,7 @@ TEST(timeline, a_body_file_has_rows_of_eleven_fields)
                    .access = year_3001,
                    .write = moment,
                    .events = {{moment, "database"}, {0, "installed"}}};
-    constexpr const char* rows = "d19|a;\"b\t[x1b]|0|0|0|0|77|0|1614834367|0|0\n"
+    constexpr const char* rows = "d19|a;\"b\t[x1b]|0|0|0|0|77|33150834367|1614834367|0|0\n"
                                  "0|a;\"b\t[x1b] (database)|0|0|0|0|0|0|1614834367|0|0\n";
     for (const bool quoted : {false, true}) {
         request::sdb_opts options = test_support::row_options("bodyfile");

@@ -22,8 +22,7 @@ std::string path_text(std::string path)
 
 std::string seconds_text(std::uint64_t filetime)
 {
-    const uni::time_value moment = uni::time_value_from(filetime, uni::time_kind::filetime);
-    if (!moment.valid) {
+    if (!uni::told_moment(filetime, uni::time_kind::filetime).valid) {
         return std::string(unknown);
     }
     const auto since_1601 = static_cast<std::int64_t>(filetime / uni::ticks_per_second);
@@ -50,7 +49,7 @@ public:
         write_row(file->digest_md5, file->path, file->size, file->access, file->write,
                   file->creation);
         for (const file_event& event : file->events) {
-            if (uni::time_value_from(event.time, uni::time_kind::filetime).valid) {
+            if (uni::told_moment(event.time, uni::time_kind::filetime).valid) {
                 const std::string name = file->path + " (" + std::string(event.meaning) + ")";
                 write_row({}, name, 0, 0, event.time, 0);
             }

@@ -202,17 +202,22 @@ private:
             throw;
         }
     }
-    void write_failure(std::string_view path, std::string_view reason) override
+    void write_failure(std::string_view path, std::string_view reason,
+                       const told_facts* known) override
     {
         close_rows();
+        told_subject unread;
         if (!is_open_) {
-            const std::string section = section_head(std::string(path)) + "<p class=\"bad\">" +
-                                        html_text(reason) + "</p></section>\n";
-            out_.text(section);
+            const std::string begun = section_head(std::string(path)) + "<p class=\"bad\">" +
+                                      html_text(reason) + "</p>\n";
+            out_.text(begun);
+            if (known != nullptr) {
+                unread = tell(*known, {}, {});
+            }
+            out_.literal("</section>\n");
         } else {
             paragraph("bad", std::string(path) + ": " + std::string(reason));
         }
-        told_subject unread;
         unread.path = path;
         add_summary_line(kept_, unread, is_open_ ? std::string() : place_name_, style_, 0, reason);
     }

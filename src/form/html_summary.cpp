@@ -83,7 +83,7 @@ std::string short_label(const std::string& path)
 
 std::string moment_line(const told_time& one, const request::cmd_params& style)
 {
-    return one.source + " " + one.event + " " + moment_text(one.time, style).joined() + " UTC";
+    return one.source + " " + one.event + " " + html_moment(one.time, style) + " UTC";
 }
 
 std::string digest_lines(const told_digests& digests, std::string_view state)
@@ -101,7 +101,7 @@ std::string digest_lines(const told_digests& digests, std::string_view state)
 
 bool is_known(const told_time& one)
 {
-    return uni::time_value_from(one.time.raw, one.time.kind).valid;
+    return uni::told_moment(one.time.raw, one.time.kind).valid;
 }
 
 // Where the picture has a moment.
@@ -258,7 +258,7 @@ private:
             out_.literal("<title>");
             out_.text(one.words);
             out_.character(' ');
-            out_.text(moment_text({one.ticks}, style_).joined());
+            out_.text(html_moment({one.ticks}, style_));
             out_.literal(" UTC</title></path>\n");
         });
     }
@@ -357,7 +357,7 @@ void add_summary_line(uni::text_buffer& kept, const told_subject& subject,
     for (const told_time& one : subject.times) {
         if (is_known(one)) {
             line += field_end + html_text(one.source + " " + one.event) + field_end +
-                    std::to_string(uni::time_value_from(one.time.raw, one.time.kind).filetime);
+                    std::to_string(uni::told_moment(one.time.raw, one.time.kind).filetime);
         }
     }
     line += '\n';

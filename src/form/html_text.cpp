@@ -143,6 +143,12 @@ void write_html_tag(uni::text_buffer& out, const sdb::sdb_database& database, st
     case value_form::stored_text:
         write_html_stored_text(out, database.payload_at(offset));
         return;
+    case value_form::filetime:
+        out.text(html_moment({database.image().u64(std::uint64_t{offset} + 2)}, style));
+        return;
+    case value_form::unix_time:
+        out.text(html_moment(unix_moment(database.word_behind(offset)), style));
+        return;
     default:
         break;
     }
@@ -158,6 +164,21 @@ void write_html_tag(uni::text_buffer& out, const sdb::sdb_database& database, st
     }
 }
 
+std::string html_moment(const moment& shown, const request::cmd_params& style)
+{
+    const uni::time_value when = uni::told_moment(shown.raw, shown.kind);
+    uni::text_buffer text;
+    if (when.valid) {
+        char* const begin = text.room(uni::longest_moment_text);
+        text.taken(uni::put_moment(begin, when, style.date_style));
+    } else if (shown.raw != 0) {
+        const bool is_dword = shown.kind == uni::time_kind::unix_seconds;
+        text.literal("0x");
+        text.hex(is_dword ? static_cast<std::uint32_t>(shown.raw) : shown.raw, is_dword ? 8 : 16);
+    }
+    return std::string(text.view());
+}
+
 void write_html_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
                       const sdb::sdb_database* database)
 {
@@ -166,13 +187,14 @@ void write_html_value(uni::text_buffer& out, const value& shown, const request::
         write_html_tag(out, *database, database->tag_from(stored->offset), stored->offset, style);
         return;
     }
+    if (const moment* const when = std::get_if<moment>(&shown)) {
+        out.text(html_moment(*when, style));
+        out.text(uni::told_moment(when->raw, when->kind).valid ? utc_mark : std::string_view());
+        return;
+    }
     escaped_text to(out);
     write_value(to, shown, style, database);
     to.finish();
-    if (const moment* const when = std::get_if<moment>(&shown);
-        when != nullptr && uni::time_value_from(when->raw, when->kind).valid) {
-        out.text(utc_mark);
-    }
 }
 
 } // namespace form

@@ -25,6 +25,10 @@ void write_html_stored_text(uni::text_buffer& out, uni::byte_view stored);
 void write_html_tag(uni::text_buffer& out, const sdb::sdb_database& database, std::uint16_t tag,
                     std::uint32_t offset, const request::cmd_params& style);
 
+// A moment as the run prints moments, but of any year up to 9999, and what is none as the number that is
+// stored; empty for 0.
+std::string html_moment(const moment& shown, const request::cmd_params& style);
+
 // A value of a fact.
 void write_html_value(uni::text_buffer& out, const value& shown, const request::cmd_params& style,
                       const sdb::sdb_database* database);

@@ -120,11 +120,15 @@ private:
             throw;
         }
     }
-    void write_failure(std::string_view path, std::string_view reason) override
+    void write_failure(std::string_view path, std::string_view reason,
+                       const told_facts* known) override
     {
         json_line line = new_line("failure", {});
         line.fact("path", std::string(path));
         line.fact("reason", std::string(reason));
+        if (known != nullptr) {
+            known->tell(line);
+        }
         end_line(line);
     }
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override

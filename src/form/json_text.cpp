@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstring>
 
 #include "form/tag_text.h"
@@ -85,32 +84,6 @@ bool ends_behind(uni::byte_view stored, uni::byte_view shown)
     return stored.size() == shown.size() || stored.size() == shown.size() + 2;
 }
 
-// A moment that other forms do not print, as its year is far away.
-uni::time_value far_moment(std::uint64_t filetime)
-{
-    constexpr std::uint64_t end_of_9999 = 2'650'467'744'000'000'000;
-    uni::time_value made;
-    if (filetime == 0 || filetime >= end_of_9999) {
-        return made;
-    }
-    const auto seconds =
-        static_cast<std::int64_t>(filetime / uni::ticks_per_second) - uni::seconds_1601_to_1970;
-    const std::chrono::sys_seconds moment{std::chrono::seconds(seconds)};
-    const auto day = std::chrono::floor<std::chrono::days>(moment);
-    const std::chrono::year_month_day date(day);
-    const std::chrono::hh_mm_ss clock(moment - day);
-    made.year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
-    made.month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
-    made.day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
-    made.hour = static_cast<std::uint16_t>(clock.hours().count());
-    made.minute = static_cast<std::uint16_t>(clock.minutes().count());
-    made.second = static_cast<std::uint16_t>(clock.seconds().count());
-    made.nanoseconds = static_cast<std::uint32_t>(filetime % uni::ticks_per_second * 100);
-    made.filetime = filetime;
-    made.valid = true;
-    return made;
-}
-
 char* put_iso_moment(char* out, const uni::time_value& moment, unsigned fraction_digits)
 {
     const std::array<std::uint16_t, 5> fields = {moment.month, moment.day, moment.hour,
@@ -133,7 +106,7 @@ bool write_time(uni::text_buffer& out, std::uint64_t raw, uni::time_kind kind)
 {
     constexpr std::size_t longest = 40;
     constexpr unsigned digits_of_a_tick = 7;
-    const uni::time_value moment = told_moment(raw, kind);
+    const uni::time_value moment = uni::told_moment(raw, kind);
     if (!moment.valid) {
         out.literal("null");
         return raw == 0;
@@ -144,13 +117,6 @@ bool write_time(uni::text_buffer& out, std::uint64_t raw, uni::time_kind kind)
     *end++ = '"';
     out.taken(end);
     return true;
-}
-
-// A stored dword that is a time is signed.
-std::uint64_t extended(std::uint64_t dword)
-{
-    const std::int64_t seconds = static_cast<std::int32_t>(static_cast<std::uint32_t>(dword));
-    return static_cast<std::uint64_t>(seconds);
 }
 
 void write_hex_number(uni::text_buffer& out, std::uint64_t number, unsigned digits)
@@ -179,7 +145,8 @@ bool write_number_of(uni::text_buffer& out, std::uint16_t tag, std::uint64_t num
 {
     switch (json_form_of(tag)) {
     case value_form::unix_time:
-        return write_time(out, extended(number), uni::time_kind::unix_seconds);
+        return write_time(out, unix_moment(static_cast<std::uint32_t>(number)).raw,
+                          uni::time_kind::unix_seconds);
     case value_form::filetime:
         return write_time(out, number, uni::time_kind::filetime);
     case value_form::version:
@@ -357,12 +324,6 @@ value_form json_form_of(std::uint16_t tag)
     default:
         return form_of(tag);
     }
-}
-
-uni::time_value told_moment(std::uint64_t raw, uni::time_kind kind)
-{
-    const uni::time_value moment = uni::time_value_from(raw, kind);
-    return !moment.valid && kind == uni::time_kind::filetime ? far_moment(raw) : moment;
 }
 
 bool needs_json_escape(std::string_view text)

@@ -48,8 +48,6 @@ void write_json_text(uni::text_buffer& out, std::string_view text);
 // Writes stored UTF-16LE text, up to its first zero unit, in its quotes; answers whether nothing stands
 // behind that.
 bool write_json_stored_text(uni::text_buffer& out, uni::byte_view stored);
-// A moment as programs are told it: each year up to 9999; not valid for none, and beyond.
-uni::time_value told_moment(std::uint64_t raw, uni::time_kind kind);
 void write_json_moment(uni::text_buffer& out, const moment& shown);
 // Writes bytes as hexadecimal digits in quotes.
 void write_json_hex(uni::text_buffer& out, std::span<const std::uint8_t> bytes);

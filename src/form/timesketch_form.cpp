@@ -119,7 +119,7 @@ public:
             }
         }
         for (const event_facts::event& event : known.events) {
-            const uni::time_value moment = told_moment(event.time.raw, event.time.kind);
+            const uni::time_value moment = uni::told_moment(event.time.raw, event.time.kind);
             if (moment.valid) {
                 write_event(facts.kind(), known, event, moment);
             }

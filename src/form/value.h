@@ -15,6 +15,13 @@ struct moment {
     uni::time_kind kind = uni::time_kind::filetime;
 };
 
+// A stored dword that is a time is signed.
+constexpr moment unix_moment(std::uint32_t seconds) noexcept
+{
+    const std::int64_t extended = static_cast<std::int32_t>(seconds);
+    return {static_cast<std::uint64_t>(extended), uni::time_kind::unix_seconds};
+}
+
 // A dword's value, as a tag that holds it is shown.
 struct dword_value {
     std::uint32_t number = 0;

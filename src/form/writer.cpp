@@ -48,10 +48,10 @@ bool writer::heading(std::string_view text)
     return note(text);
 }
 
-bool writer::failure(std::string_view path, std::string_view reason)
+bool writer::failure(std::string_view path, std::string_view reason, const told_facts* known)
 {
     ++failures_;
-    write_failure(path, reason);
+    write_failure(path, reason, known);
     return goes_on();
 }
 

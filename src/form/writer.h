@@ -98,8 +98,8 @@ public:
     virtual bool subject(const entry& facts) = 0;
     // What is known of something by names alone.
     virtual bool facts(const told_facts&) { return goes_on(); }
-    // An input that could not be told about.
-    bool failure(std::string_view path, std::string_view reason);
+    // An input that could not be told about, and what is known of it all the same.
+    bool failure(std::string_view path, std::string_view reason, const told_facts* known = nullptr);
     std::uint64_t failures() const noexcept { return failures_; }
     // How many records were said, and how many of them the form's readers take well in one stream.
     std::uint64_t records() const noexcept { return records_; }
@@ -149,7 +149,7 @@ protected:
     }
 
     virtual void begin_document() {}
-    virtual void write_failure(std::string_view, std::string_view) {}
+    virtual void write_failure(std::string_view, std::string_view, const told_facts*) {}
     // False for a record that was cut, since it took most_in_record().
     virtual bool write_record(const model::record_groups& groups) = 0;
     // Up to which place in what is written to out_ a record may go on.

@@ -14,6 +14,7 @@
 #include "platform/redirection.h"
 #include "report/read_program.h"
 #include "report/reports.h"
+#include "report/told_database.h"
 #include "sdb/database.h"
 
 namespace front {
@@ -197,11 +198,15 @@ void input_work::report_database(loaded_file& file, const std::string& path, boo
 
 // Tells of an input that could not be told about, in forms that do.
 void input_work::tell_failure(const std::string& path, const std::string& reason,
-                              const input_output& out) const
+                              const input_output& out, io::byte_source* source) const
 {
     if (form::form_of(options_.form).header == form::banner::in_the_form) {
         stream_writer writer(options_, out);
-        writer.form().failure(path, reason);
+        std::optional<report::told_file> known;
+        if (source != nullptr) {
+            known.emplace(*source);
+        }
+        writer.form().failure(path, reason, known ? &*known : nullptr);
         writer.keep(out.kept);
     }
     ++out.counts.failed;
@@ -215,7 +220,7 @@ void input_work::tell_target(const std::string& path, const input_output& out) c
     loaded_file file;
     if (load(file, path, out) != outcome::told) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
-        tell_failure(path, file.reason, out);
+        tell_failure(path, file.reason, out, file.source.get());
         return;
     }
     if (!options_.stats) {
@@ -234,7 +239,7 @@ bool input_work::tell_difference(const std::string& before, const std::string& a
         if (load(files[i], *paths[i], out) != outcome::told) {
             out.notices.fail("Prob analyzing file %s: %s\n", paths[i]->c_str(),
                              files[i].reason.c_str());
-            tell_failure(*paths[i], files[i].reason, out);
+            tell_failure(*paths[i], files[i].reason, out, files[i].source.get());
             return false;
         }
     }
@@ -269,7 +274,7 @@ std::optional<std::string> input_work::id_of(const std::string& path, const inpu
     loaded_file file;
     if (load(file, path, out) != outcome::told) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
-        tell_failure(path, file.reason, out);
+        tell_failure(path, file.reason, out, file.source.get());
         return std::nullopt;
     }
     return model::identity_of(file.database).identifier;
@@ -281,7 +286,7 @@ void input_work::load_candidates(const input_output& out)
         auto file = std::make_shared<loaded_file>();
         if (load(*file, path, out) != outcome::told) {
             out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file->reason.c_str());
-            tell_failure(path, file->reason, out);
+            tell_failure(path, file->reason, out, file->source.get());
             continue;
         }
         const sdb::sdb_database& database = file->database;
@@ -356,7 +361,7 @@ bool input_work::tell_database_entry(const std::string& path, const input_output
         report_database(file, path, true, out);
     } else if (result == outcome::failed) {
         out.notices.fail("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
-        tell_failure(path, file.reason, out);
+        tell_failure(path, file.reason, out, file.source.get());
     } else if (options_.stats) {
         out.notices.say("Prob analyzing file %s: %s\n", path.c_str(), file.reason.c_str());
     }

@@ -50,8 +50,8 @@ public:
     // What the one program that was named says of itself.
     void tell_program_alone(const input_output& out) const;
     // An input that could not be told about; that was said.
-    void tell_failure(const std::string& path, const std::string& reason,
-                      const input_output& out) const;
+    void tell_failure(const std::string& path, const std::string& reason, const input_output& out,
+                      io::byte_source* source = nullptr) const;
 
 private:
     outcome load(loaded_file& file, const std::string& path, const input_output& out) const;

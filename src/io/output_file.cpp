@@ -74,9 +74,10 @@ bool output_file::begin_append(std::string& reason)
 // What was cut off there before does not begin the first line of this run.
 bool output_file::end_last_line()
 {
-    if (ends_ == line_ends::with_return || old_length_ == 0) {
+    if (old_length_ == 0) {
         return true;
     }
+    const std::string_view line_end = ends_ == line_ends::with_return ? "\r\n" : "\n";
     std::uint8_t last = 0;
     const platform::opened_file written = platform::open_for_reading(where_.target.path);
     const platform::read_result got =
@@ -85,7 +86,7 @@ bool output_file::end_last_line()
         platform::close_file(written.descriptor);
     }
     return got.count == 1 &&
-           (last == '\n' || platform::write_file(descriptor_, uni::bytes_of("\n")));
+           (last == '\n' || platform::write_file(descriptor_, uni::bytes_of(line_end)));
 }
 
 // Takes what stands in the partial file, which is held, to the end of the file itself.

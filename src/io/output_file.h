@@ -12,8 +12,8 @@ namespace io {
 enum class output_mode {
     replace,       // written beside its place, and put there when it is whole
     replace_fresh, // the same, but refused where the partial file is there already
-    append, // written at the end of the file itself, on a line of its own where ends stay as they are
-    append_late, // written beside its place, and then behind the end of the file
+    append,        // written at the end of the file itself, on a line of its own
+    append_late,   // written beside its place, and then behind the end of the file
 };
 
 // What a line end becomes.

@@ -155,12 +155,24 @@ public:
             tell_property(to, property);
         }
         to.end();
-        for (const model::pe_property& property : *work_.program) {
-            to.flat_fact("property_" + sdb::tag_name(property.tag), told_value(property));
-        }
+        tell_flat(to);
     }
 
 private:
+    // Those of a further table of strings have its number behind their names.
+    void tell_flat(form::fact_taker& to) const
+    {
+        std::uint16_t last = 0;
+        std::size_t number = 0;
+        for (const model::pe_property& property : *work_.program) {
+            number = property.tag == last ? number + 1 : 1;
+            last = property.tag;
+            to.flat_fact("property_" + sdb::tag_name(property.tag) +
+                             (number == 1 ? std::string() : "_" + std::to_string(number)),
+                         told_value(property));
+        }
+    }
+
     // A version is told by its text alone: readers would round the number.
     static void tell_property(form::fact_taker& to, const model::pe_property& property)
     {
@@ -174,6 +186,7 @@ private:
         const bool is_text = sdb::tag_type(property.tag) == sdb::type::stringref;
         to.fact("text",
                 property.text.empty() && !is_text ? form::value() : form::value(property.text));
+        to.fact("value", told_value(property));
         // What is text alone has no number, and most have no language.
         const bool has_number =
             !is_version && (property.number != 0 || (property.text.empty() && !is_text));

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "form/tag_text.h"
 #include "sdb/vocabulary.h"
 
 namespace report {
@@ -40,6 +41,7 @@ void tell_extent(form::fact_taker& to, const job& work)
             extent.cut_off_at ? form::value(form::count{extent.claimed_end}) : form::value());
     to.fact("trailing_at",
             has_trailing ? form::value(form::count{extent.trailing_at}) : form::value());
+    to.fact("behind_stream", form::count{work.database->bytes_behind_stream()});
     to.end();
 }
 
@@ -83,6 +85,9 @@ form::value told_value(const model::pe_property& found)
 {
     const std::uint16_t type = sdb::tag_type(found.tag);
     const bool is_number = type >= sdb::type::byte_ && type <= sdb::type::qword;
+    if (form::form_of(found.tag) == form::value_form::unix_time) {
+        return form::moment{found.number, uni::time_kind::unix_seconds}; // unsigned in programs
+    }
     return is_number ? form::value(form::tag_number{found.tag, found.number})
                      : form::value(found.text);
 }
@@ -157,6 +162,14 @@ void tell_times(form::fact_taker& to, const job& work, const model::database_ide
 {
     tell_time(to, "database", "compiled", {identity.time.value_or(0)});
     tell_file_times(to, work.times, work.source ? work.source->history() : nullptr);
+}
+
+void told_file::tell(form::fact_taker& to) const
+{
+    tell_digests(to, source_.size(), model::file_digests(source_));
+    to.begin_list("times");
+    tell_file_times(to, source_.times());
+    to.end();
 }
 
 void told_database::tell(form::fact_taker& to) const

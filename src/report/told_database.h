@@ -29,6 +29,19 @@ void tell_file_times(form::fact_taker& to, const io::file_times& times,
 // Tells the times of the file and the one that stands in the database.
 void tell_times(form::fact_taker& to, const job& work, const model::database_identity& identity);
 
+// The file of an input that could not be told about: its size, its digests (see model::file_digests) and its
+// times.
+class told_file : public form::told_facts {
+public:
+    explicit told_file(io::byte_source& source) : source_(source) {}
+
+    std::string_view kind() const override { return "file"; }
+    void tell(form::fact_taker& to) const override;
+
+private:
+    io::byte_source& source_;
+};
+
 // What stands in front of all that comes from a database.
 class told_database : public form::told_facts {
 public:

@@ -283,6 +283,15 @@ time_value time_value_from(std::uint64_t raw, time_kind kind)
     return kind == time_kind::filetime ? from_ticks(raw) : from_unix(raw);
 }
 
+time_value told_moment(std::uint64_t raw, time_kind kind)
+{
+    constexpr std::uint16_t last_year_of_four_digits = 9999;
+    time_value value = time_value_from(raw, kind);
+    value.valid = value.valid || (kind == time_kind::filetime && raw != 0 && value.year != 0 &&
+                                  value.year <= last_year_of_four_digits);
+    return value;
+}
+
 bool compile_date_style(date_style& style, std::string_view dateformat, std::string_view timeformat,
                         bool pair_datetime)
 {

@@ -37,6 +37,9 @@ struct time_value {
 // FILETIME's range give an empty value.
 time_value time_value_from(std::uint64_t raw, time_kind kind);
 
+// The same for programs, and where nothing may be left out: each year up to 9999 is valid.
+time_value told_moment(std::uint64_t raw, time_kind kind);
+
 // How moments are printed: the two format texts in compiled form. A style in which nothing is set
 // counts as not compiled.
 struct date_style {
