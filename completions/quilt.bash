@@ -19,6 +19,6 @@ _quilt() {
         ;;
     esac
     [[ $word != --* ]] || dash=-
-    mapfile -t COMPREPLY < <(compgen -P "$dash" -W '-sdb -partition -by_content -vss -pe -reg -pipe -enumdir -num_subdirs -filter -filter_sig -cmd_start_time -cmd_stop_time -apps -exes -fixes -shims -patches -tag -guids -stringtable -stats -listsdb -enumsdb -match -explain -diff -strings -guid -tagids -patchbytes -known -only -family -knowledge -csv -csvgen -csvl2t -bodyfile -xml -multiline -timesketch -json -html -dateformat -timeformat -pair_datetime -base10 -base16 -csv_separator -enable_quoted_csv_fields -safe_csv -no_whitespace -no_header -hostname -username -out -outfile -append -diags -threads -color -quiet -profile -signal -help -h -? -version' -- "${word#"$dash"}")
+    mapfile -t COMPREPLY < <(compgen -P "$dash" -W '-sdb -partition -by_content -deleted -vss -pe -reg -no_logs -pipe -enumdir -num_subdirs -filter -filter_sig -cmd_start_time -cmd_stop_time -apps -exes -fixes -shims -patches -tag -guids -stringtable -stats -listsdb -enumsdb -match -explain -diff -strings -guid -tagids -patchbytes -known -only -family -knowledge -csv -csvgen -csvl2t -bodyfile -xml -multiline -timesketch -json -html -dateformat -timeformat -pair_datetime -base10 -base16 -csv_separator -enable_quoted_csv_fields -safe_csv -no_whitespace -no_header -hostname -username -out -outfile -append -diags -threads -color -quiet -profile -signal -help -h -? -version' -- "${word#"$dash"}")
 }
 complete -F _quilt quilt

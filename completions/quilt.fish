@@ -2,10 +2,12 @@
 complete -c quilt -f
 complete -c quilt -o 'sdb' -r -F -d 'this database'
 complete -c quilt -o 'partition' -r -F -d 'a volume: a letter, where it is mounted, or an image'
-complete -c quilt -o 'by_content' -d 'databases of the volume by their bytes, in every folder'
+complete -c quilt -o 'by_content' -d 'databases by their bytes, whatever their names'
+complete -c quilt -o 'deleted' -d 'also files of an image that were deleted'
 complete -c quilt -o 'vss' -r -F -d 'a snapshot of the volume, by its number'
 complete -c quilt -o 'pe' -r -F -d 'a program: for -match, or what it says of itself'
 complete -c quilt -o 'reg' -r -F -d 'a SOFTWARE hive that tells what is installed'
+complete -c quilt -o 'no_logs' -d 'a hive as it lies there, without its logs'
 complete -c quilt -o 'pipe' -d 'files that standard input names, a path a line'
 complete -c quilt -o 'enumdir' -x -a '(__fish_complete_directories)' -d 'the databases in a folder'
 complete -c quilt -o 'num_subdirs' -x -d 'how many folders deep -enumdir goes'

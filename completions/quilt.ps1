@@ -5,10 +5,12 @@ Register-ArgumentCompleter -Native -CommandName quilt, quilt.exe -ScriptBlock {
     $options = [ordered]@{
         '-sdb' = 'this database'
         '-partition' = 'a volume: a letter, where it is mounted, or an image'
-        '-by_content' = 'databases of the volume by their bytes, in every folder'
+        '-by_content' = 'databases by their bytes, whatever their names'
+        '-deleted' = 'also files of an image that were deleted'
         '-vss' = 'a snapshot of the volume, by its number'
         '-pe' = 'a program: for -match, or what it says of itself'
         '-reg' = 'a SOFTWARE hive that tells what is installed'
+        '-no_logs' = 'a hive as it lies there, without its logs'
         '-pipe' = 'files that standard input names, a path a line'
         '-enumdir' = 'the databases in a folder'
         '-num_subdirs' = 'how many folders deep -enumdir goes'

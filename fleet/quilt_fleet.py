@@ -4,7 +4,7 @@
     fleet/quilt_fleet.py --into results collection
     fleet/quilt_fleet.py --into results --list inputs.txt --scheduler tcp://host:8786 -- -apps
 
-An input is a database, a registry hive, an image of a volume, or the root of a mounted system; folders are
+An input is a database, a registry hive, an image of a volume or a disk, or the root of a mounted system; folders are
 searched for them. Each becomes one file of JSON lines in results/parts, which takes its place when it is whole.
 A run that was stopped goes on where it stopped; inputs that failed are tried again. docs/fleet.md tells more.
 
@@ -38,10 +38,11 @@ def kind_of_file(path):
     except OSError:
         return ""
     if head[:4] == b"regf":
-        return "hive"
+        return "hive" if head[28:32] == bytes(4) else ""  # logs begin alike
     if head[8:12] in (b"sdbf", b"zdbf"):
         return "database"
-    if head[3:7] == b"NTFS" or head[510:512] == b"\x55\xaa":
+    is_first_e01 = head[:8] == b"EVF\t\r\n\xff\0" and path.lower().endswith(".e01")
+    if is_first_e01 or head[3:7] == b"NTFS" or head[510:512] == b"\x55\xaa":
         return "image"
     return ""
 

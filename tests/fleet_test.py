@@ -85,6 +85,7 @@ class Fleet(Runs):
         self.write("in/no database.txt", b"text")
         self.write("in/system/Windows/AppPatch/a.sdb", whole)
         hives.make_hive(self.write("in/SOFTWARE", b""), {"{A}": hives.installed("C:\\a.sdb", "", 1)})
+        self.write("in/SOFTWARE.LOG1", b"regf" + bytes(24) + b"\x06" + bytes(999))
         stray = self.write("stray", b"no database either")
         listed = self.write("list", os.fsencode(f"{self.path('in')}\n{cut}\n{stray}\n"))
         said = self.fleet("--workers", "1", "--list", listed, "--", "-apps", code=1)
