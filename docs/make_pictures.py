@@ -75,7 +75,7 @@ def page_picture(quilt, to):
         with open(f"{place}/page.html", "wb") as page:
             subprocess.run(["quilt", *PAGE], executable=quilt, stdout=page, check=True, cwd=HERE.parent)
         subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
-                        f"--user-data-dir={place}/profile", "--window-size=1280,800", f"--screenshot={to}",
+                        f"--user-data-dir={place}/profile", "--window-size=1280,1400", f"--screenshot={to}",
                         f"file://{place}/page.html"], check=True, capture_output=True)
 
 
