@@ -1,7 +1,6 @@
 #include "hive/hive_image.h"
 
 #include <optional>
-#include <string_view>
 #include <utility>
 
 namespace hive {
@@ -13,20 +12,6 @@ constexpr std::uint64_t smallest_hive = 4496;
 constexpr std::uint64_t inner_bin = 560;
 constexpr std::uint64_t log_mark_at = 512;
 constexpr std::uint64_t largest_offset = 0x7fffffff;
-
-constexpr std::uint32_t word_of(std::string_view letters)
-{
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-        word |= std::uint32_t{static_cast<std::uint8_t>(letters[i])} << (8 * i);
-    }
-    return word;
-}
-
-constexpr std::uint32_t hive_mark = word_of("regf");
-constexpr std::uint32_t bin_mark = word_of("hbin");
-constexpr std::uint32_t log_mark = word_of("DIRT");
-constexpr std::uint32_t new_log_mark = word_of("HvLE");
 
 // The first "hbin" where a bin may begin or up to three bytes behind such a place; the last four
 // bytes are none.
@@ -60,13 +45,13 @@ std::optional<std::uint64_t> find_bins_base(const hive_bytes& bytes)
         return base_block_size;
     }
     const std::uint32_t mark = head.u32(log_mark_at);
-    const auto found = find_bin(bytes, mark == new_log_mark ? 8 : 512);
+    const auto found = find_bin(bytes, mark == entry_mark ? 8 : 512);
     if (!found) {
         return std::nullopt;
     }
     const uni::byte_view bin = bytes.at(*found, smallest_hive + 1);
     const bool is_first_bin = bin.size() > smallest_hive && bin.u32(4) == 0;
-    return is_first_bin && mark != log_mark && mark != new_log_mark ? *found : base_block_size;
+    return is_first_bin && mark != old_log_mark && mark != entry_mark ? *found : base_block_size;
 }
 
 } // namespace

@@ -25,6 +25,12 @@
 
 namespace hive {
 
+// Marks, as little-endian words.
+inline constexpr std::uint32_t hive_mark = 0x66676572;    // "regf"
+inline constexpr std::uint32_t bin_mark = 0x6e696268;     // "hbin"
+inline constexpr std::uint32_t old_log_mark = 0x54524944; // "DIRT"
+inline constexpr std::uint32_t entry_mark = 0x454c7648;   // "HvLE", in a log
+
 class hive_image {
 public:
     hive_image() = default;

@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "hive/hive_image.h"
+
 namespace hive {
 
 namespace {
@@ -14,10 +16,6 @@ namespace {
 constexpr std::uint64_t block_size = 512; // of a base block that counts, and of a page
 constexpr std::uint64_t bins_at = 4096;
 constexpr std::uint64_t bin_unit = 4096;
-constexpr std::uint32_t hive_mark = 0x66676572;    // "regf"
-constexpr std::uint32_t bin_mark = 0x6e696268;     // "hbin"
-constexpr std::uint32_t old_log_mark = 0x54524944; // "DIRT"
-constexpr std::uint32_t entry_mark = 0x454c7648;   // "HvLE"
 constexpr std::uint32_t newest_type = 6;
 
 namespace field {

@@ -34,16 +34,15 @@ struct meaning {
     hive::data_need need;
     void (*take)(installed_database& to, uni::byte_view data);
 };
-using entry = installed_database;
 constexpr auto meanings = std::to_array<meaning>({
     {"description", hive::data_need::text,
-     [](entry& to, uni::byte_view data) { to.description = text_of(data); }},
+     [](installed_database& to, uni::byte_view data) { to.description = text_of(data); }},
     {"type", hive::data_need::number,
-     [](entry& to, uni::byte_view data) { to.database_type = data.u32(0); }},
+     [](installed_database& to, uni::byte_view data) { to.database_type = data.u32(0); }},
     {"timestamp", hive::data_need::number,
-     [](entry& to, uni::byte_view data) { to.install_time = data.u64(0); }},
+     [](installed_database& to, uni::byte_view data) { to.install_time = data.u64(0); }},
     {"path", hive::data_need::text,
-     [](entry& to, uni::byte_view data) { to.database_path = text_of(data); }},
+     [](installed_database& to, uni::byte_view data) { to.database_path = text_of(data); }},
 });
 
 const meaning* meaning_of(std::string_view value_name)

@@ -14,8 +14,6 @@ namespace ntfs {
 namespace {
 
 constexpr std::u16string_view index_name = u"$I30";
-constexpr std::uint64_t root_header = 16;
-constexpr std::uint64_t entry_header = 16;
 constexpr std::uint64_t largest_node = 4096;
 constexpr std::uint64_t longest_next_entry = 768;
 constexpr std::size_t most_repeated = 0x10000; // children kept twice for a while

@@ -9,9 +9,7 @@ namespace ntfs {
 
 namespace {
 
-constexpr std::string_view index_name = "$I30";
-constexpr std::uint64_t root_header = 16;
-constexpr std::uint64_t entry_header = 16;
+constexpr std::string_view index_word = "$I30";
 constexpr std::uint64_t name_place = 66;
 constexpr unsigned last_entry = 2;
 
@@ -58,7 +56,7 @@ index_rows rows_of_index(const std::vector<record_row>& rows)
 {
     index_rows found;
     for (const record_row& row : rows) {
-        if (row.name != index_name) {
+        if (row.name != index_word) {
             continue;
         }
         if (row.type == attribute_type::index_root && row.is_resident) {

@@ -168,7 +168,7 @@ void told_file::tell(form::fact_taker& to) const
 {
     tell_digests(to, source_.size(), model::file_digests(source_));
     to.begin_list("times");
-    tell_file_times(to, source_.times());
+    tell_file_times(to, source_.times(), source_.history());
     to.end();
 }
 
