@@ -14,10 +14,10 @@ namespace {
 constexpr std::uint64_t block_size = 512; // of a base block that counts, and of a page
 constexpr std::uint64_t bins_at = 4096;
 constexpr std::uint64_t bin_unit = 4096;
-constexpr std::uint32_t hive_mark = 0x66676572;    // "regf"
-constexpr std::uint32_t bin_mark = 0x6e696268;     // "hbin"
-constexpr std::uint32_t old_log_mark = 0x54524944; // "DIRT"
-constexpr std::uint32_t entry_mark = 0x454c7648;   // "HvLE"
+constexpr std::uint32_t base_block_mark = 0x66676572; // "regf"
+constexpr std::uint32_t mark_of_bin = 0x6e696268;     // "hbin"
+constexpr std::uint32_t old_log_mark = 0x54524944;    // "DIRT"
+constexpr std::uint32_t entry_mark = 0x454c7648;      // "HvLE"
 constexpr std::uint32_t newest_type = 6;
 
 namespace field {
@@ -44,7 +44,7 @@ bool has_right_checksum(uni::byte_view base)
         sum ^= base.u32(place);
     }
     sum = sum == 0 ? 1 : sum == 0xffffffff ? 0xfffffffe : sum;
-    return base.contains(0, block_size) && base.u32(0) == hive_mark &&
+    return base.contains(0, block_size) && base.u32(0) == base_block_mark &&
            base.u32(field::checksum) == sum;
 }
 
@@ -173,7 +173,7 @@ void changed_hive::check_bins()
         const io::byte_vector head = read_at(*this, bins_at + at, 12);
         const uni::byte_view bin(head);
         const std::uint64_t size = bin.u32(8);
-        const bool is_bin = bin.u32(0) == bin_mark && bin.u32(4) == at && size != 0 &&
+        const bool is_bin = bin.u32(0) == mark_of_bin && bin.u32(4) == at && size != 0 &&
                             size % bin_unit == 0 && size <= bins_size - at;
         return is_bin ? size : 0;
     };
@@ -387,8 +387,7 @@ std::uint64_t log_hash(uni::byte_view data, std::uint64_t seed)
 bool is_unclosed(io::byte_source& hive)
 {
     const io::byte_vector base = read_at(hive, 0, block_size);
-    return base.size() == block_size && uni::byte_view(base).u32(0) == hive_mark &&
-           !is_closed(uni::byte_view(base));
+    return base.size() == block_size && !is_closed(uni::byte_view(base));
 }
 
 std::unique_ptr<io::byte_source> with_logs(std::unique_ptr<io::byte_source> hive,
