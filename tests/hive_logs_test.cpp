@@ -164,8 +164,7 @@ TEST(hive_logs, are_taken_as_far_as_they_hold)
     const std::size_t second_at = sector + first.size();
     bytes torn(both.begin(), both.end() - sector);
     bytes no_base = dirty;
-    put(no_base, 4, bytes(500, 0));
-    put(no_base, 0, 0x66676572, 4);
+    put(no_base, 0, bytes(512, 0));
     const bytes old = old_log(one, two);
     const bytes spoilt_hive = changed(two, 4096, 'x');
     const struct {

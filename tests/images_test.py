@@ -202,6 +202,34 @@ class Paths(Images):
         for name in ("link.sdb", "sparse.sdb"):
             self.assertEqual(times.count(f'"name":"{name}"'), 4)
 
+    def test_what_is_elsewhere_or_packed_is_told(self):
+        image = shutil.copy(VOLUME, self.path("image"))
+        target = "C:\\Files".encode("utf-16-le")
+        link = struct.pack("<4H", 0, len(target), len(target) + 2, 0) + target + bytes(4)
+        cases = (("packed", 0x80000017, struct.pack("<4I", 1, 2, 1, 0), "packed it in a way of its own"),
+                 ("single", 0x80000013, bytes(20), "packed it in a way of its own"),
+                 ("cloud", 0x9000001A, bytes(16), "its content is on another machine"),
+                 ("link", 0xA000000C, link[:8] + bytes(4) + link[8:], "is a link to C:\\Files, not followed"))
+        with images.mounted(image) as root:
+            for name, kind, data, _ in cases:
+                path = Path(root, f"Files/{name}.x.sdb")
+                path.write_bytes(b"" if name == "link" else database("Windows/appraiser.sdb"))
+                os.setxattr(path, "system.ntfs_reparse_data", struct.pack("<IHH", kind, len(data), 0) + data)
+            os.setxattr(Path(root, "Files/cloud.x.sdb"), "system.ntfs_attrib_be", struct.pack(">I", 0x1620))
+            Path(root, "Files/junction").mkdir()
+            os.setxattr(Path(root, "Files/junction"), "system.ntfs_reparse_data",
+                        struct.pack("<IHH", 0xA0000003, len(link), 0) + link)
+        for name, _, _, words in cases:
+            result = run("-sdb", f"{image}/Files/{name}.x.sdb", "-stats")
+            self.assertEqual((name, result.returncode), (name, FAILED))
+            self.assertIn(words, result.stderr.decode())
+            self.assertNotIn(b"Database MD5", result.stdout)
+        _, said = self.rows("-enumdir", f"{image}/Files", "-filter", "*.x.sdb", "-stats", "-csv", code=FAILED)
+        self.assertIn("junction is a link to a folder, not entered\n", said)
+        self.assertIn("link.x.sdb is a link to a file, not followed\n", said)
+        result = run("-sdb", f"{image}/Files/junction/tool1.exe", "-stats")
+        self.assertIn(b"a folder above it is a link, not followed", result.stderr)
+
     def test_an_image_that_is_read_is_not_written(self):
         result = run("-sdb", f"{VOLUME}/Files/link.sdb", "-stats", "-out", VOLUME)
         self.assertIn(b"is examined by this run, aborting", result.stderr)
@@ -234,6 +262,8 @@ class Disks(Images):
     def damage(self, disk, size):
         """The copy of a table serves where that is damaged; without either what is left is told."""
         whole = Path(disk).read_bytes()
+        Path(disk).write_bytes(bytes(size) + whole[size:])  # without the record in front of the table
+        self.assertEqual(self.listed(disk), self.expected(f"{disk}/3"))
         for first, last, said in ((True, False, "its copy at the end of the disk was read"),
                                   (True, True, "its partition table is damaged")):
             spoilt = bytearray(whole)
@@ -244,6 +274,31 @@ class Disks(Images):
             self.assertEqual(self.listed(disk, code=FAILED if last else 0), self.expected(f"{disk}/3"))
             self.assertIn(said, self.said)
 
+    def test_several_systems_on_a_disk(self):
+        disk = make_disk(self.path("disk"), 512, OLD_TABLE, VOLUME, 8, 52)
+        other = shutil.copy(VOLUME, self.path("other"))
+        with images.mounted(other) as root:
+            os.unlink(Path(root, "Files/deep/er/and/deeper.sdb"))
+        with open(disk, "r+b") as file:
+            file.seek(52 * MIB)
+            file.write(Path(other).read_bytes())
+        # Of two registries with the same key each has its own database.
+        said = run("-partition", disk, "-explain").stdout.decode()
+        self.assertEqual((said.count("reg.missing"), said.count("place.outside")), (1, 2))
+        # A hive that is named and lies on neither tells of both, and is read once.
+        whole = hives.software_hive(["C:\\Files\\link.sdb"], 30_000)
+        base = bytearray(whole[:512])
+        struct.pack_into("<II", base, 4, 8, 7)
+        hive = self.write("SOFTWARE", hives.sealed(base)[:512] + whole[512:])
+        found = [f"{disk}/{number}/Files/link.sdb" for number in (2, 6)]
+        self.assertEqual(self.listed(disk, "-reg", hive),
+                         self.expected(f"{disk}/2")[:-1] + self.expected(f"{disk}/6")[:-1] + found)
+        self.assertEqual(self.said.count("was not closed"), 1)
+        own = f"{disk}/6/{images.HIVE}"
+        self.assertEqual(len(self.listed(disk, "-reg", own)), 7)
+        _, said = self.rows("-partition", disk, "-diff", VOLUME, "-deleted")
+        self.assertEqual((said.count("passed over"), said.count("not used here: -deleted")), (2, 1))
+
     def test_other_file_systems_are_told(self):
         for command, said in (("mkfs.vfat", "is a FAT"), ("mkfs.exfat", "is an exFAT"),
                               ("mkfs.ext4 -q -F", "is an ext")):
@@ -252,7 +307,7 @@ class Disks(Images):
                 os.truncate(image, 8 * MIB)
                 subprocess.run([*command.split(), image], check=True, stdout=subprocess.DEVNULL)
                 result = run("-sdb", f"{image}/a.sdb", "-apps")
-                self.assertEqual(result.returncode, FAILED)
+                self.assertEqual((result.returncode, said in result.stderr.decode()), (FAILED, True))
                 self.listed(image, code=FAILED)
                 self.assertIn(said, self.said)
         locked = bytearray(Path(VOLUME).read_bytes()[:MIB])

@@ -8,6 +8,7 @@
 #include "front/discovery.h"
 #include "front/progress.h"
 #include "front/stdin_stream_ex.h"
+#include "front/volume_targets.h"
 #include "model/stored_path.h"
 #include "platform/redirection.h"
 
@@ -20,10 +21,11 @@ using placed_files = std::map<std::string, std::string>;
 
 class two_sides {
 public:
-    two_sides(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
-              const input_work& inputs, const input_output& out)
-        : options_(options), tree_(tree), files_(files), inputs_(inputs), out_(out),
-          told_(options, out.notices)
+    two_sides(const request::sdb_opts& options, files::file_tree& tree,
+              const model::run_targets& targets, outputs& files, const input_work& inputs,
+              const input_output& out)
+        : options_(options), tree_(tree), targets_(targets), files_(files), inputs_(inputs),
+          out_(out), told_(options, out.notices)
     {}
 
     void compare()
@@ -36,8 +38,17 @@ public:
                 return;
             }
         }
-        placed_files before = files_of(root);
-        placed_files after = files_of(options_.diff_path);
+        placed_files before;
+        placed_files after;
+        if (are_volumes &&
+            !(enter_volumes(before, root, targets_) &&
+              enter_volumes(after, options_.diff_path, found_on(options_.diff_path)))) {
+            return;
+        }
+        if (!are_volumes) {
+            before = files_below(root);
+            after = files_below(options_.diff_path);
+        }
         told_.set_total(before.size() + after.size());
         for (const auto& [place, path] : before) {
             if (const auto other = after.find(place); other != after.end()) {
@@ -104,61 +115,64 @@ private:
         told_.note_done(before.empty() ? after : before);
     }
 
-    placed_files files_of(const std::string& side)
+    model::run_targets found_on(const std::string& volume)
     {
-        std::vector<std::string> roots = {side};
-        std::string reason;
-        if (options_.partition_given && tree_.kind_of(side, reason) == files::place_kind::disk) {
-            roots = windows_partitions(tree_, side, out_.notices);
+        model::run_targets found;
+        find_volumes(found, options_, volume, tree_, out_.notices);
+        for (const std::string& root : found.volumes) {
+            add_databases_of(found, options_, root, tree_, out_.notices);
         }
-        placed_files placed;
-        for (const std::string& root : roots) {
+        return found;
+    }
+
+    // False where there is no volume to look at.
+    bool enter_volumes(placed_files& placed, const std::string& side,
+                       const model::run_targets& found)
+    {
+        if (found.volumes.empty()) {
+            out_.notices.fail("Prob reading volume %s: %s\n", side.c_str(),
+                              "has no Windows folder");
+        }
+        for (const std::string& root : found.volumes) {
             const std::string number =
-                roots.size() > 1 ? root.substr(root.find_last_of("/\\") + 1) + '/' : "";
-            enter(placed, files_below(root), root, number);
+                found.volumes.size() > 1 ? root.substr(root.find_last_of("/\\") + 1) + '/' : "";
+            for (const std::string& path : found.files) {
+                const auto below = model::place_below(model::parts_of(path), root);
+                if (below || found.volumes.size() == 1) {
+                    enter(placed, path, number + below.value_or(path));
+                }
+            }
+        }
+        return !found.volumes.empty();
+    }
+
+    placed_files files_below(const std::string& root)
+    {
+        placed_files placed;
+        stdin_stream_ex walk(options_, tree_, out_.notices);
+        walk.start_walk(root, options_.num_subdirs, options_.filter_list);
+        for (std::string path; walk.stdin_list_next(path);) {
+            if (begins_as_database(tree_, path).value_or(true)) {
+                enter(placed, path, model::place_below(model::parts_of(path), root).value_or(path));
+            }
         }
         return placed;
     }
 
-    std::vector<std::string> files_below(const std::string& root)
+    // Enters a file that is none of the run's own.
+    void enter(placed_files& placed, const std::string& path, std::string place)
     {
-        std::vector<std::string> paths;
-        if (options_.partition_given) {
-            add_default_targets(tree_, paths, root, out_.notices);
-            if (options_.by_content) {
-                add_targets_by_content(tree_, paths, root, out_.notices);
-            }
-        } else {
-            stdin_stream_ex walk(options_, tree_, out_.notices);
-            walk.start_walk(root, options_.num_subdirs, options_.filter_list);
-            for (std::string path; walk.stdin_list_next(path);) {
-                if (begins_as_database(tree_, path).value_or(true)) {
-                    paths.push_back(path);
-                }
-            }
-        }
-        return paths;
-    }
-
-    // Enters the files that are none of the run's own.
-    void enter(placed_files& placed, const std::vector<std::string>& paths, const std::string& root,
-               const std::string& number)
-    {
-        for (const std::string& path : paths) {
-            const outputs::entry kind = files_.check_entry(path, out_.notices);
-            if (kind == outputs::entry::other) {
-                const auto below = model::place_below(model::parts_of(path), root);
-                // Of names that differ by case alone each has its own place.
-                std::string key = number + below.value_or(path);
-                while (!placed.try_emplace(key, path).second) {
-                    key += '/';
-                }
+        if (files_.check_entry(path, out_.notices) == outputs::entry::other) {
+            // Of names that differ by case alone each has its own place.
+            while (!placed.try_emplace(place, path).second) {
+                place += '/';
             }
         }
     }
 
     const request::sdb_opts& options_;
     files::file_tree& tree_;
+    const model::run_targets& targets_;
     outputs& files_;
     const input_work& inputs_;
     const input_output& out_;
@@ -170,14 +184,15 @@ private:
 
 } // namespace
 
-void compare_inputs(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
-                    const input_work& inputs, const input_output& out)
+void compare_inputs(const request::sdb_opts& options, files::file_tree& tree,
+                    const model::run_targets& targets, outputs& files, const input_work& inputs,
+                    const input_output& out)
 {
     const platform::wow64_redirect_adt redirection;
     if (!options.sdb_path.empty()) {
         inputs.tell_difference(options.sdb_path, options.diff_path, out);
     } else {
-        two_sides(options, tree, files, inputs, out).compare();
+        two_sides(options, tree, targets, files, inputs, out).compare();
     }
 }
 

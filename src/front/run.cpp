@@ -14,9 +14,11 @@
 #include "front/list_work.h"
 #include "front/progress.h"
 #include "front/registry_words.h"
+#include "front/volume_targets.h"
 #include "io/byte_source.h"
 #include "model/place.h"
 #include "model/software_hive.h"
+#include "model/stored_path.h"
 #include "platform/redirection.h"
 #include "report/reports.h"
 
@@ -87,7 +89,7 @@ private:
             list_databases();
         } else if (options_.compares()) {
             const uni::busy_thread busy(out_.threads);
-            compare_inputs(options_, tree_, files_, inputs_, out_);
+            compare_inputs(options_, tree_, targets_, files_, inputs_, out_);
         } else if (options_.matches_many()) {
             match_programs();
         } else if (options_.is_list_form()) {
@@ -231,50 +233,35 @@ private:
     bool may_write_ = true;
 };
 
-// The roots of the volumes that the run is about.
-std::vector<std::string> volumes_of(const request::sdb_opts& options, files::file_tree& tree,
-                                    model::run_targets& targets, io::notices& notices)
+std::string root_of(const model::run_targets& targets)
 {
-    const std::string& named = options.volume_text;
-    if (!options.volume_given && !options.vss_given) {
-        return {named};
-    }
-    std::string reason;
-    switch (tree.kind_of(named, reason)) {
-    case files::place_kind::disk:
-        return windows_partitions(tree, named, notices);
-    case files::place_kind::file:
-        notices.fail("Prob reading volume %s: %s\n", named.c_str(), reason.c_str());
-        targets.has_volume = false;
-        return {};
-    default:
-        return {named};
-    }
+    return targets.roots.size() == 1 ? targets.roots.front() : std::string();
 }
 
-// Adds what the folders hold where a volume keeps its databases.
-void add_databases_of(model::run_targets& targets, const request::sdb_opts& options,
-                      const std::string& volume, files::file_tree& tree, io::notices& notices)
+model::registry_place own_registry(const model::run_targets& targets,
+                                   const request::sdb_opts& options, const std::string& volume,
+                                   files::file_tree& tree)
 {
-    std::vector<std::string> found;
-    add_default_targets(tree, found, volume, notices);
-    for (std::string& path : found) {
-        if (model::leads_out_of_volume(options, volume, tree, path)) {
-            notices.fail("%s leads out of the volume, not opened\n", path.c_str());
-            targets.not_opened.push_back(std::move(path));
-        } else {
-            targets.files.push_back(std::move(path));
+    return {volume,
+            volume == options.volume_text ? options.software_hive_path
+                                          : path_on_volume(tree, volume, place_of_software_hive),
+            root_of(targets)};
+}
+
+// A hive that was named tells of the volume on which it lies; one that lies on none, of all.
+model::registry_place named_registry(const model::run_targets& targets,
+                                     const request::sdb_opts& options)
+{
+    const std::string& hive = options.software_hive_path;
+    for (const std::string& volume : targets.volumes) {
+        if (!volume.empty() && model::place_below(model::parts_of(hive), volume)) {
+            return {volume, hive, root_of(targets)};
         }
     }
-}
-
-// The volume's own hive, unless another was named.
-model::registry_place registry_of(const request::sdb_opts& options, const std::string& volume,
-                                  files::file_tree& tree)
-{
-    return {volume, options.hive_named || volume == options.volume_text
-                        ? options.software_hive_path
-                        : path_on_volume(tree, volume, place_of_software_hive)};
+    return {targets.volumes.front(),
+            hive,
+            root_of(targets),
+            {targets.volumes.begin() + 1, targets.volumes.end()}};
 }
 
 } // namespace
@@ -297,29 +284,31 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
     if (!options.log_path.empty()) {
         trace = [&log](std::string_view line) { log.write(line); };
     }
-    const std::vector<std::string> volumes = volumes_of(options, tree, targets, notices);
+    find_volumes(targets, options, options.volume_text, tree, notices);
     if (options.explain) {
-        targets.roots = model::roots_of_run(options, tree, volumes);
+        targets.roots = model::roots_of_run(options, tree, targets.volumes);
     }
     // A list has all its targets itself.
     const bool is_list_alone =
         options.is_list_form() && !options.list_sdb && !options.matches_many();
     const bool searches = options.searches_default_places && !is_list_alone;
-    for (const std::string& volume : volumes) {
+    const auto ask = [&](const model::registry_place& registry) {
+        say_findings(model::gather_installed_databases(targets, options, registry, tree, trace),
+                     notices);
+    };
+    const bool asks = options.asks_registry() && !options.match_mode && !targets.volumes.empty();
+    for (const std::string& volume : targets.volumes) {
         if (searches) {
             add_databases_of(targets, options, volume, tree, notices);
         }
-        if (searches && options.by_content && (options.explain || options.compares())) {
-            add_targets_by_content(tree, targets.files, volume, notices);
+        if (asks && !options.hive_named) {
+            ask(own_registry(targets, options, volume, tree));
         }
-        if (options.asks_registry() && !options.match_mode) {
-            model::registry_place registry = registry_of(options, volume, tree);
-            if (targets.roots.size() == 1) {
-                registry.root = targets.roots.front();
-            }
-            say_findings(model::gather_installed_databases(targets, options, registry, tree, trace),
-                         notices);
-        }
+    }
+    if (asks && options.hive_named) {
+        ask(named_registry(targets, options));
+    }
+    for (const std::string& volume : targets.volumes) {
         if (searches && options.deleted) {
             if (tree.volumes_at(volume).empty()) { // but what is mounted
                 notices.say("not used here: %s\n", "-deleted");

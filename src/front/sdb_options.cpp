@@ -191,7 +191,12 @@ bool file_is_there(files::file_tree& tree, const std::string& path, request::sdb
     if (!path.empty() && tree.read_facts(path, facts)) {
         return true;
     }
-    notices.fail("Prob reading file %s\n", path.c_str());
+    std::string reason;
+    if (tree.is_in_image(path) && !tree.open(path, reason)) {
+        notices.fail("Prob reading file %s: %s\n", path.c_str(), reason.c_str());
+    } else {
+        notices.fail("Prob reading file %s\n", path.c_str());
+    }
     options.missing_path = path;
     return false;
 }
@@ -492,7 +497,10 @@ void settle_screen(request::sdb_opts& options)
 void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
 {
     const bool asks_registry = options.asks_registry();
-    const bool explains = options.explain && !options.stats && !options.list_sdb;
+    const bool explains =
+        options.explain && !options.stats && !options.list_sdb && !options.compares();
+    const bool adds_deleted = options.deleted && !options.compares() &&
+                              (options.enumdir || options.volume_given || options.vss_given);
     const std::pair<bool, const char*> unused[] = {
         {options.enumdir && (options.pipe || options.list_sdb), "-enumdir"},
         {options.pipe && options.list_sdb, "-pipe"},
@@ -500,8 +508,7 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
         {options.pe_stats && options.partition_given, "-partition"},
         {!options.is_list_form() && options.time_window_start, "-cmd_start_time"},
         {!options.is_list_form() && options.time_window_stop, "-cmd_stop_time"},
-        {options.deleted && !options.enumdir && !options.volume_given && !options.vss_given,
-         "-deleted"},
+        {options.deleted && !adds_deleted, "-deleted"},
         {options.hive_named && (options.pe_stats || !asks_registry), "-reg"},
         {options.no_logs && (options.pe_stats || !asks_registry), "-no_logs"},
         {!options.more_hive_paths.empty() && !explains, "a further -reg"},
@@ -511,7 +518,7 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
         {!options.families.empty() && !explains, "-family"},
         {!options.knowledge_paths.empty() && !explains, "-knowledge"},
         {!options.diff_path.empty() && !options.compares(), "-diff"},
-        {options.by_content && !options.enumdir && !options.deleted &&
+        {options.by_content && !options.enumdir && !adds_deleted &&
              (!(explains || options.compares()) || !options.searches_default_places),
          "-by_content"},
     };
@@ -578,6 +585,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::f
     settle_targets(options, tree);
     settle_screen(options);
     tell_unused(options, tree, notices);
+    options.deleted = options.deleted && !options.compares(); // which has just been said
     tell_ignored(rows, args, notices);
     return true;
 }

@@ -385,8 +385,7 @@ std::uint64_t log_hash(uni::byte_view data, std::uint64_t seed)
 bool is_unclosed(io::byte_source& hive)
 {
     const io::byte_vector base = read_at(hive, 0, block_size);
-    return base.size() == block_size && uni::byte_view(base).u32(0) == hive_mark &&
-           !is_closed(uni::byte_view(base));
+    return base.size() == block_size && !is_closed(uni::byte_view(base));
 }
 
 std::unique_ptr<io::byte_source> with_logs(std::unique_ptr<io::byte_source> hive,

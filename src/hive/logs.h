@@ -43,7 +43,7 @@ namespace hive {
 inline constexpr std::uint64_t log_seed = 0xc5554e7a884def82;
 std::uint64_t log_hash(uni::byte_view data, std::uint64_t seed = log_seed);
 
-// Whether a hive was not closed.
+// Whether a hive was not closed. A file whose beginning is that of none counts too: its logs may restore it.
 bool is_unclosed(io::byte_source& hive);
 
 // What was taken of the logs.

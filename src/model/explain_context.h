@@ -32,18 +32,18 @@ public:
         return found != nullptr ? *found : none;
     }
 
-    // Takes note of a custom database, and of the key of one that is registered.
+    // Takes note of a custom database, and of one that is registered.
     void note(seen_database one) const
     {
         const std::scoped_lock lock(mutex_);
         seen_.push_back(std::move(one));
     }
-    void note_told(const std::string& key) const
+    void note_told(const installed_database& one) const
     {
         const std::scoped_lock lock(mutex_);
-        told_.insert(key);
+        told_.insert(&one);
     }
-    std::set<std::string> told() const
+    std::set<const installed_database*> told() const
     {
         const std::scoped_lock lock(mutex_);
         return told_;
@@ -57,7 +57,7 @@ public:
 private:
     mutable std::mutex mutex_;
     mutable std::vector<seen_database> seen_;
-    mutable std::set<std::string> told_;
+    mutable std::set<const installed_database*> told_;
 };
 
 } // namespace model

@@ -69,8 +69,9 @@ bool is_list_alone(const request::sdb_opts& options)
 class file_adder {
 public:
     file_adder(run_targets& targets, const request::sdb_opts& options, const registry_place& place,
-               files::file_tree& tree, std::vector<registry_finding>& findings)
-        : targets_(targets), options_(options), place_(place), tree_(tree), findings_(findings),
+               const std::string& volume, files::file_tree& tree,
+               std::vector<registry_finding>& findings)
+        : targets_(targets), options_(options), volume_(volume), tree_(tree), findings_(findings),
           is_here_(!is_volume_named(options) && is_own_hive(place.hive))
     {
         for (const std::string& path : targets.files) {
@@ -95,7 +96,7 @@ public:
             findings_.push_back({registry_finding_kind::not_opened, stored});
         } else {
             const std::string local = local_path(path);
-            if (leads_out_of_volume(options_, place_.volume, tree_, local)) {
+            if (leads_out_of_volume(options_, volume_, tree_, local)) {
                 findings_.push_back({registry_finding_kind::leaves_volume, stored});
             } else {
                 add_file(local);
@@ -115,7 +116,7 @@ private:
     // the stored separators are none and where not all of it exists.
     std::string local_path(const stored_path& stored) const
     {
-        std::string path = is_here_ ? stored.drive : place_.volume;
+        std::string path = is_here_ ? stored.drive : volume_;
         for (const std::string& name : stored.names) {
             path = tree_.walkable_path(platform::join_path(path, name));
         }
@@ -124,7 +125,7 @@ private:
 
     run_targets& targets_;
     const request::sdb_opts& options_;
-    const registry_place& place_;
+    const std::string& volume_;
     files::file_tree& tree_;
     std::vector<registry_finding>& findings_;
     bool is_here_;
@@ -219,6 +220,9 @@ void read_table(hives_read& to, software_hive hive, const std::string& path, boo
                 fold_installed_row(own, row);
             }
         });
+    if (!image.is_open() && !has_logs) { // nothing to be closed
+        hive.logs = hive_logs::closed;
+    }
     tell_of_logs(own, hive, path, findings);
     if (reads_lists) {
         read_registry_lists(to.lists, image);
@@ -236,6 +240,38 @@ void read_table(hives_read& to, software_hive hive, const std::string& path, boo
     if (image.has_changed()) {
         findings.push_back({changed, path});
     }
+}
+
+// Joins what hives tell with the files of a volume, and adds those that it names.
+void join_volume(run_targets& targets, const hives_read& read, const request::sdb_opts& options,
+                 const registry_place& place, const std::string& volume, files::file_tree& tree,
+                 std::vector<registry_finding>& findings)
+{
+    const std::string& root = is_volume_named(options) ? volume : place.root;
+    const bool joins_by_name =
+        root.empty() && (is_list_alone(options) || !options.searches_default_places);
+    targets.lists.resize(targets.installed.size()); // should memory have failed between the two
+    targets.lists.push_back(read.lists);
+    const installed_databases& installed =
+        targets.installed.emplace_back(read.table, root, joins_by_name);
+    if (is_list_alone(options)) {
+        return;
+    }
+    file_adder files(targets, options, place, volume, tree, findings);
+    for (const auto& [name, databases] : installed.by_name()) {
+        for (const installed_database* const database : databases) {
+            files.add(database->database_path);
+        }
+    }
+}
+
+// What is the same for several volumes is said once.
+void leave_first_of_each(std::vector<registry_finding>& findings)
+{
+    std::set<std::pair<registry_finding_kind, std::string>> met;
+    std::erase_if(findings, [&](const registry_finding& one) {
+        return !met.emplace(one.kind, one.subject + '\0' + one.reason).second;
+    });
 }
 
 // Reads the hives that were named behind the first.
@@ -380,20 +416,12 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
         if (!is_opened && options.more_hive_paths.empty()) {
             return findings;
         }
-        const std::string& root = is_volume_named(options) ? place.volume : place.root;
-        const bool joins_by_name =
-            root.empty() && (is_list_alone(options) || !options.searches_default_places);
-        targets.lists.resize(targets.installed.size()); // should memory have failed between the two
-        targets.lists.push_back(std::move(read.lists));
-        const installed_databases& installed =
-            targets.installed.emplace_back(std::move(read.table), root, joins_by_name);
-        if (!is_list_alone(options)) {
-            file_adder files(targets, options, place, tree, findings);
-            for (const auto& [name, databases] : installed.by_name()) {
-                for (const installed_database* const database : databases) {
-                    files.add(database->database_path);
-                }
-            }
+        join_volume(targets, read, options, place, place.volume, tree, findings);
+        for (const std::string& volume : place.more_volumes) {
+            join_volume(targets, read, options, place, volume, tree, findings);
+        }
+        if (!place.more_volumes.empty()) {
+            leave_first_of_each(findings);
         }
     } catch (const std::bad_alloc&) {
         findings.push_back({registry_finding_kind::no_memory, place.hive});

@@ -76,6 +76,7 @@ private:
 struct run_targets {
     std::vector<std::string> files;
     std::vector<std::string> not_opened; // found, but they lead out of the volume
+    std::vector<std::string> volumes;    // that were named, by their roots
     std::vector<std::string> roots;      // from which places are counted; none where nothing tells
     std::vector<installed_databases> installed;
     std::vector<registry_lists> lists; // beside each of these, of a run that explains

@@ -8,6 +8,8 @@
 
 namespace model {
 
+struct installed_database;
+
 // A program for which the registry names a database.
 struct custom_entry {
     std::string program;        // as it stands
@@ -34,8 +36,8 @@ struct registry_lists {
     std::vector<layers_entry> layers;
     std::vector<driver_entry> drivers;
     bool is_damaged = false;
-    // Keys of databases whose files were told about, their places too.
-    std::set<std::string> told;
+    // Databases whose files were told about, their places too.
+    std::set<const installed_database*> told;
 };
 
 } // namespace model

@@ -87,7 +87,7 @@ public:
     {
         const std::string& path = one.database_path.empty() ? one.key_path : one.database_path;
         add(signal::reg_new, path, finding_part(one.key_path));
-        if (!lists_.told.contains(one.key_path)) {
+        if (!lists_.told.contains(&one)) {
             judge_place(one);
         }
         judge_presence(one);

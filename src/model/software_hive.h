@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "files/file_tree.h"
 #include "hive/hive_bytes.h"
@@ -45,6 +46,8 @@ struct registry_place {
     std::string hive;   // path of its hive of software
     // Where no volume was named: the root from which paths of files are counted, as far as it is known.
     std::string root = {};
+    // Other volumes beside the first, of whose databases a hive that was named may tell.
+    std::vector<std::string> more_volumes = {};
 };
 
 // The bytes of a hive: of the file, or, where that is there and cannot be read, as one cannot that the

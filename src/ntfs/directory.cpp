@@ -28,13 +28,13 @@ void parse_node(uni::byte_view node, index_parsing parsing, std::vector<std::uin
     }
     const bool is_strict = parsing == index_parsing::strict;
     std::uint64_t position = node.u32(0);
-    for (std::uint64_t done = 0; done < total && node.contains(position, entry_header);) {
+    for (std::uint64_t done = 0; done < total && node.contains(position, index_entry_header);) {
         const std::uint64_t length = node.u16(position + 8);
         const std::uint64_t key = node.u16(position + 10);
         const std::uint64_t reference = node.u64(position);
         const unsigned flags = node.u16(position + 12);
-        if (length < entry_header || length > total || key > total || (is_strict && key > length) ||
-            !node.contains(position, length)) {
+        if (length < index_entry_header || length > total || key > total ||
+            (is_strict && key > length) || !node.contains(position, length)) {
             return;
         }
         if (reference != 0 && flags != 2 && flags != 3) {
@@ -67,7 +67,7 @@ void take_index_part(const attribute& found, index_parsing parsing, index_parts&
         const uni::byte_view root = found.value();
         if (root.u32(0) == attribute_type::file_name && root.u32(8) != 0) {
             parts.has_root = true;
-            parse_node(root.from(root_header), parsing, children);
+            parse_node(root.from(index_root_header), parsing, children);
         }
     } else if (found.type() == attribute_type::index_allocation && !found.is_resident()) {
         std::vector<byte_run> runs;

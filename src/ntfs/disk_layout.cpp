@@ -169,12 +169,29 @@ std::uint64_t sector_size_of(RAW_DISK_IO& disk, byte_view first)
     return large > small ? 4096 : 512;
 }
 
+// The size of a disk's sectors by the header of a GUID partition table or its copy, which may be all that
+// is left; 0 for none.
+std::uint64_t sector_size_by_gpt(RAW_DISK_IO& disk)
+{
+    const auto end = static_cast<std::uint64_t>(std::max<std::int64_t>(disk.total_size(), 0));
+    for (const std::uint64_t size : {512u, 4096u}) {
+        for (const std::uint64_t sector : {std::uint64_t{1}, end / size - 1}) {
+            if (end >= size * 2 &&
+                holds(byte_view(read_bytes(disk, sector * size, 8)), 0, gpt_mark)) {
+                return size;
+            }
+        }
+    }
+    return 0;
+}
+
 // A reader of the tables of one disk.
 class table_walk {
 public:
     table_walk(RAW_DISK_IO& disk, std::uint64_t sector) : disk_(disk), sector_(sector) {}
 
     void take_table(byte_view table);
+    void take_gpt();
     std::vector<disk_partition> found;
     table_state state = table_state::sound;
 
@@ -202,7 +219,6 @@ private:
     }
     void guess_before(std::uint64_t start);
     void take_chain(std::uint64_t first);
-    void take_gpt();
     bool take_gpt_at(std::uint64_t sector, bool must_be_sound);
 
     RAW_DISK_IO& disk_;
@@ -424,12 +440,20 @@ disk_table read_partitions(RAW_DISK_IO& disk)
 {
     constexpr std::uint64_t largest_sector = 16384;
     const std::vector<std::uint8_t> first = read_bytes(disk, 0, largest_sector);
-    const std::uint64_t sector = sector_size_of(disk, byte_view(first));
-    if (sector == 0 || is_volume(byte_view(first))) {
+    if (is_volume(byte_view(first))) {
+        return {};
+    }
+    const std::uint64_t marked = sector_size_of(disk, byte_view(first));
+    const std::uint64_t sector = marked != 0 ? marked : sector_size_by_gpt(disk);
+    if (sector == 0) {
         return {};
     }
     table_walk walk(disk, sector);
-    walk.take_table(byte_view(first));
+    if (marked != 0) {
+        walk.take_table(byte_view(first));
+    } else if (walk.take_gpt(); walk.state == table_state::damaged) {
+        return {}; // what is left of an older use of the disk
+    }
     return {walk.state, static_cast<std::uint32_t>(sector), std::move(walk.found)};
 }
 

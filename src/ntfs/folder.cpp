@@ -9,7 +9,7 @@ namespace ntfs {
 
 namespace {
 
-constexpr std::string_view index_word = "$I30";
+constexpr std::string_view index_of_names = "$I30";
 constexpr std::uint64_t name_place = 66;
 constexpr unsigned last_entry = 2;
 
@@ -56,7 +56,7 @@ index_rows rows_of_index(const std::vector<record_row>& rows)
 {
     index_rows found;
     for (const record_row& row : rows) {
-        if (row.name != index_word) {
+        if (row.name != index_of_names) {
             continue;
         }
         if (row.type == attribute_type::index_root && row.is_resident) {
@@ -127,15 +127,15 @@ bool folder::take_node(uni::byte_view node)
 {
     const std::uint64_t end = node.u32(4);
     std::uint64_t position = node.u32(0);
-    while (position < end && node.contains(position, entry_header)) {
+    while (position < end && node.contains(position, index_entry_header)) {
         const std::uint64_t length = node.u16(position + 8);
         const std::uint64_t key = node.u16(position + 10);
         if ((node.u16(position + 12) & last_entry) != 0) {
             return true;
         }
-        if (length < entry_header || !node.contains(position, length) ||
-            key > length - entry_header ||
-            !take_entry(node.slice(position + entry_header, key), node.u64(position))) {
+        if (length < index_entry_header || !node.contains(position, length) ||
+            key > length - index_entry_header ||
+            !take_entry(node.slice(position + index_entry_header, key), node.u64(position))) {
             return false;
         }
         position += length;
@@ -156,7 +156,7 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
     }
     const uni::byte_view root(index.root->value);
     bool is_whole = root.u32(0) == attribute_type::file_name;
-    is_whole = take_node(root.from(root_header)) && is_whole;
+    is_whole = take_node(root.from(index_root_header)) && is_whole;
     if (index.allocation != nullptr) {
         block_use use(context, index.bitmap);
         std::vector<extent> extents = index.allocation->extents;

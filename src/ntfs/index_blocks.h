@@ -12,8 +12,8 @@
 namespace ntfs {
 
 inline constexpr std::uint64_t index_block_header = 24; // where its node begins
-inline constexpr std::uint64_t root_header = 16;        // the same of the root
-inline constexpr std::uint64_t entry_header = 16;       // of an entry, in front of its name
+inline constexpr std::uint64_t index_root_header = 16;  // where that of the root does
+inline constexpr std::uint64_t index_entry_header = 16;
 
 // Gets the number of a block, and its bytes with the update sequence put back.
 using index_block_visitor = std::function<void(std::uint64_t number, uni::byte_view block)>;

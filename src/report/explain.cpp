@@ -150,7 +150,7 @@ private:
             model::judge_file(to, examined_, *work_.source->history(), identity_);
         }
         if (work_.installed != nullptr && place_) {
-            context_.note_told(work_.installed->key_path);
+            context_.note_told(*work_.installed);
         }
         const bool is_orphan =
             context_.lists_for(work_.path).has_installed_key && work_.installed == nullptr &&

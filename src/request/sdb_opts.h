@@ -72,7 +72,7 @@ struct sdb_opts : cmd_params {
         return !diff_path.empty() && !stats && !list_sdb && !match_mode;
     }
     // Whether it matters to the run what the registry says.
-    bool asks_registry() const noexcept { return stats || list_sdb || explain; }
+    bool asks_registry() const noexcept { return stats || list_sdb || (explain && !compares()); }
     bool wants(std::string_view listing) const
     {
         return std::ranges::find(listings, listing) != listings.end();
