@@ -201,7 +201,8 @@ fi
 
 step script_tests house house_test.py
 build release
-beside script_tests faults faults_test.py --quilt build/release/quilt
+if $all; then most=400; else most=40; fi
+beside script_tests faults faults_test.py --quilt build/release/quilt --most $most
 beside unit_tests quilt_tests build/release/quilt_tests
 for subject in reports forms json html recipes options targets; do
     beside script_tests "$subject" "${subject}_test.py" --quilt build/release/quilt

@@ -4,7 +4,8 @@ and a word.
 
     python3 tests/faults_test.py --quilt build/release/quilt
 
-Run from the root of the repository, with the release program of Linux and faults.so beside it.
+Of more calls of one kind than `--most` some fail, evenly spread. Run from the root of the repository, with the
+release program of Linux and faults.so beside it.
 """
 
 import os
@@ -21,7 +22,6 @@ from support.whole_runs import ARGUMENTS, FAILED, SAMPLE, Runs, main, masked, sm
 
 KINDS = ("open", "close", "read", "write", "seek", "stat", "rename", "readdir", "thread", "memory")
 CUT_SHORT = ("read", "write")
-MOST = 2000  # calls of one kind that are let fail one by one
 
 
 class Faults(Runs):
@@ -78,7 +78,7 @@ class Faults(Runs):
         numbers = dict(line.split() for line in Path(counts).read_text().splitlines())
         for kind in KINDS:
             count = int(numbers[kind])
-            step = max(1, count // MOST)
+            step = max(1, count // ARGUMENTS.most)
             for number in range(1, count + 1, step):
                 for ending in ("", "/short") if kind in CUT_SHORT else ("",):
                     fault = f"{kind}:{number}{ending}"

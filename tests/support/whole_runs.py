@@ -227,6 +227,7 @@ def main(prepare=lambda: None, update=lambda: None):
         parser.add_argument(name, type=Program, required=name == "--quilt")
     parser.add_argument("--update", action="store_true")
     parser.add_argument("--need-mount", action="store_true")
+    parser.add_argument("--most", type=int, default=2000, help="calls of one kind that are let fail one by one")
     parser.add_argument("--only", default="", help="part of the names of the tests to run")
     parser.parse_args(namespace=ARGUMENTS)
     if ARGUMENTS.update:
