@@ -24,9 +24,9 @@ fs::path path_of(const std::string& utf8)
 }
 
 // A folder of its own for each test. Paths are written with "/" below that folder.
-class discovery : public testing::Test {
+class made_folder : public testing::Test {
 protected:
-    discovery()
+    made_folder()
     {
         const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
         const std::u8string folder =
@@ -35,8 +35,14 @@ protected:
         fs::remove_all(root_);
         fs::create_directories(root_);
     }
-    ~discovery() override { fs::remove_all(root_); }
+    ~made_folder() override { fs::remove_all(root_); }
 
+    std::string root_;
+};
+
+// What looks at files goes before they do, as it may hold some open.
+class discovery : public made_folder {
+protected:
     void make(std::initializer_list<const char*> files) const
     {
         for (const char* const file : files) {
@@ -78,7 +84,6 @@ protected:
         return found;
     }
 
-    std::string root_;
     io::error_notices notices_;
     files::file_tree tree_;
 };

@@ -80,9 +80,11 @@ public:
             std::memset(room(block), ' ', block);
             taken(end_ + block);
         }
-        char* out = room(count);
-        std::memset(out, ' ', count);
-        taken(out + count);
+        if (count != 0) {
+            char* out = room(count);
+            std::memset(out, ' ', count);
+            taken(out + count);
+        }
     }
     // Left-justified in `width` bytes, blank-filled; longer text stands whole.
     void left(std::string_view value, std::size_t width)
