@@ -457,6 +457,25 @@ class Damage(Images):
         self.assertEqual(result.returncode, FAILED)
         self.assertIn("/Files/deep/er: its record tells that it lies elsewhere\n", result.stderr.decode())
 
+    def test_blocks_to_which_a_folder_leads_are_missed(self):
+        whole = Path(VOLUME).read_bytes()
+        for kind in (0xA0, 0xB0):  # no longer of their kind; none of them in use
+            image, spoilt = bytearray(whole), 0
+            for record in (found.start() for found in re.finditer(b"FILE0", whole)):
+                at = record + int.from_bytes(whole[record + 20:record + 22], "little")
+                while at < min(record + 1024, len(whole) - 24) and whole[at] != 0xFF:
+                    length, = struct.unpack_from("<I", whole, at + 4)
+                    if whole[at] == kind and "$I30".encode("utf-16-le") in whole[at:at + length] and whole[record + 44] != 5:
+                        value = at if kind == 0xA0 else at + int.from_bytes(whole[at + 20:at + 22], "little")
+                        image[value] = 0xD0 if kind == 0xA0 else 0
+                        spoilt += 1
+                    at += length or 1024
+            self.assertTrue(spoilt)
+            result = run("-enumdir", self.write("image", image) + "/Files/deep", "-num_subdirs", "9", "-stats", "-csv",
+                         "-quiet")
+            self.assertEqual(result.returncode, FAILED)
+            self.assertIn(" damaged", result.stderr.decode())
+
     def test_whatever_a_byte_of_a_record_or_index_becomes_a_walk_ends(self):
         whole = Path(VOLUME).read_bytes()
         places = [at for mark in (b"FILE0", b"INDX(") for at in

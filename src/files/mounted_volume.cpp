@@ -155,8 +155,8 @@ std::shared_ptr<mounted_volume> mounted_volume::mount(std::shared_ptr<image_byte
             new mounted_volume(std::move(bytes), std::move(volume)));
     }
     part_of_image part(bytes, start, size);
-    reason = size == 0 && start != 0                   ? "lies beyond the end of the image"
-             : state == ntfs::volume_state::no_records ? "is a damaged NTFS volume"
+    reason = size == 0 && start != 0                   ? beyond_image
+             : state == ntfs::volume_state::no_records ? damaged
                                                        : words_of_contents(part);
     return nullptr;
 }

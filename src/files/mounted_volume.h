@@ -52,6 +52,9 @@ public:
     // Finds what a path leads to; links are not followed. False, with the reason in words, which is
     // `no_such_file` where there is nothing of that name.
     static constexpr const char* no_such_file = "no such file";
+    // Why there is no volume where a table has one.
+    static constexpr const char* beyond_image = "lies beyond the end of the image";
+    static constexpr const char* damaged = "is a damaged NTFS volume";
     bool find(std::string_view path, place_on_volume& place, std::string& reason);
 
     // These read what find() found.

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "files/mounted_volume.h"
 #include "model/stored_path.h"
 #include "platform/files.h"
 #include "sdb/database.h"
@@ -255,11 +256,18 @@ std::vector<std::string> windows_partitions(files::file_tree& tree, const std::s
         std::string reason;
         platform::file_facts facts;
         const bool is_volume = tree.kind_of(volume, reason) == files::place_kind::volume;
+        bool is_damaged = reason == files::mounted_volume::damaged ||
+                          reason == files::mounted_volume::beyond_image;
         if (is_volume && !(tree.read_facts(path_on_volume(tree, volume, {"Windows"}), facts) &&
                            facts.is_directory)) {
-            reason = "has no Windows folder";
+            std::vector<platform::directory_entry> entries;
+            const platform::listing_result root = tree.list(volume, entries);
+            is_damaged = !root.is_whole;
+            reason = is_damaged ? root.reason : "has no Windows folder";
         }
-        if (reason.empty()) {
+        if (is_damaged) {
+            notices.fail("Prob reading volume %s: %s\n", volume.c_str(), reason.c_str());
+        } else if (reason.empty()) {
             volumes.push_back(std::move(volume));
         } else {
             notices.say("%s passed over: %s\n", volume.c_str(), reason.c_str());

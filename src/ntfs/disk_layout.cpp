@@ -293,7 +293,11 @@ void table_walk::take_chain(std::uint64_t first)
                 add(entry.u8(4), start, entry.u32(12), next_in_chain_++);
             }
         }
-        base = next > base ? next : 0; // a chain leads forward, or in a circle
+        if (next != 0 && next <= base) { // a chain leads forward, or in a circle
+            state = table_state::damaged;
+            next = 0;
+        }
+        base = next;
     }
 }
 

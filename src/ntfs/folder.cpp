@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view index_of_names = "$I30";
 constexpr std::uint64_t name_place = 66;
+constexpr unsigned node_below = 1; // it leads to a block, as no other entry does
 constexpr unsigned last_entry = 2;
 
 constexpr std::uint8_t dos_alone = 2;
@@ -130,6 +131,7 @@ bool folder::take_node(uni::byte_view node)
     while (position < end && node.contains(position, index_entry_header)) {
         const std::uint64_t length = node.u16(position + 8);
         const std::uint64_t key = node.u16(position + 10);
+        nodes_below_ += node.u16(position + 12) & node_below;
         if ((node.u16(position + 12) & last_entry) != 0) {
             return true;
         }
@@ -147,6 +149,7 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
 {
     children_.clear();
     names_.clear();
+    nodes_below_ = 0;
     is_sorted_ = false;
     std::vector<record_row> rows;
     list_record_attributes(context, entry, rows);
@@ -157,6 +160,7 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
     const uni::byte_view root(index.root->value);
     bool is_whole = root.u32(0) == attribute_type::file_name;
     is_whole = take_node(root.from(index_root_header)) && is_whole;
+    std::uint64_t blocks = 0;
     if (index.allocation != nullptr) {
         block_use use(context, index.bitmap);
         std::vector<extent> extents = index.allocation->extents;
@@ -164,12 +168,13 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
                            [&](std::uint64_t number, uni::byte_view block) {
                                if (use.holds(number)) {
                                    use.note();
+                                   ++blocks;
                                    is_whole = take_node(block.from(index_block_header)) && is_whole;
                                }
                            });
         is_whole = is_whole && use.is_known() && !use.is_any_left();
     }
-    return is_whole ? state::whole : state::damaged;
+    return is_whole && blocks >= nodes_below_ ? state::whole : state::damaged;
 }
 
 folder::child folder::at(std::size_t number) const noexcept

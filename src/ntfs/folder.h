@@ -97,7 +97,8 @@ private:
 
     std::vector<stored> children_;
     std::u16string names_;
-    bool is_sorted_ = false; // by letter case
+    bool is_sorted_ = false;        // by letter case
+    std::uint64_t nodes_below_ = 0; // to which the entries lead
 };
 
 } // namespace ntfs
