@@ -83,7 +83,7 @@ class Patches(unittest.TestCase):
             subprocess.run(["patch", "-p1", "-s", "-i", patch], cwd=folder, check=True)
         build = folder / "build"
         for command in (["cmake", "-G", "Ninja", "-S", folder, "-B", build,
-                         "-DQUILT_PRECOMPILE=ON"], ["cmake", "--build", build, "--target", "quilt"]):
+                         "-DCMAKE_UNITY_BUILD=ON"], ["cmake", "--build", build, "--target", "quilt"]):
             made = subprocess.run(command, capture_output=True, text=True)
             self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
 
