@@ -52,7 +52,7 @@ class Fleet(Runs):
             self.write(f"collection/{i % 10}/{i}.sdb", small_database(i % 7 + 1, f"base {i}"))
         file = self.path("scheduler")
         self.begin("distributed.cli.dask_scheduler", "--scheduler-file", file, "--port", "0", "--no-dashboard")
-        self.wait_for(lambda: os.path.exists(file))
+        self.wait_for(lambda: os.path.exists(file) and Path(file).read_text("utf-8").endswith("}"))
         address = json.loads(Path(file).read_text("utf-8"))["address"]
         workers = [self.begin("distributed.cli.dask_worker", address, "--nthreads", "1", "--no-nanny",
                               "--no-dashboard", "--local-directory", self.path(f"worker{i}")) for i in range(2)]
