@@ -228,18 +228,21 @@ std::string file_tree::walkable_path(const std::string& path)
     return found.place.stream.empty() ? spelled : spelled + ':' + found.place.stream;
 }
 
-std::vector<std::string> file_tree::streams(const std::string& path)
+bool file_tree::list_streams(const std::string& path, std::vector<std::string>& paths)
 {
     const location where = locate(path);
     std::string reason;
     found_place found;
-    std::vector<std::string> paths;
-    if (where.of && where.of->holds() != image::contents::other && find(where, found, reason)) {
-        for (const std::string& name : found.volume->streams(found.place)) {
-            paths.push_back(path + ':' + name);
-        }
+    if (!where.of || where.of->holds() == image::contents::other) {
+        return true;
     }
-    return paths;
+    std::vector<std::string> names;
+    const bool are_all =
+        find(where, found, reason) && found.volume->list_streams(found.place, names);
+    for (const std::string& name : names) {
+        paths.push_back(path + ':' + name);
+    }
+    return are_all;
 }
 
 std::vector<platform::file_id> file_tree::identify(const std::string& path)

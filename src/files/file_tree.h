@@ -48,8 +48,9 @@ public:
     platform::listing_result list(const std::string& folder,
                                   std::vector<platform::directory_entry>& entries);
     std::string walkable_path(const std::string& path);
-    // The paths of the streams that a file or folder in an image has beside its content.
-    std::vector<std::string> streams(const std::string& path);
+    // Appends the paths of the streams that a file or folder in an image has beside its content. False
+    // if there may be more.
+    bool list_streams(const std::string& path, std::vector<std::string>& paths);
 
     // The files of this machine that hold what is at a path.
     std::vector<platform::file_id> identify(const std::string& path);

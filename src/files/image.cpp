@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "files/part_files.h"
+#include "files/volume_words.h"
 #include "ntfs/raw_disk_io.h"
 
 namespace files {
@@ -75,6 +76,10 @@ std::shared_ptr<mounted_volume> image::volume(unsigned partition, std::string& r
     }
     mounting made;
     made.volume = mounted_volume::mount(bytes_, where.start, where.size, made.reason);
+    const std::string kind = ntfs::partition_type_name(where.kind);
+    if (made.reason == no_ntfs_volume && where.kind != 0 && kind != "unk" && kind != "gpt") {
+        made.reason += "; by the partition table: " + kind;
+    }
     reason = made.reason;
     return mounted_.emplace(partition, std::move(made)).first->second.volume;
 }

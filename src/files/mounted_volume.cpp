@@ -76,6 +76,7 @@ io::file_history history_of(ntfs::ntfs_volume& volume, const ntfs::stored_file& 
         history.clusters = counts.all;
         history.free_clusters = counts.free;
     }
+    history.is_damaged = !file.is_whole;
     return history;
 }
 
@@ -405,9 +406,11 @@ std::unique_ptr<io::byte_source> mounted_volume::open(const place_on_volume& pla
     }
     const ntfs::record_row* const stream = file.stream(place.stream);
     if (stream == nullptr) {
-        reason = !place.stream.empty() ? "no such stream"
-                 : file.is_directory   ? "is a folder"
-                                       : "has no content";
+        // Each file has a content, be it empty.
+        const bool is_damaged = !file.is_whole || (place.stream.empty() && !file.is_directory);
+        reason = is_damaged              ? words_of(ntfs::record_state::unreadable)
+                 : !place.stream.empty() ? "no such stream"
+                                         : "is a folder";
         return nullptr;
     }
     reason = words_of(file, *stream);
@@ -433,7 +436,7 @@ bool mounted_volume::read_facts(const place_on_volume& place, platform::file_fac
         return false;
     }
     const ntfs::record_row* const stream = file.stream(place.stream);
-    if (stream == nullptr && !place.stream.empty()) {
+    if (stream == nullptr ? !place.stream.empty() || !file.is_directory : !stream->has_start) {
         return false;
     }
     facts.write_time = file.times.write;
@@ -444,20 +447,21 @@ bool mounted_volume::read_facts(const place_on_volume& place, platform::file_fac
     return true;
 }
 
-std::vector<std::string> mounted_volume::streams(const place_on_volume& place)
+bool mounted_volume::list_streams(const place_on_volume& place, std::vector<std::string>& names)
 {
     const std::scoped_lock lock(bytes_->mutex);
-    std::vector<std::string> names;
     ntfs::mft_entries_ctx context(*volume_);
     ntfs::stored_file file;
-    if (ntfs::read_stored_file(context, place.reference, file) == ntfs::record_state::read) {
-        for (const ntfs::record_row& stream : file.streams) {
-            if (stream.is_named && !stream.name.empty()) {
-                names.push_back(stream.name);
-            }
+    bool are_all =
+        ntfs::read_stored_file(context, place.reference, file) == ntfs::record_state::read &&
+        file.is_whole;
+    for (const ntfs::record_row& stream : file.streams) {
+        if (stream.is_named && !stream.name.empty()) {
+            names.push_back(stream.name);
         }
+        are_all = are_all && stream.is_named == !stream.name.empty();
     }
-    return names;
+    return are_all;
 }
 
 platform::listing_result mounted_volume::list(const place_on_volume& place,

@@ -59,9 +59,11 @@ public:
 
     // These read what find() found.
     std::unique_ptr<io::byte_source> open(const place_on_volume& place, std::string& reason);
+    // False, too, for a file whose record does not tell its size.
     bool read_facts(const place_on_volume& place, platform::file_facts& facts);
-    // The names of the streams that a file or folder has beside its content.
-    std::vector<std::string> streams(const place_on_volume& place);
+    // Appends the names of the streams that a file or folder has beside its content. False if there may
+    // be more: its record is damaged, or a name is no text.
+    bool list_streams(const place_on_volume& place, std::vector<std::string>& names);
     platform::listing_result list(const place_on_volume& place,
                                   std::vector<platform::directory_entry>& entries);
 

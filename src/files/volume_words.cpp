@@ -42,7 +42,7 @@ const char* words_of_contents(io::byte_source& source)
     io::read_source(head, source, looked_at);
     const std::string_view name = ntfs::identify_volume(uni::byte_view(head)).name;
     const auto* const found = std::ranges::find(other_systems, name, &system_words::name);
-    return found == other_systems.end() ? "is no NTFS volume" : found->words;
+    return found == other_systems.end() ? no_ntfs_volume : found->words;
 }
 
 std::string words_of(const ntfs::stored_file& file, const ntfs::record_row& stream)
@@ -56,6 +56,8 @@ std::string words_of(const ntfs::stored_file& file, const ntfs::record_row& stre
         return "its content is on another machine";
     case ntfs::stream_state::link:
         return words_of_link(file);
+    case ntfs::stream_state::damaged:
+        return "its record is damaged";
     case ntfs::stream_state::readable:
         break;
     }

@@ -8,7 +8,8 @@
 
 namespace files {
 
-// What holds no NTFS volume.
+// What holds no NTFS volume; `no_ntfs_volume` for what is not known.
+inline constexpr const char* no_ntfs_volume = "is no NTFS volume";
 const char* words_of_contents(io::byte_source& source);
 
 // A stream; empty for one that can be read.

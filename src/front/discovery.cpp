@@ -200,13 +200,14 @@ void add_targets_by_content(files::file_tree& tree, std::vector<std::string>& fi
         known.insert(model::folded(model::parts_of(path)));
     }
     std::uint64_t unread = 0;
+    // Whether it could be read.
     const auto take = [&](const std::string& path) {
         const auto is_database = begins_as_database(tree, path);
-        unread += is_database ? 0 : 1;
         if (is_database.value_or(false) &&
             known.insert(model::folded(model::parts_of(path))).second) {
             files.push_back(path);
         }
+        return is_database.has_value();
     };
     std::vector<std::string> folders = {tree.walkable_path(platform::join_path(volume, {}))};
     while (!folders.empty()) {
@@ -216,12 +217,15 @@ void add_targets_by_content(files::file_tree& tree, std::vector<std::string>& fi
         for (const platform::directory_entry& entry : list_in_order(tree, folder, notices)) {
             std::string path = platform::join_path(folder, entry.name);
             const bool is_folder = entry.kind == platform::entry_kind::directory;
-            if (entry.kind == platform::entry_kind::file) {
-                take(path);
-            }
+            bool is_read = entry.kind != platform::entry_kind::file || take(path);
             if (entry.kind == platform::entry_kind::file || is_folder) {
-                std::ranges::for_each(tree.streams(path), take);
+                std::vector<std::string> streams;
+                is_read = tree.list_streams(path, streams) && is_read;
+                for (const std::string& stream : streams) {
+                    is_read = take(stream) && is_read;
+                }
             }
+            unread += is_read ? 0 : 1;
             if (is_folder) {
                 below.push_back(std::move(path));
             }
@@ -230,7 +234,7 @@ void add_targets_by_content(files::file_tree& tree, std::vector<std::string>& fi
         folders.insert(folders.end(), below.rbegin(), below.rend());
     }
     if (unread != 0) {
-        notices.fail("%llu files of %s could not be opened, and may be databases\n",
+        notices.fail("%llu files of %s could not be read, and may be databases\n",
                      static_cast<unsigned long long>(unread), volume.c_str());
     }
 }

@@ -120,7 +120,7 @@ outcome input_work::load(loaded_file& file, const std::string& path, const input
     if (!file.source) {
         return outcome::failed;
     }
-    report::say_if_deleted(path, *file.source, out.notices);
+    report::say_doubts(path, *file.source, out.notices);
     sdb::sdb_database::image_user on_image;
     // What tells of a database in its own way tells all its digests.
     const bool tells_all = form::form_of(options_.form).header == form::banner::in_the_form;

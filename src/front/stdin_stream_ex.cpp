@@ -122,7 +122,11 @@ void stdin_stream_ex::take_file(std::string path)
 void stdin_stream_ex::take_streams(const std::string& path)
 {
     if (options_ != nullptr && options_->by_content) {
-        for (std::string& stream : tree_.streams(path)) {
+        std::vector<std::string> streams;
+        if (!tree_.list_streams(path, streams)) {
+            notices_.fail("Prob reading streams of %s: its record is damaged\n", path.c_str());
+        }
+        for (std::string& stream : streams) {
             take_file(std::move(stream));
         }
     }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -32,7 +33,9 @@ struct file_history {
     // Of a file that was deleted: how many clusters it had, and how many of them are no other's yet.
     bool is_deleted = false;
     std::uint64_t clusters = 0;
-    std::uint64_t free_clusters = 0;
+    std::optional<std::uint64_t> free_clusters = 0; // none where that cannot be told
+    // Its record is damaged, or was not written whole: there may be more of the file, or other bytes.
+    bool is_damaged = false;
     bool is_hidden = false;
     bool is_system = false;
     std::uint32_t reparse_kind = 0;              // 0 for what is no reparse point

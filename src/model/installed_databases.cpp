@@ -233,7 +233,7 @@ void read_table(hives_read& to, software_hive hive, const std::string& path, boo
         findings.push_back({hive_unread, path, "reading failed"});
     } else if (!image.is_open()) {
         findings.push_back({hive_unread, path, "is no hive"});
-    } else if (outcome.is_damaged || to.lists.is_damaged) {
+    } else if (outcome.is_damaged || to.lists.is_damaged || hive.is_doubtful) {
         findings.push_back({damaged, path});
         to.lists.is_damaged = false;
     }

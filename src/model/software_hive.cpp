@@ -89,6 +89,7 @@ void open_file(software_hive& hive, const request::sdb_opts& options, files::fil
         hive.state = tree.is_missing(path) ? hive_state::missing : hive_state::unreadable;
         return;
     }
+    hive.is_doubtful = source->history() != nullptr && source->history()->is_damaged;
     if (!hive::is_unclosed(*source)) {
         take_bytes(hive, std::move(source));
         return;

@@ -33,8 +33,9 @@ enum class hive_logs {
 
 struct software_hive {
     hive_state state = hive_state::missing;
-    hive::hive_bytes bytes; // of one that was opened
-    std::string reason;     // in words, of any other
+    hive::hive_bytes bytes;   // of one that was opened
+    std::string reason;       // in words, of any other
+    bool is_doubtful = false; // its file's record is damaged, so that bytes may be missing or old
     hive_logs logs = hive_logs::closed;
     hive::log_outcome log_outcome; // of those that were taken
     hive::hive_bytes bytes_before; // without them

@@ -20,11 +20,12 @@ constexpr std::uint64_t list_entry_head = 26;
 constexpr std::uint16_t compression_mask = 0xff;
 constexpr std::uint16_t compressed = 1;
 
-// The value of an attribute list.
+// The value of an attribute list, as far as it can be read.
 std::vector<std::uint8_t> read_list(mft_entries_ctx& context, const attribute& list)
 {
     if (list.is_resident()) {
         const std::span<const std::uint8_t> value = list.value().bytes();
+        context.incomplete |= value.empty();
         return {value.begin(), value.end()};
     }
     ntfs_volume& volume = context.volume;
@@ -51,6 +52,7 @@ std::vector<std::uint8_t> read_list(mft_entries_ctx& context, const attribute& l
             bytes.resize(done + static_cast<std::size_t>(read_clusters(volume, part.lcn, piece)));
         }
     }
+    context.incomplete |= bytes.size() < list.real_size() || bytes.empty();
     return bytes;
 }
 
@@ -61,8 +63,9 @@ struct listed_record {
 };
 
 // What a list names outside of the record itself, in the order of the first mention of each record.
+// `is_whole` tells whether its entries end where it does.
 std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
-                                      std::span<const std::uint32_t> types)
+                                      std::span<const std::uint32_t> types, bool& is_whole)
 {
     std::vector<listed_record> records;
     std::unordered_map<std::uint64_t, std::size_t> places;
@@ -70,7 +73,8 @@ std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
     while (list.contains(position, list_entry_head)) {
         const std::uint64_t length = list.u16(position + 4);
         if (length < list_entry_head) {
-            break;
+            is_whole = length == 0;
+            return records;
         }
         const std::uint32_t type = list.u32(position);
         const std::uint64_t record = entry_of(list.u64(position + 16));
@@ -85,6 +89,8 @@ std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
         }
         position += length;
     }
+    // What is left is less than an entry has.
+    is_whole = position >= list.size();
     return records;
 }
 
@@ -114,15 +120,18 @@ void visit_listed(mft_entries_ctx& context, std::uint64_t entry, uni::byte_view 
                   const attribute_visitor& visit)
 {
     std::vector<std::uint8_t> buffer;
-    for (listed_record& listed : records_of(list, entry, types)) {
+    bool is_whole = true;
+    for (listed_record& listed : records_of(list, entry, types, is_whole)) {
         auto& wanted = listed.attributes;
         for (std::size_t i = 0; i < wanted.size(); ++i) {
             trace_line(context, "primary entry %" PRIu64 " pointing to ref entry %" PRIu64, entry,
                        listed.record);
         }
         if (!read_extension(context, entry, listed.record, buffer)) {
+            context.incomplete = true;
             continue;
         }
+        context.incomplete |= context.torn;
         std::sort(wanted.begin(), wanted.end());
         std::vector<bool> is_met(wanted.size());
         attribute_walk walk(file_record(buffer), longest);
@@ -135,7 +144,9 @@ void visit_listed(mft_entries_ctx& context, std::uint64_t entry, uni::byte_view 
                 visit(found);
             }
         }
+        context.incomplete |= std::find(is_met.begin(), is_met.end(), false) != is_met.end();
     }
+    context.incomplete |= !is_whole;
     context.bad = false;
 }
 
@@ -267,11 +278,6 @@ void clear_uninitialized(const record_row& row, std::uint64_t offset, std::span<
     }
 }
 
-bool is_compressed(const record_row& row)
-{
-    return (row.flags & compression_mask) == compressed && row.compressed_size != 0;
-}
-
 bool read_content(mft_entries_ctx& context, const record_row& row, io::byte_vector& stream)
 {
     const std::uint64_t cluster = context.volume.cluster_size;
@@ -299,6 +305,7 @@ void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_
                       const attribute_visitor& visit)
 {
     std::vector<std::uint8_t> list;
+    context.incomplete = false;
     attribute_walk walk(record, longest);
     for (attribute found; walk.next(found);) {
         if (found.type() == attribute_type::attribute_list && list.empty()) {
@@ -306,6 +313,7 @@ void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_
         }
         visit(found);
     }
+    context.incomplete |= walk.is_damaged();
     visit_listed(context, entry, uni::byte_view(list), longest, types, visit);
 }
 
@@ -329,8 +337,10 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     itself.sequence = record.sequence();
     itself.flags = record.flags();
     row_collection collection(rows);
+    const bool is_torn = context.torn;
     visit_attributes(context, entry, record, context.volume.record_size, {},
                      [&collection](const attribute& found) { collection.add(found); });
+    context.incomplete |= is_torn;
     collection.finish();
     return true;
 }
@@ -338,6 +348,11 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
 bool is_main_content(const record_row& row)
 {
     return row.type == attribute_type::data && !row.is_named;
+}
+
+bool is_compressed_otherwise(const record_row& row)
+{
+    return (row.flags & compression_mask & ~compressed) != 0;
 }
 
 std::uint64_t readable_size(const ntfs_volume& volume, const record_row& row)
@@ -367,7 +382,9 @@ std::uint64_t readable_size(const ntfs_volume& volume, const record_row& row)
 std::uint64_t read_value(ntfs_volume& volume, const record_row& row, std::uint64_t offset,
                          std::span<std::uint8_t> out, expanded_unit& last)
 {
-    const std::uint64_t got = is_compressed(row)
+    const bool is_compressed =
+        (row.flags & compression_mask) == compressed && row.compressed_size != 0;
+    const std::uint64_t got = is_compressed
                                   ? read_compressed(volume, row.extents, offset, out, last)
                                   : read_extents(volume, row.extents, offset, out);
     clear_uninitialized(row, offset, out.first(static_cast<std::size_t>(got)));

@@ -42,14 +42,16 @@ struct record_row {
 inline constexpr std::uint32_t row_of_record = 272; // type of the row for the record itself
 
 // Rows for a record: first one for itself, then standard information, then file names, then all
-// else in the order met. False, and no rows, for a record that cannot be read or is bad.
+// else in the order met. False, and no rows, for a record that cannot be read or is bad; the context
+// tells whether there may be more.
 bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
                             std::vector<record_row>& rows);
 
 // Whether the row is a file's content; named data are alternate streams.
 bool is_main_content(const record_row& row);
 
-// Whether it is stored in a way that only its system can read.
+// Whether it is stored in a way that only its system can read: encrypted, or compressed otherwise.
+bool is_compressed_otherwise(const record_row& row);
 constexpr bool is_encrypted(const record_row& row) noexcept
 {
     return (row.flags & 0x4000) != 0;
@@ -70,7 +72,9 @@ using attribute_visitor = std::function<void(const attribute&)>;
 
 // Visits the attributes of a record, none longer than `longest`, and then those that its attribute
 // list names in other records, of the `types` alone, all for none given. A record that is named
-// often is walked once; one that says that it extends another file is left to that.
+// often is walked once; one that says that it extends another file is left to that. What could not be
+// visited marks the context as incomplete, and so does a record that was not written whole, but for
+// the first: whoever read that knows of it.
 void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_record& record,
                       std::uint64_t longest, std::span<const std::uint32_t> types,
                       const attribute_visitor& visit);

@@ -19,8 +19,9 @@ bool has_content(const stored_file& file)
     });
 }
 
-// Clusters of a stretch of the volume that its bitmap has as free.
-std::uint64_t free_clusters(ntfs_volume& volume, std::uint64_t first, std::uint64_t count)
+// Clusters of a stretch of the volume that its bitmap has as free; none if it cannot be read.
+std::optional<std::uint64_t> free_clusters(ntfs_volume& volume, std::uint64_t first,
+                                           std::uint64_t count)
 {
     constexpr std::uint64_t piece_size = 0x10000;
     std::vector<std::uint8_t> bits;
@@ -28,14 +29,13 @@ std::uint64_t free_clusters(ntfs_volume& volume, std::uint64_t first, std::uint6
     for (std::uint64_t at = first; at < first + count;) {
         bits.resize(
             static_cast<std::size_t>(std::min(piece_size, (first + count + 7) / 8 - at / 8)));
-        const std::uint64_t got = read_extents(volume, volume.bitmap_extents, at / 8, bits);
-        const std::uint64_t end = std::min(first + count, (at / 8 + got) * 8);
+        if (read_extents(volume, volume.bitmap_extents, at / 8, bits) != bits.size()) {
+            return std::nullopt;
+        }
+        const std::uint64_t end = std::min(first + count, (at / 8 + bits.size()) * 8);
         for (const std::uint64_t base = at / 8 * 8; at < end; ++at) {
             const std::uint64_t bit = at - base;
             free += ((bits[static_cast<std::size_t>(bit / 8)] >> (bit % 8)) & 1) == 0 ? 1 : 0;
-        }
-        if (got != bits.size()) {
-            break;
         }
     }
     return free;
@@ -76,7 +76,8 @@ cluster_counts count_clusters(ntfs_volume& volume, const record_row& stream)
             part.is_sparse || part.lcn >= volume.total_clusters
                 ? 0
                 : std::min({part.length, volume.total_clusters - part.lcn, left});
-        counts.free += free_clusters(volume, part.lcn, count);
+        const auto free = free_clusters(volume, part.lcn, count);
+        counts.free = counts.free && free ? std::optional(*counts.free + *free) : std::nullopt;
         counts.all += part.is_sparse ? 0 : part.length;
         left -= count;
     }

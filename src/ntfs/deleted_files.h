@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "ntfs/stored_file.h"
 #include "ntfs/volume.h"
@@ -17,7 +18,7 @@ void visit_deleted_files(ntfs_volume& volume, const deleted_visitor& visit);
 // one by now may be its content.
 struct cluster_counts {
     std::uint64_t all = 0;
-    std::uint64_t free = 0;
+    std::optional<std::uint64_t> free = 0; // none where the volume's bitmap cannot be read
 };
 cluster_counts count_clusters(ntfs_volume& volume, const record_row& stream);
 

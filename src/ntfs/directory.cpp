@@ -88,7 +88,7 @@ bool read_index_blocks(ntfs_volume& volume, std::vector<extent>& extents, index_
                        std::vector<std::uint64_t>& children)
 {
     std::size_t enough = most_repeated;
-    return visit_index_blocks(volume, extents, [&](std::uint64_t, uni::byte_view block) {
+    return visit_index_blocks(volume, extents, [&](std::uint64_t, uni::byte_view block, bool) {
         parse_node(block.from(index_block_header), parsing, children);
         if (children.size() > enough) {
             keep_each_once(children);

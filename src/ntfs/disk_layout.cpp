@@ -431,7 +431,6 @@ volume_identity identify_volume(byte_view first_block)
     return {};
 }
 
-// cppcheck-suppress unusedFunction ; waits for what is said of partitions that are passed over
 std::string partition_type_name(std::uint32_t kind)
 {
     const auto row =

@@ -153,22 +153,24 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
     is_sorted_ = false;
     std::vector<record_row> rows;
     list_record_attributes(context, entry, rows);
+    bool is_whole = !context.incomplete;
     const index_rows index = rows_of_index(rows);
     if (index.root == nullptr) {
         return state::unreadable;
     }
     const uni::byte_view root(index.root->value);
-    bool is_whole = root.u32(0) == attribute_type::file_name;
+    is_whole = root.u32(0) == attribute_type::file_name && is_whole;
     is_whole = take_node(root.from(index_root_header)) && is_whole;
     std::uint64_t blocks = 0;
     if (index.allocation != nullptr) {
         block_use use(context, index.bitmap);
         std::vector<extent> extents = index.allocation->extents;
         visit_index_blocks(context.volume, extents,
-                           [&](std::uint64_t number, uni::byte_view block) {
+                           [&](std::uint64_t number, uni::byte_view block, bool is_sound) {
                                if (use.holds(number)) {
                                    use.note();
                                    ++blocks;
+                                   is_whole = is_whole && is_sound;
                                    is_whole = take_node(block.from(index_block_header)) && is_whole;
                                }
                            });

@@ -46,12 +46,14 @@ bool visit_index_blocks(ntfs_volume& volume, std::vector<extent>& extents,
     while ((done = behind_sparse(volume, extents, done)) < size) {
         piece.resize(static_cast<std::size_t>(std::min(size - done, largest_piece)));
         const std::uint64_t got = read_extents(volume, extents, done, piece);
-        fix_up_index_blocks({piece.data(), static_cast<std::size_t>(got)});
-        const uni::byte_view blocks(piece);
-        for (std::uint64_t at = 0; at + index_block_size <= got; at += index_block_size) {
-            const uni::byte_view block = blocks.slice(at, index_block_size);
+        const std::span<std::uint8_t> blocks(piece);
+        for (std::size_t at = 0; at + index_block_size <= got; at += index_block_size) {
+            const std::span<std::uint8_t> bytes = blocks.subspan(at, index_block_size);
+            const uni::byte_view block(bytes);
             if (block.u32(0) == block_mark) {
-                visit((done + at) / index_block_size, block);
+                const bool is_whole = was_written_whole(block);
+                fix_up(bytes);
+                visit((done + at) / index_block_size, block, is_whole);
             }
         }
         done += got;

@@ -15,8 +15,10 @@ inline constexpr std::uint64_t index_block_header = 24; // where its node begins
 inline constexpr std::uint64_t index_root_header = 16;  // where that of the root does
 inline constexpr std::uint64_t index_entry_header = 16;
 
-// Gets the number of a block, and its bytes with the update sequence put back.
-using index_block_visitor = std::function<void(std::uint64_t number, uni::byte_view block)>;
+// Gets the number of a block, its bytes with the update sequence put back, and whether it was written
+// whole.
+using index_block_visitor =
+    std::function<void(std::uint64_t number, uni::byte_view block, bool is_whole)>;
 
 // Reads the blocks in large pieces and visits each that is one. Clusters that are sparse hold none;
 // extents, which are put in order, are followed up to where they use clusters over and over. False if

@@ -31,7 +31,27 @@ record_kind kind_of(uni::byte_view bytes)
     return begins_with(bytes, "BAAD") ? record_kind::bad : record_kind::unknown;
 }
 
+// The elements of an update sequence that are there and have a place, its check value the first.
+std::uint64_t count_updates(uni::byte_view view)
+{
+    const std::uint64_t count = std::min<std::uint64_t>(view.u16(6), view.size() / sector_size + 1);
+    const std::uint64_t sequence = view.u16(4);
+    const std::uint64_t held = (view.size() - std::min<std::uint64_t>(view.size(), sequence)) / 2;
+    return std::min(count, held);
+}
+
 } // namespace
+
+bool was_written_whole(uni::byte_view bytes)
+{
+    const std::uint64_t sequence = bytes.u16(4);
+    for (std::uint64_t i = 1; i < count_updates(bytes); ++i) {
+        if (bytes.u16(i * sector_size - 2) != bytes.u16(sequence)) {
+            return false;
+        }
+    }
+    return true;
+}
 
 record_kind fix_up(std::span<std::uint8_t> bytes)
 {
@@ -41,8 +61,8 @@ record_kind fix_up(std::span<std::uint8_t> bytes)
         return kind;
     }
     const std::uint64_t sequence = view.u16(4);
-    const std::uint64_t count = std::min<std::uint64_t>(view.u16(6), view.size() / sector_size + 1);
-    for (std::uint64_t i = 1; i < count && view.contains(sequence + i * 2, 2); ++i) {
+    const std::uint64_t count = count_updates(view);
+    for (std::uint64_t i = 1; i < count; ++i) {
         const auto place = static_cast<std::size_t>(i * sector_size - 2);
         const std::uint16_t kept = view.u16(sequence + i * 2);
         bytes[place] = static_cast<std::uint8_t>(kept & 0xff);
@@ -109,8 +129,12 @@ bool attribute_walk::next(attribute& out)
 {
     const attribute found(record_.from(position_));
     const std::uint64_t length = found.bytes().u32(4);
-    if (found.bytes().size() < attribute_head || found.type() == attribute_type::end ||
-        length < attribute_head || length > longest_ || length > found.bytes().size()) {
+    if (found.type() == attribute_type::end) {
+        return false;
+    }
+    if (found.bytes().size() < attribute_head || length < attribute_head || length > longest_ ||
+        length > found.bytes().size()) {
+        is_damaged_ = true;
         return false;
     }
     out = attribute(found.bytes().slice(0, length));

@@ -76,6 +76,10 @@ constexpr std::uint16_t sequence_of(std::uint64_t reference) noexcept
     return static_cast<std::uint16_t>(reference >> 48);
 }
 
+// Whether bytes that share an update sequence, not yet fixed up, were written whole: its check value
+// stands in each of its places.
+bool was_written_whole(uni::byte_view bytes);
+
 enum class record_kind {
     unknown,
     file,  // a good "FILE" record
@@ -150,8 +154,8 @@ private:
     uni::byte_view bytes_;
 };
 
-// Goes through the attributes of a record in order. It ends at the end mark, and at a length that
-// cannot hold an attribute's head, leaves the record or is greater than `longest`.
+// Goes through the attributes of a record in order. It ends at the end mark, and, as damaged, at a
+// length that cannot hold an attribute's head, leaves the record or is greater than `longest`.
 class attribute_walk {
 public:
     attribute_walk(const file_record& record, std::uint64_t longest)
@@ -159,11 +163,13 @@ public:
     {}
 
     bool next(attribute& out);
+    bool is_damaged() const noexcept { return is_damaged_; }
 
 private:
     uni::byte_view record_;
     std::uint64_t longest_;
     std::uint64_t position_;
+    bool is_damaged_ = false;
 };
 
 } // namespace ntfs

@@ -82,6 +82,7 @@ record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference,
     file.sequence = record.sequence();
     file.is_in_use = record.is_in_use();
     file.is_directory = record.is_directory();
+    file.is_whole = !context.incomplete;
     for (record_row& row : rows) {
         const uni::byte_view value(row.value);
         if (row.type == attribute_type::standard_information) {
@@ -104,8 +105,14 @@ record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference,
 
 stream_state state_of(const stored_file& file, const record_row& stream)
 {
+    if (!stream.has_start) {
+        return stream_state::damaged;
+    }
     if (is_encrypted(stream)) {
         return stream_state::encrypted;
+    }
+    if (is_compressed_otherwise(stream)) {
+        return stream_state::packed;
     }
     if (stream.is_named || file.reparse_kind == 0) {
         return stream_state::readable;

@@ -45,6 +45,8 @@ struct stored_file {
     std::uint16_t sequence = 0;
     bool is_in_use = false;
     bool is_directory = false;
+    // All that its record tells was read, and written whole; else names and streams may be missing.
+    bool is_whole = false;
     std::uint32_t attributes = 0;
     std::uint32_t reparse_kind = 0; // 0 for none
     std::string link_text;          // where a link leads, as far as it says
@@ -73,6 +75,7 @@ enum class stream_state {
     packed,    // by the system in a way of its own
     elsewhere, // a place holder: the content is on another machine
     link,
+    damaged, // its record does not tell how long it is
 };
 stream_state state_of(const stored_file& file, const record_row& stream);
 

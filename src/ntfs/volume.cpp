@@ -283,6 +283,9 @@ bool mount_ntfs_volume(ntfs_volume& volume, std::uint64_t& mft_offset)
             const auto bitmap = std::find_if(rows.begin(), rows.end(), is_main_content);
             if (bitmap != rows.end()) {
                 volume.bitmap_extents = bitmap->extents;
+                // It has a bit for each cluster, and so no holes.
+                std::erase_if(volume.bitmap_extents,
+                              [](const extent& part) { return part.is_sparse; });
             }
         }
     }
@@ -366,8 +369,9 @@ std::uint64_t read_extents(ntfs_volume& volume, const std::vector<extent>& exten
 bool read_file_record(mft_entries_ctx& context, std::uint64_t entry,
                       std::vector<std::uint8_t>& buffer)
 {
-    context.bad = false;
+    context.bad = context.torn = false;
     if (read_record_bytes(context.volume, entry, buffer, context.volume.record_size)) {
+        context.torn = !was_written_whole(uni::byte_view(buffer));
         const record_kind kind = fix_up(buffer);
         if (kind == record_kind::bad) {
             context.bad = true;

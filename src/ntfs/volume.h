@@ -76,8 +76,12 @@ struct mft_entries_ctx {
     explicit mft_entries_ctx(ntfs_volume& of) : volume(of) {}
 
     ntfs_volume& volume;
-    trace_text trace; // gets what was met; empty for none
-    bool bad = false; // the record read last was given up by the file system
+    trace_text trace;  // gets what was met; empty for none
+    bool bad = false;  // the record read last was given up by the file system
+    bool torn = false; // or was not written whole
+    // Of the attributes that were visited last, whether there may be more, or they may not be what was
+    // written: a record of theirs or their list is damaged or torn.
+    bool incomplete = false;
     // Records that attribute lists named, and whom they extend: the base that they tell or, where
     // they tell none, who named them first. So no look-up reads a record again for everyone that
     // claims it.

@@ -18,7 +18,8 @@ program_state read_program(model::pe_list& properties, std::unique_ptr<io::byte_
                            files::file_tree& tree, const std::string& path, io::notices& notices,
                            std::string& reason);
 
-// Says of a file that was deleted how much of it may still be its own.
-void say_if_deleted(const std::string& path, const io::byte_source& source, io::notices& notices);
+// Says of a file on a volume what puts its bytes in doubt: that its record is damaged, and, if it was
+// deleted, how much of it may still be its own.
+void say_doubts(const std::string& path, const io::byte_source& source, io::notices& notices);
 
 } // namespace report

@@ -120,7 +120,8 @@ void tell_identity(form::fact_taker& to, const job& work, const model::database_
     if (kept != nullptr && kept->is_deleted) {
         to.begin_object("deleted");
         to.fact("clusters", form::count{kept->clusters});
-        to.fact("unallocated", form::count{kept->free_clusters});
+        to.fact("unallocated", kept->free_clusters ? form::value(form::count{*kept->free_clusters})
+                                                   : form::value());
         to.end();
     }
 }
