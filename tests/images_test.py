@@ -304,6 +304,8 @@ class Disks(Images):
         self.assertEqual(self.listed(disk, "-reg", hive),
                          self.expected(f"{disk}/2")[:-1] + self.expected(f"{disk}/6")[:-1] + found)
         self.assertEqual(self.said.count("was not closed"), 1)
+        said = run("-partition", disk, "-explain", "-reg", hive).stdout.decode()
+        self.assertEqual((said.count("reg.missing"), said.count("reg.new")), (0, 1))
         own = f"{disk}/6/{images.HIVE}"
         self.assertEqual(len(self.listed(disk, "-reg", own)), 7)
         _, said = self.rows("-partition", disk, "-diff", VOLUME, "-deleted")

@@ -143,4 +143,19 @@ model::file_probe make_file_probe(const request::sdb_opts& options, files::file_
     };
 }
 
+model::file_probe probe_of_any(std::vector<model::file_probe> probes)
+{
+    return [probes = std::move(probes)](const std::string& stored) -> std::optional<bool> {
+        bool is_known = true;
+        for (const model::file_probe& probe : probes) {
+            const auto answer = probe ? probe(stored) : std::nullopt;
+            if (answer == true) {
+                return true;
+            }
+            is_known = is_known && answer.has_value();
+        }
+        return is_known ? std::optional(false) : std::nullopt;
+    };
+}
+
 } // namespace front

@@ -31,5 +31,7 @@ load_known_records(const request::sdb_opts& options, files::file_tree& tree, io:
 // its volume; it may be empty.
 model::file_probe make_file_probe(const request::sdb_opts& options, files::file_tree& tree,
                                   const std::string& root);
+// The same for several volumes together: a file that is on one of them is there.
+model::file_probe probe_of_any(std::vector<model::file_probe> probes);
 
 } // namespace front

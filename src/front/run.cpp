@@ -113,6 +113,9 @@ private:
         for (const model::installed_databases& installed : targets_.installed) {
             work.are_there.push_back(make_file_probe(options_, tree_, installed.volume()));
         }
+        if (targets_.is_one_registry) {
+            work.are_there = {probe_of_any(std::move(work.are_there))};
+        }
         report::report_of("machine").make(work);
         out_.place.unfollow(*stream_);
     }

@@ -420,7 +420,8 @@ std::vector<registry_finding> gather_installed_databases(run_targets& targets,
         for (const std::string& volume : place.more_volumes) {
             join_volume(targets, read, options, place, volume, tree, findings);
         }
-        if (!place.more_volumes.empty()) {
+        targets.is_one_registry = !place.more_volumes.empty();
+        if (targets.is_one_registry) {
             leave_first_of_each(findings);
         }
     } catch (const std::bad_alloc&) {

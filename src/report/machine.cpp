@@ -46,7 +46,8 @@ bool explain_machine(const job& work)
 {
     const model::explain_context& context = *work.explained;
     std::vector<model::placed_finding> all;
-    for (std::size_t i = 0; i < work.targets->installed.size(); ++i) {
+    const std::size_t registries = work.targets->installed.size();
+    for (std::size_t i = 0; i < (work.targets->is_one_registry ? 1 : registries); ++i) {
         model::registry_lists lists = work.targets->lists[i];
         lists.told = context.told();
         for (model::placed_finding& one :
