@@ -228,8 +228,6 @@ class Progress:
 def do_all(client, inputs, settings, progress, results):
     """Hands inputs to the workers, so many ahead, and records what comes of each."""
     from distributed import as_completed
-    version = subprocess.run([settings.quilt, "--version"], capture_output=True, text=True,
-                             check=True).stdout.split()[2]
     into = os.path.abspath(settings.into)
     running, waiting = as_completed(), {}
 
@@ -243,7 +241,7 @@ def do_all(client, inputs, settings, progress, results):
                 progress.done += 1
                 progress.failed += 1
                 results.record(path, kind, None, 255, ["the folder cannot be read"])
-            elif path in results.said and is_done(path, part, arguments, version):
+            elif path in results.said and is_done(path, part, arguments, settings.version):
                 progress.skipped += 1
                 results.record(path, kind, name, 0, results.said[path], is_new=False)
             else:
@@ -268,6 +266,13 @@ def do_all(client, inputs, settings, progress, results):
         future.release()
         submit_next()
         progress.tell()
+
+
+def version_of(quilt):
+    told = subprocess.run([quilt, "--version"], capture_output=True, text=True, check=True).stdout.split()
+    if told[:1] != ["quilt"]:
+        raise OSError("is no quilt")
+    return told[2]
 
 
 def cluster_client(settings):
@@ -299,8 +304,15 @@ def parse(words):
 
 def main(words):
     settings = parse(words)
+    if os.path.dirname(settings.quilt):
+        settings.quilt = os.path.abspath(settings.quilt)
     into = Path(settings.into)
-    into.mkdir(parents=True, exist_ok=True)
+    try:
+        settings.version = version_of(settings.quilt)
+        into.mkdir(parents=True, exist_ok=True)
+    except (OSError, subprocess.CalledProcessError) as error:
+        print(error, file=sys.stderr)
+        return 2
     with open(into / ".lock", "w", encoding="utf-8") as lock:
         try:
             fcntl.lockf(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -309,7 +321,16 @@ def main(words):
             return 2
         remove_partial_reports(into)
         progress, results = Progress(), Results(into)
-        with cluster_client(settings) as client:
+        try:
+            client = cluster_client(settings)
+        except ModuleNotFoundError:
+            print("Dask is not installed for this Python: on Debian it is the package python3-distributed, for "
+                  "/usr/bin/python3", file=sys.stderr)
+            return 2
+        except (OSError, ValueError) as error:
+            print(f"no cluster at {settings.scheduler or 'this machine'}: {error}", file=sys.stderr)
+            return 2
+        with client:
             do_all(client, named_inputs(settings.input, settings.list, progress.say), settings, progress, results)
         results.put_in_place()
         remove_partial_reports(into)
