@@ -1,6 +1,7 @@
 #include "model/examination.h"
 
 #include <algorithm>
+#include <future>
 #include <iterator>
 #include <unordered_map>
 #include <utility>
@@ -75,16 +76,27 @@ constexpr std::uint64_t worth[] = {0, 1, 3, 9}; // of weights, in the sum that o
 constexpr std::size_t in_a_stretch = 256;       // subjects that one thread ranks at a time
 constexpr std::size_t most_helpers = 3;
 
-// What references lead to, ascending.
-std::vector<std::uint32_t> used_definitions(const sdb::sdb_database& database)
-{
-    std::vector<std::uint32_t> used;
-    for (const sdb::tag_table::reference& reference : database.children().references()) {
-        used.push_back(reference.target);
+// What references lead to.
+class used_definitions {
+public:
+    explicit used_definitions(const sdb::sdb_database& database) : database_(database)
+    {
+        is_used_.resize(database.tag_count());
+        for (const sdb::tag_table::reference& reference : database.children().references()) {
+            if (const auto target = database.ordinal_of(reference.target)) {
+                is_used_[target->number()] = true;
+            }
+        }
     }
-    std::ranges::sort(used);
-    return used;
-}
+    bool holds(std::uint32_t record) const
+    {
+        return is_used_[database_.ordinal_of(record)->number()];
+    }
+
+private:
+    const sdb::sdb_database& database_;
+    std::vector<bool> is_used_; // by ordinal
+};
 
 bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
 {
@@ -99,10 +111,7 @@ bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
 // fixes or tests files, and definitions to which nothing refers.
 std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
 {
-    const std::vector<std::uint32_t> used = used_definitions(database);
-    const auto is_unused = [&](std::uint32_t record) {
-        return !std::ranges::binary_search(used, record);
-    };
+    const used_definitions used(database);
     std::vector<std::uint32_t> subjects;
     for (const sdb::tag_table::list_row& list : database.children().lists()) {
         const std::uint32_t record = database.offset_at(list.ordinal);
@@ -114,7 +123,7 @@ std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
             break;
         case tag::shim:
         case tag::patch:
-            if (is_unused(record)) {
+            if (!used.holds(record)) {
                 subjects.push_back(record);
             }
             break;
@@ -131,7 +140,7 @@ std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
                                      own == tag::library || own == tag::apphelp ||
                                      sdb::tag_type(own) != sdb::type::list;
                 if (!is_told && has_reference(database, offset) &&
-                    (own != tag::layer || is_unused(offset))) {
+                    (own != tag::layer || !used.holds(offset))) {
                     subjects.push_back(offset);
                 }
             });
@@ -146,6 +155,7 @@ struct rank {
     std::uint32_t record;
     bool is_high;
     bool is_wanted;
+    bool is_plain; // nothing is found about it
 };
 struct patch_use {
     std::uint32_t patch;
@@ -157,7 +167,6 @@ struct ranked_stretch {
     io::roomy_vector<rank> ranks;
     std::vector<patch_use> patches;
     std::uint32_t cut = 0; // the first with more fixes than are looked at
-    finding_list of_database;
 };
 
 class ranker {
@@ -175,7 +184,7 @@ public:
         for (const std::uint32_t record : records) {
             judge_.look_at(seen_, record);
             made.cut = made.cut == 0 && !seen_.is_whole ? record : made.cut;
-            rank one{0, record, false, !is_wanted_};
+            rank one{0, record, false, !is_wanted_, seen_.findings.count() == 0};
             for (const finding& each : seen_.findings.all()) {
                 one.sum += worth[static_cast<std::size_t>(each.weighs)];
                 one.is_high = one.is_high || each.weighs == weight::high;
@@ -207,7 +216,7 @@ private:
     subject seen_;
 };
 
-// Ranks all, and judges the database itself, on several threads where some are to spare.
+// Ranks all, on several threads where some are to spare.
 ranked_stretch rank_subjects(const examined_database& examined, const record_groupings& groupings,
                              const request::bounds& bounds, const finding_filter& is_wanted,
                              std::span<const std::uint32_t> records, uni::thread_allowance* threads)
@@ -215,32 +224,23 @@ ranked_stretch rank_subjects(const examined_database& examined, const record_gro
     ranked_stretch all;
     const std::size_t stretches = (records.size() + in_a_stretch - 1) / in_a_stretch;
     uni::helping_threads helpers(stretches > 1 ? threads : nullptr);
-    uni::ordered_work<ranked_stretch> work(0, stretches + 1);
+    uni::ordered_work<ranked_stretch> work(0, stretches);
     const auto make_ranker = [&] {
         auto one = std::make_unique<ranker>(examined, groupings, bounds, is_wanted);
         return [&, one = std::move(one)](std::size_t number, ranked_stretch& made) {
-            if (number == 0) { // which takes longest
-                judge_database(made.of_database, examined);
-                return;
-            }
-            const auto from = records.subspan((number - 1) * in_a_stretch);
+            const auto from = records.subspan(number * in_a_stretch);
             one->rank_all(from.first(std::min(in_a_stretch, from.size())), made);
         };
     };
     if (helpers.take(most_helpers) == 0 || !work.start(helpers.count() + 1, make_ranker)) {
         ranker(examined, groupings, bounds, is_wanted).rank_all(records, all);
-        judge_database(all.of_database, examined);
         return all;
     }
-    for (std::size_t number = 0; number <= stretches; ++number) {
-        ranked_stretch& made = work.next();
-        if (number == 0) {
-            all.of_database = std::move(made.of_database);
-        } else {
-            all.ranks.insert(all.ranks.end(), made.ranks.begin(), made.ranks.end());
-            all.cut = all.cut != 0 ? all.cut : made.cut;
-            all.patches.insert(all.patches.end(), made.patches.begin(), made.patches.end());
-        }
+    for (std::size_t number = 0; number < stretches; ++number) {
+        const ranked_stretch& made = work.next();
+        all.ranks.insert(all.ranks.end(), made.ranks.begin(), made.ranks.end());
+        all.cut = all.cut != 0 ? all.cut : made.cut;
+        all.patches.insert(all.patches.end(), made.patches.begin(), made.patches.end());
     }
     return all;
 }
@@ -277,18 +277,28 @@ std::vector<told_patch> first_tellers(const std::vector<patch_use>& uses,
 
 examination::examination(const examined_database& examined, const request::bounds& bounds,
                          finding_filter is_wanted, uni::thread_allowance* threads)
-    : examined_(examined), bounds_(bounds), groupings_(examined.database),
-      order_(subjects_of(examined.database))
+    : examined_(examined), bounds_(bounds)
 {
+    examined.database.make_shared_indexes();
+    {
+        // The database itself is judged beside what must be known before its subjects are.
+        const uni::possible_helper helper(threads);
+        auto judged = std::async(helper.policy(), [&examined] {
+            finding_list findings;
+            judge_database(findings, examined);
+            findings.settle();
+            return findings;
+        });
+        groupings_ = std::make_unique<const record_groupings>(examined.database);
+        order_ = subjects_of(examined.database);
+        of_database_ = judged.get();
+    }
     if (examined.known_ones != nullptr) {
         known_ = std::erase_if(
             order_, [&](std::uint32_t record) { return examined.known_ones->holds(record); });
     }
     subject_count_ = order_.size();
-    examined.database.make_shared_indexes();
-    ranked_stretch all = rank_subjects(examined, groupings_, bounds, is_wanted, order_, threads);
-    of_database_ = std::move(all.of_database);
-    of_database_.settle();
+    ranked_stretch all = rank_subjects(examined, *groupings_, bounds, is_wanted, order_, threads);
     cut_ = all.cut;
     with_high_ = static_cast<std::size_t>(std::ranges::count(all.ranks, true, &rank::is_high));
     std::erase_if(all.ranks, [](const rank& one) { return !one.is_wanted; });
@@ -297,12 +307,16 @@ examination::examination(const examined_database& examined, const request::bound
     });
     order_.resize(all.ranks.size());
     std::ranges::transform(all.ranks, order_.begin(), &rank::record);
+    are_plain_.reserve(all.ranks.size());
+    for (const rank& one : all.ranks) {
+        are_plain_.push_back(one.is_plain);
+    }
     tellers_ = first_tellers(all.patches, order_);
 }
 
 std::unique_ptr<subject_judge> examination::make_judge() const
 {
-    return std::make_unique<subject_judge>(examined_, groupings_, bounds_);
+    return std::make_unique<subject_judge>(examined_, *groupings_, bounds_);
 }
 
 bool examination::is_first_to_tell(std::uint32_t patch, std::uint32_t record) const

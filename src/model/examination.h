@@ -88,6 +88,8 @@ public:
     // The subjects in the order in which they are to be looked at: those with a high finding first, then
     // by the sum of what is found, then as they stand.
     std::span<const std::uint32_t> subjects() const noexcept { return order_; }
+    // Whether nothing is found about one of these, by its place.
+    bool is_plain(std::size_t place) const { return are_plain_[place]; }
     // How many there are, those that are not asked for among them; and how many are left out, as they
     // stand in known databases.
     std::size_t subject_count() const noexcept { return subject_count_; }
@@ -106,8 +108,9 @@ public:
 private:
     const examined_database& examined_;
     const request::bounds bounds_;
-    const record_groupings groupings_;
+    std::unique_ptr<const record_groupings> groupings_;
     std::vector<std::uint32_t> order_;
+    std::vector<bool> are_plain_; // of these, those about which nothing is found
     std::vector<told_patch> tellers_; // ascending
     std::size_t subject_count_ = 0;
     std::size_t with_high_ = 0;

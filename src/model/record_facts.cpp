@@ -21,8 +21,8 @@ std::uint32_t child_of(const sdb::sdb_database& database, std::uint32_t list, st
         return 0;
     }
     const sdb::tag_table& relation = database.children();
-    for (sdb::tag_ordinal child = head->next(); child < relation.end(*head);
-         child = relation.end(child)) {
+    const sdb::tag_ordinal behind = relation.end(*head);
+    for (sdb::tag_ordinal child = head->next(); child < behind; child = relation.end(child)) {
         if (database.tag_at(child) == tag) {
             return database.offset_at(child);
         }

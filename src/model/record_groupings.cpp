@@ -1,7 +1,6 @@
 #include "model/record_groupings.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <span>
 #include <string>
@@ -26,7 +25,7 @@ struct named_record {
     auto operator<=>(const named_record&) const = default;
 };
 struct numbered_record {
-    std::array<std::uint8_t, uni::guid_size> id;
+    std::uint64_t id[2]; // its halves
     std::uint32_t record;
     auto operator<=>(const numbered_record&) const = default;
 };
@@ -69,7 +68,7 @@ public:
     {
         std::vector<std::uint32_t> found;
         for (std::size_t i = 1; i < numbered_.size(); ++i) {
-            if (numbered_[i].id == numbered_[i - 1].id) {
+            if (std::ranges::equal(numbered_[i].id, numbered_[i - 1].id)) {
                 found.push_back(numbered_[i].record);
             }
         }
@@ -84,10 +83,9 @@ private:
             named_.push_back({hash_of_text(name), record});
         }
         const std::uint32_t id = child_of(database_, record, tag::exe_id);
-        if (id != 0 && database_.payload_at(id).size() == uni::guid_size) {
-            numbered_record& one = numbered_.emplace_back();
-            std::ranges::copy(database_.payload_at(id).bytes(), one.id.begin());
-            one.record = record;
+        const uni::byte_view value = id == 0 ? uni::byte_view() : database_.payload_at(id);
+        if (value.size() == uni::guid_size) {
+            numbered_.push_back({{value.u64(0), value.u64(8)}, record});
         }
     }
 

@@ -103,11 +103,17 @@ public:
         }
     }
 
-    void look_at(subject& seen, std::uint32_t record)
+    void look_at_plain(subject& seen, std::uint32_t record) const
     {
         seen.record = record;
         seen.uses.clear();
         seen.findings.clear();
+        seen.is_whole = gather_fix_uses(seen.uses, database_, record, bounds_);
+    }
+
+    void look_at(subject& seen, std::uint32_t record)
+    {
+        look_at_plain(seen, record);
         to_ = &seen.findings;
         record_ = record;
         const std::uint16_t own = database_.tag_from(record);
@@ -122,7 +128,6 @@ public:
         } else if (own == tag::kdriver) {
             add(signal::driver_entries, record, finding_part(record));
         }
-        seen.is_whole = gather_fix_uses(seen.uses, database_, record, bounds_);
         for (const fix_use& use : seen.uses) {
             judge_use(use);
         }
@@ -513,6 +518,11 @@ subject_judge::~subject_judge() = default;
 void subject_judge::look_at(subject& seen, std::uint32_t record)
 {
     state_->look_at(seen, record);
+}
+
+void subject_judge::look_at_plain(subject& seen, std::uint32_t record)
+{
+    state_->look_at_plain(seen, record);
 }
 
 const known_fix* subject_judge::fix_of(const fix_use& use)

@@ -48,11 +48,11 @@ public:
           teller_(job_, all)
     {}
 
-    void make(std::span<const std::uint32_t> records, told_stretch& made)
+    void make(std::size_t first, std::size_t end, told_stretch& made)
     {
         made.left_out.clear();
         made.began_in = form_->state();
-        teller_.tell_all(records, made.left_out);
+        teller_.tell_all(first, end, made.left_out);
         made.ended_in = form_->state();
         made.is_whole = !form_->is_cut() && text_.good();
         form_->uncut();
@@ -242,14 +242,14 @@ private:
         const bool is_long = all.subjects().size() >= fewest_stretches * in_a_stretch;
         uni::helping_threads helpers(is_long ? work_.threads : nullptr);
         if (helpers.take(most_helpers) == 0 || !tell_stretches(all, helpers.count() + 1)) {
-            tell_some(all, all.subjects());
+            tell_some(all, 0, all.subjects().size());
         }
     }
 
-    void tell_some(const model::examination& all, std::span<const std::uint32_t> records)
+    void tell_some(const model::examination& all, std::size_t first, std::size_t end)
     {
         subject_teller::surplus_list left_out;
-        subject_teller(work_, all).tell_all(records, left_out);
+        subject_teller(work_, all).tell_all(first, end, left_out);
         say_left_out(left_out);
     }
 
@@ -257,16 +257,15 @@ private:
     // was begun in another state of the form, or is too long, is told again here. False where there are no threads.
     bool tell_stretches(const model::examination& all, std::size_t threads)
     {
-        const std::span<const std::uint32_t> records = all.subjects();
-        const std::size_t count = (records.size() + in_a_stretch - 1) / in_a_stretch;
-        const auto stretch_of = [&](std::size_t number) {
-            const auto from = records.subspan(number * in_a_stretch);
-            return from.first(std::min(in_a_stretch, from.size()));
+        const std::size_t subjects = all.subjects().size();
+        const std::size_t count = (subjects + in_a_stretch - 1) / in_a_stretch;
+        const auto end_of = [=](std::size_t number) {
+            return std::min((number + 1) * in_a_stretch, subjects);
         };
         const auto make_maker = [&] {
             auto maker = std::make_unique<stretch_maker>(work_, all);
             return [&, maker = std::move(maker)](std::size_t number, told_stretch& made) {
-                maker->make(stretch_of(number), made);
+                maker->make(number * in_a_stretch, end_of(number), made);
             };
         };
         uni::ordered_work<told_stretch> work(0, count);
@@ -274,7 +273,7 @@ private:
             return false;
         }
         for (std::size_t number = 0; number < count; ++number) {
-            if (!work_.form.takes_more(stretch_of(number).front())) {
+            if (!work_.form.takes_more(all.subjects()[number * in_a_stretch])) {
                 break;
             }
             const told_stretch& made = work.next();
@@ -283,7 +282,7 @@ private:
                 work_.form.take(made.text.view(), 0, made.ended_in);
                 say_left_out(made.left_out);
             } else {
-                tell_some(all, stretch_of(number));
+                tell_some(all, number * in_a_stretch, end_of(number));
             }
         }
         return true;

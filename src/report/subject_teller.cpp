@@ -41,13 +41,18 @@ std::vector<std::string> change_lines(const sdb::sdb_database& database, std::ui
 
 } // namespace
 
-void subject_teller::tell_all(std::span<const std::uint32_t> records, surplus_list& left_out)
+void subject_teller::tell_all(std::size_t first, std::size_t end, surplus_list& left_out)
 {
-    for (const std::uint32_t record : records) {
+    for (std::size_t place = first; place < end; ++place) {
+        const std::uint32_t record = all_.subjects()[place];
         if (!work_.form.takes_more(record)) {
             return;
         }
-        judge_->look_at(seen_, record);
+        if (all_.is_plain(place)) {
+            judge_->look_at_plain(seen_, record);
+        } else {
+            judge_->look_at(seen_, record);
+        }
         tell();
         const surplus_list of_one = seen_.findings.left_out();
         left_out.insert(left_out.end(), of_one.begin(), of_one.end());
@@ -92,6 +97,10 @@ void subject_teller::tell_effects()
 
 void subject_teller::tell_findings()
 {
+    if (seen_.findings.count() == 0) {
+        work_.form.end_rows();
+        return;
+    }
     const std::string program =
         shortened(model::name_of_list(*work_.database, seen_.record, longest_part));
     std::uint32_t last_patch = 0;

@@ -130,7 +130,8 @@ public:
     template <typename action>
     void for_each_child(tag_ordinal list, action&& act) const
     {
-        for (tag_ordinal child = list.next(); child < end(list); child = end(child)) {
+        const tag_ordinal behind = end(list);
+        for (tag_ordinal child = list.next(); child < behind; child = end(child)) {
             act(child);
         }
     }
