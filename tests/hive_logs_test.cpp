@@ -187,7 +187,7 @@ TEST(hive_logs, are_taken_as_far_as_they_hold)
         {"a number is missing",
          dirty,
          {new_log(one, 10, {first, entry_of(12, two, three)})},
-         "2 by 1"},
+         "2 by 1, more left"},
         {"a log begins too late",
          dirty,
          {new_log(one, 10, {first}), new_log(one, 12, {entry_of(12, two, three)})},

@@ -117,6 +117,13 @@ class Images(Runs):
                 yield record, at, whole[at:at + length]
                 at += length or 1024
 
+    def entries(self, image, name):
+        """Where the entries of indexes stand that have a name."""
+        units = name.encode("utf-16-le")
+        return [found.start() - 82 for found in re.finditer(re.escape(units), image)
+                if image[found.start() - 2] == len(name)
+                and struct.unpack_from("<H", image, found.start() - 72)[0] == 66 + len(units)]
+
     def listed(self, volume, *options, code=0):
         lines, self.said = self.rows("-partition", volume, "-listsdb", *options, code=code)
         return [line for line in lines if ".sdb" in line.lower()]
@@ -376,11 +383,14 @@ class Deleted(Images):
         with images.mounted(image) as root:
             content = Path(root, "Files/gone.sdb").read_bytes()
             Path(root, "new").touch()
+            folder = f"{os.stat(Path(root, 'Files/gone.sdb')).st_ino}-2"
+            Path(root, "$deleted", folder).mkdir(parents=True)  # something else of the same name
+            Path(root, "$deleted", folder, "gone.sdb").write_bytes(small_database(1, "living"))
             os.unlink(Path(root, "Files/gone.sdb"))
             os.unlink(Path(root, "Files/sparse.sdb"))  # it has another name
         paths = self.listed(image, "-deleted")
         self.assertEqual(paths[:-1], self.expected(image))
-        self.assertRegex(paths[-1], r"image/\$deleted/\d+-\d+/gone\.sdb$")
+        self.assertEqual(paths[-1], f"{image}/$deleted/{folder}/gone.sdb")
         result = run("-sdb", paths[-1], "-stats", "-json")
         self.assertRegex(result.stderr.decode(), r"was deleted: of its (\d+) clusters \1 are no other")
         self.assertIn(f'"size":{len(content)},', result.stdout.decode())
@@ -392,6 +402,10 @@ class Deleted(Images):
         result = run("-sdb", paths[-1].replace(image, self.write("other", whole)), "-stats", "-json")
         self.assertIn("it is unknown which are no other file's yet", result.stderr.decode())
         self.assertRegex(result.stdout.decode(), r'"deleted":{"clusters":\d+,"unallocated":null}')
+        found, _ = self.rows("-enumdir", image, "-num_subdirs", "3", "-filter", "gone.sdb", "-stats", "-json")
+        living = re.search(r'"database":"(.*?)"', " ".join(found))[1]
+        self.assertEqual(living, f"{image}/./$deleted/{folder}/gone.sdb")
+        self.assertIn('"name":"living"', run("-sdb", living, "-stats", "-json").stdout.decode())
         lines, said = self.rows("-enumdir", image, "-deleted", "-filter", "gone*", "-stats", "-csv")
         self.assertIn("was deleted", said)
         with images.mounted(image) as root:  # in whose clusters something else comes to lie
@@ -460,16 +474,8 @@ def marvin(data):
 class Damage(Images):
     def test_a_folder_that_leads_back_ends_a_walk(self):
         image = bytearray(Path(VOLUME).read_bytes())
-
-        def entries(name):
-            """Where the entries of indexes stand that have a name."""
-            units = name.encode("utf-16-le")
-            return [found.start() - 82 for found in re.finditer(re.escape(units), image)
-                    if image[found.start() - 2] == len(name)
-                    and struct.unpack_from("<H", image, found.start() - 72)[0] == 66 + len(units)]
-
-        above = entries("Files")[0]
-        for at in entries("er"):
+        above = self.entries(image, "Files")[0]
+        for at in self.entries(image, "er"):
             image[at:at + 8] = image[above:above + 8]
         result = run("-enumdir", self.write("image", image), "-num_subdirs", "100000", "-filter", "*.sdb",
                      "-stats", "-csv", "-quiet")
@@ -504,6 +510,9 @@ class Damage(Images):
                                    (content + 4, b"\xff\xff", is_told),    # length
                                    (content, b"\xd0", is_told),            # type
                                    (content + 12, b"\2", is_packed),       # compressed in an unknown way
+                                   (content + 12, b"\0", in_doubt),  # has holes that it may not have
+                                   (record + 6, b"\1", in_doubt),  # says less of how it was written
+                                   (record + 56, b"\xd0", in_doubt),  # the standard information
                                    (record + 1022, b"\x55\x55", in_doubt)):  # its second half is not its own
             image = bytearray(whole)
             image[place:place + len(value)] = value
@@ -513,6 +522,44 @@ class Damage(Images):
             self.assertIn(f"{image}/{path}: {said}", result.stderr.decode())
             _, told = self.rows("-partition", image, "-by_content", "-explain", code=FAILED)
             self.assertIn(f"1 files of {image} could not be read, and may be databases", told)
+
+    def test_no_entry_of_an_index_is_believed_against_its_record(self):
+        whole = Path(VOLUME).read_bytes()
+        entry, = self.entries(whole, "packed.sdb")
+        other, = self.entries(whole, "tool.SDB")
+        is_damaged = "/Packed: its index is damaged\n"
+        for place, value, said in ((entry + 12, b"\2", is_damaged),   # the last one
+                                   (entry + 8, b"\x80", is_damaged),  # length
+                                   (entry, whole[other:other + 8], "its record tells that it lies elsewhere\n"),
+                                   (entry + 81, b"\2", "")):          # a short name, though there is no other
+            image = bytearray(whole)
+            image[place:place + len(value)] = value
+            result = run("-enumdir", self.write("image", image) + "/Packed", "-stats", "-csv", "-quiet", "-no_header")
+            self.assertEqual(result.returncode, FAILED if said else 0, said)
+            self.assertIn(said, result.stderr.decode())
+            self.assertEqual(b"packed.sdb" in result.stdout, said == "", said)
+
+    def test_names_that_no_path_can_hold_are_told_apart(self):
+        image = shutil.copy(VOLUME, self.path("image"))
+        names = [f"one {letter}.sdb" for letter in "abcdefgh"]
+        with images.mounted(image) as root:
+            for number, name in enumerate(names):
+                Path(root, name).write_bytes(small_database(number + 1, name))
+        whole = Path(image).read_bytes()
+        for unit in (0xD800, 0xD801, ord("/")):
+            while True:  # up to one that no sector's end parts
+                units = names.pop().encode("utf-16-le")
+                kept = sum(units in bytes_of for _, _, bytes_of in self.attributes(whole) if bytes_of[0] == 0x30)
+                if kept and self.entries(whole, units.decode("utf-16-le")):
+                    break
+            whole = whole.replace(units, units[:8] + struct.pack("<H", unit) + units[10:])
+        listed, _ = self.rows("-enumdir", self.write("image", whole), "-stats", "-json")
+        found = [re.search(r'"database":"(.*?)","size":(\d+)', line) for line in listed
+                 if '"statistics"' in line and "\ufffd" in line]
+        self.assertEqual(sorted(each[1].rsplit("/", 1)[1] for each in found),
+                         [f"one \ufffd{unit}.sdb" for unit in ("002f", "d800", "d801")])
+        self.assertEqual(len({each[2] for each in found}), 3)
+        self.assertEqual(run("-sdb", found[0][1], "-stats").returncode, 0)
 
     def test_whatever_a_byte_of_a_record_or_index_becomes_a_walk_ends(self):
         whole = Path(VOLUME).read_bytes()

@@ -54,7 +54,7 @@ class Reading(Runs):
         self.assertRegex(self.said, rf"\A(Prob reading volume {volume}: (is|lies) .+\n|"
                          rf"(Prob reading folder {root}\S*: .+\n)*"
                          rf"(no hive {root}\S+: .+\n|Prob reading hive \S+: .+\n|"
-                         rf"hive {root}\S+ is damaged, not all that it should hold was read\n)?"
+                         rf"hive {root}\S+ is damaged, not all that it should hold was read\n)*"
                          rf"({'' if lines else f'no database found on {root}.*'}\n)?)\Z")
         self.assertEqual((result.returncode == 0, bool(lines)), (not self.said, bool(lines)))
         return lines

@@ -40,6 +40,21 @@ private:
     const std::uint64_t size_;
 };
 
+constexpr const char* lies_elsewhere = "its record tells that it lies elsewhere";
+
+// Whether the record of a file knows the name and the folder under which it was found.
+bool is_told_by(const ntfs::stored_file& file, const place_on_volume& place)
+{
+    if (place.in != place_on_volume::area::living || place.names.empty()) {
+        return true;
+    }
+    std::string_view name = place.names.back();
+    name.remove_prefix(name.starts_with("./") ? 2 : 0);
+    return std::ranges::any_of(file.names, [&](const ntfs::stored_name& each) {
+        return ntfs::entry_of(each.parent) == ntfs::entry_of(place.parent) && each.name == name;
+    });
+}
+
 std::string text_of(std::u16string_view name)
 {
     return uni::utf8_from_utf16(name);
@@ -80,6 +95,26 @@ io::file_history history_of(ntfs::ntfs_volume& volume, const ntfs::stored_file& 
     return history;
 }
 
+// Ascending, where there are short names among them.
+std::vector<std::uint64_t> references_of_long_names(const ntfs::folder& children)
+{
+    std::vector<std::uint64_t> found;
+    bool has_short = false;
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        const ntfs::folder::child child = children.at(i);
+        has_short = has_short || child.is_short_name;
+        if (!child.is_short_name) {
+            found.push_back(child.reference);
+        }
+    }
+    if (has_short) {
+        std::ranges::sort(found);
+    } else {
+        found.clear();
+    }
+    return found;
+}
+
 // The name of the folder of one that was deleted, and what such a name tells.
 std::string record_name(std::uint64_t reference)
 {
@@ -101,6 +136,12 @@ std::optional<std::uint64_t> read_record_name(std::string_view name)
     return second.ec == std::errc{} && second.ptr == end && record_name(reference) == name
                ? std::optional(reference)
                : std::nullopt;
+}
+
+// What stands in the root under the name of the folder of those that were deleted is told apart from it.
+std::string name_in_root(const std::string& name)
+{
+    return uni::equal_ignoring_case(name, deleted_folder) ? "./" + name : name;
 }
 
 } // namespace
@@ -173,7 +214,8 @@ bool mounted_volume::find(std::string_view path, place_on_volume& place, std::st
 bool mounted_volume::find_parted(std::string_view path, std::string_view separators,
                                  place_on_volume& place, std::string& reason)
 {
-    place = {};
+    const bool names_living =
+        path == "." || (path.starts_with('.') && separators.find(path[1]) != path.npos);
     std::vector<std::string_view> names;
     while (!path.empty()) {
         const std::size_t end = std::min(path.find_first_of(separators), path.size());
@@ -182,17 +224,23 @@ bool mounted_volume::find_parted(std::string_view path, std::string_view separat
         }
         path.remove_prefix(std::min(path.find_first_not_of(separators, end), path.size()));
     }
+    if (!names_living && find_deleted(names, place, reason)) {
+        return true;
+    }
+    place = {};
+    reason.clear();
     std::vector<step> steps = {{ntfs::root_entry, {}}};
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (names[i] == ".." && steps.size() > 1) {
             steps.pop_back();
         } else if (!enter(steps, names[i], i + 1 == names.size(), place, reason)) {
-            return reason == no_such_file && find_deleted(names, place, reason);
+            return false;
         }
     }
     place.reference = steps.back().reference;
+    place.parent = steps.size() > 1 ? steps[steps.size() - 2].reference : 0;
     for (std::size_t i = 1; i < steps.size(); ++i) {
-        place.names.push_back(std::move(steps[i].name));
+        place.names.push_back(i == 1 ? name_in_root(steps[i].name) : std::move(steps[i].name));
     }
     return true;
 }
@@ -204,7 +252,8 @@ bool mounted_volume::find_deleted(const std::vector<std::string_view>& names,
     using enum place_on_volume::area;
     place = {};
     reason = no_such_file;
-    if (names.size() > 3 || !uni::equal_ignoring_case(names.front(), deleted_folder)) {
+    if (names.empty() || names.size() > 3 ||
+        !uni::equal_ignoring_case(names.front(), deleted_folder)) {
         return false;
     }
     place.in = all_deleted;
@@ -332,7 +381,7 @@ mounted_volume::known_folder* mounted_volume::folder_at(const std::vector<step>&
             return (name.is_short_name() || &name == &*own) && name.name == here.name;
         });
     if (!is_here) {
-        reason = "its record tells that it lies elsewhere";
+        reason = lies_elsewhere;
         return nullptr;
     }
     return folder;
@@ -404,6 +453,10 @@ std::unique_ptr<io::byte_source> mounted_volume::open(const place_on_volume& pla
         reason = file.is_in_use ? no_such_file : "its record is free, as that of a deleted file";
         return nullptr;
     }
+    if (!is_told_by(file, place)) {
+        reason = lies_elsewhere;
+        return nullptr;
+    }
     const ntfs::record_row* const stream = file.stream(place.stream);
     if (stream == nullptr) {
         // Each file has a content, be it empty.
@@ -432,7 +485,8 @@ bool mounted_volume::read_facts(const place_on_volume& place, platform::file_fac
     }
     ntfs::mft_entries_ctx context(*volume_);
     ntfs::stored_file file;
-    if (ntfs::read_stored_file(context, place.reference, file) != ntfs::record_state::read) {
+    if (ntfs::read_stored_file(context, place.reference, file) != ntfs::record_state::read ||
+        !is_told_by(file, place)) {
         return false;
     }
     const ntfs::record_row* const stream = file.stream(place.stream);
@@ -454,12 +508,17 @@ bool mounted_volume::list_streams(const place_on_volume& place, std::vector<std:
     ntfs::stored_file file;
     bool are_all =
         ntfs::read_stored_file(context, place.reference, file) == ntfs::record_state::read &&
-        file.is_whole;
+        file.is_whole && is_told_by(file, place);
     for (const ntfs::record_row& stream : file.streams) {
-        if (stream.is_named && !stream.name.empty()) {
+        if (!stream.is_named) {
+            continue;
+        }
+        const bool can_be_named = !stream.name.empty() && file.stream(stream.name) == &stream &&
+                                  stream.name.find('/') == std::string::npos;
+        are_all = are_all && can_be_named;
+        if (can_be_named) {
             names.push_back(stream.name);
         }
-        are_all = are_all && stream.is_named == !stream.name.empty();
     }
     return are_all;
 }
@@ -475,7 +534,8 @@ platform::listing_result mounted_volume::list(const place_on_volume& place,
     }
     std::vector<step> steps = {{ntfs::root_entry, {}}};
     std::string reason;
-    for (const std::string& name : place.names) {
+    for (std::string_view name : place.names) {
+        name.remove_prefix(name.starts_with("./") ? 2 : 0);
         const ntfs::folder::child found = look_up(steps, name, reason);
         if (found.name.empty()) {
             return {false, false, reason};
@@ -487,17 +547,21 @@ platform::listing_result mounted_volume::list(const place_on_volume& place,
         return {false, false, reason == no_such_file ? "is no folder" : reason};
     }
     entries.reserve(folder->children.size());
+    const std::vector<std::uint64_t> with_long_name = references_of_long_names(folder->children);
     for (std::size_t i = 0; i < folder->children.size(); ++i) {
         const ntfs::folder::child child = folder->children.at(i);
-        // The file system's own files are not shown, as systems do not show them.
-        if (child.is_short_name || ntfs::entry_of(child.reference) < first_user_entry) {
+        // The file system's own files are not shown, as systems do not show them, nor is a short name of one
+        // that has another.
+        if (ntfs::entry_of(child.reference) < first_user_entry ||
+            (child.is_short_name && std::ranges::binary_search(with_long_name, child.reference))) {
             continue;
         }
         using enum platform::entry_kind;
-        entries.push_back({text_of(child.name), child.is_directory()
-                                                    ? (child.is_link() ? directory_link : directory)
-                                                : child.is_link() ? file_link
-                                                                  : file});
+        std::string name = text_of(child.name);
+        entries.push_back({steps.size() == 1 ? name_in_root(name) : std::move(name),
+                           child.is_directory() ? (child.is_link() ? directory_link : directory)
+                           : child.is_link()    ? file_link
+                                                : file});
     }
     return folder->state == ntfs::folder::state::whole
                ? platform::listing_result{true, false, {}}

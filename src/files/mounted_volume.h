@@ -25,7 +25,8 @@ struct image_bytes {
     std::mutex mutex;
 };
 
-// The folder of files that were deleted, below the root; it is none of the volume's own.
+// The folder of files that were deleted, below the root; it is none of the volume's own. One of that name is
+// named with a "./" in front.
 inline constexpr std::string_view deleted_folder = "$deleted";
 
 // What a path on a volume leads to.
@@ -35,6 +36,7 @@ struct place_on_volume {
 
     area in = area::living;
     std::uint64_t reference = 0;    // of its record
+    std::uint64_t parent = 0;       // of a living one: that of the folder where it was found
     std::vector<std::string> names; // from the root, as they stand on the volume
     std::string stream;             // behind a colon; empty for the content
 };

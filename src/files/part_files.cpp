@@ -104,9 +104,12 @@ bool add_parts(part_files& parts, const std::string& path, const make_ending& en
         }
         ++number;
     } while (number < most_parts && is_there(stem + ending_of(number)));
-    if (is_there(stem + ending_of(number + 1))) {
-        reason = "is an image in parts, of which " + stem + ending_of(number) + " is missing";
-        return false;
+    constexpr unsigned most_missing = 50;
+    for (unsigned behind = number + 1; behind <= number + most_missing; ++behind) {
+        if (is_there(stem + ending_of(behind))) {
+            reason = "is an image in parts, of which " + stem + ending_of(number) + " is missing";
+            return false;
+        }
     }
     return true;
 }

@@ -238,8 +238,27 @@ struct entry_place {
     io::byte_vector read() const { return read_at(*log->source, offset, size); }
 };
 
-// The entries of a log that follow each other from its own sequence number on, by number.
-void collect_entries(const known_log& log, std::multimap<std::uint32_t, entry_place>& entries)
+// Whether an entry of a later number than those that were collected stands somewhere behind. (Those of earlier
+// numbers are what is left of an older use of the log.)
+bool has_later_entry(const known_log& log, std::uint64_t at, std::uint32_t wanted)
+{
+    constexpr std::uint64_t piece_size = 0x10000;
+    for (; at < log.source->size(); at += piece_size) {
+        const io::byte_vector bytes = read_at(*log.source, at, piece_size);
+        const uni::byte_view piece(bytes);
+        for (std::uint64_t place = 0; place + 16 <= piece.size(); place += block_size) {
+            const std::uint32_t number = piece.u32(place + 12);
+            if (piece.u32(place) == entry_mark && number > wanted) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// The entries of a log that follow each other from its own sequence number on, by number. False if later ones
+// stand behind one that is damaged or missing.
+bool collect_entries(const known_log& log, std::multimap<std::uint32_t, entry_place>& entries)
 {
     constexpr std::uint64_t head_size = 40;
     std::uint32_t wanted = log.head().u32(field::primary);
@@ -248,11 +267,11 @@ void collect_entries(const known_log& log, std::multimap<std::uint32_t, entry_pl
         const uni::byte_view head(bytes);
         const std::uint64_t size = head.u32(4);
         if (head.size() < head_size || head.u32(0) != entry_mark || head.u32(12) != wanted) {
-            return;
+            return !has_later_entry(log, at, wanted);
         }
         entries.emplace(wanted, entry_place{&log, at, size});
         if (size < head_size || size % block_size != 0 || size > log.source->size() - at) {
-            return; // which ends the work when it is this one's turn
+            return true; // which ends the work when it is this one's turn
         }
         at += size;
     }
@@ -290,9 +309,10 @@ void take_entries(const std::vector<known_log>& logs, std::uint32_t from, change
                   log_outcome& outcome)
 {
     std::multimap<std::uint32_t, entry_place> entries;
+    bool are_all = true;
     for (const known_log& log : logs) {
         if (log.is_new() && log.head().u32(field::primary) >= from) {
-            collect_entries(log, entries);
+            are_all = collect_entries(log, entries) && are_all;
         }
     }
     std::vector<std::pair<std::uint64_t, uni::byte_view>> pages;
@@ -320,7 +340,7 @@ void take_entries(const std::vector<known_log>& logs, std::uint32_t from, change
         taken += static_cast<std::uint64_t>(std::distance(same.first, same.second));
         ++outcome.entries;
     }
-    outcome.is_complete = taken == entries.size();
+    outcome.is_complete = are_all && taken == entries.size();
 }
 
 // Takes an old log; false, and nothing is taken, if it is not whole or none for this hive.

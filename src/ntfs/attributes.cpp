@@ -73,7 +73,7 @@ std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
     while (list.contains(position, list_entry_head)) {
         const std::uint64_t length = list.u16(position + 4);
         if (length < list_entry_head) {
-            is_whole = length == 0;
+            is_whole = false;
             return records;
         }
         const std::uint32_t type = list.u32(position);
@@ -94,6 +94,21 @@ std::vector<listed_record> records_of(uni::byte_view list, std::uint64_t entry,
     return records;
 }
 
+// Whether a record holds the attributes of which its list says so, given those that it has, ascending.
+bool holds_own(uni::byte_view list, std::uint64_t entry,
+               const std::vector<std::pair<std::uint32_t, std::uint16_t>>& own)
+{
+    for (std::uint64_t at = 0; list.contains(at, list_entry_head) && list.u16(at + 4) != 0;
+         at += list.u16(at + 4)) {
+        const bool is_here = entry_of(list.u64(at + 16)) == entry;
+        if (is_here && !std::binary_search(own.begin(), own.end(),
+                                           std::pair(list.u32(at), list.u16(at + 24)))) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Reads a record that extends `entry`. False if it cannot be read or extends another.
 bool read_extension(mft_entries_ctx& context, std::uint64_t entry, std::uint64_t record,
                     std::vector<std::uint8_t>& buffer)
@@ -110,6 +125,8 @@ bool read_extension(mft_entries_ctx& context, std::uint64_t entry, std::uint64_t
     const std::uint64_t base = file_record(buffer).base_reference();
     if (base != 0) {
         owner->second = entry_of(base);
+    } else {
+        context.incomplete = true; // it is another file, or has lost whom it extends
     }
     return owner->second == entry;
 }
@@ -171,6 +188,16 @@ void add_part(record_row& row, const attribute& part)
     runs_to_extents(runs, row.extents);
 }
 
+// Whether a resident attribute tells of another value than it holds: one that leaves it, or, where it is as long
+// as if it had clusters, none.
+bool has_lost_value(const attribute& found)
+{
+    constexpr std::uint64_t least_with_clusters = 64;
+    const std::uint32_t told = found.bytes().u32(16);
+    return told != 0 ? found.value().empty()
+                     : !found.is_named() && found.bytes().size() >= least_with_clusters;
+}
+
 // Makes rows of attributes as they are met.
 class row_collection {
 public:
@@ -218,6 +245,7 @@ void row_collection::add(const attribute& found)
     uni::utf16_to_text(found.name(), row.name);
     if (row.is_resident) {
         const std::span<const std::uint8_t> value = found.value().bytes();
+        row.is_damaged = has_lost_value(found);
         row.value.assign(value.begin(), value.end());
         row.allocated_size = row.real_size = row.initialized_size = value.size();
     } else {
@@ -305,15 +333,18 @@ void visit_attributes(mft_entries_ctx& context, std::uint64_t entry, const file_
                       const attribute_visitor& visit)
 {
     std::vector<std::uint8_t> list;
+    std::vector<std::pair<std::uint32_t, std::uint16_t>> own;
     context.incomplete = false;
     attribute_walk walk(record, longest);
     for (attribute found; walk.next(found);) {
+        own.emplace_back(found.type(), found.id());
         if (found.type() == attribute_type::attribute_list && list.empty()) {
             list = read_list(context, found);
         }
         visit(found);
     }
-    context.incomplete |= walk.is_damaged();
+    std::sort(own.begin(), own.end());
+    context.incomplete |= walk.is_damaged() || !holds_own(uni::byte_view(list), entry, own);
     visit_listed(context, entry, uni::byte_view(list), longest, types, visit);
 }
 
@@ -340,7 +371,7 @@ bool list_record_attributes(mft_entries_ctx& context, std::uint64_t entry,
     const bool is_torn = context.torn;
     visit_attributes(context, entry, record, context.volume.record_size, {},
                      [&collection](const attribute& found) { collection.add(found); });
-    context.incomplete |= is_torn;
+    context.incomplete |= is_torn || std::ranges::any_of(rows, &record_row::is_damaged);
     collection.finish();
     return true;
 }

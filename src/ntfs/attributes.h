@@ -30,7 +30,8 @@ struct record_row {
     std::string name;
     std::uint16_t flags = 0; // of the row for a record, the record's own
     bool is_resident = true;
-    bool has_start = false; // the part that tells the sizes was met; true of a resident one
+    bool is_damaged = false; // resident, and its value leaves it
+    bool has_start = false;  // the part that tells the sizes was met; true of a resident one
     std::uint64_t allocated_size = 0; // bytes, as the next three
     std::uint64_t real_size = 0;
     std::uint64_t initialized_size = 0;

@@ -115,7 +115,7 @@ constexpr std::uint64_t entry_place(std::uint64_t number)
 
 bool is_extended(std::uint32_t kind)
 {
-    return kind == 0x05 || kind == 0x0f;
+    return kind == 0x05 || kind == 0x0f || kind == 0x85;
 }
 
 // Bytes of a disk, those that there are.
@@ -205,9 +205,9 @@ private:
     }
     void add(std::uint32_t kind, std::uint64_t start, std::uint64_t count, unsigned number)
     {
-        if (start <= last_sector && count <= last_sector) {
-            found.push_back({kind, start * sector_, count * sector_, number});
-        }
+        // One beyond all disks stays in the list, so that it is told.
+        start = std::min(start, last_sector);
+        found.push_back({kind, start * sector_, std::min(count, last_sector) * sector_, number});
     }
     std::uint64_t sectors() const
     {
@@ -225,6 +225,7 @@ private:
     std::uint64_t sector_;
     unsigned next_in_chain_ = 5;
     bool has_gpt_ = false;
+    bool has_absurd_entry_ = false; // in a table whose sums may be right
 };
 
 void table_walk::take_table(byte_view table)
@@ -237,6 +238,7 @@ void table_walk::take_table(byte_view table)
             take_gpt();
         } else if (is_extended(kind)) {
             guess_before(entry.u32(8));
+            state = entry.u32(8) == 0 ? table_state::damaged : state;
             take_chain(entry.u32(8));
         } else if (kind != 0) {
             add(kind, entry.u32(8), entry.u32(12), i + 1);
@@ -339,9 +341,12 @@ bool table_walk::take_gpt_at(std::uint64_t sector, bool must_be_sound)
         const byte_view entry = byte_view(bytes).slice(i * size, size);
         const std::uint64_t first = entry.u64(32);
         const std::uint64_t last = entry.u64(40);
-        if ((entry.u64(0) | entry.u64(8)) != 0 && first <= last) {
-            add(gpt_kind, first, last - first + 1, static_cast<unsigned>(i + 1));
+        const bool is_used = (entry.u64(0) | entry.u64(8)) != 0;
+        if (is_used && first <= last) {
+            add(gpt_kind, first, std::min(last - first, last_sector) + 1,
+                static_cast<unsigned>(i + 1));
         }
+        has_absurd_entry_ = has_absurd_entry_ || (is_used && first > last);
     }
     return true;
 }
@@ -349,13 +354,13 @@ bool table_walk::take_gpt_at(std::uint64_t sector, bool must_be_sound)
 void table_walk::take_gpt()
 {
     const std::uint64_t copy = sectors() != 0 ? sectors() - 1 : 0;
-    if (take_gpt_at(1, true)) {
-        return;
+    if (!take_gpt_at(1, true)) {
+        state = take_gpt_at(copy, true) ? table_state::copy : table_state::damaged;
+        if (state == table_state::damaged && !take_gpt_at(1, false)) {
+            take_gpt_at(copy, false);
+        }
     }
-    state = take_gpt_at(copy, true) ? table_state::copy : table_state::damaged;
-    if (state == table_state::damaged && !take_gpt_at(1, false)) {
-        take_gpt_at(copy, false);
-    }
+    state = has_absurd_entry_ ? table_state::damaged : state;
 }
 
 struct type_name {
@@ -455,6 +460,12 @@ disk_table read_partitions(RAW_DISK_IO& disk)
     table_walk walk(disk, sector);
     if (marked != 0) {
         walk.take_table(byte_view(first));
+        if (walk.found.empty() && sector_size_by_gpt(disk) == sector) {
+            walk.take_gpt(); // what stood in front of it was wiped
+            if (walk.state == table_state::damaged) {
+                return {};
+            }
+        }
     } else if (walk.take_gpt(); walk.state == table_state::damaged) {
         return {}; // what is left of an older use of the disk
     }

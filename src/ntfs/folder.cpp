@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "ntfs/attributes.h"
+#include "ntfs/directory.h"
 #include "ntfs/index_blocks.h"
+#include "ntfs/usable_name.h"
 
 namespace ntfs {
 
@@ -15,36 +17,6 @@ constexpr unsigned node_below = 1; // it leads to a block, as no other entry doe
 constexpr unsigned last_entry = 2;
 
 constexpr std::uint8_t dos_alone = 2;
-constexpr char16_t no_character = 0xfffd;
-
-bool is_high(char16_t unit)
-{
-    return unit >= 0xd800 && unit <= 0xdbff;
-}
-
-bool is_low(char16_t unit)
-{
-    return unit >= 0xdc00 && unit <= 0xdfff;
-}
-
-// Makes of a name what a path can hold, so that no file is hidden by its name: what is no text, or
-// would part the path, becomes U+FFFD.
-void make_usable(std::u16string& names, std::size_t from)
-{
-    for (std::size_t i = from; i < names.size(); ++i) {
-        const bool has_partner =
-            (is_high(names[i]) && i + 1 < names.size() && is_low(names[i + 1])) ||
-            (is_low(names[i]) && i > from && is_high(names[i - 1]));
-        if (names[i] == 0 || names[i] == u'/' ||
-            ((is_high(names[i]) || is_low(names[i])) && !has_partner)) {
-            names[i] = no_character;
-        }
-    }
-    const std::u16string_view name = std::u16string_view(names).substr(from);
-    if (name == u"..") {
-        names[from] = no_character;
-    }
-}
 
 // Where the index of a directory lies, as its record tells.
 struct index_rows {
@@ -108,18 +80,14 @@ bool folder::take_entry(uni::byte_view key, std::uint64_t reference)
     if (length == 0 || !key.contains(name_place, length)) {
         return false;
     }
+    if (length == 2 && key.u16(name_place) == u'.' && entry_of(reference) == root_entry) {
+        return true; // of the root, itself
+    }
     const std::size_t from = names_.size();
-    names_.resize(from + key.u8(64));
-    for (std::size_t i = 0; i < key.u8(64); ++i) {
-        names_[from + i] = key.u16(name_place + i * 2);
-    }
-    if (names_.compare(from, names_.npos, u".") == 0) { // of the root, itself
-        names_.resize(from);
-        return true;
-    }
-    make_usable(names_, from);
-    children_.push_back(
-        {reference, from, key.u32(56), key.u32(60), key.u8(64), (key.u8(65) & 3) == dos_alone});
+    has_marked_names_ |= append_usable(names_, key.slice(name_place, length));
+    children_.push_back({reference, from, key.u32(56), key.u32(60),
+                         static_cast<std::uint16_t>(names_.size() - from),
+                         (key.u8(65) & 3) == dos_alone});
     return true;
 }
 
@@ -131,12 +99,15 @@ bool folder::take_node(uni::byte_view node)
     while (position < end && node.contains(position, index_entry_header)) {
         const std::uint64_t length = node.u16(position + 8);
         const std::uint64_t key = node.u16(position + 10);
-        nodes_below_ += node.u16(position + 12) & node_below;
+        const bool leads_on = (node.u16(position + 12) & node_below) != 0;
+        nodes_below_ += leads_on ? 1 : 0;
         if ((node.u16(position + 12) & last_entry) != 0) {
-            return true;
+            return position + length == end;
         }
-        if (length < index_entry_header || !node.contains(position, length) ||
-            key > length - index_entry_header ||
+        constexpr std::uint64_t unit = 8;
+        const std::uint64_t expected =
+            (index_entry_header + key + unit - 1) / unit * unit + (leads_on ? unit : 0);
+        if (length != expected || !node.contains(position, length) ||
             !take_entry(node.slice(position + index_entry_header, key), node.u64(position))) {
             return false;
         }
@@ -151,6 +122,7 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
     names_.clear();
     nodes_below_ = 0;
     is_sorted_ = false;
+    has_marked_names_ = false;
     std::vector<record_row> rows;
     list_record_attributes(context, entry, rows);
     bool is_whole = !context.incomplete;
@@ -164,19 +136,36 @@ folder::state folder::read(mft_entries_ctx& context, std::uint64_t entry)
     std::uint64_t blocks = 0;
     if (index.allocation != nullptr) {
         block_use use(context, index.bitmap);
+        // Blocks are counted in clusters, and in sectors where a cluster is larger than one of them.
+        const std::uint64_t cluster = context.volume.cluster_size;
+        const std::uint64_t vcns_of_block =
+            index_block_size / (cluster <= index_block_size ? cluster : 512);
         std::vector<extent> extents = index.allocation->extents;
         visit_index_blocks(context.volume, extents,
                            [&](std::uint64_t number, uni::byte_view block, bool is_sound) {
                                if (use.holds(number)) {
                                    use.note();
                                    ++blocks;
-                                   is_whole = is_whole && is_sound;
+                                   is_whole = is_whole && is_sound &&
+                                              block.u64(16) == number * vcns_of_block;
                                    is_whole = take_node(block.from(index_block_header)) && is_whole;
                                }
                            });
         is_whole = is_whole && use.is_known() && !use.is_any_left();
     }
+    is_whole = is_whole && !(has_marked_names_ && has_equal_names());
     return is_whole && blocks >= nodes_below_ ? state::whole : state::damaged;
+}
+
+// Whether two children are called the same, so that one hides the other.
+bool folder::has_equal_names() const
+{
+    std::vector<std::u16string_view> names;
+    for (const stored& each : children_) {
+        names.push_back(name_of(each));
+    }
+    std::ranges::sort(names);
+    return std::ranges::adjacent_find(names) != names.end();
 }
 
 folder::child folder::at(std::size_t number) const noexcept

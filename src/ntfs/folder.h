@@ -85,11 +85,12 @@ private:
         std::uint64_t name_at; // in units
         std::uint32_t attributes;
         std::uint32_t reparse_kind;
-        std::uint8_t length;
+        std::uint16_t length; // in units
         bool is_short_name;
     };
     bool take_node(uni::byte_view node);
     bool take_entry(uni::byte_view key, std::uint64_t reference);
+    bool has_equal_names() const;
     std::u16string_view name_of(const stored& of) const noexcept
     {
         return std::u16string_view(names_).substr(static_cast<std::size_t>(of.name_at), of.length);
@@ -98,6 +99,7 @@ private:
     std::vector<stored> children_;
     std::u16string names_;
     bool is_sorted_ = false;        // by letter case
+    bool has_marked_names_ = false; // in which something stands for what no path can hold
     std::uint64_t nodes_below_ = 0; // to which the entries lead
 };
 

@@ -45,7 +45,11 @@ std::uint64_t count_updates(uni::byte_view view)
 bool was_written_whole(uni::byte_view bytes)
 {
     const std::uint64_t sequence = bytes.u16(4);
-    for (std::uint64_t i = 1; i < count_updates(bytes); ++i) {
+    const std::uint64_t count = bytes.size() / sector_size + 1;
+    if (bytes.u16(6) != count || count_updates(bytes) != count) {
+        return false;
+    }
+    for (std::uint64_t i = 1; i < count; ++i) {
         if (bytes.u16(i * sector_size - 2) != bytes.u16(sequence)) {
             return false;
         }
@@ -130,6 +134,8 @@ bool attribute_walk::next(attribute& out)
     const attribute found(record_.from(position_));
     const std::uint64_t length = found.bytes().u32(4);
     if (found.type() == attribute_type::end) {
+        constexpr std::uint64_t end_mark = 8;
+        is_damaged_ = position_ + end_mark < header_.used_size();
         return false;
     }
     if (found.bytes().size() < attribute_head || length < attribute_head || length > longest_ ||

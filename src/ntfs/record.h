@@ -76,8 +76,8 @@ constexpr std::uint16_t sequence_of(std::uint64_t reference) noexcept
     return static_cast<std::uint16_t>(reference >> 48);
 }
 
-// Whether bytes that share an update sequence, not yet fixed up, were written whole: its check value
-// stands in each of its places.
+// Whether bytes that share an update sequence, not yet fixed up, were written whole: it has an element
+// for each 512 of them, and its check value stands in each of its places.
 bool was_written_whole(uni::byte_view bytes);
 
 enum class record_kind {
@@ -159,13 +159,16 @@ private:
 class attribute_walk {
 public:
     attribute_walk(const file_record& record, std::uint64_t longest)
-        : record_(record.bytes()), longest_(longest), position_(record.first_attribute())
+        : header_(record), record_(record.bytes()), longest_(longest),
+          position_(record.first_attribute())
     {}
 
     bool next(attribute& out);
+    // Once it has ended: whether it did so elsewhere than where the record says that its attributes end.
     bool is_damaged() const noexcept { return is_damaged_; }
 
 private:
+    const file_record header_;
     uni::byte_view record_;
     std::uint64_t longest_;
     std::uint64_t position_;

@@ -1,8 +1,10 @@
 #include "ntfs/stored_file.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "ntfs/folder.h"
+#include "ntfs/usable_name.h"
 #include "uni/text.h"
 #include "uni/utf.h"
 
@@ -30,7 +32,9 @@ void take_name(stored_file& file, uni::byte_view value)
     constexpr std::uint64_t name_place = 66;
     const uni::byte_view stored = value.slice(name_place, value.u8(64) * std::uint64_t{2});
     stored_name name;
-    uni::utf16_to_text(stored, name.name);
+    std::u16string usable;
+    append_usable(usable, stored);
+    name.name = uni::utf8_from_utf16(usable);
     name.parent = value.u64(0);
     name.name_space = value.u8(65);
     name.times = times_at(value, 8);
@@ -54,11 +58,40 @@ void take_reparse_point(stored_file& file, uni::byte_view value)
 
 const record_row* stored_file::stream(std::string_view name) const
 {
-    const auto found = std::ranges::find_if(streams, [&](const record_row& each) {
-        return each.is_named == !name.empty() && uni::equal_ignoring_case(each.name, name);
-    });
-    return found == streams.end() ? nullptr : &*found;
+    const auto found = [&](auto&& is_name) -> const record_row* {
+        const auto place = std::ranges::find_if(streams, [&](const record_row& each) {
+            return each.is_named == !name.empty() && is_name(each.name, name);
+        });
+        return place == streams.end() ? nullptr : &*place;
+    };
+    const record_row* const exact = found(std::equal_to<std::string_view>());
+    return exact != nullptr ? exact : found(uni::equal_ignoring_case);
 }
+
+namespace {
+
+constexpr std::uint16_t compressed_flag = 1;
+constexpr std::uint16_t sparse_flag = 0x8000;
+
+// Leaves only what a stream can have by what its flags say, and tells whether that is all: one that is neither
+// sparse nor compressed has no holes, which would read as zeros.
+bool check_stream(record_row& stream)
+{
+    const bool may_have_holes = (stream.flags & (compressed_flag | sparse_flag)) != 0;
+    const std::size_t holes =
+        may_have_holes
+            ? 0
+            : std::erase_if(stream.extents, [](const extent& part) { return part.is_sparse; });
+    const bool has_clusters =
+        std::ranges::any_of(stream.extents, [](const extent& part) { return !part.is_sparse; });
+    if (!stream.is_resident && (stream.flags & compressed_flag) != 0 &&
+        stream.compressed_size == 0 && has_clusters) {
+        stream.has_start = false; // how its clusters are to be read is lost
+    }
+    return holes == 0;
+}
+
+} // namespace
 
 record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference, stored_file& file)
 {
@@ -74,6 +107,7 @@ record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference,
         (sequence_of(reference) != 0 && sequence_of(reference) != record.sequence())) {
         return record_state::another;
     }
+    bool has_information = false;
     std::vector<record_row> rows;
     if (!list_record_attributes(context, entry, rows)) {
         return record_state::unreadable;
@@ -86,6 +120,7 @@ record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference,
     for (record_row& row : rows) {
         const uni::byte_view value(row.value);
         if (row.type == attribute_type::standard_information) {
+            has_information = value.contains(0, 36);
             file.times = times_at(value, 0);
             file.attributes = value.u32(32);
         } else if (row.type == attribute_type::file_name) {
@@ -97,9 +132,13 @@ record_state read_stored_file(mft_entries_ctx& context, std::uint64_t reference,
                 take_reparse_point(file, uni::byte_view(bytes));
             }
         } else if (row.type == attribute_type::data) {
+            file.is_whole = check_stream(row) && file.is_whole;
             file.streams.push_back(std::move(row));
         }
     }
+    const bool is_reparse_point = (file.attributes & file_attribute::reparse_point) != 0;
+    file.is_whole =
+        file.is_whole && has_information && is_reparse_point == (file.reparse_kind != 0);
     return record_state::read;
 }
 
@@ -107,6 +146,11 @@ stream_state state_of(const stored_file& file, const record_row& stream)
 {
     if (!stream.has_start) {
         return stream_state::damaged;
+    }
+    const bool has_lost_kind =
+        file.reparse_kind == 0 && (file.attributes & file_attribute::reparse_point) != 0;
+    if (has_lost_kind && !stream.is_named) {
+        return stream_state::damaged; // what stands there may be packed, or elsewhere
     }
     if (is_encrypted(stream)) {
         return stream_state::encrypted;
