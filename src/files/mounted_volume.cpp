@@ -115,6 +115,21 @@ std::vector<std::uint64_t> references_of_long_names(const ntfs::folder& children
     return found;
 }
 
+// What a child is. That it is a link, which would not be entered, is asked of its record.
+platform::entry_kind kind_of(ntfs::ntfs_volume& volume, const ntfs::folder::child& child)
+{
+    using enum platform::entry_kind;
+    ntfs::mft_entries_ctx context(volume);
+    ntfs::stored_file itself;
+    const bool is_link =
+        child.is_link() &&
+        (ntfs::read_stored_file(context, child.reference, itself) != ntfs::record_state::read ||
+         ntfs::stands_for_another(itself.reparse_kind));
+    return child.is_directory() ? (is_link ? directory_link : directory)
+           : is_link            ? file_link
+                                : file;
+}
+
 // The name of the folder of one that was deleted, and what such a name tells.
 std::string record_name(std::uint64_t reference)
 {
@@ -556,12 +571,9 @@ platform::listing_result mounted_volume::list(const place_on_volume& place,
             (child.is_short_name && std::ranges::binary_search(with_long_name, child.reference))) {
             continue;
         }
-        using enum platform::entry_kind;
         std::string name = text_of(child.name);
-        entries.push_back({steps.size() == 1 ? name_in_root(name) : std::move(name),
-                           child.is_directory() ? (child.is_link() ? directory_link : directory)
-                           : child.is_link()    ? file_link
-                                                : file});
+        entries.push_back(
+            {steps.size() == 1 ? name_in_root(name) : std::move(name), kind_of(*volume_, child)});
     }
     return folder->state == ntfs::folder::state::whole
                ? platform::listing_result{true, false, {}}

@@ -181,8 +181,9 @@ std::optional<bool> begins_as_database(files::file_tree& tree, const std::string
     if (!source) {
         // What is no regular file is none.
         platform::file_facts facts;
-        return tree.read_facts(path, facts) && facts.size == 0 ? std::optional(false)
-                                                               : std::nullopt;
+        const bool is_empty =
+            tree.read_facts(path, facts) && facts.size == 0 && !facts.is_directory;
+        return is_empty ? std::optional(false) : std::nullopt;
     }
     std::array<std::uint8_t, sdb::header_size> head{};
     if (source->read(head, 0) != head.size()) {

@@ -155,11 +155,18 @@ bool tell_finding(const job& work, const model::finding& found, const finding_pl
 std::string heading_line(std::string_view name, std::string_view behind)
 {
     uni::text_buffer line;
+    return std::string(heading_line(line, name, behind));
+}
+
+std::string_view heading_line(uni::text_buffer& line, std::string_view name,
+                              std::string_view behind)
+{
+    line.clear();
     line.left(name, name_columns);
     line.character(' ');
     line.text(behind);
     const std::string_view made = line.view();
-    return std::string(made.substr(0, made.find_last_not_of(' ') + 1));
+    return made.substr(0, made.find_last_not_of(' ') + 1);
 }
 
 std::string_view effect_line(uni::text_buffer& line, std::string_view words, std::uint32_t offset,

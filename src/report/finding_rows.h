@@ -27,6 +27,9 @@ bool tell_finding(const job& work, const model::finding& found, const finding_pl
 
 // A line in which something begins, and what is told of it behind, parted as a table is.
 std::string heading_line(std::string_view name, std::string_view behind);
+// The same, which stands in `line` alone.
+std::string_view heading_line(uni::text_buffer& line, std::string_view name,
+                              std::string_view behind);
 // A line of what something does, with the tag that tells it, which stands in `line` alone.
 std::string_view effect_line(uni::text_buffer& line, std::string_view words, std::uint32_t offset,
                              std::size_t depth);

@@ -152,7 +152,11 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
 {
     std::vector<std::string> own_lines;
     std::vector<std::string> lines;
-    const std::string name = model::text_in(database, record, tag::name, longest_part);
+    const auto is_own_name = [&](const std::string& name) {
+        return name == "*" ||
+               uni::equal_ignoring_case(
+                   name, shortened(model::text_in(database, record, tag::name, longest_part)));
+    };
     std::string application;
     std::string vendor;
     std::uint64_t more = 0;
@@ -162,7 +166,7 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
             more += sdb::tag_type(own) == type::list ? 1 : 0;
         } else if (own == tag::matching_file) {
             const file_test test = read_test(database, offset, style);
-            if (test.name == "*" || uni::equal_ignoring_case(test.name, shortened(name))) {
+            if (is_own_name(test.name)) {
                 own_lines.push_back(words_of_own_file(test));
             } else {
                 lines.push_back(words_of_other_file(test));

@@ -74,10 +74,10 @@ void subject_teller::tell_recognition()
     const std::vector<std::string> lines =
         recognition_of(*work_.database, seen_.record, work_.options);
     work_.form.line({});
-    work_.form.title(heading_line(title_of(*work_.database, seen_.record),
-                                  lines.empty() ? std::string() : lines.front()));
+    work_.form.title(heading_line(line_, title_of(*work_.database, seen_.record),
+                                  lines.empty() ? std::string_view() : lines.front()));
     for (std::size_t i = 1; i < lines.size(); ++i) {
-        work_.form.line(heading_line({}, lines[i]));
+        work_.form.line(heading_line(line_, {}, lines[i]));
     }
 }
 

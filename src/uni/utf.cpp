@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <span>
 
 namespace uni {
 
@@ -253,14 +254,23 @@ char* put_stored_utf16(char* out, byte_view stored)
 
 std::uint64_t utf16_to_text(byte_view stored, std::string& text)
 {
-    const std::uint64_t whole = stored.size() / 2 * 2;
-    std::uint64_t length = 0;
-    while (length < whole && stored.u16(length) != 0) {
+    constexpr std::size_t short_room = 384;
+    const std::span<const std::uint8_t> bytes = stored.bytes();
+    const std::size_t whole = bytes.size() / 2 * 2;
+    std::size_t length = 0;
+    while (length < whole && (bytes[length] | bytes[length + 1]) != 0) {
         length += 2;
     }
-    text.resize(stored_text_room(length));
-    char* const end = put_stored_utf16(text.data(), stored.slice(0, length));
-    text.resize(static_cast<std::size_t>(end - text.data()));
+    const byte_view units = stored.slice(0, length);
+    // Most are short: those are made apart, so that the string takes no more than it holds.
+    if (stored_text_room(length) <= short_room) {
+        std::array<char, short_room> made;
+        text.assign(made.data(), put_stored_utf16(made.data(), units));
+    } else {
+        text.resize(stored_text_room(length));
+        char* const end = put_stored_utf16(text.data(), units);
+        text.resize(static_cast<std::size_t>(end - text.data()));
+    }
     if (length == 0) {
         return 0;
     }
