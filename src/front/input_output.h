@@ -48,6 +48,7 @@ private:
 struct input_counts {
     std::atomic<std::uint64_t> databases = 0;
     std::atomic<std::uint64_t> programs = 0;
+    std::atomic<std::uint64_t> caught = 0; // of these
     std::atomic<std::uint64_t> failed = 0;
     std::atomic<std::uint64_t> records = 0; // that were said of them
 };

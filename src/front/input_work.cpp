@@ -336,7 +336,9 @@ bool input_work::match_program_entry(const std::string& path, const input_output
     work.program = &properties;
     work.source = source.get();
     work.candidates = &candidates_;
-    if (!report::report_of("caught").make(work) && !options_.is_list_form()) {
+    if (report::report_of("caught").make(work)) {
+        ++out.counts.caught;
+    } else if (!options_.is_list_form()) {
         out.notices.say("no matches found: %s\n", path.c_str());
     }
     ++out.counts.programs;

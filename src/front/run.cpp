@@ -196,6 +196,10 @@ private:
         inputs_.load_candidates(out_);
         if (options_.is_list_form()) {
             work_on_entries();
+            if (out_.counts.programs != 0 && out_.counts.caught == 0) {
+                out_.notices.say("no matches found: %llu programs\n",
+                                 static_cast<unsigned long long>(out_.counts.programs));
+            }
         } else {
             const uni::busy_thread busy(out_.threads);
             inputs_.match_program_alone(out_);
