@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures how a fleet grows: the same inputs by one worker and by two.
 
-    python3 bench/fleet.py --quilt build/release/quilt [--inputs 60] [--bytes 4000000]
+    python3 bench/fleet.py --quilt build/release/quilt [--inputs 60] [--bytes 16000000] [--report '-apps']
 
 Run from the root of the repository on a machine with two free cores; needs make_large_database beside quilt and
 the Debian package python3-distributed. Prints inputs a second and how much more two workers do than one, the time
@@ -22,9 +22,11 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--quilt", required=True)
     parser.add_argument("--inputs", type=int, default=60)
-    parser.add_argument("--bytes", type=int, default=4_000_000)
+    parser.add_argument("--bytes", type=int, default=16_000_000)
+    parser.add_argument("--report", default="-explain -only high", help="what is asked of each input")
     settings = parser.parse_args()
     quilt = os.path.abspath(settings.quilt)
+    report = settings.report.split()
     with tempfile.TemporaryDirectory(prefix="quilt-") as place:
         collection = Path(place, "collection")
         collection.mkdir()
@@ -33,14 +35,14 @@ def main():
         for i in range(1, settings.inputs):
             (collection / f"{i}.sdb").write_bytes(first.read_bytes())
         began = time.monotonic()
-        subprocess.run([quilt, "-sdb", first, "-apps", "-json", "-quiet", "-threads", "1"], check=True,
+        subprocess.run([quilt, "-sdb", first, *report, "-json", "-quiet", "-threads", "1"], check=True,
                        stdout=subprocess.DEVNULL)
         print(f"{settings.inputs} inputs of {time.monotonic() - began:.2f} s")
         rates = []
         for workers in (1, 2):
             began = time.monotonic()
             run = subprocess.run([sys.executable, "fleet/quilt_fleet.py", "--quilt", quilt, "--workers", str(workers),
-                                  "--into", Path(place, f"out{workers}"), collection, "--", "-apps"],
+                                  "--into", Path(place, f"out{workers}"), collection, "--", *report],
                                  check=True, stderr=subprocess.PIPE, text=True)
             seconds = time.monotonic() - began
             rate = float(re.findall(r"([\d.]+) a second", run.stderr)[-1])
