@@ -110,7 +110,7 @@ private:
     const request::bounds bounds_;
     std::unique_ptr<const record_groupings> groupings_;
     std::vector<std::uint32_t> order_;
-    std::vector<bool> are_plain_; // of these, those about which nothing is found
+    std::vector<bool> are_plain_;     // of these, those about which nothing is found
     std::vector<told_patch> tellers_; // ascending
     std::size_t subject_count_ = 0;
     std::size_t with_high_ = 0;

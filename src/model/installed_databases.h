@@ -80,8 +80,9 @@ struct run_targets {
     std::vector<std::string> roots;      // from which places are counted; none where nothing tells
     std::vector<installed_databases> installed;
     std::vector<registry_lists> lists; // beside each of these, of a run that explains
-    bool is_one_registry = false; // it was named, lies on none of the volumes and tells of all of them
-    bool has_volume = true;            // false where what was named as one proved to be none
+    bool is_one_registry =
+        false;              // it was named, lies on none of the volumes and tells of all of them
+    bool has_volume = true; // false where what was named as one proved to be none
 
     registry_facts find_installed(const std::string& path) const;
     // What else the registry has that knows of a path; null for none.
