@@ -20,7 +20,10 @@ entry_turns::entry_turns(const input_output& to, bool is_prompt)
     : to_(to), is_prompt_(is_prompt), state_(to.place.state_before())
 {}
 
-entry_turns::~entry_turns() = default;
+entry_turns::~entry_turns()
+{
+    to_.place.go_on_from(state_);
+}
 
 // A thread that waits leaves its place to another.
 template <typename condition>

@@ -25,6 +25,8 @@ public:
     virtual std::string next_name() = 0;
     // The writer of this input, which is asked for the state of the stream as long as it is followed.
     virtual void follow(const form::writer& form) = 0;
+    // What comes behind begins in that state of the stream.
+    virtual void go_on_from(form::stream_state) noexcept {}
     // It ends.
     virtual void unfollow(const form::writer& form) noexcept = 0;
 };
@@ -37,6 +39,7 @@ public:
     form::stream_state state_before() override { return state_; }
     std::string next_name() override { return "s" + std::to_string(++names_); }
     void follow(const form::writer&) override {}
+    void go_on_from(form::stream_state state) noexcept override { state_ = state; }
     void unfollow(const form::writer& form) noexcept override { state_ = form.state(); }
 
 private:

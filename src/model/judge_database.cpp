@@ -37,7 +37,8 @@ bool names_article(std::string_view lower)
         const std::size_t digits =
             at + 2 < lower.size() && (lower[at + 2] == ' ' || lower[at + 2] == '-') ? at + 3
                                                                                     : at + 2;
-        if (digits < lower.size() && is_digit(lower[digits])) {
+        const bool begins = at == 0 || !uni::is_letter_or_digit(lower[at - 1]);
+        if (begins && digits < lower.size() && is_digit(lower[digits])) {
             return true;
         }
     }
@@ -170,7 +171,7 @@ private:
         if (!examined_.is_vendors_own && poses_as_update(known_, name)) {
             add(signal::reg_update_name, at, finding_part(at));
         }
-        if (at != 0 && known_.found_in(name_list::system_maker, lower) != nullptr) {
+        if (at != 0 && known_.begins_word(name_list::system_maker, lower)) {
             add(signal::who_vendor, at, finding_part(at));
         }
         if (!name.empty() && (is_bare_guid(name) || known_.holds(name_list::default_name, name) ||
@@ -479,7 +480,7 @@ private:
 bool poses_as_update(const knowledge& known, std::string_view name)
 {
     const std::string lower = uni::lowered(name);
-    return names_article(lower) || known.found_in(name_list::update_word, lower) != nullptr;
+    return names_article(lower) || known.begins_word(name_list::update_word, lower);
 }
 
 void judge_database(finding_list& findings, const examined_database& examined)

@@ -231,4 +231,15 @@ const std::string* knowledge::found_in(name_list list, std::string_view lower) c
     return nullptr;
 }
 
+bool knowledge::begins_word(name_list list, std::string_view lower) const
+{
+    return std::ranges::any_of(entries(list), [&](const auto& entry) {
+        std::size_t at = lower.find(entry.first);
+        while (at != std::string_view::npos && at != 0 && uni::is_letter_or_digit(lower[at - 1])) {
+            at = lower.find(entry.first, at + 1);
+        }
+        return at != std::string_view::npos;
+    });
+}
+
 } // namespace model

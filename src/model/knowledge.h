@@ -107,6 +107,8 @@ public:
     bool holds(name_list list, std::string_view text) const;
     // The first entry of a list that stands in a text, which is lower-case; null for none.
     const std::string* found_in(name_list list, std::string_view lower) const;
+    // Whether a word of the text begins with one of the list.
+    bool begins_word(name_list list, std::string_view lower) const;
     // What is noted beside an entry; null for none.
     const std::string* note_of(name_list list, std::string_view text) const;
     // All entries, lower-case, ascending.

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "uni/text.h"
 #include "uni/utf.h"
@@ -149,14 +150,33 @@ patch_summary summarize_patch(uni::byte_view value)
     return made;
 }
 
-std::string patched_module(uni::byte_view value)
+std::string patched_modules(uni::byte_view value)
 {
+    constexpr std::size_t most = 8;
+    std::vector<std::string> modules;
+    bool has_more = false;
+    for_each_change(value, [&](const patch_change& change) {
+        std::string module;
+        uni::utf16_to_text(change.module, module);
+        if (std::ranges::find(modules, module) == modules.end()) {
+            has_more = modules.size() == most;
+            if (!has_more) {
+                modules.push_back(std::move(module));
+            }
+        }
+        return !has_more;
+    });
     sdb::patch_op first;
-    std::string module;
-    if (sdb::decode_patch_op(first, value, 0)) {
-        uni::utf16_to_text(first.module_name, module);
+    if (modules.empty() && sdb::decode_patch_op(first, value, 0)) {
+        uni::utf16_to_text(first.module_name, modules.emplace_back());
     }
-    return module;
+    std::string words;
+    for (std::size_t i = 0; i < modules.size(); ++i) {
+        const bool is_last = i + 1 == modules.size() && !has_more;
+        words += i == 0 ? "" : is_last ? " and " : ", ";
+        words += modules[i];
+    }
+    return has_more ? words + " and more" : words;
 }
 
 } // namespace model

@@ -42,7 +42,7 @@ struct patch_summary {
 inline constexpr std::size_t long_run = 32; // bytes in one replacement
 patch_summary summarize_patch(uni::byte_view value);
 
-// The module of the first operation.
-std::string patched_module(uni::byte_view value);
+// The modules that are changed, each once, as a sentence names them, or else that of the first operation.
+std::string patched_modules(uni::byte_view value);
 
 } // namespace model

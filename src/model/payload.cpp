@@ -13,7 +13,7 @@ namespace {
 
 constexpr double high_entropy = 7.2;
 constexpr std::uint64_t least_for_entropy = 256;
-constexpr std::uint64_t block_for_entropy = 4096;
+constexpr std::uint64_t block_for_entropy = 512; // random ones have 7.6 bits a byte
 constexpr std::uint64_t long_base64 = 64;
 
 std::vector<std::string> entries_of(const knowledge& known, name_list list)
@@ -75,7 +75,8 @@ payload find_packed(uni::byte_view bytes)
     if (bytes.size() >= least_for_entropy && entropy_of(bytes) >= high_entropy) {
         return {payload_kind::packed, 0, bytes.size()};
     }
-    for (std::uint64_t at = 0; at + block_for_entropy <= bytes.size(); at += block_for_entropy) {
+    for (std::uint64_t at = 0; at + block_for_entropy <= bytes.size();
+         at += block_for_entropy / 2) {
         if (entropy_of(bytes.slice(at, block_for_entropy)) >= high_entropy) {
             return {payload_kind::packed, at, block_for_entropy};
         }

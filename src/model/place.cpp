@@ -119,6 +119,12 @@ place_kind kind_of_place(const knowledge& known, std::string_view place)
     return place_kind::elsewhere;
 }
 
+bool has_known_identifier(const knowledge& known, std::string_view place)
+{
+    const std::string* const id = known.note_of(name_list::vendor_database, file_name_of(place));
+    return id != nullptr && !id->empty();
+}
+
 bool is_vendors_own(const knowledge& known, const std::optional<std::string>& place,
                     const database_identity& identity)
 {
@@ -142,7 +148,9 @@ void judge_place(finding_list& findings, const examined_database& examined,
     }
     const place_kind kind = kind_of_place(examined.known, *place);
     if (kind == place_kind::elsewhere) {
-        add(findings, examined, signal::place_outside, finding_part(folder_of(*place)));
+        const std::string_view folder = folder_of(*place);
+        add(findings, examined, signal::place_outside,
+            finding_part(folder.empty() ? std::string_view("the root of its volume") : folder));
     }
     if (is_writable_place(examined.known, *place)) {
         add(findings, examined, signal::place_writable, finding_part(*place));

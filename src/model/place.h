@@ -33,6 +33,8 @@ enum class place_kind {
 };
 place_kind kind_of_place(const knowledge& known, std::string_view place);
 
+// Whether the identifier of the vendor's database of that name is known.
+bool has_known_identifier(const knowledge& known, std::string_view place);
 // Whether a database is the vendor's own: by its place, its name and, where one is known, its identifier.
 bool is_vendors_own(const knowledge& known, const std::optional<std::string>& place,
                     const database_identity& identity);

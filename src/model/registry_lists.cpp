@@ -22,11 +22,18 @@ constexpr std::uint64_t near_enough = 600 * uni::ticks_per_second;
 constexpr std::uint64_t a_year = 366 * 86'400 * uni::ticks_per_second;
 constexpr std::uint32_t main_type = 0x80000000;
 
+// The text of a value, or all texts of one that has several.
 std::string text_of(const hive::hive_value_record& row)
 {
+    constexpr std::size_t longest = 4096;
+    std::string all;
+    uni::byte_view left(row.data);
     std::string text;
-    uni::utf16_to_text(uni::byte_view(row.data), text);
-    return text;
+    while (const std::uint64_t length = uni::utf16_to_text(left, text)) {
+        all += (all.empty() ? "" : ", ") + text;
+        left = all.size() < longest ? left.from(length) : uni::byte_view();
+    }
+    return all;
 }
 
 hive::query_outcome ask(const hive::hive_image& image, const std::string& key, hive::data_need need,
@@ -162,7 +169,7 @@ private:
                     finding_part(path.substr(0, path.find_last_of("\\/"))));
             }
             if (!uni::lowered(path).ends_with(".sdb")) {
-                add(signal::place_extension, path, finding_part(file_name_of(path)));
+                add(signal::place_extension, path, finding_part(file_name_of(path)), {}, 1);
             }
         }
         if (!path.empty() && is_writable_place(known_, path)) {

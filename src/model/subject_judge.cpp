@@ -66,6 +66,22 @@ constexpr std::pair<std::string_view, special> special_fixes[] = {
 constexpr std::string_view fix_kinds[] = {"shim", "layer", "flag", "kernel-shim"};
 constexpr std::size_t shim_kind = 0;
 
+// Whether what a reference leads to is known by its name. (A patch is told by what it does, whatever it is called.)
+bool is_known_by_name(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::shim_ref:
+    case tag::layer:
+    case tag::flag_ref:
+    case tag::kshim_ref:
+    case tag::kflag_ref:
+    case tag::migration_shim_ref:
+        return true;
+    default:
+        return false;
+    }
+}
+
 std::size_t kind_of_reference(std::uint16_t tag)
 {
     switch (tag) {
@@ -152,8 +168,8 @@ private:
         std::uint32_t command_line = 0; // tag
         std::uint32_t bits = 0;         // the first of a patch
         std::uint32_t changes = 0;
+        std::uint32_t core_bits = 0; // those that name a module which the system rests on
         bool is_suspect_code = false;
-        bool names_core_module = false;
     };
     // What was found out about a text, as far as it was looked at as each of these.
     enum looked_at : std::uint8_t { as_name = 1, as_line = 2, as_vendor = 4, as_fix = 8 };
@@ -212,10 +228,11 @@ private:
     fix_name name_of(const fix_use& use)
     {
         const std::uint32_t name = use.name;
-        if (name == 0) {
+        const std::uint16_t tag = database_.tag_from(use.reference);
+        if (name == 0 || !is_known_by_name(tag)) {
             return {};
         }
-        const std::size_t kind = kind_of_reference(database_.tag_from(use.reference));
+        const std::size_t kind = kind_of_reference(tag);
         bool is_new = false;
         text_facts& facts = facts_of_text(name, static_cast<std::uint8_t>(as_fix << kind), is_new);
         if (is_new) {
@@ -278,24 +295,29 @@ private:
                 facts.changes += static_cast<std::uint32_t>(patch.changes);
                 facts.is_suspect_code |=
                     patch.writes_branch || patch.writes_long_run || patch.writes_blindly;
-                facts.names_core_module |= names_core_module(value);
+                if (facts.core_bits == 0 && !core_module_of(value).empty()) {
+                    facts.core_bits = offset;
+                }
             }
         });
         return facts;
     }
 
-    bool names_core_module(uni::byte_view value) const
+    // The first module of a patch that the system itself rests on; empty for none.
+    std::string core_module_of(uni::byte_view value) const
     {
-        bool does = false;
+        std::string found;
         sdb::for_each_patch_op(value, [&](const sdb::patch_op& op, std::uint64_t) {
             std::string module;
             uni::utf16_to_text(op.module_name, module);
             const std::string stem = stem_of(module);
-            does = known_.holds(name_list::core_process, stem) ||
-                   known_.holds(name_list::core_module, stem);
-            return !does;
+            if (known_.holds(name_list::core_process, stem) ||
+                known_.holds(name_list::core_module, stem)) {
+                found = std::move(module);
+            }
+            return found.empty();
         });
-        return does;
+        return found;
     }
 
     // The tags of the record itself.
@@ -344,7 +366,7 @@ private:
         text_facts& facts = facts_of_text(vendor, as_vendor, is_new);
         if (is_new) {
             const std::string text = uni::lowered(text_at(database_, vendor));
-            facts.is_maker = known_.found_in(name_list::system_maker, text) != nullptr;
+            facts.is_maker = known_.begins_word(name_list::system_maker, text);
         }
         return facts.is_maker;
     }
@@ -476,14 +498,15 @@ private:
             patch == reference ? read_definition(patch) : facts_of(patch);
         const finding_part name(reference);
         add(signal::patch_custom, patch, name);
-        if (!facts.is_suspect_code && !facts.names_core_module) {
+        if (!facts.is_suspect_code && facts.core_bits == 0) {
             return;
         }
-        const finding_part module(patched_module(database_.payload_at(facts.bits)));
         if (facts.is_suspect_code) {
+            const finding_part module(patched_modules(database_.payload_at(facts.bits)));
             add(signal::patch_code, patch, name, module, facts.changes == 1 ? 0 : 1, facts.changes);
         }
-        if (facts.names_core_module) {
+        if (facts.core_bits != 0) {
+            const finding_part module(core_module_of(database_.payload_at(facts.core_bits)));
             add(signal::patch_core, patch, name, module);
         }
     }

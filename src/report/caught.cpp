@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -64,7 +66,7 @@ public:
         const bool is_known = is_name || one.agrees != model::agreement::unknown;
         tested_ += is_known && !is_name ? 1 : 0;
         failed_ += is_known && !agrees ? 1 : 0;
-        unknown_ += is_known ? 0 : 1;
+        unknown_ += is_known || one.tag == tag::match_logic_not ? 0 : 1;
         if (!work_.options.explain || is_name) {
             return work_.form.goes_on();
         }
@@ -85,16 +87,39 @@ public:
 
     void end_list(bool, model::agreement verdict) override
     {
-        const bool is_caught = verdict != model::agreement::no;
-        const bool is_near = work_.options.explain && failed_ == 1 && tested_ >= 2;
-        if (is_caught || is_near) {
-            tell(is_caught);
+        using enum model::agreement;
+        const bool is_negated =
+            model::child_of(candidate_.database, list_.list, tag::match_logic_not) != 0;
+        kept_list made{list_, std::move(facts_), verdict, false};
+        if (!is_negated) {
+            made.is_near = work_.options.explain && failed_ == 1 && tested_ >= 2;
+        } else { // it is the other programs of that name that are meant
+            made.verdict = failed_ != 0 ? yes : unknown_ != 0 ? unknown : no;
+        }
+        // All of a record's lists must hold; those of one record follow each other.
+        if (!kept_.empty() && kept_.front().list.record != made.list.record) {
+            tell_record();
+        }
+        kept_.push_back(std::move(made));
+    }
+    void finish()
+    {
+        if (!kept_.empty()) {
+            tell_record();
         }
     }
 
     bool caught_any() const noexcept { return caught_any_; }
 
 private:
+    // A list that was held against the program.
+    struct kept_list {
+        model::looked_at_list list;
+        std::vector<std::string> facts;
+        model::agreement verdict;
+        bool is_near;
+    };
+
     // The names of the fixes that the record gives.
     std::string fixes() const
     {
@@ -112,36 +137,61 @@ private:
         return names.empty() ? "no fix" : names;
     }
 
-    // What the record tests beside the file.
-    void add_other_tests()
+    // Adds what the record tests beside the file, of which nothing is known here; false for nothing.
+    bool add_other_tests()
     {
+        bool any = false;
         candidate_.database.for_each_child(
             list_.record, [&](std::uint32_t offset, std::uint16_t own) {
                 constexpr std::size_t most = 100;
                 const bool is_test = own == tag::matching_file || own == tag::matching_reg ||
                                      own == tag::matching_text || own == tag::matching_device;
-                if (is_test && offset != list_.list && facts_.size() < most) {
+                const bool is_kept = std::ranges::any_of(
+                    kept_, [&](const kept_list& each) { return each.list.list == offset; });
+                any = any || (is_test && !is_kept);
+                if (is_test && !is_kept && work_.options.explain && facts_.size() < most) {
                     facts_.push_back(
                         sdb::tag_name(own) + " " +
                         shortened(model::name_of_list(candidate_.database, offset, longest_name)) +
                         " = unknown");
                 }
             });
+        return any;
+    }
+
+    // The lists of one record, which were kept.
+    void tell_record()
+    {
+        using enum model::agreement;
+        const auto count = [this](model::agreement verdict) {
+            return std::ranges::count(kept_, verdict, &kept_list::verdict);
+        };
+        const auto failed = count(no);
+        const bool is_near = failed == 1 && std::ranges::any_of(kept_, [](const kept_list& each) {
+                                 return each.verdict == no && each.is_near;
+                             });
+        list_ = kept_.front().list;
+        facts_.clear();
+        for (kept_list& each : kept_) {
+            std::ranges::move(each.facts, std::back_inserter(facts_));
+        }
+        is_known_ = count(unknown) == 0 && !add_other_tests();
+        if (failed == 0 || is_near) {
+            tell(failed == 0);
+        }
+        kept_.clear();
     }
 
     void tell(bool is_caught)
     {
         const sdb::sdb_database& database = candidate_.database;
-        if (work_.options.explain) {
-            add_other_tests();
-        }
         caught_any_ |= is_caught;
         const std::string record =
             shortened(model::name_of_list(database, list_.record, longest_name));
         const std::string kind = sdb::tag_name(database.tag_from(list_.record));
-        const std::string verdict = !is_caught      ? "nearly caught"
-                                    : unknown_ == 0 ? "caught"
-                                                    : "caught as far as is known";
+        const std::string verdict = !is_caught  ? "nearly caught"
+                                    : is_known_ ? "caught"
+                                                : "caught as far as is known";
         const std::string names = fixes();
         uni::text_buffer words;
         words.text(verdict + " by " + kind + " " + record + " of " + candidate_.path + ": " +
@@ -170,6 +220,8 @@ private:
     const model::matchable_database& candidate_;
     model::looked_at_list list_;
     std::vector<std::string> facts_;
+    std::vector<kept_list> kept_; // of one record
+    bool is_known_ = false;
     std::uint64_t failed_ = 0;
     std::uint64_t tested_ = 0;
     std::uint64_t unknown_ = 0;
@@ -186,6 +238,7 @@ bool tell_caught(const job& work)
         caught_teller teller(work, candidate);
         model::compare_lists(candidate.index.find(work.path), candidate.database, *work.program,
                              work.path, candidate.texts, work.options.bounds, teller);
+        teller.finish();
         any |= teller.caught_any();
     }
     work.form.end_rows();

@@ -20,7 +20,7 @@ std::string words_of_patch(const sdb::sdb_database& database, std::uint32_t bits
     const uni::byte_view value = database.payload_at(bits);
     const std::uint64_t changes = model::summarize_patch(value).changes;
     return "Changes " + (changes == 1 ? "a place" : grouped(changes) + " places") + " of " +
-           model::patched_module(value) + " in memory.";
+           model::patched_modules(value) + " in memory.";
 }
 
 // The first value of a list of data, with its name.
@@ -169,6 +169,9 @@ std::string effect_words::make(const model::fix_use& use, const list_words& refe
     std::string words =
         shortened(model::name_of_list(database_, use.reference, longest_part)) + ": ";
     words += known != nullptr ? known->words : words_of_unknown(use, definition);
+    if (known != nullptr && definition.dllfile != 0) { // the words are those of the name
+        words += " Here it is of the module " + stored_text(database_, definition.dllfile) + ".";
+    }
     const std::uint32_t line =
         reference.command_line != 0 ? reference.command_line : definition.command_line;
     words += line == 0 ? "" : " With " + quoted(stored_text(database_, line)) + ".";

@@ -105,9 +105,7 @@ public:
     {
         model::finding_list outside;
         judge_outside(outside, {});
-        head(
-            "the vendor's own by place, name and identifier: its programs are explained when it is "
-            "named with -sdb");
+        head(words_of_own() + ": its programs are explained when it is named with -sdb");
         work_.form.facts(judged_facts(whose_word(), nullptr));
         tell_list(outside);
     }
@@ -186,6 +184,14 @@ private:
                model::kind_of_place(context_.known, *place_) == model::place_kind::vendors;
     }
 
+    // By what it is the vendor's own: not of all of theirs the identifier is known.
+    std::string words_of_own() const
+    {
+        return model::has_known_identifier(context_.known, *place_)
+                   ? "the vendor's own by place, name and identifier"
+                   : "the vendor's own by place and name";
+    }
+
     std::string_view whose_word() const
     {
         return examined_.is_vendors_own  ? "vendor"
@@ -198,9 +204,9 @@ private:
         const auto counted = [](std::size_t number, const char* one, const char* more) {
             return std::to_string(number) + " " + (number == 1 ? one : more);
         };
-        const std::string whose =
-            examined_.is_vendors_own  ? "the vendor's own by place, name and identifier"
-            : lies_where_vendors_do() ? "in a place of the vendor's, judged as a custom one"
+        const std::string whose = examined_.is_vendors_own ? words_of_own()
+                                  : lies_where_vendors_do()
+                                      ? "in a place of the vendor's, judged as a custom one"
                                       : "custom";
         return whose + ", " +
                (identity_.name_at

@@ -70,7 +70,9 @@ bool explain_machine(const job& work)
     work.form.title("the registry and the databases together:");
     std::string_view last;
     for (const model::placed_finding& one : all) {
-        if (one.database != last && !one.database.empty()) {
+        if (one.database.empty() && !last.empty()) {
+            work.form.line(heading_line("beside the databases", {}));
+        } else if (one.database != last) {
             work.form.line(heading_line(shortened(one.database), {}));
         }
         last = one.database;

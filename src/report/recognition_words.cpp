@@ -42,7 +42,8 @@ std::string fact_text(const sdb::sdb_database& database, std::uint32_t offset, s
                       const request::cmd_params& style)
 {
     if (own == tag::size) {
-        return grouped(database.word_behind(offset)) + " bytes";
+        const std::uint32_t size = database.word_behind(offset);
+        return grouped(size) + (size == 1 ? " byte" : " bytes");
     }
     const auto words = std::ranges::find(facts_in_words, own, &fact_words::tag);
     const std::string front =
@@ -99,7 +100,7 @@ std::string words_of_own_file(const file_test& test)
     const std::string words = test.version.empty() ? "any version; " + test.facts
                               : test.facts.empty() ? test.version
                                                    : test.version + ", " + test.facts;
-    return test.is_negated ? "not " + words : words;
+    return test.is_negated ? "no file that is: " + words : words;
 }
 
 std::string words_of_other_file(const file_test& test)

@@ -9,6 +9,7 @@
 #include "report/recognition_words.h"
 #include "report/value_words.h"
 #include "sdb/tags.h"
+#include "uni/utf.h"
 
 namespace report {
 
@@ -22,13 +23,19 @@ std::vector<std::string> change_lines(const sdb::sdb_database& database, std::ui
     constexpr std::size_t most_changes = 1000;
     std::vector<std::string> lines;
     std::uint64_t changes = 0;
+    std::string last_module;
     database.for_each_child(patch, [&](std::uint32_t offset, std::uint16_t own) {
         if (own == tag::patch_bits) {
             model::for_each_change(database.payload_at(offset),
                                    [&](const model::patch_change& change) {
+                                       std::string module;
+                                       uni::utf16_to_text(change.module, module);
+                                       const bool is_other = changes != 0 && module != last_module;
                                        if (++changes <= most_changes) {
-                                           lines.push_back(change_line(change));
+                                           lines.push_back((is_other ? "in " + module + ": " : "") +
+                                                           change_line(change));
                                        }
+                                       last_module = std::move(module);
                                        return true;
                                    });
         }

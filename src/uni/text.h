@@ -13,6 +13,11 @@
 
 namespace uni {
 
+constexpr bool is_letter_or_digit(char c) noexcept // of ASCII
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
+
 constexpr char lower_ascii(char c) noexcept
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
