@@ -156,6 +156,11 @@ thread_tests() {
     script_tests lists-tsan targets_test.py --quilt build/tsan/quilt --only any_number_of_threads
 }
 
+unused_functions() {
+    heading 'unused functions'
+    logged unused cmake/lint.sh unused
+}
+
 # Runs one fuzz target on its seeds and what it makes of them. Answers by the file "status".
 fuzz_target() { # name
     local place=build/asan/runs/$1 seeds=() more=()
@@ -165,7 +170,7 @@ fuzz_target() { # name
     case $1 in
     listing* | match*) more=(-dict=build/asan/tags.dict) && seeds+=(build/asan/samples) ;;
     esac
-    "build/asan/$1" -runs=20000 -max_total_time=15 -timeout=5 -malloc_limit_mb=512 -seed=1 \
+    "build/asan/$1" -runs=20000 -max_total_time=10 -timeout=5 -malloc_limit_mb=512 -seed=1 \
         -artifact_prefix="$place/artifacts/" "${more[@]}" "$place/corpus" "${seeds[@]}" \
         </dev/null >"$logs/fuzz-$1.log" 2>&1 && echo passed >"$place/status"
 }
@@ -201,7 +206,7 @@ fi
 
 step script_tests house house_test.py
 build release
-if $all; then most=400; else most=40; fi
+if $all; then most=200; else most=40; fi
 beside script_tests faults faults_test.py --quilt build/release/quilt --most $most
 beside unit_tests quilt_tests build/release/quilt_tests
 for subject in reports forms json html recipes options targets; do
@@ -226,13 +231,11 @@ if $all; then
     step fuzz_smoke
 
     build tsan quilt
-    step thread_tests
-
-    heading 'unused functions'
-    logged unused cmake/lint.sh unused
+    beside thread_tests
+    beside unused_functions
+    beside script_tests browser browser_test.py --quilt build/release/quilt
+    beside script_tests patches house_test.py --patches build/release/quilt
     step script_tests costs costs_test.py --quilt build/release/quilt
-    step script_tests browser browser_test.py --quilt build/release/quilt
-    step script_tests patches house_test.py --patches build/release/quilt
 
     # One after the other, as they change back the times of what they read.
     build windows
