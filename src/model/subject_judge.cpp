@@ -166,10 +166,10 @@ private:
     };
     struct definition_facts {
         std::uint32_t command_line = 0; // tag
-        std::uint32_t bits = 0;         // the first of a patch
         std::uint32_t changes = 0;
-        std::uint32_t core_bits = 0; // those that name a module which the system rests on
         bool is_suspect_code = false;
+        std::string modules;     // that a suspect patch changes, as a sentence names them
+        std::string core_module; // one that the system rests on
     };
     // What was found out about a text, as far as it was looked at as each of these.
     enum looked_at : std::uint8_t { as_name = 1, as_line = 2, as_vendor = 4, as_fix = 8 };
@@ -291,12 +291,14 @@ private:
             } else if (own == tag::patch_bits) {
                 const uni::byte_view value = database_.payload_at(offset);
                 const patch_summary patch = summarize_patch(value);
-                facts.bits = facts.bits != 0 ? facts.bits : offset;
                 facts.changes += static_cast<std::uint32_t>(patch.changes);
                 facts.is_suspect_code |=
                     patch.writes_branch || patch.writes_long_run || patch.writes_blindly;
-                if (facts.core_bits == 0 && !core_module_of(value).empty()) {
-                    facts.core_bits = offset;
+                if (facts.is_suspect_code && facts.modules.empty()) {
+                    facts.modules = patched_modules(value);
+                }
+                if (facts.core_module.empty()) {
+                    facts.core_module = core_module_of(value);
                 }
             }
         });
@@ -498,15 +500,15 @@ private:
             patch == reference ? read_definition(patch) : facts_of(patch);
         const finding_part name(reference);
         add(signal::patch_custom, patch, name);
-        if (!facts.is_suspect_code && facts.core_bits == 0) {
+        if (!facts.is_suspect_code && facts.core_module.empty()) {
             return;
         }
         if (facts.is_suspect_code) {
-            const finding_part module(patched_modules(database_.payload_at(facts.bits)));
+            const finding_part module(facts.modules);
             add(signal::patch_code, patch, name, module, facts.changes == 1 ? 0 : 1, facts.changes);
         }
-        if (facts.core_bits != 0) {
-            const finding_part module(core_module_of(database_.payload_at(facts.core_bits)));
+        if (!facts.core_module.empty()) {
+            const finding_part module(facts.core_module);
             add(signal::patch_core, patch, name, module);
         }
     }
