@@ -31,7 +31,10 @@ std::string text_of(const hive::hive_value_record& row)
     std::string text;
     while (const std::uint64_t length = uni::utf16_to_text(left, text)) {
         all += (all.empty() ? "" : ", ") + text;
-        left = all.size() < longest ? left.from(length) : uni::byte_view();
+        left = left.from(length);
+        if (all.size() >= longest && left.u16(0) != 0) {
+            return all + ", ...";
+        }
     }
     return all;
 }

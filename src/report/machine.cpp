@@ -46,8 +46,10 @@ bool explain_machine(const job& work)
 {
     const model::explain_context& context = *work.explained;
     std::vector<model::placed_finding> all;
-    const std::size_t registries = work.targets->installed.size();
-    for (std::size_t i = 0; i < (work.targets->is_one_registry ? 1 : registries); ++i) {
+    const std::size_t volumes = work.targets->installed.size();
+    const std::size_t registries =
+        work.targets->is_one_registry ? std::min<std::size_t>(volumes, 1) : volumes;
+    for (std::size_t i = 0; i < registries; ++i) {
         model::registry_lists lists = work.targets->lists[i];
         lists.told = context.told();
         for (model::placed_finding& one :

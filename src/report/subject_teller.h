@@ -21,7 +21,8 @@ public:
         : work_(work), all_(all), judge_(all.make_judge()), effects_(*work.database, work.options)
     {}
 
-    // Those at places among the subjects, as far as the form takes more. Findings that are left out are counted in `left_out`.
+    // Those at places among the subjects, as far as the form takes more. Findings that are left out are
+    // counted in `left_out`.
     using surplus_list = std::vector<model::finding_list::surplus>;
     void tell_all(std::size_t first, std::size_t end, surplus_list& left_out);
 
