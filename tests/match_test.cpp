@@ -1,4 +1,5 @@
 #include "model/match.h"
+#include "model/match_index.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -37,7 +38,7 @@ model::match_results find(sdb_builder& b, const pe_list& file, const std::string
     model::looked_at_lists seen;
     EXPECT_TRUE(model::match_program(results, in.database, file, path, texts, {}, &seen));
     // What many programs are held against finds the same lists.
-    const model::looked_at_lists indexed = model::match_index(in.database, texts).find(path);
+    const model::looked_at_lists indexed = model::match_index(in.database, texts).find(path).lists;
     EXPECT_EQ(indexed.lists, seen.lists);
     EXPECT_TRUE(indexed.by_path == seen.by_path || seen.lists.empty());
     return results;
@@ -233,7 +234,8 @@ std::string verdicts_of(const std::string& rows)
 {
     std::string found;
     for (const std::string& row : uni::split(rows, '\n', true)) {
-        const std::vector<std::string> cells = uni::split(row, ',', false);
+        const std::vector<std::string> cells =
+            uni::split(uni::replace_all(row, ",,", ",-,"), ',', false);
         if (cells.size() > 6 && cells[2] != "verdict") {
             found += cells[2] + " " + cells[6] + "; ";
         }
@@ -263,12 +265,30 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     const auto list = [&](const std::vector<node>& facts) {
         return b.list(tag::matching_file, facts);
     };
-    const node own = b.text(tag::name, "tool.exe");
-    tested("Second fails", {list({b.dword(tag::size, 7)}), list({own, b.dword(tag::size, 9)})});
+    const auto own = [&] { return b.text(tag::name, "tool.exe"); };
+    tested("Second fails", {list({b.dword(tag::size, 7)}), list({own(), b.dword(tag::size, 9)})});
     tested("All but this", {list({b.null(tag::match_logic_not), b.dword(tag::size, 7)})});
     tested("Another", {list({b.null(tag::match_logic_not), b.dword(tag::size, 9)})});
     tested("Beside", {list({b.dword(tag::size, 7)}),
                       list({b.text(tag::name, "other.dll"), b.dword(tag::size, 1)})});
+    // A record is found by its own name too, which may be a pattern, and a driver asks for facts itself.
+    const auto named = [&](const char* fix, std::uint16_t kind, const std::vector<node>& asked) {
+        std::vector<node> children = asked;
+        children.push_back(b.list(tag::shim_ref, {b.text(tag::name, fix)}));
+        b.add(b.list(kind, children));
+    };
+    named("No list", tag::exe, {own()});
+    named("Pattern", tag::exe,
+          {b.text(tag::name, "T?ol*.exe"), list({b.text(tag::name, "*"), b.dword(tag::size, 7)})});
+    named("Pattern fails", tag::exe, {b.text(tag::name, "*"), list({b.dword(tag::size, 8)})});
+    named("No pattern", tag::exe, {b.text(tag::name, "t??l.ex")});
+    named("Wildcard", tag::exe,
+          {b.text(tag::name, "setup"), b.text(tag::wildcard_name, "*.E*E"),
+           list({b.text(tag::name, "*")}), list({b.text(tag::name, "other.dll")})});
+    named("Driver", tag::kdriver, {own(), b.dword(tag::size, 7), b.text(tag::company_name, "C")});
+    named("Driver nearly", tag::kdriver,
+          {own(), b.dword(tag::size, 8), b.text(tag::company_name, "C")});
+    named("For another", tag::exe, {b.text(tag::name, "game.exe"), list({own()})});
     const test_support::loaded_database in(b.build());
     request::sdb_opts options = test_support::row_options("csv");
     const pe_list file = {
@@ -288,8 +308,18 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     const std::string plain = told(false);
     EXPECT_TRUE(plain.starts_with(head + caught + "\n" + unknown + "\n")) << plain;
     EXPECT_EQ(verdicts_of(plain), "caught Both; caught as far as is known Unknown; caught Another; "
-                                  "caught as far as is known Beside; ");
-    EXPECT_TRUE(told(true).starts_with(
+                                  "caught as far as is known Beside; caught No list; "
+                                  "caught Pattern; caught as far as is known Wildcard; "
+                                  "caught Driver; looked for -; ");
+    const std::string facts = told(true);
+    for (const char* fact :
+         {",No list,\"name \"\"tool.exe\"\" = ok\"\n",
+          ",Pattern,\"name \"\"T?ol*.exe\"\" = ok; size 0x00000007 = ok\"\n",
+          ",Wildcard,\"wildcard_name \"\"*.E*E\"\" = ok; matching_file other.dll = unknown\"\n",
+          ",Driver nearly,\"size 0x00000008 = 0x00000007 no; company_name \"\"C\"\" = ok\"\n"}) {
+        EXPECT_NE(facts.find(fact), std::string::npos) << fact << facts;
+    }
+    EXPECT_TRUE(facts.starts_with(
         head + caught + "\"size 0x00000007 = ok; company_name \"\"C\"\" = ok\"\n" + near_by +
         "\"size 0x00000008 = 0x00000007 no; company_name \"\"C\"\" = ok\"\n" + unknown +
         "size 0x00000007 = ok; upto_bin_file_version 0.0.0.9 >= unknown\n"));

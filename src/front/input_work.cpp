@@ -308,6 +308,9 @@ void input_work::load_candidates(const input_output& out)
         if (!candidates_.back().index.is_complete()) {
             out.notices.fail("Not all nested records could be matched: %s\n", path.c_str());
         }
+        if (!candidates_.back().index.has_all_patterns()) {
+            out.notices.fail("Not all names with wildcards could be matched: %s\n", path.c_str());
+        }
         say_extent(*file, path, out.notices);
         candidate_files_.push_back(std::move(file));
         ++out.counts.databases;

@@ -198,7 +198,8 @@ constexpr option_words words[] = {
      .effect = "which records would catch the program of -pe",
      .detail = "Each attribute that a record asks for is held against what the program says of "
                "itself. With a list of programs, several -sdb or -partition there is a row for "
-               "each that is caught; -explain adds the facts, and what is nearly caught.",
+               "each record that catches one, by the name of a matching file or by its own, which "
+               "may be a pattern; -explain adds the facts, and what is nearly caught.",
      .conflicts = "it wants -pe",
      .example = "quilt -sdb case.sdb -match -pe program.exe"},
     {.name = "-explain",

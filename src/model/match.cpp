@@ -7,7 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "model/file_keys.h"
 #include "model/record_expander.h"
+#include "model/record_facts.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/text.h"
@@ -83,23 +85,6 @@ bool property_agrees(const pe_property& found, std::string_view wanted_text,
     return false;
 }
 
-// The names under which a database may know a file, lower-case.
-struct file_keys {
-    explicit file_keys(std::string path)
-    {
-        uni::lower_text(path);
-        uni::replace_char(path, '/', '\\');
-        constexpr std::string_view folder = "c:\\windows";
-        if (const std::size_t at = path.find(folder); at != std::string::npos) {
-            path.replace(at, folder.size(), "%windir%");
-        }
-        full = path;
-        name = path.substr(path.find_last_of('\\') + 1); // from the start if there is none
-    }
-    std::string full;
-    std::string name;
-};
-
 class matcher {
 public:
     matcher(const sdb::sdb_database& database, const pe_list& file, const std::string& path,
@@ -144,10 +129,9 @@ public:
     }
 
     // Calls `act` with the file name of each list, and what stands in it. False as for run().
-    bool name_all(auto&& act)
+    bool name_all(const list_name_taker& act)
     {
-        constexpr std::size_t longest_path = 0x8000;
-        longest_key_ = longest_path;
+        longest_key_ = longest_name_of_file;
         record_expander expander(database_);
         for (const sdb::tag_ordinal record :
              database_.children().lists_around(tag::matching_file)) {
@@ -159,7 +143,7 @@ public:
             }
             const item_span items = expander.own_items();
             for_each_list(items, [&](std::uint32_t list, item_span members) {
-                act(file_name(), looked_at_list{items.front().offset, list}, members.empty());
+                act(file_name(), {items.front().offset, list}, members.empty());
                 return true;
             });
         }
@@ -242,10 +226,38 @@ private:
     bool compare_record(item_span items, std::span<const looked_at_list> wanted,
                         comparison_listener& listener)
     {
+        const looked_at_list itself{items.front().offset, items.front().offset};
+        if (wanted.front() == itself && !compare_own_facts(itself, items, listener)) {
+            return false;
+        }
         return for_each_list(items, [&](std::uint32_t list, item_span members) {
             const looked_at_list one{items.front().offset, list};
             return !std::ranges::binary_search(wanted, one) || compare_list(one, members, listener);
         });
+    }
+
+    // What the record itself asks for, outside its lists.
+    bool compare_own_facts(const looked_at_list& itself, item_span items,
+                           comparison_listener& listener)
+    {
+        std::vector<record_item> facts;
+        for (std::uint64_t inside = 0; const record_item& item : items.subspan(1)) {
+            if (item.offset < inside) {
+                continue;
+            }
+            if (sdb::tag_type(item.tag) == type::list) {
+                inside = std::uint64_t{item.offset} + sdb::tag_header +
+                         database_.list_size_from(item.offset);
+            } else if (is_fact_of_program(item.tag)) {
+                facts.push_back(item);
+            }
+        }
+        members_ = facts;
+        text_sources_.clear();
+        stored_name_ = {};
+        const bool goes_on = compare_list(itself, members_, listener);
+        members_ = {};
+        return goes_on;
     }
 
     bool compare_list(const looked_at_list& list, item_span members, comparison_listener& listener)
@@ -519,38 +531,12 @@ bool match_program(match_results& results, const sdb::sdb_database& database, co
     return matcher(database, file, path, texts, bounds).run(results, looked_at);
 }
 
-match_index::match_index(const sdb::sdb_database& database, const tag_texts& texts,
-                         const request::bounds& bounds)
+bool name_matching_lists(const sdb::sdb_database& database, const tag_texts& texts,
+                         const request::bounds& bounds, const list_name_taker& take)
 {
     const pe_list nothing;
     const std::string no_path;
-    matcher names(database, nothing, no_path, texts, bounds);
-    is_complete_ =
-        names.name_all([this](std::string name, const looked_at_list& list, bool is_empty) {
-            uni::lower_text(name);
-            by_name_[std::move(name)].push_back({list, is_empty});
-        });
-}
-
-looked_at_lists match_index::find(const std::string& path) const
-{
-    looked_at_lists found;
-    const file_keys keys(path);
-    auto named = by_name_.find(keys.name);
-    found.by_path = named == by_name_.end();
-    if (found.by_path) {
-        named = by_name_.find(keys.full);
-    }
-    if (named != by_name_.end()) {
-        for (const named_list& one : named->second) {
-            if (!one.is_empty) {
-                found.lists.push_back(one.list);
-            }
-        }
-        std::ranges::sort(found.lists);
-        found.lists.erase(std::unique(found.lists.begin(), found.lists.end()), found.lists.end());
-    }
-    return found;
+    return matcher(database, nothing, no_path, texts, bounds).name_all(take);
 }
 
 void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,

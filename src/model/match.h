@@ -6,7 +6,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "model/pe_properties.h"
@@ -62,27 +61,15 @@ bool match_program(match_results& results, const sdb::sdb_database& database, co
                    const std::string& path, const tag_texts& texts,
                    const request::bounds& bounds = {}, looked_at_lists* looked_at = nullptr);
 
-// The file names of all matching-file lists of a database, for whoever has many programs to match. It
-// finds what match_program() looks at. The database must outlive it.
-class match_index {
-public:
-    match_index(const sdb::sdb_database& database, const tag_texts& texts,
-                const request::bounds& bounds = {});
+// Is given the file name of a matching-file list, and whether nothing stands in it, so that it makes its name
+// known, and catches nothing.
+using list_name_taker =
+    std::function<void(std::string name, const looked_at_list& list, bool is_empty)>;
 
-    // False if records that hold others were left out, since there is no end of them.
-    bool is_complete() const noexcept { return is_complete_; }
-    // The lists of a file's name, or, if there are none, of its whole path.
-    looked_at_lists find(const std::string& path) const;
-
-private:
-    // By lower-case name. A list in which nothing stands makes its name known, and catches nothing.
-    struct named_list {
-        looked_at_list list;
-        bool is_empty;
-    };
-    std::unordered_map<std::string, std::vector<named_list>> by_name_;
-    bool is_complete_ = true;
-};
+// Names all matching-file lists of a database. False if records that hold others were left out, since there
+// is no end of them.
+bool name_matching_lists(const sdb::sdb_database& database, const tag_texts& texts,
+                         const request::bounds& bounds, const list_name_taker& take);
 
 // Is told of each list, and of all that it asks for by ascending tag: also of what match_program() does not
 // come to.
@@ -98,7 +85,8 @@ public:
     virtual void end_list(bool is_caught, agreement verdict) = 0;
 };
 
-// Holds lists that were looked at against the file once more.
+// Holds lists that were looked at against the file once more. A record in place of a list stands for the
+// facts that stand in it directly.
 void compare_lists(const looked_at_lists& lists, const sdb::sdb_database& database,
                    const pe_list& file, const std::string& path, const tag_texts& texts,
                    const request::bounds& bounds, comparison_listener& listener);

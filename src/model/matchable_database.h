@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "model/match.h"
+#include "model/match_index.h"
 #include "sdb/database.h"
 
 namespace model {

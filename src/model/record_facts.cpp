@@ -80,4 +80,39 @@ bool is_matching_list(std::uint16_t tag)
            tag == tag::matching_device || tag == tag::matching_info_block;
 }
 
+bool is_fact_of_program(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::size:
+    case tag::checksum:
+    case tag::pe_checksum:
+    case tag::module_type:
+    case tag::linker_version:
+    case tag::link_date:
+    case tag::from_link_date:
+    case tag::upto_link_date:
+    case tag::file_version:
+    case tag::bin_file_version:
+    case tag::from_bin_file_version:
+    case tag::upto_bin_file_version:
+    case tag::product_version:
+    case tag::bin_product_version:
+    case tag::from_bin_product_version:
+    case tag::upto_bin_product_version:
+    case tag::verfileos:
+    case tag::verfiletype:
+    case tag::company_name:
+    case tag::product_name:
+    case tag::file_description:
+    case tag::internal_name:
+    case tag::original_filename:
+    case tag::legal_copyright:
+    case tag::langid:
+    case tag::ver_language:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace model

@@ -31,6 +31,9 @@ std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list,
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 
+// Whether a tag is one of the facts by which a program is told from others of its name.
+bool is_fact_of_program(std::uint16_t tag);
+
 // The number that a tag of any numeric type holds.
 inline std::uint64_t number_at(const sdb::sdb_database& database, std::uint32_t offset)
 {

@@ -1,11 +1,14 @@
 #include <algorithm>
 #include <iterator>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "model/fix_uses.h"
 #include "model/match.h"
+#include "model/match_index.h"
 #include "model/record_facts.h"
 #include "report/finding_rows.h"
 #include "report/reports.h"
@@ -22,6 +25,10 @@ namespace {
 namespace tag = sdb::tag;
 
 constexpr std::size_t longest_name = 300;
+
+enum class verdict_on_program { caught, perhaps_caught, near, beside };
+constexpr std::string_view verdicts[] = {"caught", "caught as far as is known", "nearly caught",
+                                         "looked for"};
 
 // The sign between what the database asks for and what the program has.
 std::string_view sign_of(std::uint16_t own)
@@ -47,8 +54,9 @@ std::string text_of(const model::pe_property& found)
 // Tells the lists that catch a program, and with explanations those that nearly do.
 class caught_teller : public model::comparison_listener {
 public:
-    caught_teller(const job& work, const model::matchable_database& candidate)
-        : work_(work), candidate_(candidate)
+    caught_teller(const job& work, const model::matchable_database& candidate,
+                  std::span<const model::named_record> named)
+        : work_(work), candidate_(candidate), named_(named)
     {}
 
     bool begin_list(const model::looked_at_list& list) override
@@ -56,18 +64,24 @@ public:
         list_ = list;
         facts_.clear();
         failed_ = tested_ = unknown_ = 0;
+        is_named_otherwise_ = false;
         return work_.form.goes_on();
     }
 
     bool property(const model::compared_property& one) override
     {
-        const bool is_name = one.tag == tag::name; // which holds: that is why the list is looked at
-        const bool agrees = is_name || one.agrees == model::agreement::yes;
-        const bool is_known = is_name || one.agrees != model::agreement::unknown;
-        tested_ += is_known && !is_name ? 1 : 0;
+        const bool agrees = one.agrees == model::agreement::yes;
+        const bool is_known = one.agrees != model::agreement::unknown;
+        if (one.tag == tag::name) {
+            // Of a list that was found by a whole path. A pattern is held against the name elsewhere.
+            const model::named_record* const named = named_of(list_.record);
+            is_named_otherwise_ |= is_known && !agrees && !(named != nullptr && named->is_pattern);
+            return work_.form.goes_on();
+        }
+        tested_ += is_known ? 1 : 0;
         failed_ += is_known && !agrees ? 1 : 0;
         unknown_ += is_known || one.tag == tag::match_logic_not ? 0 : 1;
-        if (!work_.options.explain || is_name) {
+        if (!work_.options.explain) {
             return work_.form.goes_on();
         }
         std::string fact(sdb::tag_name(one.tag));
@@ -85,28 +99,35 @@ public:
         return work_.form.goes_on();
     }
 
-    void end_list(bool, model::agreement verdict) override
+    void end_list(bool, model::agreement) override
     {
         using enum model::agreement;
+        const model::agreement verdict = failed_ != 0 || is_named_otherwise_ ? no
+                                         : unknown_ != 0                     ? unknown
+                                                                             : yes;
         const bool is_negated =
             model::child_of(candidate_.database, list_.list, tag::match_logic_not) != 0;
         kept_list made{list_, std::move(facts_), verdict, false};
         if (!is_negated) {
-            made.is_near = work_.options.explain && failed_ == 1 && tested_ >= 2;
+            made.is_near =
+                work_.options.explain && failed_ == 1 && tested_ >= 2 && !is_named_otherwise_;
         } else { // it is the other programs of that name that are meant
             made.verdict = failed_ != 0 ? yes : unknown_ != 0 ? unknown : no;
         }
         // All of a record's lists must hold; those of one record follow each other.
         if (!kept_.empty() && kept_.front().list.record != made.list.record) {
-            tell_record();
+            tell_record(kept_.front().list);
         }
+        tell_named(made.list.record);
         kept_.push_back(std::move(made));
     }
     void finish()
     {
         if (!kept_.empty()) {
-            tell_record();
+            tell_record(kept_.front().list);
         }
+        constexpr std::uint32_t behind_all = 0xffffffff;
+        tell_named(behind_all);
     }
 
     bool caught_any() const noexcept { return caught_any_; }
@@ -144,8 +165,10 @@ private:
         candidate_.database.for_each_child(
             list_.record, [&](std::uint32_t offset, std::uint16_t own) {
                 constexpr std::size_t most = 100;
-                const bool is_test = own == tag::matching_file || own == tag::matching_reg ||
-                                     own == tag::matching_text || own == tag::matching_device;
+                // A list of files in which nothing stands asks for nothing.
+                const bool is_test =
+                    model::is_matching_list(own) &&
+                    (own != tag::matching_file || candidate_.database.list_size_from(offset) != 0);
                 const bool is_kept = std::ranges::any_of(
                     kept_, [&](const kept_list& each) { return each.list.list == offset; });
                 any = any || (is_test && !is_kept);
@@ -159,8 +182,33 @@ private:
         return any;
     }
 
-    // The lists of one record, which were kept.
-    void tell_record()
+    // Which of the records of the program's name it is; null for none.
+    const model::named_record* named_of(std::uint32_t record) const
+    {
+        const auto found =
+            std::ranges::lower_bound(named_, record, {}, &model::named_record::record);
+        return found != named_.end() && found->record == record ? &*found : nullptr;
+    }
+
+    // The records of the program's name up to one of which there are lists.
+    void tell_named(std::uint32_t record)
+    {
+        for (; told_named_ < named_.size() && named_[told_named_].record <= record; ++told_named_) {
+            if (named_[told_named_].record != record && work_.form.goes_on()) {
+                tell_record({named_[told_named_].record, 0});
+            }
+        }
+    }
+
+    // What the name of the program agrees with.
+    std::string fact_of_name(const model::named_record& named) const
+    {
+        return sdb::tag_name(candidate_.database.tag_from(named.name)) + ' ' +
+               value_words(candidate_.database, named.name, work_.options) + " = ok";
+    }
+
+    // A record, with those of its lists that were kept.
+    void tell_record(const model::looked_at_list& list)
     {
         using enum model::agreement;
         const auto count = [this](model::agreement verdict) {
@@ -170,32 +218,49 @@ private:
         const bool is_near = failed == 1 && std::ranges::any_of(kept_, [](const kept_list& each) {
                                  return each.verdict == no && each.is_near;
                              });
-        list_ = kept_.front().list;
+        list_ = list;
         facts_.clear();
+        const model::named_record* const named = named_of(list.record);
+        if (work_.options.explain && named != nullptr && (named->is_pattern || kept_.empty())) {
+            facts_.push_back(fact_of_name(*named));
+        }
         for (kept_list& each : kept_) {
             std::ranges::move(each.facts, std::back_inserter(facts_));
         }
-        is_known_ = count(unknown) == 0 && !add_other_tests();
-        if (failed == 0 || is_near) {
-            tell(failed == 0);
+        const bool is_beside = named == nullptr && is_about_another();
+        if (is_beside && failed == 0) {
+            tell(verdict_on_program::beside);
+        } else if (!is_beside && (failed == 0 || is_near)) {
+            const bool is_known = count(unknown) == 0 && !add_other_tests();
+            tell(failed != 0 ? verdict_on_program::near
+                 : is_known  ? verdict_on_program::caught
+                             : verdict_on_program::perhaps_caught);
         }
         kept_.clear();
     }
 
-    void tell(bool is_caught)
+    // Whether the record in work is about programs of another name.
+    bool is_about_another() const
     {
+        const std::uint16_t own = candidate_.database.tag_from(list_.record);
+        return (own == tag::exe || own == tag::kdriver) &&
+               !model::text_in(candidate_.database, list_.record, tag::name, longest_name).empty();
+    }
+
+    void tell(verdict_on_program what)
+    {
+        using enum verdict_on_program;
         const sdb::sdb_database& database = candidate_.database;
-        caught_any_ |= is_caught;
+        caught_any_ |= what == caught || what == perhaps_caught;
         const std::string record =
             shortened(model::name_of_list(database, list_.record, longest_name));
         const std::string kind = sdb::tag_name(database.tag_from(list_.record));
-        const std::string verdict = !is_caught  ? "nearly caught"
-                                    : is_known_ ? "caught"
-                                                : "caught as far as is known";
-        const std::string names = fixes();
+        const std::string verdict(verdicts[static_cast<std::size_t>(what)]);
+        // The fixes of a record are for the program that it is about.
+        const std::string names = what == beside ? std::string() : fixes();
         uni::text_buffer words;
-        words.text(verdict + " by " + kind + " " + record + " of " + candidate_.path + ": " +
-                   names + "  tag 0x");
+        words.text(verdict + " by " + kind + " " + record + " of " + candidate_.path +
+                   (what == beside ? " beside that program" : ": " + names) + "  tag 0x");
         words.hex(list_.record, 8);
         std::vector<std::string> lines = {heading_line(work_.path, words.view())};
         std::string joined;
@@ -209,8 +274,9 @@ private:
             {.name = "verdict", .shown = verdict},
             {.name = "record", .shown = record},
             {.name = "record_offset", .shown = form::hex_number{list_.record}},
-            {.name = "list_offset", .shown = form::hex_number{list_.list}},
-            {.name = "fixes", .shown = names},
+            {.name = "list_offset",
+             .shown = list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list})},
+            {.name = "fixes", .shown = what == beside ? form::value() : form::value(names)},
             {.name = "facts", .shown = joined.empty() ? form::value() : form::value(joined)},
         };
         work_.form.entry_row("caught", cells, lines);
@@ -218,10 +284,12 @@ private:
 
     const job& work_;
     const model::matchable_database& candidate_;
+    std::span<const model::named_record> named_; // of the program's name
+    std::size_t told_named_ = 0;
     model::looked_at_list list_;
     std::vector<std::string> facts_;
     std::vector<kept_list> kept_; // of one record
-    bool is_known_ = false;
+    bool is_named_otherwise_ = false;
     std::uint64_t failed_ = 0;
     std::uint64_t tested_ = 0;
     std::uint64_t unknown_ = 0;
@@ -235,9 +303,10 @@ bool tell_caught(const job& work)
 {
     bool any = false;
     for (const model::matchable_database& candidate : *work.candidates) {
-        caught_teller teller(work, candidate);
-        model::compare_lists(candidate.index.find(work.path), candidate.database, *work.program,
-                             work.path, candidate.texts, work.options.bounds, teller);
+        const model::found_by_name found = candidate.index.find(work.path);
+        caught_teller teller(work, candidate, found.records);
+        model::compare_lists(found.lists, candidate.database, *work.program, work.path,
+                             candidate.texts, work.options.bounds, teller);
         teller.finish();
         any |= teller.caught_any();
     }

@@ -59,6 +59,7 @@ struct file_test {
     bool is_negated = false;
 };
 
+// What a list asks of a file; of a record itself, what that asks for outside its lists.
 file_test read_test(const sdb::sdb_database& database, std::uint32_t list,
                     const request::cmd_params& style)
 {
@@ -66,7 +67,11 @@ file_test read_test(const sdb::sdb_database& database, std::uint32_t list,
     std::string from;
     std::string upto;
     std::uint64_t more = 0; // facts than a line takes
+    const bool is_record = database.tag_from(list) != tag::matching_file;
     database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (is_record && !model::is_fact_of_program(own)) {
+            return;
+        }
         if (own == tag::name && made.name.empty()) {
             made.name = stored_text(database, offset);
         } else if (own == tag::match_logic_not) {
@@ -189,7 +194,10 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
             vendor = " of " + quoted(stored_text(database, offset));
         }
     });
-    if (own_lines.empty() && database.tag_from(record) == tag::exe) {
+    const std::uint16_t own = database.tag_from(record);
+    if (own == tag::kdriver) {
+        own_lines.insert(own_lines.begin(), words_of_own_file(read_test(database, record, style)));
+    } else if (own_lines.empty() && own == tag::exe) {
         own_lines.emplace_back("any file of that name");
     }
     own_lines.insert(own_lines.end(), lines.begin(), lines.end());
