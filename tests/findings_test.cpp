@@ -118,6 +118,10 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          exe_with("a.exe", "InjectDll", "b.dll;c.dll")},
         {"inject.path", exe_with("a.exe", "Own", "\\\\server\\b.dll"),
          exe_with("a.exe", "Own", "%windir%\\b.dll")},
+        {"inject.path", exe_with("a.exe", "Own", "Load(%HOMEPATH%\\b.dll#3)"),
+         exe_with("a.exe", "Own", "Load(C:\\Program Files (x86)\\b.dll#3)")},
+        {"inject.path", exe_with("a.exe", "Own", "C:\\Users\\b.dll:Entry"),
+         exe_with("a.exe", "Own", "C:\\Users\\b.dll\\c")},
         {"inject.path", exe_with("a.exe", "Own", "..\\b.dll"), exe_with("a.exe", "Own", "b.dll")},
         {"inject.own-module", "library|  shim|    name = S|    dllfile = mine.dll",
          "library|  shim|    name = S|    dllfile = acgenral.DLL"},
@@ -127,6 +131,8 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          exe_with("a.exe", "CorrectFilePaths", "%TEMP%\\a.ini;%windir%\\a.ini")},
         {"redirect.path", exe_with("a.exe", "SetEnvironmentVariable", "PATH=C:\\Users\\a"),
          exe_with("a.exe", "SetEnvironmentVariable", "HOME=C:\\Users\\a")},
+        {"redirect.path", exe_with("a.exe", "SetEnvironmentVariable", "PATH;C:\\Users\\a"),
+         exe_with("a.exe", "SetEnvironmentVariable", "HOME;C:\\Users\\a")},
         {"patch.custom", patched("      match 1 a.exe = 00"), exe_with("a.exe", "P")},
         {"patch.code", patched("      match 1 a.exe = 74|      replace 1 a.exe = eb"),
          patched("      match 1 a.exe = 74|      replace 1 a.exe = 33")},
@@ -167,6 +173,8 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          "exe|  name = a.exe|  layer|    name = NT4SP5"},
         {"who.vendor", "exe|  name = a.exe|  vendor = Microsoft Corp",
          "exe|  name = a.exe|  company_name = Microsoft"},
+        {"who.vendor", "library|  app|    vendor = Microsoft",
+         "library|  app|    name = Microsoft"},
         {"who.vendor", "name = Microsoft things", "name = Micro things"},
         {"who.default", "name = New Database(1)", "name = New Database of ours"},
         {"who.default", "name = {7a3c5e10-94d2-4b6f-8e21-c0d9f45b7a63}", "name = 7a3c5e10"},
@@ -453,15 +461,16 @@ TEST(findings, about_the_registry_are_what_does_not_fit_together)
     }
 
     model::registry_lists lists;
-    lists.layers = {{"C:\\Users\\a\\b.exe", "~ RunAsAdmin"},
-                    {"C:\\Program Files\\b.exe", "~ RunAsAdmin"},
-                    {"C:\\Users\\a\\c.exe", "~ Win7RTM"}};
-    lists.drivers = {{"a.sys", "SomeShim"}};
+    lists.layers = {{"C:\\Users\\a\\b.exe", "~ RunAsAdmin", "U.DAT"},
+                    {"C:\\Program Files\\b.exe", "~ RunAsAdmin", "U.DAT"},
+                    {"C:\\Users\\a\\c.exe", "~ Win7RTM", "U.DAT"}};
+    lists.drivers = {{"a.sys", "SomeShim", "SYSTEM"}};
     std::vector<std::string> ids;
     for (const auto& one : model::judge_registry(known(), {}, lists, {})) {
-        ids.push_back(one.found.kind->id + " " + one.program);
+        ids.push_back(one.found.kind->id + " " + one.program + " " + one.found.second.text);
     }
-    EXPECT_EQ(ids, (std::vector<std::string>{"reg.layer C:\\Users\\a\\b.exe", "reg.driver a.sys"}));
+    EXPECT_EQ(ids, (std::vector<std::string>{"reg.layer C:\\Users\\a\\b.exe runasadmin in U.DAT",
+                                             "reg.driver a.sys SomeShim in SYSTEM"}));
 }
 
 // A key below others, each named once.
@@ -477,7 +486,7 @@ void read_hive(model::registry_lists& lists, const test_support::hive_key& root)
 {
     hive::hive_bytes image;
     image.open(test_support::source_of(test_support::hive_builder().build(root)));
-    model::read_registry_lists(lists, hive::hive_image(std::move(image)));
+    model::read_registry_lists(lists, hive::hive_image(std::move(image)), {});
 }
 
 TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user)

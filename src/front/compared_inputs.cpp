@@ -1,8 +1,12 @@
 #include "front/compared_inputs.h"
 
 #include <algorithm>
+#include <deque>
+#include <iterator>
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "front/discovery.h"
@@ -65,39 +69,64 @@ public:
     }
 
 private:
-    // Those that have no counterpart in their place.
+    // A file that has no counterpart in its place.
+    struct lone_file {
+        std::string path;
+        input_work::likeness is;
+    };
+
+    std::vector<lone_file> read_lone(const std::vector<std::string>& paths)
+    {
+        std::vector<lone_file> made;
+        for (const std::string& path : paths) {
+            if (auto is = inputs_.likeness_of(path, out_)) {
+                made.push_back({path, *std::move(is)});
+            } else {
+                told_.note_done(path);
+            }
+        }
+        return made;
+    }
+
+    // Those that have no counterpart in their place, by identifier: of several first those of the same bytes.
     void compare_by_id(const placed_files& after)
     {
-        std::map<std::string, std::vector<std::string>> after_by_id;
-        std::vector<std::string> rest;
-        for (const auto& [place, path] : after) {
-            const auto id = inputs_.id_of(path, out_);
-            if (id && !id->empty()) {
-                after_by_id[*id].push_back(path);
-            } else if (id) {
-                rest.push_back(path);
-            } else {
-                told_.note_done(path);
+        std::vector<std::string> paths;
+        std::ranges::transform(after, std::back_inserter(paths), &placed_files::value_type::second);
+        const std::vector<lone_file> come = read_lone(paths);
+        const std::vector<lone_file> gone = read_lone(lone_before_);
+        std::vector<const lone_file*> found(gone.size());
+        std::set<const lone_file*> taken;
+        for (const bool by_bytes : {true, false}) {
+            const auto key_of = [&](const lone_file& one) {
+                return by_bytes ? one.is.id + one.is.digest : one.is.id;
+            };
+            std::map<std::string, std::deque<const lone_file*>> come_by_key;
+            for (const lone_file& one : come) {
+                if (!one.is.id.empty() && !taken.contains(&one)) {
+                    come_by_key[key_of(one)].push_back(&one);
+                }
+            }
+            for (std::size_t i = 0; i < gone.size(); ++i) {
+                const auto others = come_by_key.find(key_of(gone[i]));
+                if (found[i] == nullptr && others != come_by_key.end() && !others->second.empty()) {
+                    found[i] = others->second.front();
+                    others->second.pop_front();
+                    taken.insert(found[i]);
+                }
             }
         }
-        for (const std::string& path : lone_before_) {
-            const auto id = inputs_.id_of(path, out_);
-            const auto other = id ? after_by_id.find(*id) : after_by_id.end();
-            if (other != after_by_id.end() && !other->second.empty()) {
-                tell_pair(path, other->second.front());
-                other->second.erase(other->second.begin());
-            } else if (id) {
-                tell_lone(path, {});
+        for (std::size_t i = 0; i < gone.size(); ++i) {
+            if (found[i] != nullptr) {
+                tell_pair(gone[i].path, found[i]->path);
             } else {
-                told_.note_done(path);
+                tell_lone(gone[i].path, {});
             }
         }
-        for (const auto& [id, paths] : after_by_id) {
-            rest.insert(rest.end(), paths.begin(), paths.end());
-        }
-        std::ranges::sort(rest);
-        for (const std::string& path : rest) {
-            tell_lone({}, path);
+        for (const lone_file& one : come) {
+            if (!taken.contains(&one)) {
+                tell_lone({}, one.path);
+            }
         }
     }
 

@@ -12,6 +12,7 @@
 #include "model/differences.h"
 #include "model/image_digests.h"
 #include "model/pe_properties.h"
+#include "platform/digests.h"
 #include "platform/redirection.h"
 #include "report/read_program.h"
 #include "report/reports.h"
@@ -277,7 +278,8 @@ void input_work::tell_lone_database(const std::string& before, const std::string
     report::report_of("lone").make(work);
 }
 
-std::optional<std::string> input_work::id_of(const std::string& path, const input_output& out) const
+std::optional<input_work::likeness> input_work::likeness_of(const std::string& path,
+                                                            const input_output& out) const
 {
     loaded_file file;
     if (load(file, path, out) != outcome::told) {
@@ -285,7 +287,10 @@ std::optional<std::string> input_work::id_of(const std::string& path, const inpu
         tell_failure(path, file.reason, out, file.source.get());
         return std::nullopt;
     }
-    return model::identity_of(file.database).identifier;
+    const auto digest =
+        platform::compute_digest(platform::digest_kind::sha256, file.database.image().bytes());
+    return likeness{model::identity_of(file.database).identifier,
+                    std::string(digest.begin(), digest.end())};
 }
 
 void input_work::load_candidates(const input_output& out)

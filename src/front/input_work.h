@@ -45,8 +45,13 @@ public:
     // That a database has no counterpart; one of the two paths is empty.
     void tell_lone_database(const std::string& before, const std::string& after,
                             const input_output& out) const;
-    // The identifier of a database, as text; empty for none, nothing for what is no database.
-    std::optional<std::string> id_of(const std::string& path, const input_output& out) const;
+    // By what a database may be found again in another place.
+    struct likeness {
+        std::string id;     // its identifier as text, empty for none
+        std::string digest; // of its image
+    };
+    // Nothing for what is no database.
+    std::optional<likeness> likeness_of(const std::string& path, const input_output& out) const;
     // What the one program that was named says of itself.
     void tell_program_alone(const input_output& out) const;
     // An input that could not be told about; that was said.

@@ -225,7 +225,7 @@ void read_table(hives_read& to, software_hive hive, const std::string& path, boo
     }
     tell_of_logs(own, hive, path, findings);
     if (reads_lists) {
-        read_registry_lists(to.lists, image);
+        read_registry_lists(to.lists, image, path);
     }
     const bool is_whole = image.is_open() && !image.has_failed() && !outcome.is_damaged;
     to.has_key = to.has_key || outcome.has_keys || !is_whole; // as far as anybody can tell

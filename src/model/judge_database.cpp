@@ -369,6 +369,9 @@ private:
             case tag::kflag:
                 add(signal::driver_entries, offset, finding_part(offset));
                 break;
+            case tag::app:
+                judge_application(offset);
+                break;
             case tag::msi_transform:
             case tag::msi_custom_action:
                 add(signal::msi_action, offset, finding_part(offset));
@@ -379,6 +382,17 @@ private:
         }
         if (own_ones != 0) {
             add(signal::lib_own, first, finding_part(first), own_ones == 1 ? 0 : 1, own_ones);
+        }
+    }
+
+    // Whose program it says that it is.
+    void judge_application(std::uint32_t app)
+    {
+        const std::uint32_t vendor = child_of(database_, app, tag::vendor);
+        const std::string text =
+            vendor == 0 ? std::string() : text_at(database_, vendor, most_judged_text);
+        if (known_.begins_word(name_list::system_maker, uni::lowered(text))) {
+            add(signal::who_vendor, vendor, finding_part(vendor), 1);
         }
     }
 

@@ -21,11 +21,13 @@ struct custom_entry {
 struct layers_entry {
     std::string program; // its path
     std::string layers;
+    std::string hive; // the path of the one that says so; empty where it is not known
 };
 
 struct driver_entry {
     std::string driver;
     std::string shims;
+    std::string hive;
 };
 
 struct registry_lists {

@@ -82,6 +82,11 @@ placed_finding placed(const knowledge& known, signal what, std::string database,
     return made;
 }
 
+std::string in_hive(const std::string& path)
+{
+    return path.empty() ? path : " in " + path;
+}
+
 // Judges what is registered, key by key.
 class registry_judge {
 public:
@@ -140,14 +145,16 @@ public:
             }
         }
         if (!watched.empty() && is_writable_place(known_, entry.program)) {
-            add(signal::reg_layer, {}, finding_part(entry.program), finding_part(watched));
+            add(signal::reg_layer, {}, finding_part(entry.program),
+                finding_part(watched + in_hive(entry.hive)));
             found_.back().program = entry.program;
         }
     }
 
     void judge_driver(const driver_entry& entry)
     {
-        add(signal::reg_driver, {}, finding_part(entry.driver), finding_part(entry.shims));
+        add(signal::reg_driver, {}, finding_part(entry.driver),
+            finding_part(entry.shims + in_hive(entry.hive)));
         found_.back().program = entry.driver;
     }
 
@@ -220,7 +227,8 @@ private:
 
 } // namespace
 
-void read_registry_lists(registry_lists& lists, const hive::hive_image& image)
+void read_registry_lists(registry_lists& lists, const hive::hive_image& image,
+                         const std::string& path)
 {
     const auto note = [&](const hive::query_outcome& outcome) {
         lists.is_damaged = lists.is_damaged || outcome.is_damaged;
@@ -247,13 +255,13 @@ void read_registry_lists(registry_lists& lists, const hive::hive_image& image)
     for (const std::string& root : {machine, std::string("User\\Software\\")}) {
         note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text, false,
                  [&](hive::hive_value_record&& row) {
-                     lists.layers.push_back({row.value_name, text_of(row)});
+                     lists.layers.push_back({row.value_name, text_of(row), path});
                  }));
     }
     note(ask(image, "HKLM\\System\\CurrentControlSet\\Control\\Compatibility\\Driver\\?*",
              hive::data_need::text, false, [&](hive::hive_value_record&& row) {
                  if (uni::equal_ignoring_case(row.value_name, "Shims")) {
-                     lists.drivers.push_back({row.path_segments->back(), text_of(row)});
+                     lists.drivers.push_back({row.path_segments->back(), text_of(row), path});
                  }
              }));
 }

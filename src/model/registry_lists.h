@@ -18,8 +18,10 @@
 
 namespace model {
 
-// Adds what one hive holds of these lists: the machine's software or system hive, or that of a user.
-void read_registry_lists(registry_lists& lists, const hive::hive_image& image);
+// Adds what one hive holds of these lists: the machine's software or system hive, or that of a user. `path`
+// is where it lies.
+void read_registry_lists(registry_lists& lists, const hive::hive_image& image,
+                         const std::string& path);
 
 // Whether the file of a stored path is there; nothing where nobody can tell.
 using file_probe = std::function<std::optional<bool>(const std::string& stored)>;

@@ -454,7 +454,8 @@ private:
         if (fix.weighs < weight::medium) {
             return;
         }
-        const finding_kind* const kind = known_.kind_called("fix." + fix.family);
+        const finding_kind* kind = known_.kind_called("fix." + fix.family);
+        kind = kind != nullptr ? kind : known_.kind_called("fix.other");
         if (fix.family == "weaken") {
             tell_signal(signal::weaken_fix);
         } else if (fix.family == "elevate") {

@@ -12,6 +12,15 @@ namespace {
 
 constexpr std::string_view separators = ";|,\"'\r\n\t";
 
+// Whether a name ends before a character: what follows may be the name of a stream, a number of an entry
+// point or the end of a call, but no more of the name.
+bool ends_name(char behind)
+{
+    constexpr std::string_view goes_on = "_-.\\/";
+    return !uni::is_letter_or_digit(behind) && static_cast<unsigned char>(behind) < 0x80 &&
+           goes_on.find(behind) == std::string_view::npos;
+}
+
 std::string plain_lowered(std::string_view path)
 {
     std::string text = uni::lowered(path);
@@ -31,7 +40,8 @@ std::string plain_lowered(std::string_view path)
 std::size_t path_start(std::string_view words)
 {
     for (std::size_t i = words.size(); i-- > 0;) {
-        const bool begins_word = i == 0 || words[i - 1] == ' ' || words[i - 1] == '=';
+        constexpr std::string_view before_word = " =([{<@&";
+        const bool begins_word = i == 0 || before_word.find(words[i - 1]) != std::string_view::npos;
         const std::string_view rest = words.substr(i);
         if (begins_word && (has_drive(rest) || rest.starts_with("\\\\") || rest.starts_with("%"))) {
             return i;
@@ -67,8 +77,7 @@ std::vector<std::string> modules_named(std::string_view command_line)
         const std::string_view rest = std::string_view(lower).substr(dot);
         const auto extension = std::ranges::find_if(extensions, [&](std::string_view one) {
             return rest.starts_with(one) &&
-                   (rest.size() == one.size() || rest[one.size()] == ' ' ||
-                    separators.find(rest[one.size()]) != std::string_view::npos);
+                   (rest.size() == one.size() || ends_name(rest[one.size()]));
         });
         if (extension == extensions.end()) {
             continue;
@@ -115,11 +124,11 @@ bool redirects_to_writable(const knowledge& known, std::string_view command_line
                                            ? std::string_view(item)
                                            : std::string_view(item).substr(equals + 1);
         const bool is_writable = is_writable_place(known, uni::trimmed(value));
-        if (equals != std::string::npos &&
-            known.holds(name_list::system_variable,
-                        uni::trimmed(std::string_view(item).substr(0, equals)))) {
-            has_system_place = true;
-        }
+        // A variable stands before "=", or as an item of its own, or its value follows behind a blank.
+        const std::string_view variable =
+            std::string_view(item).substr(0, std::min(equals, item.find(' ')));
+        has_system_place =
+            has_system_place || known.holds(name_list::system_variable, uni::trimmed(variable));
         if (is_writable && has_system_place) {
             return true;
         }

@@ -168,7 +168,8 @@ private:
         const std::vector<std::string> before = lines_of(*work_.database, one.before);
         const std::vector<std::string> after = lines_of(*work_.other, one.after);
         const auto size_words = [](const sdb::sdb_database& database, std::uint32_t offset) {
-            return std::to_string(database.payload_at(offset).size()) + " bytes";
+            const std::size_t size = database.payload_at(offset).size();
+            return std::to_string(size) + (size == 1 ? " byte" : " bytes");
         };
         std::vector<std::string> gone;
         std::vector<std::string> come;

@@ -106,7 +106,10 @@ std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
     }
     uni::text_buffer text;
     form::write_tag_text(text, database, own, offset, style);
-    return std::string(text.view());
+    const bool is_number = sdb::tag_type(own) >= type::byte_ && sdb::tag_type(own) <= type::qword;
+    // A moment of 0 has no text.
+    return text.view().empty() && is_number ? hexadecimal(model::number_at(database, offset))
+                                            : std::string(text.view());
 }
 
 std::string scalars_of(const sdb::sdb_database& database, std::uint32_t list,
