@@ -45,6 +45,11 @@ public:
             sdb::tag_name(is_after ? after_.tag_from(one.after) : before_.tag_from(one.before)));
         return true;
     }
+    bool reached(const model::record_change&, bool is_reached_after) override
+    {
+        lines.push_back(is_reached_after ? "  +index" : "  -index");
+        return true;
+    }
     std::vector<std::string> lines;
 
 private:
@@ -107,6 +112,8 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
         {{{"      name = PinOldVersion\n      shim_tagid = @pin_old_version",
            "      name = PinOldVersion\n      shim_tagid = @redirect_old_paths"}},
          {"~OlderRelease", "  ~shim_tagid"}},
+        // The system finds a record by an index.
+        {{{"      ledger.exe = @ledger\n", ""}}, {"~ledger.exe", "  -index"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.changes.front().second);

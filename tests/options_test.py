@@ -11,6 +11,7 @@ import select
 import subprocess
 import sys
 import termios
+from pathlib import Path
 
 from support.whole_runs import (ARGUMENTS, FAILED, SAMPLE, Runs, main, run, small_database)
 
@@ -114,6 +115,13 @@ class Options(Runs):
                                     r"\x1b\[2K\r +\r$")
         with open(self.path("report"), "wb") as report:
             self.assertEqual(self.on_terminal("-enumdir", self.path("in"), "-stats", "-quiet", stdout=report), "")
+
+    def test_moved_databases_are_paired_by_their_bytes(self):
+        # Both have one identifier, and the order of their names is turned round.
+        for name, example in (("in/1", "sample"), ("in/2", "changed"), ("other/3", "changed"), ("other/4", "sample")):
+            self.write(f"{name}.sdb", Path(f"examples/{example}.sdb").read_bytes())
+        told = self.printed("-enumdir", self.path("in"), "-diff", self.path("other"), "-quiet", "-no_header").decode()
+        self.assertEqual(told.count("no record differs"), 2, told)
 
     def test_a_refusal_leaves_the_results_file_alone(self):
         out = self.write("out", b"old")

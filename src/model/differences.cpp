@@ -173,13 +173,31 @@ private:
             goes_on_ = goes_on_ && listener_.record(
                                        {one.before == 0 ? change_kind::added : change_kind::removed,
                                         one.before, one.after});
-        } else if (before_.contents.of_list(one.before) == after_.contents.of_list(one.after)) {
+            return;
+        }
+        const bool is_equal =
+            before_.contents.of_list(one.before) == after_.contents.of_list(one.after);
+        const bool is_reached = compares_indexes_ && is_indexed(after_, one.after);
+        const bool is_reached_otherwise =
+            compares_indexes_ && is_indexed(before_, one.before) != is_reached;
+        if (is_equal && !is_reached_otherwise) {
             ++counts_.unchanged;
-        } else {
-            ++counts_.changed;
-            goes_on_ = goes_on_ && listener_.record({change_kind::changed, one.before, one.after});
+            return;
+        }
+        ++counts_.changed;
+        const record_change change{change_kind::changed, one.before, one.after};
+        goes_on_ = goes_on_ && listener_.record(change);
+        if (is_reached_otherwise) {
+            goes_on_ = goes_on_ && listener_.reached(change, is_reached);
+        }
+        if (!is_equal) {
             compare_lists(one.before, one.after, 0);
         }
+    }
+
+    static bool is_indexed(const side& one, std::uint32_t record)
+    {
+        return one.database.is_indexed(*one.database.ordinal_of(record));
     }
 
     static std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
@@ -358,6 +376,9 @@ private:
     side after_;
     difference_listener& listener_;
     difference_counts counts_;
+    // Where one has none at all, that is another matter.
+    bool compares_indexes_ =
+        !before_.database.indexes().empty() && !after_.database.indexes().empty();
     bool goes_on_ = true;
 };
 

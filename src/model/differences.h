@@ -22,15 +22,17 @@ struct record_change {
 };
 
 // Is told of what differs, record by record in the order of the second database, those that are gone at the
-// end. Both answer whether to go on.
+// end.
 class difference_listener {
 public:
     virtual ~difference_listener() = default;
 
-    // A record: what differs in one that stands in both comes behind it.
+    // A record: what differs in one that stands in both comes behind it. All answer whether to go on.
     virtual bool record(const record_change& one) = 0;
     // A tag or a list in that record, whose kind is the same on both sides.
     virtual bool fact(const record_change& one) = 0;
+    // Whether an index leads to that record, which it does in one of the two alone.
+    virtual bool reached(const record_change& one, bool is_reached_after) = 0;
 };
 
 struct difference_counts {

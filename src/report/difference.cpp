@@ -91,7 +91,26 @@ public:
                          text_of(*work_.other, one.after));
     }
 
-    // What the file's head tells.
+    bool reached(const model::record_change& one, bool is_reached_after) override
+    {
+        return tell_fact(one, "index", is_reached_after ? "none leads here" : "leads here",
+                         is_reached_after ? "leads here" : "none leads here");
+    }
+
+    // What stands in front of the database.
+    void tell_head()
+    {
+        const auto indexes = [](const sdb::sdb_database& of) {
+            return of.indexes().empty() ? "none" : std::to_string(of.indexes().size());
+        };
+        tell_versions();
+        if (work_.database->indexes().empty() != work_.other->indexes().empty()) {
+            kind_ = "head";
+            tell_fact({}, "indexes", indexes(*work_.database), indexes(*work_.other));
+        }
+    }
+
+private:
     void tell_versions()
     {
         const auto version = [](const sdb::sdb_database& of) {
@@ -105,7 +124,6 @@ public:
         }
     }
 
-private:
     static constexpr std::size_t longest = 300;
 
     // The text of a scalar, or the name of a list.
@@ -230,7 +248,7 @@ bool tell_differences(const job& work)
     work.form.begin({work.database, work.path, &about});
     difference_teller teller(work);
     work.form.title(work.path + " -> " + work.other_path + ":");
-    teller.tell_versions();
+    teller.tell_head();
     const model::difference_counts counts =
         model::compare_databases(*work.database, *work.other, teller, work.threads);
     const auto words = [](std::uint64_t number, const char* what) {
