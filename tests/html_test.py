@@ -180,6 +180,7 @@ class Html(Runs):
         lists = f"{SAMPLE}\n{tool}\n{self.path('none.sdb')}\n".encode()
         program = self.write("p.exe", small_program())
         for options, code, words in (
+                (f"-sdb {SAMPLE} -explain", 0, "1 database; 0 could"),
                 (f"-sdb {SAMPLE} -strings nowhere", 0, "1 database, 0 records; 0 could"),
                 (f"-sdb {SAMPLE} -match -pe {tool}", FAILED, "1 could not be read"),
                 (f"-sdb {SAMPLE} -match -pe {program}", 0, "0 records; 0 could"),

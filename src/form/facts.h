@@ -57,6 +57,7 @@ struct run_outcome {
     std::uint64_t programs = 0;  // the same
     std::uint64_t failed = 0;    // databases and programs that could not be
     std::uint64_t records = 0;   // that were said
+    bool lists_records = true;   // the report is a listing of records
     // What writers kept of their inputs for the end of the stream, in order, and of how many that had no
     // room.
     std::string_view kept = {};

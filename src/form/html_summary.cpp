@@ -309,13 +309,18 @@ void write_counts(uni::text_buffer& out, const run_outcome& outcome)
 {
     out.literal("<p>");
     out.decimal(outcome.databases);
-    out.text(outcome.databases == 1 ? " database, " : " databases, ");
+    out.text(outcome.databases == 1 ? " database" : " databases");
     if (outcome.programs != 0) {
+        out.literal(", ");
         out.decimal(outcome.programs);
-        out.text(outcome.programs == 1 ? " program, " : " programs, ");
+        out.text(outcome.programs == 1 ? " program" : " programs");
     }
-    out.decimal(outcome.records);
-    out.text(outcome.records == 1 ? " record; " : " records; ");
+    if (outcome.lists_records) {
+        out.literal(", ");
+        out.decimal(outcome.records);
+        out.text(outcome.records == 1 ? " record" : " records");
+    }
+    out.literal("; ");
     out.decimal(outcome.failed);
     out.literal(" could not be read.</p>\n");
     if (outcome.was_refused) {

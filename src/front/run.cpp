@@ -77,6 +77,7 @@ private:
                              .programs = out_.counts.programs,
                              .failed = out_.counts.failed,
                              .records = out_.counts.records,
+                             .lists_records = !options_.explain && !options_.compares(),
                              .kept = out_.kept.text(),
                              .left_out = out_.kept.left_out(),
                              .is_whole = is_whole,
@@ -197,8 +198,9 @@ private:
         if (options_.is_list_form()) {
             work_on_entries();
             if (out_.counts.programs != 0 && out_.counts.caught == 0) {
-                out_.notices.say("no matches found: %llu programs\n",
-                                 static_cast<unsigned long long>(out_.counts.programs));
+                out_.notices.say("no matches found: %llu program%s\n",
+                                 static_cast<unsigned long long>(out_.counts.programs),
+                                 out_.counts.programs == 1 ? "" : "s");
             }
         } else {
             const uni::busy_thread busy(out_.threads);

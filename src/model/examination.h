@@ -105,6 +105,8 @@ public:
     // What a thread looks at subjects with.
     std::unique_ptr<subject_judge> make_judge() const;
 
+    const record_groupings& groupings() const noexcept { return *groupings_; }
+
 private:
     const examined_database& examined_;
     const request::bounds bounds_;

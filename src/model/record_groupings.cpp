@@ -167,7 +167,8 @@ void record_groupings::note_messages()
         }
         const std::uint32_t message = database_.offset_at(list.ordinal);
         if (const std::uint32_t help = child_of(database_, message, tag::htmlhelpid)) {
-            has_words_by_id_[database_.word_behind(help)] |= has_words_itself(database_, message);
+            std::uint32_t& words = words_by_id_[database_.word_behind(help)];
+            words = words == 0 && has_words_itself(database_, message) ? message : words;
         }
     }
 }
@@ -182,14 +183,14 @@ bool record_groupings::repeats_id(std::uint32_t exe) const
     return std::ranges::binary_search(repeated_ids_, exe);
 }
 
-bool record_groupings::has_words(std::uint32_t message) const
+std::uint32_t record_groupings::words_of(std::uint32_t message) const
 {
     const std::uint32_t help = child_of(database_, message, tag::htmlhelpid);
-    if (help == 0) {
-        return has_words_itself(database_, message);
+    if (help == 0 || has_words_itself(database_, message)) {
+        return has_words_itself(database_, message) ? message : 0;
     }
-    const auto known = has_words_by_id_.find(database_.word_behind(help));
-    return known != has_words_by_id_.end() && known->second;
+    const auto known = words_by_id_.find(database_.word_behind(help));
+    return known == words_by_id_.end() ? 0 : known->second;
 }
 
 } // namespace model

@@ -182,8 +182,31 @@ std::string effect_words::make(const model::fix_use& use, const list_words& refe
     return words + (more.empty() ? "" : " [" + more.substr(2) + "]");
 }
 
-std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::uint32_t record,
-                                       const request::cmd_params& style)
+namespace {
+
+// How severe a message is, which one it is, and what it says in `words_at`, which is 0 for nothing.
+std::string words_of_message(const sdb::sdb_database& database, std::uint32_t message,
+                             std::uint32_t words_at, const request::cmd_params& style)
+{
+    const std::uint32_t severity = model::child_of(database, message, tag::problemseverity);
+    const std::uint32_t help = model::child_of(database, message, tag::htmlhelpid);
+    std::string words = "a message of the system";
+    words += severity == 0 ? "" : ": " + severity_words(database.word_behind(severity));
+    words += help == 0 ? "" : ", text " + scalar_text(database, help, style);
+    if (words_at != 0) {
+        for (const std::uint16_t own : {tag::apphelp_title, tag::apphelp_details}) {
+            const std::uint32_t text = model::child_of(database, words_at, own);
+            words += text == 0 ? "" : ", " + quoted(stored_text(database, text));
+        }
+    }
+    return words;
+}
+
+} // namespace
+
+std::vector<own_effect> own_effects_of(const sdb::sdb_database& database,
+                                       const model::record_groupings& groupings,
+                                       std::uint32_t record, const request::cmd_params& style)
 {
     std::vector<own_effect> made;
     std::uint64_t more = 0;
@@ -194,14 +217,8 @@ std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::u
         if (is_told && made.size() == most_lines) {
             first_more = more++ == 0 ? offset : first_more;
         } else if (own == tag::apphelp) {
-            const std::uint32_t severity = model::child_of(database, offset, tag::problemseverity);
-            const std::uint32_t help = model::child_of(database, offset, tag::htmlhelpid);
             made.push_back(
-                {offset,
-                 "a message of the system" +
-                     (severity == 0 ? std::string()
-                                    : ": " + severity_words(database.word_behind(severity))) +
-                     (help == 0 ? std::string() : ", text " + scalar_text(database, help, style))});
+                {offset, words_of_message(database, offset, groupings.words_of(offset), style)});
         } else if (own == tag::data || own == tag::action) {
             made.push_back(
                 {offset, words_of_tag(own) + ": " + scalars_of(database, offset, style)});

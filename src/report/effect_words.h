@@ -10,6 +10,7 @@
 #include "model/fix_uses.h"
 #include "model/knowledge.h"
 #include "model/patch_changes.h"
+#include "model/record_groupings.h"
 #include "request/cmd_params.h"
 #include "sdb/database.h"
 
@@ -59,8 +60,9 @@ struct own_effect {
     std::uint32_t offset;
     std::string words;
 };
-std::vector<own_effect> own_effects_of(const sdb::sdb_database& database, std::uint32_t record,
-                                       const request::cmd_params& style);
+std::vector<own_effect> own_effects_of(const sdb::sdb_database& database,
+                                       const model::record_groupings& groupings,
+                                       std::uint32_t record, const request::cmd_params& style);
 
 // A change that a patch makes: "+0x00012f42  74 -> eb   (after a match at 0x00012f40)".
 std::string change_line(const model::patch_change& change);

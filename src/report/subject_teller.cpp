@@ -90,7 +90,8 @@ void subject_teller::tell_recognition()
 
 void subject_teller::tell_effects()
 {
-    for (const own_effect& effect : own_effects_of(*work_.database, seen_.record, work_.options)) {
+    for (const own_effect& effect :
+         own_effects_of(*work_.database, all_.groupings(), seen_.record, work_.options)) {
         work_.form.line(effect_line(line_, effect.words, effect.offset, 0));
     }
     for (const model::fix_use& use : seen_.uses) {
