@@ -20,14 +20,9 @@ std::uint32_t child_of(const sdb::sdb_database& database, std::uint32_t list, st
     if (!head) {
         return 0;
     }
-    const sdb::tag_table& relation = database.children();
-    const sdb::tag_ordinal behind = relation.end(*head);
-    for (sdb::tag_ordinal child = head->next(); child < behind; child = relation.end(child)) {
-        if (database.tag_at(child) == tag) {
-            return database.offset_at(child);
-        }
-    }
-    return 0;
+    const auto child = database.children().find_child(
+        *head, [&](sdb::tag_ordinal one) { return database.tag_at(one) == tag; });
+    return child ? database.offset_at(*child) : 0;
 }
 
 std::string text_at(const sdb::sdb_database& database, std::uint32_t offset, std::size_t longest)
@@ -72,6 +67,20 @@ std::string stem_of(std::string_view path)
         }
     }
     return name;
+}
+
+bool means_the_program(const sdb::sdb_database& database, std::uint32_t file, std::uint32_t own)
+{
+    if (file == 0 || (own != 0 && database.word_behind(file) == database.word_behind(own))) {
+        return true;
+    }
+    const uni::byte_view stored = database.string_bytes(database.word_behind(file));
+    if (stored.u16(0) == '*' && stored.u16(2) == 0) {
+        return true;
+    }
+    constexpr std::size_t longest = 512;
+    return own != 0 && uni::equal_ignoring_case(text_at(database, file, longest),
+                                                text_at(database, own, longest));
 }
 
 bool is_matching_list(std::uint16_t tag)

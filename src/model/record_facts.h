@@ -28,6 +28,10 @@ std::string text_in(const sdb::sdb_database& database, std::uint32_t list, std::
 std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list,
                          std::size_t longest = whole_text);
 
+// Whether a matching file of that NAME, 0 for none, means the program itself, which is called by the NAME
+// at `own`, 0 for none.
+bool means_the_program(const sdb::sdb_database& database, std::uint32_t file, std::uint32_t own);
+
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 

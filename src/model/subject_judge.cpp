@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -115,6 +116,7 @@ public:
             for (const auto& [name, note] : known_.entries(program_lists[i].first)) {
                 std::uint8_t& classes = classes_by_stem_[name];
                 classes = static_cast<std::uint8_t>(classes | 1u << i);
+                note_beginning(name);
             }
         }
     }
@@ -183,6 +185,16 @@ private:
         std::array<std::uint32_t, 4> fixes{}; // in known_fixes_, from 1 on; 0 for none
     };
 
+    void note_beginning(std::string_view listed)
+    {
+        for (std::uint16_t second = 0; second < beginnings; ++second) {
+            // What follows a name of one character is not known.
+            if (listed.size() == 1 || (listed.size() > 1 && second == listed[1])) {
+                begins_name_[beginning_of(static_cast<unsigned char>(listed[0]), second)] = true;
+            }
+        }
+    }
+
     void add(signal what, std::uint32_t offset, finding_part first = {}, finding_part second = {},
              std::size_t variant = 0, std::uint64_t number = 0)
     {
@@ -214,15 +226,36 @@ private:
     {
         bool is_new = false;
         text_facts& facts = facts_of_text(name, as_name, is_new);
-        if (is_new) {
-            const std::string text = uni::lowered(text_at(database_, name));
-            facts.has_wildcard = text.find_first_of("*?") != std::string::npos;
-            const auto known = classes_by_stem_.find(stem_of(text));
+        if (is_new && may_be_listed(name, facts.has_wildcard)) {
+            const auto known = classes_by_stem_.find(stem_of(text_at(database_, name)));
             if (known != classes_by_stem_.end()) {
                 facts.classes = known->second;
             }
         }
         return facts;
+    }
+
+    // Whether a name begins like one of a list, which most do not: it spares them the rest.
+    bool may_be_listed(std::uint32_t name, bool& has_wildcard) const
+    {
+        const uni::byte_view stored = database_.string_bytes(reference_of(name));
+        std::uint64_t begin = 0; // of the last part
+        for (std::uint64_t at = 0; stored.u16(at) != 0; at += 2) {
+            const std::uint16_t unit = stored.u16(at);
+            has_wildcard = has_wildcard || unit == '*' || unit == '?';
+            begin = unit == '\\' || unit == '/' ? at + 2 : begin;
+        }
+        const std::uint16_t first = stored.u16(begin);
+        const std::uint16_t second = first == 0 ? first : stored.u16(begin + 2);
+        return first >= beginnings || second >= beginnings ||
+               begins_name_[beginning_of(first, second)];
+    }
+    static std::size_t beginning_of(std::uint16_t first, std::uint16_t second)
+    {
+        const auto lower = [](std::uint16_t unit) {
+            return static_cast<std::size_t>(uni::lower_ascii(static_cast<char>(unit)));
+        };
+        return lower(first) * beginnings + lower(second);
     }
 
     fix_name name_of(const fix_use& use)
@@ -328,9 +361,12 @@ private:
         name_ = child_of(database_, record_, tag::name);
         classes_ = own == tag::exe && name_ != 0 ? facts_of_name(name_).classes : 0;
         facts_ = 0;
+        wildcard_ = 0;
         const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
         database_.for_each_child(record_, [&](std::uint32_t offset, std::uint16_t child) {
-            if (child == tag::vendor && is_maker(offset)) {
+            if (child == tag::wildcard_name && wildcard_ == 0) {
+                wildcard_ = offset;
+            } else if (child == tag::vendor && is_maker(offset)) {
                 add(signal::who_vendor, offset, finding_part(offset), {}, 1);
             } else if (child == tag::apphelp) {
                 judge_message(offset);
@@ -339,27 +375,12 @@ private:
                     facts_ += is_fact_of_file(fact) ? 1 : 0;
                 });
                 const std::uint32_t file = child_of(database_, offset, tag::name);
-                facts_ += file != 0 && !is_own_name(file) ? 1 : 0;
+                facts_ += means_the_program(database_, file, name_) ? 0 : 1;
             } else if (sdb::tag_type(child) == sdb::type::null_ && is_record &&
                        known_.holds(name_list::engine_switch, sdb::known_tag_name(child))) {
                 add(signal::engine_off, offset, finding_part(offset));
             }
         });
-    }
-
-    // Whether the name of a matching file means the program itself.
-    bool is_own_name(std::uint32_t file)
-    {
-        if (name_ != 0 && reference_of(file) == reference_of(name_)) {
-            return true;
-        }
-        const uni::byte_view stored = database_.string_bytes(reference_of(file));
-        if (stored.u16(0) == '*' && stored.u16(2) == 0) {
-            return true;
-        }
-        constexpr std::size_t longest = 512;
-        return name_ != 0 && uni::equal_ignoring_case(text_at(database_, file, longest),
-                                                      text_at(database_, name_, longest));
     }
 
     bool is_maker(std::uint32_t vendor)
@@ -380,7 +401,7 @@ private:
                 add(program_lists[i].second, name_, finding_part(name_));
             }
         }
-        for (const std::uint32_t name : {name_, child_of(database_, record_, tag::wildcard_name)}) {
+        for (const std::uint32_t name : {name_, wildcard_}) {
             if (name != 0 && facts_of_name(name).has_wildcard) {
                 add(signal::target_wildcard, name, finding_part(name));
                 break;
@@ -523,11 +544,14 @@ private:
     // The subject in work.
     finding_list* to_ = nullptr;
     std::uint32_t record_ = 0;
-    std::uint32_t name_ = 0;  // tag
-    std::uint64_t facts_ = 0; // that tell its file apart
+    std::uint32_t name_ = 0;     // tag
+    std::uint32_t wildcard_ = 0; // the same
+    std::uint64_t facts_ = 0;    // that tell its file apart
     unsigned classes_ = 0;
 
     std::unordered_map<std::string, std::uint8_t> classes_by_stem_;
+    static constexpr std::uint16_t beginnings = 0x80;
+    std::bitset<std::size_t{beginnings} * beginnings> begins_name_; // by two characters of ASCII
     text_memo<text_facts> texts_;
     std::vector<const known_fix*> known_fixes_; // that were found
 

@@ -38,24 +38,30 @@ constexpr auto facts_in_words = std::to_array<fact_words>({
     {tag::legal_copyright, "copyright "},
 });
 
-std::string fact_text(const sdb::sdb_database& database, std::uint32_t offset, std::uint16_t own,
-                      const request::cmd_params& style)
+void append_fact(std::string& facts, const sdb::sdb_database& database, std::uint32_t offset,
+                 std::uint16_t own, const request::cmd_params& style)
 {
+    facts += facts.empty() ? "" : ", ";
     if (own == tag::size) {
         const std::uint32_t size = database.word_behind(offset);
-        return grouped(size) + (size == 1 ? " byte" : " bytes");
+        facts += grouped(size);
+        facts += size == 1 ? " byte" : " bytes";
+        return;
     }
     const auto words = std::ranges::find(facts_in_words, own, &fact_words::tag);
-    const std::string front =
-        words != facts_in_words.end() ? std::string(words->words) : words_of_tag(own) + " ";
-    return front + scalar_text(database, offset, style);
+    if (words != facts_in_words.end()) {
+        facts += words->words;
+    } else {
+        facts += words_of_tag(own) + ' ';
+    }
+    append_scalar(facts, database, offset, style);
 }
 
 // The versions that a matching file admits, and its other facts.
 struct file_test {
     std::string version;
     std::string facts;
-    std::string name;
+    std::uint32_t name = 0; // tag
     bool is_negated = false;
 };
 
@@ -72,8 +78,8 @@ file_test read_test(const sdb::sdb_database& database, std::uint32_t list,
         if (is_record && !model::is_fact_of_program(own)) {
             return;
         }
-        if (own == tag::name && made.name.empty()) {
-            made.name = stored_text(database, offset);
+        if (own == tag::name && made.name == 0) {
+            made.name = offset;
         } else if (own == tag::match_logic_not) {
             made.is_negated = true;
         } else if (own == tag::bin_file_version && made.version.empty()) {
@@ -83,7 +89,7 @@ file_test read_test(const sdb::sdb_database& database, std::uint32_t list,
         } else if (own == tag::upto_bin_file_version && upto.empty()) {
             upto = "up to " + scalar_text(database, offset, style);
         } else if (sdb::tag_type(own) != type::list && made.facts.size() < longest_list) {
-            append_item(made.facts, fact_text(database, offset, own, style));
+            append_fact(made.facts, database, offset, own, style);
         } else {
             ++more;
         }
@@ -108,10 +114,10 @@ std::string words_of_own_file(const file_test& test)
     return test.is_negated ? "no file that is: " + words : words;
 }
 
-std::string words_of_other_file(const file_test& test)
+std::string words_of_other_file(const sdb::sdb_database& database, const file_test& test)
 {
     std::string words = test.is_negated ? "and not beside " : "and beside ";
-    words += test.name.empty() ? "a file" : test.name;
+    words += stored_text(database, test.name);
     for (const std::string& more : {test.version, test.facts}) {
         words += more.empty() ? "" : ", " + more;
     }
@@ -158,11 +164,7 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
 {
     std::vector<std::string> own_lines;
     std::vector<std::string> lines;
-    const auto is_own_name = [&](const std::string& name) {
-        return name == "*" ||
-               uni::equal_ignoring_case(
-                   name, shortened(model::text_in(database, record, tag::name, longest_part)));
-    };
+    const std::uint32_t name = model::child_of(database, record, tag::name);
     std::string application;
     std::string vendor;
     std::uint64_t more = 0;
@@ -172,10 +174,10 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
             more += sdb::tag_type(own) == type::list ? 1 : 0;
         } else if (own == tag::matching_file) {
             const file_test test = read_test(database, offset, style);
-            if (is_own_name(test.name)) {
+            if (model::means_the_program(database, test.name, name)) {
                 own_lines.push_back(words_of_own_file(test));
             } else {
-                lines.push_back(words_of_other_file(test));
+                lines.push_back(words_of_other_file(database, test));
             }
         } else if (own == tag::matching_reg || own == tag::matching_text ||
                    own == tag::matching_device || own == tag::matching_info_block) {
@@ -189,9 +191,11 @@ std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::
                    own == tag::os_sku || own == tag::match_mode) {
             lines.push_back(words_of_tag(own) + " " + scalar_text(database, offset, style));
         } else if (own == tag::app_name) {
-            application = " as " + quoted(stored_text(database, offset));
+            application = " as ";
+            append_scalar(application, database, offset, style);
         } else if (own == tag::vendor) {
-            vendor = " of " + quoted(stored_text(database, offset));
+            vendor = " of ";
+            append_scalar(vendor, database, offset, style);
         }
     });
     const std::uint16_t own = database.tag_from(record);

@@ -10,6 +10,7 @@
 #include "uni/numbers.h"
 #include "uni/text.h"
 #include "uni/text_buffer.h"
+#include "uni/utf.h"
 
 namespace report {
 
@@ -27,14 +28,42 @@ bool is_guid(const sdb::sdb_database& database, std::uint32_t offset)
 
 } // namespace
 
+namespace {
+
+// Where to cut a text that is too long.
+std::size_t end_of_part(std::string_view text)
+{
+    std::size_t end = longest_part;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
+        --end;
+    }
+    return end;
+}
+
+// Appends what stored_text() gives.
+void append_stored_text(std::string& to, const sdb::sdb_database& database, std::uint32_t offset)
+{
+    const bool is_reference = sdb::tag_type(database.tag_from(offset)) == type::stringref;
+    const uni::byte_view stored =
+        uni::beginning_of(is_reference ? database.string_bytes(database.word_behind(offset))
+                                       : database.payload_at(offset),
+                          longest_part);
+    char text[uni::stored_text_room((longest_part + 1) * 2)];
+    const std::string_view made(text, uni::put_stored_utf16(text, stored));
+    if (made.size() <= longest_part) {
+        to += made;
+    } else {
+        to += made.substr(0, end_of_part(made));
+        to += "...";
+    }
+}
+
+} // namespace
+
 std::string shortened(std::string text)
 {
     if (text.size() > longest_part) {
-        std::size_t end = longest_part;
-        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
-            --end;
-        }
-        text.resize(end);
+        text.resize(end_of_part(text));
         text += "...";
     }
     return text;
@@ -91,25 +120,41 @@ std::string words_of_tag(std::uint16_t tag)
 
 std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
 {
-    return shortened(model::text_at(database, offset, longest_part));
+    std::string text;
+    append_stored_text(text, database, offset);
+    return text;
 }
 
 std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
                         const request::cmd_params& style)
 {
+    std::string text;
+    append_scalar(text, database, offset, style);
+    return text;
+}
+
+void append_scalar(std::string& to, const sdb::sdb_database& database, std::uint32_t offset,
+                   const request::cmd_params& style)
+{
     const std::uint16_t own = database.tag_from(offset);
     if (sdb::tag_type(own) == type::stringref || sdb::tag_type(own) == type::string) {
-        return quoted(stored_text(database, offset));
+        to += '"';
+        append_stored_text(to, database, offset);
+        to += '"';
+        return;
     }
     if (sdb::tag_type(own) == type::binary_ && !is_guid(database, offset)) {
-        return bytes_text(database.payload_at(offset), database.payload_at(offset).size());
+        to += bytes_text(database.payload_at(offset), database.payload_at(offset).size());
+        return;
     }
     uni::text_buffer text;
     form::write_tag_text(text, database, own, offset, style);
     const bool is_number = sdb::tag_type(own) >= type::byte_ && sdb::tag_type(own) <= type::qword;
-    // A moment of 0 has no text.
-    return text.view().empty() && is_number ? hexadecimal(model::number_at(database, offset))
-                                            : std::string(text.view());
+    if (text.view().empty() && is_number) { // as a moment of 0 is
+        to += hexadecimal(model::number_at(database, offset));
+    } else {
+        to += text.view();
+    }
 }
 
 std::string scalars_of(const sdb::sdb_database& database, std::uint32_t list,

@@ -37,6 +37,9 @@ std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
 // What the value of a scalar is shown as.
 std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
                         const request::cmd_params& style);
+// The same behind what stands in `to`.
+void append_scalar(std::string& to, const sdb::sdb_database& database, std::uint32_t offset,
+                   const request::cmd_params& style);
 // All scalars of a list, with their names.
 std::string scalars_of(const sdb::sdb_database& database, std::uint32_t list,
                        const request::cmd_params& style);

@@ -130,10 +130,38 @@ public:
     template <typename action>
     void for_each_child(tag_ordinal list, action&& act) const
     {
-        const tag_ordinal behind = end(list);
-        for (tag_ordinal child = list.next(); child < behind; child = end(child)) {
+        find_child(list, [&](tag_ordinal child) {
             act(child);
+            return false;
+        });
+    }
+
+    // The first child that `is_it` answers true for; nothing if there is none.
+    template <typename predicate>
+    std::optional<tag_ordinal> find_child(tag_ordinal list, predicate&& is_it) const
+    {
+        const list_row* const around = this->list(list);
+        if (around == nullptr) {
+            return std::nullopt;
         }
+        const tag_ordinal behind = around->end();
+        const list_row* next = around + 1; // the first list that is not behind the child
+        const list_row* const last = lists_.data() + lists_.size();
+        for (tag_ordinal child = list.next(); child < behind;) {
+            if (is_it(child)) {
+                return child;
+            }
+            if (next == last || next->ordinal != child) {
+                child = child.next();
+                continue;
+            }
+            child = next->end();
+            ++next;
+            if (next != last && next->ordinal < child) { // lists in it
+                next = lists_.data() + lists_before(child);
+            }
+        }
+        return std::nullopt;
     }
 
     // The children of a list that are lists.
