@@ -115,6 +115,38 @@ class Fleet(Runs):
                           if os.stat(self.path("out/") + again[path]["part"]).st_mtime_ns != moment}, {cut, stray})
         self.assertEqual(again, {**told, cut: {**told[cut], "exit": 0, "notices": []}})
 
+    def test_no_entry_of_a_folder_hides_another(self):
+        whole = Path(SAMPLE).read_bytes()
+        for name in ("a/x.sdb", "a/below/y.sdb", "b/Windows/AppPatch/z.sdb"):
+            self.write(f"in/{name}", whole)
+        self.write("in/a/Windows", b"a file")
+        os.symlink("nowhere", self.path("in/a/below/WINDOWS"))
+        os.symlink("self", self.path("in/self"))
+        os.symlink("a", self.path("in/link"))
+        said = self.fleet("--workers", "1", self.path("in"), code=1)
+        self.assertEqual({Path(row["input"]).name: row["exit"] for row in rows(self.path("out/inputs.jsonl"))},
+                         {"x.sdb": 0, "y.sdb": 0, "b": 0, "self": 255})
+        self.assertIn(f"{self.path('in/link')} is a link to a folder, not entered", said)
+        # What became another is done again, however old it says that it is.
+        before = {row["input"]: row["part"] for row in rows(self.path("out/inputs.jsonl"))}
+        self.write("in/a/x.sdb", Path("examples/changed.sdb").read_bytes())
+        self.write("in/b/Windows/AppPatch/new.sdb", whole)
+        os.utime(self.path("in/a/x.sdb"), ns=(0, 0))
+        self.fleet("--workers", "1", self.path("in"), code=1)
+        told = {line["database"] for line in rows(self.path("out/") + before[self.path("in/b")]) if "database" in line}
+        self.assertEqual({Path(path).name for path in told}, {"z.sdb", "new.sdb"})
+        journal = [json.loads(line) for line in Path(self.path("out/journal.jsonl")).read_text("utf-8").splitlines() if line]
+        self.assertEqual([row["input"] for row in journal[3:]], [self.path("in/a/x.sdb"), self.path("in/b")])
+
+    def test_what_cannot_work_is_refused_before_anything_is_written(self):
+        self.write("in/a.sdb", Path(SAMPLE).read_bytes())
+        for words in (("--workers", "0", "IN"), ("IN", "--", "-nosuch"), ("IN", "--", "-h"), ("IN", "--", "-apps", "-out", "x"),
+                      ("IN", "--", "-explian"), ("IN", "--", "--threads", "2"), ("IN", "--", "-only", "high"),
+                      ("IN", "--", "-apps", "-known", "nowhere.sdb"), ("--into", "IN/results", "IN"),
+                      ("--into", "IN/a.sdb", "IN")):
+            self.fleet(*(word.replace("IN", self.path("in")) for word in words), code=2)
+        self.assertEqual([os.path.exists(self.path(name)) for name in ("out", "in/results")], [False, False])
+
 
 if __name__ == "__main__":
     sys.exit(main())
