@@ -3,6 +3,7 @@ _quilt() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} dash=
     before=${before,,}
     COMPREPLY=()
+    [[ $word != -* ]] || before=
     case ${before/#--/-} in
     -sdb|-partition|-vss|-pe|-reg|-diff|-known|-knowledge|-out|-outfile|-diags|-sqlite|-sqlite_log)
         compopt -o filenames
@@ -14,7 +15,19 @@ _quilt() {
         mapfile -t COMPREPLY < <(compgen -d -- "$word")
         return
         ;;
-    -num_subdirs|-filter|-filter_sig|-cmd_start_time|-cmd_stop_time|-tag|-strings|-guid|-tagids|-patchbytes|-only|-family|-dateformat|-timeformat|-csv_separator|-hostname|-username|-threads|-color|-signal|-filter_skip|-filter_path|-alias|-aliaspath|-zlibex|-cpu|-cpuinst|-fragment_files)
+    -num_subdirs|-filter|-filter_sig|-cmd_start_time|-cmd_stop_time|-tag|-strings|-guid|-tagids|-patchbytes|-dateformat|-timeformat|-csv_separator|-hostname|-username|-threads|-signal|-filter_skip|-filter_path|-alias|-aliaspath|-zlibex|-cpu|-cpuinst|-fragment_files)
+        return
+        ;;
+    -color)
+        mapfile -t COMPREPLY < <(compgen -W 'always never auto' -- "$word")
+        return
+        ;;
+    -only)
+        mapfile -t COMPREPLY < <(compgen -W 'high medium low' -- "$word")
+        return
+        ;;
+    -family)
+        mapfile -t COMPREPLY < <(compgen -W 'apphelp block data driver elevate engine fix hide inject lib msi patch place redirect reg shape target time weaken who' -- "$word")
         return
         ;;
     esac

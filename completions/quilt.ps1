@@ -49,7 +49,7 @@ Register-ArgumentCompleter -Native -CommandName quilt, quilt.exe -ScriptBlock {
         '-timesketch' = 'statistics as JSON events, a line a moment'
         '-json' = 'JSON, an object a line; a form of every report'
         '-html' = 'a page for a browser, whole in one file'
-        '-dateformat' = 'dates as in dd/mm/yyyy, yyyymmdd, mm-dd-yy'
+        '-dateformat' = 'dates as in dd/mm/yyyy, mm-dd-yyyy or yyyymmdd'
         '-timeformat' = 'times of day as in hh:mm:ss or hh:mm:ss.xxxxxx'
         '-pair_datetime' = 'date and time in one column'
         '-base10' = 'numbers in decimal'

@@ -121,13 +121,33 @@ def names(options, kinds):
     return "|".join(option.name for option in options if option.argument and option.argument in kinds)
 
 
+def families():
+    """What stands in front of the dot of the findings' names."""
+    rows = (ROOT / "knowledge/findings.tsv").read_text("utf-8").splitlines()[1:]
+    return " ".join(sorted({row.split(".")[0] for row in rows if "." in row.split("\t")[0]}))
+
+
+def known_values():
+    """What some options take, by name, and whether commas part several."""
+    return {"-color": ("always never auto", False), "-only": ("high medium low", True), "-family": (families(), True)}
+
+
+REPEATED = {"-sdb", "-reg", "-known", "-knowledge", "-filter", "-filter_sig"}
+
+
 def bash(version, options):
-    values = "|".join(o.name for o in options if o.argument and o.argument not in PATHS)
+    values = "|".join(o.name for o in options if o.argument and o.argument not in PATHS and o.name not in known_values())
+    choices = "".join(f"""
+    {name})
+        mapfile -t COMPREPLY < <(compgen -W '{words}' -- "$word")
+        return
+        ;;""" for name, (words, _) in known_values().items())
     return f"""# {NOTE}
 _quilt() {{
     local word=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD - 1]}} dash=
     before=${{before,,}}
     COMPREPLY=()
+    [[ $word != -* ]] || before=
     case ${{before/#--/-}} in
     {names(options, {"file", "volume"})})
         compopt -o filenames
@@ -141,7 +161,7 @@ _quilt() {{
         ;;
     {values})
         return
-        ;;
+        ;;{choices}
     esac
     [[ $word != --* ]] || dash=-
     mapfile -t COMPREPLY < <(compgen -P "$dash" -W '{" ".join(o.name for o in told(options))}' -- "${{word#"$dash"}}")
@@ -151,12 +171,19 @@ complete -F _quilt quilt
 
 
 def zsh(version, options):
-    out = ["#compdef quilt", f"# {NOTE}", "", "_arguments \\"]
+    out = ["#compdef quilt", f"# {NOTE}", "",
+           'words=("${(@)words/#--/-}")  # options may have two dashes', "[[ $PREFIX != --* ]] || compset -P 1 -", "_arguments \\"]
     actions = {"file": ":file:_files", "volume": ":volume:_files", "folder": ":folder:_path_files -/", "": ""}
     for option in told(options):
         name = option.name.replace("?", "\\?")
         effect = re.sub(r"([\[\]:])", r"\\\1", option.effect).replace("'", "'\\''")
         action = actions.get(option.argument, f":{option.argument}: ")
+        if option.name in known_values():
+            words, are_several = known_values()[option.name]
+            action = f":{option.argument}:" + (f"_values -s , {option.argument} {words}" if are_several else f"({words})")
+        elif option.name == "-pe":
+            action = "::file:_files"  # of a list it has none
+        name = ("*" if option.name in REPEATED else "") + name
         if option.name == "-help":
             action = f"::option:({' '.join(o.name for o in told(options) if o.name != '-?')})"
         out.append(f"    '{name}[{effect}]{action}' \\")
@@ -168,8 +195,11 @@ def fish(version, options):
     takes = {"file": " -r -F", "volume": " -r -F", "folder": " -x -a '(__fish_complete_directories)'", "": ""}
     for option in told(options):
         effect = option.effect.replace("\\", "\\\\").replace("'", "\\'")
-        name = f"-o '{option.name[1:]}'" if len(option.name) > 2 else f"-s '{option.name[1:]}'"
-        out.append(f"complete -c quilt {name}{takes.get(option.argument, ' -x')} -d '{effect}'")
+        name = option.name[1:]
+        take = takes.get(option.argument, " -x")
+        if option.name in known_values():
+            take = f" -x -a '{known_values()[option.name][0]}'"
+        out.append(f"complete -c quilt -o '{name}' -l '{name}'{take} -d '{effect}'")
     return "\n".join(out) + "\n"
 
 

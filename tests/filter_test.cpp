@@ -79,22 +79,25 @@ TEST(filter, signatures)
     for (const auto& [text, is_accepted] : {std::pair("73 64 62 66|8", true),
                                             {"73 64 62 66,0x8", true},
                                             {"31 32", true},
-                                            {"|8", false},
                                             {"73 64 62 66|7", false},
                                             {"73 64 62 66|9", false}, // up to behind the file's end
                                             {"73|0xffffffffffffffff", false}}) {
-        EXPECT_EQ(front::filter_accepts({}, tree, failed, file.path,
-                                        {front::parse_signature_filter(text)}),
+        EXPECT_EQ(front::filter_accepts(
+                      {}, tree, failed, file.path,
+                      {front::parse_signature_filter(text).value_or(request::filter_entry{})}),
                   is_accepted)
             << text;
     }
+    for (const char* nothing : {"", "|8", "zz", "73 zz|8", "173|8", "73|x"}) {
+        EXPECT_FALSE(front::parse_signature_filter(nothing)) << nothing;
+    }
     EXPECT_FALSE(failed);
     EXPECT_FALSE(
-        front::filter_accepts({}, tree, failed, absent, {front::parse_signature_filter("31")}));
+        front::filter_accepts({}, tree, failed, absent, {*front::parse_signature_filter("31")}));
     EXPECT_TRUE(failed);
     std::vector<request::filter_entry> entries;
     front::parse_filter(entries, "*.absent");
-    entries.insert(entries.begin(), front::parse_signature_filter("31"));
+    entries.insert(entries.begin(), *front::parse_signature_filter("31"));
     EXPECT_TRUE(front::filter_accepts({}, tree, failed, absent, entries));
     EXPECT_TRUE(failed) << "told all the same when a later entry accepts";
 }

@@ -7,6 +7,7 @@ Run from the root of the repository. With --update the answers in tests/commands
 """
 
 import os
+import re
 import select
 import subprocess
 import sys
@@ -159,14 +160,19 @@ class Options(Runs):
 
     def test_unknown_and_accepted_options_change_nothing(self):
         names = ("zlibex cpuinst cpu fragment_files outdir alias hostname "
-                 "username filter filter_skip filter_sig filter_path")
+                 "username filter_skip filter_path")
         values = " ".join(f"-{name} a|b" for name in names.split())
         plain = f"-sdb {SAMPLE} -apps -quiet "
         accepted = f"-threads 3 -gzip -zlib -split_pathfile -separate_files -base16 {values}"
         self.assertEqual(self.printed(plain + accepted), self.printed(plain))
         self.assertEqual(self.printed(plain.replace("-", "--").replace("sample--", "sample-")),
                          self.printed(plain))
-        for option, said in (("stray", ""), ("-no_such", ""), ("exes", "-exes"), ("a", ""), ("-x", "-v"),
+        for words in ("-stats -apps -strings a", "-apps -filter_sig 1", "-apps -num_subdirs 3", "-explain -exes -tag 0x7007",
+                      "-stats -tagids 1", "-diff examples/changed.sdb -known examples/changed.sdb"):
+            said = run(f"-sdb {SAMPLE} -quiet {words}").stderr.decode()
+            unused = [word for word in words.split()[1:] if word.startswith("-") and word != "-pe"]
+            self.assertEqual(sorted(re.findall("not used here: (-\\w+)", said)), sorted(unused), words)
+        for option, said in (("stray", ""), ("-no_such", ""), ("exes", "-exes"), ("a", ""), ("-x", ""), ("b.SDB", "-sdb"), ("--exes=1", "-exes"),
                              ("-exse", "-exes"), ("--EXSE", "-exes"), ("-quite", "-quiet"),
                              ("-apps", ""), ("-l2", ""), ("-append", ""),
                              ("-versoin", "-version"), ("--version", ""), ("-guidss", "-guids"),

@@ -20,8 +20,9 @@ TEST(progress, tells_count_rate_and_time_left_in_the_width_of_a_line)
           row{1, 91, 1, 80, "1 of 91 files, 1.0 a second, 1 min 30 s left: a/計[x1b]"},
           row{1, 7261, 1, 80, "1 of 7261 files, 1.0 a second, 2 h 1 min left: a/計[x1b]"},
           row{9, 9, 9, 80, "9 of 9 files, 1.0 a second: a/計[x1b]"},
-          row{3, 0, 2, 28, "3 files, 1.5 a second: a/計["},
-          row{3, 0, 2, 27, "3 files, 1.5 a second: a/計"}}) {
+          row{3, 0, 2, 29, "3 files, 1.5 a second: a/計["},
+          row{3, 0, 2, 28, "3 files, 1.5 a second: a/計"},
+          row{3, 0, 2, 27, "3 files, 1.5 a second: a/"}, row{3, 0, 2, 1, ""}}) {
         EXPECT_EQ(progress_text(now.done, now.total, now.seconds, "a/計\x1b", now.columns),
                   now.expected);
     }

@@ -79,70 +79,88 @@ void lines_form::say(std::span<const model::record_item> items, bool)
         if (!is_whole_) {
             return;
         }
-        write_tag_line(item);
+        if (columns() == 0) {
+            write_tag_line(out_, item);
+        } else {
+            write_wrapped_tag_line(item);
+        }
     }
     out_.line_end();
+}
+
+void lines_form::write_wrapped_tag_line(const model::record_item& item)
+{
+    constexpr std::size_t hanging = 4;
+    uni::text_buffer lines;
+    write_tag_line(lines, item);
+    for (std::string_view left = lines.view(); !left.empty();) {
+        const std::size_t end = left.find('\n');
+        write_wrapped(out_, left.substr(0, end), 0, hanging, columns());
+        out_.line_end();
+        left.remove_prefix(end + 1);
+    }
 }
 
 // The fields, parted by the separator: depth (left out when 0), offset in 6 hexadecimal digits, tag
 // in 4, a list's size in 5 or as many blanks, the tag's name in 30 columns, its type's in 10, and
 // the value of what is neither a list nor a patch value. A patch value shows as one empty line for
 // each of its operations, one at least.
-void lines_form::write_tag_line(const model::record_item& item)
+void lines_form::write_tag_line(uni::text_buffer& out, const model::record_item& item)
 {
     const std::string_view separator = style_.csv_separator;
-    write_depth(item.depth);
-    out_.hex_min(item.offset, 6);
-    out_.text(separator);
-    out_.hex(item.tag, 4);
-    out_.text(separator);
+    write_depth(out, item.depth);
+    out.hex_min(item.offset, 6);
+    out.text(separator);
+    out.hex(item.tag, 4);
+    out.text(separator);
     if (is_list(item)) {
-        out_.hex_min(database().word_behind(item.offset), 5);
+        out.hex_min(database().word_behind(item.offset), 5);
     } else {
-        out_.text(no_list_size);
+        out.text(no_list_size);
     }
-    out_.text(separator);
-    write_padded_name(out_, item.tag);
-    out_.text(separator);
-    out_.left(sdb::known_type_name(sdb::tag_type(item.tag)), type_name_columns);
+    out.text(separator);
+    write_padded_name(out, item.tag);
+    out.text(separator);
+    out.left(sdb::known_type_name(sdb::tag_type(item.tag)), type_name_columns);
     if (item.tag == sdb::tag::patch_bits) {
-        write_patch_lines(item);
+        write_patch_lines(out, item, database());
     } else if (!is_list(item)) {
-        out_.text(separator);
+        out.text(separator);
         if (style_.safe_csv) {
-            write_safe_value(out_, stored_value{item.offset}, style_, document_.database);
+            write_safe_value(out, stored_value{item.offset}, style_, document_.database);
         } else {
-            write_tag_text(out_, database(), item.tag, item.offset, style_);
+            write_tag_text(out, database(), item.tag, item.offset, style_);
         }
     }
-    out_.line_end();
+    out.line_end();
 }
 
 // The first depth of a stream is decimal, all others hexadecimal: readers of these lines know them
 // so.
-void lines_form::write_depth(std::uint16_t depth)
+void lines_form::write_depth(uni::text_buffer& out, std::uint16_t depth)
 {
     if (depth != 0) {
         if (state_.depths_in_hexadecimal) {
-            out_.hex_min(depth, 1);
+            out.hex_min(depth, 1);
         } else {
-            out_.decimal(depth);
+            out.decimal(depth);
         }
-        out_.text(style_.csv_separator);
+        out.text(style_.csv_separator);
     }
     state_.depths_in_hexadecimal = true;
 }
 
-void lines_form::write_patch_lines(const model::record_item& item)
+void lines_form::write_patch_lines(uni::text_buffer& out, const model::record_item& item,
+                                   const sdb::sdb_database& database)
 {
     std::size_t operations = 0;
-    sdb::for_each_patch_op(database().payload_at(item.offset),
+    sdb::for_each_patch_op(database.payload_at(item.offset),
                            [&](const sdb::patch_op&, std::uint64_t) {
                                ++operations;
                                return true;
                            });
     for (std::size_t line = 0; line < std::max<std::size_t>(operations, 1); ++line) {
-        out_.line_end();
+        out.line_end();
     }
 }
 
@@ -184,7 +202,7 @@ bool lines_form::row(std::string_view kind, std::span<const cell> cells)
     lines_form whole(text, style_, state_);
     whole.document_ = document_;
     whole.writer::row(kind, cells);
-    write_wrapped(out_, text.view().substr(0, text.view().size() - 1), hanging, columns());
+    write_wrapped(out_, text.view().substr(0, text.view().size() - 1), 0, hanging, columns());
     out_.line_end();
     return goes_on();
 }
@@ -225,9 +243,11 @@ bool lines_form::say_line(std::string_view text, std::string_view shade_begin)
     constexpr std::size_t hanging = 4;
     const std::string shown = uni::marked(safe_text(std::string(text), style_));
     const std::size_t lead = std::min(shown.find_first_not_of(' '), shown.size());
+    const std::size_t begin =
+        columns() != 0 && is_too_narrow(columns(), lead) ? std::min(lead, hanging) : lead;
     out_.text(paints ? shade_begin : "");
-    out_.blanks(lead);
-    write_wrapped(out_, std::string_view(shown).substr(lead), lead + hanging, columns());
+    out_.blanks(begin);
+    write_wrapped(out_, std::string_view(shown).substr(lead), begin, begin + hanging, columns());
     out_.text(paints ? shade::end : "");
     out_.line_end();
     return goes_on();
@@ -254,8 +274,8 @@ bool lines_form::subject(const entry& facts)
         } else {
             uni::text_buffer text;
             write_remarked_text(text, line, database_of(facts));
-            write_wrapped(out_, text.view(), shape.label_width + style_.csv_separator.size(),
-                          columns());
+            const std::size_t begin = shape.label_width + style_.csv_separator.size();
+            write_wrapped(out_, text.view(), begin, begin, columns());
         }
         out_.line_end();
     }
@@ -264,7 +284,8 @@ bool lines_form::subject(const entry& facts)
 
 bool lines_form::separate()
 {
-    return note(safe_text(std::string(rule_length, '-'), style_));
+    const std::size_t length = columns() == 0 ? rule_length : std::min(rule_length, columns());
+    return note(safe_text(std::string(length, '-'), style_));
 }
 
 std::unique_ptr<writer> lines_form::make_fork(uni::text_buffer& out) const

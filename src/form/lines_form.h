@@ -29,9 +29,11 @@ private:
     void close_down_to(std::uint16_t) {}
 
     bool write_record(const model::record_groups& groups) override;
-    void write_tag_line(const model::record_item& item);
-    void write_depth(std::uint16_t depth);
-    void write_patch_lines(const model::record_item& item);
+    void write_tag_line(uni::text_buffer& out, const model::record_item& item);
+    void write_wrapped_tag_line(const model::record_item& item); // to fit a terminal
+    void write_depth(uni::text_buffer& out, std::uint16_t depth);
+    static void write_patch_lines(uni::text_buffer& out, const model::record_item& item,
+                                  const sdb::sdb_database& database);
     void write_line_text(uni::text_buffer& out, const labelled_line& line,
                          const sdb::sdb_database* database) const;
     void write_remarked_text(uni::text_buffer& out, const labelled_line& line,

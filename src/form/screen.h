@@ -20,9 +20,12 @@ constexpr std::string_view end = "\x1b[0m";
 void write_in(uni::text_buffer& out, std::string_view begin, std::string_view text,
               bool has_colors);
 
-// Writes a text that begins in column `indent`, going on below its beginning where a line of so many columns ends:
-// behind a blank where there is one. As it is where there are no columns, or too few beside the indentation.
-void write_wrapped(uni::text_buffer& out, std::string_view text, std::size_t indent,
-                   std::size_t columns);
+// Writes a text that begins in column `begin`, going on below in column `hanging` where a line of so many columns
+// ends: behind a blank where there is one, further left where few columns are left there. As it is where there
+// are no columns, or hardly any.
+void write_wrapped(uni::text_buffer& out, std::string_view text, std::size_t begin,
+                   std::size_t hanging, std::size_t columns);
+// Whether few columns are left behind one.
+bool is_too_narrow(std::size_t columns, std::size_t begin);
 
 } // namespace form

@@ -75,7 +75,7 @@ bool check_alias(parsing& now, const option_row&, const std::string& value)
 {
     const std::size_t items = uni::split(value, '|', false).size();
     if (items == 0 || items % 2 != 0) {
-        now.notices.fail("%s, aborting\n", "imbalanced alias to true pathfiles");
+        now.notices.fail("imbalanced alias to true pathfiles, aborting\n");
         return false;
     }
     return true;
@@ -127,9 +127,14 @@ bool take_filter(parsing& now, const option_row&, const std::string& value)
     return true;
 }
 
-bool take_signature(parsing& now, const option_row&, const std::string& value)
+bool take_signature(parsing& now, const option_row& row, const std::string& value)
 {
-    now.options.filter_list.push_back(parse_signature_filter(value));
+    std::optional<request::filter_entry> entry = parse_signature_filter(value);
+    if (!entry) { // otherwise it would leave every file out
+        now.notices.fail("Don't understand %s %s\n", std::string(row.name).c_str(), value.c_str());
+        return false;
+    }
+    now.options.filter_list.push_back(*std::move(entry));
     return true;
 }
 

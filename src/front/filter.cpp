@@ -172,22 +172,30 @@ bool parse_filter(std::vector<request::filter_entry>& entries, std::string_view 
     return !entries.empty();
 }
 
-request::filter_entry parse_signature_filter(std::string_view text)
+std::optional<request::filter_entry> parse_signature_filter(std::string_view text)
 {
     std::size_t separator = text.find('|');
     if (separator == std::string_view::npos) {
         separator = text.find(',');
     }
+    constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
     request::filter_entry entry;
     for (const std::string& byte : uni::split(text.substr(0, separator), ' ', true)) {
-        if (const auto value = uni::read_u32_auto("0x" + byte)) {
-            entry.signature.push_back(static_cast<std::uint8_t>(*value));
+        const auto value = uni::read_u32_auto("0x" + byte);
+        if (!value || *value > 0xff || byte.find_first_not_of(hex_digits) != std::string::npos) {
+            return std::nullopt;
         }
+        entry.signature.push_back(static_cast<std::uint8_t>(*value));
     }
     if (separator != std::string_view::npos) {
-        entry.signature_offset = uni::read_u64_auto(text.substr(separator + 1)).value_or(0);
+        const std::string_view offset = uni::trimmed(text.substr(separator + 1));
+        const auto value = uni::read_u64_auto(offset);
+        if (!value || offset.empty() || offset.front() < '0' || offset.front() > '9') {
+            return std::nullopt;
+        }
+        entry.signature_offset = *value;
     }
-    return entry;
+    return entry.signature.empty() ? std::nullopt : std::optional(entry);
 }
 
 bool filter_accepts(const request::cmd_params& params, files::file_tree& tree, bool& open_failed,

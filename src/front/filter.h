@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,8 +16,8 @@ namespace front {
 bool parse_filter(std::vector<request::filter_entry>& entries, std::string_view text);
 
 // Makes the entry of a -filter_sig text: blank-separated hexadecimal bytes, then "|" or "," and the
-// offset at which a file must hold them.
-request::filter_entry parse_signature_filter(std::string_view text);
+// offset at which a file must hold them. Nothing where that is not what stands there.
+std::optional<request::filter_entry> parse_signature_filter(std::string_view text);
 
 // Whether a path is to be worked on: its file was last written in the window of -cmd_start_time and
 // -cmd_stop_time, if there is one, and an entry accepts it; without entries that is all. `path` is

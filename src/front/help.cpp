@@ -191,6 +191,12 @@ std::optional<std::string> text_asked_for(const argument_list& args)
     return option != nullptr ? std::optional(help_about(*option)) : std::nullopt;
 }
 
+std::string unknown_option_asked_for(const argument_list& args)
+{
+    const bool asks_for_one = args.size() == 3 && is_one_of(help_names, args[1]);
+    return asks_for_one && words_of(args[2]) == nullptr ? args[2] : std::string();
+}
+
 bool asks_for_help(argument_list& args)
 {
     const bool asks = std::ranges::any_of(

@@ -13,6 +13,9 @@ namespace front {
 // only argument behind it, or the version.
 std::optional<std::string> text_asked_for(const argument_list& args);
 
+// What stands behind the name of help, alone, and is no option; empty for anything else.
+std::string unknown_option_asked_for(const argument_list& args);
+
 // Takes a request for help out of the arguments, in any of its spellings; true if there was one.
 bool asks_for_help(argument_list& args);
 

@@ -11,7 +11,9 @@ namespace front {
 list_work::list_work(const request::sdb_opts& options, files::file_tree& tree, outputs& files,
                      const input_output& out, action work, failure_teller tell_failure)
     : options_(options), tree_(tree), files_(files), out_(out), work_(std::move(work)),
-      tell_failure_(std::move(tell_failure)), holds_list_(files.speaks_to_files()),
+      tell_failure_(std::move(tell_failure)),
+      // Progress is told of a number of files; what comes through a pipe may be long in coming.
+      holds_list_(files.speaks_to_files() || (options.draws_progress && !options.pipe)),
       turns_(out, options.pipe && !holds_list_), progress_(options, out.notices),
       list_(options, tree, heard_)
 {}

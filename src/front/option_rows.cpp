@@ -21,6 +21,7 @@ taking take_row(const option_row& row, parsing& now)
     if (!found) {
         return taking::absent;
     }
+    now.taken.push_back(row.name);
     return row.effect(now, row, value) ? taking::taken : taking::ended;
 }
 
@@ -62,12 +63,25 @@ std::string_view nearest_name(std::span<const option_row> rows, std::string_view
             continue;
         }
         const std::size_t edits = edits_between(lower, row.name);
-        if (edits < fewest && edits < shorter) {
+        if (edits < fewest && edits + 1 < shorter) { // beside the dash
             fewest = edits;
             nearest = row.name;
         }
     }
     return fewest == 0 ? std::string_view() : nearest;
+}
+
+// The option that may have been wanted by an argument that is none; empty if there is nothing to say.
+std::string_view wanted_name(std::span<const option_row> rows, std::string_view argument)
+{
+    if (!argument.starts_with('-')) {
+        return uni::lowered(argument).ends_with(".sdb") ? "-sdb" : nearest_name(rows, argument);
+    }
+    const std::string_view name = argument.substr(0, argument.find('=')); // no option takes one
+    const auto same = std::ranges::find_if(
+        rows, [name](const option_row& row) { return uni::equal_ignoring_case(row.name, name); });
+    return name.size() != argument.size() && same != rows.end() ? same->name
+                                                                : nearest_name(rows, argument);
 }
 
 bool wants_value(std::span<const option_row> rows, std::string_view name)
@@ -109,7 +123,7 @@ void tell_ignored(std::span<const option_row> rows, const argument_list& args, i
 {
     for (std::size_t i = 1; i < args.size(); ++i) {
         const std::string_view name = as_option_name(args[i]);
-        const std::string nearest(nearest_name(rows, name));
+        const std::string nearest(wanted_name(rows, name));
         if (i + 1 == args.size() && wants_value(rows, name)) {
             notices.say("%s wants a value\n", args[i].c_str());
         } else if (!nearest.empty()) {

@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "files/file_tree.h"
 #include "front/arguments.h"
@@ -22,6 +23,7 @@ struct parsing {
     diag_log& log;
     io::notices& notices;
     io::output_sink& standard_output;
+    std::vector<std::string_view> taken = {}; // names of the options that took effect
 };
 
 // How the arguments are searched for an option.

@@ -75,7 +75,7 @@ std::string progress_text(std::size_t done, std::size_t total, double seconds,
     }
     text += ": " + uni::marked(path);
     // The last column would bring some terminals to the next line.
-    return std::string(uni::first_characters(text, columns > 1 ? columns - 1 : text.size()));
+    return columns == 0 ? text : std::string(uni::first_columns(text, columns - 1));
 }
 
 } // namespace front

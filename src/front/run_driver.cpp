@@ -141,8 +141,12 @@ int run_driver(argument_list args, const request::bounds& bounds)
         }
         beginning.facts = gather_run_facts(args);
         const std::string_view form = form_asked_for(args).value_or(options.form);
+        const std::string unknown = unknown_option_asked_for(args);
         if (asks_for_help(args)) {
             print_usage();
+            if (!unknown.empty()) {
+                notices.say("no option %s: quilt --help shows all\n", unknown.c_str());
+            }
             return tell_help(form, beginning.facts, bounds, tree, context, standard_output,
                              notices);
         }

@@ -488,14 +488,20 @@ void settle_screen(request::sdb_opts& options)
             : options.color == request::color_use::always && options.out_path.empty();
     options.has_colors = wants_colors && !options.safe_csv;
     options.columns = is_on_terminal ? platform::output_columns() : 0;
-    // Between the lines of a report it would be in the way.
+    // Between the lines of a report it would be in the way, and what a pipe takes may come to the same screen.
+    const bool may_be_on_screen =
+        options.out_path.empty() && (is_on_terminal || platform::standard_output_is_pipe());
     options.draws_progress =
-        options.show_progress && !is_on_terminal && platform::error_stream_takes_sequences();
+        options.show_progress && !may_be_on_screen && platform::error_stream_takes_sequences();
 }
 
 // Says what was asked for and has no effect in this run.
-void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
+void tell_unused(const request::sdb_opts& options, std::span<const std::string_view> taken,
+                 files::file_tree& tree, io::notices& notices)
 {
+    const auto has = [taken](std::string_view name) {
+        return std::ranges::find(taken, name) != taken.end();
+    };
     const bool asks_registry = options.asks_registry();
     const bool explains =
         options.explain && !options.stats && !options.list_sdb && !options.compares();
@@ -522,12 +528,46 @@ void tell_unused(const request::sdb_opts& options, files::file_tree& tree, io::n
              (!(explains || options.compares()) || !options.searches_default_places),
          "-by_content"},
     };
+    const form::form_row& form = form::form_of(options.form);
+    const bool is_program_list = options.matches_many() && options.is_list_form();
+    const std::pair<bool, const char*> unused_where_given[] = {
+        {options.match_mode && (options.stats || options.list_sdb), "-match"},
+        {!options.enumdir && !options.volume_given && !options.vss_given, "-num_subdirs"},
+        {!options.is_list_form() && !options.volume_given && !options.vss_given, "-filter"},
+        {!options.is_list_form() && !options.volume_given && !options.vss_given, "-filter_sig"},
+        {!options.match_mode && !options.pe_stats && !is_program_list && !options.is_list_form(),
+         "-pe"},
+        {options.compares() || options.list_sdb || options.pe_stats || options.match_mode,
+         "-known"},
+        {options.list_sdb && !options.out_path.empty() && form.header != form::banner::in_the_form,
+         "-out"},
+        {options.list_sdb && form.header != form::banner::in_the_form, form.option.data()},
+    };
+    // Listings and searches, beside what takes their place.
+    const bool lists = !options.stats && !options.list_sdb && !explains && !options.compares();
+    const auto is_listing = [](std::string_view name) {
+        return name == "-strings" || name == "-guid" || name == "-tagids" ||
+               name == "-patchbytes" || name == "-tag" ||
+               std::ranges::any_of(report::all_reports(), [name](const report::report_row& one) {
+                   return one.made_of == report::subject::listing && one.option == name;
+               });
+    };
+    std::vector<std::string_view> told;
     for (const auto& [is_unused, name] : unused) {
         if (is_unused) {
-            notices.say("not used here: %s\n", name);
+            told.emplace_back(name);
         }
     }
-    const form::form_row& form = form::form_of(options.form);
+    for (const auto& [is_unused, name] : unused_where_given) {
+        if (is_unused && has(name)) {
+            told.emplace_back(name);
+        }
+    }
+    std::ranges::copy_if(taken, std::back_inserter(told),
+                         [&](std::string_view name) { return !lists && is_listing(name); });
+    for (const std::string_view name : told) {
+        notices.say("not used here: %s\n", std::string(name).c_str());
+    }
     if (form.carries == form::contents::events && !options.stats) {
         notices.say("%s tells what happened and when: it wants -stats\n",
                     std::string(form.option).c_str());
@@ -584,7 +624,7 @@ bool parse_sdb_options(request::sdb_opts& options, argument_list& args, files::f
     }
     settle_targets(options, tree);
     settle_screen(options);
-    tell_unused(options, tree, notices);
+    tell_unused(options, now.taken, tree, notices);
     options.deleted = options.deleted && !options.compares(); // which has just been said
     tell_ignored(rows, args, notices);
     return true;

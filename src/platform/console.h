@@ -32,6 +32,9 @@ bool error_stream_takes_sequences();
 // The same of standard output.
 bool standard_output_takes_sequences();
 
+// Whether another program reads standard output as it is written.
+bool standard_output_is_pipe();
+
 // The width of the terminal behind standard output or the error stream; 0 where there is none.
 std::size_t output_columns();
 std::size_t error_columns();

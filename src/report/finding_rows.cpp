@@ -34,8 +34,10 @@ std::string part_text(const model::finding_part& part, const sdb::sdb_database* 
     case type::list:
         return shortened(model::name_of_list(*database, part.tag_at, longest_part));
     case type::stringref:
-    case type::string:
-        return stored_text(*database, part.tag_at);
+    case type::string: {
+        const std::string text = stored_text(*database, part.tag_at);
+        return text.empty() ? "a name without a text" : text;
+    }
     default:
         return sdb::tag_name(own);
     }

@@ -1,8 +1,10 @@
 #include "uni/text.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "uni/numbers.h"
+#include "uni/utf.h"
 
 namespace uni {
 
@@ -45,16 +47,38 @@ void trim(std::string& text)
     text.erase(0, text.find_first_not_of(blanks));
 }
 
-std::string_view first_characters(std::string_view text, std::size_t count) noexcept
+namespace {
+
+std::size_t columns_of(char32_t c)
+{
+    constexpr std::size_t tab_columns = 8;
+    // Unicode's East Asian widths W and F, with what stands between them, and pictures.
+    constexpr std::pair<char32_t, char32_t> wide[] = {
+        {0x1100, 0x115f}, {0x231a, 0x232a}, {0x23e9, 0x23f3},   {0x25fd, 0x27bf}, {0x2b1b, 0x2b55},
+        {0x2e80, 0xa4cf}, {0xa960, 0xa97f}, {0xac00, 0xd7a3},   {0xf900, 0xfaff}, {0xfe10, 0xfe6f},
+        {0xff00, 0xff60}, {0xffe0, 0xffe6}, {0x10000, 0x10ffff}};
+    if (c == '\t') {
+        return tab_columns;
+    }
+    const bool is_wide = c >= wide[0].first && std::ranges::any_of(wide, [c](const auto& range) {
+                             return c >= range.first && c <= range.second;
+                         });
+    return is_wide ? 2 : 1;
+}
+
+} // namespace
+
+std::string_view first_columns(std::string_view text, std::size_t columns) noexcept
 {
     std::size_t end = 0;
     while (end < text.size()) {
-        // What goes on with a character begins none.
-        const bool begins_one = (static_cast<unsigned char>(text[end]) & 0xc0) != 0x80;
-        if (begins_one && count-- == 0) {
+        const utf8_character next = decode_utf8(text.substr(end));
+        const std::size_t own = columns_of(next.character);
+        if (own > columns) {
             break;
         }
-        ++end;
+        columns -= own;
+        end += next.length;
     }
     return text.substr(0, end);
 }

@@ -38,8 +38,10 @@ std::string_view trimmed(std::string_view text);
 // The same in place.
 void trim(std::string& text);
 
-// The beginning of the text that has so many characters, or all of it.
-std::string_view first_characters(std::string_view text, std::size_t count) noexcept;
+// The beginning of the text that takes no more than so many columns of a terminal, or all of it. What some
+// terminals show wider than others counts as wide: TAB 8 columns, East Asian characters and those beyond the
+// first plane 2.
+std::string_view first_columns(std::string_view text, std::size_t columns) noexcept;
 
 // Replaces every `from` by `to`.
 void replace_char(std::string& text, char from, char to);

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform {
@@ -46,6 +47,13 @@ bool error_stream_takes_sequences()
 bool standard_output_takes_sequences()
 {
     return takes_sequences(STDOUT_FILENO);
+}
+
+bool standard_output_is_pipe()
+{
+    struct stat status = {};
+    return ::fstat(STDOUT_FILENO, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
 }
 
 std::size_t output_columns()

@@ -88,6 +88,11 @@ bool standard_output_takes_sequences()
     return takes_sequences(STD_OUTPUT_HANDLE);
 }
 
+bool standard_output_is_pipe()
+{
+    return ::GetFileType(::GetStdHandle(STD_OUTPUT_HANDLE)) == FILE_TYPE_PIPE;
+}
+
 std::size_t output_columns()
 {
     return columns_of(STD_OUTPUT_HANDLE);
