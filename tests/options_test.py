@@ -100,6 +100,11 @@ class Options(Runs):
             shown = self.on_terminal(*words, report, "-color", "never", columns=columns)
             self.assertLessEqual(max(map(len, shown.split("\n"))), columns)
             self.assertEqual("".join(shown.split()), "".join(plain.split()))
+        # Nor does a name with wide characters or TABs reach the next line, where it might pass for a finding.
+        for name in ("計" * 90, "\t" * 9, "a" * 70 + "\t\t"):
+            path = self.write("wide.sdb", small_database(1, name + "  HIGH    inject.dll"))
+            shown = self.on_terminal("-sdb", path, "-explain", "-no_header", "-color", "never", columns=80)
+            self.assertLessEqual(max(len(line) + line.count("計") + 7 * line.count("\t") for line in shown.split("\n")), 80)
         self.assertIn(bold.encode(), self.printed(*words, "-guids", "-quiet", "-color", "ALWAYS"))
         out = self.path("out")
         self.printed(*words, "-guids", "-quiet", "-color", "always", "-out", out)

@@ -13,6 +13,7 @@
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/marks.h"
+#include "uni/text.h"
 #include "uni/text_targets.h"
 
 namespace form {
@@ -240,17 +241,42 @@ bool lines_form::say_line(std::string_view text, std::string_view shade_begin)
     if (!paints && columns() == 0) {
         return writer::line(text);
     }
-    constexpr std::size_t hanging = 4;
     const std::string shown = uni::marked(safe_text(std::string(text), style_));
-    const std::size_t lead = std::min(shown.find_first_not_of(' '), shown.size());
-    const std::size_t begin =
-        columns() != 0 && is_too_narrow(columns(), lead) ? std::min(lead, hanging) : lead;
     out_.text(paints ? shade_begin : "");
-    out_.blanks(begin);
-    write_wrapped(out_, std::string_view(shown).substr(lead), begin, begin + hanging, columns());
+    if (columns() == 0) {
+        out_.text(shown);
+    } else {
+        write_fitting(shown, shade_begin == shade::heading);
+    }
     out_.text(paints ? shade::end : "");
     out_.line_end();
     return goes_on();
+}
+
+// A line as the screen has room for it. The second column of a table, and what stands below it, begins in
+// the first third.
+void lines_form::write_fitting(std::string_view text, bool is_title)
+{
+    constexpr std::size_t hanging = 4;
+    constexpr std::size_t least_gap = 2;
+    const std::size_t column = columns() / 3;
+    const std::size_t lead = std::min(text.find_first_not_of(' '), text.size());
+    const std::size_t name_end = std::min(text.find("  ", lead), text.size());
+    const std::size_t second = std::min(text.find_first_not_of(' ', name_end), text.size());
+    const std::size_t name_columns = uni::columns_of(text.substr(0, name_end));
+    if (is_title && lead == 0 && second > column && second < text.size() &&
+        name_columns <= 2 * column) {
+        const std::size_t begin = std::max(column, name_columns + least_gap);
+        out_.text(text.substr(0, name_end));
+        out_.blanks(begin - name_columns);
+        write_wrapped(out_, text.substr(second), begin, column, columns());
+        return;
+    }
+    const bool is_below_second = lead > column;
+    const std::size_t begin = is_below_second ? column : lead;
+    out_.blanks(begin);
+    write_wrapped(out_, text.substr(lead), begin, is_below_second ? begin : begin + hanging,
+                  columns());
 }
 
 bool lines_form::subject(const entry& facts)

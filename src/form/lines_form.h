@@ -40,6 +40,7 @@ private:
                              const sdb::sdb_database* database) const;
 
     bool say_line(std::string_view text, std::string_view shade_begin);
+    void write_fitting(std::string_view text, bool is_title);
 
     std::unique_ptr<writer> make_fork(uni::text_buffer& out) const override;
     std::optional<std::string> patch_text(const sdb::patch_op& first) const override;

@@ -17,13 +17,14 @@ void write_in(uni::text_buffer& out, std::string_view begin, std::string_view te
 void write_wrapped(uni::text_buffer& out, std::string_view text, std::size_t begin,
                    std::size_t hanging, std::size_t columns)
 {
+    constexpr std::size_t fewest = 20; // in which a text can be read
     constexpr std::size_t narrow_hanging = 4;
     if (columns <= narrow_hanging * 2) {
         out.text(text);
         return;
     }
     // On a narrow screen what goes on does so further left.
-    const std::size_t below = is_too_narrow(columns, hanging) ? narrow_hanging : hanging;
+    const std::size_t below = columns < hanging + fewest ? narrow_hanging : hanging;
     for (;; begin = below) {
         const std::string_view fits = uni::first_columns(text, columns - std::min(begin, columns));
         if (fits.size() == text.size()) {
@@ -47,12 +48,6 @@ void write_wrapped(uni::text_buffer& out, std::string_view text, std::size_t beg
         out.line_end();
         out.blanks(below);
     }
-}
-
-bool is_too_narrow(std::size_t columns, std::size_t begin)
-{
-    constexpr std::size_t fewest = 20; // in which a text can be read
-    return columns < begin + fewest;
 }
 
 } // namespace form

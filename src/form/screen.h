@@ -25,7 +25,5 @@ void write_in(uni::text_buffer& out, std::string_view begin, std::string_view te
 // are no columns, or hardly any.
 void write_wrapped(uni::text_buffer& out, std::string_view text, std::size_t begin,
                    std::size_t hanging, std::size_t columns);
-// Whether few columns are left behind one.
-bool is_too_narrow(std::size_t columns, std::size_t begin);
 
 } // namespace form

@@ -83,6 +83,17 @@ std::string_view first_columns(std::string_view text, std::size_t columns) noexc
     return text.substr(0, end);
 }
 
+std::size_t columns_of(std::string_view text) noexcept
+{
+    std::size_t columns = 0;
+    while (!text.empty()) {
+        const utf8_character next = decode_utf8(text);
+        columns += columns_of(next.character);
+        text.remove_prefix(next.length);
+    }
+    return columns;
+}
+
 void replace_char(std::string& text, char from, char to)
 {
     std::replace(text.begin(), text.end(), from, to);

@@ -42,6 +42,8 @@ void trim(std::string& text);
 // terminals show wider than others counts as wide: TAB 8 columns, East Asian characters and those beyond the
 // first plane 2.
 std::string_view first_columns(std::string_view text, std::size_t columns) noexcept;
+// How many it takes at the most.
+std::size_t columns_of(std::string_view text) noexcept;
 
 // Replaces every `from` by `to`.
 void replace_char(std::string& text, char from, char to);
