@@ -59,9 +59,11 @@ std::string without_needless_stars(const std::string& text)
 template <typename item>
 void sort_once(std::vector<item>& items, auto&& of)
 {
-    std::ranges::stable_sort(items, {}, of);
-    const auto behind = std::ranges::unique(items, {}, of).begin();
-    items.erase(behind, items.end());
+    std::stable_sort(items.begin(), items.end(),
+                     [&](const item& a, const item& b) { return of(a) < of(b); });
+    items.erase(std::unique(items.begin(), items.end(),
+                            [&](const item& a, const item& b) { return of(a) == of(b); }),
+                items.end());
 }
 
 } // namespace
