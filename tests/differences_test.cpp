@@ -45,9 +45,12 @@ public:
             sdb::tag_name(is_after ? after_.tag_from(one.after) : before_.tag_from(one.before)));
         return true;
     }
-    bool reached(const model::record_change&, bool is_reached_after) override
+    bool reached(const model::record_change&, bool is_reached_before,
+                 bool is_reached_after) override
     {
-        lines.push_back(is_reached_after ? "  +index" : "  -index");
+        lines.push_back(!is_reached_after   ? "  -index"
+                        : is_reached_before ? "  ~index"
+                                            : "  +index");
         return true;
     }
     std::vector<std::string> lines;
@@ -114,6 +117,8 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
          {"~OlderRelease", "  ~shim_tagid"}},
         // The system finds a record by an index.
         {{{"      ledger.exe = @ledger\n", ""}}, {"~ledger.exe", "  -index"}},
+        {{{"      ledger.exe = @ledger\n", "      other.exe = @ledger\n"}},
+         {"~ledger.exe", "  ~index"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.changes.front().second);

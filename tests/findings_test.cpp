@@ -102,6 +102,14 @@ struct signal_row {
 TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
 {
     const std::string id = "database_id = ";
+    std::string base64; // 60 characters
+    while (base64.size() < 60) {
+        base64 += "Qz4+";
+    }
+    const auto defined = [](const std::string& name) {
+        return "library|  shim @s|    name = " + name +
+               "|exe|  name = a.exe|  shim_ref|    name = Harmless|    shim_tagid = @s";
+    };
     const std::string matched = "exe|  name = a.exe|  matching_file|    name = *";
     const signal_row rows[] = {
         {"target.core", "exe|  name = SvcHost.exe", "exe|  name = svchosts.exe"},
@@ -165,8 +173,36 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
              "40 00 00 00 \"PX\" 00 00"},
         {"data.payload", exe_with("a.exe", "Own", "PowerShell -x"),
          exe_with("a.exe", "Own", "Power -x")},
-        {"data.payload", exe_with("a.exe", "Own", std::string(64, 'Q')),
-         exe_with("a.exe", "Own", std::string(63, 'Q'))},
+        {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+Q"),
+         exe_with("a.exe", "Own", base64 + "Qz4")},
+        {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+"),
+         exe_with("C:\\WindowsPowerShell\\powershell_ise.exe", "Own", digits(99))},
+        // What a record gets is found wherever in it that stands, and by the name of what it leads to.
+        {"inject.module", "exe|  name = a.exe|  action|    shim_ref|      name = InjectDll",
+         "exe|  name = a.exe|  flag_ref|    name = InjectDll"},
+        {"inject.module",
+         "exe|  name = a.exe|  layer|    name = L|    shim_ref|      name = InjectDll",
+         "exe|  name = a.exe|  layer|    name = InjectDll"},
+        {"inject.module", defined("InjectDll"), defined("Other")},
+        {"inject.module",
+         "library|  layer @l|    name = L|    layer|      layer_tagid = @l|    "
+         "shim_ref|      name = InjectDll",
+         "library|  layer|    name = L|    shim_ref|      name = Other"},
+        {"patch.custom", "library|  patch @p|    name = P|app|  data|    patch_tagid = @p",
+         "library|  shim @p|    name = P|app|  data|    patch_tagid = @p"},
+        {"target.core", "exe|  name = a.exe|  name = lsass.exe",
+         "exe|  name = a.exe|  vendor = lsass.exe"},
+        {"shape.twice", "exe|  name = a.exe|  shim_ref|    name = A|    name = B",
+         "exe|  name = a.exe|  shim_ref|    name = A|    module = B"},
+        {"inject.own-module", "library|  shim|    name = S|    dllfile = C:\\x\\acgenral.dll",
+         "library|  shim|    name = S|    dllfile = acgenral.dll"},
+        {"inject.path", exe_with("a.exe", "Own", "C:\\Windows\\..\\b.dll"),
+         exe_with("a.exe", "Own", "C:\\Windows\\..\\x\\b.dll")},
+        {"inject.path", exe_with("a.exe", "Own", "%SystemDrive%\\b.dll"),
+         exe_with("a.exe", "Own", "%SystemDrive%\\x\\b.dll")},
+        {"apphelp.link",
+         "apphelp|  link|    link_url = https://microsoft.com:" + std::string(600, 'a') + "@x/",
+         "apphelp|  link|    link_url = https://microsoft.com/" + std::string(400, 'a')},
         {"fix.redirect", exe_with("a.exe", "CorrectFilePaths", "a;b"),
          exe_with("a.exe", "CorrectFilePaths", "%windir%;%TEMP%")},
         {"fix.other", "exe|  name = a.exe|  layer|    name = RegisterAppRestart",

@@ -288,11 +288,15 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     named("Driver", tag::kdriver, {own(), b.dword(tag::size, 7), b.text(tag::company_name, "C")});
     named("Driver nearly", tag::kdriver,
           {own(), b.dword(tag::size, 8), b.text(tag::company_name, "C")});
+    named("Two lists", tag::exe,
+          {own(), list({b.dword(tag::size, 7)}), list({b.dword(tag::checksum, 1)})});
     named("For another", tag::exe, {b.text(tag::name, "game.exe"), list({own()})});
     const test_support::loaded_database in(b.build());
     request::sdb_opts options = test_support::row_options("csv");
-    const pe_list file = {
-        {"", "", 7, tag::size}, {"", "C", 0, tag::company_name}, {"", "tool.exe", 0, tag::name}};
+    const pe_list file = {{"", "", 7, tag::size},
+                          {"", "", 2, tag::checksum},
+                          {"", "C", 0, tag::company_name},
+                          {"", "tool.exe", 0, tag::name}};
     const auto told = [&](bool explains) {
         options.explain = explains;
         return test_support::caught_report(file, in.database, "x\\Tool.exe", options).text;
@@ -316,6 +320,8 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
          {",No list,\"name \"\"tool.exe\"\" = ok\"\n",
           ",Pattern,\"name \"\"T?ol*.exe\"\" = ok; size 0x00000007 = ok\"\n",
           ",Wildcard,\"wildcard_name \"\"*.E*E\"\" = ok; matching_file other.dll = unknown\"\n",
+          ",Two lists,size 0x00000007 = ok; checksum 0x00000001 = 0x00000002 no\n",
+          ",Another,unless size 0x00000009 = 0x00000007 no\n",
           ",Driver nearly,\"size 0x00000008 = 0x00000007 no; company_name \"\"C\"\" = ok\"\n"}) {
         EXPECT_NE(facts.find(fact), std::string::npos) << fact << facts;
     }

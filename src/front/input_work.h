@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -37,6 +38,13 @@ public:
     bool tell_entry(const std::string& path, const input_output& out) const;
     // Loads the databases that programs are held against. To be called before any is.
     void load_candidates(const input_output& out);
+    // Whether no name with wildcards was left out of them.
+    bool has_all_patterns() const
+    {
+        return std::ranges::all_of(candidates_, [](const model::matchable_database& one) {
+            return one.index.has_all_patterns();
+        });
+    }
     // The records that would catch the one program that was named.
     void match_program_alone(const input_output& out) const;
     // What differs between two databases; answers whether both could be read.

@@ -197,7 +197,8 @@ private:
         inputs_.load_candidates(out_);
         if (options_.is_list_form()) {
             work_on_entries();
-            if (out_.counts.programs != 0 && out_.counts.caught == 0) {
+            if (out_.counts.programs != 0 && out_.counts.caught == 0 &&
+                inputs_.has_all_patterns()) {
                 out_.notices.say("no matches found: %llu program%s\n",
                                  static_cast<unsigned long long>(out_.counts.programs),
                                  out_.counts.programs == 1 ? "" : "s");

@@ -1,7 +1,9 @@
 #include "model/content.h"
 
+#include <algorithm>
 #include <bit>
 #include <random>
+#include <utility>
 
 #include "model/record_facts.h"
 #include "sdb/tags.h"
@@ -13,8 +15,8 @@ namespace {
 
 namespace type = sdb::type;
 
-// References lead through so many records: a program's to a layer, a layer's to a shim, and one more.
-constexpr int rounds_for_references = 3;
+// References lead through records that refer to others; circles never come to an end.
+constexpr int most_rounds_for_references = 16;
 
 struct sip_state {
     std::uint64_t v0, v1, v2, v3;
@@ -80,12 +82,40 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
 {
     lists_.resize(database.children().lists().size());
     digest_all();
-    if (seen == references_seen::by_content && !database.children().references().empty()) {
-        for (int round = 0; round < rounds_for_references; ++round) {
+    if (database.children().references().empty()) {
+        return;
+    }
+    if (seen == references_seen::by_name) {
+        find_namesakes();
+        if (!namesakes_.empty()) {
+            earlier_ = lists_;
+            targets_.clear();
+            digest_all();
+        }
+    } else {
+        for (int round = 0; round < most_rounds_for_references && earlier_ != lists_; ++round) {
             earlier_ = lists_;
             digest_all();
         }
-        earlier_ = {};
+    }
+    earlier_ = {};
+}
+
+// What a name does not tell apart: definitions of a kind that have one name, or none.
+void record_contents::find_namesakes()
+{
+    std::vector<std::pair<content_digest, std::uint32_t>> named;
+    for (const auto& [target, digest] : targets_) {
+        const auto ordinal = database_.ordinal_of(target);
+        if (ordinal && database_.children().list(*ordinal) != nullptr) {
+            named.emplace_back(digest, target);
+        }
+    }
+    std::ranges::sort(named);
+    for (std::size_t i = 1; i < named.size(); ++i) {
+        if (named[i - 1].first == named[i].first) {
+            namesakes_.insert({named[i - 1].second, named[i].second});
+        }
     }
 }
 
@@ -94,15 +124,21 @@ void record_contents::digest_all()
 {
     const sdb::tag_table& relation = database_.children();
     const auto lists = relation.lists();
+    places_.assign(0x10000, {lists.size(), 0});
     for (std::size_t number = lists.size(); number-- > 0;) {
         content_digest sum;
         relation.for_each_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
             const std::uint32_t offset = database_.offset_at(child);
             if (relation.list(child) != nullptr) {
                 sum += lists_[number_of(child)];
-            } else {
-                sum += of_scalar(offset);
+                return;
             }
+            content_digest scalar = of_scalar(offset);
+            // Of tags that repeat it matters which comes first.
+            place_of_tag& place = places_[database_.tag_at(child)];
+            place = {number, place.list == number ? place.count + 1 : 0};
+            scalar.low += place.count * scalar.high;
+            sum += scalar;
         });
         // As long as it is one of a whole list, not of what stands in it.
         const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
@@ -138,7 +174,7 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
         return {1, 0};
     }
     const bool is_list = database_.children().list(*ordinal) != nullptr;
-    if (is_list && !earlier_.empty()) {
+    if (is_list && !earlier_.empty() && (namesakes_.empty() || namesakes_.contains(target))) {
         return earlier_[number_of(*ordinal)];
     }
     const auto [place, is_new] = targets_.try_emplace(target);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "io/large_vector.h"
@@ -58,6 +59,7 @@ private:
                                         database_.children().lists().data());
     }
     void digest_all();
+    void find_namesakes();
     content_digest digest_of_reference(std::uint32_t target);
 
     const sdb::sdb_database& database_;
@@ -66,6 +68,12 @@ private:
     digests earlier_; // of the round before, which references see
     text_memo<content_digest> texts_;
     std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
+    std::unordered_set<std::uint32_t> namesakes_;               // the same: not told by their names
+    struct place_of_tag {
+        std::size_t list = 0; // in which it was seen last
+        std::uint64_t count = 0;
+    };
+    std::vector<place_of_tag> places_; // by tag
 };
 
 } // namespace model

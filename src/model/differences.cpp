@@ -1,10 +1,13 @@
 #include "model/differences.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <compare>
 #include <future>
 #include <optional>
 #include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -42,6 +45,14 @@ bool is_definition(std::uint16_t tag)
 {
     return tag == tag::shim || tag == tag::patch || tag == tag::layer || tag == tag::flag ||
            tag == tag::kshim;
+}
+
+// A list of that kind may refer to a definition instead.
+bool is_own_definition(const sdb::sdb_database& database, std::uint32_t list)
+{
+    const std::uint16_t own = database.tag_from(list);
+    return is_definition(own) &&
+           (own != tag::layer || child_of(database, list, tag::layer_tagid) == 0);
 }
 
 bool is_test(std::uint16_t tag)
@@ -177,9 +188,9 @@ private:
         }
         const bool is_equal =
             before_.contents.of_list(one.before) == after_.contents.of_list(one.after);
-        const bool is_reached = compares_indexes_ && is_indexed(after_, one.after);
-        const bool is_reached_otherwise =
-            compares_indexes_ && is_indexed(before_, one.before) != is_reached;
+        const content_digest reached_before = before_index_.of(one.before);
+        const content_digest reached_after = after_index_.of(one.after);
+        const bool is_reached_otherwise = compares_indexes_ && reached_before != reached_after;
         if (is_equal && !is_reached_otherwise) {
             ++counts_.unchanged;
             return;
@@ -188,30 +199,74 @@ private:
         const record_change change{change_kind::changed, one.before, one.after};
         goes_on_ = goes_on_ && listener_.record(change);
         if (is_reached_otherwise) {
-            goes_on_ = goes_on_ && listener_.reached(change, is_reached);
+            goes_on_ = goes_on_ && listener_.reached(change, reached_before != content_digest(),
+                                                     reached_after != content_digest());
         }
         if (!is_equal) {
             compare_lists(one.before, one.after, 0);
         }
     }
 
-    static bool is_indexed(const side& one, std::uint32_t record)
-    {
-        return one.database.is_indexed(*one.database.ordinal_of(record));
-    }
+    // What leads to each tag, as sums of index entries.
+    class index_sums {
+    public:
+        explicit index_sums(const sdb::sdb_database& database)
+        {
+            constexpr content_key plain = {};
+            for (const sdb::sdb_index_record& index : database.indexes()) {
+                const std::uint64_t kind = std::uint64_t{index.index_tag} << 48 |
+                                           std::uint64_t{index.index_key} << 32 | index.index_flags;
+                for (const auto& entry : index.entries) {
+                    const std::array<std::uint8_t, 8> bytes =
+                        std::bit_cast<std::array<std::uint8_t, 8>>(entry.key);
+                    entries_.emplace_back(entry.tag_offset,
+                                          keyed_digest(plain, kind, uni::byte_view(bytes)));
+                }
+            }
+            std::ranges::stable_sort(entries_, {}, &entry_digest::first);
+        }
+        content_digest of(std::uint32_t offset) const
+        {
+            content_digest sum;
+            auto one = std::ranges::lower_bound(entries_, offset, {}, &entry_digest::first);
+            for (; one != entries_.end() && one->first == offset; ++one) {
+                sum += one->second;
+            }
+            return sum;
+        }
+
+    private:
+        using entry_digest = std::pair<std::uint32_t, content_digest>;
+        std::vector<entry_digest> entries_; // ascending by offset
+    };
 
     static std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
     {
         std::vector<std::uint32_t> records;
-        const std::uint32_t library = database.library_offset();
-        for (const std::uint32_t around : {database.database_offset(), library}) {
-            if (around == 0) {
+        const sdb::tag_table& relation = database.children();
+        const std::uint32_t strings = database.string_table_offset();
+        const sdb::tag_ordinal behind_all(database.tag_count());
+        const auto add_lists_in = [&](sdb::tag_ordinal around, auto&& act) {
+            relation.for_each_list_in(around, act);
+        };
+        // All that stands outside, too.
+        for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
+            const std::uint32_t offset = database.offset_at(root);
+            if (relation.list(root) == nullptr || offset == strings) {
                 continue;
             }
-            database.for_each_child(around, [&](std::uint32_t offset, std::uint16_t own) {
-                if (sdb::tag_type(own) == type::list && offset != library) {
-                    records.push_back(offset);
+            if (database.tag_at(root) != tag::database) {
+                records.push_back(offset);
+                continue;
+            }
+            add_lists_in(root, [&](const sdb::tag_table::list_row& row) {
+                if (row.tag != tag::library) {
+                    records.push_back(database.offset_at(row.ordinal));
+                    return;
                 }
+                add_lists_in(row.ordinal, [&](const sdb::tag_table::list_row& inner) {
+                    records.push_back(database.offset_at(inner.ordinal));
+                });
             });
         }
         return records;
@@ -283,9 +338,10 @@ private:
     candidates scalars_of(side& one, std::uint32_t list)
     {
         candidates found;
+        std::unordered_map<std::uint16_t, std::uint64_t> counts; // of those that repeat
         one.database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
             if (sdb::tag_type(own) != type::list) {
-                found.push_back({{own, 0}, one.contents.of_scalar(offset), offset});
+                found.push_back({{own, counts[own]++}, one.contents.of_scalar(offset), offset});
             }
         });
         return found;
@@ -298,7 +354,9 @@ private:
         for (const auto& [one, list] : {std::pair<side*, std::uint32_t>(&before_, before),
                                         std::pair<side*, std::uint32_t>(&after_, after)}) {
             for (const candidate& scalar : scalars_of(*one, list)) {
-                sums[number] += scalar.content;
+                content_digest in_its_place = scalar.content;
+                in_its_place.low *= 2 * scalar.key.high + 1;
+                sums[number] += in_its_place;
             }
             ++number;
         }
@@ -379,6 +437,8 @@ private:
     // Where one has none at all, that is another matter.
     bool compares_indexes_ =
         !before_.database.indexes().empty() && !after_.database.indexes().empty();
+    const index_sums before_index_{before_.database};
+    const index_sums after_index_{after_.database};
     bool goes_on_ = true;
 };
 
@@ -396,7 +456,7 @@ void known_records::add(const sdb::sdb_database& database)
     for (const sdb::tag_table::list_row& list : database.children().lists()) {
         const std::uint32_t offset = database.offset_at(list.ordinal);
         digests_.push_back(contents.of_list(offset));
-        if (is_definition(list.tag)) {
+        if (is_own_definition(database, offset)) {
             definitions_.push_back({name_key(database, offset), contents.of_list(offset)});
         }
     }
@@ -412,7 +472,7 @@ content_digest known_records::name_key(const sdb::sdb_database& database,
 bool known_records::redefines(const sdb::sdb_database& database, const record_contents& contents,
                               std::uint32_t record) const
 {
-    if (!is_definition(database.tag_from(record)) || child_of(database, record, tag::name) == 0) {
+    if (!is_own_definition(database, record) || child_of(database, record, tag::name) == 0) {
         return false;
     }
     const content_digest key = name_key(database, record);

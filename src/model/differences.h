@@ -31,8 +31,9 @@ public:
     virtual bool record(const record_change& one) = 0;
     // A tag or a list in that record, whose kind is the same on both sides.
     virtual bool fact(const record_change& one) = 0;
-    // Whether an index leads to that record, which it does in one of the two alone.
-    virtual bool reached(const record_change& one, bool is_reached_after) = 0;
+    // That other index entries lead to that record, or some in one of the two alone.
+    virtual bool reached(const record_change& one, bool is_reached_before,
+                         bool is_reached_after) = 0;
 };
 
 struct difference_counts {

@@ -76,43 +76,32 @@ constexpr std::uint64_t worth[] = {0, 1, 3, 9}; // of weights, in the sum that o
 constexpr std::size_t in_a_stretch = 256;       // subjects that one thread ranks at a time
 constexpr std::size_t most_helpers = 3;
 
-// What references lead to.
-class used_definitions {
-public:
-    explicit used_definitions(const sdb::sdb_database& database) : database_(database)
-    {
-        is_used_.resize(database.tag_count());
-        for (const sdb::tag_table::reference& reference : database.children().references()) {
-            if (const auto target = database.ordinal_of(reference.target)) {
-                is_used_[target->number()] = true;
-            }
-        }
-    }
-    bool holds(std::uint32_t record) const
-    {
-        return is_used_[database_.ordinal_of(record)->number()];
-    }
-
-private:
-    const sdb::sdb_database& database_;
-    std::vector<bool> is_used_; // by ordinal
-};
-
+// Whether anything in a list refers to a fix, or tests a file.
 bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
 {
+    const auto ordinal = database.ordinal_of(list);
     bool has = false;
-    database.for_each_child(list, [&](std::uint32_t, std::uint16_t child) {
-        has = has || is_fix_reference(child) || is_matching_list(child);
-    });
+    if (ordinal) {
+        const sdb::tag_table& relation = database.children();
+        const auto rows = relation.lists_in(ordinal->next(), relation.end(*ordinal));
+        const bool is_group = database.tag_from(list) == tag::app; // of records of their own
+        has = !is_group && std::ranges::any_of(rows, [](const sdb::tag_table::list_row& row) {
+            return is_fix_reference(row.tag) || is_matching_list(row.tag);
+        });
+        relation.for_each_list_in(*ordinal, [&](const sdb::tag_table::list_row& row) {
+            has = has || is_fix_reference(row.tag) || is_matching_list(row.tag);
+        });
+    }
     return has;
 }
 
 // The records that a database is about, as they stand: programs, packages and drivers, whatever else has
 // fixes or tests files, and definitions to which nothing refers.
-std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
+// Of definitions all, if so asked for.
+std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database, bool with_definitions)
 {
-    const used_definitions used(database);
     std::vector<std::uint32_t> subjects;
+    std::vector<std::uint32_t> definitions;
     for (const sdb::tag_table::list_row& list : database.children().lists()) {
         const std::uint32_t record = database.offset_at(list.ordinal);
         switch (list.tag) {
@@ -123,28 +112,32 @@ std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database)
             break;
         case tag::shim:
         case tag::patch:
-            if (!used.holds(record)) {
-                subjects.push_back(record);
-            }
+            definitions.push_back(record);
             break;
         default:
             break;
         }
     }
-    const auto database_list = database.ordinal_of(database.database_offset());
-    if (database_list) {
-        database.for_each_child(
-            database.database_offset(), [&](std::uint32_t offset, std::uint16_t own) {
-                const bool is_told = own == tag::exe || own == tag::msi_package ||
-                                     own == tag::kdriver || own == tag::shim || own == tag::patch ||
-                                     own == tag::library || own == tag::apphelp ||
-                                     sdb::tag_type(own) != sdb::type::list;
-                if (!is_told && has_reference(database, offset) &&
-                    (own != tag::layer || !used.holds(offset))) {
-                    subjects.push_back(offset);
-                }
-            });
+    const std::uint32_t library = database.library_offset();
+    for (const std::uint32_t around : {database.database_offset(), library}) {
+        if (around == 0) {
+            continue;
+        }
+        database.for_each_child(around, [&](std::uint32_t offset, std::uint16_t own) {
+            const bool is_told = own == tag::exe || own == tag::msi_package ||
+                                 own == tag::kdriver || own == tag::shim || own == tag::patch ||
+                                 own == tag::library || own == tag::apphelp ||
+                                 sdb::tag_type(own) != sdb::type::list;
+            if (!is_told && has_reference(database, offset)) {
+                const bool is_definition = own == tag::layer || around == library;
+                (is_definition ? definitions : subjects).push_back(offset);
+            }
+        });
     }
+    const std::vector<bool> is_reached = reached_definitions(database, subjects);
+    std::ranges::copy_if(definitions, std::back_inserter(subjects), [&](std::uint32_t definition) {
+        return with_definitions || !is_reached[database.ordinal_of(definition)->number()];
+    });
     std::ranges::sort(subjects);
     return subjects;
 }
@@ -290,15 +283,24 @@ examination::examination(const examined_database& examined, const request::bound
             return findings;
         });
         groupings_ = std::make_unique<const record_groupings>(examined.database);
-        order_ = subjects_of(examined.database);
+        order_ = subjects_of(examined.database, false);
         of_database_ = judged.get();
     }
-    if (examined.known_ones != nullptr) {
-        known_ = std::erase_if(
-            order_, [&](std::uint32_t record) { return examined.known_ones->holds(record); });
+    const auto rank_all = [&] {
+        if (examined.known_ones != nullptr) {
+            known_ = std::erase_if(
+                order_, [&](std::uint32_t record) { return examined.known_ones->holds(record); });
+        }
+        subject_count_ = order_.size();
+        return rank_subjects(examined, *groupings_, bounds, is_wanted, order_, threads);
+    };
+    ranked_stretch all = rank_all();
+    if (all.cut != 0) { // what its layers hold is told by itself
+        const std::uint32_t cut = all.cut;
+        order_ = subjects_of(examined.database, true);
+        all = rank_all();
+        all.cut = cut;
     }
-    subject_count_ = order_.size();
-    ranked_stretch all = rank_subjects(examined, *groupings_, bounds, is_wanted, order_, threads);
     cut_ = all.cut;
     with_high_ = static_cast<std::size_t>(std::ranges::count(all.ranks, true, &rank::is_high));
     std::erase_if(all.ranks, [](const rank& one) { return !one.is_wanted; });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_set>
 
 #include "model/record_facts.h"
 #include "sdb/tags.h"
@@ -31,7 +32,22 @@ constexpr auto reference_kinds = std::to_array<reference_kind>({
     {tag::migration_data_ref, tag::migration_data_tagid, tag::migration_data},
 });
 
-constexpr std::size_t most_layers_deep = 32;
+constexpr std::size_t most_layers_deep = 32; // that are told in place
+
+// Whether a definition may refer to further ones.
+bool opens_up(std::uint16_t reference)
+{
+    return reference == tag::layer || reference == tag::context_ref ||
+           reference == tag::msi_transform_ref;
+}
+
+// Whether a list in a record may hold references of that record.
+bool may_hold_references(std::uint16_t tag)
+{
+    return tag != tag::exe && tag != tag::app && tag != tag::msi_package && tag != tag::kdriver &&
+           tag != tag::database && tag != tag::library && tag != tag::shim && tag != tag::patch &&
+           !is_matching_list(tag);
+}
 
 class use_gatherer {
 public:
@@ -40,50 +56,104 @@ public:
         : uses_(uses), database_(database), most_uses_(most_uses), tags_left_(most_tags)
     {}
 
-    // NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
+    // The references of the record itself are all taken, before any layer is opened.
     bool gather(std::uint32_t record)
     {
+        record_ = record;
         bool is_whole = true;
-        database_.for_each_child(record, [&](std::uint32_t offset, std::uint16_t tag) {
-            if (!is_fix_reference(tag)) {
-                return;
-            }
-            // A reference is read once for each record that opens the layer up.
-            const sdb::tag_ordinal reference = *database_.ordinal_of(offset);
-            const std::uint64_t price = database_.children().end(reference) - reference;
-            if (tags_left_ < price || uses_.size() >= most_uses_) {
-                is_whole = false;
-                return;
-            }
-            tags_left_ -= price;
-            is_whole &= take(reference, offset, tag);
-        });
+        std::vector<sdb::tag_ordinal> references;
+        find_references(references, record);
+        for (const sdb::tag_ordinal reference : references) {
+            is_whole &= take(reference);
+        }
+        // What lies too deep to be told in place.
+        for (std::size_t i = 0; i < deep_.size(); ++i) {
+            is_whole &= open(deep_[i]);
+        }
         return is_whole;
     }
 
 private:
-    // NOLINTNEXTLINE(misc-no-recursion)
-    bool take(sdb::tag_ordinal ordinal, std::uint32_t reference, std::uint16_t tag)
+    // Those that stand in a list, or in lists of it that refer to nothing themselves.
+    void find_references(std::vector<sdb::tag_ordinal>& found, std::uint32_t list) const
     {
-        uses_.push_back(read(ordinal, reference, tag));
-        const std::uint32_t definition = uses_.back().definition;
-        const bool is_layer = tag == tag::layer && definition != 0;
-        if (!is_layer || std::ranges::find(open_, definition) != open_.end()) {
+        std::vector<sdb::tag_ordinal> left;
+        const auto look_at = [&](sdb::tag_ordinal around) {
+            database_.children().for_each_list_in(around, [&](const sdb::tag_table::list_row& row) {
+                if (is_fix_reference(row.tag)) {
+                    found.push_back(row.ordinal);
+                } else if (row.has_children() && may_hold_references(row.tag)) {
+                    left.push_back(row.ordinal);
+                }
+            });
+        };
+        if (const auto whole = database_.ordinal_of(list)) {
+            look_at(*whole);
+        }
+        if (left.empty()) {
+            return;
+        }
+        while (!left.empty()) {
+            const sdb::tag_ordinal around = left.back();
+            left.pop_back();
+            look_at(around);
+        }
+        std::ranges::sort(found);
+    }
+
+    // NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
+    bool open(std::uint32_t list)
+    {
+        bool is_whole = true;
+        std::vector<sdb::tag_ordinal> references;
+        find_references(references, list);
+        for (const sdb::tag_ordinal reference : references) {
+            const std::uint64_t price = database_.children().end(reference) - reference;
+            if (tags_left_ < price || uses_.size() >= most_uses_) {
+                return false;
+            }
+            tags_left_ -= price;
+            is_whole &= take(reference);
+        }
+        return is_whole;
+    }
+
+    // NOLINTNEXTLINE(misc-no-recursion)
+    bool take(sdb::tag_ordinal reference)
+    {
+        const std::uint16_t tag = database_.tag_at(reference);
+        const fix_use made = read(reference, database_.offset_at(reference), tag);
+        uses_.push_back(made);
+        bool is_whole = true;
+        if (tag == tag::layer && made.has_data) { // it may hold its references itself
+            is_whole &= open_once(made.reference);
+        }
+        if (made.definition != 0 && opens_up(tag)) {
+            is_whole &= open_once(made.definition);
+        }
+        return is_whole;
+    }
+
+    // NOLINTNEXTLINE(misc-no-recursion)
+    bool open_once(std::uint32_t list)
+    {
+        if (list == record_ || !opened_.insert(list).second) {
+            return true; // told already
+        }
+        if (depth_ == most_layers_deep) {
+            deep_.push_back(list);
             return true;
         }
-        if (open_.size() == most_layers_deep) {
-            return false;
-        }
-        open_.push_back(definition);
-        const bool is_whole = gather(definition);
-        open_.pop_back();
+        ++depth_;
+        const bool is_whole = open(list);
+        --depth_;
         return is_whole;
     }
 
     // What a reference tells, in one pass, as there are more of them than of anything else.
     fix_use read(sdb::tag_ordinal ordinal, std::uint32_t reference, std::uint16_t tag) const
     {
-        fix_use made{.reference = reference, .depth = static_cast<std::uint16_t>(open_.size())};
+        fix_use made{.reference = reference, .depth = static_cast<std::uint16_t>(depth_)};
         const auto kind = std::ranges::find(reference_kinds, tag, &reference_kind::reference);
         std::uint32_t by = 0;
         const auto note = [&](std::uint32_t& place, sdb::tag_ordinal child) {
@@ -114,7 +184,10 @@ private:
     const sdb::sdb_database& database_;
     const std::uint64_t most_uses_;
     std::uint64_t tags_left_;
-    std::vector<std::uint32_t> open_; // layers
+    std::uint32_t record_ = 0;
+    std::size_t depth_ = 0;
+    std::unordered_set<std::uint32_t> opened_; // lists
+    std::vector<std::uint32_t> deep_;          // those to be opened at the end
 };
 
 } // namespace
@@ -137,6 +210,53 @@ bool is_fix_reference(std::uint16_t tag)
     default:
         return false;
     }
+}
+
+std::vector<bool> reached_definitions(const sdb::sdb_database& database,
+                                      std::span<const std::uint32_t> records)
+{
+    const sdb::tag_table& relation = database.children();
+    std::vector<bool> is_reached(database.tag_count());
+    std::vector<sdb::tag_ordinal> left;
+    for (const std::uint32_t record : records) {
+        left.push_back(*database.ordinal_of(record));
+    }
+    const auto reach = [&](sdb::tag_ordinal list) {
+        if (!is_reached[list.number()]) {
+            is_reached[list.number()] = true;
+            left.push_back(list);
+        }
+    };
+    const auto follow = [&](const sdb::tag_table::list_row& reference) {
+        const auto kind =
+            std::ranges::find(reference_kinds, reference.tag, &reference_kind::reference);
+        const auto by = kind == reference_kinds.end()
+                            ? std::nullopt
+                            : relation.find_child(reference.ordinal, [&](sdb::tag_ordinal child) {
+                                  return database.tag_at(child) == kind->by;
+                              });
+        const auto target =
+            by ? database.ordinal_of(database.word_behind(database.offset_at(*by))) : std::nullopt;
+        if (target && database.tag_at(*target) == kind->definition) {
+            is_reached[target->number()] = is_reached[target->number()] || !opens_up(reference.tag);
+            reach(*target);
+        }
+    };
+    while (!left.empty()) {
+        const sdb::tag_ordinal around = left.back();
+        left.pop_back();
+        relation.for_each_list_in(around, [&](const sdb::tag_table::list_row& row) {
+            if (is_fix_reference(row.tag)) {
+                follow(row);
+            }
+            const bool may_hold =
+                is_fix_reference(row.tag) ? row.tag == tag::layer : may_hold_references(row.tag);
+            if (may_hold && row.has_children()) {
+                reach(row.ordinal);
+            }
+        });
+    }
+    return is_reached;
 }
 
 bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,

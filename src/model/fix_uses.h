@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "request/bounds.h"
@@ -23,8 +24,13 @@ struct fix_use {
 // Whether a tag refers to a fix, where it stands in a record.
 bool is_fix_reference(std::uint16_t tag);
 
-// Appends the fixes of a record, each layer with what it holds behind it. False if some were left out: layers
-// are opened up as long as that takes no more tags than `bounds` allow for as many as the record has, and some.
+// Which definitions and references some records lead to, by ordinal.
+std::vector<bool> reached_definitions(const sdb::sdb_database& database,
+                                      std::span<const std::uint32_t> records);
+
+// Appends the fixes of a record, wherever in it they are referred to, each layer with what it holds behind it,
+// once. False if some were left out: layers are opened up as long as that takes no more tags than
+// `bounds` allow for as many as the record has, and some.
 bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,
                      std::uint32_t record, const request::bounds& bounds);
 

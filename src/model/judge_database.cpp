@@ -9,6 +9,7 @@
 #include "model/examination.h"
 #include "model/payload.h"
 #include "model/record_facts.h"
+#include "model/suspect_paths.h"
 #include "sdb/tags.h"
 #include "uni/guid.h"
 #include "uni/text.h"
@@ -24,12 +25,7 @@ namespace type = sdb::type;
 constexpr std::size_t most_judged_text = 512;
 constexpr std::uint64_t before_databases = 126'227'808'000'000'000; // 2001-01-01, FILETIME ticks
 
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-// "KB" with digits behind it, as articles about updates are called.
+// "KB" with a number behind it, as articles about updates are called.
 bool names_article(std::string_view lower)
 {
     for (std::size_t at = lower.find("kb"); at != std::string_view::npos;
@@ -38,7 +34,10 @@ bool names_article(std::string_view lower)
             at + 2 < lower.size() && (lower[at + 2] == ' ' || lower[at + 2] == '-') ? at + 3
                                                                                     : at + 2;
         const bool begins = at == 0 || !uni::is_letter_or_digit(lower[at - 1]);
-        if (begins && digits < lower.size() && is_digit(lower[digits])) {
+        constexpr std::size_t fewest_digits = 3;
+        const std::size_t end =
+            std::min(lower.find_first_not_of("0123456789", digits), lower.size());
+        if (begins && digits < lower.size() && end - digits >= fewest_digits) {
             return true;
         }
     }
@@ -166,12 +165,13 @@ private:
     void judge_name()
     {
         const std::uint32_t at = own(tag::name);
-        const std::string name = at == 0 ? std::string() : text_at(database_, at, most_judged_text);
+        constexpr std::size_t most_of_name = 0x10000;
+        const std::string name = at == 0 ? std::string() : text_at(database_, at, most_of_name);
         const std::string lower = uni::lowered(name);
         if (!examined_.is_vendors_own && poses_as_update(known_, name)) {
             add(signal::reg_update_name, at, finding_part(at));
         }
-        if (at != 0 && known_.begins_word(name_list::system_maker, lower)) {
+        if (at != 0 && known_.holds_word(name_list::system_maker, lower)) {
             add(signal::who_vendor, at, finding_part(at));
         }
         if (!name.empty() && (is_bare_guid(name) || known_.holds(name_list::default_name, name) ||
@@ -278,7 +278,9 @@ private:
     void judge_link(std::uint32_t offset)
     {
         const std::string address = text_at(database_, offset, most_judged_text);
-        const std::string host = host_of(address);
+        // What is cut off may be where it really leads.
+        const std::string host =
+            address.size() > most_judged_text ? std::string() : host_of(address);
         const bool is_bare =
             host.starts_with('[') || host.find_first_not_of("0123456789.") == std::string::npos;
         if (!address.empty() && (is_bare || !is_known_host(known_, host))) {
@@ -352,6 +354,7 @@ private:
             if (examined_.known_ones != nullptr && examined_.known_ones->redefines(offset)) {
                 add(signal::lib_redefined, offset, finding_part(offset));
             }
+            judge_repeats(list.ordinal, list.tag);
             switch (list.tag) {
             case tag::shim:
                 judge_module(offset);
@@ -385,13 +388,43 @@ private:
         }
     }
 
+    // What identifies a list, or says what it does, stands in it once.
+    void judge_repeats(sdb::tag_ordinal list, std::uint16_t own)
+    {
+        constexpr std::array<std::uint16_t, 13> once = {
+            tag::name,         tag::exe_id,      tag::fix_id,      tag::wildcard_name,
+            tag::shim_tagid,   tag::patch_tagid, tag::layer_tagid, tag::flag_tagid,
+            tag::command_line, tag::dllfile,     tag::patch_bits,  tag::database_id,
+            tag::time};
+        if (is_matching_list(own) || own == tag::stringtable) {
+            return;
+        }
+        unsigned seen = 0;
+        const auto repeated = database_.children().find_child(list, [&](sdb::tag_ordinal child) {
+            const std::uint16_t one = database_.tag_at(child);
+            if (sdb::tag_type(one) == type::list) {
+                return false;
+            }
+            const auto place = std::ranges::find(once, one);
+            const unsigned bit = place == once.end() ? 0 : 1u << (place - once.begin());
+            const bool is_second = (seen & bit) != 0;
+            seen |= bit;
+            return is_second;
+        });
+        if (repeated) {
+            const std::uint32_t offset = database_.offset_at(*repeated);
+            add(signal::shape_twice, offset, finding_part(database_.offset_at(list)), 0, 0,
+                name_of_tag(offset));
+        }
+    }
+
     // Whose program it says that it is.
     void judge_application(std::uint32_t app)
     {
         const std::uint32_t vendor = child_of(database_, app, tag::vendor);
         const std::string text =
             vendor == 0 ? std::string() : text_at(database_, vendor, most_judged_text);
-        if (known_.begins_word(name_list::system_maker, uni::lowered(text))) {
+        if (known_.holds_word(name_list::system_maker, uni::lowered(text))) {
             add(signal::who_vendor, vendor, finding_part(vendor), 1);
         }
     }
@@ -420,9 +453,14 @@ private:
         if (file == 0) {
             return;
         }
-        const std::string module = stem_of(text_at(database_, file, most_judged_text));
-        if (!known_.holds(name_list::shim_module, module)) {
+        const std::string name = uni::lowered(text_at(database_, file, most_judged_text));
+        const bool is_path = name.find_first_of("\\/:") != std::string::npos;
+        const bool is_module = name.ends_with(".dll") || name.find('.') == std::string::npos;
+        if (is_path || !is_module || !known_.holds(name_list::shim_module, stem_of(name))) {
             add(signal::inject_own_module, shim, finding_part(shim), 0, 0, finding_part(file));
+        }
+        if (is_suspect_module(known_, name)) {
+            add(signal::inject_path, shim, finding_part(shim), 0, 0, finding_part(file));
         }
     }
 

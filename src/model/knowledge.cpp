@@ -206,7 +206,7 @@ const known_fix* knowledge::fix(std::string_view name, std::string_view kind) co
     const auto [first, last] = fixes_.equal_range(uni::lowered(name));
     const auto same =
         std::find_if(first, last, [&](const auto& known) { return known.second.kind == kind; });
-    return same != last ? &same->second : first != last ? &first->second : nullptr;
+    return same != last ? &same->second : nullptr;
 }
 
 bool knowledge::holds(name_list list, std::string_view text) const
@@ -231,15 +231,35 @@ const std::string* knowledge::found_in(name_list list, std::string_view lower) c
     return nullptr;
 }
 
+namespace {
+
+// Whether an entry stands in a text where a word begins, and where one ends if `is_whole`.
+bool stands_in(std::string_view lower, std::string_view entry, bool is_whole)
+{
+    const auto is_in_word = [lower](std::size_t at) {
+        return at < lower.size() && uni::is_letter_or_digit(lower[at]);
+    };
+    for (std::size_t at = lower.find(entry); at != std::string_view::npos;
+         at = lower.find(entry, at + 1)) {
+        if ((at == 0 || !is_in_word(at - 1)) && (!is_whole || !is_in_word(at + entry.size()))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 bool knowledge::begins_word(name_list list, std::string_view lower) const
 {
-    return std::ranges::any_of(entries(list), [&](const auto& entry) {
-        std::size_t at = lower.find(entry.first);
-        while (at != std::string_view::npos && at != 0 && uni::is_letter_or_digit(lower[at - 1])) {
-            at = lower.find(entry.first, at + 1);
-        }
-        return at != std::string_view::npos;
-    });
+    return std::ranges::any_of(
+        entries(list), [&](const auto& entry) { return stands_in(lower, entry.first, false); });
+}
+
+bool knowledge::holds_word(name_list list, std::string_view lower) const
+{
+    return std::ranges::any_of(
+        entries(list), [&](const auto& entry) { return stands_in(lower, entry.first, true); });
 }
 
 } // namespace model

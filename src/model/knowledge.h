@@ -100,7 +100,7 @@ public:
     const finding_kind* kind_called(std::string_view id) const;
     std::span<const finding_kind> kinds() const noexcept { return kinds_; }
 
-    // The fix of a name, case aside; of several that of the kind. Null for one that is not known.
+    // The fix of a name and a kind, case aside. Null for one that is not known.
     const known_fix* fix(std::string_view name, std::string_view kind) const;
 
     // Whether a text is an entry of a list, case aside.
@@ -109,6 +109,8 @@ public:
     const std::string* found_in(name_list list, std::string_view lower) const;
     // Whether a word of the text begins with one of the list.
     bool begins_word(name_list list, std::string_view lower) const;
+    // Whether one of the list stands in it as whole words.
+    bool holds_word(name_list list, std::string_view lower) const;
     // What is noted beside an entry; null for none.
     const std::string* note_of(name_list list, std::string_view text) const;
     // All entries, lower-case, ascending.

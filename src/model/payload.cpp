@@ -45,6 +45,22 @@ bool is_base64(std::uint16_t unit)
            (unit >= '0' && unit <= '9') || unit == '+' || unit == '/';
 }
 
+// Whether there are capitals, small letters and digits or signs between two places, some of which are no
+// hexadecimal digits, as nearly all of 64 random ones have.
+bool has_all_kinds(uni::byte_view bytes, std::uint64_t at, std::uint64_t end, std::uint64_t width)
+{
+    bool has_capital = false;
+    bool has_small = false;
+    bool has_other = false;
+    for (; at < end; at += width) {
+        const std::uint8_t one = bytes.u8(at);
+        has_capital = has_capital || (one >= 'A' && one <= 'Z');
+        has_small = has_small || (one >= 'g' && one <= 'z');
+        has_other = has_other || one < 'A';
+    }
+    return has_capital && has_small && has_other;
+}
+
 // A run of characters of that width that decodes: padded to a multiple of four.
 payload find_base64(uni::byte_view bytes, std::uint64_t width)
 {
@@ -62,8 +78,11 @@ payload find_base64(uni::byte_view bytes, std::uint64_t width)
             padded += width;
         }
         const std::uint64_t length = (padded - at) / width;
-        if ((end - at) / width >= long_base64 && length % 4 == 0) {
-            return {payload_kind::base64, at, length};
+        // As much of it as decodes; an identifier or a number is no data.
+        const std::uint64_t decodes = length - length % 4;
+        if ((end - at) / width >= long_base64 && decodes >= long_base64 &&
+            has_all_kinds(bytes, at, end, width)) {
+            return {payload_kind::base64, at, decodes};
         }
         at = std::max(end, padded) + width;
     }
@@ -128,13 +147,21 @@ payload_search::payload_search(const knowledge& known)
 // Zeros are passed over, so that characters of two bytes are found as those of one.
 payload payload_search::find_script(uni::byte_view bytes) const
 {
+    // What follows a mark in a path or a name of a file, and no blank before it ends.
+    const auto goes_on_as_name = [bytes](std::uint64_t at) {
+        while (bytes.contains(at, 1) && bytes.u8(at) == 0) {
+            ++at;
+        }
+        const auto next = bytes.contains(at, 1) ? static_cast<char>(bytes.u8(at)) : '\0';
+        return next == '_' || next == '\\' || next == '/';
+    };
     uni::text_set::state state = uni::text_set::start;
     std::uint64_t at = 0;
     for (const std::uint8_t byte : bytes.bytes()) {
         ++at;
         if (byte != 0) {
             state = scripts_.next(state, uni::lower_ascii(static_cast<char>(byte)));
-            if (scripts_.is_found(state)) {
+            if (scripts_.is_found(state) && !goes_on_as_name(at)) {
                 return {payload_kind::script, at - 1, 0};
             }
         }

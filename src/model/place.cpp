@@ -31,7 +31,15 @@ std::optional<std::size_t> depth_of_system_folder(const path_parts& path)
 {
     constexpr std::string_view below[] = {"apppatch",  "system32", "syswow64", "winsxs",
                                           "servicing", "temp",     "tasks",    "tracing"};
+    // Folders in which users may make one that is called like the system's.
+    constexpr std::string_view of_users[] = {
+        "users", "documents and settings", "programdata", "temp", "perflogs", "$recycle.bin"};
     for (std::size_t i = 0; i + 2 < path.names.size(); ++i) {
+        if (std::ranges::any_of(of_users, [&](std::string_view one) {
+                return uni::equal_ignoring_case(path.names[i], one);
+            })) {
+            return std::nullopt;
+        }
         if (uni::equal_ignoring_case(path.names[i], system_folder) &&
             std::ranges::any_of(below, [&](std::string_view one) {
                 return uni::equal_ignoring_case(path.names[i + 1], one);

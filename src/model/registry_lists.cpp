@@ -139,7 +139,10 @@ public:
     {
         const std::string lower = uni::lowered(entry.layers);
         std::string watched;
-        for (const std::string& word : uni::split(lower, ' ', true)) {
+        std::string words = lower;
+        std::ranges::replace_if(
+            words, [](char c) { return !uni::is_letter_or_digit(c); }, ' ');
+        for (const std::string& word : uni::split(words, ' ', true)) {
             if (known_.holds(name_list::watched_layer, word)) {
                 watched += (watched.empty() ? "" : " ") + word;
             }
@@ -171,20 +174,43 @@ private:
     void judge_place(const installed_database& one)
     {
         const std::string& path = one.database_path;
-        const stored_path stored = read_stored_path(path);
-        if (stored.kind == stored_kind::on_volume) {
-            const std::string place = folded(stored.names);
-            if (kind_of_place(known_, place) == place_kind::elsewhere) {
-                add(signal::place_outside, path,
-                    finding_part(path.substr(0, path.find_last_of("\\/"))));
-            }
-            if (!uni::lowered(path).ends_with(".sdb")) {
-                add(signal::place_extension, path, finding_part(file_name_of(path)), {}, 1);
-            }
+        if (path.empty()) {
+            return;
         }
-        if (!path.empty() && is_writable_place(known_, path)) {
+        const stored_path stored = read_stored_path(with_folders(path));
+        const bool is_placed = stored.kind == stored_kind::on_volume &&
+                               kind_of_place(known_, folded(stored.names)) != place_kind::elsewhere;
+        if (!is_placed && stored.kind != stored_kind::names_no_file) {
+            add(signal::place_outside, path,
+                finding_part(path.substr(0, path.find_last_of("\\/"))));
+        }
+        if (!uni::lowered(path).ends_with(".sdb")) {
+            add(signal::place_extension, path, finding_part(file_name_of(path)), {}, 1);
+        }
+        if (is_writable_place(known_, path)) {
             add(signal::place_writable, path, finding_part(path));
         }
+    }
+
+    // A path as it would be with a drive, where it begins with another name of a folder or a root.
+    static std::string with_folders(const std::string& path)
+    {
+        constexpr std::pair<std::string_view, std::string_view> meanings[] = {
+            {"\\\\?\\unc\\", "\\\\"},
+            {"\\\\?\\", ""},
+            {"\\??\\", ""},
+            {"%systemdrive%", "C:"},
+            {"%systemroot%", "C:\\Windows"},
+            {"\\systemroot", "C:\\Windows"},
+            {"%windir%", "C:\\Windows"},
+            {"%programfiles%", "C:\\Program Files"}};
+        std::string text = path;
+        for (const auto& [begin, meaning] : meanings) {
+            if (uni::lowered(text).starts_with(begin)) {
+                text.replace(0, begin.size(), meaning);
+            }
+        }
+        return text;
     }
 
     void judge_presence(const installed_database& one)
@@ -252,7 +278,8 @@ void read_registry_lists(registry_lists& lists, const hive::hive_image& image,
                 lists.uninstalls.insert(uni::lowered(row.path_segments->back()));
             }));
     }
-    for (const std::string& root : {machine, std::string("User\\Software\\")}) {
+    for (const std::string& root :
+         {machine, machine + "Wow6432Node\\", std::string("User\\Software\\")}) {
         note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text, false,
                  [&](hive::hive_value_record&& row) {
                      lists.layers.push_back({row.value_name, text_of(row), path});

@@ -162,7 +162,7 @@ private:
     };
     // What a command line does.
     struct line_facts {
-        bool has_suspect_module = false;
+        std::string suspect_module; // the first that is one
         bool has_item_without_dll = false;
         bool redirects = false;
     };
@@ -187,12 +187,12 @@ private:
 
     void note_beginning(std::string_view listed)
     {
-        for (std::uint16_t second = 0; second < beginnings; ++second) {
-            // What follows a name of one character is not known.
-            if (listed.size() == 1 || (listed.size() > 1 && second == listed[1])) {
-                begins_name_[beginning_of(static_cast<unsigned char>(listed[0]), second)] = true;
-            }
+        std::uint32_t key = 0;
+        for (std::size_t i = 0; i < std::min(key_length, listed.find('.')) && i < listed.size();
+             ++i) {
+            key |= key_part(listed[i], i);
         }
+        begins_name_[place_of_key(key)] = true;
     }
 
     void add(signal what, std::uint32_t offset, finding_part first = {}, finding_part second = {},
@@ -245,26 +245,71 @@ private:
             has_wildcard = has_wildcard || unit == '*' || unit == '?';
             begin = unit == '\\' || unit == '/' ? at + 2 : begin;
         }
-        const std::uint16_t first = stored.u16(begin);
-        const std::uint16_t second = first == 0 ? first : stored.u16(begin + 2);
-        return first >= beginnings || second >= beginnings ||
-               begins_name_[beginning_of(first, second)];
+        std::uint32_t key = 0;
+        for (std::size_t i = 0; i < key_length; ++i) {
+            const std::uint16_t unit = stored.u16(begin + i * 2);
+            if (unit >= 0x80) {
+                return true; // as a byte it may be several
+            }
+            if (unit == 0 || unit == '.') {
+                break;
+            }
+            key |= key_part(static_cast<char>(unit), i);
+        }
+        return begins_name_[place_of_key(key)];
     }
-    static std::size_t beginning_of(std::uint16_t first, std::uint16_t second)
+    static std::uint32_t key_part(char c, std::size_t place)
     {
-        const auto lower = [](std::uint16_t unit) {
-            return static_cast<std::size_t>(uni::lower_ascii(static_cast<char>(unit)));
-        };
-        return lower(first) * beginnings + lower(second);
+        return std::uint32_t{static_cast<unsigned char>(uni::lower_ascii(c))} << (place * 8);
+    }
+    static std::size_t place_of_key(std::uint32_t key)
+    {
+        constexpr std::uint32_t spread = 0x9e3779b1; // 2^32 divided by the golden ratio
+        return key * spread >> 16;
     }
 
+    // By the name of the definition, which is what takes effect, and by that of the reference: of two the
+    // heavier.
     fix_name name_of(const fix_use& use)
     {
-        const std::uint32_t name = use.name;
         const std::uint16_t tag = database_.tag_from(use.reference);
-        if (name == 0 || !is_known_by_name(tag)) {
+        if (!is_known_by_name(tag)) {
             return {};
         }
+        fix_name found = use.name == 0 ? fix_name() : fix_of_name(use.name, tag);
+        const std::uint32_t other = use.definition == 0 || begins_with_name_of(use.definition, use)
+                                        ? 0
+                                        : name_of_definition(use.definition);
+        if (other != 0 && (use.name == 0 || reference_of(other) != reference_of(use.name))) {
+            const fix_name defined = fix_of_name(other, tag);
+            const bool is_heavier =
+                defined.fix != nullptr &&
+                (found.fix == nullptr || defined.fix->weighs >= found.fix->weighs);
+            found.fix = is_heavier ? defined.fix : found.fix;
+            found.is = defined.is != special::none ? defined.is : found.is;
+        }
+        return found;
+    }
+
+    // Whether a definition begins with the very name of a reference, as nearly all do.
+    bool begins_with_name_of(std::uint32_t definition, const fix_use& use) const
+    {
+        const std::uint32_t first = definition + sdb::tag_header;
+        return use.name != 0 && database_.tag_from(first) == tag::name &&
+               reference_of(first) == reference_of(use.name);
+    }
+
+    std::uint32_t name_of_definition(std::uint32_t definition)
+    {
+        const auto [place, is_new] = definition_names_.try_emplace(definition);
+        if (is_new) {
+            place->second = child_of(database_, definition, tag::name);
+        }
+        return place->second;
+    }
+
+    fix_name fix_of_name(std::uint32_t name, std::uint16_t tag)
+    {
         const std::size_t kind = kind_of_reference(tag);
         bool is_new = false;
         text_facts& facts = facts_of_text(name, static_cast<std::uint8_t>(as_fix << kind), is_new);
@@ -295,11 +340,7 @@ private:
         text_facts& facts = facts_of_text(line, as_line, is_new);
         if (is_new) {
             const std::string text = text_at(database_, line);
-            const std::vector<std::string> modules = modules_named(text);
-            facts.line.has_suspect_module =
-                std::ranges::any_of(modules, [&](const std::string& module) {
-                    return is_suspect_module(known_, module);
-                });
+            facts.line.suspect_module = first_suspect_module(known_, text);
             facts.line.has_item_without_dll = has_item_without_dll(text);
             facts.line.redirects = redirects_to_writable(known_, text);
         }
@@ -364,7 +405,9 @@ private:
         wildcard_ = 0;
         const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
         database_.for_each_child(record_, [&](std::uint32_t offset, std::uint16_t child) {
-            if (child == tag::wildcard_name && wildcard_ == 0) {
+            if (child == tag::name && own == tag::exe && offset != name_) {
+                classes_ |= facts_of_name(offset).classes; // one may be meant as well as the other
+            } else if (child == tag::wildcard_name && wildcard_ == 0) {
                 wildcard_ = offset;
             } else if (child == tag::vendor && is_maker(offset)) {
                 add(signal::who_vendor, offset, finding_part(offset), {}, 1);
@@ -389,7 +432,7 @@ private:
         text_facts& facts = facts_of_text(vendor, as_vendor, is_new);
         if (is_new) {
             const std::string text = uni::lowered(text_at(database_, vendor));
-            facts.is_maker = known_.begins_word(name_list::system_maker, text);
+            facts.is_maker = known_.holds_word(name_list::system_maker, text);
         }
         return facts.is_maker;
     }
@@ -507,7 +550,9 @@ private:
             return;
         }
         const line_facts& facts = facts_of_line(line);
-        if (facts.has_suspect_module || (is == special::inject && facts.has_item_without_dll)) {
+        if (!facts.suspect_module.empty()) {
+            add(signal::inject_path, at, name, finding_part(facts.suspect_module));
+        } else if (is == special::inject && facts.has_item_without_dll) {
             add(signal::inject_path, at, name, finding_part(line));
         }
         if (is == special::redirect_paths && facts.redirects) {
@@ -550,12 +595,13 @@ private:
     unsigned classes_ = 0;
 
     std::unordered_map<std::string, std::uint8_t> classes_by_stem_;
-    static constexpr std::uint16_t beginnings = 0x80;
-    std::bitset<std::size_t{beginnings} * beginnings> begins_name_; // by two characters of ASCII
+    static constexpr std::size_t key_length = 4; // characters of a name, up to its dot
+    std::bitset<0x10000> begins_name_;           // by their hash
     text_memo<text_facts> texts_;
     std::vector<const known_fix*> known_fixes_; // that were found
 
-    std::unordered_map<std::uint32_t, definition_facts> definitions_; // by offset
+    std::unordered_map<std::uint32_t, definition_facts> definitions_;   // by offset
+    std::unordered_map<std::uint32_t, std::uint32_t> definition_names_; // tags, the same
 };
 
 subject_judge::subject_judge(const examined_database& examined, const record_groupings& groupings,

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
+#include <vector>
 
 #include "model/stored_path.h"
 #include "uni/text.h"
@@ -12,6 +14,12 @@ namespace {
 
 constexpr std::string_view separators = ";|,\"'\r\n\t";
 
+constexpr auto system_folders = std::to_array<std::pair<std::string_view, std::string_view>>({
+    {"%systemdrive%", "c:"},
+    {"%systemroot%", "c:\\windows"},
+    {"%windir%", "c:\\windows"},
+});
+
 // Whether a name ends before a character: what follows may be the name of a stream, a number of an entry
 // point or the end of a call, but no more of the name.
 bool ends_name(char behind)
@@ -21,6 +29,7 @@ bool ends_name(char behind)
            goes_on.find(behind) == std::string_view::npos;
 }
 
+// Lower-case, with the variables of the system's folders told, and without what leads up or nowhere.
 std::string plain_lowered(std::string_view path)
 {
     std::string text = uni::lowered(path);
@@ -29,10 +38,32 @@ std::string plain_lowered(std::string_view path)
     constexpr std::string_view long_share = "\\\\?\\unc\\";
     if (text.starts_with(long_share)) {
         text.erase(2, long_share.size() - 2);
-    } else if (text.starts_with(long_prefix)) {
+    } else if (text.starts_with(long_prefix) || text.starts_with("\\??\\")) {
         text.erase(0, long_prefix.size());
     }
-    return text;
+    for (const auto& [variable, meaning] : system_folders) {
+        if (text.starts_with(variable) && text.size() > variable.size()) {
+            text.replace(0, variable.size(), meaning);
+        }
+    }
+    if (text.find("..") == std::string::npos && text.find("\\\\", 1) == std::string::npos) {
+        return text;
+    }
+    const bool is_share = text.starts_with("\\\\");
+    const bool is_rooted = text.starts_with('\\');
+    std::vector<std::string> kept;
+    for (std::string& part : uni::split(text, '\\', false)) {
+        if (part == ".." && !kept.empty() && kept.back() != ".." && !has_drive(kept.back())) {
+            kept.pop_back();
+        } else if (part != ".") {
+            kept.push_back(std::move(part));
+        }
+    }
+    std::string made = is_share ? "\\\\" : is_rooted ? "\\" : "";
+    for (const std::string& part : kept) {
+        made += (made.empty() || made.ends_with('\\') ? "" : "\\") + part;
+    }
+    return made;
 }
 
 // Where a path begins in words that stand before a module's name, blanks among them: at the last drive,
@@ -65,12 +96,22 @@ bool is_writable_place(const knowledge& known, std::string_view path)
     return is_in_root || known.found_in(name_list::writable_folder, text) != nullptr;
 }
 
-std::vector<std::string> modules_named(std::string_view command_line)
+bool is_suspect_module(const knowledge& known, std::string_view module)
+{
+    const std::string text = plain_lowered(module);
+    if (text.find('\\') == std::string::npos) {
+        return has_drive(text); // the current folder of a drive
+    }
+    const bool is_absolute =
+        text.starts_with("\\\\") || (has_drive(text) && text[2] == '\\') || text.starts_with("%");
+    return !is_absolute || is_writable_place(known, text);
+}
+
+std::string first_suspect_module(const knowledge& known, std::string_view command_line)
 {
     constexpr auto extensions =
         std::to_array<std::string_view>({".dll", ".ocx", ".cpl", ".ax", ".drv"});
     const std::string lower = uni::lowered(command_line);
-    std::vector<std::string> found;
     std::size_t begin = 0;
     for (std::size_t dot = lower.find('.'); dot != std::string::npos;
          dot = lower.find('.', dot + 1)) {
@@ -86,21 +127,13 @@ std::vector<std::string> modules_named(std::string_view command_line)
         std::string_view words = command_line.substr(begin, end - begin);
         words.remove_prefix(words.find_last_of(separators) + 1); // 0 for none
         words = uni::trimmed(words);
-        found.emplace_back(words.substr(path_start(words)));
+        words.remove_prefix(path_start(words));
+        if (is_suspect_module(known, words)) {
+            return std::string(words);
+        }
         begin = end;
     }
-    return found;
-}
-
-bool is_suspect_module(const knowledge& known, std::string_view module)
-{
-    const std::string text = plain_lowered(module);
-    if (text.find('\\') == std::string::npos) {
-        return has_drive(text); // the current folder of a drive
-    }
-    const bool is_absolute =
-        text.starts_with("\\\\") || (has_drive(text) && text[2] == '\\') || text.starts_with("%");
-    return !is_absolute || is_writable_place(known, text);
+    return {};
 }
 
 bool has_item_without_dll(std::string_view command_line)
@@ -109,13 +142,16 @@ bool has_item_without_dll(std::string_view command_line)
     uni::replace_char(items, ',', ';');
     const std::vector<std::string> parts = uni::split(items, ';', true);
     return std::ranges::any_of(parts, [](const std::string& part) {
-        return uni::lowered(part).find(".dll") == std::string::npos;
+        const std::string lower = uni::lowered(part);
+        const std::size_t last = lower.find_last_not_of("\"' ");
+        return !std::string_view(lower).substr(0, last + 1).ends_with(".dll");
     });
 }
 
 bool redirects_to_writable(const knowledge& known, std::string_view command_line)
 {
-    std::string lower = plain_lowered(command_line);
+    std::string lower = uni::lowered(command_line);
+    uni::replace_char(lower, '/', '\\');
     uni::replace_char(lower, '|', ';');
     bool has_system_place = false;
     for (const std::string& item : uni::split(lower, ';', true)) {

@@ -13,14 +13,15 @@ namespace model {
 // a drive, or a folder of the list.
 bool is_writable_place(const knowledge& known, std::string_view path);
 
-// The modules that a command line names, each with as much of a path as stands in front.
-std::vector<std::string> modules_named(std::string_view command_line);
+// The first of the modules that a command line names, with as much of a path as stands in front, that is a
+// suspect one; empty for none.
+std::string first_suspect_module(const knowledge& known, std::string_view command_line);
 
 // Whether a module is named by a path that an intruder may fill: one of the above, or a relative one. A
 // bare name is none.
 bool is_suspect_module(const knowledge& known, std::string_view module);
 
-// The items of a command line that is a list of module names, of which one has no ".dll".
+// Whether an item of a command line that is a list of module names does not end in ".dll".
 bool has_item_without_dll(std::string_view command_line);
 
 // Whether a command line turns a place or a variable of the system to a place that users can write.

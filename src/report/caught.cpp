@@ -65,6 +65,7 @@ public:
         facts_.clear();
         failed_ = tested_ = unknown_ = 0;
         is_named_otherwise_ = false;
+        is_negated_ = model::child_of(candidate_.database, list.list, tag::match_logic_not) != 0;
         return work_.form.goes_on();
     }
 
@@ -81,10 +82,11 @@ public:
         tested_ += is_known ? 1 : 0;
         failed_ += is_known && !agrees ? 1 : 0;
         unknown_ += is_known || one.tag == tag::match_logic_not ? 0 : 1;
-        if (!work_.options.explain) {
+        if (!work_.options.explain || one.tag == tag::match_logic_not) {
             return work_.form.goes_on();
         }
-        std::string fact(sdb::tag_name(one.tag));
+        std::string fact(is_negated_ ? "unless " : "");
+        fact += sdb::tag_name(one.tag);
         fact += ' ' + value_words(candidate_.database, one.offset, work_.options);
         const std::string_view sign = sign_of(one.tag);
         fact += sign;
@@ -105,14 +107,13 @@ public:
         const model::agreement verdict = failed_ != 0 || is_named_otherwise_ ? no
                                          : unknown_ != 0                     ? unknown
                                                                              : yes;
-        const bool is_negated =
-            model::child_of(candidate_.database, list_.list, tag::match_logic_not) != 0;
-        kept_list made{list_, std::move(facts_), verdict, false};
-        if (!is_negated) {
-            made.is_near =
-                work_.options.explain && failed_ == 1 && tested_ >= 2 && !is_named_otherwise_;
+        kept_list made{list_, std::move(facts_), verdict, 0, 0};
+        if (!is_negated_) {
+            made.failed = is_named_otherwise_ ? 2 : failed_; // which is near to nothing
+            made.tested = tested_;
         } else { // it is the other programs of that name that are meant
             made.verdict = failed_ != 0 ? yes : unknown_ != 0 ? unknown : no;
+            made.failed = made.verdict == no ? 2 : 0;
         }
         // All of a record's lists must hold; those of one record follow each other.
         if (!kept_.empty() && kept_.front().list.record != made.list.record) {
@@ -138,7 +139,8 @@ private:
         model::looked_at_list list;
         std::vector<std::string> facts;
         model::agreement verdict;
-        bool is_near;
+        std::uint64_t failed; // facts
+        std::uint64_t tested; // facts that are known
     };
 
     // The names of the fixes that the record gives.
@@ -215,9 +217,13 @@ private:
             return std::ranges::count(kept_, verdict, &kept_list::verdict);
         };
         const auto failed = count(no);
-        const bool is_near = failed == 1 && std::ranges::any_of(kept_, [](const kept_list& each) {
-                                 return each.verdict == no && each.is_near;
-                             });
+        std::uint64_t failed_facts = 0;
+        std::uint64_t tested_facts = 0;
+        for (const kept_list& each : kept_) {
+            failed_facts += each.failed;
+            tested_facts += each.tested;
+        }
+        const bool is_near = work_.options.explain && failed_facts == 1 && tested_facts >= 2;
         list_ = list;
         facts_.clear();
         const model::named_record* const named = named_of(list.record);
@@ -290,6 +296,7 @@ private:
     std::vector<std::string> facts_;
     std::vector<kept_list> kept_; // of one record
     bool is_named_otherwise_ = false;
+    bool is_negated_ = false;
     std::uint64_t failed_ = 0;
     std::uint64_t tested_ = 0;
     std::uint64_t unknown_ = 0;

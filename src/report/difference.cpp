@@ -91,10 +91,13 @@ public:
                          text_of(*work_.other, one.after));
     }
 
-    bool reached(const model::record_change& one, bool is_reached_after) override
+    bool reached(const model::record_change& one, bool is_reached_before,
+                 bool is_reached_after) override
     {
-        return tell_fact(one, "index", is_reached_after ? "none leads here" : "leads here",
-                         is_reached_after ? "leads here" : "none leads here");
+        return tell_fact(one, "index", is_reached_before ? "leads here" : "none leads here",
+                         !is_reached_after   ? "none leads here"
+                         : is_reached_before ? "leads here by other entries"
+                                             : "leads here");
     }
 
     // What stands in front of the database.

@@ -124,7 +124,7 @@ std::string effect_words::words_of_unknown(const model::fix_use& use,
         return "It refers to what is no definition of its kind.";
     }
     if (use.definition == 0) {
-        return "Not a known name; its definition is not in this database.";
+        return "Not a known name; it refers to no definition in this database.";
     }
     const std::uint16_t own = database_.tag_from(use.definition);
     if (own == tag::patch) {
@@ -169,6 +169,17 @@ std::string effect_words::make(const model::fix_use& use, const list_words& refe
     std::string words =
         shortened(model::name_of_list(database_, use.reference, longest_part)) + ": ";
     words += known != nullptr ? known->words : words_of_unknown(use, definition);
+    if (known != nullptr && use.is_broken) {
+        words += " It refers to what is no definition of its kind.";
+    }
+    const bool has_other_name =
+        definition.name != 0 && (use.name == 0 || database_.word_behind(use.name) !=
+                                                      database_.word_behind(definition.name));
+    if (has_other_name && stored_text(database_, definition.name) !=
+                              (use.name == 0 ? std::string() : stored_text(database_, use.name))) {
+        words +=
+            " Its definition is called " + quoted(stored_text(database_, definition.name)) + ".";
+    }
     if (known != nullptr && definition.dllfile != 0) { // the words are those of the name
         words += " Here it is of the module " + stored_text(database_, definition.dllfile) + ".";
     }

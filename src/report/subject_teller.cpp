@@ -101,6 +101,11 @@ void subject_teller::tell_effects()
         work_.form.line(
             effect_line(line_, effects_.of(use, judge_->fix_of(use)), use.reference, use.depth));
     }
+    if (!seen_.is_whole) {
+        work_.form.line(effect_line(line_,
+                                    "more, which was not looked at: its layers open up to too much",
+                                    seen_.record, 0));
+    }
 }
 
 void subject_teller::tell_findings()
