@@ -126,6 +126,21 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
     }
 }
 
+// Two definitions of one name, to one of which a record refers.
+TEST(differences, are_told_of_a_reference_to_another_definition_of_the_same_name)
+{
+    const auto database = [](const std::string& used) {
+        return test_support::database_from_text(
+            "database\n  library\n    shim @a\n      name = Fix\n      dllfile = a.dll\n"
+            "    shim @b\n      name = Fix\n      dllfile = b.dll\n"
+            "  exe\n    name = a.exe\n    shim_ref\n      name = Fix\n      shim_tagid = @" +
+            used + "\n");
+    };
+    EXPECT_EQ(differences(database("a"), database("b")),
+              (std::vector<std::string>{"~a.exe", "  ~shim_tagid"}));
+    EXPECT_EQ(differences(database("a"), database("a")), std::vector<std::string>{});
+}
+
 TEST(known_records, are_those_that_say_the_same_with_all_they_refer_to)
 {
     const loaded_database sample(test_support::sample_database());

@@ -352,11 +352,14 @@ TEST(findings, about_places_are_those_of_the_folder_and_the_name)
         add_ids(ids, findings.all());
         EXPECT_EQ(ids, row.ids);
         EXPECT_EQ(model::is_vendors_own(known(), row.place, identity), row.id == main_id);
+        identity.has_several_identifiers = true;
+        EXPECT_FALSE(model::is_vendors_own(known(), row.place, identity));
     }
     EXPECT_EQ(model::place_of("/mnt/Windows/AppPatch/a.sdb", {"/mnt"}),
               "\\Windows\\AppPatch\\a.sdb");
     EXPECT_EQ(model::place_of("/x/y/windows/AppPatch/a.sdb", {}), "\\windows\\AppPatch\\a.sdb");
     EXPECT_EQ(model::place_of("/x/y/a.sdb", {}), std::nullopt);
+    EXPECT_EQ(model::place_of("/x/Users/b/Windows/AppPatch/a.sdb", {}), std::nullopt);
 }
 
 TEST(findings, about_a_file_come_from_what_is_kept_of_it)

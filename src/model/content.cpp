@@ -89,7 +89,10 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
         find_namesakes();
         if (!namesakes_.empty()) {
             earlier_ = lists_;
-            targets_.clear();
+            for (const std::uint32_t target : namesakes_) {
+                targets_[target] = earlier_[number_of(*database_.ordinal_of(target))];
+            }
+            earlier_ = {};
             digest_all();
         }
     } else {
@@ -105,10 +108,10 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
 void record_contents::find_namesakes()
 {
     std::vector<std::pair<content_digest, std::uint32_t>> named;
-    for (const auto& [target, digest] : targets_) {
-        const auto ordinal = database_.ordinal_of(target);
-        if (ordinal && database_.children().list(*ordinal) != nullptr) {
-            named.emplace_back(digest, target);
+    for (const sdb::tag_table::list_row& list : database_.children().lists()) {
+        const std::uint32_t offset = database_.offset_at(list.ordinal);
+        if (is_definition(database_, offset)) {
+            named.emplace_back(digest_of_reference(offset), offset);
         }
     }
     std::ranges::sort(named);
@@ -174,7 +177,7 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
         return {1, 0};
     }
     const bool is_list = database_.children().list(*ordinal) != nullptr;
-    if (is_list && !earlier_.empty() && (namesakes_.empty() || namesakes_.contains(target))) {
+    if (is_list && !earlier_.empty()) {
         return earlier_[number_of(*ordinal)];
     }
     const auto [place, is_new] = targets_.try_emplace(target);

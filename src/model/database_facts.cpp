@@ -236,6 +236,7 @@ database_identity identity_of(const sdb::sdb_database& database)
             made.compiler_at = has_text(database, item.size) ? std::optional(offset) : std::nullopt;
             break;
         case tag::database_id:
+            made.has_several_identifiers = !made.identifier.empty();
             made.identifier =
                 item.value.size() == uni::guid_size ? uni::guid_text(item.value.bytes()) : "";
             break;

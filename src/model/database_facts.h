@@ -25,6 +25,7 @@ struct record_count {
 // What stands in the database list itself. A text that is not there is empty.
 struct database_identity {
     std::string identifier; // GUID text
+    bool has_several_identifiers = false;
     std::string compiler_version;
     std::optional<std::uint32_t> name_at;     // the offset of the tag that names it
     std::optional<std::uint32_t> compiler_at; // of the one that tells the version of its compiler

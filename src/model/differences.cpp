@@ -41,20 +41,6 @@ std::uint16_t identifier_of(std::uint16_t record)
     }
 }
 
-bool is_definition(std::uint16_t tag)
-{
-    return tag == tag::shim || tag == tag::patch || tag == tag::layer || tag == tag::flag ||
-           tag == tag::kshim;
-}
-
-// A list of that kind may refer to a definition instead.
-bool is_own_definition(const sdb::sdb_database& database, std::uint32_t list)
-{
-    const std::uint16_t own = database.tag_from(list);
-    return is_definition(own) &&
-           (own != tag::layer || child_of(database, list, tag::layer_tagid) == 0);
-}
-
 bool is_test(std::uint16_t tag)
 {
     return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||
@@ -456,7 +442,7 @@ void known_records::add(const sdb::sdb_database& database)
     for (const sdb::tag_table::list_row& list : database.children().lists()) {
         const std::uint32_t offset = database.offset_at(list.ordinal);
         digests_.push_back(contents.of_list(offset));
-        if (is_own_definition(database, offset)) {
+        if (is_definition(database, offset)) {
             definitions_.push_back({name_key(database, offset), contents.of_list(offset)});
         }
     }
@@ -472,7 +458,7 @@ content_digest known_records::name_key(const sdb::sdb_database& database,
 bool known_records::redefines(const sdb::sdb_database& database, const record_contents& contents,
                               std::uint32_t record) const
 {
-    if (!is_own_definition(database, record) || child_of(database, record, tag::name) == 0) {
+    if (!is_definition(database, record) || child_of(database, record, tag::name) == 0) {
         return false;
     }
     const content_digest key = name_key(database, record);

@@ -140,7 +140,8 @@ bool is_vendors_own(const knowledge& known, const std::optional<std::string>& pl
         return false;
     }
     const std::string* const id = known.note_of(name_list::vendor_database, file_name_of(*place));
-    return id != nullptr && (id->empty() || uni::equal_ignoring_case(*id, identity.identifier));
+    return id != nullptr && !identity.has_several_identifiers &&
+           (id->empty() || uni::equal_ignoring_case(*id, identity.identifier));
 }
 
 void judge_place(finding_list& findings, const examined_database& examined,

@@ -83,6 +83,13 @@ bool means_the_program(const sdb::sdb_database& database, std::uint32_t file, st
                                                 text_at(database, own, longest));
 }
 
+bool is_definition(const sdb::sdb_database& database, std::uint32_t list)
+{
+    const std::uint16_t own = database.tag_from(list);
+    return own == tag::shim || own == tag::patch || own == tag::flag || own == tag::kshim ||
+           (own == tag::layer && child_of(database, list, tag::layer_tagid) == 0);
+}
+
 bool is_matching_list(std::uint16_t tag)
 {
     return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||

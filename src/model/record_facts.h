@@ -32,6 +32,9 @@ std::string name_of_list(const sdb::sdb_database& database, std::uint32_t list,
 // at `own`, 0 for none.
 bool means_the_program(const sdb::sdb_database& database, std::uint32_t file, std::uint32_t own);
 
+// Whether a list says what a fix is, to which records refer. (A layer may be such a reference itself.)
+bool is_definition(const sdb::sdb_database& database, std::uint32_t list);
+
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 

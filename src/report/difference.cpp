@@ -87,8 +87,12 @@ public:
         if (own == tag::patch_bits && one.kind == model::change_kind::changed) {
             return tell_patch(one);
         }
-        return tell_fact(one, sdb::tag_name(own), text_of(*work_.database, one.before),
-                         text_of(*work_.other, one.after));
+        std::string before = text_of(*work_.database, one.before);
+        std::string after = text_of(*work_.other, one.after);
+        if (one.kind == model::change_kind::changed && before == after) {
+            show_difference(one, own, before, after);
+        }
+        return tell_fact(one, sdb::tag_name(own), before, after);
     }
 
     bool reached(const model::record_change& one, bool is_reached_before,
@@ -128,6 +132,30 @@ private:
     }
 
     static constexpr std::size_t longest = 300;
+
+    // Has values that look alike, as they are cut or lead to namesakes, show where they differ.
+    void show_difference(const model::record_change& one, std::uint16_t own, std::string& before,
+                         std::string& after) const
+    {
+        if (sdb::tag_type(own) == sdb::type::dword) {
+            before += " at " + hexadecimal(work_.database->word_behind(one.before));
+            after += " at " + hexadecimal(work_.other->word_behind(one.after));
+            return;
+        }
+        constexpr std::size_t shown_before = 40; // bytes
+        const std::string from = model::text_at(*work_.database, one.before);
+        const std::string to = model::text_at(*work_.other, one.after);
+        const auto differing = std::ranges::mismatch(from, to).in1 - from.begin();
+        std::size_t begin = static_cast<std::size_t>(differing);
+        begin -= std::min(begin, shown_before);
+        while (begin > 0 && (static_cast<unsigned char>(from[begin]) & 0xc0) == 0x80) {
+            --begin;
+        }
+        if (begin > 0 && begin <= to.size()) {
+            before = quoted("..." + shortened(from.substr(begin)));
+            after = quoted("..." + shortened(to.substr(begin)));
+        }
+    }
 
     // The text of a scalar, or the name of a list.
     std::string text_of(const sdb::sdb_database& database, std::uint32_t offset) const
