@@ -26,7 +26,7 @@ namespace tag = sdb::tag;
 
 constexpr std::size_t longest_name = 300;
 
-enum class verdict_on_program { caught, perhaps_caught, near, beside };
+enum class verdict_on_program { caught, perhaps_caught, nearly_caught, beside };
 constexpr std::string_view verdicts[] = {"caught", "caught as far as is known", "nearly caught",
                                          "looked for"};
 
@@ -238,7 +238,7 @@ private:
             tell(verdict_on_program::beside);
         } else if (!is_beside && (failed == 0 || is_near)) {
             const bool is_known = count(unknown) == 0 && !add_other_tests();
-            tell(failed != 0 ? verdict_on_program::near
+            tell(failed != 0 ? verdict_on_program::nearly_caught
                  : is_known  ? verdict_on_program::caught
                              : verdict_on_program::perhaps_caught);
         }
