@@ -9,7 +9,6 @@ namespace model {
 
 namespace {
 
-constexpr std::uint64_t list_header = 6;
 // No item is said in less.
 constexpr std::uint64_t shortest_text_of_an_item = 8;
 
@@ -150,7 +149,7 @@ std::size_t record_expander::gather(sdb::tag_ordinal head, std::uint16_t base_de
 {
     const std::uint32_t offset = database_.offset_at(head);
     const std::uint64_t last_key =
-        std::uint64_t{offset} + database_.list_size_from(offset) + list_header - 1;
+        std::uint64_t{offset} + database_.list_size_from(offset) + sdb::tag_header - 1;
     const sdb::tag_ordinal end = relation_->end(head);
     const sdb::tag_ordinal last(end.number() - 1);
     const bool ends_in_span = database_.offset_at(last) <= last_key;
@@ -240,7 +239,7 @@ std::size_t record_expander::split_rows(std::size_t most, std::size_t chain_leng
         } else if (sdb::is_reference_list_tag(item.tag)) {
             const std::uint32_t size = database_.word_behind(item.offset);
             reference_end =
-                size >= list_header ? std::uint64_t{item.offset} + size + list_header : 0;
+                size >= sdb::tag_header ? std::uint64_t{item.offset} + size + sdb::tag_header : 0;
             references_.push_back(item);
             work_.push_back(
                 group(references_.size() - 1, references_.size(), chain_length, kind::references));

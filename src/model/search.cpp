@@ -7,12 +7,6 @@
 
 namespace model {
 
-namespace {
-
-constexpr std::uint64_t list_header = 6;
-
-} // namespace
-
 search_sieve::search_sieve(const sdb::sdb_database& database,
                            std::span<const std::uint32_t> found_offsets,
                            std::size_t followed_records)
@@ -73,7 +67,7 @@ bool search_sieve::claims_more(sdb::tag_ordinal ordinal) const
     const sdb::tag_ordinal end = database_.children().end(ordinal);
     const std::uint64_t claimed_end =
         database_.offset_at(ordinal) +
-        std::uint64_t{database_.list_size_from(database_.offset_at(ordinal))} + list_header;
+        std::uint64_t{database_.list_size_from(database_.offset_at(ordinal))} + sdb::tag_header;
     return end.number() != database_.tag_count() && database_.offset_at(end) < claimed_end;
 }
 
