@@ -11,6 +11,7 @@
 #include "sdb/tags.h"
 #include "support/pe_builder.h"
 #include "support/reports.h"
+#include "uni/text.h"
 
 namespace {
 
