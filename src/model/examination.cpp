@@ -138,7 +138,9 @@ std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database, bool w
     std::ranges::copy_if(definitions, std::back_inserter(subjects), [&](std::uint32_t definition) {
         return with_definitions || !is_reached[database.ordinal_of(definition)->number()];
     });
-    std::ranges::sort(subjects);
+    if (!std::ranges::is_sorted(subjects)) { // as they are where no definition is among them
+        std::ranges::sort(subjects);
+    }
     return subjects;
 }
 

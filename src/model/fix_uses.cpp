@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <unordered_set>
+#include <cstddef>
 
 #include "model/record_facts.h"
 #include "sdb/tags.h"
@@ -49,148 +49,150 @@ bool may_hold_references(std::uint16_t tag)
            !is_matching_list(tag);
 }
 
-class use_gatherer {
-public:
-    use_gatherer(std::vector<fix_use>& uses, const sdb::sdb_database& database,
-                 std::uint64_t most_uses, std::uint64_t most_tags)
-        : uses_(uses), database_(database), most_uses_(most_uses), tags_left_(most_tags)
-    {}
-
-    // The references of the record itself are all taken, before any layer is opened.
-    bool gather(std::uint32_t record)
-    {
-        record_ = record;
-        bool is_whole = true;
-        std::vector<sdb::tag_ordinal> references;
-        find_references(references, record);
-        for (const sdb::tag_ordinal reference : references) {
-            is_whole &= take(reference);
-        }
-        // What lies too deep to be told in place.
-        for (std::size_t i = 0; i < deep_.size(); ++i) {
-            is_whole &= open(deep_[i]);
-        }
-        return is_whole;
-    }
-
-private:
-    // Those that stand in a list, or in lists of it that refer to nothing themselves.
-    void find_references(std::vector<sdb::tag_ordinal>& found, std::uint32_t list) const
-    {
-        std::vector<sdb::tag_ordinal> left;
-        const auto look_at = [&](sdb::tag_ordinal around) {
-            database_.children().for_each_list_in(around, [&](const sdb::tag_table::list_row& row) {
-                if (is_fix_reference(row.tag)) {
-                    found.push_back(row.ordinal);
-                } else if (row.has_children() && may_hold_references(row.tag)) {
-                    left.push_back(row.ordinal);
-                }
-            });
-        };
-        if (const auto whole = database_.ordinal_of(list)) {
-            look_at(*whole);
-        }
-        if (left.empty()) {
-            return;
-        }
-        while (!left.empty()) {
-            const sdb::tag_ordinal around = left.back();
-            left.pop_back();
-            look_at(around);
-        }
-        std::ranges::sort(found);
-    }
-
-    // NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
-    bool open(std::uint32_t list)
-    {
-        bool is_whole = true;
-        std::vector<sdb::tag_ordinal> references;
-        find_references(references, list);
-        for (const sdb::tag_ordinal reference : references) {
-            const std::uint64_t price = database_.children().end(reference) - reference;
-            if (tags_left_ < price || uses_.size() >= most_uses_) {
-                return false;
-            }
-            tags_left_ -= price;
-            is_whole &= take(reference);
-        }
-        return is_whole;
-    }
-
-    // NOLINTNEXTLINE(misc-no-recursion)
-    bool take(sdb::tag_ordinal reference)
-    {
-        const std::uint16_t tag = database_.tag_at(reference);
-        const fix_use made = read(reference, database_.offset_at(reference), tag);
-        uses_.push_back(made);
-        bool is_whole = true;
-        if (tag == tag::layer && made.has_data) { // it may hold its references itself
-            is_whole &= open_once(made.reference);
-        }
-        if (made.definition != 0 && opens_up(tag)) {
-            is_whole &= open_once(made.definition);
-        }
-        return is_whole;
-    }
-
-    // NOLINTNEXTLINE(misc-no-recursion)
-    bool open_once(std::uint32_t list)
-    {
-        if (list == record_ || !opened_.insert(list).second) {
-            return true; // told already
-        }
-        if (depth_ == most_layers_deep) {
-            deep_.push_back(list);
-            return true;
-        }
-        ++depth_;
-        const bool is_whole = open(list);
-        --depth_;
-        return is_whole;
-    }
-
-    // What a reference tells, in one pass, as there are more of them than of anything else.
-    fix_use read(sdb::tag_ordinal ordinal, std::uint32_t reference, std::uint16_t tag) const
-    {
-        fix_use made{.reference = reference, .depth = static_cast<std::uint16_t>(depth_)};
-        const auto kind = std::ranges::find(reference_kinds, tag, &reference_kind::reference);
-        std::uint32_t by = 0;
-        const auto note = [&](std::uint32_t& place, sdb::tag_ordinal child) {
-            place = place != 0 ? place : database_.offset_at(child);
-        };
-        database_.children().for_each_child(ordinal, [&](sdb::tag_ordinal child) {
-            const std::uint16_t own = database_.tag_at(child);
-            if (own == tag::name) {
-                note(made.name, child);
-            } else if (own == tag::command_line) {
-                note(made.command_line, child);
-            } else if (kind != reference_kinds.end() && own == kind->by) {
-                note(by, child);
-            }
-            made.has_data = made.has_data || sdb::tag_type(own) == sdb::type::list;
-        });
-        if (by != 0) {
-            const std::uint32_t definition = database_.word_behind(by);
-            const bool is_sound = definition != reference && database_.is_recorded(definition) &&
-                                  database_.tag_from(definition) == kind->definition;
-            made.definition = is_sound ? definition : 0;
-            made.is_broken = !is_sound;
-        }
-        return made;
-    }
-
-    std::vector<fix_use>& uses_;
-    const sdb::sdb_database& database_;
-    const std::uint64_t most_uses_;
-    std::uint64_t tags_left_;
-    std::uint32_t record_ = 0;
-    std::size_t depth_ = 0;
-    std::unordered_set<std::uint32_t> opened_; // lists
-    std::vector<std::uint32_t> deep_;          // those to be opened at the end
-};
-
 } // namespace
+
+use_gatherer::use_gatherer(const sdb::sdb_database& database, const request::bounds& bounds)
+    : database_(database), bounds_(bounds)
+{}
+
+// The references of the record itself are all taken, before any layer is opened.
+bool use_gatherer::gather(std::vector<fix_use>& uses, std::uint32_t record)
+{
+    constexpr std::uint64_t least = 16; // of its tags that count
+    const auto ordinal = database_.ordinal_of(record);
+    const std::uint64_t own = ordinal ? database_.children().end(*ordinal) - *ordinal : 0;
+    tags_left_ = bounds_.listing_items_of_a_tag * (own + least);
+    uses_ = &uses;
+    record_ = record;
+    if (!opened_.empty()) {
+        opened_ = {}; // one that was emptied keeps its size, and what it takes to empty it
+    }
+    deep_.clear();
+    bool is_whole = true;
+    const std::size_t begin = references_.size();
+    find_references(record);
+    const std::size_t end = references_.size();
+    for (std::size_t i = begin; i < end; ++i) {
+        is_whole &= take(references_[i]);
+    }
+    references_.resize(begin);
+    // What lies too deep to be told in place.
+    for (std::size_t i = 0; i < deep_.size(); ++i) {
+        is_whole &= open(deep_[i]);
+    }
+    return is_whole;
+}
+
+// Appends those that stand in a list, or in lists of it that refer to nothing themselves.
+void use_gatherer::find_references(std::uint32_t list)
+{
+    const std::size_t begin = references_.size();
+    const auto look_at = [&](sdb::tag_ordinal around) {
+        database_.children().for_each_list_in(around, [&](const sdb::tag_table::list_row& row) {
+            if (is_fix_reference(row.tag)) {
+                references_.push_back(row.ordinal);
+            } else if (row.has_children() && may_hold_references(row.tag)) {
+                left_.push_back(row.ordinal);
+            }
+        });
+    };
+    if (const auto whole = database_.ordinal_of(list)) {
+        look_at(*whole);
+    }
+    if (left_.empty()) {
+        return;
+    }
+    while (!left_.empty()) {
+        const sdb::tag_ordinal around = left_.back();
+        left_.pop_back();
+        look_at(around);
+    }
+    std::sort(references_.begin() + static_cast<std::ptrdiff_t>(begin), references_.end());
+}
+
+// NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
+bool use_gatherer::open(std::uint32_t list)
+{
+    bool is_whole = true;
+    const std::size_t begin = references_.size();
+    find_references(list);
+    const std::size_t end = references_.size();
+    for (std::size_t i = begin; i < end; ++i) {
+        const sdb::tag_ordinal reference = references_[i];
+        const std::uint64_t price = database_.children().end(reference) - reference;
+        if (tags_left_ < price || uses_->size() >= bounds_.record_items) {
+            is_whole = false;
+            break;
+        }
+        tags_left_ -= price;
+        is_whole &= take(reference);
+    }
+    references_.resize(begin);
+    return is_whole;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion)
+bool use_gatherer::take(sdb::tag_ordinal reference)
+{
+    const std::uint16_t tag = database_.tag_at(reference);
+    const fix_use made = read(reference, database_.offset_at(reference), tag);
+    uses_->push_back(made);
+    bool is_whole = true;
+    if (tag == tag::layer && made.has_data) { // it may hold its references itself
+        is_whole &= open_once(made.reference);
+    }
+    if (made.definition != 0 && opens_up(tag)) {
+        is_whole &= open_once(made.definition);
+    }
+    return is_whole;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion)
+bool use_gatherer::open_once(std::uint32_t list)
+{
+    if (list == record_ || !opened_.insert(list).second) {
+        return true; // told already
+    }
+    if (depth_ == most_layers_deep) {
+        deep_.push_back(list);
+        return true;
+    }
+    ++depth_;
+    const bool is_whole = open(list);
+    --depth_;
+    return is_whole;
+}
+
+// What a reference tells, in one pass, as there are more of them than of anything else.
+fix_use use_gatherer::read(sdb::tag_ordinal ordinal, std::uint32_t reference,
+                           std::uint16_t tag) const
+{
+    fix_use made{.reference = reference, .depth = static_cast<std::uint16_t>(depth_)};
+    const auto kind = std::ranges::find(reference_kinds, tag, &reference_kind::reference);
+    std::uint32_t by = 0;
+    const auto note = [&](std::uint32_t& place, sdb::tag_ordinal child) {
+        place = place != 0 ? place : database_.offset_at(child);
+    };
+    database_.children().for_each_child(ordinal, [&](sdb::tag_ordinal child) {
+        const std::uint16_t own = database_.tag_at(child);
+        if (own == tag::name) {
+            note(made.name, child);
+        } else if (own == tag::command_line) {
+            note(made.command_line, child);
+        } else if (kind != reference_kinds.end() && own == kind->by) {
+            note(by, child);
+        }
+        made.has_data = made.has_data || sdb::tag_type(own) == sdb::type::list;
+    });
+    if (by != 0) {
+        const std::uint32_t definition = database_.word_behind(by);
+        const bool is_sound = definition != reference && database_.is_recorded(definition) &&
+                              database_.tag_from(definition) == kind->definition;
+        made.definition = is_sound ? definition : 0;
+        made.is_broken = !is_sound;
+    }
+    return made;
+}
 
 bool is_fix_reference(std::uint16_t tag)
 {
@@ -257,17 +259,6 @@ std::vector<bool> reached_definitions(const sdb::sdb_database& database,
         });
     }
     return is_reached;
-}
-
-bool gather_fix_uses(std::vector<fix_use>& uses, const sdb::sdb_database& database,
-                     std::uint32_t record, const request::bounds& bounds)
-{
-    constexpr std::uint64_t least = 16; // of its tags that count
-    const auto ordinal = database.ordinal_of(record);
-    const std::uint64_t own = ordinal ? database.children().end(*ordinal) - *ordinal : 0;
-    return use_gatherer(uses, database, bounds.record_items,
-                        bounds.listing_items_of_a_tag * (own + least))
-        .gather(record);
 }
 
 } // namespace model

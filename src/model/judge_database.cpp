@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -119,6 +118,41 @@ bool is_path_or_address(std::string_view text)
     return text.find(":\\") != std::string_view::npos ||
            text.find("\\\\") != std::string_view::npos ||
            text.find("://") != std::string_view::npos || std::ranges::count(text, '%') >= 2;
+}
+
+// A bit for each tag that stands once in a list; 0 for all others.
+unsigned bit_of_single(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::name:
+        return 1u << 0;
+    case tag::exe_id:
+        return 1u << 1;
+    case tag::fix_id:
+        return 1u << 2;
+    case tag::wildcard_name:
+        return 1u << 3;
+    case tag::shim_tagid:
+        return 1u << 4;
+    case tag::patch_tagid:
+        return 1u << 5;
+    case tag::layer_tagid:
+        return 1u << 6;
+    case tag::flag_tagid:
+        return 1u << 7;
+    case tag::command_line:
+        return 1u << 8;
+    case tag::dllfile:
+        return 1u << 9;
+    case tag::patch_bits:
+        return 1u << 10;
+    case tag::database_id:
+        return 1u << 11;
+    case tag::time:
+        return 1u << 12;
+    default:
+        return 0;
+    }
 }
 
 class database_judge {
@@ -391,22 +425,12 @@ private:
     // What identifies a list, or says what it does, stands in it once.
     void judge_repeats(sdb::tag_ordinal list, std::uint16_t own)
     {
-        constexpr std::array<std::uint16_t, 13> once = {
-            tag::name,         tag::exe_id,      tag::fix_id,      tag::wildcard_name,
-            tag::shim_tagid,   tag::patch_tagid, tag::layer_tagid, tag::flag_tagid,
-            tag::command_line, tag::dllfile,     tag::patch_bits,  tag::database_id,
-            tag::time};
         if (is_matching_list(own) || own == tag::stringtable) {
             return;
         }
         unsigned seen = 0;
         const auto repeated = database_.children().find_child(list, [&](sdb::tag_ordinal child) {
-            const std::uint16_t one = database_.tag_at(child);
-            if (sdb::tag_type(one) == type::list) {
-                return false;
-            }
-            const auto place = std::ranges::find(once, one);
-            const unsigned bit = place == once.end() ? 0 : 1u << (place - once.begin());
+            const unsigned bit = bit_of_single(database_.tag_at(child));
             const bool is_second = (seen & bit) != 0;
             seen |= bit;
             return is_second;

@@ -67,7 +67,7 @@ payload find_base64(uni::byte_view bytes, std::uint64_t width)
     const auto unit_at = [&](std::uint64_t at) -> std::uint16_t {
         return width == 2 ? bytes.u16(at) : bytes.u8(at);
     };
-    for (std::uint64_t at = 0; at + width <= bytes.size();) {
+    for (std::uint64_t at = 0; at + long_base64 * width <= bytes.size();) {
         std::uint64_t end = at;
         while (end + width <= bytes.size() && is_base64(unit_at(end))) {
             end += width;

@@ -1,9 +1,10 @@
 #include "model/record_groupings.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <span>
-#include <string>
+#include <vector>
 
 #include "model/content.h"
 #include "model/fix_uses.h"
@@ -30,6 +31,28 @@ struct numbered_record {
     auto operator<=>(const numbered_record&) const = default;
 };
 
+// Leaves those whose key comes more than once, and few others: nearly all come once, and to sort them all
+// would take longer than all else here.
+template <typename record_list, typename key_maker>
+void keep_repeated(record_list& records, key_maker&& key_of)
+{
+    constexpr std::size_t room = 8; // places for each
+    const std::size_t places = std::bit_ceil(records.size() * room + 1);
+    std::vector<bool> once(places);
+    std::vector<bool> twice(places);
+    const auto place_of = [&](const auto& record) {
+        constexpr std::uint64_t spread = 0x9e3779b97f4a7c15; // 2^64 divided by the golden ratio
+        return static_cast<std::size_t>((key_of(record) * spread) >> 32) & (places - 1);
+    };
+    for (const auto& record : records) {
+        const std::size_t place = place_of(record);
+        twice[place] = twice[place] || once[place];
+        once[place] = true;
+    }
+    std::erase_if(records, [&](const auto& record) { return !twice[place_of(record)]; });
+    std::ranges::sort(records);
+}
+
 // Finds executables that share a name or an identifier. Names and fixes are held against each other by
 // digests under a key of this run.
 class duplicate_search {
@@ -42,8 +65,8 @@ public:
                 note(database.offset_at(list.ordinal));
             }
         }
-        std::ranges::sort(named_);
-        std::ranges::sort(numbered_);
+        keep_repeated(named_, [](const named_record& one) { return one.name; });
+        keep_repeated(numbered_, [](const numbered_record& one) { return one.id[0] ^ one.id[1]; });
     }
 
     // Of one name, with different fixes.
@@ -79,10 +102,15 @@ public:
 private:
     void note(std::uint32_t record)
     {
-        if (const std::uint32_t name = child_of(database_, record, tag::name)) {
+        std::uint32_t name = 0;
+        std::uint32_t id = 0;
+        database_.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+            name = own == tag::name && name == 0 ? offset : name;
+            id = own == tag::exe_id && id == 0 ? offset : id;
+        });
+        if (name != 0) {
             named_.push_back({hash_of_text(name), record});
         }
-        const std::uint32_t id = child_of(database_, record, tag::exe_id);
         const uni::byte_view value = id == 0 ? uni::byte_view() : database_.payload_at(id);
         if (value.size() == uni::guid_size) {
             numbered_.push_back({{value.u64(0), value.u64(8)}, record});
@@ -93,8 +121,15 @@ private:
     std::uint64_t hash_of_text(std::uint32_t text)
     {
         return hashes_.of(database_.word_behind(text), [&] {
-            const std::string lower = uni::lowered(text_at(database_, text));
-            return keyed_digest(key_, 0, uni::byte_view(uni::bytes_of(lower))).low;
+            const uni::byte_view stored = database_.string_bytes(database_.word_behind(text));
+            lower_.clear();
+            for (std::uint64_t at = 0; stored.u16(at) != 0; at += 2) {
+                const std::uint16_t unit = stored.u16(at);
+                lower_.push_back(static_cast<std::uint8_t>(
+                    unit < 0x80 ? uni::lower_ascii(static_cast<char>(unit)) : unit & 0xff));
+                lower_.push_back(static_cast<std::uint8_t>(unit >> 8));
+            }
+            return keyed_digest(key_, 0, uni::byte_view(lower_)).low;
         });
     }
 
@@ -134,6 +169,7 @@ private:
     const sdb::sdb_database& database_;
     const content_key key_ = random_content_key();
     text_memo<std::uint64_t> hashes_;
+    std::vector<std::uint8_t> lower_; // a text in work
     io::roomy_vector<named_record> named_;
     io::roomy_vector<numbered_record> numbered_;
 };

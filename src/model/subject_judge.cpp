@@ -110,7 +110,7 @@ public:
     state(const examined_database& examined, const record_groupings& groupings,
           const request::bounds& bounds)
         : examined_(examined), database_(examined.database), known_(examined.known),
-          groupings_(groupings), bounds_(bounds), texts_(database_)
+          groupings_(groupings), gatherer_(database_, bounds), texts_(database_)
     {
         for (std::size_t i = 0; i < program_lists.size(); ++i) {
             for (const auto& [name, note] : known_.entries(program_lists[i].first)) {
@@ -121,12 +121,12 @@ public:
         }
     }
 
-    void look_at_plain(subject& seen, std::uint32_t record) const
+    void look_at_plain(subject& seen, std::uint32_t record)
     {
         seen.record = record;
         seen.uses.clear();
         seen.findings.clear();
-        seen.is_whole = gather_fix_uses(seen.uses, database_, record, bounds_);
+        seen.is_whole = gatherer_.gather(seen.uses, record);
     }
 
     void look_at(subject& seen, std::uint32_t record)
@@ -240,14 +240,14 @@ private:
     {
         const uni::byte_view stored = database_.string_bytes(reference_of(name));
         std::uint64_t begin = 0; // of the last part
-        for (std::uint64_t at = 0; stored.u16(at) != 0; at += 2) {
-            const std::uint16_t unit = stored.u16(at);
+        std::uint16_t unit = stored.u16(0);
+        for (std::uint64_t at = 0; unit != 0; at += 2, unit = stored.u16(at)) {
             has_wildcard = has_wildcard || unit == '*' || unit == '?';
             begin = unit == '\\' || unit == '/' ? at + 2 : begin;
         }
         std::uint32_t key = 0;
         for (std::size_t i = 0; i < key_length; ++i) {
-            const std::uint16_t unit = stored.u16(begin + i * 2);
+            unit = stored.u16(begin + i * 2);
             if (unit >= 0x80) {
                 return true; // as a byte it may be several
             }
@@ -400,7 +400,10 @@ private:
     void look_at_own_tags(std::uint16_t own)
     {
         name_ = child_of(database_, record_, tag::name);
-        classes_ = own == tag::exe && name_ != 0 ? facts_of_name(name_).classes : 0;
+        const text_facts* const called =
+            own == tag::exe && name_ != 0 ? &facts_of_name(name_) : nullptr;
+        classes_ = called != nullptr ? called->classes : 0;
+        has_wildcard_ = called != nullptr && called->has_wildcard;
         facts_ = 0;
         wildcard_ = 0;
         const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
@@ -444,11 +447,10 @@ private:
                 add(program_lists[i].second, name_, finding_part(name_));
             }
         }
-        for (const std::uint32_t name : {name_, wildcard_}) {
-            if (name != 0 && facts_of_name(name).has_wildcard) {
-                add(signal::target_wildcard, name, finding_part(name));
-                break;
-            }
+        if (has_wildcard_) {
+            add(signal::target_wildcard, name_, finding_part(name_));
+        } else if (wildcard_ != 0 && facts_of_name(wildcard_).has_wildcard) {
+            add(signal::target_wildcard, wildcard_, finding_part(wildcard_));
         }
         if (facts_ == 0 && name_ != 0) {
             add(signal::target_loose, name_, finding_part(name_));
@@ -584,13 +586,14 @@ private:
     const sdb::sdb_database& database_;
     const knowledge& known_;
     const record_groupings& groupings_;
-    const request::bounds bounds_;
+    use_gatherer gatherer_;
 
     // The subject in work.
     finding_list* to_ = nullptr;
     std::uint32_t record_ = 0;
     std::uint32_t name_ = 0;     // tag
-    std::uint32_t wildcard_ = 0; // the same
+    bool has_wildcard_ = false;  // it
+    std::uint32_t wildcard_ = 0; // tag
     std::uint64_t facts_ = 0;    // that tell its file apart
     unsigned classes_ = 0;
 

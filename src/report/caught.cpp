@@ -148,7 +148,7 @@ private:
     {
         constexpr std::size_t longest = 1000;
         std::vector<model::fix_use> uses;
-        model::gather_fix_uses(uses, candidate_.database, list_.record, work_.options.bounds);
+        model::use_gatherer(candidate_.database, work_.options.bounds).gather(uses, list_.record);
         std::string names;
         for (const model::fix_use& use : uses) {
             if (use.depth == 0 && names.size() < longest) {

@@ -140,20 +140,20 @@ std::string effect_words::words_of_unknown(const model::fix_use& use,
     return words + '.';
 }
 
-const std::string& effect_words::of(const model::fix_use& use, const model::known_fix* known)
+const std::string& effect_words::of(const model::fix_use& use, model::subject_judge& judge)
 {
     constexpr std::size_t most_bytes = 0x400000;
     const bool is_plain =
         use.definition != 0 && use.name != 0 && use.command_line == 0 && !use.has_data;
     if (!is_plain) {
-        made_ = make(use, read(use.reference), known);
+        made_ = make(use, read(use.reference), judge.fix_of(use));
         return made_;
     }
     const std::uint64_t key = std::uint64_t{use.definition} << 32 | database_.word_behind(use.name);
     if (const auto found = whole_.find(key); found != whole_.end()) {
         return found->second;
     }
-    made_ = make(use, read(use.reference), known);
+    made_ = make(use, read(use.reference), judge.fix_of(use));
     if (whole_bytes_ < most_bytes) {
         whole_bytes_ += made_.size() + sizeof(std::string);
         whole_.emplace(key, made_);

@@ -11,6 +11,7 @@
 #include "model/knowledge.h"
 #include "model/patch_changes.h"
 #include "model/record_groupings.h"
+#include "model/subject_judge.h"
 #include "request/cmd_params.h"
 #include "sdb/database.h"
 
@@ -24,8 +25,8 @@ public:
         : database_(database), style_(style)
     {}
 
-    // `known` is null for a fix that is not known. Good until the next call.
-    const std::string& of(const model::fix_use& use, const model::known_fix* known);
+    // Good until the next call.
+    const std::string& of(const model::fix_use& use, model::subject_judge& judge);
 
 private:
     // What stands in a list, as far as it is told.

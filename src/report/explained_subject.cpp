@@ -4,7 +4,6 @@
 
 #include "model/patch_changes.h"
 #include "model/record_facts.h"
-#include "report/recognition_words.h"
 #include "sdb/tags.h"
 #include "uni/numbers.h"
 #include "uni/utf.h"
@@ -20,9 +19,10 @@ void explained_subject::tell(form::fact_taker& to) const
     to.fact("tag", form::tag_word{database.tag_from(seen_.record)});
     to.fact("name", model::text_in(database, seen_.record, tag::name));
     to.begin_list("recognised");
-    for (const std::string& words : recognition_of(database, seen_.record, work_.options)) {
+    const word_lines& recognised = recognition_.of(seen_.record);
+    for (std::size_t i = 0; i < recognised.size(); ++i) {
         to.begin_item();
-        to.fact("words", words);
+        to.fact("words", std::string(recognised[i]));
         to.end();
     }
     to.end();
@@ -62,7 +62,7 @@ void explained_subject::tell_fix(form::fact_taker& to, const model::fix_use& use
     to.fact("family", or_none(&model::known_fix::family));
     to.fact("weight", known == nullptr ? form::value()
                                        : form::value(std::string(model::word_of(known->weighs))));
-    to.fact("words", effects_.of(use, known));
+    to.fact("words", effects_.of(use, judge_));
     if (use.definition != 0 && work_.database->tag_from(use.definition) == tag::patch &&
         all_.is_first_to_tell(use.definition, seen_.record)) {
         tell_changes(to, use.definition);

@@ -8,6 +8,7 @@
 #include "model/subject_judge.h"
 #include "report/effect_words.h"
 #include "report/job.h"
+#include "report/recognition_words.h"
 
 namespace report {
 
@@ -15,8 +16,10 @@ namespace report {
 class explained_subject : public form::told_facts {
 public:
     explained_subject(const job& work, const model::examination& all, model::subject_judge& judge,
-                      const model::subject& seen, effect_words& effects)
-        : work_(work), all_(all), judge_(judge), seen_(seen), effects_(effects)
+                      const model::subject& seen, effect_words& effects,
+                      recognition_words& recognition)
+        : work_(work), all_(all), judge_(judge), seen_(seen), effects_(effects),
+          recognition_(recognition)
     {}
 
     std::string_view kind() const override { return "explained"; }
@@ -31,6 +34,7 @@ private:
     model::subject_judge& judge_;
     const model::subject& seen_;
     effect_words& effects_;
+    recognition_words& recognition_;
 };
 
 } // namespace report

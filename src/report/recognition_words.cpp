@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "model/record_facts.h"
 #include "report/value_words.h"
@@ -38,180 +39,238 @@ constexpr auto facts_in_words = std::to_array<fact_words>({
     {tag::legal_copyright, "copyright "},
 });
 
-void append_fact(std::string& facts, const sdb::sdb_database& database, std::uint32_t offset,
-                 std::uint16_t own, const request::cmd_params& style)
+void write_fact(uni::text_buffer& facts, const sdb::sdb_database& database, std::uint32_t offset,
+                std::uint16_t own, const request::cmd_params& style)
 {
-    facts += facts.empty() ? "" : ", ";
+    facts.text(facts.view().empty() ? "" : ", ");
     if (own == tag::size) {
         const std::uint32_t size = database.word_behind(offset);
-        facts += grouped(size);
-        facts += size == 1 ? " byte" : " bytes";
+        facts.text(grouped(size));
+        facts.text(size == 1 ? " byte" : " bytes");
         return;
     }
     const auto words = std::ranges::find(facts_in_words, own, &fact_words::tag);
     if (words != facts_in_words.end()) {
-        facts += words->words;
+        facts.text(words->words);
     } else {
-        facts += words_of_tag(own) + ' ';
+        facts.text(words_of_tag(own));
+        facts.character(' ');
     }
-    append_scalar(facts, database, offset, style);
+    write_scalar(facts, database, offset, style);
 }
 
-// The versions that a matching file admits, and its other facts.
-struct file_test {
-    std::string version;
-    std::string facts;
-    std::uint32_t name = 0; // tag
-    bool is_negated = false;
-};
-
-// What a list asks of a file; of a record itself, what that asks for outside its lists.
-file_test read_test(const sdb::sdb_database& database, std::uint32_t list,
+void write_platform(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t offset,
                     const request::cmd_params& style)
-{
-    file_test made;
-    std::string from;
-    std::string upto;
-    std::uint64_t more = 0; // facts than a line takes
-    const bool is_record = database.tag_from(list) != tag::matching_file;
-    database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
-        if (is_record && !model::is_fact_of_program(own)) {
-            return;
-        }
-        if (own == tag::name && made.name == 0) {
-            made.name = offset;
-        } else if (own == tag::match_logic_not) {
-            made.is_negated = true;
-        } else if (own == tag::bin_file_version && made.version.empty()) {
-            made.version = "only " + scalar_text(database, offset, style);
-        } else if (own == tag::from_bin_file_version && from.empty()) {
-            from = "from " + scalar_text(database, offset, style);
-        } else if (own == tag::upto_bin_file_version && upto.empty()) {
-            upto = "up to " + scalar_text(database, offset, style);
-        } else if (sdb::tag_type(own) != type::list && made.facts.size() < longest_list) {
-            append_fact(made.facts, database, offset, own, style);
-        } else {
-            ++more;
-        }
-    });
-    if (more != 0) {
-        append_item(made.facts, grouped(more) + " more facts");
-    }
-    if (made.version.empty() && !(from.empty() && upto.empty())) {
-        made.version = from + (from.empty() || upto.empty() ? "" : " ") + upto;
-    }
-    return made;
-}
-
-std::string words_of_own_file(const file_test& test)
-{
-    if (test.version.empty() && test.facts.empty()) {
-        return "any file of that name";
-    }
-    const std::string words = test.version.empty() ? "any version; " + test.facts
-                              : test.facts.empty() ? test.version
-                                                   : test.version + ", " + test.facts;
-    return test.is_negated ? "no file that is: " + words : words;
-}
-
-std::string words_of_other_file(const sdb::sdb_database& database, const file_test& test)
-{
-    std::string words = test.is_negated ? "and not beside " : "and beside ";
-    words += stored_text(database, test.name);
-    for (const std::string& more : {test.version, test.facts}) {
-        words += more.empty() ? "" : ", " + more;
-    }
-    return words;
-}
-
-std::string words_of_platform(const sdb::sdb_database& database, std::uint32_t offset,
-                              const request::cmd_params& style)
 {
     switch (database.word_behind(offset)) {
     case 1:
-        return "on 32-bit systems";
+        return to.literal("on 32-bit systems");
     case 2:
-        return "on 64-bit systems";
+        return to.literal("on 64-bit systems");
     default:
-        return "on systems of the platform " + scalar_text(database, offset, style);
+        to.literal("on systems of the platform ");
+        return write_scalar(to, database, offset, style);
     }
 }
 
 } // namespace
 
-std::string title_of(const sdb::sdb_database& database, std::uint32_t record)
+void recognition_words::file_test::clear()
 {
-    const std::uint16_t own = database.tag_from(record);
-    std::string name = shortened(model::name_of_list(database, record, longest_part));
-    switch (own) {
-    case tag::exe:
-        return name;
-    case tag::msi_package:
-        return name + " (installer package)";
-    case tag::kdriver:
-        return name + " (driver)";
-    case tag::layer:
-    case tag::shim:
-    case tag::patch:
-        return name + " (" + sdb::tag_name(own) + " that no record uses)";
-    default:
-        return name + " (" + words_of_tag(own) + ")";
+    version.clear();
+    from.clear();
+    upto.clear();
+    facts.clear();
+    name = 0;
+    is_negated = false;
+}
+
+// What a list asks of a file; of a record itself, what that asks for outside its lists.
+void recognition_words::read_test(std::uint32_t list)
+{
+    test_.clear();
+    std::uint64_t more = 0; // facts than a line takes
+    const bool is_record = database_.tag_from(list) != tag::matching_file;
+    const auto note_version = [this](uni::text_buffer& to, std::string_view words,
+                                     std::uint32_t offset) {
+        to.text(words);
+        write_scalar(to, database_, offset, style_);
+    };
+    database_.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (is_record && !model::is_fact_of_program(own)) {
+            return;
+        }
+        if (own == tag::name && test_.name == 0) {
+            test_.name = offset;
+        } else if (own == tag::match_logic_not) {
+            test_.is_negated = true;
+        } else if (own == tag::bin_file_version && test_.version.view().empty()) {
+            note_version(test_.version, "only ", offset);
+        } else if (own == tag::from_bin_file_version && test_.from.view().empty()) {
+            note_version(test_.from, "from ", offset);
+        } else if (own == tag::upto_bin_file_version && test_.upto.view().empty()) {
+            note_version(test_.upto, "up to ", offset);
+        } else if (sdb::tag_type(own) != type::list && test_.facts.view().size() < longest_list) {
+            write_fact(test_.facts, database_, offset, own, style_);
+        } else {
+            ++more;
+        }
+    });
+    if (more != 0) {
+        test_.facts.text(test_.facts.view().empty() ? "" : ", ");
+        test_.facts.text(grouped(more));
+        test_.facts.literal(" more facts");
+    }
+    const std::string_view from = test_.from.view();
+    const std::string_view upto = test_.upto.view();
+    if (test_.version.view().empty() && !(from.empty() && upto.empty())) {
+        test_.version.text(from);
+        test_.version.text(from.empty() || upto.empty() ? "" : " ");
+        test_.version.text(upto);
     }
 }
 
-std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::uint32_t record,
-                                        const request::cmd_params& style)
+void recognition_words::tell_own_file()
 {
-    std::vector<std::string> own_lines;
-    std::vector<std::string> lines;
-    const std::uint32_t name = model::child_of(database, record, tag::name);
-    std::string application;
-    std::string vendor;
+    uni::text_buffer& to = own_.text();
+    const std::string_view version = test_.version.view();
+    const std::string_view facts = test_.facts.view();
+    if (version.empty() && facts.empty()) {
+        own_.add("any file of that name");
+        return;
+    }
+    to.text(test_.is_negated ? "no file that is: " : "");
+    to.text(version.empty() ? "any version; " : version);
+    to.text(version.empty() || facts.empty() ? "" : ", ");
+    to.text(facts);
+    own_.end_line();
+}
+
+void recognition_words::tell_other_file()
+{
+    uni::text_buffer& to = others_.text();
+    to.text(test_.is_negated ? "and not beside " : "and beside ");
+    write_stored_words(to, database_, test_.name);
+    for (const std::string_view more : {test_.version.view(), test_.facts.view()}) {
+        to.text(more.empty() ? "" : ", ");
+        to.text(more);
+    }
+    others_.end_line();
+}
+
+// Nothing for a tag by which nothing is recognised.
+void recognition_words::tell_child(std::uint32_t offset, std::uint16_t own)
+{
+    if (own == tag::matching_file) {
+        read_test(offset);
+        if (model::means_the_program(database_, test_.name, name_)) {
+            tell_own_file();
+        } else {
+            tell_other_file();
+        }
+    } else if (model::is_matching_list(own)) {
+        others_.text().literal("and with ");
+        others_.text().text(words_of_tag(own));
+        others_.text().literal(": ");
+        others_.add(scalars_of(database_, offset, style_));
+    } else if (own == tag::os_platform) {
+        write_platform(others_.text(), database_, offset, style_);
+        others_.end_line();
+    } else if (own == tag::wildcard_name) {
+        own_.text().literal("any file of the pattern ");
+        write_stored_words(own_.text(), database_, offset);
+        own_.end_line();
+    } else if (own == tag::runtime_platform || own == tag::msi_package_id || own == tag::os_sku ||
+               own == tag::match_mode) {
+        others_.text().text(words_of_tag(own));
+        others_.text().character(' ');
+        write_scalar(others_.text(), database_, offset, style_);
+        others_.end_line();
+    }
+}
+
+const word_lines& recognition_words::of(std::uint32_t record)
+{
+    own_.clear();
+    others_.clear();
+    const std::uint16_t kind = database_.tag_from(record);
+    if (kind == tag::kdriver) { // by what it holds itself
+        read_test(record);
+        tell_own_file();
+    }
+    const std::size_t before = own_.size();
+    name_ = model::child_of(database_, record, tag::name);
+    std::uint32_t application = 0; // tags, the last of each
+    std::uint32_t vendor = 0;
     std::uint64_t more = 0;
-    database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
-        const bool is_full = lines.size() + own_lines.size() == most_lines;
-        if (is_full && own != tag::app_name && own != tag::vendor) {
-            more += sdb::tag_type(own) == type::list ? 1 : 0;
-        } else if (own == tag::matching_file) {
-            const file_test test = read_test(database, offset, style);
-            if (model::means_the_program(database, test.name, name)) {
-                own_lines.push_back(words_of_own_file(test));
-            } else {
-                lines.push_back(words_of_other_file(database, test));
-            }
-        } else if (own == tag::matching_reg || own == tag::matching_text ||
-                   own == tag::matching_device || own == tag::matching_info_block) {
-            lines.push_back("and with " + words_of_tag(own) + ": " +
-                            scalars_of(database, offset, style));
-        } else if (own == tag::os_platform) {
-            lines.push_back(words_of_platform(database, offset, style));
-        } else if (own == tag::wildcard_name) {
-            own_lines.push_back("any file of the pattern " + stored_text(database, offset));
-        } else if (own == tag::runtime_platform || own == tag::msi_package_id ||
-                   own == tag::os_sku || own == tag::match_mode) {
-            lines.push_back(words_of_tag(own) + " " + scalar_text(database, offset, style));
-        } else if (own == tag::app_name) {
-            application = " as ";
-            append_scalar(application, database, offset, style);
+    database_.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+        if (own == tag::app_name) {
+            application = offset;
         } else if (own == tag::vendor) {
-            vendor = " of ";
-            append_scalar(vendor, database, offset, style);
+            vendor = offset;
+        } else if (own_.size() - before + others_.size() == most_lines) {
+            more += sdb::tag_type(own) == type::list ? 1 : 0;
+        } else {
+            tell_child(offset, own);
         }
     });
-    const std::uint16_t own = database.tag_from(record);
-    if (own == tag::kdriver) {
-        own_lines.insert(own_lines.begin(), words_of_own_file(read_test(database, record, style)));
-    } else if (own_lines.empty() && own == tag::exe) {
-        own_lines.emplace_back("any file of that name");
+    if (own_.size() == 0 && kind == tag::exe) {
+        own_.add("any file of that name");
     }
-    own_lines.insert(own_lines.end(), lines.begin(), lines.end());
+    for (std::size_t i = 0; i < others_.size(); ++i) {
+        own_.add(others_[i]);
+    }
+    uni::text_buffer& to = own_.text();
     if (more != 0) {
-        own_lines.push_back("and by what stands in " + grouped(more) + " more lists");
+        to.literal("and by what stands in ");
+        to.text(grouped(more));
+        own_.add(" more lists");
     }
-    if (!application.empty() || !vendor.empty()) {
-        own_lines.push_back("listed" + application + vendor);
+    if (application != 0 || vendor != 0) {
+        to.literal("listed");
+        for (const auto& [words, offset] : {std::pair(" as ", application), {" of ", vendor}}) {
+            if (offset != 0) {
+                to.text(words);
+                write_scalar(to, database_, offset, style_);
+            }
+        }
+        own_.end_line();
     }
-    return own_lines;
+    return own_;
+}
+
+void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record)
+{
+    const std::uint16_t own = database.tag_from(record);
+    const std::uint64_t before = to.total();
+    if (const std::uint32_t name = model::child_of(database, record, tag::name)) {
+        write_stored_words(to, database, name);
+    }
+    if (to.total() == before) {
+        to.text(model::name_of_list(database, record, longest_part));
+    }
+    switch (own) {
+    case tag::exe:
+        break;
+    case tag::msi_package:
+        to.literal(" (installer package)");
+        break;
+    case tag::kdriver:
+        to.literal(" (driver)");
+        break;
+    case tag::layer:
+    case tag::shim:
+    case tag::patch:
+        to.literal(" (");
+        to.text(sdb::tag_name(own));
+        to.literal(" that no record uses)");
+        break;
+    default:
+        to.literal(" (");
+        to.text(words_of_tag(own));
+        to.character(')');
+        break;
+    }
 }
 
 } // namespace report

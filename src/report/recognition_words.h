@@ -2,19 +2,53 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
+#include "report/word_lines.h"
 #include "request/cmd_params.h"
 #include "sdb/database.h"
+#include "uni/text_buffer.h"
 
 namespace report {
 
 // What a subject is called, and what it is where it is no program.
-std::string title_of(const sdb::sdb_database& database, std::uint32_t record);
+void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record);
 
-// How it is recognised, a line for each file, registry value and the like that is tested.
-std::vector<std::string> recognition_of(const sdb::sdb_database& database, std::uint32_t record,
-                                        const request::cmd_params& style);
+// How subjects are recognised, one after the other.
+class recognition_words {
+public:
+    // Both must outlive it.
+    recognition_words(const sdb::sdb_database& database, const request::cmd_params& style)
+        : database_(database), style_(style)
+    {}
+
+    // A line for each file, registry value and the like that is tested. Good until the next call.
+    const word_lines& of(std::uint32_t record);
+
+private:
+    // The versions that a matching file admits, and its other facts.
+    struct file_test {
+        void clear();
+
+        uni::text_buffer version;
+        uni::text_buffer from;
+        uni::text_buffer upto;
+        uni::text_buffer facts;
+        std::uint32_t name = 0; // tag
+        bool is_negated = false;
+    };
+    void read_test(std::uint32_t list);
+    void tell_own_file();
+    void tell_other_file();
+    void tell_child(std::uint32_t offset, std::uint16_t own);
+
+    const sdb::sdb_database& database_;
+    const request::cmd_params& style_;
+
+    // The subject in work.
+    std::uint32_t name_ = 0; // tag
+    file_test test_;
+    word_lines own_; // of its own file, then all
+    word_lines others_;
+};
 
 } // namespace report

@@ -6,7 +6,6 @@
 #include "model/record_facts.h"
 #include "report/explained_subject.h"
 #include "report/finding_rows.h"
-#include "report/recognition_words.h"
 #include "report/value_words.h"
 #include "sdb/tags.h"
 #include "uni/utf.h"
@@ -72,17 +71,18 @@ void subject_teller::tell()
         tell_recognition();
         tell_effects();
     }
-    work_.form.facts(explained_subject(work_, all_, *judge_, seen_, effects_));
+    work_.form.facts(explained_subject(work_, all_, *judge_, seen_, effects_, recognition_));
     tell_findings();
 }
 
 void subject_teller::tell_recognition()
 {
-    const std::vector<std::string> lines =
-        recognition_of(*work_.database, seen_.record, work_.options);
+    const word_lines& lines = recognition_.of(seen_.record);
+    title_.clear();
+    write_title(title_, *work_.database, seen_.record);
     work_.form.line({});
-    work_.form.title(heading_line(line_, title_of(*work_.database, seen_.record),
-                                  lines.empty() ? std::string_view() : lines.front()));
+    work_.form.title(
+        heading_line(line_, title_.view(), lines.size() == 0 ? std::string_view() : lines[0]));
     for (std::size_t i = 1; i < lines.size(); ++i) {
         work_.form.line(heading_line(line_, {}, lines[i]));
     }
@@ -98,8 +98,7 @@ void subject_teller::tell_effects()
         if (!work_.form.takes_more(use.reference)) {
             return;
         }
-        work_.form.line(
-            effect_line(line_, effects_.of(use, judge_->fix_of(use)), use.reference, use.depth));
+        work_.form.line(effect_line(line_, effects_.of(use, *judge_), use.reference, use.depth));
     }
     if (!seen_.is_whole) {
         work_.form.line(effect_line(line_,

@@ -9,6 +9,7 @@
 #include "model/subject_judge.h"
 #include "report/effect_words.h"
 #include "report/job.h"
+#include "report/recognition_words.h"
 #include "uni/text_buffer.h"
 
 namespace report {
@@ -18,7 +19,8 @@ class subject_teller {
 public:
     // Both must outlive it.
     subject_teller(const job& work, const model::examination& all)
-        : work_(work), all_(all), judge_(all.make_judge()), effects_(*work.database, work.options)
+        : work_(work), all_(all), judge_(all.make_judge()), effects_(*work.database, work.options),
+          recognition_(*work.database, work.options)
     {}
 
     // Those at places among the subjects, as far as the form takes more. Findings that are left out are
@@ -36,8 +38,10 @@ private:
     const model::examination& all_;
     const std::unique_ptr<model::subject_judge> judge_;
     effect_words effects_;
-    model::subject seen_;   // in work
-    uni::text_buffer line_; // the same
+    recognition_words recognition_;
+    model::subject seen_;    // in work
+    uni::text_buffer title_; // the same
+    uni::text_buffer line_;
 };
 
 } // namespace report

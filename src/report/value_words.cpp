@@ -40,25 +40,25 @@ std::size_t end_of_part(std::string_view text)
     return end;
 }
 
-// Appends what stored_text() gives.
-void append_stored_text(std::string& to, const sdb::sdb_database& database, std::uint32_t offset)
+} // namespace
+
+void write_stored_words(uni::text_buffer& to, const sdb::sdb_database& database,
+                        std::uint32_t offset)
 {
     const bool is_reference = sdb::tag_type(database.tag_from(offset)) == type::stringref;
     const uni::byte_view stored =
         uni::beginning_of(is_reference ? database.string_bytes(database.word_behind(offset))
                                        : database.payload_at(offset),
                           longest_part);
-    char text[uni::stored_text_room((longest_part + 1) * 2)];
+    char* const text = to.room(uni::stored_text_room((longest_part + 1) * 2));
     const std::string_view made(text, uni::put_stored_utf16(text, stored));
     if (made.size() <= longest_part) {
-        to += made;
+        to.taken(text + made.size());
     } else {
-        to += made.substr(0, end_of_part(made));
-        to += "...";
+        to.taken(text + end_of_part(made));
+        to.literal("...");
     }
 }
-
-} // namespace
 
 std::string shortened(std::string text)
 {
@@ -120,40 +120,38 @@ std::string words_of_tag(std::uint16_t tag)
 
 std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
 {
-    std::string text;
-    append_stored_text(text, database, offset);
-    return text;
+    uni::text_buffer text;
+    write_stored_words(text, database, offset);
+    return std::string(text.view());
 }
 
 std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
                         const request::cmd_params& style)
 {
-    std::string text;
-    append_scalar(text, database, offset, style);
-    return text;
+    uni::text_buffer text;
+    write_scalar(text, database, offset, style);
+    return std::string(text.view());
 }
 
-void append_scalar(std::string& to, const sdb::sdb_database& database, std::uint32_t offset,
-                   const request::cmd_params& style)
+void write_scalar(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t offset,
+                  const request::cmd_params& style)
 {
     const std::uint16_t own = database.tag_from(offset);
     if (sdb::tag_type(own) == type::stringref || sdb::tag_type(own) == type::string) {
-        to += '"';
-        append_stored_text(to, database, offset);
-        to += '"';
+        to.character('"');
+        write_stored_words(to, database, offset);
+        to.character('"');
         return;
     }
     if (sdb::tag_type(own) == type::binary_ && !is_guid(database, offset)) {
-        to += bytes_text(database.payload_at(offset), database.payload_at(offset).size());
+        to.text(bytes_text(database.payload_at(offset), database.payload_at(offset).size()));
         return;
     }
-    uni::text_buffer text;
-    form::write_tag_text(text, database, own, offset, style);
+    const std::uint64_t before = to.total();
+    form::write_tag_text(to, database, own, offset, style);
     const bool is_number = sdb::tag_type(own) >= type::byte_ && sdb::tag_type(own) <= type::qword;
-    if (text.view().empty() && is_number) { // as a moment of 0 is
-        to += hexadecimal(model::number_at(database, offset));
-    } else {
-        to += text.view();
+    if (to.total() == before && is_number) { // as a moment of 0 is
+        to.text(hexadecimal(model::number_at(database, offset)));
     }
 }
 

@@ -8,6 +8,7 @@
 #include "request/cmd_params.h"
 #include "sdb/database.h"
 #include "uni/byte_view.h"
+#include "uni/text_buffer.h"
 
 namespace report {
 
@@ -37,9 +38,11 @@ std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
 // What the value of a scalar is shown as.
 std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
                         const request::cmd_params& style);
-// The same behind what stands in `to`.
-void append_scalar(std::string& to, const sdb::sdb_database& database, std::uint32_t offset,
-                   const request::cmd_params& style);
+// The same two behind what stands in `to`, which keeps what it is given.
+void write_stored_words(uni::text_buffer& to, const sdb::sdb_database& database,
+                        std::uint32_t offset);
+void write_scalar(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t offset,
+                  const request::cmd_params& style);
 // All scalars of a list, with their names.
 std::string scalars_of(const sdb::sdb_database& database, std::uint32_t list,
                        const request::cmd_params& style);

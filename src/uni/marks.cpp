@@ -1,6 +1,7 @@
 #include "uni/marks.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 
 #include "uni/text_targets.h"
@@ -53,6 +54,28 @@ std::size_t plain_run(std::string_view text)
         ++at;
     }
     return at;
+}
+
+// Whether a text is plain from end to end, which is found out faster than where it is not.
+bool is_plain(std::string_view text)
+{
+    constexpr std::size_t block = 16;
+    std::array<unsigned char, block> others{};
+    const auto look_at = [&](std::size_t at) {
+        for (std::size_t i = 0; i < block; ++i) {
+            const auto c = static_cast<unsigned char>(text[at + i]);
+            const auto from_blank = static_cast<unsigned char>(c - 0x20);
+            others[i] |= static_cast<unsigned char>((from_blank >= 0x5f) & (c != '\t'));
+        }
+    };
+    if (text.size() < block) {
+        return plain_run(text) == text.size();
+    }
+    for (std::size_t at = 0; at + block <= text.size(); at += block) {
+        look_at(at);
+    }
+    look_at(text.size() - block); // its end, in part once more
+    return std::ranges::count(others, 0) == block;
 }
 
 char* put_byte_mark(char* to, char32_t byte)
@@ -152,6 +175,9 @@ void write_marked(text_buffer& out, std::string_view text, tab_marking tabs)
 
 bool needs_marks(std::string_view text, tab_marking tabs)
 {
+    if (tabs == tab_marking::none && is_plain(text)) {
+        return false;
+    }
     return next_marked(text, 0, tabs) != text.size();
 }
 
