@@ -73,7 +73,7 @@ namespace {
 namespace tag = sdb::tag;
 
 constexpr std::uint64_t worth[] = {0, 1, 3, 9}; // of weights, in the sum that orders subjects
-constexpr std::size_t in_a_stretch = 256;       // subjects that one thread ranks at a time
+constexpr std::size_t in_a_stretch = 512;       // subjects that one thread ranks at a time
 constexpr std::size_t most_helpers = 3;
 
 // Whether anything in a list refers to a fix, or tests a file.

@@ -12,6 +12,25 @@ namespace {
 
 namespace tag = sdb::tag;
 
+// Whether two stored texts are the same, ASCII case aside, as far as names of files go.
+bool is_same_name(uni::byte_view a, uni::byte_view b)
+{
+    constexpr std::uint64_t longest = 512; // bytes
+    const auto lowered = [](std::uint16_t unit) {
+        return unit >= 'A' && unit <= 'Z' ? unit + ('a' - 'A') : unit;
+    };
+    for (std::uint64_t at = 0; at < longest; at += 2) {
+        const std::uint16_t unit = a.u16(at);
+        if (lowered(unit) != lowered(b.u16(at))) {
+            return false;
+        }
+        if (unit == 0) {
+            break;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 std::uint32_t child_of(const sdb::sdb_database& database, std::uint32_t list, std::uint16_t tag)
@@ -78,9 +97,7 @@ bool means_the_program(const sdb::sdb_database& database, std::uint32_t file, st
     if (stored.u16(0) == '*' && stored.u16(2) == 0) {
         return true;
     }
-    constexpr std::size_t longest = 512;
-    return own != 0 && uni::equal_ignoring_case(text_at(database, file, longest),
-                                                text_at(database, own, longest));
+    return own != 0 && is_same_name(stored, database.string_bytes(database.word_behind(own)));
 }
 
 bool is_definition(const sdb::sdb_database& database, std::uint32_t list)

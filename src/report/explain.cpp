@@ -27,7 +27,7 @@ namespace {
 
 namespace tag = sdb::tag;
 
-constexpr std::size_t in_a_stretch = 128; // subjects that one thread tells at a time
+constexpr std::size_t in_a_stretch = 256; // subjects that one thread tells at a time
 constexpr std::size_t fewest_stretches = 4;
 constexpr std::size_t most_helpers = 3;
 
