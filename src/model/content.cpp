@@ -18,7 +18,13 @@ namespace type = sdb::type;
 // References lead through records that refer to others; circles never come to an end.
 constexpr int most_rounds_for_references = 16;
 
+// SipHash, of 128 bits.
 struct sip_state {
+    explicit sip_state(const content_key& key) noexcept
+        : v0(key[0] ^ 0x736f6d6570736575), v1(key[1] ^ 0x646f72616e646f6d ^ 0xee),
+          v2(key[0] ^ 0x6c7967656e657261), v3(key[1] ^ 0x7465646279746573)
+    {}
+
     std::uint64_t v0, v1, v2, v3;
 
     void round() noexcept
@@ -47,6 +53,15 @@ struct sip_state {
         round();
         return v0 ^ v1 ^ v2 ^ v3;
     }
+    content_digest digest() noexcept
+    {
+        v2 ^= 0xee;
+        content_digest made;
+        made.low = end();
+        v1 ^= 0xdd;
+        made.high = end();
+        return made;
+    }
 };
 
 } // namespace
@@ -60,25 +75,23 @@ content_key random_content_key()
 
 content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes)
 {
-    sip_state state{key[0] ^ 0x736f6d6570736575, key[1] ^ 0x646f72616e646f6d ^ 0xee,
-                    key[0] ^ 0x6c7967656e657261, key[1] ^ 0x7465646279746573};
+    sip_state state(key);
+    if (bytes.size() <= 4 && kind < 0x1000000) { // all in one word, as most are
+        state.take(kind << 40 | bytes.size() << 32 | bytes.u32(0));
+        return state.digest();
+    }
     state.take(kind);
     std::uint64_t at = 0;
     for (; at + 8 <= bytes.size(); at += 8) {
         state.take(bytes.u64(at));
     }
     state.take(bytes.u64(at) | bytes.size() << 56); // missing bytes are zeros
-    state.v2 ^= 0xee;
-    content_digest made;
-    made.low = state.end();
-    state.v1 ^= 0xdd;
-    made.high = state.end();
-    return made;
+    return state.digest();
 }
 
 record_contents::record_contents(const sdb::sdb_database& database, const content_key& key,
                                  references_seen seen)
-    : database_(database), key_(key), texts_(database)
+    : database_(database), key_(key), texts_(database), factors_(0x10000)
 {
     lists_.resize(database.children().lists().size());
     digest_all();
@@ -88,6 +101,7 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
     if (seen == references_seen::by_name) {
         find_namesakes();
         if (!namesakes_.empty()) {
+            mark_referring([this](std::uint32_t target) { return namesakes_.contains(target); });
             earlier_ = lists_;
             for (const std::uint32_t target : namesakes_) {
                 targets_[target] = earlier_[number_of(*database_.ordinal_of(target))];
@@ -96,12 +110,14 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
             digest_all();
         }
     } else {
+        mark_referring([](std::uint32_t) { return true; });
         for (int round = 0; round < most_rounds_for_references && earlier_ != lists_; ++round) {
             earlier_ = lists_;
             digest_all();
         }
     }
     earlier_ = {};
+    may_change_ = {};
 }
 
 // What a name does not tell apart: definitions of a kind that have one name, or none.
@@ -122,6 +138,27 @@ void record_contents::find_namesakes()
     }
 }
 
+// Lists that refer to what is asked for, or in which one stands that does: the digests of the others stay as
+// they are.
+template <typename predicate>
+void record_contents::mark_referring(predicate&& is_asked_for)
+{
+    const sdb::tag_table& relation = database_.children();
+    const auto lists = relation.lists();
+    may_change_.assign(lists.size(), false);
+    for (std::size_t number = lists.size(); number-- > 0;) {
+        const auto found = relation.find_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
+            const std::uint16_t tag = database_.tag_at(child);
+            if (sdb::tag_type(tag) == type::list) {
+                return bool{may_change_[number_of(child)]};
+            }
+            return sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag) &&
+                   is_asked_for(database_.word_behind(database_.offset_at(child)));
+        });
+        may_change_[number] = found.has_value();
+    }
+}
+
 // Lists stand in front of what stands in them, so that the last come first.
 void record_contents::digest_all()
 {
@@ -129,6 +166,9 @@ void record_contents::digest_all()
     const auto lists = relation.lists();
     places_.assign(0x10000, {lists.size(), 0});
     for (std::size_t number = lists.size(); number-- > 0;) {
+        if (!may_change_.empty() && !may_change_[number]) {
+            continue;
+        }
         content_digest sum;
         relation.for_each_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
             const std::uint32_t offset = database_.offset_at(child);
@@ -194,17 +234,26 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
 content_digest record_contents::of_scalar(std::uint32_t offset)
 {
     const std::uint16_t tag = database_.tag_from(offset);
-    content_digest value;
     if (sdb::tag_type(tag) == type::stringref) {
-        value = of_text(offset);
-    } else if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
-        value = digest_of_reference(database_.word_behind(offset));
-    } else {
-        return keyed_digest(key_, tag, database_.item_from(offset).value);
+        return of_tag(tag, of_text(offset));
     }
-    const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
-        std::array<std::uint64_t, 2>{value.low, value.high});
-    return keyed_digest(key_, std::uint64_t{tag} | 0x10000, uni::byte_view(bytes));
+    if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
+        return of_tag(tag, digest_of_reference(database_.word_behind(offset)));
+    }
+    return keyed_digest(key_, tag, database_.item_from(offset).value);
+}
+
+// What a digest that nobody can foresee becomes under a tag: times a factor that nobody can foresee either,
+// which tells as much as a digest of both and costs less.
+content_digest record_contents::of_tag(std::uint16_t tag, const content_digest& value)
+{
+    content_digest& factor = factors_[tag];
+    if (factor.low == 0) {
+        factor = keyed_digest(key_, tag | 0x10000, uni::byte_view());
+        factor.low |= 1;
+        factor.high |= 1;
+    }
+    return {value.low * factor.low, value.high * factor.high};
 }
 
 } // namespace model

@@ -35,7 +35,6 @@ struct content_digest {
 
 // SipHash with one and three rounds and 128 bits.
 content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes);
-
 // How references are seen: by the name of what they lead to, or also by all that it says.
 enum class references_seen { by_name, by_content };
 
@@ -59,13 +58,17 @@ private:
                                         database_.children().lists().data());
     }
     void digest_all();
+    template <typename predicate>
+    void mark_referring(predicate&& is_asked_for);
     void find_namesakes();
     content_digest digest_of_reference(std::uint32_t target);
+    content_digest of_tag(std::uint16_t tag, const content_digest& value);
 
     const sdb::sdb_database& database_;
     const content_key key_;
-    digests lists_;   // by number
-    digests earlier_; // of the round before, which references see
+    digests lists_;                // by number
+    digests earlier_;              // of the round before, which references see
+    std::vector<bool> may_change_; // lists, in a further round; empty in the first
     text_memo<content_digest> texts_;
     std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
     std::unordered_set<std::uint32_t> namesakes_;               // the same: not told by their names
@@ -73,7 +76,8 @@ private:
         std::size_t list = 0; // in which it was seen last
         std::uint64_t count = 0;
     };
-    std::vector<place_of_tag> places_; // by tag
+    std::vector<place_of_tag> places_;    // by tag
+    std::vector<content_digest> factors_; // the same
 };
 
 } // namespace model
