@@ -537,13 +537,17 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
         return hive_key{.name = "Layers", .values = {text_value(program, "~ RunAsAdmin")}};
     };
     hive_key machine =
-        below(to_flags, {.name = "AppCompatFlags",
-                         .subkeys = {{.name = "InstalledSDB"},
-                                     {.name = "Custom",
-                                      .subkeys = {{.name = "Tool.exe",
-                                                   .values = {number_value("{A}.sdb", 77, 8)},
-                                                   .last_write = 99}}},
-                                     layers("C:\\machine.exe")}});
+        below(to_flags,
+              {.name = "AppCompatFlags",
+               .subkeys = {{.name = "InstalledSDB",
+                            .subkeys = {{.name = "{A}", .values = {dword_value("DatabaseType", 1)}},
+                                        {.name = "{Empty}"}}},
+                           {.name = "Custom",
+                            .subkeys = {{.name = "Tool.exe",
+                                         .values = {number_value("{A}.sdb", 77, 8)},
+                                         .last_write = 99},
+                                        {.name = "Bare.exe"}}},
+                           layers("C:\\machine.exe")}});
     machine.subkeys.front().subkeys.push_back(
         below({"Windows", "CurrentVersion", "Uninstall"},
               {.name = "{A}.SDB", .values = {text_value("DisplayName", "A")}}));
@@ -561,7 +565,8 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
     read_hive(lists, system);
     read_hive(lists, user);
     EXPECT_TRUE(lists.has_installed_key && lists.has_uninstall_key && !lists.is_damaged);
-    ASSERT_EQ(lists.customs.size(), 1u);
+    ASSERT_EQ(lists.customs.size(), 2u);
+    EXPECT_EQ(lists.customs[1].program + lists.customs[1].id, "Bare.exe");
     EXPECT_EQ(lists.customs[0].program + lists.customs[0].id, "Tool.exe{a}");
     EXPECT_EQ(lists.customs[0].time, 77u);
     EXPECT_EQ(lists.customs[0].key_time, 99u);
@@ -569,6 +574,16 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
     ASSERT_EQ(lists.layers.size(), 2u);
     EXPECT_EQ(lists.layers[0].program + lists.layers[0].layers, "C:\\machine.exe~ RunAsAdmin");
     EXPECT_EQ(lists.layers[1].program, "C:\\user.exe");
+    EXPECT_EQ(lists.installed_keys, (std::set<std::string>{"{a}", "{empty}"}));
+    const model::installed_table registered = {{"{a}", {"{a}", 0, 0, 0, "", ""}}};
+    std::vector<std::string> empty_ones;
+    for (const auto& one :
+         model::judge_registry(known(), model::installed_databases(registered), lists, {})) {
+        if (one.found.kind->id != "reg.layer" && one.found.variant == 2) {
+            empty_ones.push_back(one.found.kind->id + ' ' + one.found.first.text);
+        }
+    }
+    EXPECT_EQ(empty_ones, (std::vector<std::string>{"reg.half {empty}", "reg.new Bare.exe"}));
     ASSERT_EQ(lists.drivers.size(), 1u);
     EXPECT_EQ(lists.drivers[0].driver + " " + lists.drivers[0].shims, "a.sys S");
 }

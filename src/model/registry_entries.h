@@ -13,7 +13,7 @@ struct installed_database;
 // A program for which the registry names a database.
 struct custom_entry {
     std::string program;        // as it stands
-    std::string id;             // lower-case, in braces
+    std::string id;             // lower-case, in braces; empty for a key that names no database
     std::uint64_t time = 0;     // the number beside it, FILETIME ticks
     std::uint64_t key_time = 0; // last write of the program's key
 };
@@ -32,6 +32,7 @@ struct driver_entry {
 
 struct registry_lists {
     bool has_installed_key = false; // where databases are registered
+    std::set<std::string> installed_keys; // their names there, lower-case, those without values too
     std::vector<custom_entry> customs;
     std::set<std::string> uninstalls; // names of keys, lower-case
     bool has_uninstall_key = false;

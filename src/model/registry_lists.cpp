@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "hive/hive_query.h"
+#include "hive/key_pattern.h"
+#include "hive/key_reader.h"
 #include "model/place.h"
 #include "model/stored_path.h"
 #include "model/suspect_paths.h"
@@ -40,13 +42,36 @@ std::string text_of(const hive::hive_value_record& row)
 }
 
 hive::query_outcome ask(const hive::hive_image& image, const std::string& key, hive::data_need need,
-                        bool keeps_empty, const hive::row_taker& take)
+                        const hive::row_taker& take)
 {
     hive::registry_cmd_parameters question;
     question.key = key;
-    question.keeps_empty_rows = keeps_empty;
+    question.keeps_empty_rows = true;
     question.need = [need](std::string_view) { return need; };
     return hive::hive_query(question, image, take);
+}
+
+// The keys directly below another, whether they have values or not.
+struct keys_below {
+    bool has_beginning = false;
+    bool is_damaged = false;
+    std::vector<std::pair<std::string, std::uint64_t>> keys = {}; // names and last writes
+};
+keys_below read_keys_below(const hive::hive_image& image, const std::string& key)
+{
+    keys_below made;
+    hive::key_path segments;
+    if (!image.is_open() || !hive::parse_key_path(key + "\\?*", segments)) {
+        return made;
+    }
+    hive::key_reader reader(image);
+    std::vector<hive::hive_key_record> found;
+    made.has_beginning = hive::walk_key_pattern(reader, segments, 0, found);
+    for (const hive::hive_key_record& one : found) {
+        made.keys.emplace_back(reader.name_of(one.key), reader.last_write_of(one.key.cell));
+    }
+    made.is_damaged = reader.is_damaged();
+    return made;
 }
 
 std::string id_of_value(std::string_view name)
@@ -94,8 +119,17 @@ public:
         : known_(known), lists_(lists), is_there_(is_there)
     {
         for (const custom_entry& entry : lists.customs) {
-            by_id_[entry.id].push_back(&entry);
+            if (!entry.id.empty()) {
+                by_id_[entry.id].push_back(&entry);
+            }
         }
+    }
+
+    // A key of InstalledSDB without a value that is known.
+    void judge_empty(const std::string& key)
+    {
+        add(signal::reg_new, key, finding_part(key));
+        add(signal::reg_half, key, finding_part(key), {}, 2);
     }
 
     void judge(const installed_database& one)
@@ -124,12 +158,17 @@ public:
 
     void judge_custom(const custom_entry& entry, const installed_databases& installed)
     {
+        if (entry.id.empty()) {
+            add(signal::reg_new, {}, finding_part(entry.program), {}, 2);
+            found_.back().program = entry.program;
+            return;
+        }
         const auto known_one = installed.by_key().find(entry.id);
         const bool is_installed = known_one != installed.by_key().end();
         const std::string path = is_installed ? known_one->second.database_path : entry.id;
         add(signal::reg_new, path, finding_part(entry.id), finding_part(entry.program), 1);
         found_.back().program = entry.program;
-        if (!is_installed) {
+        if (!is_installed && !lists_.installed_keys.contains(entry.id)) {
             add(signal::reg_half, path, finding_part(entry.id), finding_part(entry.program));
             found_.back().program = entry.program;
         }
@@ -256,37 +295,53 @@ private:
 void read_registry_lists(registry_lists& lists, const hive::hive_image& image,
                          const std::string& path)
 {
-    const auto note = [&](const hive::query_outcome& outcome) {
+    const auto note = [&](const auto& outcome) {
         lists.is_damaged = lists.is_damaged || outcome.is_damaged;
-        return outcome.has_keys;
+    };
+    const auto keys_of = [&](const std::string& key, bool& has_key) {
+        keys_below below = read_keys_below(image, key);
+        note(below);
+        has_key = has_key || below.has_beginning;
+        return std::move(below.keys);
     };
     const std::string machine = "HKLM\\Software\\";
     const std::string flags = machine + std::string(flags_key);
-    lists.has_installed_key |=
-        note(ask(image, flags + "InstalledSDB\\?*", hive::data_need::existence, false,
-                 [](hive::hive_value_record&&) {}));
-    note(ask(image, flags + "Custom\\?*", hive::data_need::number, false,
+    for (const auto& [name, time] : keys_of(flags + "InstalledSDB", lists.has_installed_key)) {
+        lists.installed_keys.insert(uni::lowered(name));
+    }
+    bool has_customs = false;
+    std::set<std::string> named; // programs for which a database is
+    note(ask(image, flags + "Custom\\?*", hive::data_need::number,
              [&](hive::hive_value_record&& row) {
-                 lists.customs.push_back({row.path_segments->back(), id_of_value(row.value_name),
+                 if (row.value_type == hive::hive_value_record::no_value) {
+                     return;
+                 }
+                 const std::string& program = row.path_segments->back();
+                 lists.customs.push_back({program, id_of_value(row.value_name),
                                           uni::byte_view(row.data).u64(0), row.last_write});
+                 named.insert(program);
              }));
+    for (const auto& [program, time] : keys_of(flags + "Custom", has_customs)) {
+        if (!named.contains(program)) {
+            lists.customs.push_back({program, {}, 0, time});
+        }
+    }
     for (const std::string_view below : {"", "Wow6432Node\\"}) {
         const std::string key =
-            machine + std::string(below) + "Microsoft\\Windows\\CurrentVersion\\Uninstall\\?*";
-        lists.has_uninstall_key |= note(
-            ask(image, key, hive::data_need::existence, true, [&](hive::hive_value_record&& row) {
-                lists.uninstalls.insert(uni::lowered(row.path_segments->back()));
-            }));
+            machine + std::string(below) + "Microsoft\\Windows\\CurrentVersion\\Uninstall";
+        for (const auto& [name, time] : keys_of(key, lists.has_uninstall_key)) {
+            lists.uninstalls.insert(uni::lowered(name));
+        }
     }
     for (const std::string& root :
          {machine, machine + "Wow6432Node\\", std::string("User\\Software\\")}) {
-        note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text, false,
+        note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text,
                  [&](hive::hive_value_record&& row) {
                      lists.layers.push_back({row.value_name, text_of(row), path});
                  }));
     }
     note(ask(image, "HKLM\\System\\CurrentControlSet\\Control\\Compatibility\\Driver\\?*",
-             hive::data_need::text, false, [&](hive::hive_value_record&& row) {
+             hive::data_need::text, [&](hive::hive_value_record&& row) {
                  if (uni::equal_ignoring_case(row.value_name, "Shims")) {
                      lists.drivers.push_back({row.path_segments->back(), text_of(row), path});
                  }
@@ -300,6 +355,11 @@ std::vector<placed_finding> judge_registry(const knowledge& known,
     registry_judge judge(known, lists, is_there);
     for (const auto& [key, one] : installed.by_key()) {
         judge.judge(one);
+    }
+    for (const std::string& key : lists.installed_keys) {
+        if (!installed.by_key().contains(key)) {
+            judge.judge_empty(key);
+        }
     }
     for (const custom_entry& entry : lists.customs) {
         judge.judge_custom(entry, installed);
