@@ -79,7 +79,7 @@ constexpr option_words words[] = {
      .argument = "file",
      .effect = "a SOFTWARE hive that tells what is installed",
      .detail = "Beside -explain it may stand several times, with hives of users (NTUSER.DAT) and "
-               "of the system.",
+               "of the system; without a database it tells what they say alone.",
      .otherwise = "for -stats, -listsdb and -explain of a volume its own hive",
      .conflicts = "all but -stats, -listsdb and -explain; elsewhere it is not used",
      .example = "quilt -sdb case.sdb -stats -reg SOFTWARE"},

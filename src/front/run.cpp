@@ -138,6 +138,9 @@ private:
 
     void work_on_targets()
     {
+        if (targets_.files.empty() && options_.explains_hives_alone()) {
+            return; // it is the registry that is told of
+        }
         if (targets_.files.empty() && !options_.searches_default_places) {
             print_usage();
             out_.notices.note_failure();

@@ -65,6 +65,12 @@ bool explain_machine(const job& work)
         return !is_asked_for(one.found, work.options);
     });
     if (all.empty()) {
+        if (work.options.explains_hives_alone() && !work.notices.failed()) {
+            work.form.line(is_narrowed(work.options)
+                               ? "nothing was found that was asked for"
+                               : "the hives name no custom database, and nothing unusual for "
+                                 "programs and drivers");
+        }
         return false;
     }
     put_heaviest_first(all);

@@ -71,6 +71,12 @@ struct sdb_opts : cmd_params {
     {
         return !diff_path.empty() && !stats && !list_sdb && !match_mode;
     }
+    // Whether nothing is explained but what hives say.
+    bool explains_hives_alone() const noexcept
+    {
+        return explain && hive_named && sdb_path.empty() && !searches_default_places &&
+               !is_list_form() && !stats && !list_sdb && !compares() && !match_mode;
+    }
     // Whether it matters to the run what the registry says.
     bool asks_registry() const noexcept { return stats || list_sdb || (explain && !compares()); }
     bool wants(std::string_view listing) const
