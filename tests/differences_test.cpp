@@ -115,6 +115,12 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
         {{{"      name = PinOldVersion\n      shim_tagid = @pin_old_version",
            "      name = PinOldVersion\n      shim_tagid = @redirect_old_paths"}},
          {"~OlderRelease", "  ~shim_tagid"}},
+        // Of what lets modules in and keeps them out the first counts.
+        {{{"        include\n        module = setupui.dll\n      inexclude\n        module = "
+           "verhlp.dll",
+           "        module = verhlp.dll\n      inexclude\n        include\n        module = "
+           "setupui.dll"}},
+         {"~PinOldVersion", "  ~module", "  -include", "  ~module", "  +include"}},
         // The system finds a record by an index.
         {{{"      ledger.exe = @ledger\n", ""}}, {"~ledger.exe", "  -index"}},
         {{{"      ledger.exe = @ledger\n", "      other.exe = @ledger\n"}},

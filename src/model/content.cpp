@@ -172,16 +172,16 @@ void record_contents::digest_all()
         content_digest sum;
         relation.for_each_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
             const std::uint32_t offset = database_.offset_at(child);
-            if (relation.list(child) != nullptr) {
-                sum += lists_[number_of(child)];
-                return;
-            }
-            content_digest scalar = of_scalar(offset);
+            const std::uint16_t own = database_.tag_from(offset);
+            const bool is_list = sdb::tag_type(own) == type::list;
+            content_digest one = is_list ? lists_[number_of(child)] : of_scalar(offset);
             // Of tags that repeat it matters which comes first.
-            place_of_tag& place = places_[database_.tag_at(child)];
-            place = {number, place.list == number ? place.count + 1 : 0};
-            scalar.low += place.count * scalar.high;
-            sum += scalar;
+            if (!is_list || is_taken_in_order(own)) {
+                place_of_tag& place = places_[own];
+                place = {number, place.list == number ? place.count + 1 : 0};
+                one.low += place.count * one.high;
+            }
+            sum += one;
         });
         // As long as it is one of a whole list, not of what stands in it.
         const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(

@@ -155,7 +155,7 @@ private:
           contents_of_after_(
               std::async(helper_.policy(), [&after, key] { return contents_of(after, key); })),
           before_{before, contents_of(before, key)}, after_{after, contents_of_after_.get()},
-          listener_(listener)
+          listener_(listener), before_index_(before, key), after_index_(after, key)
     {}
 
     static record_contents contents_of(const sdb::sdb_database& database, const content_key& key)
@@ -196,9 +196,8 @@ private:
     // What leads to each tag, as sums of index entries.
     class index_sums {
     public:
-        explicit index_sums(const sdb::sdb_database& database)
+        index_sums(const sdb::sdb_database& database, const content_key& key)
         {
-            constexpr content_key plain = {};
             for (const sdb::sdb_index_record& index : database.indexes()) {
                 const std::uint64_t kind = std::uint64_t{index.index_tag} << 48 |
                                            std::uint64_t{index.index_key} << 32 | index.index_flags;
@@ -206,7 +205,7 @@ private:
                     const std::array<std::uint8_t, 8> bytes =
                         std::bit_cast<std::array<std::uint8_t, 8>>(entry.key);
                     entries_.emplace_back(entry.tag_offset,
-                                          keyed_digest(plain, kind, uni::byte_view(bytes)));
+                                          keyed_digest(key, kind, uni::byte_view(bytes)));
                 }
             }
             std::ranges::stable_sort(entries_, {}, &entry_digest::first);
@@ -388,6 +387,44 @@ private:
         return found;
     }
 
+    // Takes out those lists whose order matters, as pairs by their places, if nothing but their order differs.
+    std::vector<pair_of> pairs_in_another_order(std::vector<std::uint32_t>& before,
+                                                std::vector<std::uint32_t>& after) const
+    {
+        const auto digests_of = [](const side& one, const std::vector<std::uint32_t>& lists) {
+            std::vector<std::pair<content_digest, std::uint32_t>> made;
+            for (const std::uint32_t list : lists) {
+                if (is_taken_in_order(one.database.tag_from(list))) {
+                    made.emplace_back(one.contents.of_list(list), list);
+                }
+            }
+            return made;
+        };
+        auto a = digests_of(before_, before);
+        auto b = digests_of(after_, after);
+        std::vector<pair_of> pairs;
+        for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+            pairs.push_back({a[i].second, b[i].second});
+        }
+        const auto are_alike = [&] {
+            return std::ranges::equal(a, b, {}, &std::pair<content_digest, std::uint32_t>::first,
+                                      &std::pair<content_digest, std::uint32_t>::first);
+        };
+        const bool is_order_alike = are_alike();
+        std::ranges::sort(a);
+        std::ranges::sort(b);
+        if (is_order_alike || !are_alike()) {
+            return {};
+        }
+        std::erase_if(before, [&](std::uint32_t list) {
+            return is_taken_in_order(before_.database.tag_from(list));
+        });
+        std::erase_if(after, [&](std::uint32_t list) {
+            return is_taken_in_order(after_.database.tag_from(list));
+        });
+        return pairs;
+    }
+
     // NOLINTNEXTLINE(misc-no-recursion) ; no deeper than most_depth
     void compare_lists(std::uint32_t before, std::uint32_t after, std::size_t depth)
     {
@@ -395,8 +432,11 @@ private:
             return;
         }
         compare_scalars(before, after);
-        std::vector<pair_of> pairs =
-            pair_all(lists_in(before_.database, before), lists_in(after_.database, after));
+        std::vector<std::uint32_t> a = lists_in(before_.database, before);
+        std::vector<std::uint32_t> b = lists_in(after_.database, after);
+        std::vector<pair_of> in_order = pairs_in_another_order(a, b);
+        std::vector<pair_of> pairs = pair_all(std::move(a), std::move(b));
+        pairs.insert(pairs.end(), in_order.begin(), in_order.end());
         std::ranges::sort(pairs, {}, [](const pair_of& one) {
             return std::make_pair(one.after == 0, one.after == 0 ? one.before : one.after);
         });
@@ -423,8 +463,8 @@ private:
     // Where one has none at all, that is another matter.
     bool compares_indexes_ =
         !before_.database.indexes().empty() && !after_.database.indexes().empty();
-    const index_sums before_index_{before_.database};
-    const index_sums after_index_{after_.database};
+    const index_sums before_index_;
+    const index_sums after_index_;
     bool goes_on_ = true;
 };
 

@@ -38,6 +38,13 @@ bool is_definition(const sdb::sdb_database& database, std::uint32_t list);
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 
+// Whether of lists of one tag in another it matters which comes first: calls of modules are let in or kept
+// out by the first that names the module.
+inline bool is_taken_in_order(std::uint16_t list)
+{
+    return list == sdb::tag::inexclude;
+}
+
 // Whether a tag is one of the facts by which a program is told from others of its name.
 bool is_fact_of_program(std::uint16_t tag);
 
