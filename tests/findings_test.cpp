@@ -177,6 +177,11 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          exe_with("a.exe", "Own", base64 + "Qz4")},
         {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+"),
          exe_with("C:\\WindowsPowerShell\\powershell_ise.exe", "Own", digits(99))},
+        // In lines, but not of words.
+        {"data.payload",
+         "library|  file|    name = f|    file_bits = \"" + base64 + "\" 0d 0a \"Qz4+\"",
+         "library|  file|    name = f|    file_bits = \"" + base64.substr(0, 31) + "\" 0d 0a \"" +
+             base64.substr(0, 31) + "\" 0d 0a \"Qz4+\""},
         // What a record gets is found wherever in it that stands, and by the name of what it leads to.
         {"inject.module", "exe|  name = a.exe|  action|    shim_ref|      name = InjectDll",
          "exe|  name = a.exe|  flag_ref|    name = InjectDll"},

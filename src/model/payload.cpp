@@ -56,31 +56,46 @@ bool has_all_kinds(uni::byte_view bytes, std::uint64_t at, std::uint64_t end, st
         const std::uint8_t one = bytes.u8(at);
         has_capital = has_capital || (one >= 'A' && one <= 'Z');
         has_small = has_small || (one >= 'g' && one <= 'z');
-        has_other = has_other || one < 'A';
+        has_other = has_other || (one >= '+' && one < 'A');
     }
     return has_capital && has_small && has_other;
 }
 
-// A run of characters of that width that decodes: padded to a multiple of four.
+// A run of characters of that width that decodes: padded to a multiple of four. Long lines may follow one
+// another.
 payload find_base64(uni::byte_view bytes, std::uint64_t width)
 {
+    constexpr std::uint64_t long_line = 32; // shorter ones are words
     const auto unit_at = [&](std::uint64_t at) -> std::uint16_t {
-        return width == 2 ? bytes.u16(at) : bytes.u8(at);
+        const bool is_there = at + width <= bytes.size();
+        return !is_there ? std::uint16_t{0} : width == 2 ? bytes.u16(at) : bytes.u8(at);
     };
     for (std::uint64_t at = 0; at + long_base64 * width <= bytes.size();) {
         std::uint64_t end = at;
-        while (end + width <= bytes.size() && is_base64(unit_at(end))) {
-            end += width;
+        std::uint64_t count = 0;
+        std::uint64_t breaks = 0; // units that end lines
+        for (std::uint64_t line = at;; line = end) {
+            while (is_base64(unit_at(end))) {
+                end += width;
+            }
+            count += (end - line) / width;
+            const std::uint64_t after =
+                end + (unit_at(end) == '\r' && unit_at(end + width) == '\n' ? 2 : 1) * width;
+            const bool ends_line = unit_at(end) == '\r' || unit_at(end) == '\n';
+            if (!ends_line || (end - line) / width < long_line || !is_base64(unit_at(after))) {
+                break;
+            }
+            breaks += (after - end) / width;
+            end = after;
         }
         std::uint64_t padded = end;
-        while (padded + width <= bytes.size() && padded < end + 2 * width &&
-               unit_at(padded) == '=') {
+        while (padded < end + 2 * width && unit_at(padded) == '=') {
             padded += width;
         }
-        const std::uint64_t length = (padded - at) / width;
+        const std::uint64_t length = (padded - at) / width - breaks;
         // As much of it as decodes; an identifier or a number is no data.
         const std::uint64_t decodes = length - length % 4;
-        if ((end - at) / width >= long_base64 && decodes >= long_base64 &&
+        if (count >= long_base64 && decodes >= long_base64 &&
             has_all_kinds(bytes, at, end, width)) {
             return {payload_kind::base64, at, decodes};
         }
