@@ -118,6 +118,41 @@ void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>
     after = std::move(left_after);
 }
 
+// Takes out those whose key no other has, as far as that is told fast, and appends them to `left`: where much
+// differs it spares most of the sorting.
+void leave_lonely(candidates& ones, const candidates& others, std::vector<std::uint32_t>& left)
+{
+    constexpr std::size_t few = 256;
+    if (ones.size() <= few && !others.empty()) {
+        return;
+    }
+    constexpr std::size_t room = 8; // places for each
+    const std::size_t places = std::bit_ceil(others.size() * room + 1);
+    std::vector<bool> has(places);
+    for (const candidate& other : others) {
+        has[other.key.low & (places - 1)] = true;
+    }
+    const auto is_lonely = [&](const candidate& one) { return !has[one.key.low & (places - 1)]; };
+    for (const candidate& one : ones) {
+        if (is_lonely(one)) {
+            left.push_back(one.offset);
+        }
+    }
+    std::erase_if(ones, is_lonely);
+}
+
+// In the order of the second database, then what only the first has.
+void put_in_order(std::vector<pair_of>& pairs)
+{
+    const auto place = [](const pair_of& one) {
+        constexpr std::uint64_t behind_all = std::uint64_t{1} << 32;
+        return one.after == 0 ? behind_all + one.before : one.after;
+    };
+    if (!std::ranges::is_sorted(pairs, {}, place)) {
+        std::ranges::sort(pairs, {}, place);
+    }
+}
+
 class comparer {
 public:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
@@ -139,9 +174,7 @@ public:
         } else {
             ++counts_.unchanged;
         }
-        std::ranges::sort(found, {}, [](const pair_of& one) {
-            return std::make_pair(one.after == 0, one.after == 0 ? one.before : one.after);
-        });
+        put_in_order(found);
         for (const pair_of& one : found) {
             count_and_tell(one);
         }
@@ -286,15 +319,17 @@ private:
         for (const called by : {called::by_identifier, called::by_tests, called::by_name}) {
             candidates a = candidates_of(before_, before, by);
             candidates b = candidates_of(after_, after, by);
+            leave_lonely(a, b, before);
+            leave_lonely(b, a, after);
             pair_equal_keys(a, b, pairs);
             std::ranges::transform(a, std::back_inserter(before), &candidate::offset);
             std::ranges::transform(b, std::back_inserter(after), &candidate::offset);
         }
-        for (const std::uint32_t one : before) {
-            pairs.push_back({one, 0});
-        }
         for (const std::uint32_t one : after) {
             pairs.push_back({0, one});
+        }
+        for (const std::uint32_t one : before) {
+            pairs.push_back({one, 0});
         }
         return pairs;
     }
@@ -437,9 +472,7 @@ private:
         std::vector<pair_of> in_order = pairs_in_another_order(a, b);
         std::vector<pair_of> pairs = pair_all(std::move(a), std::move(b));
         pairs.insert(pairs.end(), in_order.begin(), in_order.end());
-        std::ranges::sort(pairs, {}, [](const pair_of& one) {
-            return std::make_pair(one.after == 0, one.after == 0 ? one.before : one.after);
-        });
+        put_in_order(pairs);
         for (const pair_of& one : pairs) {
             if (one.before == 0 || one.after == 0) {
                 tell(one.before == 0 ? change_kind::added : change_kind::removed, one.before,

@@ -65,18 +65,21 @@ public:
         const std::uint32_t offset = one.after != 0 ? one.after : one.before;
         const std::uint16_t own = told.tag_from(offset);
         kind_ = sdb::tag_name(own);
-        name_ = own == tag::database ? std::string()
-                                     : shortened(model::name_of_list(told, offset, longest));
-        uni::text_buffer line;
-        line.left(word_of(one.kind), 9);
-        line.left(kind_, 14);
-        line.text(name_);
-        const std::string head(line.view());
-        const std::string place = places(one);
-        if (one.kind == model::change_kind::changed) {
-            return work_.form.takes_more(offset) && work_.form.line(heading_line(head, place));
+        name_.clear();
+        if (own != tag::database) {
+            write_name_of_list(name_, told, offset);
         }
-        return row(one, {}, {}, {}, {heading_line(head, place)});
+        if (one.kind != model::change_kind::changed && !work_.form.shows_lines()) {
+            return row(one, {}, {}, {});
+        }
+        line_.clear();
+        line_.left(word_of(one.kind), 9);
+        line_.left(kind_, 14);
+        line_.text(name_.view());
+        line_.blanks(columns_ - std::min<std::size_t>(columns_, line_.view().size()));
+        line_.character(' ');
+        write_places(line_, one);
+        return work_.form.takes_more(offset) && work_.form.line(line_.view());
     }
 
     bool fact(const model::record_change& one) override
@@ -168,9 +171,8 @@ private:
                    : value_words(database, offset, work_.options);
     }
 
-    static std::string places(const model::record_change& one)
+    static void write_places(uni::text_buffer& text, const model::record_change& one)
     {
-        uni::text_buffer text;
         const auto write = [&](std::uint32_t offset) {
             if (offset != 0) {
                 text.literal("tag 0x");
@@ -180,24 +182,26 @@ private:
         write(one.before);
         text.text(one.before != 0 && one.after != 0 ? " -> " : "");
         write(one.after);
-        return std::string(text.view());
     }
 
     bool tell_fact(const model::record_change& one, const std::string& fact,
                    const std::string& before, const std::string& after)
     {
-        uni::text_buffer line;
-        line.blanks(2);
-        line.left(word_of(one.kind), 9);
-        line.left(fact, 24);
-        line.character(' ');
-        line.text(one.kind == model::change_kind::added     ? after
-                  : one.kind == model::change_kind::removed ? before
-                                                            : before + " -> " + after);
-        const std::string place = places(one);
-        line.text(place.empty() ? "" : "  ");
-        line.text(place);
-        return row(one, fact, before, after, {std::string(line.view())});
+        if (!work_.form.shows_lines()) {
+            return row(one, fact, before, after);
+        }
+        line_.clear();
+        line_.blanks(2);
+        line_.left(word_of(one.kind), 9);
+        line_.left(fact, 24);
+        line_.character(' ');
+        line_.text(one.kind == model::change_kind::added ? "" : before);
+        line_.text(one.kind == model::change_kind::changed ? " -> " : "");
+        line_.text(one.kind == model::change_kind::removed ? "" : after);
+        line_.text(one.before == 0 && one.after == 0 ? "" : "  ");
+        write_places(line_, one);
+        return work_.form.takes_more(one.after != 0 ? one.after : one.before) &&
+               work_.form.line(line_.view());
     }
 
     // The changes that one patch makes and the other does not.
@@ -238,7 +242,7 @@ private:
     }
 
     bool row(const model::record_change& one, const std::string& fact, const std::string& before,
-             const std::string& after, const std::vector<std::string>& lines)
+             const std::string& after)
     {
         const auto place = [](std::uint32_t offset) {
             return offset == 0 ? form::value() : form::value(form::hex_number{offset});
@@ -251,7 +255,7 @@ private:
             {.name = "other", .shown = work_.other_path},
             {.name = "change", .shown = std::string(word_of(one.kind))},
             {.name = "record", .shown = kind_},
-            {.name = "name", .shown = text(name_)},
+            {.name = "name", .shown = text(std::string(name_.view()))},
             {.name = "record_offset", .shown = place(record_.before)},
             {.name = "other_record_offset", .shown = place(record_.after)},
             {.name = "fact", .shown = text(fact)},
@@ -261,13 +265,17 @@ private:
             {.name = "other_offset", .shown = place(one.after)},
         };
         return work_.form.takes_more(one.after != 0 ? one.after : one.before) &&
-               work_.form.entry_row("difference", cells, lines);
+               work_.form.entry_row("difference", cells, {});
     }
 
+    static constexpr std::size_t columns_ = 48; // of what a line begins with
+
     const job& work_;
+    // The record in work.
     model::record_change record_;
     std::string kind_;
-    std::string name_;
+    uni::text_buffer name_;
+    uni::text_buffer line_; // in work
 };
 
 } // namespace

@@ -242,13 +242,7 @@ const word_lines& recognition_words::of(std::uint32_t record)
 void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record)
 {
     const std::uint16_t own = database.tag_from(record);
-    const std::uint64_t before = to.total();
-    if (const std::uint32_t name = model::child_of(database, record, tag::name)) {
-        write_stored_words(to, database, name);
-    }
-    if (to.total() == before) {
-        to.text(model::name_of_list(database, record, longest_part));
-    }
+    write_name_of_list(to, database, record);
     switch (own) {
     case tag::exe:
         break;

@@ -38,7 +38,10 @@ std::string stored_text(const sdb::sdb_database& database, std::uint32_t offset)
 // What the value of a scalar is shown as.
 std::string scalar_text(const sdb::sdb_database& database, std::uint32_t offset,
                         const request::cmd_params& style);
-// The same two behind what stands in `to`, which keeps what it is given.
+// The NAME of a list, or else its kind and where it stands, at the end of `to`.
+void write_name_of_list(uni::text_buffer& to, const sdb::sdb_database& database,
+                        std::uint32_t list);
+// The same as the two above behind what stands in `to`, which keeps what it is given.
 void write_stored_words(uni::text_buffer& to, const sdb::sdb_database& database,
                         std::uint32_t offset);
 void write_scalar(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t offset,
