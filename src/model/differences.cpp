@@ -41,12 +41,6 @@ std::uint16_t identifier_of(std::uint16_t record)
     }
 }
 
-bool is_test(std::uint16_t tag)
-{
-    return tag == tag::matching_file || tag == tag::matching_reg || tag == tag::matching_text ||
-           tag == tag::matching_device || tag == tag::matching_info_block;
-}
-
 // One database with what its lists say.
 struct side {
     const sdb::sdb_database& database;
@@ -118,9 +112,9 @@ void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>
     after = std::move(left_after);
 }
 
-// Takes out those whose key no other has, as far as that is told fast, and appends them to `left`: where much
-// differs it spares most of the sorting.
-void leave_lonely(candidates& ones, const candidates& others, std::vector<std::uint32_t>& left)
+// Takes out those whose key no other has, as far as that is told fast: where much differs it spares most of
+// the sorting.
+void leave_lonely(candidates& ones, const candidates& others)
 {
     constexpr std::size_t few = 256;
     if (ones.size() <= few && !others.empty()) {
@@ -132,13 +126,7 @@ void leave_lonely(candidates& ones, const candidates& others, std::vector<std::u
     for (const candidate& other : others) {
         has[other.key.low & (places - 1)] = true;
     }
-    const auto is_lonely = [&](const candidate& one) { return !has[one.key.low & (places - 1)]; };
-    for (const candidate& one : ones) {
-        if (is_lonely(one)) {
-            left.push_back(one.offset);
-        }
-    }
-    std::erase_if(ones, is_lonely);
+    std::erase_if(ones, [&](const candidate& one) { return !has[one.key.low & (places - 1)]; });
 }
 
 // In the order of the second database, then what only the first has.
@@ -290,64 +278,109 @@ private:
         return records;
     }
 
-    // What a record is called, by its identifier, or else by name and tests, or else by name alone; nothing
-    // where it has none.
-    enum class called { by_identifier, by_tests, by_name };
-    std::optional<content_digest> key_of(side& one, std::uint32_t record, called by)
-    {
-        const std::uint16_t identifier = identifier_of(one.database.tag_from(record));
-        content_digest key{one.database.tag_from(record), 0};
-        bool has = by == called::by_tests;
-        one.database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
-            if (by == called::by_identifier && own == identifier) {
-                key += one.contents.of_scalar(offset);
-                has = true;
-            } else if (by != called::by_identifier && own == tag::name) {
-                key += one.contents.of_scalar(offset);
-                has = true;
-            } else if (by == called::by_tests && is_test(own)) {
-                key += one.contents.of_list(offset);
+    // What a record is called: by its identifier, or else by name and tests, or else by name alone.
+    struct record_keys {
+        std::uint32_t offset = 0;
+        bool has_identifier = false;
+        bool has_name = false;
+        content_digest content;
+        content_digest identifier;
+        content_digest name;
+        content_digest tests;
+
+        std::optional<content_digest> key(std::size_t by) const
+        {
+            switch (by) {
+            case 0:
+                return has_identifier ? std::optional(identifier) : std::nullopt;
+            case 1:
+                return content_digest(name) += tests;
+            default:
+                return has_name ? std::optional(name) : std::nullopt;
             }
-        });
-        return has ? std::optional(key) : std::nullopt;
+        }
+    };
+    static constexpr std::size_t ways_to_call = 3;
+
+    static std::vector<record_keys> keys_of(side& one, const std::vector<std::uint32_t>& records)
+    {
+        std::vector<record_keys> made;
+        made.reserve(records.size());
+        for (const std::uint32_t record : records) {
+            const std::uint16_t kind = one.database.tag_from(record);
+            const std::uint16_t identifier = identifier_of(kind);
+            record_keys keys;
+            keys.offset = record;
+            keys.content = one.contents.of_list(record);
+            keys.identifier = keys.name = {kind, 0};
+            one.database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+                if (own == identifier) {
+                    keys.identifier += one.contents.of_scalar(offset);
+                    keys.has_identifier = true;
+                } else if (own == tag::name) {
+                    keys.name += one.contents.of_scalar(offset);
+                    keys.has_name = true;
+                } else if (is_matching_list(own)) {
+                    keys.tests += one.contents.of_list(offset);
+                }
+            });
+            made.push_back(keys);
+        }
+        return made;
     }
 
-    std::vector<pair_of> pair_all(std::vector<std::uint32_t> before,
-                                  std::vector<std::uint32_t> after)
+    std::vector<pair_of> pair_all(const std::vector<std::uint32_t>& before,
+                                  const std::vector<std::uint32_t>& after)
     {
         std::vector<pair_of> pairs;
-        for (const called by : {called::by_identifier, called::by_tests, called::by_name}) {
-            candidates a = candidates_of(before_, before, by);
-            candidates b = candidates_of(after_, after, by);
-            leave_lonely(a, b, before);
-            leave_lonely(b, a, after);
+        std::vector<record_keys> left_before = keys_of(before_, before);
+        std::vector<record_keys> left_after = keys_of(after_, after);
+        for (std::size_t by = 0; by < ways_to_call; ++by) {
+            candidates a = candidates_of(left_before, by);
+            candidates b = candidates_of(left_after, by);
+            leave_lonely(a, b);
+            leave_lonely(b, a);
+            const std::size_t first = pairs.size();
             pair_equal_keys(a, b, pairs);
-            std::ranges::transform(a, std::back_inserter(before), &candidate::offset);
-            std::ranges::transform(b, std::back_inserter(after), &candidate::offset);
+            take_out(left_before, pairs, first, &pair_of::before);
+            take_out(left_after, pairs, first, &pair_of::after);
         }
-        for (const std::uint32_t one : after) {
-            pairs.push_back({0, one});
+        for (const record_keys& one : left_after) {
+            pairs.push_back({0, one.offset});
         }
-        for (const std::uint32_t one : before) {
-            pairs.push_back({one, 0});
+        for (const record_keys& one : left_before) {
+            pairs.push_back({one.offset, 0});
         }
         return pairs;
     }
 
-    // Those that have such a key, which are taken out.
-    candidates candidates_of(side& one, std::vector<std::uint32_t>& records, called by)
+    static candidates candidates_of(const std::vector<record_keys>& records, std::size_t by)
     {
         candidates found;
-        std::vector<std::uint32_t> rest;
-        for (const std::uint32_t record : records) {
-            if (const auto key = key_of(one, record, by)) {
-                found.push_back({*key, one.contents.of_list(record), record});
-            } else {
-                rest.push_back(record);
+        for (const record_keys& one : records) {
+            if (const auto key = one.key(by)) {
+                found.push_back({*key, one.content, one.offset});
             }
         }
-        records = std::move(rest);
         return found;
+    }
+
+    // Those that are paired now; what is left is ascending, as before.
+    static void take_out(std::vector<record_keys>& left, const std::vector<pair_of>& pairs,
+                         std::size_t first, std::uint32_t pair_of::*side_of)
+    {
+        if (pairs.size() - first == left.size()) {
+            left.clear();
+            return;
+        }
+        std::vector<std::uint32_t> paired;
+        for (std::size_t i = first; i < pairs.size(); ++i) {
+            paired.push_back(pairs[i].*side_of);
+        }
+        std::ranges::sort(paired);
+        std::erase_if(left, [&](const record_keys& one) {
+            return std::ranges::binary_search(paired, one.offset);
+        });
     }
 
     std::vector<pair_of> pair_records()
@@ -470,7 +503,7 @@ private:
         std::vector<std::uint32_t> a = lists_in(before_.database, before);
         std::vector<std::uint32_t> b = lists_in(after_.database, after);
         std::vector<pair_of> in_order = pairs_in_another_order(a, b);
-        std::vector<pair_of> pairs = pair_all(std::move(a), std::move(b));
+        std::vector<pair_of> pairs = pair_all(a, b);
         pairs.insert(pairs.end(), in_order.begin(), in_order.end());
         put_in_order(pairs);
         for (const pair_of& one : pairs) {
