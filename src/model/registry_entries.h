@@ -31,7 +31,7 @@ struct driver_entry {
 };
 
 struct registry_lists {
-    bool has_installed_key = false; // where databases are registered
+    bool has_installed_key = false;       // where databases are registered
     std::set<std::string> installed_keys; // their names there, lower-case, those without values too
     std::vector<custom_entry> customs;
     std::set<std::string> uninstalls; // names of keys, lower-case

@@ -118,8 +118,7 @@ std::string words_of_tag(std::uint16_t tag)
     return name;
 }
 
-void write_name_of_list(uni::text_buffer& to, const sdb::sdb_database& database,
-                        std::uint32_t list)
+void write_name_of_list(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t list)
 {
     const std::uint64_t before = to.total();
     if (const std::uint32_t name = model::child_of(database, list, sdb::tag::name)) {
