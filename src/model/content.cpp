@@ -184,9 +184,7 @@ void record_contents::digest_all()
             sum += one;
         });
         // As long as it is one of a whole list, not of what stands in it.
-        const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
-            std::array<std::uint64_t, 2>{sum.low, sum.high});
-        lists_[number] = keyed_digest(key_, lists[number].tag, uni::byte_view(bytes));
+        lists_[number] = digest_of(lists[number].tag, sum);
     }
 }
 
@@ -212,9 +210,11 @@ content_digest record_contents::of_text(std::uint32_t offset)
 // By its kind and its name, and where an earlier round is there by all that it said then.
 content_digest record_contents::digest_of_reference(std::uint32_t target)
 {
+    constexpr std::uint64_t of_nothing = 0x20000;
+    constexpr std::uint64_t of_named = 0x30000; // beside the tag
     const auto ordinal = database_.ordinal_of(target);
     if (!ordinal) {
-        return {1, 0};
+        return keyed_digest(key_, of_nothing, uni::byte_view());
     }
     const bool is_list = database_.children().list(*ordinal) != nullptr;
     if (is_list && !earlier_.empty()) {
@@ -222,13 +222,18 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
     }
     const auto [place, is_new] = targets_.try_emplace(target);
     if (is_new) {
-        place->second = {database_.tag_at(*ordinal), 2};
         const std::uint32_t name = is_list ? child_of(database_, target, sdb::tag::name) : 0;
-        if (name != 0) {
-            place->second += of_text(name);
-        }
+        place->second = digest_of(database_.tag_at(*ordinal) | of_named,
+                                  name != 0 ? of_text(name) : content_digest());
     }
     return place->second;
+}
+
+content_digest record_contents::digest_of(std::uint64_t kind, const content_digest& value) const
+{
+    const std::array<std::uint8_t, 16> bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
+        std::array<std::uint64_t, 2>{value.low, value.high});
+    return keyed_digest(key_, kind, uni::byte_view(bytes));
 }
 
 content_digest record_contents::of_scalar(std::uint32_t offset)

@@ -62,6 +62,7 @@ private:
     void mark_referring(predicate&& is_asked_for);
     void find_namesakes();
     content_digest digest_of_reference(std::uint32_t target);
+    content_digest digest_of(std::uint64_t kind, const content_digest& value) const;
     content_digest of_tag(std::uint16_t tag, const content_digest& value);
 
     const sdb::sdb_database& database_;
