@@ -8,6 +8,7 @@
 
 #include "database_mutator.h"
 #include "model/differences.h"
+#include "model/known_records.h"
 #include "readers.h"
 #include "support/reports.h"
 #include "support/sample_database.h"

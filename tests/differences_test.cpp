@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "model/differences.h"
+#include "model/known_records.h"
 #include "model/record_facts.h"
 #include "support/database_text.h"
 #include "support/reports.h"
@@ -121,6 +122,12 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
            "        module = verhlp.dll\n      inexclude\n        include\n        module = "
            "setupui.dll"}},
          {"~PinOldVersion", "  ~module", "  -include", "  ~module", "  +include"}},
+        {{{"    inexclude\n      include\n      module = shellext.dll\n    inexclude\n      module "
+           "= *",
+           "    flags = 1\n    inexclude\n      module = *\n    inexclude\n      include\n      "
+           "module = shellext.dll"}},
+         {"~library at 0x000000d2", "  +flags", "~inexclude at 0x000000de", "  ~module",
+          "  -include", "~inexclude at 0x000000ea", "  ~module", "  +include"}},
         // The system finds a record by an index.
         {{{"      ledger.exe = @ledger\n", ""}}, {"~ledger.exe", "  -index"}},
         {{{"      ledger.exe = @ledger\n", "      other.exe = @ledger\n"}},
@@ -132,19 +139,50 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
     }
 }
 
-// Two definitions of one name, to one of which a record refers.
-TEST(differences, are_told_of_a_reference_to_another_definition_of_the_same_name)
+// Lists of one name are told apart by what they say, and by where they stand among the like.
+TEST(differences, are_told_of_references_to_namesakes)
 {
-    const auto database = [](const std::string& used) {
-        return test_support::database_from_text(
-            "database\n  library\n    shim @a\n      name = Fix\n      dllfile = a.dll\n"
-            "    shim @b\n      name = Fix\n      dllfile = b.dll\n"
-            "  exe\n    name = a.exe\n    shim_ref\n      name = Fix\n      shim_tagid = @" +
-            used + "\n");
+    using lines = std::vector<std::string>;
+    // Two of a name in the library, or one, and what refers to the one that is marked.
+    const auto namesakes = [](const std::string& kind, const std::string& first,
+                              const std::string& second, const std::string& used) {
+        return "database\n  library\n    " + kind + " @a\n      name = F\n      flags = " + first +
+               (second.empty() ? ""
+                               : "\n    " + kind + " @b\n      name = F\n      flags = " + second) +
+               "\n  exe\n    name = a.exe\n    " + kind + "_ref\n      name = F\n      " + kind +
+               "_tagid = @" + used + "\n";
     };
-    EXPECT_EQ(differences(database("a"), database("b")),
-              (std::vector<std::string>{"~a.exe", "  ~shim_tagid"}));
-    EXPECT_EQ(differences(database("a"), database("a")), std::vector<std::string>{});
+    const auto deep = [](const std::string& used) {
+        return "database\n  library\n    shim @a\n      name = X\n      dllfile = a.dll\n"
+               "    shim @b\n      name = X\n      dllfile = b.dll\n"
+               "    layer @l\n      name = L\n      shim_ref\n        shim_tagid = @a\n"
+               "    layer @m\n      name = L\n      shim_ref\n        shim_tagid = @b\n"
+               "  exe\n    name = a.exe\n    layer\n      name = L\n      layer_tagid = @" +
+               used + "\n";
+    };
+    struct {
+        std::string before;
+        std::string after;
+        lines expected;
+    } const rows[] = {
+        {namesakes("shim", "1", "2", "a"),
+         namesakes("shim", "1", "2", "b"),
+         {"~a.exe", "  ~shim_tagid"}},
+        {namesakes("quirk", "1", "2", "a"),
+         namesakes("quirk", "1", "2", "b"),
+         {"~a.exe", "  ~quirk_tagid"}},
+        {deep("l"), deep("m"), {"~a.exe", "  ~layer_tagid"}},
+        // Another of the name is no change of what refers to the first, nor is a change of that.
+        {namesakes("shim", "1", "", "a"), namesakes("shim", "1", "2", "a"), {"+F"}},
+        {namesakes("shim", "1", "2", "a"), namesakes("shim", "3", "2", "a"), {"~F", "  ~flags"}},
+        {namesakes("shim", "1", "2", "a"), namesakes("shim", "2", "1", "b"), {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.after);
+        EXPECT_EQ(differences(test_support::database_from_text(row.before),
+                              test_support::database_from_text(row.after)),
+                  row.expected);
+    }
 }
 
 TEST(known_records, are_those_that_say_the_same_with_all_they_refer_to)

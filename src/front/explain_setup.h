@@ -4,7 +4,7 @@
 
 #include "files/file_tree.h"
 #include "io/notice.h"
-#include "model/differences.h"
+#include "model/known_records.h"
 #include "model/explain_context.h"
 #include "model/installed_databases.h"
 #include "request/sdb_opts.h"

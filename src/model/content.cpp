@@ -94,48 +94,90 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
     : database_(database), key_(key), texts_(database), factors_(0x10000)
 {
     lists_.resize(database.children().lists().size());
-    digest_all();
-    if (database.children().references().empty()) {
+    digest_all({});
+    if (seen == references_seen::by_name || database.children().references().empty()) {
         return;
     }
-    if (seen == references_seen::by_name) {
-        find_namesakes();
-        if (!namesakes_.empty()) {
-            mark_referring([this](std::uint32_t target) { return namesakes_.contains(target); });
-            earlier_ = lists_;
-            for (const std::uint32_t target : namesakes_) {
-                targets_[target] = earlier_[number_of(*database_.ordinal_of(target))];
-            }
-            earlier_ = {};
-            digest_all();
-        }
-    } else {
-        mark_referring([](std::uint32_t) { return true; });
-        for (int round = 0; round < most_rounds_for_references && earlier_ != lists_; ++round) {
-            earlier_ = lists_;
-            digest_all();
-        }
+    mark_referring([](std::uint32_t) { return true; });
+    for (int round = 0; round < most_rounds_for_references && earlier_ != lists_; ++round) {
+        earlier_ = lists_;
+        digest_all(may_change_);
     }
     earlier_ = {};
     may_change_ = {};
 }
 
-// What a name does not tell apart: definitions of a kind that have one name, or none.
-void record_contents::find_namesakes()
+std::set<std::uint16_t> record_contents::kinds_referred_to() const
 {
-    std::vector<std::pair<content_digest, std::uint32_t>> named;
+    std::set<std::uint16_t> kinds;
+    for (const sdb::tag_table::reference& one : database_.children().references()) {
+        const auto target = database_.ordinal_of(one.target);
+        if (target && database_.children().list(*target) != nullptr) {
+            kinds.insert(database_.tag_at(*target));
+        }
+    }
+    return kinds;
+}
+
+std::vector<named_list> record_contents::lists_of_kinds(const std::set<std::uint16_t>& kinds)
+{
+    std::vector<named_list> found;
     for (const sdb::tag_table::list_row& list : database_.children().lists()) {
-        const std::uint32_t offset = database_.offset_at(list.ordinal);
-        if (is_definition(database_, offset)) {
-            named.emplace_back(digest_of_reference(offset), offset);
+        if (kinds.contains(list.tag)) {
+            const std::uint32_t offset = database_.offset_at(list.ordinal);
+            found.push_back({digest_of_reference(offset), offset});
         }
     }
-    std::ranges::sort(named);
-    for (std::size_t i = 1; i < named.size(); ++i) {
-        if (named[i - 1].first == named[i].first) {
-            namesakes_.insert({named[i - 1].second, named[i].second});
-        }
+    std::ranges::sort(found);
+    return found;
+}
+
+void record_contents::tell_apart(const std::vector<named_list>& lists)
+{
+    namesakes_.clear();
+    for (const named_list& one : lists) {
+        namesakes_.push_back(one.list);
     }
+    std::ranges::sort(namesakes_);
+    mark_referring(
+        [this](std::uint32_t target) { return std::ranges::binary_search(namesakes_, target); });
+    in_namesakes_.assign(may_change_.size(), false);
+    const sdb::tag_table& relation = database_.children();
+    sdb::tag_ordinal behind;
+    for (const std::uint32_t list : namesakes_) {
+        const sdb::tag_ordinal own = *database_.ordinal_of(list);
+        if (own < behind) {
+            continue; // in one before
+        }
+        for (const auto& row : relation.lists_in(own, relation.end(own))) {
+            const std::size_t number = number_of(row.ordinal);
+            in_namesakes_[number] = may_change_[number];
+        }
+        behind = relation.end(own);
+    }
+}
+
+bool record_contents::look_closer()
+{
+    bool has_changed = false;
+    for (const std::uint32_t list : namesakes_) {
+        content_digest& seen = targets_[list];
+        const content_digest now = of_list(list);
+        has_changed = has_changed || seen != now;
+        seen = now;
+    }
+    if (has_changed) {
+        digest_all(in_namesakes_);
+    }
+    return has_changed;
+}
+
+void record_contents::see_as(const std::unordered_map<std::uint32_t, content_digest>& digests)
+{
+    for (const auto& [list, digest] : digests) {
+        targets_[list] = digest;
+    }
+    digest_all(may_change_);
 }
 
 // Lists that refer to what is asked for, or in which one stands that does: the digests of the others stay as
@@ -146,7 +188,15 @@ void record_contents::mark_referring(predicate&& is_asked_for)
     const sdb::tag_table& relation = database_.children();
     const auto lists = relation.lists();
     may_change_.assign(lists.size(), false);
+    const auto references = relation.references();
+    std::size_t behind = references.size(); // the first behind the list's head
     for (std::size_t number = lists.size(); number-- > 0;) {
+        while (behind > 0 && lists[number].ordinal < references[behind - 1].ordinal) {
+            --behind;
+        }
+        if (behind == references.size() || lists[number].end() <= references[behind].ordinal) {
+            continue; // none in it
+        }
         const auto found = relation.find_child(lists[number].ordinal, [&](sdb::tag_ordinal child) {
             const std::uint16_t tag = database_.tag_at(child);
             if (sdb::tag_type(tag) == type::list) {
@@ -160,13 +210,13 @@ void record_contents::mark_referring(predicate&& is_asked_for)
 }
 
 // Lists stand in front of what stands in them, so that the last come first.
-void record_contents::digest_all()
+void record_contents::digest_all(const std::vector<bool>& which)
 {
     const sdb::tag_table& relation = database_.children();
     const auto lists = relation.lists();
     places_.assign(0x10000, {lists.size(), 0});
     for (std::size_t number = lists.size(); number-- > 0;) {
-        if (!may_change_.empty() && !may_change_[number]) {
+        if (!which.empty() && !which[number]) {
             continue;
         }
         content_digest sum;
@@ -222,11 +272,17 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
     }
     const auto [place, is_new] = targets_.try_emplace(target);
     if (is_new) {
-        const std::uint32_t name = is_list ? child_of(database_, target, sdb::tag::name) : 0;
         place->second = digest_of(database_.tag_at(*ordinal) | of_named,
-                                  name != 0 ? of_text(name) : content_digest());
+                                  is_list ? digest_of_name(target) : content_digest());
     }
     return place->second;
+}
+
+// Of a list; nothing for one without a name.
+content_digest record_contents::digest_of_name(std::uint32_t list)
+{
+    const std::uint32_t name = child_of(database_, list, sdb::tag::name);
+    return name != 0 ? of_text(name) : content_digest();
 }
 
 content_digest record_contents::digest_of(std::uint64_t kind, const content_digest& value) const

@@ -5,9 +5,8 @@
 #include <array>
 #include <compare>
 #include <cstdint>
-#include <span>
+#include <set>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "io/large_vector.h"
@@ -35,8 +34,15 @@ struct content_digest {
 
 // SipHash with one and three rounds and 128 bits.
 content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes);
-// How references are seen: by the name of what they lead to, or also by all that it says.
+// How references are seen: by the kind and the name of what they lead to, or also by all that it says.
 enum class references_seen { by_name, by_content };
+
+// A list to which references may lead, by its kind and name.
+struct named_list {
+    content_digest name;
+    std::uint32_t list;
+    friend auto operator<=>(const named_list&, const named_list&) = default;
+};
 
 // The digests of all lists of a database, which must outlive the object.
 class record_contents {
@@ -50,6 +56,18 @@ public:
     // Of the text of a string reference, case as it is.
     content_digest of_text(std::uint32_t offset);
 
+    // Where references are seen by name, lists of one name are told apart by numbers in place of it, which
+    // whoever compares gives. The kinds of all lists that are referred to:
+    std::set<std::uint16_t> kinds_referred_to() const;
+    // All lists of such kinds, ascending.
+    std::vector<named_list> lists_of_kinds(const std::set<std::uint16_t>& kinds);
+    // Says which lists are to be told apart. To be called once, in front of these two.
+    void tell_apart(const std::vector<named_list>& lists);
+    // Has references to them seen by all that they say now, and digests them anew. False if nothing changed.
+    bool look_closer();
+    // Has them seen as given, and digests all anew that refers to them.
+    void see_as(const std::unordered_map<std::uint32_t, content_digest>& digests);
+
 private:
     using digests = io::roomy_vector<content_digest>;
     std::size_t number_of(sdb::tag_ordinal list) const
@@ -57,22 +75,23 @@ private:
         return static_cast<std::size_t>(database_.children().list(list) -
                                         database_.children().lists().data());
     }
-    void digest_all();
+    void digest_all(const std::vector<bool>& which); // lists; of an empty one all
     template <typename predicate>
     void mark_referring(predicate&& is_asked_for);
-    void find_namesakes();
     content_digest digest_of_reference(std::uint32_t target);
+    content_digest digest_of_name(std::uint32_t list);
     content_digest digest_of(std::uint64_t kind, const content_digest& value) const;
     content_digest of_tag(std::uint16_t tag, const content_digest& value);
 
     const sdb::sdb_database& database_;
     const content_key key_;
-    digests lists_;                // by number
-    digests earlier_;              // of the round before, which references see
-    std::vector<bool> may_change_; // lists, in a further round; empty in the first
+    digests lists_;                  // by number
+    digests earlier_;                // of the round before, which references see
+    std::vector<bool> may_change_;   // lists, as references are seen otherwise
+    std::vector<bool> in_namesakes_; // those of them that are namesakes or stand in one
     text_memo<content_digest> texts_;
     std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
-    std::unordered_set<std::uint32_t> namesakes_;               // the same: not told by their names
+    std::vector<std::uint32_t> namesakes_;                      // the same: not told by their names
     struct place_of_tag {
         std::size_t list = 0; // in which it was seen last
         std::uint64_t count = 0;

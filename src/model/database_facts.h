@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "io/byte_source.h"
-#include "model/differences.h"
 #include "model/image_digests.h"
+#include "model/known_records.h"
 #include "platform/digests.h"
 #include "request/bounds.h"
 #include "sdb/database.h"

@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <compare>
+#include <cstring>
 #include <future>
+#include <iterator>
 #include <optional>
-#include <tuple>
+#include <set>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "model/content.h"
 #include "model/record_facts.h"
+#include "model/record_pairs.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/text.h"
@@ -47,100 +50,6 @@ struct side {
     record_contents contents;
 };
 
-// A tag or list that looks for its counterpart: by what it is called, then by what it says.
-struct candidate {
-    content_digest key;
-    content_digest content;
-    std::uint32_t offset = 0;
-    auto operator<=>(const candidate&) const = default;
-};
-using candidates = std::vector<candidate>;
-
-struct pair_of {
-    std::uint32_t before = 0;
-    std::uint32_t after = 0;
-};
-
-// Brings together candidates of one key, those first that say the same. What is left over stays.
-void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>& pairs)
-{
-    std::ranges::sort(before);
-    std::ranges::sort(after);
-    candidates left_before;
-    candidates left_after;
-    std::size_t a = 0;
-    std::size_t b = 0;
-    while (a < before.size() || b < after.size()) {
-        const bool only_before =
-            b == after.size() || (a < before.size() && before[a].key < after[b].key);
-        if (only_before) {
-            left_before.push_back(before[a++]);
-            continue;
-        }
-        if (a == before.size() || after[b].key < before[a].key) {
-            left_after.push_back(after[b++]);
-            continue;
-        }
-        const content_digest key = before[a].key;
-        candidates other_before;
-        candidates other_after;
-        while ((a < before.size() && before[a].key == key) ||
-               (b < after.size() && after[b].key == key)) {
-            const bool has_before = a < before.size() && before[a].key == key;
-            const bool has_after = b < after.size() && after[b].key == key;
-            if (has_before && has_after && before[a].content == after[b].content) {
-                pairs.push_back({before[a++].offset, after[b++].offset});
-            } else if (has_before && (!has_after || before[a].content < after[b].content)) {
-                other_before.push_back(before[a++]);
-            } else {
-                other_after.push_back(after[b++]);
-            }
-        }
-        std::ranges::sort(other_before, {}, &candidate::offset);
-        std::ranges::sort(other_after, {}, &candidate::offset);
-        const std::size_t both = std::min(other_before.size(), other_after.size());
-        for (std::size_t i = 0; i < both; ++i) {
-            pairs.push_back({other_before[i].offset, other_after[i].offset});
-        }
-        left_before.insert(left_before.end(),
-                           other_before.begin() + static_cast<std::ptrdiff_t>(both),
-                           other_before.end());
-        left_after.insert(left_after.end(), other_after.begin() + static_cast<std::ptrdiff_t>(both),
-                          other_after.end());
-    }
-    before = std::move(left_before);
-    after = std::move(left_after);
-}
-
-// Takes out those whose key no other has, as far as that is told fast: where much differs it spares most of
-// the sorting.
-void leave_lonely(candidates& ones, const candidates& others)
-{
-    constexpr std::size_t few = 256;
-    if (ones.size() <= few && !others.empty()) {
-        return;
-    }
-    constexpr std::size_t room = 8; // places for each
-    const std::size_t places = std::bit_ceil(others.size() * room + 1);
-    std::vector<bool> has(places);
-    for (const candidate& other : others) {
-        has[other.key.low & (places - 1)] = true;
-    }
-    std::erase_if(ones, [&](const candidate& one) { return !has[one.key.low & (places - 1)]; });
-}
-
-// In the order of the second database, then what only the first has.
-void put_in_order(std::vector<pair_of>& pairs)
-{
-    const auto place = [](const pair_of& one) {
-        constexpr std::uint64_t behind_all = std::uint64_t{1} << 32;
-        return one.after == 0 ? behind_all + one.before : one.after;
-    };
-    if (!std::ranges::is_sorted(pairs, {}, place)) {
-        std::ranges::sort(pairs, {}, place);
-    }
-}
-
 class comparer {
 public:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
@@ -150,18 +59,14 @@ public:
 
     difference_counts compare()
     {
-        // What the database list says of itself comes first.
-        const std::uint32_t a = before_.database.database_offset();
-        const std::uint32_t b = after_.database.database_offset();
-        std::vector<pair_of> found = pair_records();
-        const bool lists_differ = have_other_scalars(a, b);
-        if (lists_differ) {
-            ++counts_.changed;
-            goes_on_ = listener_.record({change_kind::changed, a, b});
-            compare_scalars(a, b);
-        } else {
-            ++counts_.unchanged;
-        }
+        tell_namesakes_apart();
+        std::vector<pair_of> found =
+            pair_lists(records_of(before_.database), records_of(after_.database));
+        // What the lists around all records say of themselves comes first.
+        const around_records a = around_records_of(before_.database);
+        const around_records b = around_records_of(after_.database);
+        compare_around(a.databases, b.databases);
+        compare_around(a.libraries, b.libraries);
         put_in_order(found);
         for (const pair_of& one : found) {
             count_and_tell(one);
@@ -176,7 +81,7 @@ private:
           contents_of_after_(
               std::async(helper_.policy(), [&after, key] { return contents_of(after, key); })),
           before_{before, contents_of(before, key)}, after_{after, contents_of_after_.get()},
-          listener_(listener), before_index_(before, key), after_index_(after, key)
+          key_(key), listener_(listener), before_index_(before, key), after_index_(after, key)
     {}
 
     static record_contents contents_of(const sdb::sdb_database& database, const content_key& key)
@@ -245,6 +150,50 @@ private:
         using entry_digest = std::pair<std::uint32_t, content_digest>;
         std::vector<entry_digest> entries_; // ascending by offset
     };
+
+    // The lists in which records stand.
+    struct around_records {
+        std::vector<std::uint32_t> databases;
+        std::vector<std::uint32_t> libraries;
+    };
+    static around_records around_records_of(const sdb::sdb_database& database)
+    {
+        around_records found;
+        const sdb::tag_table& relation = database.children();
+        const sdb::tag_ordinal behind_all(database.tag_count());
+        for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
+            if (relation.list(root) == nullptr || database.tag_at(root) != tag::database) {
+                continue;
+            }
+            found.databases.push_back(database.offset_at(root));
+            relation.for_each_list_in(root, [&](const sdb::tag_table::list_row& row) {
+                if (row.tag == tag::library) {
+                    found.libraries.push_back(database.offset_at(row.ordinal));
+                }
+            });
+        }
+        return found;
+    }
+
+    // Those at the end, of which the last counts, are held against one another.
+    void compare_around(const std::vector<std::uint32_t>& a, const std::vector<std::uint32_t>& b)
+    {
+        const std::size_t places = std::max(a.size(), b.size());
+        for (std::size_t place = 0; place < places; ++place) {
+            const std::size_t from_end = places - place;
+            const std::uint32_t before = from_end <= a.size() ? a[a.size() - from_end] : 0;
+            const std::uint32_t after = from_end <= b.size() ? b[b.size() - from_end] : 0;
+            if (before == 0 || after == 0) {
+                count_and_tell({before, after});
+            } else if (have_other_scalars(before, after)) {
+                ++counts_.changed;
+                goes_on_ = goes_on_ && listener_.record({change_kind::changed, before, after});
+                compare_scalars(before, after);
+            } else {
+                counts_.unchanged += before_.database.tag_from(before) == tag::database ? 1 : 0;
+            }
+        }
+    }
 
     static std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
     {
@@ -383,9 +332,96 @@ private:
         });
     }
 
-    std::vector<pair_of> pair_records()
+    std::vector<pair_of> pair_lists(std::vector<std::uint32_t> before,
+                                    std::vector<std::uint32_t> after)
     {
-        return pair_all(records_of(before_.database), records_of(after_.database));
+        std::vector<pair_of> in_order;
+        pair_by_place(before, after, in_order);
+        std::vector<pair_of> pairs = pair_all(before, after);
+        pairs.insert(pairs.end(), in_order.begin(), in_order.end());
+        return pairs;
+    }
+
+    // Lists of one kind and name on either side, to which references may lead, are told apart as they are
+    // paired: a reference stays the same if what it leads to are two of a pair.
+    void tell_namesakes_apart()
+    {
+        constexpr int most_rounds = 4; // in which what they refer to themselves is looked at
+        std::set<std::uint16_t> kinds = before_.contents.kinds_referred_to();
+        kinds.merge(after_.contents.kinds_referred_to());
+        std::vector<named_list> a;
+        std::vector<named_list> b;
+        side_by_side([&] { a = before_.contents.lists_of_kinds(kinds); },
+                     [&] { b = after_.contents.lists_of_kinds(kinds); });
+        const std::vector<content_digest> names = repeated_names(a, b);
+        if (names.empty()) {
+            return;
+        }
+        for (auto* const lists : {&a, &b}) {
+            std::erase_if(*lists, [&](const named_list& one) {
+                return !std::ranges::binary_search(names, one.name);
+            });
+        }
+        side_by_side([&] { before_.contents.tell_apart(a); },
+                     [&] { after_.contents.tell_apart(b); });
+        bool goes_on = true;
+        for (int round = 0; goes_on && round < most_rounds; ++round) {
+            const bool has_changed = before_.contents.look_closer();
+            goes_on = after_.contents.look_closer() || has_changed;
+        }
+        std::unordered_map<std::uint32_t, content_digest> of_before;
+        std::unordered_map<std::uint32_t, content_digest> of_after;
+        std::uint64_t number = 0;
+        for (const content_digest& name : names) {
+            for (const pair_of& one : pair_all(lists_called(a, name), lists_called(b, name))) {
+                std::uint8_t bytes[sizeof(number)];
+                std::memcpy(bytes, &++number, sizeof(number));
+                const content_digest token = keyed_digest(key_, 0, uni::byte_view(bytes));
+                if (one.before != 0) {
+                    of_before[one.before] = token;
+                }
+                if (one.after != 0) {
+                    of_after[one.after] = token;
+                }
+            }
+        }
+        side_by_side([&] { before_.contents.see_as(of_before); },
+                     [&] { after_.contents.see_as(of_after); });
+    }
+
+    // What is done for either database, by two threads where one is to spare.
+    void side_by_side(auto&& of_before, auto&& of_after) const
+    {
+        auto other = std::async(helper_.policy(), of_after);
+        of_before();
+        other.get();
+    }
+
+    static std::vector<content_digest> repeated_names(const std::vector<named_list>& a,
+                                                      const std::vector<named_list>& b)
+    {
+        std::vector<content_digest> names;
+        for (const std::vector<named_list>* const lists : {&a, &b}) {
+            for (std::size_t i = 1; i < lists->size(); ++i) {
+                if ((*lists)[i - 1].name == (*lists)[i].name) {
+                    names.push_back((*lists)[i].name);
+                }
+            }
+        }
+        std::ranges::sort(names);
+        names.erase(std::unique(names.begin(), names.end()), names.end());
+        return names;
+    }
+
+    // In file order.
+    static std::vector<std::uint32_t> lists_called(const std::vector<named_list>& lists,
+                                                   const content_digest& name)
+    {
+        std::vector<std::uint32_t> found;
+        for (const named_list& one : std::ranges::equal_range(lists, name, {}, &named_list::name)) {
+            found.push_back(one.list);
+        }
+        return found;
     }
 
     candidates scalars_of(side& one, std::uint32_t list)
@@ -455,42 +491,41 @@ private:
         return found;
     }
 
-    // Takes out those lists whose order matters, as pairs by their places, if nothing but their order differs.
-    std::vector<pair_of> pairs_in_another_order(std::vector<std::uint32_t>& before,
-                                                std::vector<std::uint32_t>& after) const
+    // Takes out the lists whose order matters, as pairs by their places: what stands alike in front and at the
+    // end, and what is between.
+    void pair_by_place(std::vector<std::uint32_t>& before, std::vector<std::uint32_t>& after,
+                       std::vector<pair_of>& pairs) const
     {
-        const auto digests_of = [](const side& one, const std::vector<std::uint32_t>& lists) {
-            std::vector<std::pair<content_digest, std::uint32_t>> made;
-            for (const std::uint32_t list : lists) {
-                if (is_taken_in_order(one.database.tag_from(list))) {
-                    made.emplace_back(one.contents.of_list(list), list);
-                }
-            }
-            return made;
+        const std::vector<std::uint32_t> a = taken_in_order(before_.database, before);
+        const std::vector<std::uint32_t> b = taken_in_order(after_.database, after);
+        const auto are_alike = [&](std::size_t in_a, std::size_t in_b) {
+            return before_.contents.of_list(a[in_a]) == after_.contents.of_list(b[in_b]);
         };
-        auto a = digests_of(before_, before);
-        auto b = digests_of(after_, after);
-        std::vector<pair_of> pairs;
-        for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-            pairs.push_back({a[i].second, b[i].second});
+        std::size_t end_a = a.size();
+        std::size_t end_b = b.size();
+        std::size_t first = 0;
+        while (first < end_a && first < end_b && are_alike(first, first)) {
+            pairs.push_back({a[first], b[first]});
+            ++first;
         }
-        const auto are_alike = [&] {
-            return std::ranges::equal(a, b, {}, &std::pair<content_digest, std::uint32_t>::first,
-                                      &std::pair<content_digest, std::uint32_t>::first);
+        while (end_a > first && end_b > first && are_alike(end_a - 1, end_b - 1)) {
+            pairs.push_back({a[--end_a], b[--end_b]});
+        }
+        for (std::size_t i = first; i < std::max(end_a, end_b); ++i) {
+            pairs.push_back({i < end_a ? a[i] : 0, i < end_b ? b[i] : 0});
+        }
+    }
+
+    static std::vector<std::uint32_t> taken_in_order(const sdb::sdb_database& database,
+                                                     std::vector<std::uint32_t>& lists)
+    {
+        std::vector<std::uint32_t> taken;
+        const auto is_one = [&](std::uint32_t list) {
+            return is_taken_in_order(database.tag_from(list));
         };
-        const bool is_order_alike = are_alike();
-        std::ranges::sort(a);
-        std::ranges::sort(b);
-        if (is_order_alike || !are_alike()) {
-            return {};
-        }
-        std::erase_if(before, [&](std::uint32_t list) {
-            return is_taken_in_order(before_.database.tag_from(list));
-        });
-        std::erase_if(after, [&](std::uint32_t list) {
-            return is_taken_in_order(after_.database.tag_from(list));
-        });
-        return pairs;
+        std::ranges::copy_if(lists, std::back_inserter(taken), is_one);
+        std::erase_if(lists, is_one);
+        return taken;
     }
 
     // NOLINTNEXTLINE(misc-no-recursion) ; no deeper than most_depth
@@ -502,9 +537,7 @@ private:
         compare_scalars(before, after);
         std::vector<std::uint32_t> a = lists_in(before_.database, before);
         std::vector<std::uint32_t> b = lists_in(after_.database, after);
-        std::vector<pair_of> in_order = pairs_in_another_order(a, b);
-        std::vector<pair_of> pairs = pair_all(a, b);
-        pairs.insert(pairs.end(), in_order.begin(), in_order.end());
+        std::vector<pair_of> pairs = pair_lists(std::move(a), std::move(b));
         put_in_order(pairs);
         for (const pair_of& one : pairs) {
             if (one.before == 0 || one.after == 0) {
@@ -524,6 +557,7 @@ private:
     std::future<record_contents> contents_of_after_;
     side before_;
     side after_;
+    const content_key key_;
     difference_listener& listener_;
     difference_counts counts_;
     // Where one has none at all, that is another matter.
@@ -540,50 +574,6 @@ difference_counts compare_databases(const sdb::sdb_database& before, const sdb::
                                     difference_listener& listener, uni::thread_allowance* threads)
 {
     return comparer(before, after, listener, threads).compare();
-}
-
-void known_records::add(const sdb::sdb_database& database)
-{
-    const record_contents contents(database, key_, references_seen::by_content);
-    for (const sdb::tag_table::list_row& list : database.children().lists()) {
-        const std::uint32_t offset = database.offset_at(list.ordinal);
-        digests_.push_back(contents.of_list(offset));
-        if (is_definition(database, offset)) {
-            definitions_.push_back({name_key(database, offset), contents.of_list(offset)});
-        }
-    }
-}
-
-content_digest known_records::name_key(const sdb::sdb_database& database,
-                                       std::uint32_t record) const
-{
-    const std::string name = uni::lowered(text_in(database, record, tag::name));
-    return keyed_digest(key_, database.tag_from(record), uni::byte_view(uni::bytes_of(name)));
-}
-
-bool known_records::redefines(const sdb::sdb_database& database, const record_contents& contents,
-                              std::uint32_t record) const
-{
-    if (!is_definition(database, record) || child_of(database, record, tag::name) == 0) {
-        return false;
-    }
-    const content_digest key = name_key(database, record);
-    const content_digest content = contents.of_list(record);
-    const auto first = std::ranges::lower_bound(definitions_, key, {}, &definition::name);
-    return first != definitions_.end() && first->name == key &&
-           !std::ranges::binary_search(definitions_, definition{key, content});
-}
-
-void known_records::settle()
-{
-    std::ranges::sort(digests_);
-    digests_.erase(std::unique(digests_.begin(), digests_.end()), digests_.end());
-    std::ranges::sort(definitions_);
-}
-
-bool known_records::holds(const content_digest& record) const
-{
-    return std::ranges::binary_search(digests_, record);
 }
 
 } // namespace model

@@ -11,10 +11,10 @@
 #include <string_view>
 #include <vector>
 
-#include "model/differences.h"
 #include "model/finding.h"
 #include "model/fix_uses.h"
 #include "model/knowledge.h"
+#include "model/known_records.h"
 #include "model/record_groupings.h"
 #include "request/bounds.h"
 #include "sdb/database.h"

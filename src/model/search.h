@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "model/differences.h"
+#include "model/known_records.h"
 #include "model/record_groups.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"

@@ -8,7 +8,7 @@
 #include "form/writer.h"
 #include "io/byte_source.h"
 #include "io/notice.h"
-#include "model/differences.h"
+#include "model/known_records.h"
 #include "model/explain_context.h"
 #include "model/image_digests.h"
 #include "model/installed_databases.h"
