@@ -1,5 +1,8 @@
 #include <algorithm>
 #include <string>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "form/facts.h"
@@ -14,7 +17,9 @@
 #include "report/value_words.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
+#include "uni/byte_view.h"
 #include "uni/text_buffer.h"
+#include "uni/utf.h"
 
 namespace report {
 
@@ -138,26 +143,53 @@ private:
 
     // Has values that look alike, as they are cut or lead to namesakes, show where they differ.
     void show_difference(const model::record_change& one, std::uint16_t own, std::string& before,
-                         std::string& after) const
+                         std::string& after)
     {
         if (sdb::tag_type(own) == sdb::type::dword) {
             before += " at " + hexadecimal(work_.database->word_behind(one.before));
             after += " at " + hexadecimal(work_.other->word_behind(one.after));
             return;
         }
-        constexpr std::size_t shown_before = 40; // bytes
-        const std::string from = model::text_at(*work_.database, one.before);
-        const std::string to = model::text_at(*work_.other, one.after);
-        const auto differing = std::ranges::mismatch(from, to).in1 - from.begin();
-        std::size_t begin = static_cast<std::size_t>(differing);
-        begin -= std::min(begin, shown_before);
-        while (begin > 0 && (static_cast<unsigned char>(from[begin]) & 0xc0) == 0x80) {
-            --begin;
+        if (sdb::tag_type(own) != sdb::type::stringref && sdb::tag_type(own) != sdb::type::string) {
+            return;
         }
-        if (begin > 0 && begin <= to.size()) {
-            before = quoted("..." + shortened(from.substr(begin)));
-            after = quoted("..." + shortened(to.substr(begin)));
+        const std::uint64_t key = std::uint64_t{work_.database->word_behind(one.before)} << 32 |
+                                  work_.other->word_behind(one.after);
+        const bool is_reference = sdb::tag_type(own) == sdb::type::stringref;
+        if (const auto kept = shown_.find(key); is_reference && kept != shown_.end()) {
+            std::tie(before, after) = kept->second;
+            return;
         }
+        const uni::byte_view from = stored_bytes(*work_.database, one.before);
+        const uni::byte_view to = stored_bytes(*work_.other, one.after);
+        constexpr std::uint64_t shown_before = 40; // bytes
+        std::uint64_t begin = static_cast<std::uint64_t>(
+            std::ranges::mismatch(from.bytes(), to.bytes()).in1 - from.bytes().begin());
+        begin -= begin % 2 + std::min(begin - begin % 2, shown_before);
+        if (begin != 0 && from.u16(begin) >= 0xdc00 && from.u16(begin) < 0xe000) {
+            begin -= 2; // to the first half of a pair
+        }
+        if (begin != 0) {
+            before = quoted_from(from, begin);
+            after = quoted_from(to, begin);
+        }
+        if (is_reference) {
+            shown_.emplace(key, std::pair(before, after));
+        }
+    }
+
+    static uni::byte_view stored_bytes(const sdb::sdb_database& database, std::uint32_t offset)
+    {
+        return sdb::tag_type(database.tag_from(offset)) == sdb::type::stringref
+                   ? database.string_bytes(database.word_behind(offset))
+                   : database.payload_at(offset);
+    }
+
+    static std::string quoted_from(uni::byte_view stored, std::uint64_t begin)
+    {
+        std::string text;
+        uni::utf16_to_text(uni::beginning_of(stored.from(begin), longest), text);
+        return quoted("..." + shortened(std::move(text)));
     }
 
     // The text of a scalar, or the name of a list.
@@ -276,6 +308,8 @@ private:
     std::string kind_;
     uni::text_buffer name_;
     uni::text_buffer line_; // in work
+    // How texts of which one place alone differs are shown, by the references to both.
+    std::unordered_map<std::uint64_t, std::pair<std::string, std::string>> shown_;
 };
 
 } // namespace
