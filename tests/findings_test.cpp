@@ -182,6 +182,8 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          "library|  file|    name = f|    file_bits = \"" + base64 + "\" 0d 0a \"Qz4+\"",
          "library|  file|    name = f|    file_bits = \"" + base64.substr(0, 31) + "\" 0d 0a \"" +
              base64.substr(0, 31) + "\" 0d 0a \"Qz4+\""},
+        {"target.loose", "exe|  name = a.exe|  matching_file|    name = *",
+         "exe|  name = a.exe|  matching_file|    match_logic_not|    name = *"},
         // What a record gets is found wherever in it that stands, and by the name of what it leads to.
         {"inject.module", "exe|  name = a.exe|  action|    shim_ref|      name = InjectDll",
          "exe|  name = a.exe|  flag_ref|    name = InjectDll"},

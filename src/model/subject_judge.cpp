@@ -100,7 +100,8 @@ std::size_t kind_of_reference(std::uint16_t tag)
 
 bool is_fact_of_file(std::uint16_t tag)
 {
-    return tag != tag::name && sdb::tag_type(tag) != sdb::type::null_;
+    const bool is_negation = tag == tag::match_logic_not; // none of its files may be meant
+    return is_negation || (tag != tag::name && sdb::tag_type(tag) != sdb::type::null_);
 }
 
 } // namespace

@@ -59,6 +59,14 @@ void write_fact(uni::text_buffer& facts, const sdb::sdb_database& database, std:
     write_scalar(facts, database, offset, style);
 }
 
+// In quotes where it could be taken for more than a name.
+void write_name_of_file(uni::text_buffer& to, const sdb::sdb_database& database,
+                        std::uint32_t offset)
+{
+    const std::string name = stored_text(database, offset);
+    to.text(name.find_first_of(",;\"") == std::string::npos ? name : quoted(name));
+}
+
 void write_platform(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t offset,
                     const request::cmd_params& style)
 {
@@ -121,12 +129,11 @@ void recognition_words::read_test(std::uint32_t list)
         test_.facts.text(grouped(more));
         test_.facts.literal(" more facts");
     }
-    const std::string_view from = test_.from.view();
-    const std::string_view upto = test_.upto.view();
-    if (test_.version.view().empty() && !(from.empty() && upto.empty())) {
-        test_.version.text(from);
-        test_.version.text(from.empty() || upto.empty() ? "" : " ");
-        test_.version.text(upto);
+    for (const std::string_view bound : {test_.from.view(), test_.upto.view()}) {
+        const std::string_view before = test_.version.view();
+        const bool is_exact = before.starts_with("only ");
+        test_.version.text(before.empty() || bound.empty() ? "" : is_exact ? ", " : " ");
+        test_.version.text(bound);
     }
 }
 
@@ -136,11 +143,11 @@ void recognition_words::tell_own_file()
     const std::string_view version = test_.version.view();
     const std::string_view facts = test_.facts.view();
     if (version.empty() && facts.empty()) {
-        own_.add("any file of that name");
+        own_.add(test_.is_negated ? "no file of that name" : "any file of that name");
         return;
     }
-    to.text(test_.is_negated ? "no file that is: " : "");
-    to.text(version.empty() ? "any version; " : version);
+    to.text(test_.is_negated ? "no file that is: " : version.empty() ? "any version; " : "");
+    to.text(version);
     to.text(version.empty() || facts.empty() ? "" : ", ");
     to.text(facts);
     own_.end_line();
@@ -150,7 +157,7 @@ void recognition_words::tell_other_file()
 {
     uni::text_buffer& to = others_.text();
     to.text(test_.is_negated ? "and not beside " : "and beside ");
-    write_stored_words(to, database_, test_.name);
+    write_name_of_file(to, database_, test_.name);
     for (const std::string_view more : {test_.version.view(), test_.facts.view()}) {
         to.text(more.empty() ? "" : ", ");
         to.text(more);
