@@ -4,9 +4,9 @@
 
 #include "files/file_tree.h"
 #include "io/notice.h"
-#include "model/known_records.h"
 #include "model/explain_context.h"
 #include "model/installed_databases.h"
+#include "model/known_records.h"
 #include "request/sdb_opts.h"
 
 namespace front {

@@ -4,8 +4,8 @@
 
 #include "form/writer.h"
 #include "io/byte_source.h"
-#include "model/known_records.h"
 #include "model/installed_databases.h"
+#include "model/known_records.h"
 #include "model/pe_properties.h"
 #include "request/sdb_opts.h"
 #include "sdb/database.h"
