@@ -160,11 +160,32 @@ TEST(differences, are_told_of_references_to_namesakes)
                "  exe\n    name = a.exe\n    layer\n      name = L\n      layer_tagid = @" +
                used + "\n";
     };
+    // Two chains of layers of the same names, at the ends of which is one of two shims of one name.
+    const auto chains = [](const std::string& first, const std::string& second) {
+        std::string text =
+            "database\n  library\n    shim @a\n      name = X\n      dllfile = a.dll\n"
+            "    shim @b\n      name = X\n      dllfile = b.dll\n";
+        for (const char* const number : {"1", "2"}) {
+            std::string to = *number == '1' ? first : second;
+            std::string by = "shim";
+            for (const char* const name : {"P", "O", "N", "M", "L"}) {
+                text += std::string("    layer @") + name + number + "\n      name = " + name +
+                        "\n      " + (by == "shim" ? "shim_ref" : by) + "\n        " + by +
+                        "_tagid = @" + to + "\n";
+                to = std::string(name) + number;
+                by = "layer";
+            }
+        }
+        return text +
+               "  exe\n    name = a.exe\n    layer\n      name = L\n      layer_tagid = @L1\n";
+    };
     struct {
         std::string before;
         std::string after;
         lines expected;
     } const rows[] = {
+        {chains("a", "b"), chains("a", "b"), {}},
+        {chains("a", "b"), chains("b", "a"), {"~L", "  ~layer_tagid", "~L", "  ~layer_tagid"}},
         {namesakes("shim", "1", "2", "a"),
          namesakes("shim", "1", "2", "b"),
          {"~a.exe", "  ~shim_tagid"}},

@@ -335,11 +335,32 @@ private:
     std::vector<pair_of> pair_lists(std::vector<std::uint32_t> before,
                                     std::vector<std::uint32_t> after)
     {
-        std::vector<pair_of> in_order;
-        pair_by_place(before, after, in_order);
+        std::vector<pair_of> paired;
+        take_partners(before, after, paired);
+        pair_by_place(before, after, paired);
         std::vector<pair_of> pairs = pair_all(before, after);
-        pairs.insert(pairs.end(), in_order.begin(), in_order.end());
+        pairs.insert(pairs.end(), paired.begin(), paired.end());
         return pairs;
+    }
+
+    // Takes out the namesakes that were paired, as what refers to them counts on that. Both are ascending.
+    void take_partners(std::vector<std::uint32_t>& before, std::vector<std::uint32_t>& after,
+                       std::vector<pair_of>& pairs) const
+    {
+        std::vector<std::uint32_t> taken;
+        std::erase_if(before, [&](std::uint32_t list) {
+            const auto partner = partners_.find(list);
+            const bool is_there =
+                partner != partners_.end() && std::ranges::binary_search(after, partner->second);
+            if (is_there) {
+                pairs.push_back({list, partner->second});
+                taken.push_back(partner->second);
+            }
+            return is_there;
+        });
+        std::ranges::sort(taken);
+        std::erase_if(after,
+                      [&](std::uint32_t list) { return std::ranges::binary_search(taken, list); });
     }
 
     // Lists of one kind and name on either side, to which references may lead, are told apart as they are
@@ -383,6 +404,9 @@ private:
                 if (one.after != 0) {
                     of_after[one.after] = token;
                 }
+                if (one.before != 0 && one.after != 0) {
+                    partners_[one.before] = one.after;
+                }
             }
         }
         side_by_side([&] { before_.contents.see_as(of_before); },
@@ -418,8 +442,9 @@ private:
                                                    const content_digest& name)
     {
         std::vector<std::uint32_t> found;
-        for (const named_list& one : std::ranges::equal_range(lists, name, {}, &named_list::name)) {
-            found.push_back(one.list);
+        auto one = std::ranges::lower_bound(lists, name, {}, &named_list::name);
+        for (; one != lists.end() && one->name == name; ++one) {
+            found.push_back(one->list);
         }
         return found;
     }
@@ -560,6 +585,8 @@ private:
     const content_key key_;
     difference_listener& listener_;
     difference_counts counts_;
+    std::unordered_map<std::uint32_t, std::uint32_t>
+        partners_; // of namesakes, in the other database
     // Where one has none at all, that is another matter.
     bool compares_indexes_ =
         !before_.database.indexes().empty() && !after_.database.indexes().empty();
