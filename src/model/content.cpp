@@ -139,6 +139,11 @@ void record_contents::tell_apart(const std::vector<named_list>& lists)
         namesakes_.push_back(one.list);
     }
     std::ranges::sort(namesakes_);
+    if (namesakes_.empty()) {
+        may_change_.assign(lists_.size(), false);
+        in_namesakes_ = may_change_;
+        return;
+    }
     mark_referring(
         [this](std::uint32_t target) { return std::ranges::binary_search(namesakes_, target); });
     in_namesakes_.assign(may_change_.size(), false);

@@ -282,8 +282,17 @@ private:
                                   const std::vector<std::uint32_t>& after)
     {
         std::vector<pair_of> pairs;
-        std::vector<record_keys> left_before = keys_of(before_, before);
-        std::vector<record_keys> left_after = keys_of(after_, after);
+        constexpr std::size_t many = 4096; // worth a thread
+        std::vector<record_keys> left_before;
+        std::vector<record_keys> left_after;
+        const auto look_before = [&] { left_before = keys_of(before_, before); };
+        const auto look_after = [&] { left_after = keys_of(after_, after); };
+        if (before.size() > many && after.size() > many) {
+            side_by_side(look_before, look_after);
+        } else {
+            look_before();
+            look_after();
+        }
         for (std::size_t by = 0; by < ways_to_call; ++by) {
             candidates a = candidates_of(left_before, by);
             candidates b = candidates_of(left_after, by);

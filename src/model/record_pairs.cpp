@@ -78,9 +78,13 @@ void put_in_order(std::vector<pair_of>& pairs)
         constexpr std::uint64_t behind_all = std::uint64_t{1} << 32;
         return one.after == 0 ? behind_all + one.before : one.after;
     };
-    if (!std::ranges::is_sorted(pairs, {}, place)) {
-        std::ranges::sort(pairs, {}, place);
-    }
+    const auto stands_before = [&](const pair_of& one, const pair_of& other) {
+        return place(one) < place(other);
+    };
+    const auto tail =
+        std::is_sorted_until(pairs.begin(), pairs.end(), stands_before); // often a few alone
+    std::sort(tail, pairs.end(), stands_before);
+    std::inplace_merge(pairs.begin(), tail, pairs.end(), stands_before);
 }
 
 } // namespace model
