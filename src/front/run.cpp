@@ -45,7 +45,13 @@ public:
         stream_->begin_stream(facts);
         try {
             do_work();
-            if (explained_ != nullptr && may_write_ && !was_refused_ && out_.report.good()) {
+            const bool goes_on = may_write_ && !was_refused_ && out_.report.good();
+            for (const model::unread_input& one : targets_.unread) {
+                if (goes_on) {
+                    inputs_.tell_failure(one.path, one.reason, out_);
+                }
+            }
+            if (explained_ != nullptr && goes_on) {
                 tell_machine();
             }
         } catch (...) {
@@ -149,9 +155,6 @@ private:
         }
         if (targets_.files.empty()) {
             say_nothing_found();
-        }
-        for (const std::string& path : targets_.not_opened) {
-            inputs_.tell_failure(path, "leads out of the volume", out_);
         }
         const platform::wow64_redirect_adt redirection;
         progress told(options_, out_.notices);
@@ -306,8 +309,16 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
         options.is_list_form() && !options.list_sdb && !options.matches_many();
     const bool searches = options.searches_default_places && !is_list_alone;
     const auto ask = [&](const model::registry_place& registry) {
-        say_findings(model::gather_installed_databases(targets, options, registry, tree, trace),
-                     notices);
+        const std::vector<model::registry_finding> findings =
+            model::gather_installed_databases(targets, options, registry, tree, trace);
+        say_findings(findings, notices);
+        for (const model::registry_finding& one : findings) {
+            if (one.kind == model::registry_finding_kind::no_memory) {
+                targets.unread.push_back({one.subject, "memory has run out"});
+            } else if (one.kind == model::registry_finding_kind::hive_unread) {
+                targets.unread.push_back({one.subject, one.reason});
+            }
+        }
     };
     const bool asks = options.asks_registry() && !options.match_mode && !targets.volumes.empty();
     for (const std::string& volume : targets.volumes) {

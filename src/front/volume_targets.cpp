@@ -34,7 +34,7 @@ void add_databases_of(model::run_targets& targets, const request::sdb_opts& opti
     for (std::string& path : found) {
         if (model::leads_out_of_volume(options, volume, tree, path)) {
             notices.fail("%s leads out of the volume, not opened\n", path.c_str());
-            targets.not_opened.push_back(std::move(path));
+            targets.unread.push_back({std::move(path), "leads out of the volume"});
         } else {
             targets.files.push_back(std::move(path));
         }

@@ -72,10 +72,16 @@ private:
     bool joins_by_name_ = true;
 };
 
+// What a run was to read and could not, and why.
+struct unread_input {
+    std::string path;
+    std::string reason;
+};
+
 // What a run works on, and what the registry of each of its volumes says of it.
 struct run_targets {
     std::vector<std::string> files;
-    std::vector<std::string> not_opened; // found, but they lead out of the volume
+    std::vector<unread_input> unread;    // hives, and databases that lead out of the volume
     std::vector<std::string> volumes;    // that were named, by their roots
     std::vector<std::string> roots;      // from which places are counted; none where nothing tells
     std::vector<installed_databases> installed;

@@ -66,10 +66,12 @@ bool explain_machine(const job& work)
     });
     if (all.empty()) {
         if (work.options.explains_hives_alone() && !work.notices.failed()) {
-            work.form.line(is_narrowed(work.options)
-                               ? "nothing was found that was asked for"
-                               : "the hives name no custom database, and nothing unusual for "
-                                 "programs and drivers");
+            constexpr std::string_view of_narrowed = "nothing was found that was asked for";
+            constexpr std::string_view of_all =
+                "the hives name no custom database, and nothing unusual for programs and drivers";
+            const std::string_view words = is_narrowed(work.options) ? of_narrowed : of_all;
+            work.form.line(words);
+            work.form.remark(words);
         }
         return false;
     }
