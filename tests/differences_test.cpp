@@ -197,6 +197,10 @@ TEST(differences, are_told_of_references_to_namesakes)
         {namesakes("shim", "1", "", "a"), namesakes("shim", "1", "2", "a"), {"+F"}},
         {namesakes("shim", "1", "2", "a"), namesakes("shim", "3", "2", "a"), {"~F", "  ~flags"}},
         {namesakes("shim", "1", "2", "a"), namesakes("shim", "2", "1", "b"), {}},
+        // What leads to no tag has nothing but its number.
+        {"database\n  exe\n    name = a.exe\n    shim_ref\n      shim_tagid = 70000\n",
+         "database\n  exe\n    name = a.exe\n    shim_ref\n      shim_tagid = 80000\n",
+         {"~a.exe", "  ~shim_tagid"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.after);

@@ -18,6 +18,12 @@ namespace type = sdb::type;
 // References lead through records that refer to others; circles never come to an end.
 constexpr int most_rounds_for_references = 16;
 
+// Whether a tag leads to another one.
+bool is_reference(std::uint16_t tag)
+{
+    return sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag);
+}
+
 // SipHash, of 128 bits.
 struct sip_state {
     explicit sip_state(const content_key& key) noexcept
@@ -207,7 +213,7 @@ void record_contents::mark_referring(predicate&& is_asked_for)
             if (sdb::tag_type(tag) == type::list) {
                 return bool{may_change_[number_of(child)]};
             }
-            return sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag) &&
+            return is_reference(tag) &&
                    is_asked_for(database_.word_behind(database_.offset_at(child)));
         });
         may_change_[number] = found.has_value();
@@ -262,14 +268,16 @@ content_digest record_contents::of_text(std::uint32_t offset)
     });
 }
 
-// By its kind and its name, and where an earlier round is there by all that it said then.
+// By its kind and its name, and where an earlier round is there by all that it said then. One that leads to
+// no tag is what it is, since nothing else of it can be held against another.
 content_digest record_contents::digest_of_reference(std::uint32_t target)
 {
     constexpr std::uint64_t of_nothing = 0x20000;
     constexpr std::uint64_t of_named = 0x30000; // beside the tag
     const auto ordinal = database_.ordinal_of(target);
     if (!ordinal) {
-        return keyed_digest(key_, of_nothing, uni::byte_view());
+        const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(target)>>(target);
+        return keyed_digest(key_, of_nothing, uni::byte_view(bytes));
     }
     const bool is_list = database_.children().list(*ordinal) != nullptr;
     if (is_list && !earlier_.empty()) {
@@ -277,8 +285,10 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
     }
     const auto [place, is_new] = targets_.try_emplace(target);
     if (is_new) {
-        place->second = digest_of(database_.tag_at(*ordinal) | of_named,
-                                  is_list ? digest_of_name(target) : content_digest());
+        const std::uint16_t tag = database_.tag_at(*ordinal);
+        place->second = digest_of(tag | of_named, is_list             ? digest_of_name(target)
+                                                  : is_reference(tag) ? content_digest()
+                                                                      : of_value(target));
     }
     return place->second;
 }
@@ -300,13 +310,19 @@ content_digest record_contents::digest_of(std::uint64_t kind, const content_dige
 content_digest record_contents::of_scalar(std::uint32_t offset)
 {
     const std::uint16_t tag = database_.tag_from(offset);
-    if (sdb::tag_type(tag) == type::stringref) {
-        return of_tag(tag, of_text(offset));
-    }
-    if (sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag)) {
+    if (is_reference(tag)) {
         return of_tag(tag, digest_of_reference(database_.word_behind(offset)));
     }
-    return keyed_digest(key_, tag, database_.item_from(offset).value);
+    return of_value(offset);
+}
+
+// Of a scalar that is not a reference to a tag.
+content_digest record_contents::of_value(std::uint32_t offset)
+{
+    const std::uint16_t tag = database_.tag_from(offset);
+    return sdb::tag_type(tag) == type::stringref
+               ? of_tag(tag, of_text(offset))
+               : keyed_digest(key_, tag, database_.item_from(offset).value);
 }
 
 // What a digest that nobody can foresee becomes under a tag: times a factor that nobody can foresee either,

@@ -80,6 +80,7 @@ private:
     void mark_referring(predicate&& is_asked_for);
     content_digest digest_of_reference(std::uint32_t target);
     content_digest digest_of_name(std::uint32_t list);
+    content_digest of_value(std::uint32_t offset);
     content_digest digest_of(std::uint64_t kind, const content_digest& value) const;
     content_digest of_tag(std::uint16_t tag, const content_digest& value);
 

@@ -1,18 +1,17 @@
 #include "model/differences.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cstring>
 #include <future>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "model/compared_lists.h"
 #include "model/content.h"
+#include "model/index_sums.h"
 #include "model/record_facts.h"
 #include "model/record_pairs.h"
 #include "sdb/tags.h"
@@ -119,62 +118,6 @@ private:
         }
     }
 
-    // What leads to each tag, as sums of index entries.
-    class index_sums {
-    public:
-        index_sums(const sdb::sdb_database& database, const content_key& key)
-        {
-            for (const sdb::sdb_index_record& index : database.indexes()) {
-                const std::uint64_t kind = std::uint64_t{index.index_tag} << 48 |
-                                           std::uint64_t{index.index_key} << 32 | index.index_flags;
-                for (const auto& entry : index.entries) {
-                    const std::array<std::uint8_t, 8> bytes =
-                        std::bit_cast<std::array<std::uint8_t, 8>>(entry.key);
-                    entries_.emplace_back(entry.tag_offset,
-                                          keyed_digest(key, kind, uni::byte_view(bytes)));
-                }
-            }
-            std::ranges::stable_sort(entries_, {}, &entry_digest::first);
-        }
-        content_digest of(std::uint32_t offset) const
-        {
-            content_digest sum;
-            auto one = std::ranges::lower_bound(entries_, offset, {}, &entry_digest::first);
-            for (; one != entries_.end() && one->first == offset; ++one) {
-                sum += one->second;
-            }
-            return sum;
-        }
-
-    private:
-        using entry_digest = std::pair<std::uint32_t, content_digest>;
-        std::vector<entry_digest> entries_; // ascending by offset
-    };
-
-    // The lists in which records stand.
-    struct around_records {
-        std::vector<std::uint32_t> databases;
-        std::vector<std::uint32_t> libraries;
-    };
-    static around_records around_records_of(const sdb::sdb_database& database)
-    {
-        around_records found;
-        const sdb::tag_table& relation = database.children();
-        const sdb::tag_ordinal behind_all(database.tag_count());
-        for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
-            if (relation.list(root) == nullptr || database.tag_at(root) != tag::database) {
-                continue;
-            }
-            found.databases.push_back(database.offset_at(root));
-            relation.for_each_list_in(root, [&](const sdb::tag_table::list_row& row) {
-                if (row.tag == tag::library) {
-                    found.libraries.push_back(database.offset_at(row.ordinal));
-                }
-            });
-        }
-        return found;
-    }
-
     // Those at the end, of which the last counts, are held against one another.
     void compare_around(const std::vector<std::uint32_t>& a, const std::vector<std::uint32_t>& b)
     {
@@ -193,38 +136,6 @@ private:
                 counts_.unchanged += before_.database.tag_from(before) == tag::database ? 1 : 0;
             }
         }
-    }
-
-    static std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
-    {
-        std::vector<std::uint32_t> records;
-        const sdb::tag_table& relation = database.children();
-        const std::uint32_t strings = database.string_table_offset();
-        const sdb::tag_ordinal behind_all(database.tag_count());
-        const auto add_lists_in = [&](sdb::tag_ordinal around, auto&& act) {
-            relation.for_each_list_in(around, act);
-        };
-        // All that stands outside, too.
-        for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
-            const std::uint32_t offset = database.offset_at(root);
-            if (relation.list(root) == nullptr || offset == strings) {
-                continue;
-            }
-            if (database.tag_at(root) != tag::database) {
-                records.push_back(offset);
-                continue;
-            }
-            add_lists_in(root, [&](const sdb::tag_table::list_row& row) {
-                if (row.tag != tag::library) {
-                    records.push_back(database.offset_at(row.ordinal));
-                    return;
-                }
-                add_lists_in(row.ordinal, [&](const sdb::tag_table::list_row& inner) {
-                    records.push_back(database.offset_at(inner.ordinal));
-                });
-            });
-        }
-        return records;
     }
 
     // What a record is called: by its identifier, or else by name and tests, or else by name alone.
@@ -513,18 +424,6 @@ private:
         }
     }
 
-    static std::vector<std::uint32_t> lists_in(const sdb::sdb_database& database,
-                                               std::uint32_t list)
-    {
-        std::vector<std::uint32_t> found;
-        database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
-            if (sdb::tag_type(own) == type::list) {
-                found.push_back(offset);
-            }
-        });
-        return found;
-    }
-
     // Takes out the lists whose order matters, as pairs by their places: what stands alike in front and at the
     // end, and what is between.
     void pair_by_place(std::vector<std::uint32_t>& before, std::vector<std::uint32_t>& after,
@@ -548,18 +447,6 @@ private:
         for (std::size_t i = first; i < std::max(end_a, end_b); ++i) {
             pairs.push_back({i < end_a ? a[i] : 0, i < end_b ? b[i] : 0});
         }
-    }
-
-    static std::vector<std::uint32_t> taken_in_order(const sdb::sdb_database& database,
-                                                     std::vector<std::uint32_t>& lists)
-    {
-        std::vector<std::uint32_t> taken;
-        const auto is_one = [&](std::uint32_t list) {
-            return is_taken_in_order(database.tag_from(list));
-        };
-        std::ranges::copy_if(lists, std::back_inserter(taken), is_one);
-        std::erase_if(lists, is_one);
-        return taken;
     }
 
     // NOLINTNEXTLINE(misc-no-recursion) ; no deeper than most_depth

@@ -1,0 +1,84 @@
+#include "model/compared_lists.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "model/record_facts.h"
+#include "sdb/tags.h"
+
+namespace model {
+
+namespace tag = sdb::tag;
+
+around_records around_records_of(const sdb::sdb_database& database)
+{
+    around_records found;
+    const sdb::tag_table& relation = database.children();
+    const sdb::tag_ordinal behind_all(database.tag_count());
+    for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
+        if (relation.list(root) == nullptr || database.tag_at(root) != tag::database) {
+            continue;
+        }
+        found.databases.push_back(database.offset_at(root));
+        relation.for_each_list_in(root, [&](const sdb::tag_table::list_row& row) {
+            if (row.tag == tag::library) {
+                found.libraries.push_back(database.offset_at(row.ordinal));
+            }
+        });
+    }
+    return found;
+}
+
+std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
+{
+    std::vector<std::uint32_t> records;
+    const sdb::tag_table& relation = database.children();
+    const std::uint32_t strings = database.string_table_offset();
+    const sdb::tag_ordinal behind_all(database.tag_count());
+    // All that stands outside, too.
+    for (sdb::tag_ordinal root; root < behind_all; root = relation.end(root)) {
+        const std::uint32_t offset = database.offset_at(root);
+        if (relation.list(root) == nullptr || offset == strings) {
+            continue;
+        }
+        if (database.tag_at(root) != tag::database) {
+            records.push_back(offset);
+            continue;
+        }
+        relation.for_each_list_in(root, [&](const sdb::tag_table::list_row& row) {
+            if (row.tag != tag::library) {
+                records.push_back(database.offset_at(row.ordinal));
+                return;
+            }
+            relation.for_each_list_in(row.ordinal, [&](const sdb::tag_table::list_row& inner) {
+                records.push_back(database.offset_at(inner.ordinal));
+            });
+        });
+    }
+    return records;
+}
+
+std::vector<std::uint32_t> lists_in(const sdb::sdb_database& database, std::uint32_t list)
+{
+    std::vector<std::uint32_t> found;
+    database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (sdb::tag_type(own) == sdb::type::list) {
+            found.push_back(offset);
+        }
+    });
+    return found;
+}
+
+std::vector<std::uint32_t> taken_in_order(const sdb::sdb_database& database,
+                                          std::vector<std::uint32_t>& lists)
+{
+    std::vector<std::uint32_t> taken;
+    const auto is_one = [&](std::uint32_t list) {
+        return is_taken_in_order(database.tag_from(list));
+    };
+    std::ranges::copy_if(lists, std::back_inserter(taken), is_one);
+    std::erase_if(lists, is_one);
+    return taken;
+}
+
+} // namespace model
