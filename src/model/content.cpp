@@ -97,7 +97,9 @@ content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byt
 
 record_contents::record_contents(const sdb::sdb_database& database, const content_key& key,
                                  references_seen seen)
-    : database_(database), key_(key), texts_(database), factors_(0x10000)
+    : database_(database), key_(key),
+      first_text_(database.ordinal_from(database.string_table_offset()).number()),
+      texts_(database.tag_count() - first_text_, content_digest()), factors_(0x10000)
 {
     lists_.resize(database.children().lists().size());
     digest_all({});
@@ -259,13 +261,17 @@ content_digest record_contents::of_list(std::uint32_t offset) const
 content_digest record_contents::of_text(std::uint32_t offset)
 {
     const std::uint32_t reference = database_.word_behind(offset);
-    return texts_.of(reference, [&] {
+    const auto string =
+        database_.ordinal_of(std::uint64_t{database_.string_table_offset()} + reference);
+    content_digest& known = string ? texts_[string->number() - first_text_] : text_nowhere_;
+    if (known == content_digest()) {
         uni::byte_view text = database_.string_bytes(reference);
         while (text.size() >= 2 && text.u16(text.size() - 2) == 0) {
             text = text.slice(0, text.size() - 2); // which ends it
         }
-        return keyed_digest(key_, type::string, text);
-    });
+        known = keyed_digest(key_, type::string, text);
+    }
+    return known;
 }
 
 // By its kind and its name, and where an earlier round is there by all that it said then. One that leads to

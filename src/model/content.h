@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "io/large_vector.h"
-#include "model/text_memo.h"
 #include "sdb/database.h"
 #include "uni/byte_view.h"
 
@@ -90,7 +89,9 @@ private:
     digests earlier_;                // of the round before, which references see
     std::vector<bool> may_change_;   // lists, as references are seen otherwise
     std::vector<bool> in_namesakes_; // those of them that are namesakes or stand in one
-    text_memo<content_digest> texts_;
+    const std::uint32_t first_text_; // ordinal of the string table
+    digests texts_;                  // from there on; zeros for what was not looked at
+    content_digest text_nowhere_;    // of references that lead nowhere
     std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
     std::vector<std::uint32_t> namesakes_;                      // the same: not told by their names
     struct place_of_tag {

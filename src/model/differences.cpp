@@ -45,8 +45,15 @@ std::uint16_t identifier_of(std::uint16_t record)
 
 // One database with what its lists say.
 struct side {
+    side(const sdb::sdb_database& of, const content_key& key)
+        : database(of), contents(of, key, references_seen::by_name), index(of, key),
+          records(records_of(of))
+    {}
+
     const sdb::sdb_database& database;
     record_contents contents;
+    index_sums index;
+    std::vector<std::uint32_t> records;
 };
 
 class comparer {
@@ -60,7 +67,7 @@ public:
     {
         tell_namesakes_apart();
         std::vector<pair_of> found =
-            pair_lists(records_of(before_.database), records_of(after_.database));
+            pair_lists(std::move(before_.records), std::move(after_.records));
         // What the lists around all records say of themselves comes first.
         const around_records a = around_records_of(before_.database);
         const around_records b = around_records_of(after_.database);
@@ -77,16 +84,9 @@ private:
     comparer(const sdb::sdb_database& before, const sdb::sdb_database& after,
              difference_listener& listener, uni::thread_allowance* threads, const content_key& key)
         : helper_(threads),
-          contents_of_after_(
-              std::async(helper_.policy(), [&after, key] { return contents_of(after, key); })),
-          before_{before, contents_of(before, key)}, after_{after, contents_of_after_.get()},
-          key_(key), listener_(listener), before_index_(before, key), after_index_(after, key)
+          look_at_after_(std::async(helper_.policy(), [&after, key] { return side(after, key); })),
+          before_(before, key), after_(look_at_after_.get()), key_(key), listener_(listener)
     {}
-
-    static record_contents contents_of(const sdb::sdb_database& database, const content_key& key)
-    {
-        return {database, key, references_seen::by_name};
-    }
 
     void count_and_tell(const pair_of& one)
     {
@@ -99,8 +99,8 @@ private:
         }
         const bool is_equal =
             before_.contents.of_list(one.before) == after_.contents.of_list(one.after);
-        const content_digest reached_before = before_index_.of(one.before);
-        const content_digest reached_after = after_index_.of(one.after);
+        const content_digest reached_before = before_.index.of(one.before);
+        const content_digest reached_after = after_.index.of(one.after);
         const bool is_reached_otherwise = compares_indexes_ && reached_before != reached_after;
         if (is_equal && !is_reached_otherwise) {
             ++counts_.unchanged;
@@ -307,8 +307,10 @@ private:
                      [&] { after_.contents.tell_apart(b); });
         bool goes_on = true;
         for (int round = 0; goes_on && round < most_rounds; ++round) {
-            const bool has_changed = before_.contents.look_closer();
-            goes_on = after_.contents.look_closer() || has_changed;
+            bool has_changed = false;
+            side_by_side([&] { has_changed = before_.contents.look_closer(); },
+                         [&] { goes_on = after_.contents.look_closer(); });
+            goes_on = goes_on || has_changed;
         }
         std::unordered_map<std::uint32_t, content_digest> of_before;
         std::unordered_map<std::uint32_t, content_digest> of_after;
@@ -475,7 +477,7 @@ private:
     }
 
     uni::possible_helper helper_;
-    std::future<record_contents> contents_of_after_;
+    std::future<side> look_at_after_;
     side before_;
     side after_;
     const content_key key_;
@@ -486,8 +488,6 @@ private:
     // Where one has none at all, that is another matter.
     bool compares_indexes_ =
         !before_.database.indexes().empty() && !after_.database.indexes().empty();
-    const index_sums before_index_;
-    const index_sums after_index_;
     bool goes_on_ = true;
 };
 

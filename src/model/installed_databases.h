@@ -81,9 +81,9 @@ struct unread_input {
 // What a run works on, and what the registry of each of its volumes says of it.
 struct run_targets {
     std::vector<std::string> files;
-    std::vector<unread_input> unread;    // hives, and databases that lead out of the volume
-    std::vector<std::string> volumes;    // that were named, by their roots
-    std::vector<std::string> roots;      // from which places are counted; none where nothing tells
+    std::vector<unread_input> unread; // hives, and databases that lead out of the volume
+    std::vector<std::string> volumes; // that were named, by their roots
+    std::vector<std::string> roots;   // from which places are counted; none where nothing tells
     std::vector<installed_databases> installed;
     std::vector<registry_lists> lists; // beside each of these, of a run that explains
     bool is_one_registry =
