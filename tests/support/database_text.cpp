@@ -1,10 +1,12 @@
 #include "support/database_text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "sdb/tags.h"
 
@@ -84,11 +86,15 @@ class text_reader {
 public:
     bytes image(const std::string& text)
     try {
-        static const std::regex form("( *)([^ #][^@=]*?)(?: @(\\w+))?(?: = (.*))?");
+        static const std::regex form("( *)([^ #][^@=]*?)(?: @(\\w+))?");
+        constexpr std::string_view parts = " = ";
         std::istringstream rows(text);
         for (std::string row; std::getline(rows, row);) {
-            if (std::smatch part; std::regex_match(row, part, form)) {
-                lines_.push_back({part.str(1).size(), part[2], part[3], part[4]});
+            const std::size_t at = std::min(row.find(parts), row.size());
+            const std::string head = row.substr(0, at); // a value may be too long for the other
+            if (std::smatch part; std::regex_match(head, part, form)) {
+                const std::size_t behind = std::min(at + parts.size(), row.size());
+                lines_.push_back({part.str(1).size(), part[2], part[3], row.substr(behind)});
             }
         }
         b_.without_database(); // which is a tag like any other here
