@@ -1,18 +1,13 @@
 #include "model/subject_judge.h"
 
-#include <algorithm>
-#include <array>
-#include <bitset>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
+#include "model/judged_texts.h"
 #include "model/patch_changes.h"
 #include "model/record_facts.h"
-#include "model/suspect_paths.h"
-#include "model/text_memo.h"
 #include "sdb/tags.h"
 #include "uni/guid.h"
 #include "uni/text.h"
@@ -26,46 +21,18 @@ namespace tag = sdb::tag;
 
 constexpr std::uint32_t hard_block = 2; // of PROBLEMSEVERITY
 
-// What a program is, by its name: a bit for each of these lists.
-constexpr auto program_lists = std::to_array<std::pair<name_list, signal>>({
+// What is told of programs that are named in these lists.
+constexpr std::pair<name_list, signal> targets[] = {
     {name_list::core_process, signal::target_core},
     {name_list::security_product, signal::target_security},
     {name_list::elevating_program, signal::target_elevating},
     {name_list::script_host, signal::target_host},
     {name_list::keeper_of_secrets, signal::target_secrets},
-    {name_list::updater, signal::count},
-    {name_list::administration_tool, signal::count},
-});
-constexpr unsigned bit_of(name_list list)
-{
-    for (std::size_t i = 0; i < program_lists.size(); ++i) {
-        if (program_lists[i].first == list) {
-            return 1u << i;
-        }
-    }
-    return 0;
-}
+};
 constexpr unsigned guards = bit_of(name_list::core_process) | bit_of(name_list::security_product);
 constexpr unsigned not_to_be_blocked = bit_of(name_list::security_product) |
                                        bit_of(name_list::updater) |
                                        bit_of(name_list::administration_tool);
-
-// Fixes for which there is more to look at than their family.
-enum class special : std::uint8_t { none, inject, redirect_program, redirect_paths, block };
-constexpr std::pair<std::string_view, special> special_fixes[] = {
-    {"injectdll", special::inject},
-    {"redirectexe", special::redirect_program},
-    {"correctfilepaths", special::redirect_paths},
-    {"redirectshortcut", special::redirect_paths},
-    {"modifyshelllinkpath", special::redirect_paths},
-    {"setenvironmentvariable", special::redirect_paths},
-    {"terminateexe", special::block},
-    {"ignoreloadlibrary", special::block},
-};
-
-// Kinds of fixes, as the tables call them.
-constexpr std::string_view fix_kinds[] = {"shim", "layer", "flag", "kernel-shim"};
-constexpr std::size_t shim_kind = 0;
 
 // Whether what a reference leads to is known by its name. (A patch is told by what it does, whatever it is called.)
 bool is_known_by_name(std::uint16_t tag)
@@ -83,21 +50,6 @@ bool is_known_by_name(std::uint16_t tag)
     }
 }
 
-std::size_t kind_of_reference(std::uint16_t tag)
-{
-    switch (tag) {
-    case tag::layer:
-        return 1;
-    case tag::flag_ref:
-    case tag::kflag_ref:
-        return 2;
-    case tag::kshim_ref:
-        return 3;
-    default:
-        return shim_kind;
-    }
-}
-
 bool is_fact_of_file(std::uint16_t tag)
 {
     const bool is_negation = tag == tag::match_logic_not; // none of its files may be meant
@@ -111,16 +63,8 @@ public:
     state(const examined_database& examined, const record_groupings& groupings,
           const request::bounds& bounds)
         : examined_(examined), database_(examined.database), known_(examined.known),
-          groupings_(groupings), gatherer_(database_, bounds), texts_(database_)
-    {
-        for (std::size_t i = 0; i < program_lists.size(); ++i) {
-            for (const auto& [name, note] : known_.entries(program_lists[i].first)) {
-                std::uint8_t& classes = classes_by_stem_[name];
-                classes = static_cast<std::uint8_t>(classes | 1u << i);
-                note_beginning(name);
-            }
-        }
-    }
+          groupings_(groupings), gatherer_(database_, bounds), texts_(database_, known_)
+    {}
 
     void look_at_plain(subject& seen, std::uint32_t record)
     {
@@ -142,7 +86,7 @@ public:
         } else if (own == tag::patch) {
             judge_patch(record, record);
         } else if (own == tag::shim) {
-            judge_lines(record, record, special::none,
+            judge_lines(record, record, special_fix::none,
                         child_of(database_, record, tag::command_line));
         } else if (own == tag::kdriver) {
             add(signal::driver_entries, record, finding_part(record));
@@ -156,17 +100,6 @@ public:
     const known_fix* fix_of(const fix_use& use) { return name_of(use).fix; }
 
 private:
-    // What there is to know of the name of a fix.
-    struct fix_name {
-        const known_fix* fix = nullptr;
-        special is = special::none;
-    };
-    // What a command line does.
-    struct line_facts {
-        std::string suspect_module; // the first that is one
-        bool has_item_without_dll = false;
-        bool redirects = false;
-    };
     struct definition_facts {
         std::uint32_t command_line = 0; // tag
         std::uint32_t changes = 0;
@@ -174,28 +107,6 @@ private:
         std::string modules;     // that a suspect patch changes, as a sentence names them
         std::string core_module; // one that the system rests on
     };
-    // What was found out about a text, as far as it was looked at as each of these.
-    enum looked_at : std::uint8_t { as_name = 1, as_line = 2, as_vendor = 4, as_fix = 8 };
-    struct text_facts {
-        std::uint8_t looked = 0; // as_fix and the bits above it for the kinds of fixes
-        std::uint8_t classes = 0;
-        bool has_wildcard = false;
-        bool is_maker = false;
-        line_facts line;
-        special is = special::none;
-        std::array<std::uint32_t, 4> fixes{}; // in known_fixes_, from 1 on; 0 for none
-    };
-
-    void note_beginning(std::string_view listed)
-    {
-        std::uint32_t key = 0;
-        for (std::size_t i = 0; i < std::min(key_length, listed.find('.')) && i < listed.size();
-             ++i) {
-            key |= key_part(listed[i], i);
-        }
-        begins_name_[place_of_key(key)] = true;
-    }
-
     void add(signal what, std::uint32_t offset, finding_part first = {}, finding_part second = {},
              std::size_t variant = 0, std::uint64_t number = 0)
     {
@@ -213,62 +124,6 @@ private:
         return database_.word_behind(text_tag);
     }
 
-    // What is known of the text under a tag; `bit` tells as what it is looked at, and whether for the first
-    // time.
-    text_facts& facts_of_text(std::uint32_t text, std::uint8_t bit, bool& is_new)
-    {
-        text_facts& facts = texts_.of(reference_of(text), [] { return text_facts(); });
-        is_new = (facts.looked & bit) == 0;
-        facts.looked = static_cast<std::uint8_t>(facts.looked | bit);
-        return facts;
-    }
-
-    const text_facts& facts_of_name(std::uint32_t name)
-    {
-        bool is_new = false;
-        text_facts& facts = facts_of_text(name, as_name, is_new);
-        if (is_new && may_be_listed(name, facts.has_wildcard)) {
-            const auto known = classes_by_stem_.find(stem_of(text_at(database_, name)));
-            if (known != classes_by_stem_.end()) {
-                facts.classes = known->second;
-            }
-        }
-        return facts;
-    }
-
-    // Whether a name begins like one of a list, which most do not: it spares them the rest.
-    bool may_be_listed(std::uint32_t name, bool& has_wildcard) const
-    {
-        const uni::byte_view stored = database_.string_bytes(reference_of(name));
-        std::uint64_t begin = 0; // of the last part
-        std::uint16_t unit = stored.u16(0);
-        for (std::uint64_t at = 0; unit != 0; at += 2, unit = stored.u16(at)) {
-            has_wildcard = has_wildcard || unit == '*' || unit == '?';
-            begin = unit == '\\' || unit == '/' ? at + 2 : begin;
-        }
-        std::uint32_t key = 0;
-        for (std::size_t i = 0; i < key_length; ++i) {
-            unit = stored.u16(begin + i * 2);
-            if (unit >= 0x80) {
-                return true; // as a byte it may be several
-            }
-            if (unit == 0 || unit == '.') {
-                break;
-            }
-            key |= key_part(static_cast<char>(unit), i);
-        }
-        return begins_name_[place_of_key(key)];
-    }
-    static std::uint32_t key_part(char c, std::size_t place)
-    {
-        return std::uint32_t{static_cast<unsigned char>(uni::lower_ascii(c))} << (place * 8);
-    }
-    static std::size_t place_of_key(std::uint32_t key)
-    {
-        constexpr std::uint32_t spread = 0x9e3779b1; // 2^32 divided by the golden ratio
-        return key * spread >> 16;
-    }
-
     // By the name of the definition, which is what takes effect, and by that of the reference: of two the
     // heavier.
     fix_name name_of(const fix_use& use)
@@ -277,17 +132,17 @@ private:
         if (!is_known_by_name(tag)) {
             return {};
         }
-        fix_name found = use.name == 0 ? fix_name() : fix_of_name(use.name, tag);
+        fix_name found = use.name == 0 ? fix_name() : texts_.fix_called(use.name, tag);
         const std::uint32_t other = use.definition == 0 || begins_with_name_of(use.definition, use)
                                         ? 0
                                         : name_of_definition(use.definition);
         if (other != 0 && (use.name == 0 || reference_of(other) != reference_of(use.name))) {
-            const fix_name defined = fix_of_name(other, tag);
+            const fix_name defined = texts_.fix_called(other, tag);
             const bool is_heavier =
                 defined.fix != nullptr &&
                 (found.fix == nullptr || defined.fix->weighs >= found.fix->weighs);
             found.fix = is_heavier ? defined.fix : found.fix;
-            found.is = defined.is != special::none ? defined.is : found.is;
+            found.is = defined.is != special_fix::none ? defined.is : found.is;
         }
         return found;
     }
@@ -307,45 +162,6 @@ private:
             place->second = child_of(database_, definition, tag::name);
         }
         return place->second;
-    }
-
-    fix_name fix_of_name(std::uint32_t name, std::uint16_t tag)
-    {
-        const std::size_t kind = kind_of_reference(tag);
-        bool is_new = false;
-        text_facts& facts = facts_of_text(name, static_cast<std::uint8_t>(as_fix << kind), is_new);
-        if (is_new) {
-            find_fix(facts, text_at(database_, name), kind);
-        }
-        const std::uint32_t number = facts.fixes[kind];
-        return {number == 0 ? nullptr : known_fixes_[number - 1],
-                kind == shim_kind ? facts.is : special::none};
-    }
-
-    void find_fix(text_facts& facts, const std::string& text, std::size_t kind)
-    {
-        if (const known_fix* const fix = known_.fix(text, fix_kinds[kind])) {
-            known_fixes_.push_back(fix);
-            facts.fixes[kind] = static_cast<std::uint32_t>(known_fixes_.size());
-        }
-        for (const auto& [special_name, is] : special_fixes) {
-            if (uni::equal_ignoring_case(text, special_name)) {
-                facts.is = is;
-            }
-        }
-    }
-
-    const line_facts& facts_of_line(std::uint32_t line)
-    {
-        bool is_new = false;
-        text_facts& facts = facts_of_text(line, as_line, is_new);
-        if (is_new) {
-            const std::string text = text_at(database_, line);
-            facts.line.suspect_module = first_suspect_module(known_, text);
-            facts.line.has_item_without_dll = has_item_without_dll(text);
-            facts.line.redirects = redirects_to_writable(known_, text);
-        }
-        return facts.line;
     }
 
     const definition_facts& facts_of(std::uint32_t definition)
@@ -401,19 +217,20 @@ private:
     void look_at_own_tags(std::uint16_t own)
     {
         name_ = child_of(database_, record_, tag::name);
-        const text_facts* const called =
-            own == tag::exe && name_ != 0 ? &facts_of_name(name_) : nullptr;
-        classes_ = called != nullptr ? called->classes : 0;
-        has_wildcard_ = called != nullptr && called->has_wildcard;
+        const program_name called =
+            own == tag::exe && name_ != 0 ? texts_.program_called(name_) : program_name();
+        classes_ = called.classes;
+        has_wildcard_ = called.has_wildcard;
         facts_ = 0;
         wildcard_ = 0;
         const bool is_record = own == tag::exe || own == tag::msi_package || own == tag::kdriver;
         database_.for_each_child(record_, [&](std::uint32_t offset, std::uint16_t child) {
             if (child == tag::name && own == tag::exe && offset != name_) {
-                classes_ |= facts_of_name(offset).classes; // one may be meant as well as the other
+                classes_ |=
+                    texts_.program_called(offset).classes; // one may be meant as well as the other
             } else if (child == tag::wildcard_name && wildcard_ == 0) {
                 wildcard_ = offset;
-            } else if (child == tag::vendor && is_maker(offset)) {
+            } else if (child == tag::vendor && texts_.is_maker(offset)) {
                 add(signal::who_vendor, offset, finding_part(offset), {}, 1);
             } else if (child == tag::apphelp) {
                 judge_message(offset);
@@ -430,27 +247,16 @@ private:
         });
     }
 
-    bool is_maker(std::uint32_t vendor)
-    {
-        bool is_new = false;
-        text_facts& facts = facts_of_text(vendor, as_vendor, is_new);
-        if (is_new) {
-            const std::string text = uni::lowered(text_at(database_, vendor));
-            facts.is_maker = known_.holds_word(name_list::system_maker, text);
-        }
-        return facts.is_maker;
-    }
-
     void judge_exe()
     {
-        for (std::size_t i = 0; i < program_lists.size(); ++i) {
-            if ((classes_ >> i & 1) != 0 && program_lists[i].second != signal::count) {
-                add(program_lists[i].second, name_, finding_part(name_));
+        for (const auto& [list, what] : targets) {
+            if ((classes_ & bit_of(list)) != 0) {
+                add(what, name_, finding_part(name_));
             }
         }
         if (has_wildcard_) {
             add(signal::target_wildcard, name_, finding_part(name_));
-        } else if (wildcard_ != 0 && facts_of_name(wildcard_).has_wildcard) {
+        } else if (wildcard_ != 0 && texts_.program_called(wildcard_).has_wildcard) {
             add(signal::target_wildcard, wildcard_, finding_part(wildcard_));
         }
         if (facts_ == 0 && name_ != 0) {
@@ -491,7 +297,7 @@ private:
         } else if (own == tag::shim_ref) {
             judge_lines(use.reference, use.definition, name.is, use.command_line);
         }
-        if (name.is == special::block && (classes_ & not_to_be_blocked) != 0) {
+        if (name.is == special_fix::block && (classes_ & not_to_be_blocked) != 0) {
             add(signal::block_program, use.reference, finding_part(use.reference));
         }
         if (name.fix != nullptr) {
@@ -533,7 +339,7 @@ private:
     }
 
     // What the command lines of a shim, those of the reference and of the definition, do.
-    void judge_lines(std::uint32_t reference, std::uint32_t definition, special is,
+    void judge_lines(std::uint32_t reference, std::uint32_t definition, special_fix is,
                      std::uint32_t own_line)
     {
         const std::uint32_t line =
@@ -544,21 +350,21 @@ private:
             add(what, reference, name, line == 0 ? finding_part() : finding_part(line),
                 line == 0 ? 1 : 0);
         };
-        if (is == special::inject) {
+        if (is == special_fix::inject) {
             tell(signal::inject_module);
-        } else if (is == special::redirect_program) {
+        } else if (is == special_fix::redirect_program) {
             tell(signal::redirect_exe);
         }
         if (line == 0) {
             return;
         }
-        const line_facts& facts = facts_of_line(line);
+        const line_facts& facts = texts_.line(line);
         if (!facts.suspect_module.empty()) {
             add(signal::inject_path, at, name, finding_part(facts.suspect_module));
-        } else if (is == special::inject && facts.has_item_without_dll) {
+        } else if (is == special_fix::inject && facts.has_item_without_dll) {
             add(signal::inject_path, at, name, finding_part(line));
         }
-        if (is == special::redirect_paths && facts.redirects) {
+        if (is == special_fix::redirect_paths && facts.redirects) {
             add(signal::redirect_path, at, name, finding_part(line));
         }
     }
@@ -598,12 +404,7 @@ private:
     std::uint64_t facts_ = 0;    // that tell its file apart
     unsigned classes_ = 0;
 
-    std::unordered_map<std::string, std::uint8_t> classes_by_stem_;
-    static constexpr std::size_t key_length = 4; // characters of a name, up to its dot
-    std::bitset<0x10000> begins_name_;           // by their hash
-    text_memo<text_facts> texts_;
-    std::vector<const known_fix*> known_fixes_; // that were found
-
+    judged_texts texts_;
     std::unordered_map<std::uint32_t, definition_facts> definitions_;   // by offset
     std::unordered_map<std::uint32_t, std::uint32_t> definition_names_; // tags, the same
 };
