@@ -138,11 +138,13 @@ start_wine() {
 
 # Long work by several threads: no data race, and the bytes of the release program.
 thread_tests() {
-    local database=build/tsan/large.sdb options words passed=0 log=$logs/threads.log
+    local database=build/tsan/large.sdb other=build/tsan/other.sdb options words passed=0 log=$logs/threads.log
     local header='^run time: \|^"cmdline: \|^{"kind":"run"\|^<title>\|^<dt>time\|^<dt>command line'
     heading 'threads'
     build/release/make_large_database 3000000 "$database" >"$log" 2>&1 || fail threads "$log" 1
-    for options in -apps '-apps -multiline -threads 8' '-apps -json' '-apps -html' -stats; do
+    build/release/make_large_database 3000000 "$other" shared >"$log" 2>&1 || fail threads "$log" 1
+    for options in -apps '-apps -multiline -threads 8' '-apps -json' '-apps -html' -stats -explain \
+        "-diff $database" "-diff $other"; do
         read -ra words <<<"$options"
         for program in release tsan; do
             timeout 300 "build/$program/quilt" -sdb "$database" -quiet "${words[@]}" \
