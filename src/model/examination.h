@@ -124,9 +124,6 @@ private:
 // Findings about what a database says of itself, and about how it is built.
 void judge_database(finding_list& findings, const examined_database& examined);
 
-// Whether a name is one of an update of the system.
-bool poses_as_update(const knowledge& known, std::string_view name);
-
 // A finding of that kind, weighed for a database; none where it has no meaning there.
 std::optional<finding> found(const examined_database& examined, signal what, std::uint32_t offset);
 

@@ -9,6 +9,7 @@
 #include "model/payload.h"
 #include "model/record_facts.h"
 #include "model/suspect_paths.h"
+#include "model/suspect_texts.h"
 #include "sdb/tags.h"
 #include "uni/guid.h"
 #include "uni/text.h"
@@ -23,102 +24,6 @@ namespace type = sdb::type;
 
 constexpr std::size_t most_judged_text = 512;
 constexpr std::uint64_t before_databases = 126'227'808'000'000'000; // 2001-01-01, FILETIME ticks
-
-// "KB" with a number behind it, as articles about updates are called.
-bool names_article(std::string_view lower)
-{
-    for (std::size_t at = lower.find("kb"); at != std::string_view::npos;
-         at = lower.find("kb", at + 1)) {
-        const std::size_t digits =
-            at + 2 < lower.size() && (lower[at + 2] == ' ' || lower[at + 2] == '-') ? at + 3
-                                                                                    : at + 2;
-        const bool begins = at == 0 || !uni::is_letter_or_digit(lower[at - 1]);
-        constexpr std::size_t fewest_digits = 3;
-        const std::size_t end =
-            std::min(lower.find_first_not_of("0123456789", digits), lower.size());
-        if (begins && digits < lower.size() && end - digits >= fewest_digits) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// A name without the number that a tool puts behind it: "Name(1)", "Name_1", "Name 1".
-std::string_view without_number(std::string_view name)
-{
-    std::string_view rest = name;
-    if (rest.ends_with(')')) {
-        rest.remove_suffix(1);
-    }
-    const std::size_t before = rest.find_last_not_of("0123456789");
-    if (before == std::string_view::npos || before + 1 == rest.size()) {
-        return name;
-    }
-    rest = rest.substr(0, before + 1);
-    return uni::trimmed(rest.substr(0, rest.find_last_not_of("(_ ") + 1));
-}
-
-bool is_bare_guid(std::string_view name)
-{
-    std::string text(name);
-    uni::remove_char(text, '{');
-    uni::remove_char(text, '}');
-    return text.size() == uni::guid_text_length &&
-           text.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
-}
-
-// One or two digits alone, or groups in each of which one digit is one more than the one before.
-bool has_pattern(std::string_view guid)
-{
-    std::string digits(guid);
-    uni::remove_char(digits, '-');
-    std::string distinct = digits;
-    std::ranges::sort(distinct);
-    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
-    if (distinct.size() <= 2) {
-        return true;
-    }
-    constexpr std::string_view order = "0123456789abcdef0123456789abcdef";
-    return std::ranges::all_of(uni::split(guid, '-', false), [&](const std::string& group) {
-        return order.find(group) != std::string_view::npos;
-    });
-}
-
-// The host that an address leads to, lower-case; nothing for one that is not http(s).
-std::string host_of(std::string_view address)
-{
-    const std::string lower = uni::lowered(uni::trimmed(address));
-    for (const std::string_view scheme : {"http://", "https://"}) {
-        if (lower.starts_with(scheme)) {
-            std::string host = lower.substr(scheme.size());
-            host = host.substr(0, host.find_first_of("/?#\\"));
-            host = host.substr(host.find('@') + 1); // whole if there is none
-            return host.starts_with('[') ? host : host.substr(0, host.find(':'));
-        }
-    }
-    return {};
-}
-
-bool is_known_host(const knowledge& known, std::string_view host)
-{
-    for (;;) {
-        if (known.holds(name_list::known_host, host)) {
-            return true;
-        }
-        const std::size_t dot = host.find('.');
-        if (dot == std::string_view::npos) {
-            return false;
-        }
-        host.remove_prefix(dot + 1);
-    }
-}
-
-bool is_path_or_address(std::string_view text)
-{
-    return text.find(":\\") != std::string_view::npos ||
-           text.find("\\\\") != std::string_view::npos ||
-           text.find("://") != std::string_view::npos || std::ranges::count(text, '%') >= 2;
-}
 
 // A bit for each tag that stands once in a list; 0 for all others.
 unsigned bit_of_single(std::uint16_t tag)
@@ -552,12 +457,6 @@ private:
 };
 
 } // namespace
-
-bool poses_as_update(const knowledge& known, std::string_view name)
-{
-    const std::string lower = uni::lowered(name);
-    return names_article(lower) || known.begins_word(name_list::update_word, lower);
-}
 
 void judge_database(finding_list& findings, const examined_database& examined)
 {

@@ -10,6 +10,7 @@
 #include "model/place.h"
 #include "model/stored_path.h"
 #include "model/suspect_paths.h"
+#include "model/suspect_texts.h"
 #include "uni/byte_view.h"
 #include "uni/text.h"
 #include "uni/time.h"
