@@ -179,6 +179,16 @@ TEST(differences, are_told_of_references_to_namesakes)
         return text +
                "  exe\n    name = a.exe\n    layer\n      name = L\n      layer_tagid = @L1\n";
     };
+    // Two layers of one name in that order, each of which says two things.
+    using twin = std::pair<std::string, std::string>;
+    const auto twins = [](const twin& first, const twin& second) {
+        std::string text = "database\n  library\n";
+        for (const twin& one : {first, second}) {
+            text += "    layer\n      name = L\n      flags = " + one.first +
+                    "\n      inexclude\n        module = " + one.second + "\n";
+        }
+        return text;
+    };
     struct {
         std::string before;
         std::string after;
@@ -197,6 +207,13 @@ TEST(differences, are_told_of_references_to_namesakes)
         {namesakes("shim", "1", "", "a"), namesakes("shim", "1", "2", "a"), {"+F"}},
         {namesakes("shim", "1", "2", "a"), namesakes("shim", "3", "2", "a"), {"~F", "  ~flags"}},
         {namesakes("shim", "1", "2", "a"), namesakes("shim", "2", "1", "b"), {}},
+        // One change to either of two that were put in another order.
+        {twins({"1", "x.dll"}, {"2", "y.dll"}),
+         twins({"2", "y.dll"}, {"3", "x.dll"}),
+         {"~L", "  ~flags"}},
+        {twins({"1", "x.dll"}, {"2", "y.dll"}),
+         twins({"2", "z.dll"}, {"1", "x.dll"}),
+         {"~L", "  ~module"}},
         // What leads to no tag has nothing but its number.
         {"database\n  exe\n    name = a.exe\n    shim_ref\n      shim_tagid = 70000\n",
          "database\n  exe\n    name = a.exe\n    shim_ref\n      shim_tagid = 80000\n",

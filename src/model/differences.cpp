@@ -210,7 +210,9 @@ private:
             leave_lonely(a, b);
             leave_lonely(b, a);
             const std::size_t first = pairs.size();
-            pair_equal_keys(a, b, pairs);
+            pair_equal_keys(
+                a, b, pairs, [this](std::uint32_t list) { return parts_of(before_, list); },
+                [this](std::uint32_t list) { return parts_of(after_, list); });
             take_out(left_before, pairs, first, &pair_of::before);
             take_out(left_after, pairs, first, &pair_of::after);
         }
@@ -221,6 +223,18 @@ private:
             pairs.push_back({one.offset, 0});
         }
         return pairs;
+    }
+
+    // What its scalars say, and what its lists do.
+    static candidate_parts parts_of(side& one, std::uint32_t list)
+    {
+        candidate_parts parts;
+        one.database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+            const bool is_list = sdb::tag_type(own) == type::list;
+            parts[is_list ? 1 : 0] +=
+                is_list ? one.contents.of_list(offset) : one.contents.of_scalar(offset);
+        });
+        return parts;
     }
 
     static candidates candidates_of(const std::vector<record_keys>& records, std::size_t by)

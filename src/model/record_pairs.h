@@ -1,8 +1,10 @@
 // Brings together what stands in two databases.
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "model/content.h"
@@ -27,8 +29,15 @@ struct pair_of {
 // the sorting.
 void leave_lonely(candidates& ones, const candidates& others);
 
-// Brings together candidates of one key, those first that say the same. What is left over stays.
-void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>& pairs);
+// Two parts of what a candidate says, of which one change leaves the other as it is.
+using candidate_parts = std::array<content_digest, 2>;
+using parts_of_candidate = std::function<candidate_parts(std::uint32_t offset)>;
+
+// Brings together candidates of one key: those first that say the same, then, where it is told how to look at
+// their parts, those that alone have one in common, then the others as they stand. What is left over stays.
+void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>& pairs,
+                     const parts_of_candidate& parts_before = {},
+                     const parts_of_candidate& parts_after = {});
 
 // In the order of the second database, then what only the first has.
 void put_in_order(std::vector<pair_of>& pairs);

@@ -146,8 +146,10 @@ private:
                          std::string& after)
     {
         if (sdb::tag_type(own) == sdb::type::dword) {
-            before += " at " + hexadecimal(work_.database->word_behind(one.before));
-            after += " at " + hexadecimal(work_.other->word_behind(one.after));
+            const std::uint32_t from = work_.database->word_behind(one.before);
+            const std::uint32_t to = work_.other->word_behind(one.after);
+            before += " at " + hexadecimal(from);
+            after = (from == to ? "another " : "") + after + " at " + hexadecimal(to);
             return;
         }
         if (sdb::tag_type(own) != sdb::type::stringref && sdb::tag_type(own) != sdb::type::string) {

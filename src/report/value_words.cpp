@@ -193,10 +193,12 @@ std::string value_words(const sdb::sdb_database& database, std::uint32_t offset,
     // A reference is told by what it leads to, as offsets say nothing between two databases.
     if (sdb::tag_type(own) == type::dword && sdb::is_expanded_dword_tag(own)) {
         const std::uint32_t target = database.word_behind(offset);
-        return database.is_recorded(target) &&
-                       sdb::tag_type(database.tag_from(target)) == type::list
+        if (!database.is_recorded(target)) {
+            return "tag 0x" + text + ", which is none";
+        }
+        return sdb::tag_type(database.tag_from(target)) == type::list
                    ? shortened(model::name_of_list(database, target, longest_part))
-                   : "tag 0x" + text + ", which is none";
+                   : "tag 0x" + text + ", which is no list";
     }
     return text;
 }
