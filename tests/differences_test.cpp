@@ -195,7 +195,7 @@ TEST(differences, are_told_of_references_to_namesakes)
         lines expected;
     } const rows[] = {
         {chains("a", "b"), chains("a", "b"), {}},
-        {chains("a", "b"), chains("b", "a"), {"~L", "  ~layer_tagid", "~L", "  ~layer_tagid"}},
+        {chains("a", "b"), chains("b", "a"), {"~a.exe", "  ~layer_tagid"}},
         {namesakes("shim", "1", "2", "a"),
          namesakes("shim", "1", "2", "b"),
          {"~a.exe", "  ~shim_tagid"}},

@@ -98,8 +98,10 @@ std::unique_ptr<model::explain_context> make_explain_context(const request::sdb_
     return made;
 }
 
-std::unique_ptr<model::known_records>
-load_known_records(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices)
+std::unique_ptr<model::known_records> load_known_records(const request::sdb_opts& options,
+                                                         files::file_tree& tree,
+                                                         io::notices& notices,
+                                                         std::vector<model::unread_input>& unread)
 {
     if (options.known_paths.empty()) {
         return nullptr;
@@ -111,9 +113,12 @@ load_known_records(const request::sdb_opts& options, files::file_tree& tree, io:
         sdb::sdb_database database;
         if (!source) {
             notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
+            unread.push_back({path, reason});
         } else if (database.load(*source, options.bounds.inflated_bytes) !=
                    sdb::load_result::loaded) {
-            notices.fail("Prob analyzing file %s: %s\n", path.c_str(), "is no database");
+            reason = "is no database";
+            notices.fail("Prob analyzing file %s: %s\n", path.c_str(), reason.c_str());
+            unread.push_back({path, reason});
         } else {
             made->add(database);
         }

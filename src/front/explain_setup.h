@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "files/file_tree.h"
 #include "io/notice.h"
@@ -23,9 +24,11 @@ std::unique_ptr<model::explain_context> make_explain_context(const request::sdb_
                                                              std::uint64_t now);
 
 // The records of the databases that were named as known; null where none was. One that cannot be read is
-// said.
-std::unique_ptr<model::known_records>
-load_known_records(const request::sdb_opts& options, files::file_tree& tree, io::notices& notices);
+// said, and added to `unread`.
+std::unique_ptr<model::known_records> load_known_records(const request::sdb_opts& options,
+                                                         files::file_tree& tree,
+                                                         io::notices& notices,
+                                                         std::vector<model::unread_input>& unread);
 
 // Tells whether files are there to which a registry refers, where this machine can know. `root` is that of
 // its volume; it may be empty.

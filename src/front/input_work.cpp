@@ -356,9 +356,14 @@ bool input_work::match_program_entry(const std::string& path, const input_output
 void input_work::match_program_alone(const input_output& out) const
 {
     const platform::wow64_redirect_adt redirection;
+    const std::uint64_t failed_before = out.counts.failed;
     if (!match_program_entry(options_.pe_path, out)) {
+        constexpr const char* reason = "is no program";
         out.notices.fail("Problem pulling PE stats from file %s: %s\n", options_.pe_path.c_str(),
-                         "is no program");
+                         reason);
+        if (out.counts.failed == failed_before) { // otherwise that was told
+            tell_failure(options_.pe_path, reason, out);
+        }
     }
 }
 

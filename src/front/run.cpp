@@ -32,11 +32,11 @@ constexpr const char* caught = "exception caught";
 class run_work {
 public:
     run_work(const request::sdb_opts& options, files::file_tree& tree,
-             const model::run_targets& targets, outputs& files,
-             const model::explain_context* explained, const model::known_records* known,
-             const input_output& out)
-        : options_(options), tree_(tree), targets_(targets), files_(files), out_(out),
-          explained_(explained), inputs_(options, tree, targets, explained, known)
+             const model::run_targets& targets, const std::vector<model::unread_input>& unread,
+             outputs& files, const model::explain_context* explained,
+             const model::known_records* known, const input_output& out)
+        : options_(options), tree_(tree), targets_(targets), unread_(unread), files_(files),
+          out_(out), explained_(explained), inputs_(options, tree, targets, explained, known)
     {}
 
     void do_all(const form::run_facts& facts)
@@ -46,7 +46,7 @@ public:
         try {
             do_work();
             const bool goes_on = may_write_ && !was_refused_ && out_.report.good();
-            for (const model::unread_input& one : targets_.unread) {
+            for (const model::unread_input& one : unread_) {
                 if (goes_on) {
                     inputs_.tell_failure(one.path, one.reason, out_);
                 }
@@ -240,6 +240,7 @@ private:
     const request::sdb_opts& options_;
     files::file_tree& tree_;
     const model::run_targets& targets_;
+    const std::vector<model::unread_input>& unread_;
     outputs& files_;
     const input_output& out_;
     const model::explain_context* const explained_; // of a run that explains
@@ -315,6 +316,8 @@ model::run_targets find_targets(const request::sdb_opts& options, files::file_tr
         for (const model::registry_finding& one : findings) {
             if (one.kind == model::registry_finding_kind::no_memory) {
                 targets.unread.push_back({one.subject, "memory has run out"});
+            } else if (one.kind == model::registry_finding_kind::damaged) {
+                targets.unread.push_back({one.subject, "is damaged, not all of it was read"});
             } else if (one.kind == model::registry_finding_kind::hive_unread) {
                 targets.unread.push_back({one.subject, one.reason});
             }
@@ -380,21 +383,23 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
 {
     const bool explains = options.explain && !options.stats && !options.list_sdb &&
                           !options.compares() && !options.match_mode;
-    const auto known = load_known_records(options, tree, notices);
+    std::vector<model::unread_input> unread = targets.unread;
+    const auto known = load_known_records(options, tree, notices, unread);
     const auto explained =
         explains ? make_explain_context(options, tree, targets, facts.time) : nullptr;
     // A form that begins its stream itself needs no input to know of those before it. Behind a database
     // that is explained the registry may have its say.
     one_by_one place(
-        {.is_lone = !options.is_list_form() && targets.files.size() == 1 &&
-                    !(explains && options.hive_given) &&
+        {.is_lone = !options.is_list_form() && !options.matches_many() &&
+                    targets.files.size() == 1 && !(explains && options.hive_given) &&
                     !(options.compares() && options.sdb_path.empty()),
          .head_stands = form::form_of(options.form).header == form::banner::in_the_form});
     uni::thread_allowance threads(uni::threads_for(options.bounds.threads));
     input_counts counts;
     kept_texts kept;
     const input_output streams{out, standard_output, notices, log, place, threads, counts, kept};
-    run_work(options, tree, targets, files, explained.get(), known.get(), streams).do_all(facts);
+    run_work(options, tree, targets, unread, files, explained.get(), known.get(), streams)
+        .do_all(facts);
 }
 
 void tell_refusal(uni::text_buffer& out, const request::sdb_opts& options,

@@ -102,6 +102,7 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
       texts_(database.tag_count() - first_text_, content_digest()), factors_(0x10000)
 {
     lists_.resize(database.children().lists().size());
+    find_records();
     digest_all({});
     if (seen == references_seen::by_name || database.children().references().empty()) {
         return;
@@ -111,8 +112,31 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
         earlier_ = lists_;
         digest_all(may_change_);
     }
+    // What is not known to the end is like nothing else.
+    const content_key own_key = random_content_key();
+    for (std::size_t number = 0; number < lists_.size() && !earlier_.empty(); ++number) {
+        if (earlier_[number] != lists_[number]) {
+            const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(number)>>(number);
+            lists_[number] = keyed_digest(own_key, 0, uni::byte_view(bytes));
+        }
+    }
     earlier_ = {};
     may_change_ = {};
+}
+
+// A definition is one, and a list of the same kind and name that stands in a record is none.
+void record_contents::find_records()
+{
+    const sdb::tag_table& relation = database_.children();
+    are_records_.assign(relation.lists().size(), true);
+    sdb::tag_ordinal behind; // the last record
+    for (const sdb::tag_table::list_row& list : relation.lists()) {
+        const bool is_in_record = list.ordinal < behind;
+        are_records_[number_of(list.ordinal)] = !is_in_record;
+        if (!is_in_record && list.tag != sdb::tag::database && list.tag != sdb::tag::library) {
+            behind = list.end();
+        }
+    }
 }
 
 std::set<std::uint16_t> record_contents::kinds_referred_to() const
@@ -279,7 +303,8 @@ content_digest record_contents::of_text(std::uint32_t offset)
 content_digest record_contents::digest_of_reference(std::uint32_t target)
 {
     constexpr std::uint64_t of_nothing = 0x20000;
-    constexpr std::uint64_t of_named = 0x30000; // beside the tag
+    constexpr std::uint64_t of_named = 0x30000;  // beside the tag
+    constexpr std::uint64_t of_record = 0x40000; // the same
     const auto ordinal = database_.ordinal_of(target);
     if (!ordinal) {
         const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(target)>>(target);
@@ -292,9 +317,11 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
     const auto [place, is_new] = targets_.try_emplace(target);
     if (is_new) {
         const std::uint16_t tag = database_.tag_at(*ordinal);
-        place->second = digest_of(tag | of_named, is_list             ? digest_of_name(target)
-                                                  : is_reference(tag) ? content_digest()
-                                                                      : of_value(target));
+        const bool is_record = is_list && are_records_[number_of(*ordinal)];
+        place->second = digest_of(tag | (is_record ? of_record : of_named),
+                                  is_list             ? digest_of_name(target)
+                                  : is_reference(tag) ? content_digest()
+                                                      : of_value(target));
     }
     return place->second;
 }

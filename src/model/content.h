@@ -74,6 +74,7 @@ private:
         return static_cast<std::size_t>(database_.children().list(list) -
                                         database_.children().lists().data());
     }
+    void find_records();
     void digest_all(const std::vector<bool>& which); // lists; of an empty one all
     template <typename predicate>
     void mark_referring(predicate&& is_asked_for);
@@ -87,6 +88,7 @@ private:
     const content_key key_;
     digests lists_;                  // by number
     digests earlier_;                // of the round before, which references see
+    std::vector<bool> are_records_;  // lists that stand in a database or a library
     std::vector<bool> may_change_;   // lists, as references are seen otherwise
     std::vector<bool> in_namesakes_; // those of them that are namesakes or stand in one
     const std::uint32_t first_text_; // ordinal of the string table

@@ -1,7 +1,8 @@
 #include "model/differences.h"
 
 #include <algorithm>
-#include <cstring>
+#include <array>
+#include <bit>
 #include <future>
 #include <optional>
 #include <set>
@@ -301,7 +302,7 @@ private:
     // paired: a reference stays the same if what it leads to are two of a pair.
     void tell_namesakes_apart()
     {
-        constexpr int most_rounds = 4; // in which what they refer to themselves is looked at
+        constexpr int most_rounds = 16; // in which what they refer to themselves is looked at
         std::set<std::uint16_t> kinds = before_.contents.kinds_referred_to();
         kinds.merge(after_.contents.kinds_referred_to());
         std::vector<named_list> a;
@@ -331,16 +332,23 @@ private:
         std::uint64_t number = 0;
         for (const content_digest& name : names) {
             for (const pair_of& one : pair_all(lists_called(a, name), lists_called(b, name))) {
-                std::uint8_t bytes[sizeof(number)];
-                std::memcpy(bytes, &++number, sizeof(number));
-                const content_digest token = keyed_digest(key_, 0, uni::byte_view(bytes));
+                const content_digest said =
+                    one.before != 0 ? before_.contents.of_list(one.before) : content_digest();
+                const bool say_the_same =
+                    one.after != 0 && said == after_.contents.of_list(one.after);
+                // Those that say the same may stand for one another.
+                const content_digest known = say_the_same ? said : content_digest{++number, 0};
+                const std::array<std::uint64_t, 2> words = {known.low, known.high};
+                const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(words)>>(words);
+                const content_digest token =
+                    keyed_digest(key_, say_the_same ? 1 : 0, uni::byte_view(bytes));
                 if (one.before != 0) {
                     of_before[one.before] = token;
                 }
                 if (one.after != 0) {
                     of_after[one.after] = token;
                 }
-                if (one.before != 0 && one.after != 0) {
+                if (one.before != 0 && one.after != 0 && !say_the_same) {
                     partners_[one.before] = one.after;
                 }
             }

@@ -15,9 +15,12 @@
 #include "report/reports.h"
 #include "report/told_database.h"
 #include "report/value_words.h"
+#include "sdb/patch_op.h"
 #include "sdb/tags.h"
 #include "sdb/vocabulary.h"
 #include "uni/byte_view.h"
+#include "uni/marks.h"
+#include "uni/numbers.h"
 #include "uni/text_buffer.h"
 #include "uni/utf.h"
 
@@ -97,8 +100,14 @@ public:
         }
         std::string before = text_of(*work_.database, one.before);
         std::string after = text_of(*work_.other, one.after);
-        if (one.kind == model::change_kind::changed && before == after) {
+        if (one.kind == model::change_kind::changed && look_alike(before, after)) {
             show_difference(one, own, before, after);
+        }
+        if (one.kind == model::change_kind::changed && look_alike(before, after)) {
+            const auto [from, to] = bytes_apart(stored_bytes(*work_.database, one.before),
+                                                stored_bytes(*work_.other, one.after));
+            before += " (" + from + ")";
+            after += " (" + to + ")";
         }
         return tell_fact(one, sdb::tag_name(own), before, after);
     }
@@ -140,6 +149,30 @@ private:
     }
 
     static constexpr std::size_t longest = 300;
+
+    static bool look_alike(const std::string& before, const std::string& after)
+    {
+        return before == after || (before.size() < longest && after.size() < longest &&
+                                   uni::marked(before) == uni::marked(after));
+    }
+
+    // Where two values begin to differ, and with which bytes.
+    static std::pair<std::string, std::string> bytes_apart(uni::byte_view before,
+                                                           uni::byte_view after)
+    {
+        constexpr std::uint64_t most_shown = 16;
+        const std::uint64_t begin = static_cast<std::uint64_t>(
+            std::ranges::mismatch(before.bytes(), after.bytes()).in1 - before.bytes().begin());
+        const auto words = [&](uni::byte_view value) {
+            const std::string place = " byte " + std::to_string(begin);
+            return value.size() == begin
+                       ? "ends at" + place
+                       : "from" + place + " on " +
+                             uni::hex_text(
+                                 uni::beginning_of(value.from(begin), most_shown).bytes());
+        };
+        return {words(before), words(after)};
+    }
 
     // Has values that look alike, as they are cut or lead to namesakes, show where they differ.
     void show_difference(const model::record_change& one, std::uint16_t own, std::string& before,
@@ -238,33 +271,71 @@ private:
                work_.form.line(line_.view());
     }
 
+    static std::vector<std::string> lines_of(uni::byte_view patch)
+    {
+        constexpr std::size_t most = 10'000;
+        std::vector<std::string> lines;
+        model::for_each_change(patch, [&](const model::patch_change& change) {
+            lines.push_back(change_line(change));
+            return lines.size() < most;
+        });
+        std::ranges::sort(lines);
+        return lines;
+    }
+
+    // What stands in a patch beside the changes that `told` lines tell of: its other operations, in order, and
+    // how much is behind them.
+    static std::string besides(uni::byte_view patch, const std::vector<std::string>& told)
+    {
+        std::string all;
+        const auto add = [&](uni::byte_view bytes) {
+            all += std::to_string(bytes.size()) + ":";
+            all.append(bytes.bytes().begin(), bytes.bytes().end());
+        };
+        std::uint64_t behind = 0;
+        sdb::for_each_patch_op(patch, [&](const sdb::patch_op& op, std::uint64_t position) {
+            behind = position + op.next_size;
+            if (sdb::op_name(op.opcode) != "replace") {
+                all += std::to_string(op.opcode) + "," + std::to_string(op.address) + ",";
+                add(op.module_name);
+                add(op.data);
+            }
+            return true;
+        });
+        model::for_each_change(patch, [&](const model::patch_change& change) {
+            if (!std::ranges::binary_search(told, change_line(change))) {
+                all += std::to_string(change.address) + ",";
+                add(change.after);
+                add(change.before);
+            }
+            add(change.module);
+            return true;
+        });
+        return all + std::to_string(patch.size() - std::min(behind, patch.size()));
+    }
+
     // The changes that one patch makes and the other does not.
     bool tell_patch(const model::record_change& one)
     {
-        const auto lines_of = [](const sdb::sdb_database& database, std::uint32_t offset) {
-            constexpr std::size_t most = 10'000;
-            std::vector<std::string> lines;
-            model::for_each_change(database.payload_at(offset),
-                                   [&](const model::patch_change& change) {
-                                       lines.push_back(change_line(change));
-                                       return lines.size() < most;
-                                   });
-            std::ranges::sort(lines);
-            return lines;
-        };
-        const std::vector<std::string> before = lines_of(*work_.database, one.before);
-        const std::vector<std::string> after = lines_of(*work_.other, one.after);
-        const auto size_words = [](const sdb::sdb_database& database, std::uint32_t offset) {
-            const std::size_t size = database.payload_at(offset).size();
-            return std::to_string(size) + (size == 1 ? " byte" : " bytes");
+        const uni::byte_view value_before = work_.database->payload_at(one.before);
+        const uni::byte_view value_after = work_.other->payload_at(one.after);
+        const std::vector<std::string> before = lines_of(value_before);
+        const std::vector<std::string> after = lines_of(value_after);
+        const auto size_words = [](uni::byte_view value) {
+            return std::to_string(value.size()) + (value.size() == 1 ? " byte" : " bytes");
         };
         std::vector<std::string> gone;
         std::vector<std::string> come;
         std::ranges::set_difference(before, after, std::back_inserter(gone));
         std::ranges::set_difference(after, before, std::back_inserter(come));
-        if (!tell_fact(one, "patch_bits", size_words(*work_.database, one.before),
-                       size_words(*work_.other, one.after))) {
+        if (!tell_fact(one, "patch_bits", size_words(value_before), size_words(value_after))) {
             return false;
+        }
+        const bool is_all_told = !(gone.empty() && come.empty()) &&
+                                 besides(value_before, gone) == besides(value_after, come);
+        if (!is_all_told) {
+            const auto [from, to] = bytes_apart(value_before, value_after);
+            tell_fact(one, "bytes", from, to);
         }
         for (const std::string& line : gone) {
             tell_fact({model::change_kind::removed, one.before, 0}, "change", line, {});
