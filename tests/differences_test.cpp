@@ -54,6 +54,16 @@ public:
                                             : "  +index");
         return true;
     }
+    bool stands(const model::record_change&, const model::record_place& before,
+                const model::record_place& after) override
+    {
+        const auto words = [](const model::record_place& place) {
+            return (place.around == 0 ? "none" : sdb::tag_name(place.around)) +
+                   std::string(place.before_last, '\'');
+        };
+        lines.push_back("  " + words(before) + " -> " + words(after));
+        return true;
+    }
     std::vector<std::string> lines;
 
 private:
@@ -137,6 +147,51 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
         SCOPED_TRACE(row.changes.front().second);
         EXPECT_EQ(differences(sample, changed_sample(row.changes)), row.expected);
     }
+}
+
+// Where nobody looks for it, a record does nothing.
+TEST(differences, are_told_of_records_that_stand_in_another_list)
+{
+    using lines = std::vector<std::string>;
+    const std::string shim = "shim\nname = S\ndllfile = a.dll\n";
+    const std::string exe = "exe\nname = a.exe\n";
+    // Lines at the depth given by the digit in front of each record.
+    const auto text = [](const std::vector<std::pair<int, std::string>>& lists) {
+        std::string made;
+        for (const auto& [depth, list] : lists) {
+            bool is_first = true;
+            for (std::size_t at = 0; at < list.size(); is_first = false) {
+                const std::size_t end = list.find('\n', at) + 1;
+                made +=
+                    std::string((static_cast<std::size_t>(depth) + (is_first ? 0 : 1)) * 2, ' ') +
+                    list.substr(at, end - at);
+                at = end;
+            }
+        }
+        return test_support::database_from_text(made);
+    };
+    const bytes usual = text({{0, "database\n"}, {1, "library\n"}, {2, shim}, {1, exe}});
+    struct {
+        bytes after;
+        lines expected;
+    } const rows[] = {
+        {text({{0, "database\n"}, {1, exe}, {1, "library\n"}, {2, shim}}), {}},
+        {text({{0, "database\n"}, {1, "library\n"}, {2, shim}, {2, exe}}),
+         {"~a.exe", "  database -> library"}},
+        {text({{0, "database\n"}, {1, "library\n"}, {1, shim}, {1, exe}}),
+         {"~S", "  library -> database"}},
+        {text({{0, "database\n"}, {1, "library\n"}, {2, shim}, {0, exe}}),
+         {"~a.exe", "  database -> none"}},
+        {text({{0, "database\n"}, {1, exe}, {0, "database\n"}, {1, "library\n"}, {2, shim}}),
+         {"+database at 0x0000000c", "~a.exe", "  database -> database'"}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(differences(usual, row.after), row.expected);
+    }
+    // Of two that are alike the one in the same place is the same.
+    const bytes twice = text({{0, "database\n"}, {1, "library\n"}, {2, exe}, {1, exe}});
+    EXPECT_EQ(differences(twice, text({{0, "database\n"}, {1, exe}, {1, "library\n"}, {2, exe}})),
+              lines{});
 }
 
 // Lists of one name are told apart by what they say, and by where they stand among the like.

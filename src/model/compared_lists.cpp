@@ -29,6 +29,44 @@ around_records around_records_of(const sdb::sdb_database& database)
     return found;
 }
 
+record_places::record_places(const sdb::sdb_database& database) : database_(database)
+{
+    const around_records found = around_records_of(database);
+    const auto stretches = [&](const std::vector<std::uint32_t>& lists) {
+        std::vector<stretch> made;
+        for (const std::uint32_t list : lists) {
+            const sdb::tag_ordinal own = *database.ordinal_of(list);
+            made.push_back({own, database.children().end(own)});
+        }
+        return made;
+    };
+    databases_ = stretches(found.databases);
+    libraries_ = stretches(found.libraries);
+}
+
+record_place record_places::of(std::uint32_t record) const
+{
+    const auto ordinal = database_.ordinal_of(record);
+    record_place place;
+    if (ordinal && find(libraries_, *ordinal, place.before_last)) {
+        place.around = tag::library;
+    } else if (ordinal && find(databases_, *ordinal, place.before_last)) {
+        place.around = tag::database;
+    }
+    return place;
+}
+
+bool record_places::find(const std::vector<stretch>& lists, sdb::tag_ordinal record,
+                         std::uint32_t& before_last)
+{
+    const auto behind = std::ranges::lower_bound(lists, record, {}, &stretch::list);
+    if (behind == lists.begin() || !(record < std::prev(behind)->end)) {
+        return false;
+    }
+    before_last = static_cast<std::uint32_t>(lists.end() - behind);
+    return true;
+}
+
 std::vector<std::uint32_t> records_of(const sdb::sdb_database& database)
 {
     std::vector<std::uint32_t> records;

@@ -16,6 +16,33 @@ struct around_records {
 };
 around_records around_records_of(const sdb::sdb_database& database);
 
+// The list in which a record stands, of those above.
+struct record_place {
+    std::uint16_t around = 0;      // its tag; 0 where there is none
+    std::uint32_t before_last = 0; // how many of its kind come behind it
+    friend bool operator==(const record_place&, const record_place&) = default;
+};
+
+class record_places {
+public:
+    explicit record_places(const sdb::sdb_database& database);
+
+    record_place of(std::uint32_t record) const;
+
+private:
+    struct stretch {
+        sdb::tag_ordinal list;
+        sdb::tag_ordinal end;
+    };
+    // The record's place if one of them is around it.
+    static bool find(const std::vector<stretch>& lists, sdb::tag_ordinal record,
+                     std::uint32_t& before_last);
+
+    const sdb::sdb_database& database_;
+    std::vector<stretch> databases_; // ascending
+    std::vector<stretch> libraries_; // the same
+};
+
 // The records: what stands in the lists above, and in none.
 std::vector<std::uint32_t> records_of(const sdb::sdb_database& database);
 

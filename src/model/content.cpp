@@ -275,6 +275,13 @@ void record_contents::digest_all(const std::vector<bool>& which)
     }
 }
 
+bool record_contents::is_record(std::uint32_t offset) const
+{
+    const auto ordinal = database_.ordinal_of(offset);
+    return ordinal && database_.children().list(*ordinal) != nullptr &&
+           are_records_[number_of(*ordinal)];
+}
+
 content_digest record_contents::of_list(std::uint32_t offset) const
 {
     const auto ordinal = database_.ordinal_of(offset);

@@ -49,6 +49,8 @@ public:
     record_contents(const sdb::sdb_database& database, const content_key& key,
                     references_seen seen);
 
+    // Whether the list at `offset` stands in none but databases and libraries.
+    bool is_record(std::uint32_t offset) const;
     // Of the list at `offset`, and of a scalar of a list.
     content_digest of_list(std::uint32_t offset) const;
     content_digest of_scalar(std::uint32_t offset);

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "model/compared_lists.h"
 #include "model/content.h"
 #include "model/index_sums.h"
 #include "model/record_facts.h"
@@ -48,13 +47,14 @@ std::uint16_t identifier_of(std::uint16_t record)
 struct side {
     side(const sdb::sdb_database& of, const content_key& key)
         : database(of), contents(of, key, references_seen::by_name), index(of, key),
-          records(records_of(of))
+          records(records_of(of)), places(of)
     {}
 
     const sdb::sdb_database& database;
     record_contents contents;
     index_sums index;
     std::vector<std::uint32_t> records;
+    record_places places;
 };
 
 class comparer {
@@ -103,13 +103,17 @@ private:
         const content_digest reached_before = before_.index.of(one.before);
         const content_digest reached_after = after_.index.of(one.after);
         const bool is_reached_otherwise = compares_indexes_ && reached_before != reached_after;
-        if (is_equal && !is_reached_otherwise) {
+        const bool is_moved = stand_apart(one.before, one.after);
+        if (is_equal && !is_reached_otherwise && !is_moved) {
             ++counts_.unchanged;
             return;
         }
         ++counts_.changed;
         const record_change change{change_kind::changed, one.before, one.after};
         goes_on_ = goes_on_ && listener_.record(change);
+        if (is_moved) {
+            tell_places(change);
+        }
         if (is_reached_otherwise) {
             goes_on_ = goes_on_ && listener_.reached(change, reached_before != content_digest(),
                                                      reached_after != content_digest());
@@ -117,6 +121,17 @@ private:
         if (!is_equal) {
             compare_lists(one.before, one.after, 0);
         }
+    }
+
+    bool stand_apart(std::uint32_t before, std::uint32_t after) const
+    {
+        return before_.places.of(before) != after_.places.of(after);
+    }
+
+    void tell_places(const record_change& one)
+    {
+        goes_on_ = goes_on_ && listener_.stands(one, before_.places.of(one.before),
+                                                after_.places.of(one.after));
     }
 
     // Those at the end, of which the last counts, are held against one another.
@@ -129,13 +144,20 @@ private:
             const std::uint32_t after = from_end <= b.size() ? b[b.size() - from_end] : 0;
             if (before == 0 || after == 0) {
                 count_and_tell({before, after});
-            } else if (have_other_scalars(before, after)) {
-                ++counts_.changed;
-                goes_on_ = goes_on_ && listener_.record({change_kind::changed, before, after});
-                compare_scalars(before, after);
-            } else {
-                counts_.unchanged += before_.database.tag_from(before) == tag::database ? 1 : 0;
+                continue;
             }
+            const bool is_moved = stand_apart(before, after);
+            if (!is_moved && !have_other_scalars(before, after)) {
+                counts_.unchanged += before_.database.tag_from(before) == tag::database ? 1 : 0;
+                continue;
+            }
+            ++counts_.changed;
+            const record_change change{change_kind::changed, before, after};
+            goes_on_ = goes_on_ && listener_.record(change);
+            if (is_moved) {
+                tell_places(change);
+            }
+            compare_scalars(before, after);
         }
     }
 
@@ -173,6 +195,10 @@ private:
             record_keys keys;
             keys.offset = record;
             keys.content = one.contents.of_list(record);
+            if (one.contents.is_record(record)) { // of two alike that in the same place
+                const record_place place = one.places.of(record);
+                keys.content += {place.around, place.before_last};
+            }
             keys.identifier = keys.name = {kind, 0};
             one.database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
                 if (own == identifier) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "model/compared_lists.h"
 #include "sdb/database.h"
 #include "uni/thread_allowance.h"
 
@@ -32,6 +33,9 @@ public:
     // That other index entries lead to that record, or some in one of the two alone.
     virtual bool reached(const record_change& one, bool is_reached_before,
                          bool is_reached_after) = 0;
+    // That the record stands in another list.
+    virtual bool stands(const record_change& one, const record_place& before,
+                        const record_place& after) = 0;
 };
 
 struct difference_counts {

@@ -121,6 +121,12 @@ public:
                                              : "leads here");
     }
 
+    bool stands(const model::record_change& one, const model::record_place& before,
+                const model::record_place& after) override
+    {
+        return tell_fact(one, "stands", place_words(before), place_words(after));
+    }
+
     // What stands in front of the database.
     void tell_head()
     {
@@ -135,6 +141,17 @@ public:
     }
 
 private:
+    static std::string place_words(const model::record_place& place)
+    {
+        if (place.around == 0) {
+            return "in no list";
+        }
+        const std::string kind = sdb::tag_name(place.around);
+        return place.before_last == 0
+                   ? "in the " + kind
+                   : "in a " + kind + ", " + std::to_string(place.before_last) + " before the last";
+    }
+
     void tell_versions()
     {
         const auto version = [](const sdb::sdb_database& of) {
