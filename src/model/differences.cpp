@@ -98,8 +98,7 @@ private:
                                         one.before, one.after});
             return;
         }
-        const bool is_equal =
-            before_.contents.of_list(one.before) == after_.contents.of_list(one.after);
+        const bool is_equal = !is_changed(one);
         const content_digest reached_before = before_.index.of(one.before);
         const content_digest reached_after = after_.index.of(one.after);
         const bool is_reached_otherwise = compares_indexes_ && reached_before != reached_after;
@@ -252,15 +251,23 @@ private:
         return pairs;
     }
 
-    // What its scalars say, and what its lists do.
-    static candidate_parts parts_of(side& one, std::uint32_t list)
+    // What stands in it, and all scalars and all lists together, of which one change leaves one as it is.
+    static std::vector<weighty_part> parts_of(side& one, std::uint32_t list)
     {
-        candidate_parts parts;
+        std::vector<weighty_part> parts;
+        weighty_part scalars{};
+        weighty_part lists{};
         one.database.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
             const bool is_list = sdb::tag_type(own) == type::list;
-            parts[is_list ? 1 : 0] +=
+            const content_digest digest =
                 is_list ? one.contents.of_list(offset) : one.contents.of_scalar(offset);
+            parts.push_back({digest, 1});
+            weighty_part& sum = is_list ? lists : scalars;
+            sum.digest += digest;
+            ++sum.weight;
         });
+        parts.push_back(scalars);
+        parts.push_back(lists);
         return parts;
     }
 
@@ -353,30 +360,57 @@ private:
                          [&] { goes_on = after_.contents.look_closer(); });
             goes_on = goes_on || has_changed;
         }
+        // As they are paired what refers to them says more alike, so that it may find its like, too.
+        std::vector<pair_of> paired;
+        std::vector<bool> are_same; // by number
+        for (int round = 0; round < most_rounds; ++round) {
+            std::vector<pair_of> pairs;
+            for (const content_digest& name : names) {
+                const auto found = pair_all(lists_called(a, name), lists_called(b, name));
+                pairs.insert(pairs.end(), found.begin(), found.end());
+            }
+            std::vector<bool> say_the_same;
+            for (const pair_of& one : pairs) {
+                say_the_same.push_back(one.before != 0 && one.after != 0 && !is_changed(one));
+            }
+            if (round > 0 && pairs == paired && say_the_same == are_same) {
+                break;
+            }
+            paired = std::move(pairs);
+            are_same = std::move(say_the_same);
+            see_as_paired(paired, are_same);
+        }
+        for (const pair_of& one : paired) {
+            if (one.before != 0 && one.after != 0 && is_changed(one)) {
+                partners_[one.before] = one.after;
+            }
+        }
+    }
+
+    bool is_changed(const pair_of& one) const
+    {
+        return before_.contents.of_list(one.before) != after_.contents.of_list(one.after);
+    }
+
+    // Those that say the same may stand for one another.
+    void see_as_paired(const std::vector<pair_of>& pairs, const std::vector<bool>& say_the_same)
+    {
         std::unordered_map<std::uint32_t, content_digest> of_before;
         std::unordered_map<std::uint32_t, content_digest> of_after;
-        std::uint64_t number = 0;
-        for (const content_digest& name : names) {
-            for (const pair_of& one : pair_all(lists_called(a, name), lists_called(b, name))) {
-                const content_digest said =
-                    one.before != 0 ? before_.contents.of_list(one.before) : content_digest();
-                const bool say_the_same =
-                    one.after != 0 && said == after_.contents.of_list(one.after);
-                // Those that say the same may stand for one another.
-                const content_digest known = say_the_same ? said : content_digest{++number, 0};
-                const std::array<std::uint64_t, 2> words = {known.low, known.high};
-                const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(words)>>(words);
-                const content_digest token =
-                    keyed_digest(key_, say_the_same ? 1 : 0, uni::byte_view(bytes));
-                if (one.before != 0) {
-                    of_before[one.before] = token;
-                }
-                if (one.after != 0) {
-                    of_after[one.after] = token;
-                }
-                if (one.before != 0 && one.after != 0 && !say_the_same) {
-                    partners_[one.before] = one.after;
-                }
+        std::size_t number = 0;
+        for (const pair_of& one : pairs) {
+            const bool are_same = say_the_same[number++];
+            const content_digest known =
+                are_same ? before_.contents.of_list(one.before) : content_digest{number, 0};
+            const std::array<std::uint64_t, 2> words = {known.low, known.high};
+            const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(words)>>(words);
+            const content_digest token =
+                keyed_digest(key_, are_same ? 1 : 0, uni::byte_view(bytes));
+            if (one.before != 0) {
+                of_before[one.before] = token;
+            }
+            if (one.after != 0) {
+                of_after[one.after] = token;
             }
         }
         side_by_side([&] { before_.contents.see_as(of_before); },
@@ -514,7 +548,7 @@ private:
             if (one.before == 0 || one.after == 0) {
                 tell(one.before == 0 ? change_kind::added : change_kind::removed, one.before,
                      one.after);
-            } else if (before_.contents.of_list(one.before) == after_.contents.of_list(one.after)) {
+            } else if (!is_changed(one)) {
                 continue;
             } else if (depth == most_depth) {
                 tell(change_kind::changed, one.before, one.after);

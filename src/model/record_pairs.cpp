@@ -3,40 +3,42 @@
 #include <algorithm>
 #include <bit>
 #include <cstddef>
+#include <cstdlib>
+#include <tuple>
 #include <utility>
 
 namespace model {
 
 namespace {
 
-// One of the parts of a candidate.
+// One of the parts of a candidate, whose number is that in file order.
 struct part {
     content_digest digest;
-    std::uint32_t offset;
+    std::uint32_t number;
+    std::uint32_t weight;
     auto operator<=>(const part&) const = default;
 };
 using parts = std::vector<part>; // ascending
 
-std::array<parts, 2> parts_of_all(const candidates& ones, const parts_of_candidate& parts_of)
-{
-    std::array<parts, 2> all;
-    for (const candidate& one : ones) {
-        const candidate_parts own = parts_of(one.offset);
-        for (std::size_t i = 0; i < own.size(); ++i) {
-            all[i].push_back({own[i], one.offset});
-        }
-    }
-    for (parts& each : all) {
-        std::ranges::sort(each);
-    }
-    return all;
-}
+// How much two candidates have in common.
+struct likeness {
+    std::uint32_t before; // number
+    std::uint32_t after;  // number
+    std::uint64_t weight;
+};
 
-void leave_out(auto& ones, std::vector<std::uint32_t>& offsets)
+parts parts_of_all(const candidates& ones, const parts_of_candidate& parts_of)
 {
-    std::ranges::sort(offsets);
-    std::erase_if(ones,
-                  [&](const auto& one) { return std::ranges::binary_search(offsets, one.offset); });
+    parts all;
+    std::uint32_t number = 0;
+    for (const candidate& one : ones) {
+        for (const weighty_part& own : parts_of(one.offset)) {
+            all.push_back({own.digest, number, own.weight});
+        }
+        ++number;
+    }
+    std::ranges::sort(all);
+    return all;
 }
 
 // How many parts from `at` on are the same.
@@ -47,39 +49,75 @@ std::size_t length_of_run(const parts& ones, std::size_t at)
     return static_cast<std::size_t>(std::find_if(from, ones.end(), is_other) - from);
 }
 
-// Brings together those that alone have a part in common.
+// Of all that have a part in common, unless so many have it that it tells little.
+std::vector<likeness> likenesses_of(const parts& before, const parts& after)
+{
+    constexpr std::size_t most = 64; // pairs that a part in common makes
+    std::vector<likeness> found;
+    std::size_t a = 0;
+    std::size_t b = 0;
+    while (a < before.size() && b < after.size()) {
+        if (before[a].digest != after[b].digest) {
+            ++(before[a].digest < after[b].digest ? a : b);
+            continue;
+        }
+        const std::size_t in_a = length_of_run(before, a);
+        const std::size_t in_b = length_of_run(after, b);
+        for (std::size_t i = 0; in_a * in_b <= most && i < in_a * in_b; ++i) {
+            const part& one = before[a + i / in_b];
+            found.push_back({one.number, after[b + i % in_b].number, one.weight});
+        }
+        a += in_a;
+        b += in_b;
+    }
+    return found;
+}
+
+// The sum for either two, the most first; of the same weight those that come first in both, which is the same
+// whichever of the databases is the first.
+void add_up_and_rank(std::vector<likeness>& all)
+{
+    const auto two = [](const likeness& one) { return std::pair(one.before, one.after); };
+    std::ranges::sort(all, {}, two);
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (kept > 0 && two(all[kept - 1]) == two(all[i])) {
+            all[kept - 1].weight += all[i].weight;
+        } else {
+            all[kept++] = all[i];
+        }
+    }
+    all.resize(kept);
+    std::ranges::sort(all, {}, [](const likeness& one) {
+        const std::int64_t apart = std::int64_t{one.before} - one.after;
+        return std::tuple(~one.weight, std::uint64_t{one.before} + one.after, std::abs(apart),
+                          one.before);
+    });
+}
+
+void leave_out(candidates& ones, const std::vector<bool>& are_paired)
+{
+    std::size_t number = 0;
+    std::erase_if(ones, [&](const candidate&) { return are_paired[number++]; });
+}
+
+// Brings together those that have the most in common.
 void pair_by_parts(candidates& before, candidates& after, std::vector<pair_of>& pairs,
                    const parts_of_candidate& parts_before, const parts_of_candidate& parts_after)
 {
-    std::array<parts, 2> all_before = parts_of_all(before, parts_before);
-    std::array<parts, 2> all_after = parts_of_all(after, parts_after);
-    std::vector<std::uint32_t> paired_before;
-    std::vector<std::uint32_t> paired_after;
-    for (std::size_t i = 0; i < all_before.size(); ++i) {
-        parts& a = all_before[i];
-        parts& b = all_after[i];
-        leave_out(a, paired_before);
-        leave_out(b, paired_after);
-        std::size_t at_a = 0;
-        std::size_t at_b = 0;
-        while (at_a < a.size() && at_b < b.size()) {
-            if (a[at_a].digest != b[at_b].digest) {
-                ++(a[at_a].digest < b[at_b].digest ? at_a : at_b);
-                continue;
-            }
-            const std::size_t in_a = length_of_run(a, at_a);
-            const std::size_t in_b = length_of_run(b, at_b);
-            if (in_a == 1 && in_b == 1) {
-                pairs.push_back({a[at_a].offset, b[at_b].offset});
-                paired_before.push_back(a[at_a].offset);
-                paired_after.push_back(b[at_b].offset);
-            }
-            at_a += in_a;
-            at_b += in_b;
+    std::vector<likeness> all =
+        likenesses_of(parts_of_all(before, parts_before), parts_of_all(after, parts_after));
+    add_up_and_rank(all);
+    std::vector<bool> are_paired_before(before.size());
+    std::vector<bool> are_paired_after(after.size());
+    for (const likeness& one : all) {
+        if (!are_paired_before[one.before] && !are_paired_after[one.after]) {
+            pairs.push_back({before[one.before].offset, after[one.after].offset});
+            are_paired_before[one.before] = are_paired_after[one.after] = true;
         }
     }
-    leave_out(before, paired_before);
-    leave_out(after, paired_after);
+    leave_out(before, are_paired_before);
+    leave_out(after, are_paired_after);
 }
 
 } // namespace
@@ -119,12 +157,12 @@ void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>
                 other_after.push_back(after[b++]);
             }
         }
+        std::ranges::sort(other_before, {}, &candidate::offset);
+        std::ranges::sort(other_after, {}, &candidate::offset);
         const bool has_choice = std::max(other_before.size(), other_after.size()) > 1;
         if (parts_before && has_choice && !other_before.empty() && !other_after.empty()) {
             pair_by_parts(other_before, other_after, pairs, parts_before, parts_after);
         }
-        std::ranges::sort(other_before, {}, &candidate::offset);
-        std::ranges::sort(other_after, {}, &candidate::offset);
         const std::size_t both = std::min(other_before.size(), other_after.size());
         for (std::size_t i = 0; i < both; ++i) {
             pairs.push_back({other_before[i].offset, other_after[i].offset});

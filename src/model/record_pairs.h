@@ -1,7 +1,6 @@
 // Brings together what stands in two databases.
 #pragma once
 
-#include <array>
 #include <compare>
 #include <cstdint>
 #include <functional>
@@ -23,18 +22,22 @@ using candidates = std::vector<candidate>;
 struct pair_of {
     std::uint32_t before = 0;
     std::uint32_t after = 0;
+    friend bool operator==(const pair_of&, const pair_of&) = default;
 };
 
 // Takes out those whose key no other has, as far as that is told fast: where much differs it spares most of
 // the sorting.
 void leave_lonely(candidates& ones, const candidates& others);
 
-// Two parts of what a candidate says, of which one change leaves the other as it is.
-using candidate_parts = std::array<content_digest, 2>;
-using parts_of_candidate = std::function<candidate_parts(std::uint32_t offset)>;
+// A part of what a candidate says, and how much it counts that two have it in common.
+struct weighty_part {
+    content_digest digest;
+    std::uint32_t weight;
+};
+using parts_of_candidate = std::function<std::vector<weighty_part>(std::uint32_t offset)>;
 
 // Brings together candidates of one key: those first that say the same, then, where it is told how to look at
-// their parts, those that alone have one in common, then the others as they stand. What is left over stays.
+// their parts, those that have the most in common, then the others as they stand. What is left over stays.
 void pair_equal_keys(candidates& before, candidates& after, std::vector<pair_of>& pairs,
                      const parts_of_candidate& parts_before = {},
                      const parts_of_candidate& parts_after = {});
