@@ -244,11 +244,25 @@ TEST(differences, are_told_of_references_to_namesakes)
         }
         return text;
     };
+    // Two layers of one name that refer to one of two shims of one name.
+    const auto users = [](const std::string& module, const std::string& first,
+                          const std::string& second) {
+        std::string text = "database\n  library\n    shim\n      name = X\n      dllfile = b.dll\n"
+                           "    shim @a\n      name = X\n      dllfile = " +
+                           module + "\n";
+        for (const std::string& one : {first, second}) {
+            text += "    layer\n      name = L\n      shim_ref\n        shim_tagid = @a\n"
+                    "      inexclude\n        module = " +
+                    one + "\n";
+        }
+        return text;
+    };
     struct {
         std::string before;
         std::string after;
         lines expected;
     } const rows[] = {
+        {users("a.dll", "x.dll", "y.dll"), users("c.dll", "y.dll", "x.dll"), {"~X", "  ~dllfile"}},
         {chains("a", "b"), chains("a", "b"), {}},
         {chains("a", "b"), chains("b", "a"), {"~a.exe", "  ~layer_tagid"}},
         {namesakes("shim", "1", "2", "a"),

@@ -29,14 +29,16 @@ around_records around_records_of(const sdb::sdb_database& database)
     return found;
 }
 
-record_places::record_places(const sdb::sdb_database& database) : database_(database)
+record_places::record_places(const sdb::sdb_database& database)
 {
     const around_records found = around_records_of(database);
     const auto stretches = [&](const std::vector<std::uint32_t>& lists) {
         std::vector<stretch> made;
         for (const std::uint32_t list : lists) {
-            const sdb::tag_ordinal own = *database.ordinal_of(list);
-            made.push_back({own, database.children().end(own)});
+            const sdb::tag_ordinal end = database.children().end(*database.ordinal_of(list));
+            constexpr std::uint64_t behind_all = std::uint64_t{1} << 32;
+            const bool is_last = end.number() == database.tag_count();
+            made.push_back({list, is_last ? behind_all : database.offset_at(end)});
         }
         return made;
     };
@@ -46,21 +48,20 @@ record_places::record_places(const sdb::sdb_database& database) : database_(data
 
 record_place record_places::of(std::uint32_t record) const
 {
-    const auto ordinal = database_.ordinal_of(record);
     record_place place;
-    if (ordinal && find(libraries_, *ordinal, place.before_last)) {
+    if (find(libraries_, record, place.before_last)) {
         place.around = tag::library;
-    } else if (ordinal && find(databases_, *ordinal, place.before_last)) {
+    } else if (find(databases_, record, place.before_last)) {
         place.around = tag::database;
     }
     return place;
 }
 
-bool record_places::find(const std::vector<stretch>& lists, sdb::tag_ordinal record,
+bool record_places::find(const std::vector<stretch>& lists, std::uint32_t record,
                          std::uint32_t& before_last)
 {
     const auto behind = std::ranges::lower_bound(lists, record, {}, &stretch::list);
-    if (behind == lists.begin() || !(record < std::prev(behind)->end)) {
+    if (behind == lists.begin() || record >= std::prev(behind)->end) {
         return false;
     }
     before_last = static_cast<std::uint32_t>(lists.end() - behind);

@@ -27,18 +27,18 @@ class record_places {
 public:
     explicit record_places(const sdb::sdb_database& database);
 
+    // Of what stands in a record, that of the record.
     record_place of(std::uint32_t record) const;
 
 private:
     struct stretch {
-        sdb::tag_ordinal list;
-        sdb::tag_ordinal end;
+        std::uint32_t list; // offset
+        std::uint64_t end;
     };
-    // The record's place if one of them is around it.
-    static bool find(const std::vector<stretch>& lists, sdb::tag_ordinal record,
+    // Whether one of them is around the record, and how many come behind that.
+    static bool find(const std::vector<stretch>& lists, std::uint32_t record,
                      std::uint32_t& before_last);
 
-    const sdb::sdb_database& database_;
     std::vector<stretch> databases_; // ascending
     std::vector<stretch> libraries_; // the same
 };

@@ -102,6 +102,7 @@ record_contents::record_contents(const sdb::sdb_database& database, const conten
       texts_(database.tag_count() - first_text_, content_digest()), factors_(0x10000)
 {
     lists_.resize(database.children().lists().size());
+    list_targets_.assign(lists_.size(), content_digest());
     find_records();
     digest_all({});
     if (seen == references_seen::by_name || database.children().references().empty()) {
@@ -168,7 +169,8 @@ void record_contents::tell_apart(const std::vector<named_list>& lists)
 {
     namesakes_.clear();
     for (const named_list& one : lists) {
-        namesakes_.push_back(one.list);
+        namesakes_.push_back(
+            static_cast<std::uint32_t>(number_of(*database_.ordinal_of(one.list))));
     }
     std::ranges::sort(namesakes_);
     if (namesakes_.empty()) {
@@ -176,13 +178,19 @@ void record_contents::tell_apart(const std::vector<named_list>& lists)
         in_namesakes_ = may_change_;
         return;
     }
-    mark_referring(
-        [this](std::uint32_t target) { return std::ranges::binary_search(namesakes_, target); });
+    std::vector<bool> are_namesakes(lists_.size());
+    for (const std::uint32_t number : namesakes_) {
+        are_namesakes[number] = true;
+    }
+    mark_referring([&](std::uint32_t target) {
+        const auto own = database_.ordinal_of(target);
+        return own && database_.children().list(*own) != nullptr && are_namesakes[number_of(*own)];
+    });
     in_namesakes_.assign(may_change_.size(), false);
     const sdb::tag_table& relation = database_.children();
     sdb::tag_ordinal behind;
-    for (const std::uint32_t list : namesakes_) {
-        const sdb::tag_ordinal own = *database_.ordinal_of(list);
+    for (const std::uint32_t namesake : namesakes_) {
+        const sdb::tag_ordinal own = relation.lists()[namesake].ordinal;
         if (own < behind) {
             continue; // in one before
         }
@@ -197,11 +205,9 @@ void record_contents::tell_apart(const std::vector<named_list>& lists)
 bool record_contents::look_closer()
 {
     bool has_changed = false;
-    for (const std::uint32_t list : namesakes_) {
-        content_digest& seen = targets_[list];
-        const content_digest now = of_list(list);
-        has_changed = has_changed || seen != now;
-        seen = now;
+    for (const std::uint32_t number : namesakes_) {
+        has_changed = has_changed || list_targets_[number] != lists_[number];
+        list_targets_[number] = lists_[number];
     }
     if (has_changed) {
         digest_all(in_namesakes_);
@@ -209,10 +215,10 @@ bool record_contents::look_closer()
     return has_changed;
 }
 
-void record_contents::see_as(const std::unordered_map<std::uint32_t, content_digest>& digests)
+void record_contents::see_as(const std::vector<named_list>& lists)
 {
-    for (const auto& [list, digest] : digests) {
-        targets_[list] = digest;
+    for (const named_list& one : lists) {
+        list_targets_[number_of(*database_.ordinal_of(one.list))] = one.name;
     }
     digest_all(may_change_);
 }
@@ -275,13 +281,6 @@ void record_contents::digest_all(const std::vector<bool>& which)
     }
 }
 
-bool record_contents::is_record(std::uint32_t offset) const
-{
-    const auto ordinal = database_.ordinal_of(offset);
-    return ordinal && database_.children().list(*ordinal) != nullptr &&
-           are_records_[number_of(*ordinal)];
-}
-
 content_digest record_contents::of_list(std::uint32_t offset) const
 {
     const auto ordinal = database_.ordinal_of(offset);
@@ -317,20 +316,26 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
         const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(target)>>(target);
         return keyed_digest(key_, of_nothing, uni::byte_view(bytes));
     }
-    const bool is_list = database_.children().list(*ordinal) != nullptr;
-    if (is_list && !earlier_.empty()) {
-        return earlier_[number_of(*ordinal)];
+    const sdb::tag_table::list_row* const list = database_.children().list(*ordinal);
+    if (list == nullptr) {
+        const auto [place, is_new] = scalar_targets_.try_emplace(target);
+        if (is_new) {
+            const std::uint16_t tag = database_.tag_from(target);
+            place->second =
+                digest_of(tag | of_named, is_reference(tag) ? content_digest() : of_value(target));
+        }
+        return place->second;
     }
-    const auto [place, is_new] = targets_.try_emplace(target);
-    if (is_new) {
-        const std::uint16_t tag = database_.tag_at(*ordinal);
-        const bool is_record = is_list && are_records_[number_of(*ordinal)];
-        place->second = digest_of(tag | (is_record ? of_record : of_named),
-                                  is_list             ? digest_of_name(target)
-                                  : is_reference(tag) ? content_digest()
-                                                      : of_value(target));
+    const auto number = static_cast<std::size_t>(list - database_.children().lists().data());
+    if (!earlier_.empty()) {
+        return earlier_[number];
     }
-    return place->second;
+    content_digest& known = list_targets_[number];
+    if (known == content_digest()) {
+        known = digest_of(list->tag | (are_records_[number] ? of_record : of_named),
+                          digest_of_name(target));
+    }
+    return known;
 }
 
 // Of a list; nothing for one without a name.

@@ -49,8 +49,6 @@ public:
     record_contents(const sdb::sdb_database& database, const content_key& key,
                     references_seen seen);
 
-    // Whether the list at `offset` stands in none but databases and libraries.
-    bool is_record(std::uint32_t offset) const;
     // Of the list at `offset`, and of a scalar of a list.
     content_digest of_list(std::uint32_t offset) const;
     content_digest of_scalar(std::uint32_t offset);
@@ -66,8 +64,8 @@ public:
     void tell_apart(const std::vector<named_list>& lists);
     // Has references to them seen by all that they say now, and digests them anew. False if nothing changed.
     bool look_closer();
-    // Has them seen as given, and digests all anew that refers to them.
-    void see_as(const std::unordered_map<std::uint32_t, content_digest>& digests);
+    // Has lists seen as what is given for a name, and digests all anew that refers to such lists.
+    void see_as(const std::vector<named_list>& lists);
 
 private:
     using digests = io::roomy_vector<content_digest>;
@@ -96,8 +94,10 @@ private:
     const std::uint32_t first_text_; // ordinal of the string table
     digests texts_;                  // from there on; zeros for what was not looked at
     content_digest text_nowhere_;    // of references that lead nowhere
-    std::unordered_map<std::uint32_t, content_digest> targets_; // by offset
-    std::vector<std::uint32_t> namesakes_;                      // the same: not told by their names
+    // What references see; zeros and nothing for what was not looked at.
+    digests list_targets_;                                             // by number
+    std::unordered_map<std::uint32_t, content_digest> scalar_targets_; // by offset
+    std::vector<std::uint32_t> namesakes_; // ascending numbers: not told by their names
     struct place_of_tag {
         std::size_t list = 0; // in which it was seen last
         std::uint64_t count = 0;

@@ -194,10 +194,8 @@ private:
             record_keys keys;
             keys.offset = record;
             keys.content = one.contents.of_list(record);
-            if (one.contents.is_record(record)) { // of two alike that in the same place
-                const record_place place = one.places.of(record);
-                keys.content += {place.around, place.before_last};
-            }
+            const record_place place = one.places.of(record); // of two alike that in the same one
+            keys.content += {place.around, place.before_last};
             keys.identifier = keys.name = {kind, 0};
             one.database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
                 if (own == identifier) {
@@ -331,11 +329,20 @@ private:
                       [&](std::uint32_t list) { return std::ranges::binary_search(taken, list); });
     }
 
+    // In how many what namesakes refer to themselves is looked at: a few where they are very many, so that
+    // nobody can have it take long.
+    static std::size_t rounds_for(std::size_t lists)
+    {
+        constexpr std::size_t most_lists = 1'000'000; // in all rounds together
+        constexpr std::size_t fewest = 4;
+        constexpr std::size_t most = 16;
+        return std::clamp(most_lists / std::max<std::size_t>(lists, 1), fewest, most);
+    }
+
     // Lists of one kind and name on either side, to which references may lead, are told apart as they are
     // paired: a reference stays the same if what it leads to are two of a pair.
     void tell_namesakes_apart()
     {
-        constexpr int most_rounds = 16; // in which what they refer to themselves is looked at
         std::set<std::uint16_t> kinds = before_.contents.kinds_referred_to();
         kinds.merge(after_.contents.kinds_referred_to());
         std::vector<named_list> a;
@@ -353,37 +360,77 @@ private:
         }
         side_by_side([&] { before_.contents.tell_apart(a); },
                      [&] { after_.contents.tell_apart(b); });
+        const std::size_t rounds = rounds_for(std::max(a.size(), b.size()));
         bool goes_on = true;
-        for (int round = 0; goes_on && round < most_rounds; ++round) {
+        for (std::size_t round = 0; goes_on && round < rounds; ++round) {
             bool has_changed = false;
             side_by_side([&] { has_changed = before_.contents.look_closer(); },
                          [&] { goes_on = after_.contents.look_closer(); });
             goes_on = goes_on || has_changed;
         }
-        // As they are paired what refers to them says more alike, so that it may find its like, too.
-        std::vector<pair_of> paired;
-        std::vector<bool> are_same; // by number
-        for (int round = 0; round < most_rounds; ++round) {
-            std::vector<pair_of> pairs;
-            for (const content_digest& name : names) {
-                const auto found = pair_all(lists_called(a, name), lists_called(b, name));
-                pairs.insert(pairs.end(), found.begin(), found.end());
-            }
-            std::vector<bool> say_the_same;
-            for (const pair_of& one : pairs) {
-                say_the_same.push_back(one.before != 0 && one.after != 0 && !is_changed(one));
-            }
-            if (round > 0 && pairs == paired && say_the_same == are_same) {
-                break;
-            }
-            paired = std::move(pairs);
-            are_same = std::move(say_the_same);
-            see_as_paired(paired, are_same);
+        std::vector<namesakes> left;
+        for (const content_digest& name : names) {
+            left.push_back({lists_called(a, name), lists_called(b, name)});
         }
-        for (const pair_of& one : paired) {
-            if (one.before != 0 && one.after != 0 && is_changed(one)) {
-                partners_[one.before] = one.after;
+        std::vector<namesake_pair> pairs = pair_namesakes(left);
+        see_as_paired(pairs);
+        // Those that say the same to the end do so whatever comes of the others. As these are paired, what
+        // refers to them says more alike, so that it may find its like, too.
+        leave_equal_out(left, pairs);
+        std::vector<namesake_pair> before;
+        for (std::size_t round = 0; round < rounds && pairs != before; ++round) {
+            before = std::exchange(pairs, pair_namesakes(left));
+            see_as_paired(pairs);
+        }
+        for (const namesake_pair& one : pairs) {
+            if (one.two.before != 0 && one.two.after != 0 && is_changed(one.two)) {
+                partners_[one.two.before] = one.two.after;
             }
+        }
+    }
+
+    // Lists of one name.
+    struct namesakes {
+        std::vector<std::uint32_t> before;
+        std::vector<std::uint32_t> after;
+    };
+    struct namesake_pair {
+        pair_of two;
+        bool say_the_same;
+        friend bool operator==(const namesake_pair&, const namesake_pair&) = default;
+    };
+
+    std::vector<namesake_pair> pair_namesakes(const std::vector<namesakes>& all)
+    {
+        std::vector<namesake_pair> pairs;
+        for (const namesakes& one : all) {
+            for (const pair_of& two : pair_all(one.before, one.after)) {
+                pairs.push_back({two, two.before != 0 && two.after != 0 && !is_changed(two)});
+            }
+        }
+        return pairs;
+    }
+
+    static void leave_equal_out(std::vector<namesakes>& all,
+                                const std::vector<namesake_pair>& pairs)
+    {
+        std::vector<std::uint32_t> before;
+        std::vector<std::uint32_t> after;
+        for (const namesake_pair& one : pairs) {
+            if (one.say_the_same) {
+                before.push_back(one.two.before);
+                after.push_back(one.two.after);
+            }
+        }
+        std::ranges::sort(before);
+        std::ranges::sort(after);
+        for (namesakes& one : all) {
+            std::erase_if(one.before, [&](std::uint32_t list) {
+                return std::ranges::binary_search(before, list);
+            });
+            std::erase_if(one.after, [&](std::uint32_t list) {
+                return std::ranges::binary_search(after, list);
+            });
         }
     }
 
@@ -393,24 +440,22 @@ private:
     }
 
     // Those that say the same may stand for one another.
-    void see_as_paired(const std::vector<pair_of>& pairs, const std::vector<bool>& say_the_same)
+    void see_as_paired(const std::vector<namesake_pair>& pairs)
     {
-        std::unordered_map<std::uint32_t, content_digest> of_before;
-        std::unordered_map<std::uint32_t, content_digest> of_after;
-        std::size_t number = 0;
-        for (const pair_of& one : pairs) {
-            const bool are_same = say_the_same[number++];
-            const content_digest known =
-                are_same ? before_.contents.of_list(one.before) : content_digest{number, 0};
+        std::vector<named_list> of_before;
+        std::vector<named_list> of_after;
+        for (const auto& [two, say_the_same] : pairs) {
+            const content_digest known = say_the_same ? before_.contents.of_list(two.before)
+                                                      : content_digest{two.before, two.after};
             const std::array<std::uint64_t, 2> words = {known.low, known.high};
             const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(words)>>(words);
             const content_digest token =
-                keyed_digest(key_, are_same ? 1 : 0, uni::byte_view(bytes));
-            if (one.before != 0) {
-                of_before[one.before] = token;
+                keyed_digest(key_, say_the_same ? 1 : 0, uni::byte_view(bytes));
+            if (two.before != 0) {
+                of_before.push_back({token, two.before});
             }
-            if (one.after != 0) {
-                of_after[one.after] = token;
+            if (two.after != 0) {
+                of_after.push_back({token, two.after});
             }
         }
         side_by_side([&] { before_.contents.see_as(of_before); },
