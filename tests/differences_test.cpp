@@ -54,6 +54,11 @@ public:
                                             : "  +index");
         return true;
     }
+    bool astray(std::uint64_t before, std::uint64_t after) override
+    {
+        lines.push_back("astray " + std::to_string(before) + " -> " + std::to_string(after));
+        return true;
+    }
     bool stands(const model::record_change&, const model::record_place& before,
                 const model::record_place& after) override
     {
@@ -142,11 +147,33 @@ TEST(differences, are_what_records_say_and_not_where_they_stand)
         {{{"      ledger.exe = @ledger\n", ""}}, {"~ledger.exe", "  -index"}},
         {{{"      ledger.exe = @ledger\n", "      other.exe = @ledger\n"}},
          {"~ledger.exe", "  ~index"}},
+        // Or finds something else.
+        {{{"      ledger.exe = @ledger\n", "      ledger.exe = @ledger\n      lost.exe = @lost\n"},
+          {"    matching_file\n", "    matching_file @lost\n"}},
+         {"astray 0 -> 1"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.changes.front().second);
         EXPECT_EQ(differences(sample, changed_sample(row.changes)), row.expected);
     }
+}
+
+TEST(differences, are_told_of_texts_that_are_not_there)
+{
+    const auto with_reference = [](std::uint8_t high) {
+        bytes image = test_support::sample_database();
+        const loaded_database loaded(image);
+        sdb::tag_ordinal one;
+        while (loaded.database.tag_at(one) != sdb::tag::product_name) {
+            ++one;
+        }
+        image[loaded.database.offset_at(one) + 5] = high;
+        return image;
+    };
+    using lines = std::vector<std::string>;
+    EXPECT_EQ(differences(with_reference(0x7e), with_reference(0x7e)), lines{});
+    EXPECT_EQ(differences(with_reference(0x7e), with_reference(0x7f)),
+              (lines{"~recordsvc.exe", "  ~product_name"}));
 }
 
 // Where nobody looks for it, a record does nothing.

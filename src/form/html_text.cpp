@@ -88,8 +88,7 @@ void write_reference(uni::text_buffer& out, const sdb::sdb_database& database,
                      std::uint32_t reference)
 {
     const uni::byte_view stored = database.string_bytes(reference);
-    if (stored.empty() &&
-        !database.is_recorded(std::uint64_t{database.string_table_offset()} + reference)) {
+    if (!database.has_string(reference)) {
         uni::text_buffer text;
         text.literal("no text at 0x");
         text.hex_min(reference, 1);

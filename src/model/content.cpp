@@ -293,7 +293,10 @@ content_digest record_contents::of_text(std::uint32_t offset)
     const std::uint32_t reference = database_.word_behind(offset);
     const auto string =
         database_.ordinal_of(std::uint64_t{database_.string_table_offset()} + reference);
-    content_digest& known = string ? texts_[string->number() - first_text_] : text_nowhere_;
+    if (!string) {
+        return digest_of_number(reference);
+    }
+    content_digest& known = texts_[string->number() - first_text_];
     if (known == content_digest()) {
         uni::byte_view text = database_.string_bytes(reference);
         while (text.size() >= 2 && text.u16(text.size() - 2) == 0) {
@@ -308,13 +311,11 @@ content_digest record_contents::of_text(std::uint32_t offset)
 // no tag is what it is, since nothing else of it can be held against another.
 content_digest record_contents::digest_of_reference(std::uint32_t target)
 {
-    constexpr std::uint64_t of_nothing = 0x20000;
     constexpr std::uint64_t of_named = 0x30000;  // beside the tag
     constexpr std::uint64_t of_record = 0x40000; // the same
     const auto ordinal = database_.ordinal_of(target);
     if (!ordinal) {
-        const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(target)>>(target);
-        return keyed_digest(key_, of_nothing, uni::byte_view(bytes));
+        return digest_of_number(target);
     }
     const sdb::tag_table::list_row* const list = database_.children().list(*ordinal);
     if (list == nullptr) {
@@ -336,6 +337,14 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
                           digest_of_name(target));
     }
     return known;
+}
+
+// Of a reference that leads nowhere.
+content_digest record_contents::digest_of_number(std::uint32_t target) const
+{
+    constexpr std::uint64_t of_nothing = 0x20000;
+    const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(target)>>(target);
+    return keyed_digest(key_, of_nothing, uni::byte_view(bytes));
 }
 
 // Of a list; nothing for one without a name.

@@ -79,6 +79,7 @@ private:
     template <typename predicate>
     void mark_referring(predicate&& is_asked_for);
     content_digest digest_of_reference(std::uint32_t target);
+    content_digest digest_of_number(std::uint32_t target) const;
     content_digest digest_of_name(std::uint32_t list);
     content_digest of_value(std::uint32_t offset);
     content_digest digest_of(std::uint64_t kind, const content_digest& value) const;
@@ -93,7 +94,6 @@ private:
     std::vector<bool> in_namesakes_; // those of them that are namesakes or stand in one
     const std::uint32_t first_text_; // ordinal of the string table
     digests texts_;                  // from there on; zeros for what was not looked at
-    content_digest text_nowhere_;    // of references that lead nowhere
     // What references see; zeros and nothing for what was not looked at.
     digests list_targets_;                                             // by number
     std::unordered_map<std::uint32_t, content_digest> scalar_targets_; // by offset

@@ -67,6 +67,11 @@ public:
     difference_counts compare()
     {
         tell_namesakes_apart();
+        const index_sums::others astray_before = before_.index.beside(before_.records);
+        const index_sums::others astray_after = after_.index.beside(after_.records);
+        if (compares_indexes_ && astray_before.sum != astray_after.sum) {
+            goes_on_ = listener_.astray(astray_before.count, astray_after.count);
+        }
         std::vector<pair_of> found =
             pair_lists(std::move(before_.records), std::move(after_.records));
         // What the lists around all records say of themselves comes first.

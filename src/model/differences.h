@@ -33,6 +33,8 @@ public:
     // That other index entries lead to that record, or some in one of the two alone.
     virtual bool reached(const record_change& one, bool is_reached_before,
                          bool is_reached_after) = 0;
+    // That other index entries, or more or less of them, lead to no record.
+    virtual bool astray(std::uint64_t before, std::uint64_t after) = 0;
     // That the record stands in another list.
     virtual bool stands(const record_change& one, const record_place& before,
                         const record_place& after) = 0;

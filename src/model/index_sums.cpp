@@ -30,4 +30,19 @@ content_digest index_sums::of(std::uint32_t offset) const
     return sum;
 }
 
+index_sums::others index_sums::beside(const std::vector<std::uint32_t>& offsets) const
+{
+    others found;
+    auto next = offsets.begin();
+    for (const entry_digest& one : entries_) {
+        next = std::find_if(next, offsets.end(),
+                            [&](std::uint32_t offset) { return offset >= one.first; });
+        if (next == offsets.end() || *next != one.first) {
+            ++found.count;
+            found.sum += one.second;
+        }
+    }
+    return found;
+}
+
 } // namespace model

@@ -18,6 +18,13 @@ public:
     // Nothing for a tag to which none leads.
     content_digest of(std::uint32_t offset) const;
 
+    // Those that lead to none of these tags, which are ascending.
+    struct others {
+        std::uint64_t count = 0;
+        content_digest sum;
+    };
+    others beside(const std::vector<std::uint32_t>& offsets) const;
+
 private:
     using entry_digest = std::pair<std::uint32_t, content_digest>;
     std::vector<entry_digest> entries_; // ascending by offset

@@ -121,6 +121,17 @@ public:
                                              : "leads here");
     }
 
+    bool astray(std::uint64_t before, std::uint64_t after) override
+    {
+        const auto words = [](std::uint64_t number) {
+            return std::to_string(number) + (number == 1 ? " entry leads" : " entries lead") +
+                   " to no record";
+        };
+        kind_ = "head";
+        return tell_fact({}, "index", words(before),
+                         before == after ? "other " + words(after) : words(after));
+    }
+
     bool stands(const model::record_change& one, const model::record_place& before,
                 const model::record_place& after) override
     {
@@ -250,9 +261,12 @@ private:
         if (offset == 0) {
             return {};
         }
-        return sdb::tag_type(database.tag_from(offset)) == sdb::type::list
-                   ? shortened(model::name_of_list(database, offset, longest))
-                   : value_words(database, offset, work_.options);
+        const std::uint16_t kind = sdb::tag_type(database.tag_from(offset));
+        if (kind == sdb::type::stringref && !database.has_string(database.word_behind(offset))) {
+            return "no text at " + hexadecimal(database.word_behind(offset));
+        }
+        return kind == sdb::type::list ? shortened(model::name_of_list(database, offset, longest))
+                                       : value_words(database, offset, work_.options);
     }
 
     static void write_places(uni::text_buffer& text, const model::record_change& one)

@@ -209,8 +209,13 @@ public:
     // stands there. Empty when none does, or when its value is.
     uni::byte_view string_bytes(std::uint32_t reference) const
     {
-        const std::uint64_t position = std::uint64_t{string_table_offset_} + reference;
-        return is_recorded(position) ? value_at(position) : uni::byte_view();
+        return has_string(reference) ? value_at(std::uint64_t{string_table_offset_} + reference)
+                                     : uni::byte_view();
+    }
+    // Whether a tag stands there.
+    bool has_string(std::uint32_t reference) const
+    {
+        return is_recorded(std::uint64_t{string_table_offset_} + reference);
     }
     // The stored text of one of string_offsets(). (What is recorded as a tag may be another thing.)
     uni::byte_view searchable_bytes(std::uint32_t reference) const noexcept
