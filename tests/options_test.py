@@ -126,8 +126,13 @@ class Options(Runs):
         # Both have one identifier, and the order of their names is turned round.
         for name, example in (("in/1", "sample"), ("in/2", "changed"), ("other/3", "changed"), ("other/4", "sample")):
             self.write(f"{name}.sdb", Path(f"examples/{example}.sdb").read_bytes())
-        told = self.printed("-enumdir", self.path("in"), "-diff", self.path("other"), "-quiet", "-no_header").decode()
+        here, there = self.path("in"), self.path("other")
+        told = self.printed("-enumdir", here, "-diff", there, "-quiet", "-no_header").decode()
         self.assertEqual(told.count("no record differs"), 2, told)
+        self.write("in/5.sdb", small_database(1, "lone"))
+        self.write("other/5.sdb", b"no database")
+        self.printed("-enumdir", here, "-diff", there, "-quiet", "-no_header", messages=os.path.join(there, "5.sdb") +
+                     " stands in the place of " + os.path.join(here, "5.sdb") + ", and is no database\n")
 
     def test_a_refusal_leaves_the_results_file_alone(self):
         out = self.write("out", b"old")

@@ -35,8 +35,7 @@ public:
     void compare()
     {
         const bool are_volumes = options_.partition_given;
-        const std::string& root = are_volumes ? options_.volume_text : options_.enumdir_path;
-        for (const std::string& side : {root, options_.diff_path}) {
+        for (const std::string& side : {root(), options_.diff_path}) {
             if (!tree_.is_folder(side)) { // all of the other would count as added or removed
                 out_.notices.fail("Prob reading folder %s: %s\n", side.c_str(), "is no folder");
                 return;
@@ -45,12 +44,12 @@ public:
         placed_files before;
         placed_files after;
         if (are_volumes &&
-            !(enter_volumes(before, root, targets_) &&
+            !(enter_volumes(before, root(), targets_) &&
               enter_volumes(after, options_.diff_path, found_on(options_.diff_path)))) {
             return;
         }
         if (!are_volumes) {
-            before = files_below(root);
+            before = files_below(root());
             after = files_below(options_.diff_path);
         }
         told_.set_total(before.size() + after.size());
@@ -69,6 +68,28 @@ public:
     }
 
 private:
+    const std::string& root() const
+    {
+        return options_.partition_given ? options_.volume_text : options_.enumdir_path;
+    }
+
+    // What stands in the place of a lone database, where that is none.
+    void say_what_is_there(const std::string& path, const std::string& other_root)
+    {
+        const std::string& own_root =
+            other_root == options_.diff_path ? root() : options_.diff_path;
+        if (!path.starts_with(own_root)) {
+            return;
+        }
+        const std::size_t name = path.find_first_not_of("/\\", own_root.size());
+        const std::string there = tree_.walkable_path(
+            platform::join_path(other_root, path.substr(std::min(name, path.size()))));
+        if (!tree_.is_missing(there) && !begins_as_database(tree_, there).value_or(false)) {
+            out_.notices.say("%s stands in the place of %s, and is no database\n", there.c_str(),
+                             path.c_str());
+        }
+    }
+
     // A file that has no counterpart in its place.
     struct lone_file {
         std::string path;
@@ -140,6 +161,8 @@ private:
     void tell_lone(const std::string& before, const std::string& after)
     {
         ++lone_;
+        say_what_is_there(before, options_.diff_path);
+        say_what_is_there(after, root());
         inputs_.tell_lone_database(before, after, out_);
         told_.note_done(before.empty() ? after : before);
     }

@@ -384,7 +384,8 @@ void run(uni::text_buffer& out, uni::text_buffer& standard_output, const request
     const bool explains = options.explain && !options.stats && !options.list_sdb &&
                           !options.compares() && !options.match_mode;
     std::vector<model::unread_input> unread = targets.unread;
-    const auto known = load_known_records(options, tree, notices, unread);
+    const auto known =
+        options.leaves_known_out() ? load_known_records(options, tree, notices, unread) : nullptr;
     const auto explained =
         explains ? make_explain_context(options, tree, targets, facts.time) : nullptr;
     // A form that begins its stream itself needs no input to know of those before it. Behind a database

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "form/tag_text.h"
 #include "model/fix_uses.h"
 #include "model/match.h"
 #include "model/match_index.h"
@@ -37,7 +38,7 @@ std::string_view sign_of(std::uint16_t own)
     return name.starts_with("upto_") ? " >= " : name.starts_with("from_") ? " <= " : " = ";
 }
 
-std::string text_of(const model::pe_property& found)
+std::string text_of(const model::pe_property& found, const request::cmd_params& style)
 {
     if (sdb::tag_type(found.tag) == sdb::type::stringref) {
         return '"' + shortened(found.text) + '"';
@@ -46,8 +47,7 @@ std::string text_of(const model::pe_property& found)
         return shortened(found.text);
     }
     uni::text_buffer text;
-    text.literal("0x");
-    text.hex_min(found.number, 8);
+    form::write_number_of(text, found.tag, found.number, style);
     return std::string(text.view());
 }
 
@@ -93,9 +93,9 @@ public:
         if (!is_known) {
             fact += "unknown";
         } else if (sign != " = ") {
-            fact += text_of(*one.found) + (agrees ? " ok" : " no");
+            fact += text_of(*one.found, work_.options) + (agrees ? " ok" : " no");
         } else {
-            fact += agrees ? "ok" : text_of(*one.found) + " no";
+            fact += agrees ? "ok" : text_of(*one.found, work_.options) + " no";
         }
         facts_.push_back(std::move(fact));
         return work_.form.goes_on();

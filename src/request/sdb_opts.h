@@ -71,6 +71,11 @@ struct sdb_opts : cmd_params {
     {
         return !diff_path.empty() && !stats && !list_sdb && !match_mode;
     }
+    // Whether records that stand in other databases are left out.
+    bool leaves_known_out() const noexcept
+    {
+        return !known_paths.empty() && !compares() && !list_sdb && !pe_stats && !match_mode;
+    }
     // Whether nothing is explained but what hives say.
     bool explains_hives_alone() const noexcept
     {
