@@ -101,6 +101,9 @@ void say_extent(const loaded_file& file, const std::string& path, io::notices& n
                     path.c_str(), static_cast<unsigned long long>(extent.trailing_at),
                     static_cast<unsigned long long>(extent.file_size - extent.trailing_at));
     }
+    if (file.database.database_offset() == 0) {
+        notices.say("%s holds no database list\n", path.c_str());
+    }
     if (const std::uint64_t unused = file.database.bytes_behind_stream()) {
         notices.say("%s: behind its compressed stream stand %llu bytes\n", path.c_str(),
                     static_cast<unsigned long long>(unused));
