@@ -272,6 +272,20 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     tested("Another", {list({b.null(tag::match_logic_not), b.dword(tag::size, 9)})});
     tested("Beside", {list({b.dword(tag::size, 7)}),
                       list({b.text(tag::name, "other.dll"), b.dword(tag::size, 1)})});
+    const auto choice = [&](const std::vector<node>& lists) {
+        return b.list(tag::pick_one, lists);
+    };
+    const auto of_size = [&](std::uint32_t size) {
+        return list({own(), b.dword(tag::size, size)});
+    };
+    const auto other = [&] {
+        return list({b.text(tag::name, "other.dll"), b.dword(tag::size, 1)});
+    };
+    tested("Choice holds", {of_size(7), choice({of_size(9), of_size(7), other()})});
+    tested("Choice fails", {of_size(7), choice({of_size(9), of_size(8)})});
+    tested("Choice unknown", {of_size(7), choice({of_size(9), other()})});
+    tested("System", {of_size(7), b.dword(tag::os_service_pack, 1)});
+    tested("Plug-in", {of_size(7), b.list(tag::match_plugin, {b.text(tag::name, "p")})});
     // A record is found by its own name too, which may be a pattern, and a driver asks for facts itself.
     const auto named = [&](const char* fix, std::uint16_t kind, const std::vector<node>& asked) {
         std::vector<node> children = asked;
@@ -282,6 +296,8 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     named("Pattern", tag::exe,
           {b.text(tag::name, "T?ol*.exe"), list({b.text(tag::name, "*"), b.dword(tag::size, 7)})});
     named("Pattern fails", tag::exe, {b.text(tag::name, "*"), list({b.dword(tag::size, 8)})});
+    named("Capitals", tag::exe,
+          {b.text(tag::name, "TOOL.EXE"), list({b.text(tag::name, "*"), b.dword(tag::size, 7)})});
     named("No pattern", tag::exe, {b.text(tag::name, "t??l.ex")});
     named("Wildcard", tag::exe,
           {b.text(tag::name, "setup"), b.text(tag::wildcard_name, "*.E*E"),
@@ -312,15 +328,22 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
         "x\\Tool.exe,c:\\a&b.sdb,caught as far as is known,tool.exe,0x000000b4,0x000000c0,Unknown,";
     const std::string plain = told(false);
     EXPECT_TRUE(plain.starts_with(head + caught + "\n" + unknown + "\n")) << plain;
-    EXPECT_EQ(verdicts_of(plain), "caught Both; caught as far as is known Unknown; caught Another; "
-                                  "caught as far as is known Beside; caught No list; "
-                                  "caught Pattern; caught as far as is known Wildcard; "
-                                  "caught Driver; looked for -; ");
+    EXPECT_EQ(verdicts_of(plain),
+              "caught Both; caught as far as is known Unknown; caught Another; "
+              "caught as far as is known Beside; "
+              "caught Choice holds; caught as far as is known Choice unknown; "
+              "caught as far as is known System; "
+              "caught as far as is known Plug-in; caught No list; "
+              "caught Pattern; caught Capitals; caught as far as is known Wildcard; "
+              "caught Driver; looked for -; ");
     const std::string facts = told(true);
     for (const char* fact :
          {",No list,\"name \"\"tool.exe\"\" = ok\"\n",
           ",Pattern,\"name \"\"T?ol*.exe\"\" = ok; size 0x00000007 = ok\"\n",
           ",Wildcard,\"wildcard_name \"\"*.E*E\"\" = ok; matching_file other.dll = unknown\"\n",
+          ",Choice fails,size 0x00000007 = ok; one of: size 0x00000009 = 0x00000007 no; one of: "
+          "size 0x00000008 = 0x00000007 no\n",
+          ",System,size 0x00000007 = ok; os_service_pack 0x00000001 = unknown\n",
           ",Two lists,size 0x00000007 = ok; checksum 0x00000001 = 0x00000002 no\n",
           ",Another,unless size 0x00000009 = 0x00000007 no\n",
           ",Driver nearly,\"size 0x00000008 = 0x00000007 no; company_name \"\"C\"\" = ok\"\n"}) {

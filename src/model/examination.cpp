@@ -86,10 +86,10 @@ bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
         const auto rows = relation.lists_in(ordinal->next(), relation.end(*ordinal));
         const bool is_group = database.tag_from(list) == tag::app; // of records of their own
         has = !is_group && std::ranges::any_of(rows, [](const sdb::tag_table::list_row& row) {
-            return is_fix_reference(row.tag) || is_matching_list(row.tag);
+            return is_fix_reference(row.tag) || is_test(row.tag);
         });
         relation.for_each_list_in(*ordinal, [&](const sdb::tag_table::list_row& row) {
-            has = has || is_fix_reference(row.tag) || is_matching_list(row.tag);
+            has = has || is_fix_reference(row.tag) || is_test(row.tag);
         });
     }
     return has;

@@ -330,7 +330,7 @@ private:
     // What identifies a list, or says what it does, stands in it once.
     void judge_repeats(sdb::tag_ordinal list, std::uint16_t own)
     {
-        if (is_matching_list(own) || own == tag::stringtable) {
+        if (is_test(own) || own == tag::stringtable) {
             return;
         }
         unsigned seen = 0;

@@ -77,7 +77,7 @@ std::vector<record_keys> keys_of(compared_side& one, const std::vector<std::uint
             } else if (own == tag::name) {
                 keys.name += one.contents.of_scalar(offset);
                 keys.has_name = true;
-            } else if (is_matching_list(own)) {
+            } else if (is_test(own)) {
                 keys.tests += one.contents.of_list(offset);
             }
         });

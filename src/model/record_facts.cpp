@@ -113,6 +113,30 @@ bool is_matching_list(std::uint16_t tag)
            tag == tag::matching_device || tag == tag::matching_info_block;
 }
 
+bool is_test(std::uint16_t tag)
+{
+    return is_matching_list(tag) || tag == tag::pick_one || tag == tag::match_plugin ||
+           tag == tag::contains_file || tag == tag::contains_hwid;
+}
+
+bool is_test_of_system(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::os_platform:
+    case tag::os_sku:
+    case tag::vista_sku:
+    case tag::os_service_pack:
+    case tag::os_version_value:
+    case tag::runtime_platform:
+    case tag::source_os:
+    case tag::source_os_lte:
+    case tag::source_os_gte:
+        return true;
+    default:
+        return false;
+    }
+}
+
 bool is_fact_of_program(std::uint16_t tag)
 {
     switch (tag) {

@@ -38,6 +38,13 @@ bool is_definition(const sdb::sdb_database& database, std::uint32_t list);
 // Whether a list of a record tests a file, a registry value or the like.
 bool is_matching_list(std::uint16_t tag);
 
+// Whether a list of a record must hold for the record to take effect: one of the above, or one that holds a
+// choice of them, or names a plug-in, files or devices.
+bool is_test(std::uint16_t tag);
+
+// Whether a tag that is no list tells on which systems a record takes effect.
+bool is_test_of_system(std::uint16_t tag);
+
 // Whether of lists of one tag in another it matters which comes first: calls of modules are let in or kept
 // out by the first that names the module.
 inline bool is_taken_in_order(std::uint16_t list)

@@ -234,7 +234,7 @@ private:
                 add(signal::who_vendor, offset, finding_part(offset), {}, 1);
             } else if (child == tag::apphelp) {
                 judge_message(offset);
-            } else if (is_matching_list(child)) {
+            } else if (is_test(child)) {
                 database_.for_each_child(offset, [&](std::uint32_t, std::uint16_t fact) {
                     facts_ += is_fact_of_file(fact) ? 1 : 0;
                 });

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "form/tag_text.h"
+#include "model/file_keys.h"
 #include "model/fix_uses.h"
 #include "model/match.h"
 #include "model/match_index.h"
@@ -62,6 +63,7 @@ public:
     bool begin_list(const model::looked_at_list& list) override
     {
         list_ = list;
+        choice_ = choice_around(list);
         facts_.clear();
         failed_ = tested_ = unknown_ = 0;
         is_named_otherwise_ = false;
@@ -76,7 +78,8 @@ public:
         if (one.tag == tag::name) {
             // Of a list that was found by a whole path. A pattern is held against the name elsewhere.
             const model::named_record* const named = named_of(list_.record);
-            is_named_otherwise_ |= is_known && !agrees && !(named != nullptr && named->is_pattern);
+            is_named_otherwise_ |= is_known && !agrees && !is_own_name(one) &&
+                                   !(named != nullptr && named->is_pattern);
             return work_.form.goes_on();
         }
         tested_ += is_known ? 1 : 0;
@@ -85,7 +88,8 @@ public:
         if (!work_.options.explain || one.tag == tag::match_logic_not) {
             return work_.form.goes_on();
         }
-        std::string fact(is_negated_ ? "unless " : "");
+        std::string fact(choice_ != 0 ? "one of: " : "");
+        fact += is_negated_ ? "unless " : "";
         fact += sdb::tag_name(one.tag);
         fact += ' ' + value_words(candidate_.database, one.offset, work_.options);
         const std::string_view sign = sign_of(one.tag);
@@ -107,7 +111,7 @@ public:
         const model::agreement verdict = failed_ != 0 || is_named_otherwise_ ? no
                                          : unknown_ != 0                     ? unknown
                                                                              : yes;
-        kept_list made{list_, std::move(facts_), verdict, 0, 0};
+        kept_list made{list_, choice_, std::move(facts_), verdict, 0, 0};
         if (!is_negated_) {
             made.failed = is_named_otherwise_ ? 2 : failed_; // which is near to nothing
             made.tested = tested_;
@@ -137,6 +141,7 @@ private:
     // A list that was held against the program.
     struct kept_list {
         model::looked_at_list list;
+        std::uint32_t choice; // the list of several that it is one of; 0 for none
         std::vector<std::string> facts;
         model::agreement verdict;
         std::uint64_t failed; // facts
@@ -160,28 +165,127 @@ private:
         return names.empty() ? "no fix" : names;
     }
 
-    // Adds what the record tests beside the file, of which nothing is known here; false for nothing.
-    bool add_other_tests()
+    // How a record's tests went together.
+    struct tally {
+        std::uint64_t failed_tests = 0;
+        std::uint64_t failed_facts = 0;
+        std::uint64_t tested_facts = 0;
+        bool is_known = true;
+    };
+
+    static void count(tally& all, const kept_list& one)
     {
-        bool any = false;
+        all.failed_tests += one.verdict == model::agreement::no ? 1 : 0;
+        all.failed_facts += one.failed;
+        all.tested_facts += one.tested;
+        all.is_known &= one.verdict != model::agreement::unknown;
+    }
+
+    // Of a choice one list has to hold: the best of those that were held against the program, if all were.
+    void count_choice(tally& all, std::uint32_t choice) const
+    {
+        const kept_list* best = nullptr;
+        const auto rank = [](const kept_list& one) {
+            return std::pair(one.verdict == model::agreement::yes       ? 0
+                             : one.verdict == model::agreement::unknown ? 1
+                                                                        : 2,
+                             one.failed);
+        };
+        for (auto each = first_from(choice); each != kept_.end() && each->choice == choice;
+             ++each) {
+            if (best == nullptr || rank(*each) < rank(*best)) {
+                best = &*each;
+            }
+        }
+        bool are_all_kept = best != nullptr;
+        candidate_.database.for_each_child(choice, [&](std::uint32_t offset, std::uint16_t own) {
+            are_all_kept = are_all_kept && (!is_asking(offset, own) || is_kept(offset));
+        });
+        if (best != nullptr && (are_all_kept || best->verdict == model::agreement::yes)) {
+            count(all, *best);
+        } else {
+            all.is_known = false;
+        }
+    }
+
+    // Those of a record are kept as they stand.
+    std::vector<kept_list>::const_iterator first_from(std::uint32_t offset) const
+    {
+        return std::ranges::lower_bound(kept_, offset, {},
+                                        [](const kept_list& one) { return one.list.list; });
+    }
+
+    bool is_kept(std::uint32_t list) const
+    {
+        const auto found = first_from(list);
+        return found != kept_.end() && found->list.list == list;
+    }
+
+    // A list of files in which nothing stands asks for nothing.
+    bool is_asking(std::uint32_t offset, std::uint16_t own) const
+    {
+        return model::is_test(own) &&
+               (own != tag::matching_file || candidate_.database.list_size_from(offset) != 0);
+    }
+
+    // What the record tests beside the file, of which nothing is known here.
+    void count_other_tests(tally& all)
+    {
         candidate_.database.for_each_child(
             list_.record, [&](std::uint32_t offset, std::uint16_t own) {
                 constexpr std::size_t most = 100;
-                // A list of files in which nothing stands asks for nothing.
-                const bool is_test =
-                    model::is_matching_list(own) &&
-                    (own != tag::matching_file || candidate_.database.list_size_from(offset) != 0);
-                const bool is_kept = std::ranges::any_of(
-                    kept_, [&](const kept_list& each) { return each.list.list == offset; });
-                any = any || (is_test && !is_kept);
-                if (is_test && !is_kept && work_.options.explain && facts_.size() < most) {
-                    facts_.push_back(
-                        sdb::tag_name(own) + " " +
-                        shortened(model::name_of_list(candidate_.database, offset, longest_name)) +
-                        " = unknown");
+                const bool is_of_system = model::is_test_of_system(own);
+                if (own == tag::pick_one) {
+                    count_choice(all, offset);
+                } else if ((is_of_system || is_asking(offset, own)) && !is_kept(offset)) {
+                    all.is_known = false;
+                } else {
+                    return;
+                }
+                if (!work_.options.explain || facts_.size() >= most) {
+                    return;
+                }
+                if (is_of_system) {
+                    facts_.push_back(sdb::tag_name(own) + ' ' +
+                                     value_words(candidate_.database, offset, work_.options) +
+                                     " = unknown");
+                } else if (own != tag::pick_one) {
+                    add_unknown(offset, "");
+                } else {
+                    candidate_.database.for_each_child(
+                        offset, [&](std::uint32_t inner, std::uint16_t kind) {
+                            if (is_asking(inner, kind) && !is_kept(inner) && facts_.size() < most) {
+                                add_unknown(inner, "one of: ");
+                            }
+                        });
                 }
             });
-        return any;
+    }
+
+    void add_unknown(std::uint32_t list, std::string_view in_front)
+    {
+        facts_.push_back(
+            std::string(in_front) + sdb::tag_name(candidate_.database.tag_from(list)) + ' ' +
+            shortened(model::name_of_list(candidate_.database, list, longest_name)) + " = unknown");
+    }
+
+    // The list of several in which one of a record's lists stands; 0 for none.
+    std::uint32_t choice_around(const model::looked_at_list& one) const
+    {
+        std::uint32_t around = 0;
+        const bool stands_deeper =
+            one.list != one.record &&
+            candidate_.database.find_enclosing_list(around, one.list, true) &&
+            around != one.record && model::is_test(candidate_.database.tag_from(around));
+        return stands_deeper ? around : 0;
+    }
+
+    // Whether the name that a list asks for is that of the program, whatever its case.
+    bool is_own_name(const model::compared_property& one) const
+    {
+        const std::uint32_t at = one.text_from != 0 ? one.text_from : one.offset;
+        return uni::equal_ignoring_case(
+            model::text_at(candidate_.database, at, model::longest_name_of_file), one.found->text);
     }
 
     // Which of the records of the program's name it is; null for none.
@@ -212,18 +316,6 @@ private:
     // A record, with those of its lists that were kept.
     void tell_record(const model::looked_at_list& list)
     {
-        using enum model::agreement;
-        const auto count = [this](model::agreement verdict) {
-            return std::ranges::count(kept_, verdict, &kept_list::verdict);
-        };
-        const auto failed = count(no);
-        std::uint64_t failed_facts = 0;
-        std::uint64_t tested_facts = 0;
-        for (const kept_list& each : kept_) {
-            failed_facts += each.failed;
-            tested_facts += each.tested;
-        }
-        const bool is_near = work_.options.explain && failed_facts == 1 && tested_facts >= 2;
         list_ = list;
         facts_.clear();
         const model::named_record* const named = named_of(list.record);
@@ -233,14 +325,23 @@ private:
         for (kept_list& each : kept_) {
             std::ranges::move(each.facts, std::back_inserter(facts_));
         }
+        tally all;
+        for (const kept_list& each : kept_) {
+            if (each.choice == 0) {
+                count(all, each);
+            }
+        }
+        count_other_tests(all);
+        const bool is_near =
+            work_.options.explain && all.failed_facts == 1 && all.tested_facts >= 2;
+        const bool has_failed = all.failed_tests != 0;
         const bool is_beside = named == nullptr && is_about_another();
-        if (is_beside && failed == 0) {
+        if (is_beside && !has_failed) {
             tell(verdict_on_program::beside);
-        } else if (!is_beside && (failed == 0 || is_near)) {
-            const bool is_known = count(unknown) == 0 && !add_other_tests();
-            tell(failed != 0 ? verdict_on_program::nearly_caught
-                 : is_known  ? verdict_on_program::caught
-                             : verdict_on_program::perhaps_caught);
+        } else if (!is_beside && (!has_failed || is_near)) {
+            tell(has_failed     ? verdict_on_program::nearly_caught
+                 : all.is_known ? verdict_on_program::caught
+                                : verdict_on_program::perhaps_caught);
         }
         kept_.clear();
     }
@@ -293,6 +394,7 @@ private:
     std::span<const model::named_record> named_; // of the program's name
     std::size_t told_named_ = 0;
     model::looked_at_list list_;
+    std::uint32_t choice_ = 0; // around it
     std::vector<std::string> facts_;
     std::vector<kept_list> kept_; // of one record
     bool is_named_otherwise_ = false;
