@@ -28,6 +28,11 @@ TEST(recognition, says_all_that_a_record_asks_for_and_nothing_else)
          "any file of that name|and beside b.dll, 2 bytes"},
         {"matching_file/  name = b.dll, only 9.9.9.9",
          "any file of that name|and beside \"b.dll, only 9.9.9.9\""},
+        {"pick_one/  matching_file/    name = a.dll/    size = 2/  matching_file/    name = *",
+         "any file of that name|and with one of: a.dll, 2 bytes; the file itself"},
+        {"contains_file/  name = c/match_plugin/  name = p/os_service_pack = 1",
+         "any file of that name|and with contains file: name \"c\"|"
+         "and with match plugin: name \"p\"|os service pack 0x00000001"},
         {"os_platform = 1/wildcard_name = a*.exe",
          "any file of the pattern a*.exe|on 32-bit systems"},
     };

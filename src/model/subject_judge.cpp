@@ -34,19 +34,30 @@ constexpr unsigned not_to_be_blocked = bit_of(name_list::security_product) |
                                        bit_of(name_list::updater) |
                                        bit_of(name_list::administration_tool);
 
-// Whether what a reference leads to is known by its name. (A patch is told by what it does, whatever it is called.)
-bool is_known_by_name(std::uint16_t tag)
+// The reference by which a name is known, of itself or of what it leads to; 0 for what is known by no name. (A
+// patch is told by what it does, whatever it is called.)
+std::uint16_t naming_reference(std::uint16_t tag)
 {
     switch (tag) {
+    case tag::shim:
+        return tag::shim_ref;
+    case tag::flag:
+        return tag::flag_ref;
+    case tag::kshim:
+        return tag::kshim_ref;
+    case tag::kflag:
+        return tag::kflag_ref;
+    case tag::migration_shim:
+        return tag::migration_shim_ref;
     case tag::shim_ref:
     case tag::layer:
     case tag::flag_ref:
     case tag::kshim_ref:
     case tag::kflag_ref:
     case tag::migration_shim_ref:
-        return true;
+        return tag;
     default:
-        return false;
+        return 0;
     }
 }
 
@@ -128,8 +139,8 @@ private:
     // heavier.
     fix_name name_of(const fix_use& use)
     {
-        const std::uint16_t tag = database_.tag_from(use.reference);
-        if (!is_known_by_name(tag)) {
+        const std::uint16_t tag = naming_reference(database_.tag_from(use.reference));
+        if (tag == 0) {
             return {};
         }
         fix_name found = use.name == 0 ? fix_name() : texts_.fix_called(use.name, tag);

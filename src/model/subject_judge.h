@@ -24,7 +24,7 @@ public:
     void look_at(subject& seen, std::uint32_t record);
     // What one gets about which nothing is found, which costs less.
     void look_at_plain(subject& seen, std::uint32_t record);
-    // A fix by its reference; null for one that is not known.
+    // A fix by its reference, which may be its definition itself; null for one that is not known.
     const known_fix* fix_of(const fix_use& use);
 
 private:

@@ -213,28 +213,76 @@ std::string words_of_message(const sdb::sdb_database& database, std::uint32_t me
     return words;
 }
 
+// Whether what stands in a record is told by other words than its tag and its values.
+bool is_told_elsewhere(std::uint16_t record, std::uint16_t own)
+{
+    switch (own) {
+    case tag::name:
+    case tag::wildcard_name:
+    case tag::app_name:
+    case tag::vendor:
+    case tag::exe_id:
+    case tag::app_id:
+    case tag::fix_id:
+    case tag::msi_package_id:
+    case tag::match_mode:
+    case tag::layer_tagid:
+    // Of a definition.
+    case tag::command_line:
+    case tag::dllfile:
+    case tag::module:
+    case tag::description:
+    case tag::patch_bits:
+    case tag::inexclude:
+    case tag::kdata:
+    // Subjects themselves.
+    case tag::exe:
+    case tag::msi_package:
+    case tag::kdriver:
+    case tag::shim:
+    case tag::patch:
+        return true;
+    default:
+        return model::is_fix_reference(own) || model::is_test(own) ||
+               model::is_test_of_system(own) ||
+               (record == tag::kdriver && model::is_fact_of_program(own));
+    }
+}
+
 } // namespace
 
-std::vector<own_effect> own_effects_of(const sdb::sdb_database& database,
-                                       const model::record_groupings& groupings,
-                                       std::uint32_t record, const request::cmd_params& style)
+std::vector<own_effect> effect_words::own(std::uint32_t record,
+                                          const model::record_groupings& groupings,
+                                          model::subject_judge& judge)
 {
     std::vector<own_effect> made;
     std::uint64_t more = 0;
     std::uint32_t first_more = 0;
-    database.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
-        const bool is_told = own == tag::apphelp || own == tag::data || own == tag::action ||
-                             sdb::tag_type(own) == type::null_;
-        if (is_told && made.size() == most_lines) {
+    const std::uint16_t kind = database_.tag_from(record);
+    const bool is_definition = model::is_definition(database_, record);
+    if (is_definition) {
+        model::fix_use itself;
+        itself.reference = itself.definition = record;
+        itself.name = model::child_of(database_, record, tag::name);
+        made.push_back({record, make(itself, {}, judge.fix_of(itself))});
+    }
+    database_.for_each_child(record, [&](std::uint32_t offset, std::uint16_t own) {
+        if (is_told_elsewhere(kind, own) || (is_definition && own == tag::data)) {
+            return;
+        }
+        if (made.size() == most_lines) {
             first_more = more++ == 0 ? offset : first_more;
         } else if (own == tag::apphelp) {
             made.push_back(
-                {offset, words_of_message(database, offset, groupings.words_of(offset), style)});
-        } else if (own == tag::data || own == tag::action) {
-            made.push_back(
-                {offset, words_of_tag(own) + ": " + scalars_of(database, offset, style)});
+                {offset, words_of_message(database_, offset, groupings.words_of(offset), style_)});
         } else if (sdb::tag_type(own) == type::null_) {
             made.push_back({offset, sdb::tag_name(own) + " is set"});
+        } else if (sdb::tag_type(own) == type::list) {
+            made.push_back(
+                {offset, words_of_tag(own) + ": " + scalars_of(database_, offset, style_)});
+        } else {
+            made.push_back(
+                {offset, words_of_tag(own) + ' ' + scalar_text(database_, offset, style_)});
         }
     });
     if (more != 0) {

@@ -17,6 +17,12 @@
 
 namespace report {
 
+// What a record has of its own, such as messages and switches, each with its tag.
+struct own_effect {
+    std::uint32_t offset;
+    std::string words;
+};
+
 // What fixes do, with their arguments. What it takes to tell of a long definition is kept, as many may refer
 // to it.
 class effect_words {
@@ -27,6 +33,10 @@ public:
 
     // Good until the next call.
     const std::string& of(const model::fix_use& use, model::subject_judge& judge);
+
+    // What a record shows, blocks or holds by itself; of a definition, what it does first.
+    std::vector<own_effect> own(std::uint32_t record, const model::record_groupings& groupings,
+                                model::subject_judge& judge);
 
 private:
     // What stands in a list, as far as it is told.
@@ -55,15 +65,6 @@ private:
     std::unordered_map<std::uint64_t, std::string> whole_;
     std::size_t whole_bytes_ = 0;
 };
-
-// What a record shows or blocks by itself: its messages and switches, each with its tag.
-struct own_effect {
-    std::uint32_t offset;
-    std::string words;
-};
-std::vector<own_effect> own_effects_of(const sdb::sdb_database& database,
-                                       const model::record_groupings& groupings,
-                                       std::uint32_t record, const request::cmd_params& style);
 
 // A change that a patch makes: "+0x00012f42  74 -> eb   (after a match at 0x00012f40)".
 std::string change_line(const model::patch_change& change);

@@ -34,8 +34,7 @@ void explained_subject::tell(form::fact_taker& to) const
     }
     to.end();
     to.begin_list("effects");
-    for (const own_effect& effect :
-         own_effects_of(database, all_.groupings(), seen_.record, work_.options)) {
+    for (const own_effect& effect : effects_.own(seen_.record, all_.groupings(), judge_)) {
         to.begin_item();
         to.fact("at", form::hex_number{effect.offset});
         to.fact("words", effect.words);

@@ -171,13 +171,13 @@ std::string_view heading_line(uni::text_buffer& line, std::string_view name,
     return made.substr(0, made.find_last_not_of(' ') + 1);
 }
 
-std::string_view effect_line(uni::text_buffer& line, std::string_view words, std::uint32_t offset,
-                             std::size_t depth)
+std::string_view effect_line(uni::text_buffer& line, std::string_view verb, std::string_view words,
+                             std::uint32_t offset, std::size_t depth)
 {
     constexpr std::size_t most_depth = 16;
     line.clear();
     line.blanks(2);
-    line.left("gets", weight_columns);
+    line.left(verb, weight_columns);
     line.blanks(2 * std::min(depth, most_depth));
     line.left(words, id_columns + words_columns);
     line.blanks(2);

@@ -31,7 +31,7 @@ std::string heading_line(std::string_view name, std::string_view behind);
 std::string_view heading_line(uni::text_buffer& line, std::string_view name,
                               std::string_view behind);
 // A line of what something does, with the tag that tells it, which stands in `line` alone.
-std::string_view effect_line(uni::text_buffer& line, std::string_view words, std::uint32_t offset,
-                             std::size_t depth);
+std::string_view effect_line(uni::text_buffer& line, std::string_view verb, std::string_view words,
+                             std::uint32_t offset, std::size_t depth);
 
 } // namespace report

@@ -165,6 +165,51 @@ void recognition_words::tell_other_file()
     others_.end_line();
 }
 
+// What a file must be of which a line tells one of several.
+void recognition_words::tell_choice(std::uint32_t list)
+{
+    uni::text_buffer& to = others_.text();
+    to.literal("and with one of:");
+    std::uint64_t more = 0;
+    std::size_t written = 0;
+    database_.for_each_child(list, [&](std::uint32_t offset, std::uint16_t own) {
+        if (sdb::tag_type(own) != type::list) {
+            return;
+        }
+        if (written > longest_list) {
+            ++more;
+            return;
+        }
+        const std::uint64_t before = to.total();
+        to.text(written == 0 ? " " : "; ");
+        if (own != tag::matching_file) {
+            to.text(words_of_tag(own));
+            to.literal(": ");
+            to.text(scalars_of(database_, offset, style_));
+        } else {
+            read_test(offset);
+            to.text(test_.is_negated ? "not " : "");
+            if (model::means_the_program(database_, test_.name, name_)) {
+                to.literal("the file itself");
+            } else {
+                write_name_of_file(to, database_, test_.name);
+            }
+            for (const std::string_view one : {test_.version.view(), test_.facts.view()}) {
+                to.text(one.empty() ? "" : ", ");
+                to.text(one);
+            }
+        }
+        written += to.total() - before;
+    });
+    if (more != 0) {
+        to.text("; ");
+        to.text(grouped(more));
+        to.literal(" more");
+    }
+    to.text(written == 0 ? " nothing" : "");
+    others_.end_line();
+}
+
 // Nothing for a tag by which nothing is recognised.
 void recognition_words::tell_child(std::uint32_t offset, std::uint16_t own)
 {
@@ -175,7 +220,9 @@ void recognition_words::tell_child(std::uint32_t offset, std::uint16_t own)
         } else {
             tell_other_file();
         }
-    } else if (model::is_matching_list(own)) {
+    } else if (own == tag::pick_one) {
+        tell_choice(offset);
+    } else if (model::is_test(own)) {
         others_.text().literal("and with ");
         others_.text().text(words_of_tag(own));
         others_.text().literal(": ");
@@ -187,7 +234,7 @@ void recognition_words::tell_child(std::uint32_t offset, std::uint16_t own)
         own_.text().literal("any file of the pattern ");
         write_stored_words(own_.text(), database_, offset);
         own_.end_line();
-    } else if (own == tag::runtime_platform || own == tag::msi_package_id || own == tag::os_sku ||
+    } else if (model::is_test_of_system(own) || own == tag::msi_package_id ||
                own == tag::match_mode) {
         others_.text().text(words_of_tag(own));
         others_.text().character(' ');

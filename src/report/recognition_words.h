@@ -39,6 +39,7 @@ private:
     void read_test(std::uint32_t list);
     void tell_own_file();
     void tell_other_file();
+    void tell_choice(std::uint32_t list);
     void tell_child(std::uint32_t offset, std::uint16_t own);
 
     const sdb::sdb_database& database_;

@@ -16,6 +16,8 @@ namespace {
 
 namespace tag = sdb::tag;
 
+constexpr std::string_view gets = "gets";
+
 // The changes that a patch makes, a line each.
 std::vector<std::string> change_lines(const sdb::sdb_database& database, std::uint32_t patch)
 {
@@ -90,18 +92,19 @@ void subject_teller::tell_recognition()
 
 void subject_teller::tell_effects()
 {
-    for (const own_effect& effect :
-         own_effects_of(*work_.database, all_.groupings(), seen_.record, work_.options)) {
-        work_.form.line(effect_line(line_, effect.words, effect.offset, 0));
+    for (const own_effect& effect : effects_.own(seen_.record, all_.groupings(), *judge_)) {
+        work_.form.line(effect_line(line_, effect.offset == seen_.record ? "gives" : gets,
+                                    effect.words, effect.offset, 0));
     }
     for (const model::fix_use& use : seen_.uses) {
         if (!work_.form.takes_more(use.reference)) {
             return;
         }
-        work_.form.line(effect_line(line_, effects_.of(use, *judge_), use.reference, use.depth));
+        work_.form.line(
+            effect_line(line_, gets, effects_.of(use, *judge_), use.reference, use.depth));
     }
     if (!seen_.is_whole) {
-        work_.form.line(effect_line(line_,
+        work_.form.line(effect_line(line_, gets,
                                     "more, which was not looked at: its layers open up to too much",
                                     seen_.record, 0));
     }
