@@ -172,7 +172,7 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          "library|  file|    name = f|    file_bits = 4d 5a " + digits(58) +
              "40 00 00 00 \"PX\" 00 00"},
         {"data.payload", exe_with("a.exe", "Own", "PowerShell -x"),
-         exe_with("a.exe", "Own", "Power -x")},
+         exe_with("powershell.exe", "Own", "PowerShell Studio")},
         {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+Q"),
          exe_with("a.exe", "Own", base64 + "Qz4")},
         {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+"),
@@ -293,19 +293,23 @@ TEST(findings, about_the_build_of_a_database_want_it_malformed)
     EXPECT_TRUE(make(has_tag(0x4ffe)).contains("shape.unknown"));
     EXPECT_FALSE(make(has_tag(tag::flags)).contains("shape.unknown"));
 
-    const auto packed = [](unsigned step) {
-        return [step](test_support::sdb_builder& b) {
+    // Of 4,096 bytes so many in the middle, the others zeros.
+    const auto packed = [](unsigned step, std::size_t count) {
+        return [step, count](test_support::sdb_builder& b) {
             bytes data(4096);
             std::uint32_t state = 1;
-            for (std::uint8_t& byte : data) {
+            for (std::size_t i = 0; i < count; ++i) {
                 state = state * 1664525 + 1013904223;
-                byte = static_cast<std::uint8_t>((state >> 24) / step);
+                data[(data.size() - count) / 2 + i] =
+                    static_cast<std::uint8_t>((state >> 24) / step);
             }
             b.add(b.list(tag::data, {b.text(tag::name, "d"), b.binary(tag::data_bits, data)}));
         };
     };
-    EXPECT_TRUE(make(packed(1)).contains("data.payload"));  // 8 bits a byte
-    EXPECT_FALSE(make(packed(2)).contains("data.payload")); // 7
+    EXPECT_TRUE(make(packed(1, 4096)).contains("data.payload"));  // 8 bits a byte
+    EXPECT_FALSE(make(packed(2, 4096)).contains("data.payload")); // 7
+    EXPECT_TRUE(make(packed(1, 333)).contains("data.payload"));
+    EXPECT_FALSE(make(packed(1, 200)).contains("data.payload"));
 }
 
 TEST(findings, weigh_nothing_in_a_database_of_the_vendors_own)

@@ -1,19 +1,16 @@
 #include "model/payload.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <optional>
 #include <vector>
 
+#include "model/packed_bytes.h"
 #include "uni/text.h"
 
 namespace model {
 
 namespace {
 
-constexpr double high_entropy = 7.2;
-constexpr std::uint64_t least_for_entropy = 256;
-constexpr std::uint64_t block_for_entropy = 512; // random ones have 7.6 bits a byte
 constexpr std::uint64_t long_base64 = 64;
 
 std::vector<std::string> entries_of(const knowledge& known, name_list list)
@@ -106,16 +103,8 @@ payload find_base64(uni::byte_view bytes, std::uint64_t width)
 
 payload find_packed(uni::byte_view bytes)
 {
-    if (bytes.size() >= least_for_entropy && entropy_of(bytes) >= high_entropy) {
-        return {payload_kind::packed, 0, bytes.size()};
-    }
-    for (std::uint64_t at = 0; at + block_for_entropy <= bytes.size();
-         at += block_for_entropy / 2) {
-        if (entropy_of(bytes.slice(at, block_for_entropy)) >= high_entropy) {
-            return {payload_kind::packed, at, block_for_entropy};
-        }
-    }
-    return {};
+    const std::optional<byte_run> run = find_packed_run(bytes);
+    return run ? payload{payload_kind::packed, run->at, run->length} : payload();
 }
 
 // Whether stored text is none: it holds halves of surrogate pairs alone.
@@ -138,26 +127,28 @@ bool has_lone_surrogates(uni::byte_view stored)
 
 } // namespace
 
-double entropy_of(uni::byte_view bytes)
-{
-    std::array<std::uint64_t, 256> counts{};
-    for (const std::uint8_t byte : bytes.bytes()) {
-        ++counts[byte];
-    }
-    const auto all = static_cast<double>(bytes.size());
-    double bits = 0;
-    for (const std::uint64_t count : counts) {
-        if (count != 0) {
-            const double share = static_cast<double>(count) / all;
-            bits -= share * std::log2(share);
-        }
-    }
-    return bits;
-}
-
 payload_search::payload_search(const knowledge& known)
-    : scripts_(entries_of(known, name_list::script_mark))
+    : marks_(entries_of(known, name_list::script_mark)), scripts_(marks_)
 {}
+
+// Where the longest mark begins that ends in front of a place.
+std::uint64_t payload_search::begin_of_mark(uni::byte_view bytes, std::uint64_t end) const
+{
+    std::uint64_t first = end;
+    for (const std::string& mark : marks_) {
+        std::uint64_t at = end;
+        std::size_t left = mark.size();
+        while (at > 0 && left > 0) {
+            const std::uint8_t byte = bytes.u8(--at);
+            if (byte != 0 && uni::lower_ascii(static_cast<char>(byte)) != mark[--left]) {
+                ++left;
+                break;
+            }
+        }
+        first = left == 0 ? std::min(first, at) : first;
+    }
+    return first;
+}
 
 // Zeros are passed over, so that characters of two bytes are found as those of one.
 payload payload_search::find_script(uni::byte_view bytes) const
@@ -177,7 +168,7 @@ payload payload_search::find_script(uni::byte_view bytes) const
         if (byte != 0) {
             state = scripts_.next(state, uni::lower_ascii(static_cast<char>(byte)));
             if (scripts_.is_found(state) && !goes_on_as_name(at)) {
-                return {payload_kind::script, at - 1, 0};
+                return {payload_kind::script, begin_of_mark(bytes, at), 0};
             }
         }
     }
@@ -205,8 +196,7 @@ payload payload_search::in_text(uni::byte_view stored) const
     if (found.kind == payload_kind::none) {
         found = find_base64(stored, 2);
     }
-    const bool may_be_packed = found.kind == payload_kind::none &&
-                               stored.size() >= least_for_entropy && has_lone_surrogates(stored);
+    const bool may_be_packed = found.kind == payload_kind::none && has_lone_surrogates(stored);
     return may_be_packed ? find_packed(stored) : found;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "model/knowledge.h"
 #include "uni/byte_view.h"
@@ -31,10 +32,10 @@ public:
 private:
     payload find_script(uni::byte_view bytes) const;
 
+    std::uint64_t begin_of_mark(uni::byte_view bytes, std::uint64_t end) const;
+
+    std::vector<std::string> marks_; // lower-case
     uni::text_set scripts_;
 };
-
-// Bits a byte, 0 to 8.
-double entropy_of(uni::byte_view bytes);
 
 } // namespace model
