@@ -485,6 +485,11 @@ TEST(findings, about_the_registry_are_what_does_not_fit_together)
          {{"a.exe", id, moment + 11 * minutes, moment}},
          true,
          {"reg.new", "time.keys"}},
+        {"no time of its own",
+         entry(0, 0x10000, "Ours", path),
+         {{"a.exe", id, moment + 11 * minutes, moment + 11 * minutes}},
+         true,
+         {"reg.new", "time.keys"}},
         {"a strange place",
          entry(moment, 0x10000, "Ours", "C:\\Users\\a\\b.sdb"),
          {usual},
@@ -519,7 +524,7 @@ TEST(findings, about_the_registry_are_what_does_not_fit_together)
     for (const auto& one : model::judge_registry(known(), {}, lists, {})) {
         ids.push_back(one.found.kind->id + " " + one.program + " " + one.found.second.text);
     }
-    EXPECT_EQ(ids, (std::vector<std::string>{"reg.layer C:\\Users\\a\\b.exe runasadmin in U.DAT",
+    EXPECT_EQ(ids, (std::vector<std::string>{"reg.layer C:\\Users\\a\\b.exe ~ RunAsAdmin in U.DAT",
                                              "reg.driver a.sys SomeShim in SYSTEM"}));
 }
 
@@ -566,7 +571,7 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
     system.subkeys.push_back({.name = "Select", .values = {dword_value("Current", 1)}});
     system.subkeys.push_back(
         below({"ControlSet001", "Control", "Compatibility", "Driver"},
-              {.name = "a.sys", .values = {text_value("Shims", "S"), text_value("Other", "T")}}));
+              {.name = "a.sys", .values = {text_value("Shims", std::string("S\0T", 3)), text_value("Other", "T")}}));
     const hive_key user =
         below({"root", "Software", "Microsoft", "Windows NT", "CurrentVersion", "AppCompatFlags"},
               layers("C:\\user.exe"));
@@ -596,7 +601,7 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
     }
     EXPECT_EQ(empty_ones, (std::vector<std::string>{"reg.half {empty}", "reg.new Bare.exe"}));
     ASSERT_EQ(lists.drivers.size(), 1u);
-    EXPECT_EQ(lists.drivers[0].driver + " " + lists.drivers[0].shims, "a.sys S");
+    EXPECT_EQ(lists.drivers[0].driver + " " + lists.drivers[0].shims, "a.sys S, T");
 }
 
 TEST(findings, about_a_registration_hold_the_database_against_the_registry)

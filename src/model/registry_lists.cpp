@@ -1,6 +1,7 @@
 #include "model/registry_lists.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -172,24 +173,23 @@ public:
         if (!is_installed && !lists_.installed_keys.contains(entry.id)) {
             add(signal::reg_half, path, finding_part(entry.id), finding_part(entry.program));
             found_.back().program = entry.program;
+            constexpr std::size_t under_custom_alone = 5;
+            judge_two_times(path, entry, entry.time, entry.key_time, under_custom_alone);
         }
     }
 
     void judge_layers(const layers_entry& entry)
     {
-        const std::string lower = uni::lowered(entry.layers);
-        std::string watched;
-        std::string words = lower;
+        std::string words = uni::lowered(entry.layers);
         std::ranges::replace_if(
             words, [](char c) { return !uni::is_letter_or_digit(c); }, ' ');
-        for (const std::string& word : uni::split(words, ' ', true)) {
-            if (known_.holds(name_list::watched_layer, word)) {
-                watched += (watched.empty() ? "" : " ") + word;
-            }
-        }
-        if (!watched.empty() && is_writable_place(known_, entry.program)) {
+        const bool is_watched =
+            std::ranges::any_of(uni::split(words, ' ', true), [&](const std::string& word) {
+                return known_.holds(name_list::watched_layer, word);
+            });
+        if (is_watched && is_writable_place(known_, entry.program)) {
             add(signal::reg_layer, {}, finding_part(entry.program),
-                finding_part(watched + in_hive(entry.hive)));
+                finding_part(entry.layers + in_hive(entry.hive)));
             found_.back().program = entry.program;
         }
     }
@@ -197,7 +197,8 @@ public:
     void judge_driver(const driver_entry& entry)
     {
         add(signal::reg_driver, {}, finding_part(entry.driver),
-            finding_part(entry.shims + in_hive(entry.hive)));
+            finding_part((entry.shims.empty() ? "an empty list" : entry.shims) +
+                         in_hive(entry.hive)));
         found_.back().program = entry.driver;
     }
 
@@ -262,6 +263,16 @@ private:
         }
     }
 
+    void judge_two_times(const std::string& path, const custom_entry& entry, std::uint64_t first,
+                         std::uint64_t second, std::size_t variant)
+    {
+        if (are_apart(first, second)) {
+            add(signal::time_keys, path, finding_part::moment(first), finding_part::moment(second),
+                variant);
+            found_.back().program = entry.program;
+        }
+    }
+
     void judge_times(const installed_database& one, const std::string& path)
     {
         const finding_part installed = finding_part::moment(one.install_time);
@@ -280,6 +291,17 @@ private:
             if (are_apart(one.install_time, entry->key_time)) {
                 add(signal::time_keys, path, installed, finding_part::moment(entry->key_time), 2);
                 found_.back().program = entry->program;
+            }
+            // One that differs from the installation is told above.
+            const std::pair<std::uint64_t, std::uint64_t> others[] = {
+                {one.key_modtime, entry->time},
+                {one.key_modtime, entry->key_time},
+                {entry->time, entry->key_time}};
+            for (std::size_t i = 0; i < std::size(others); ++i) {
+                const auto [first, second] = others[i];
+                if (!are_apart(one.install_time, first) && !are_apart(one.install_time, second)) {
+                    judge_two_times(path, *entry, first, second, 3 + i);
+                }
             }
         }
     }
@@ -336,13 +358,13 @@ void read_registry_lists(registry_lists& lists, const hive::hive_image& image,
     }
     for (const std::string& root :
          {machine, machine + "Wow6432Node\\", std::string("User\\Software\\")}) {
-        note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::text,
+        note(ask(image, root + std::string(flags_key) + "Layers", hive::data_need::whole,
                  [&](hive::hive_value_record&& row) {
                      lists.layers.push_back({row.value_name, text_of(row), path});
                  }));
     }
     note(ask(image, "HKLM\\System\\CurrentControlSet\\Control\\Compatibility\\Driver\\?*",
-             hive::data_need::text, [&](hive::hive_value_record&& row) {
+             hive::data_need::whole, [&](hive::hive_value_record&& row) {
                  if (uni::equal_ignoring_case(row.value_name, "Shims")) {
                      lists.drivers.push_back({row.path_segments->back(), text_of(row), path});
                  }
