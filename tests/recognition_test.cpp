@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "report/effect_words.h"
 #include "report/recognition_words.h"
 #include "support/database_text.h"
 #include "support/reports.h"
@@ -53,6 +54,52 @@ TEST(recognition, says_all_that_a_record_asks_for_and_nothing_else)
             words += (i == 0 ? "" : "|") + std::string(lines[i]);
         }
         EXPECT_EQ(words, row.words);
+    }
+}
+
+TEST(effects, of_a_patch_show_what_was_matched_in_each_place)
+{
+    const struct {
+        const char* operations; // a line each
+        const char* line;
+    } rows[] = {
+        {"match 16 a = 74 12/replace 16 a = eb 12", "+0x00000010  74 12 -> eb 12"},
+        {"match 14 a = 90 90 74/replace 16 a = eb",
+         "+0x00000010  74 -> eb   (after a match at 0x0000000e)"},
+        {"match 16 a = 74 12/match 18 a = 33/replace 16 a = 90 90 90",
+         "+0x00000010  74 12 33 -> 90 90 90"},
+        {"match 18 a = 11/match 16 a = 10 12 13 14/replace 16 a = 90 90 90",
+         "+0x00000010  10 12 11 -> 90 90 90"},
+        {"match 10 a = 01 02 03 04 05 06 07 08/match 11 a = 02/replace 16 a = 90",
+         "+0x00000010  07 -> 90   (after a match at 0x0000000a)"},
+        {"match 18 a = 11 22/replace 16 a = 90 90 90 90 90 90",
+         "+0x00000010  ?? ?? 11 22 ?? ?? -> 90 90 90 90 90 90   (not matched where it begins)"},
+        {"match 32 a = 11/replace 16 a = 90 90",
+         "+0x00000010  ?? ?? -> 90 90   (not matched there)"},
+        {"match 16 b = 11/replace 16 a = 90",
+         "+0x00000010  ?? -> 90   (nothing was matched before)"},
+        {"match 16 a = \"abcd\"/replace 16 a = \"efg4\"", "+0x00000010  \"abcd\" -> \"efg4\""},
+        {"match 16 a = \"abcd\" 00/replace 16 a = \"abcde\"", "+0x00000010  \"abcd\" -> \"abcde\""},
+        {"match 16 a = u\"abcd\"/replace 16 a = \"abcd\" 00 00 00 00",
+         "+0x00000010  61 00 62 00 63 00 64 00 -> 61 62 63 64 00 00 00 00 \"abcd\""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.operations);
+        std::string text =
+            "database\n  library\n    patch\n      name = p\n      patch_bits\n        ";
+        for (const char c : std::string(row.operations) + '\n') {
+            text += c == '/' ? "\n        " : std::string(1, c);
+        }
+        const test_support::loaded_database loaded(test_support::database_from_text(text));
+        const std::uint32_t bits = loaded.database.offset_at(
+            loaded.database.ordinals_by_tag(sdb::tag::patch_bits).front());
+        std::string line;
+        model::for_each_change(loaded.database.payload_at(bits),
+                               [&](const model::patch_change& change) {
+                                   line += report::change_line(change);
+                                   return true;
+                               });
+        EXPECT_EQ(line, row.line);
     }
 }
 

@@ -16,8 +16,42 @@ namespace {
 constexpr std::uint32_t match_bit = 4;
 constexpr std::uint32_t replace_bit = 2;
 
-// The matches of one module by their addresses.
-using matched_bytes = std::map<std::uint32_t, uni::byte_view>;
+// The matches of one module: by their addresses, parts of which none meets another, each with the address at which
+// its match begins.
+struct matched_piece {
+    uni::byte_view bytes;
+    std::uint32_t match;
+};
+using matched_bytes = std::map<std::uint64_t, matched_piece>;
+
+// The first piece that ends behind an address.
+matched_bytes::const_iterator first_behind(const matched_bytes& matches, std::uint64_t address)
+{
+    auto piece = matches.upper_bound(address);
+    if (piece != matches.begin()) {
+        const auto last = std::prev(piece);
+        piece = last->first + last->second.bytes.size() > address ? last : piece;
+    }
+    return piece;
+}
+
+// Adds what no earlier match holds.
+void add_match(matched_bytes& matches, std::uint32_t address, uni::byte_view bytes)
+{
+    const std::uint64_t end = std::uint64_t{address} + bytes.size();
+    std::uint64_t from = address;
+    for (auto piece = first_behind(matches, from); from < end; ++piece) {
+        const bool is_last = piece == matches.end() || piece->first >= end;
+        const std::uint64_t up_to = is_last ? end : piece->first;
+        if (up_to > from) {
+            matches[from] = {bytes.slice(from - address, up_to - from), address};
+        }
+        if (is_last) {
+            return;
+        }
+        from = piece->first + piece->second.bytes.size();
+    }
+}
 
 bool is_printable(std::uint16_t unit)
 {
@@ -26,15 +60,16 @@ bool is_printable(std::uint16_t unit)
 
 void look_up(patch_change& change, const matched_bytes& matches)
 {
-    const auto behind = matches.upper_bound(change.address);
-    if (behind == matches.begin()) {
-        return;
-    }
-    const auto& [address, bytes] = *std::prev(behind);
-    const std::uint32_t inside = change.address - address;
-    if (inside < bytes.size()) {
-        change.matched_at = address;
-        change.before = bytes.slice(inside, change.after.size());
+    const std::uint64_t end = std::uint64_t{change.address} + change.after.size();
+    for (auto piece = first_behind(matches, change.address);
+         piece != matches.end() && piece->first < end; ++piece) {
+        const std::uint64_t from = std::max<std::uint64_t>(piece->first, change.address);
+        const uni::byte_view bytes = piece->second.bytes;
+        change.before.push_back(
+            {from - change.address, bytes.slice(from - piece->first, end - from)});
+        if (from == change.address) {
+            change.matched_at = piece->second.match;
+        }
     }
 }
 
@@ -53,7 +88,7 @@ void for_each_change(uni::byte_view value, const std::function<bool(const patch_
         if ((op.opcode & match_bit) != 0) {
             was_any_bare = was_any_bare || is_bare;
             if (!is_bare) {
-                matches[std::move(module)][op.address] = op.data;
+                add_match(matches[std::move(module)], op.address, op.data);
             }
             return true;
         }
@@ -72,6 +107,20 @@ void for_each_change(uni::byte_view value, const std::function<bool(const patch_
         }
         return act(change);
     });
+}
+
+std::vector<std::uint8_t> all_matched(const patch_change& change)
+{
+    std::vector<std::uint8_t> bytes;
+    for (const matched_part& part : change.before) {
+        if (part.at == bytes.size()) {
+            bytes.insert(bytes.end(), part.bytes.bytes().begin(), part.bytes.bytes().end());
+        }
+    }
+    if (bytes.size() != change.after.size()) {
+        bytes.clear();
+    }
+    return bytes;
 }
 
 std::string text_spelt(uni::byte_view bytes)

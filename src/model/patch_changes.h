@@ -5,17 +5,24 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sdb/patch_op.h"
 #include "uni/byte_view.h"
 
 namespace model {
 
+// Bytes that were matched in the place of some that are written.
+struct matched_part {
+    std::uint64_t at = 0; // among those that are written
+    uni::byte_view bytes;
+};
+
 struct patch_change {
     uni::byte_view module; // UTF-16LE
     std::uint32_t address = 0;
-    uni::byte_view after;  // the bytes that are written
-    uni::byte_view before; // those of them that were matched there, from the first on
+    uni::byte_view after;                    // the bytes that are written
+    std::vector<matched_part> before = {};   // none of which meets another; ascending
     std::optional<std::uint32_t> matched_at; // where the match begins that holds the address
     bool is_blind = false;                   // nothing of its module was matched before it
     bool shares_bytes = false; // it is told without its bytes, as operations overlap without end
@@ -23,6 +30,9 @@ struct patch_change {
 
 // Calls `act` for each replacement in a patch value, until it answers false.
 void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act);
+
+// All bytes that stood where a change writes its own; nothing unless all were matched.
+std::vector<std::uint8_t> all_matched(const patch_change& change);
 
 // Whether bytes that are written change what code does: they begin with a jump or a call, no-operations
 // aside. Those that spell a text are none.

@@ -337,7 +337,10 @@ private:
             if (!std::ranges::binary_search(told, change_line(change))) {
                 all += std::to_string(change.address) + ",";
                 add(change.after);
-                add(change.before);
+                for (const model::matched_part& part : change.before) {
+                    all += std::to_string(part.at) + ":";
+                    add(part.bytes);
+                }
             }
             add(change.module);
             return true;

@@ -1,5 +1,7 @@
 #include "report/effect_words.h"
 
+#include <algorithm>
+
 #include "model/record_facts.h"
 #include "report/value_words.h"
 #include "sdb/tags.h"
@@ -291,6 +293,30 @@ std::vector<own_effect> effect_words::own(std::uint32_t record,
     return made;
 }
 
+namespace {
+
+// "??" for what was not matched.
+std::string bytes_before_text(const model::patch_change& change)
+{
+    std::string text;
+    std::uint64_t at = 0;
+    const auto add = [&](uni::byte_view bytes, std::uint64_t count) {
+        if (at < most_bytes_shown && count != 0) {
+            text += text.empty() ? "" : " ";
+            text += bytes_text(bytes, std::min(count, most_bytes_shown - at));
+        }
+        at += count;
+    };
+    for (const model::matched_part& part : change.before) {
+        add({}, part.at - at);
+        add(part.bytes, part.bytes.size());
+    }
+    add({}, change.after.size() - at);
+    return at > most_bytes_shown ? text + " ... (" + grouped(at) + " bytes)" : text;
+}
+
+} // namespace
+
 std::string change_line(const model::patch_change& change)
 {
     std::string line = "+" + hexadecimal(change.address) + "  ";
@@ -298,20 +324,23 @@ std::string change_line(const model::patch_change& change)
         return line + grouped(change.after.size()) + " bytes, which other operations use as well";
     }
     const std::string after = model::text_spelt(change.after);
-    const std::string before = change.before.size() == change.after.size()
-                                   ? model::text_spelt(change.before)
-                                   : std::string();
-    if (!after.empty() && !before.empty()) {
+    const std::vector<std::uint8_t> bytes_before =
+        after.empty() ? std::vector<std::uint8_t>() : model::all_matched(change);
+    const uni::byte_view all_before(bytes_before);
+    const std::string before = model::text_spelt(all_before);
+    const auto is_wide = [](uni::byte_view text) { return text.u8(1) == 0; };
+    if (!before.empty() && before != after && is_wide(all_before) == is_wide(change.after)) {
         line += quoted(shortened(before)) + " -> " + quoted(shortened(after));
     } else {
-        line += bytes_text(change.before, change.after.size()) + " -> " +
-                bytes_text(change.after, change.after.size());
+        line += bytes_before_text(change) + " -> " + bytes_text(change.after, change.after.size());
         line += after.empty() ? "" : " " + quoted(shortened(after));
     }
     if (change.matched_at && *change.matched_at != change.address) {
         line += "   (after a match at " + hexadecimal(*change.matched_at) + ")";
     } else if (!change.matched_at) {
-        line += change.is_blind ? "   (nothing was matched before)" : "   (not matched there)";
+        line += change.is_blind         ? "   (nothing was matched before)"
+                : change.before.empty() ? "   (not matched there)"
+                                        : "   (not matched where it begins)";
     }
     return line;
 }

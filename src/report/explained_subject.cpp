@@ -83,7 +83,18 @@ void explained_subject::tell_changes(form::fact_taker& to, std::uint32_t patch) 
                 to.begin_item();
                 to.fact("module", module);
                 to.fact("address", form::hex_number{change.address});
-                to.fact("before", uni::hex_text(change.before.bytes()));
+                const std::vector<std::uint8_t> before = model::all_matched(change);
+                to.fact("before", uni::hex_text(before));
+                if (before.empty() && !change.before.empty()) {
+                    to.begin_list("before_in_part");
+                    for (const model::matched_part& part : change.before) {
+                        to.begin_item();
+                        to.fact("at", form::count{part.at});
+                        to.fact("bytes", uni::hex_text(part.bytes.bytes()));
+                        to.end();
+                    }
+                    to.end();
+                }
                 to.fact("after", change.shares_bytes
                                      ? form::value()
                                      : form::value(uni::hex_text(change.after.bytes())));

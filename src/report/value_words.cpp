@@ -18,8 +18,6 @@ namespace {
 
 namespace type = sdb::type;
 
-constexpr std::uint64_t most_bytes_shown = 16;
-
 bool is_guid(const sdb::sdb_database& database, std::uint32_t offset)
 {
     return form::form_of(database.tag_from(offset)) == form::value_form::guid &&

@@ -16,6 +16,7 @@ namespace report {
 inline constexpr std::size_t longest_part = 300;  // bytes of a text
 inline constexpr std::size_t longest_list = 4096; // bytes of many together
 inline constexpr std::size_t most_lines = 100;
+inline constexpr std::uint64_t most_bytes_shown = 16;
 
 // A text of that length at the most; what is left out shows as "...".
 std::string shortened(std::string text);
