@@ -228,6 +228,9 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
          "exe|  name = b.exe|  exe_id = 7a3c5e10-94d2-4b6f-8e21-c0d9f45b7a63",
          "exe|  name = a.exe|  exe_id = 7a3c5e10-94d2-4b6f-8e21-c0d9f45b7a63\n"
          "exe|  name = b.exe|  exe_id = 7a3c5e10-94d2-4b6f-8e21-c0d9f45b7a64"},
+        {"who.duplicate",
+         "app|  name = A|  shim_ref|    name = One|app|  name = a|  shim_ref|    name = Two",
+         exe_with("A", "One") + "|app|  name = A|  shim_ref|    name = Two"},
         {"who.id", id + "00000000-0000-0000-0000-000000000000",
          id + "7a3c5e10-94d2-4b6f-8e21-c0d9f45b7a63"},
         {"who.id", id + "12345678-1234-1234-1234-123456789abc",
@@ -571,7 +574,8 @@ TEST(findings, about_the_registry_come_from_the_hives_of_machine_system_and_user
     system.subkeys.push_back({.name = "Select", .values = {dword_value("Current", 1)}});
     system.subkeys.push_back(
         below({"ControlSet001", "Control", "Compatibility", "Driver"},
-              {.name = "a.sys", .values = {text_value("Shims", std::string("S\0T", 3)), text_value("Other", "T")}}));
+              {.name = "a.sys",
+               .values = {text_value("Shims", std::string("S\0T", 3)), text_value("Other", "T")}}));
     const hive_key user =
         below({"root", "Software", "Microsoft", "Windows NT", "CurrentVersion", "AppCompatFlags"},
               layers("C:\\user.exe"));
@@ -654,6 +658,8 @@ TEST(findings, come_from_tables_that_can_be_added_to)
     EXPECT_TRUE(tables.holds(model::name_list::known_host, "Example.ORG"));
     EXPECT_EQ(tables.add("list\tentry\tnote\nknown host\n"), 2u);
     EXPECT_EQ(tables.add("known host\texample.org\t\n"), 1u);
+    EXPECT_EQ(
+        tables.add("name\tkind\tfamily\tweight\ttechnique\twords\nX\tshem\thide\tlow\t\tY.\n"), 2u);
     // What nothing raises cannot be found.
     const std::string head =
         "id\tgroup\tweight\ttechnique\tscope\tsays\tmeans\tproof\totherwise\tsource\n";

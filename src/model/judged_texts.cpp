@@ -24,7 +24,6 @@ constexpr std::pair<std::string_view, special_fix> special_fixes[] = {
 };
 
 // Kinds of fixes, as the tables call them.
-constexpr std::string_view fix_kinds[] = {"shim", "layer", "flag", "kernel-shim"};
 constexpr std::size_t shim_kind = 0;
 
 std::size_t kind_of_reference(std::uint16_t reference)

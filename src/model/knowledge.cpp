@@ -128,7 +128,7 @@ std::optional<std::size_t> knowledge::add(std::string_view text)
 bool knowledge::add_fix(const fields& row)
 {
     const auto weighs = row.size() == 6 ? weight_from(row[3]) : std::nullopt;
-    if (!weighs || row[0].empty()) {
+    if (!weighs || row[0].empty() || std::ranges::find(fix_kinds, row[1]) == std::end(fix_kinds)) {
         return false;
     }
     known_fix fix{std::string(row[0]), std::string(row[1]), std::string(row[2]), *weighs,

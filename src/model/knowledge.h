@@ -38,9 +38,10 @@ struct finding_kind {
 };
 
 // A fix, layer or flag that is publicly known.
+inline constexpr std::string_view fix_kinds[] = {"shim", "layer", "flag", "kernel-shim"};
 struct known_fix {
     std::string name;
-    std::string kind; // shim, layer, flag or kernel-shim
+    std::string kind; // one of the above
     std::string family;
     weight weighs = weight::none;
     std::string technique;

@@ -53,7 +53,7 @@ void keep_repeated(record_list& records, key_maker&& key_of)
     std::ranges::sort(records);
 }
 
-// Finds executables that share a name or an identifier. Names and fixes are held against each other by
+// Finds executables and applications that share a name, and executables that share an identifier. Names and fixes are held against each other by
 // digests under a key of this run.
 class duplicate_search {
 public:
@@ -61,8 +61,8 @@ public:
         : database_(database), hashes_(database)
     {
         for (const sdb::tag_table::list_row& list : database.children().lists()) {
-            if (list.tag == tag::exe) {
-                note(database.offset_at(list.ordinal));
+            if (list.tag == tag::exe || list.tag == tag::app) {
+                note(database.offset_at(list.ordinal), list.tag);
             }
         }
         keep_repeated(named_, [](const named_record& one) { return one.name; });
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    void note(std::uint32_t record)
+    void note(std::uint32_t record, std::uint16_t kind)
     {
         std::uint32_t name = 0;
         std::uint32_t id = 0;
@@ -109,7 +109,7 @@ private:
             id = own == tag::exe_id && id == 0 ? offset : id;
         });
         if (name != 0) {
-            named_.push_back({hash_of_text(name), record});
+            named_.push_back({hash_of_text(name) + kind, record});
         }
         const uni::byte_view value = id == 0 ? uni::byte_view() : database_.payload_at(id);
         if (value.size() == uni::guid_size) {
@@ -209,9 +209,9 @@ void record_groupings::note_messages()
     }
 }
 
-bool record_groupings::has_namesake(std::uint32_t exe) const
+bool record_groupings::has_namesake(std::uint32_t record) const
 {
-    return std::ranges::binary_search(namesakes_, exe);
+    return std::ranges::binary_search(namesakes_, record);
 }
 
 bool record_groupings::repeats_id(std::uint32_t exe) const

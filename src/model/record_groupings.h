@@ -13,9 +13,9 @@ class record_groupings {
 public:
     explicit record_groupings(const sdb::sdb_database& database);
 
-    // Whether there is an executable of the same name that gets other fixes, or another with the same
-    // identifier in front of it.
-    bool has_namesake(std::uint32_t exe) const;
+    // Whether there is an executable or an application of the same name that gets other fixes, or another
+    // executable with the same identifier in front of it.
+    bool has_namesake(std::uint32_t record) const;
     bool repeats_id(std::uint32_t exe) const;
     // Whether a message has a word to say, itself or in the message to which it refers.
     bool has_words(std::uint32_t message) const { return words_of(message) != 0; }

@@ -92,6 +92,9 @@ public:
         record_ = record;
         const std::uint16_t own = database_.tag_from(record);
         look_at_own_tags(own);
+        if ((own == tag::exe || own == tag::app) && groupings_.has_namesake(record)) {
+            add(signal::who_duplicate, name_, finding_part(name_));
+        }
         if (own == tag::exe) {
             judge_exe();
         } else if (own == tag::patch) {
@@ -275,9 +278,6 @@ private:
         }
         if (!database_.indexes().empty() && !database_.is_indexed(*database_.ordinal_of(record_))) {
             add(signal::shape_no_index, record_, finding_part(record_), {}, 1);
-        }
-        if (groupings_.has_namesake(record_)) {
-            add(signal::who_duplicate, name_, finding_part(name_));
         }
         if (groupings_.repeats_id(record_)) {
             const std::uint32_t id = child_of(database_, record_, tag::exe_id);
