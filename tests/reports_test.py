@@ -128,8 +128,11 @@ class Golden(Runs):
             for database in (SAMPLE, COMPRESSED):
                 with self.subTest(report=name, database=database):
                     result = program.run("-sdb", database, *options.split())
-                    self.assertEqual(result.stderr.replace(b"\r\n", b"\n").decode(),
-                                     f"processing {database}\n")
+                    messages = f"processing {database}\n"
+                    if name in ("diff-csv.txt", "diff.xml"):  # which have no place for it
+                        messages += (f"{database} -> examples/changed.sdb: 22 records stand unchanged, "
+                                     "4 changed, 1 added, 1 removed\n")
+                    self.assertEqual(result.stderr.replace(b"\r\n", b"\n").decode(), messages)
                     self.assertEqual((result.returncode, sample_report(result.stdout).decode()), (0, expected))
             with self.subTest(report=name, database="to a file"):
                 result = program.run("-sdb", SAMPLE, *options.split(), "-out", out)

@@ -132,6 +132,7 @@ public:
         return goes_on();
     }
     bool separate() override { return goes_on(); }
+    bool shows_facts() const override { return true; }
     bool facts(const told_facts& facts) override
     {
         close_rows();

@@ -90,6 +90,7 @@ public:
     void end_asides(uni::text_buffer&) override {}
     bool subject(const entry& facts) override { return tell(facts, {}); }
     bool separate() override { return goes_on(); }
+    bool shows_facts() const override { return true; }
     bool facts(const told_facts& facts) override { return tell(facts, database_member_); }
 
 private:

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "uni/time.h"
@@ -86,5 +89,24 @@ struct cell {
     bool names_document = false;      // left out where each line tells its path anyway
     emphasis weighs = emphasis::none; // of the row in which it stands
 };
+
+// The cells of a table with those names; without values they are its head.
+template <std::size_t count>
+std::array<cell, count> cells_of_table(const std::array<std::string_view, count>& names,
+                                       std::array<value, count> values = {})
+{
+    std::array<cell, count> cells;
+    for (std::size_t i = 0; i < count; ++i) {
+        cells[i].name = names[i];
+        cells[i].shown = std::move(values[i]);
+    }
+    return cells;
+}
+
+// What is no value where a text is empty.
+inline value text_or_none(std::string_view text)
+{
+    return text.empty() ? value() : value(std::string(text));
+}
 
 } // namespace form

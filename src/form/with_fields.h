@@ -31,13 +31,19 @@ public:
     bool line(std::string_view) override { return this->goes_on(); }
     bool shows_lines() const override { return false; }
     bool title(std::string_view) override { return this->goes_on(); }
-    bool entry_row(std::string_view kind, std::span<const cell> cells,
-                   std::span<const std::string>) override
+    bool table_head(std::span<const cell> cells) override
     {
         if (!this->state_.head_stands) {
+            has_said_any_ = true;
             write_names(this->out_, cells, this->style_);
             this->state_.head_stands = true;
         }
+        return this->goes_on();
+    }
+    bool entry_row(std::string_view kind, std::span<const cell> cells,
+                   std::span<const std::string>) override
+    {
+        table_head(cells);
         return row(kind, cells);
     }
     // Without a run header the first line is the head of the table: no blank one stands in for records that

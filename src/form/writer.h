@@ -86,6 +86,8 @@ public:
     virtual bool shows_lines() const { return true; }
     // The same, of a line below which stands what it names.
     virtual bool title(std::string_view text) { return line(text); }
+    // The head of such rows as follow, from the names of the cells, whether or not there will be any.
+    virtual bool table_head(std::span<const cell>) { return goes_on(); }
     // A row of a table whose head are the names of its cells, and the lines that people read in its place.
     virtual bool entry_row(std::string_view kind, std::span<const cell> cells,
                            std::span<const std::string> lines);
@@ -98,6 +100,7 @@ public:
     virtual bool subject(const entry& facts) = 0;
     // What is known of something by names alone.
     virtual bool facts(const told_facts&) { return goes_on(); }
+    virtual bool shows_facts() const { return false; }
     // An input that could not be told about, and what is known of it all the same.
     bool failure(std::string_view path, std::string_view reason, const told_facts* known = nullptr);
     std::uint64_t failures() const noexcept { return failures_; }

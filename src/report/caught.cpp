@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <span>
 #include <string>
@@ -27,6 +28,8 @@ namespace {
 namespace tag = sdb::tag;
 
 constexpr std::size_t longest_name = 300;
+constexpr std::array<std::string_view, 8> columns = {
+    "program", "database", "verdict", "record", "record_offset", "list_offset", "fixes", "facts"};
 
 enum class verdict_on_program { caught, perhaps_caught, nearly_caught, beside };
 constexpr std::string_view verdicts[] = {"caught", "caught as far as is known", "nearly caught",
@@ -375,17 +378,10 @@ private:
             lines.push_back("    " + fact);
             joined += (joined.empty() ? "" : "; ") + fact;
         }
-        const form::cell cells[] = {
-            {.name = "program", .shown = work_.path},
-            {.name = "database", .shown = candidate_.path},
-            {.name = "verdict", .shown = verdict},
-            {.name = "record", .shown = record},
-            {.name = "record_offset", .shown = form::hex_number{list_.record}},
-            {.name = "list_offset",
-             .shown = list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list})},
-            {.name = "fixes", .shown = what == beside ? form::value() : form::value(names)},
-            {.name = "facts", .shown = joined.empty() ? form::value() : form::value(joined)},
-        };
+        const auto cells = form::cells_of_table(
+            columns, {work_.path, candidate_.path, verdict, record, form::hex_number{list_.record},
+                      list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list}),
+                      form::text_or_none(names), form::text_or_none(joined)});
         work_.form.entry_row("caught", cells, lines);
     }
 
@@ -410,6 +406,7 @@ private:
 // Which records of some databases would catch a program.
 bool tell_caught(const job& work)
 {
+    work.form.table_head(form::cells_of_table(columns));
     bool any = false;
     for (const model::matchable_database& candidate : *work.candidates) {
         const model::found_by_name found = candidate.index.find(work.path);

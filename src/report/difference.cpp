@@ -30,6 +30,10 @@ namespace {
 
 namespace tag = sdb::tag;
 
+constexpr std::array<std::string_view, 12> row_columns = {
+    "database", "other",  "change", "record", "name",        "record_offset", "other_record_offset",
+    "fact",     "before", "after",  "offset", "other_offset"};
+
 constexpr std::string_view change_words[] = {"added", "removed", "changed"};
 
 std::string_view word_of(model::change_kind kind)
@@ -386,23 +390,13 @@ private:
         const auto place = [](std::uint32_t offset) {
             return offset == 0 ? form::value() : form::value(form::hex_number{offset});
         };
-        const auto text = [](const std::string& words) {
-            return words.empty() ? form::value() : form::value(words);
-        };
-        const form::cell cells[] = {
-            {.name = "database", .shown = work_.path, .names_document = true},
-            {.name = "other", .shown = work_.other_path},
-            {.name = "change", .shown = std::string(word_of(one.kind))},
-            {.name = "record", .shown = kind_},
-            {.name = "name", .shown = text(std::string(name_.view()))},
-            {.name = "record_offset", .shown = place(record_.before)},
-            {.name = "other_record_offset", .shown = place(record_.after)},
-            {.name = "fact", .shown = text(fact)},
-            {.name = "before", .shown = text(before)},
-            {.name = "after", .shown = text(after)},
-            {.name = "offset", .shown = place(one.before)},
-            {.name = "other_offset", .shown = place(one.after)},
-        };
+        auto cells = form::cells_of_table(
+            row_columns,
+            {work_.path, work_.other_path, std::string(word_of(one.kind)), kind_,
+             form::text_or_none(name_.view()), place(record_.before), place(record_.after),
+             form::text_or_none(fact), form::text_or_none(before), form::text_or_none(after),
+             place(one.before), place(one.after)});
+        cells[0].names_document = true;
         return work_.form.takes_more(one.after != 0 ? one.after : one.before) &&
                work_.form.entry_row("difference", cells, {});
     }
@@ -427,6 +421,7 @@ bool tell_differences(const job& work)
     const told_database about(work);
     work.form.begin({work.database, work.path, &about});
     difference_teller teller(work);
+    work.form.table_head(form::cells_of_table(row_columns));
     work.form.title(work.path + " -> " + work.other_path + ":");
     teller.tell_head();
     const model::difference_counts counts =
@@ -435,10 +430,17 @@ bool tell_differences(const job& work)
         return std::to_string(number) + " " + what;
     };
     const bool is_same = counts.changed + counts.added + counts.removed == 0;
-    work.form.line((is_same ? std::string("no record differs; ") : std::string()) +
-                   words(counts.unchanged, "records stand unchanged, ") +
-                   words(counts.changed, "changed, ") + words(counts.added, "added, ") +
-                   words(counts.removed, "removed"));
+    const std::string summary =
+        (is_same ? "no record differs; " : "") +
+        words(counts.unchanged,
+              counts.unchanged == 1 ? "record stands unchanged, " : "records stand unchanged, ") +
+        words(counts.changed, "changed, ") + words(counts.added, "added, ") +
+        words(counts.removed, "removed");
+    work.form.line(summary);
+    if (!work.form.shows_lines() && !work.form.shows_facts()) {
+        work.notices.say("%s -> %s: %s\n", work.path.c_str(), work.other_path.c_str(),
+                         summary.c_str());
+    }
     work.form.line({});
     work.form.facts(comparison_facts(work, counts));
     work.form.end();
@@ -452,27 +454,14 @@ bool tell_lone_database(const job& work)
     const std::string& path = is_added ? work.other_path : work.path;
     const model::record_change change{is_added ? model::change_kind::added
                                                : model::change_kind::removed};
-    const auto text = [](const std::string& words) {
-        return words.empty() ? form::value() : form::value(words);
-    };
     uni::text_buffer line;
     line.left(word_of(change.kind), 9);
     line.left("database", 14);
     line.text(path);
-    const form::cell cells[] = {
-        {.name = "database", .shown = text(work.path), .names_document = true},
-        {.name = "other", .shown = text(work.other_path)},
-        {.name = "change", .shown = std::string(word_of(change.kind))},
-        {.name = "record", .shown = std::string("database")},
-        {.name = "name", .shown = text(path)},
-        {.name = "record_offset"},
-        {.name = "other_record_offset"},
-        {.name = "fact"},
-        {.name = "before"},
-        {.name = "after"},
-        {.name = "offset"},
-        {.name = "other_offset"},
-    };
+    auto cells = form::cells_of_table(
+        row_columns, {form::text_or_none(work.path), form::text_or_none(work.other_path),
+                      std::string(word_of(change.kind)), std::string("database"), path});
+    cells[0].names_document = true;
     const std::string lines[] = {std::string(line.view())};
     return work.form.entry_row("difference", cells, lines) && work.form.end_rows();
 }

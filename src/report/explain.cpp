@@ -219,7 +219,11 @@ private:
                     : ", " + std::to_string(all.known_subjects()) + " known and left out");
     }
 
-    void head(const std::string& words) { work_.form.title(work_.path + ": " + words); }
+    void head(const std::string& words)
+    {
+        begin_findings(work_.form);
+        work_.form.title(work_.path + ": " + words);
+    }
 
     bool tell_list(const model::finding_list& list)
     {

@@ -15,6 +15,8 @@ namespace {
 
 namespace type = sdb::type;
 
+constexpr std::array<std::string_view, 7> columns = {"database", "program",   "weight", "id",
+                                                     "offset",   "technique", "reason"};
 constexpr std::size_t name_columns = 48;
 constexpr std::size_t weight_columns = 8;
 constexpr std::size_t id_columns = 18;
@@ -24,7 +26,10 @@ std::string part_text(const model::finding_part& part, const sdb::sdb_database* 
                       const request::cmd_params& style)
 {
     if (part.filetime) {
-        return form::value_text(form::moment{*part.filetime, uni::time_kind::filetime}, style);
+        const std::string text =
+            form::value_text(form::moment{*part.filetime, uni::time_kind::filetime}, style);
+        return text.find_first_not_of(' ') == std::string::npos ? hexadecimal(*part.filetime)
+                                                                : text;
     }
     if (part.tag_at == 0 || database == nullptr) {
         return shortened(part.text);
@@ -126,6 +131,11 @@ bool is_asked_for(const model::finding& found, const request::sdb_opts& options)
            is_one_of(options.families, id.substr(0, id.find('.')));
 }
 
+void begin_findings(form::writer& form)
+{
+    form.table_head(form::cells_of_table(columns));
+}
+
 bool tell_finding(const job& work, const model::finding& found, const finding_place& place,
                   const std::vector<std::string>& more)
 {
@@ -136,21 +146,13 @@ bool tell_finding(const job& work, const model::finding& found, const finding_pl
     for (const std::string& line : more) {
         lines.push_back(std::string(2 + weight_columns + id_columns, ' ') + line);
     }
-    const auto text_or_none = [](std::string_view text) {
-        return text.empty() ? form::value() : form::value(std::string(text));
-    };
-    const form::cell cells[] = {
-        {.name = "database", .shown = text_or_none(place.database), .names_document = true},
-        {.name = "program", .shown = text_or_none(place.program)},
-        {.name = "weight",
-         .shown = std::string(model::word_of(found.weighs)),
-         .weighs = emphasis_of(found.weighs)},
-        {.name = "id", .shown = found.kind->id},
-        {.name = "offset",
-         .shown = found.offset == 0 ? form::value() : form::value(form::hex_number{found.offset})},
-        {.name = "technique", .shown = text_or_none(technique)},
-        {.name = "reason", .shown = reason},
-    };
+    auto cells = form::cells_of_table(
+        columns, {form::text_or_none(place.database), form::text_or_none(place.program),
+                  std::string(model::word_of(found.weighs)), found.kind->id,
+                  found.offset == 0 ? form::value() : form::value(form::hex_number{found.offset}),
+                  form::text_or_none(technique), reason});
+    cells[0].names_document = true;
+    cells[2].weighs = emphasis_of(found.weighs);
     return work.form.entry_row("finding", cells, lines);
 }
 

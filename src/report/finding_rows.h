@@ -21,6 +21,8 @@ bool is_asked_for(const model::finding& found, const request::sdb_opts& options)
 // Whether it asked for some findings only.
 bool is_narrowed(const request::sdb_opts& options);
 
+// Begins the table of findings, which may stay empty.
+void begin_findings(form::writer& form);
 // Tells one finding; `more` are lines that belong to it. Answers whether to go on.
 bool tell_finding(const job& work, const model::finding& found, const finding_place& place,
                   const std::vector<std::string>& more = {});

@@ -44,6 +44,7 @@ void put_heaviest_first(std::vector<model::placed_finding>& all)
 // others.
 bool explain_machine(const job& work)
 {
+    begin_findings(work.form);
     const model::explain_context& context = *work.explained;
     std::vector<model::placed_finding> all;
     const std::size_t volumes = work.targets->installed.size();
