@@ -1,6 +1,8 @@
 #include "model/suspect_texts.h"
 
 #include <algorithm>
+#include <array>
+#include <initializer_list>
 
 #include "uni/guid.h"
 #include "uni/text.h"
@@ -59,19 +61,57 @@ bool is_bare_guid(std::string_view name)
            text.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
 }
 
+namespace {
+
+constexpr std::string_view digits_of_hexadecimal = "0123456789abcdef0123456789abcdef"; // and on
+
+// Whether all differ from those in front of them by the same, if that is not too much for an order.
+template <typename number, std::size_t count>
+bool are_in_order(const std::array<number, count>& all, unsigned modulus,
+                  std::initializer_list<unsigned> steps)
+{
+    return std::ranges::any_of(steps, [&](unsigned step) {
+        return std::ranges::adjacent_find(all, [&](unsigned a, unsigned b) {
+                   return (a + step) % modulus != b;
+               }) == all.end();
+    });
+}
+
+} // namespace
+
 bool has_pattern(std::string_view guid)
 {
-    std::string digits(guid);
-    uni::remove_char(digits, '-');
-    std::string distinct = digits;
-    std::ranges::sort(distinct);
-    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
-    if (distinct.size() <= 2) {
+    std::string text(guid);
+    uni::remove_char(text, '-');
+    std::array<unsigned, uni::guid_size * 2> digits{};
+    std::array<unsigned, uni::guid_size> bytes{};
+    for (std::size_t i = 0; i < std::min(text.size(), digits.size()); ++i) {
+        digits[i] = static_cast<unsigned>(digits_of_hexadecimal.find(text[i]));
+        bytes[i / 2] = bytes[i / 2] * 16 + digits[i];
+    }
+    // As they are stored, three of the groups have their lowest byte in front.
+    std::array<unsigned, uni::guid_size> stored = bytes;
+    std::reverse(stored.begin(), stored.begin() + 4);
+    std::reverse(stored.begin() + 4, stored.begin() + 6);
+    std::reverse(stored.begin() + 6, stored.begin() + 8);
+    const std::initializer_list<unsigned> byte_steps = {1, 0xff, 0x11, 0xef};
+    if (are_in_order(digits, 16, {1, 15}) || are_in_order(bytes, 256, byte_steps) ||
+        are_in_order(stored, 256, byte_steps)) {
         return true;
     }
-    constexpr std::string_view order = "0123456789abcdef0123456789abcdef";
+    std::string distinct = text;
+    std::ranges::sort(distinct);
+    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+    constexpr std::string_view words[] = {"deadbeef", "cafebabe", "feedface", "baadf00d",
+                                          "deadc0de", "badc0ffe", "8badf00d"};
+    if (distinct.size() <= 2 || std::ranges::any_of(words, [&](std::string_view word) {
+            return text.find(word) != std::string::npos;
+        })) {
+        return true;
+    }
     return std::ranges::all_of(uni::split(guid, '-', false), [&](const std::string& group) {
-        return order.find(group) != std::string_view::npos;
+        return digits_of_hexadecimal.find(group) != std::string_view::npos ||
+               group.find_first_not_of(group.front()) == std::string::npos;
     });
 }
 

@@ -16,8 +16,9 @@ std::string_view without_number(std::string_view name);
 
 bool is_bare_guid(std::string_view name);
 
-// Whether an identifier was written by hand: one or two digits alone, or groups in each of which one digit
-// is one more than the one before.
+// Whether an identifier, in lower case, looks written by hand: one or two digits alone, groups in each of which one
+// digit is one more than the one before or the same, digits or bytes that go up or down in order (bytes by 1 or by
+// 0x11, as written or as stored), or a word such as "deadbeef".
 bool has_pattern(std::string_view guid);
 
 // The host that an address leads to, lower-case; nothing for one that is not http(s).
