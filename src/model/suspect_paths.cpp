@@ -153,6 +153,15 @@ bool redirects_to_writable(const knowledge& known, std::string_view command_line
     std::string lower = uni::lowered(command_line);
     uni::replace_char(lower, '/', '\\');
     uni::replace_char(lower, '|', ';');
+    uni::remove_char(lower, '"');
+    // A blank parts paths where another begins behind it.
+    for (std::size_t at = lower.find(' '); at != std::string::npos; at = lower.find(' ', at + 1)) {
+        const std::string_view behind = std::string_view(lower).substr(at + 1);
+        if (behind.starts_with('%') || behind.starts_with("\\\\") ||
+            (behind.size() > 2 && behind.substr(1, 2) == ":\\")) {
+            lower[at] = ';';
+        }
+    }
     bool has_system_place = false;
     for (const std::string& item : uni::split(lower, ';', true)) {
         const std::size_t equals = item.find('=');
