@@ -304,6 +304,14 @@ void write_value_of_fact(uni::text_buffer& out, std::string_view name, const val
                        }
                    },
                    [&](const truth& one) { out.text(one.holds ? "true" : "false"); },
+                   [&](const texts& several) {
+                       out.character('[');
+                       for (const std::string& one : several.all) {
+                           out.text(&one == &several.all.front() ? "" : ",");
+                           write_json_text(out, one);
+                       }
+                       out.character(']');
+                   },
                },
                shown);
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "uni/time.h"
 
@@ -67,8 +68,14 @@ struct truth {
     bool holds = false;
 };
 
+// Several texts, parted where one text stands for them all.
+struct texts {
+    std::vector<std::string> all;
+    std::string_view separator = ", ";
+};
+
 using value = std::variant<std::monostate, std::string, moment, dword_value, count, hex_number,
-                           tag_count, tag_word, stored_value, tag_number, truth>;
+                           tag_count, tag_word, stored_value, tag_number, truth, texts>;
 
 // How much a row asks to be looked at.
 enum class emphasis { none, medium, high };

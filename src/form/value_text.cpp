@@ -60,6 +60,12 @@ void write_value(uni::text_buffer& out, const value& shown, const request::cmd_p
                    [&](const stored_value& one) { write_stored_value(out, one, style, database); },
                    [&](const tag_number& one) { write_number_of(out, one.tag, one.number, style); },
                    [&](const truth& one) { out.text(one.holds ? "yes" : "no"); },
+                   [&](const texts& several) {
+                       for (const std::string& one : several.all) {
+                           out.text(&one == &several.all.front() ? "" : several.separator);
+                           write_marked_text(out, one, style);
+                       }
+                   },
                },
                shown);
 }

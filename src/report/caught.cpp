@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "form/tag_text.h"
+#include "form/value_text.h"
 #include "model/file_keys.h"
 #include "model/fix_uses.h"
 #include "model/match.h"
@@ -152,20 +153,28 @@ private:
     };
 
     // The names of the fixes that the record gives.
-    std::string fixes() const
+    std::vector<std::string> fixes() const
     {
-        constexpr std::size_t longest = 1000;
+        constexpr std::uint64_t most = 50;
         std::vector<model::fix_use> uses;
         model::use_gatherer(candidate_.database, work_.options.bounds).gather(uses, list_.record);
-        std::string names;
+        std::vector<std::string> names;
+        std::uint64_t more = 0;
         for (const model::fix_use& use : uses) {
-            if (use.depth == 0 && names.size() < longest) {
-                names += (names.empty() ? "" : ", ") +
-                         shortened(
-                             model::name_of_list(candidate_.database, use.reference, longest_name));
+            if (use.depth != 0) {
+                continue;
+            }
+            if (names.size() == most) {
+                ++more;
+            } else {
+                names.push_back(shortened(
+                    model::name_of_list(candidate_.database, use.reference, longest_name)));
             }
         }
-        return names.empty() ? "no fix" : names;
+        if (more != 0) {
+            names.push_back("and " + grouped(more) + " more");
+        }
+        return names;
     }
 
     // How a record's tests went together.
@@ -367,21 +376,26 @@ private:
         const std::string kind = sdb::tag_name(database.tag_from(list_.record));
         const std::string verdict(verdicts[static_cast<std::size_t>(what)]);
         // The fixes of a record are for the program that it is about.
-        const std::string names = what == beside ? std::string() : fixes();
+        form::texts names;
+        if (what != beside) {
+            names.all = fixes();
+        }
+        const std::string fixes_text =
+            names.all.empty() ? "no fix" : form::value_text(names, work_.options);
         uni::text_buffer words;
         words.text(verdict + " by " + kind + " " + record + " of " + candidate_.path +
-                   (what == beside ? " beside that program" : ": " + names) + "  tag 0x");
+                   (what == beside ? " beside that program" : ": " + fixes_text) + "  tag 0x");
         words.hex(list_.record, 8);
         std::vector<std::string> lines = {heading_line(work_.path, words.view())};
-        std::string joined;
         for (const std::string& fact : facts_) {
             lines.push_back("    " + fact);
-            joined += (joined.empty() ? "" : "; ") + fact;
         }
         const auto cells = form::cells_of_table(
-            columns, {work_.path, candidate_.path, verdict, record, form::hex_number{list_.record},
-                      list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list}),
-                      form::text_or_none(names), form::text_or_none(joined)});
+            columns,
+            {work_.path, candidate_.path, verdict, record, form::hex_number{list_.record},
+             list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list}),
+             what == beside ? form::value() : form::value(names),
+             work_.options.explain ? form::value(form::texts{facts_, "; "}) : form::value()});
         work_.form.entry_row("caught", cells, lines);
     }
 
