@@ -95,8 +95,26 @@ bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
     return has;
 }
 
+// Whether a list says by itself that something is blocked or upgraded.
+bool is_block(std::uint16_t tag)
+{
+    switch (tag) {
+    case tag::os_upgrade:
+    case tag::block_upgrade:
+    case tag::reinstall_upgrade:
+    case tag::upgrade_driver_block:
+    case tag::driver_package_block:
+    case tag::bios_block:
+    case tag::device_block:
+    case tag::machine_block:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // The records that a database is about, as they stand: programs, packages and drivers, whatever else has
-// fixes or tests files, and definitions to which nothing refers.
+// fixes, tests files or blocks something, and definitions to which nothing refers.
 // Of definitions all, if so asked for.
 std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database, bool with_definitions)
 {
@@ -128,8 +146,9 @@ std::vector<std::uint32_t> subjects_of(const sdb::sdb_database& database, bool w
                                  own == tag::kdriver || own == tag::shim || own == tag::patch ||
                                  own == tag::library || own == tag::apphelp ||
                                  sdb::tag_type(own) != sdb::type::list;
-            if (!is_told && has_reference(database, offset)) {
-                const bool is_definition = own == tag::layer || around == library;
+            if (!is_told && (is_block(own) || has_reference(database, offset))) {
+                const bool is_definition =
+                    own == tag::layer || (around == library && !is_block(own));
                 (is_definition ? definitions : subjects).push_back(offset);
             }
         });

@@ -13,6 +13,7 @@
 #include "model/suspect_paths.h"
 #include "model/suspect_texts.h"
 #include "uni/byte_view.h"
+#include "uni/numbers.h"
 #include "uni/text.h"
 #include "uni/time.h"
 #include "uni/utf.h"
@@ -109,6 +110,12 @@ placed_finding placed(const knowledge& known, signal what, std::string database,
     return made;
 }
 
+std::string type_text(std::uint32_t type)
+{
+    char digits[16];
+    return "0x" + std::string(digits, uni::put_hex(digits, type, 8));
+}
+
 std::string in_hive(const std::string& path)
 {
     return path.empty() ? path : " in " + path;
@@ -150,7 +157,7 @@ public:
         }
         if ((one.database_type & main_type) != 0) {
             add(signal::reg_type, path, finding_part(one.key_path),
-                finding_part(std::to_string(one.database_type)));
+                finding_part(type_text(one.database_type)));
         }
         if (poses_as_update(known_, one.description)) {
             add(signal::reg_update_name, path, finding_part(one.description), {}, 1);

@@ -21,8 +21,10 @@ std::string words_of_patch(const sdb::sdb_database& database, std::uint32_t bits
     }
     const uni::byte_view value = database.payload_at(bits);
     const std::uint64_t changes = model::summarize_patch(value).changes;
-    return "Changes " + (changes == 1 ? "a place" : grouped(changes) + " places") + " of " +
-           model::patched_modules(value) + " in memory.";
+    const std::string places = changes == 0   ? "nothing"
+                               : changes == 1 ? "a place"
+                                              : grouped(changes) + " places";
+    return "Changes " + places + " of " + model::patched_modules(value) + " in memory.";
 }
 
 // The first value of a list of data, with its name.
