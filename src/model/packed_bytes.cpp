@@ -4,6 +4,7 @@
 #include <array>
 #include <bitset>
 #include <cmath>
+#include <numeric>
 
 namespace model {
 
@@ -12,8 +13,8 @@ namespace {
 constexpr double high_entropy = 7.2;         // bits a byte
 constexpr std::uint64_t shortest = 256;      // bytes
 constexpr std::uint64_t longest_short = 512; // beyond it what is random has far more
-constexpr std::uint64_t step_of_short = 16;
-constexpr std::array<std::uint64_t, 5> long_ones = {1024, 2048, 4096, 8192, 16384};
+constexpr std::uint64_t step_of_short = 32;
+constexpr std::array<std::uint64_t, 3> long_ones = {1024, 4096, 16384};
 constexpr std::size_t fewest_values = 148; // 2 to the 7.2 is 147.03
 constexpr std::uint64_t block = 128;       // for which its values are kept
 constexpr double unit = 1 << 20;           // of the sums, which are whole numbers
@@ -89,20 +90,40 @@ double entropy_of(uni::byte_view bytes)
     return bits;
 }
 
+bool has_enough_values(uni::byte_view bytes)
+{
+    constexpr std::uint64_t at_a_time = 1024;
+    std::array<std::uint8_t, 256> seen{};
+    for (std::uint64_t at = 0; at < bytes.size(); at += at_a_time) {
+        const uni::byte_view some = bytes.slice(at, std::min(at_a_time, bytes.size() - at));
+        for (const std::uint8_t byte : some.bytes()) {
+            seen[byte] = 1;
+        }
+        if (std::accumulate(seen.begin(), seen.end(), std::size_t{0}) >= fewest_values) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The places from which short windows may have enough different values, in stretches of blocks.
 template <typename taker>
 bool for_each_rich_stretch(uni::byte_view bytes, taker&& take)
 {
+    constexpr std::uint64_t longest_stretch = 4096; // so that what is packed is soon found
     constexpr std::size_t blocks = longest_short / block + 1; // that a window may touch
     std::array<value_set, blocks> values;                     // of those from the block in work on
     const auto values_from = [bytes](std::uint64_t at) {
         value_set made;
         for (const std::uint8_t byte :
              bytes.slice(at, std::min(block, bytes.size() - at)).bytes()) {
-            made.set(byte);
+            made[byte] = true;
         }
         return made;
     };
+    if (bytes.size() <= blocks * block) { // all of which are known to have enough
+        return take(0, bytes.size());
+    }
     for (std::size_t i = 0; i + 1 < blocks; ++i) {
         values[i] = i * block < bytes.size() ? values_from(i * block) : value_set();
     }
@@ -117,10 +138,11 @@ bool for_each_rich_stretch(uni::byte_view bytes, taker&& take)
             all |= one;
         }
         const bool is_rich = all.count() >= fewest_values;
-        if (is_in_stretch && !is_rich && take(begin, at)) {
+        const bool ends = is_in_stretch && (!is_rich || at - begin >= longest_stretch);
+        if (ends && take(begin, at)) {
             return true;
         }
-        begin = is_in_stretch ? begin : at;
+        begin = is_in_stretch && !ends ? begin : at;
         is_in_stretch = is_rich;
     }
     return is_in_stretch && take(begin, at);
@@ -130,7 +152,7 @@ bool for_each_rich_stretch(uni::byte_view bytes, taker&& take)
 
 std::optional<byte_run> find_packed_run(uni::byte_view bytes)
 {
-    if (bytes.size() < shortest) {
+    if (bytes.size() < shortest || !has_enough_values(bytes)) {
         return std::nullopt;
     }
     static const weighted_logarithms logarithms;
