@@ -29,7 +29,7 @@ namespace {
 namespace tag = sdb::tag;
 
 constexpr std::size_t longest_name = 300;
-constexpr std::array<std::string_view, 8> columns = {
+constexpr std::array<std::string_view, 8> caught_columns = {
     "program", "database", "verdict", "record", "record_offset", "list_offset", "fixes", "facts"};
 
 enum class verdict_on_program { caught, perhaps_caught, nearly_caught, beside };
@@ -391,7 +391,7 @@ private:
             lines.push_back("    " + fact);
         }
         const auto cells = form::cells_of_table(
-            columns,
+            caught_columns,
             {work_.path, candidate_.path, verdict, record, form::hex_number{list_.record},
              list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list}),
              what == beside ? form::value() : form::value(names),
@@ -420,7 +420,7 @@ private:
 // Which records of some databases would catch a program.
 bool tell_caught(const job& work)
 {
-    work.form.table_head(form::cells_of_table(columns));
+    work.form.table_head(form::cells_of_table(caught_columns));
     bool any = false;
     for (const model::matchable_database& candidate : *work.candidates) {
         const model::found_by_name found = candidate.index.find(work.path);

@@ -30,7 +30,7 @@ namespace {
 
 namespace tag = sdb::tag;
 
-constexpr std::array<std::string_view, 12> row_columns = {
+constexpr std::array<std::string_view, 12> difference_columns = {
     "database", "other",  "change", "record", "name",        "record_offset", "other_record_offset",
     "fact",     "before", "after",  "offset", "other_offset"};
 
@@ -391,7 +391,7 @@ private:
             return offset == 0 ? form::value() : form::value(form::hex_number{offset});
         };
         auto cells = form::cells_of_table(
-            row_columns,
+            difference_columns,
             {work_.path, work_.other_path, std::string(word_of(one.kind)), kind_,
              form::text_or_none(name_.view()), place(record_.before), place(record_.after),
              form::text_or_none(fact), form::text_or_none(before), form::text_or_none(after),
@@ -421,7 +421,7 @@ bool tell_differences(const job& work)
     const told_database about(work);
     work.form.begin({work.database, work.path, &about});
     difference_teller teller(work);
-    work.form.table_head(form::cells_of_table(row_columns));
+    work.form.table_head(form::cells_of_table(difference_columns));
     work.form.title(work.path + " -> " + work.other_path + ":");
     teller.tell_head();
     const model::difference_counts counts =
@@ -459,8 +459,8 @@ bool tell_lone_database(const job& work)
     line.left("database", 14);
     line.text(path);
     auto cells = form::cells_of_table(
-        row_columns, {form::text_or_none(work.path), form::text_or_none(work.other_path),
-                      std::string(word_of(change.kind)), std::string("database"), path});
+        difference_columns, {form::text_or_none(work.path), form::text_or_none(work.other_path),
+                             std::string(word_of(change.kind)), std::string("database"), path});
     cells[0].names_document = true;
     const std::string lines[] = {std::string(line.view())};
     return work.form.entry_row("difference", cells, lines) && work.form.end_rows();

@@ -15,8 +15,8 @@ namespace {
 
 namespace type = sdb::type;
 
-constexpr std::array<std::string_view, 7> columns = {"database", "program",   "weight", "id",
-                                                     "offset",   "technique", "reason"};
+constexpr std::array<std::string_view, 7> finding_columns = {
+    "database", "program", "weight", "id", "offset", "technique", "reason"};
 constexpr std::size_t name_columns = 48;
 constexpr std::size_t weight_columns = 8;
 constexpr std::size_t id_columns = 18;
@@ -133,7 +133,7 @@ bool is_asked_for(const model::finding& found, const request::sdb_opts& options)
 
 void begin_findings(form::writer& form)
 {
-    form.table_head(form::cells_of_table(columns));
+    form.table_head(form::cells_of_table(finding_columns));
 }
 
 bool tell_finding(const job& work, const model::finding& found, const finding_place& place,
@@ -147,10 +147,11 @@ bool tell_finding(const job& work, const model::finding& found, const finding_pl
         lines.push_back(std::string(2 + weight_columns + id_columns, ' ') + line);
     }
     auto cells = form::cells_of_table(
-        columns, {form::text_or_none(place.database), form::text_or_none(place.program),
-                  std::string(model::word_of(found.weighs)), found.kind->id,
-                  found.offset == 0 ? form::value() : form::value(form::hex_number{found.offset}),
-                  form::text_or_none(technique), reason});
+        finding_columns,
+        {form::text_or_none(place.database), form::text_or_none(place.program),
+         std::string(model::word_of(found.weighs)), found.kind->id,
+         found.offset == 0 ? form::value() : form::value(form::hex_number{found.offset}),
+         form::text_or_none(technique), reason});
     cells[0].names_document = true;
     cells[2].weighs = emphasis_of(found.weighs);
     return work.form.entry_row("finding", cells, lines);
