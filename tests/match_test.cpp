@@ -284,6 +284,8 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     tested("Choice holds", {of_size(7), choice({of_size(9), of_size(7), other()})});
     tested("Choice fails", {of_size(7), choice({of_size(9), of_size(8)})});
     tested("Choice unknown", {of_size(7), choice({of_size(9), other()})});
+    tested("Choice alone",
+           {choice({list({b.text(tag::name, "*"), b.dword(tag::size, 7)}), other()})});
     tested("System", {of_size(7), b.dword(tag::os_service_pack, 1)});
     tested("Plug-in", {of_size(7), b.list(tag::match_plugin, {b.text(tag::name, "p")})});
     // A record is found by its own name too, which may be a pattern, and a driver asks for facts itself.
@@ -308,6 +310,8 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
     named("Two lists", tag::exe,
           {own(), list({b.dword(tag::size, 7)}), list({b.dword(tag::checksum, 1)})});
     named("For another", tag::exe, {b.text(tag::name, "game.exe"), list({own()})});
+    named("For another's choice", tag::exe,
+          {b.text(tag::name, "game.exe"), choice({list({own()})})});
     const test_support::loaded_database in(b.build());
     request::sdb_opts options = test_support::row_options("csv");
     const pe_list file = {{"", "", 7, tag::size},
@@ -332,10 +336,10 @@ TEST(match, of_many_tells_what_is_caught_what_nearly_is_and_what_nobody_knows)
               "caught Both; caught as far as is known Unknown; caught Another; "
               "caught as far as is known Beside; "
               "caught Choice holds; caught as far as is known Choice unknown; "
-              "caught as far as is known System; "
+              "caught Choice alone; caught as far as is known System; "
               "caught as far as is known Plug-in; caught No list; "
               "caught Pattern; caught Capitals; caught as far as is known Wildcard; "
-              "caught Driver; looked for -; ");
+              "caught Driver; looked for -; looked for -; ");
     const std::string facts = told(true);
     for (const char* fact :
          {",No list,\"name \"\"tool.exe\"\" = ok\"\n",

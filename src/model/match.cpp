@@ -133,8 +133,7 @@ public:
     {
         longest_key_ = longest_name_of_file;
         record_expander expander(database_);
-        for (const sdb::tag_ordinal record :
-             database_.children().lists_around(tag::matching_file)) {
+        for (const sdb::tag_ordinal record : records_that_test()) {
             if (budget_.is_used_up() || text_left_ == 0) {
                 return false;
             }
@@ -183,6 +182,25 @@ private:
         });
         std::ranges::stable_sort(
             records, {}, [&](sdb::tag_ordinal record) { return relation.end(record) - record; });
+        return records;
+    }
+
+    // The records that hold matching-file lists. What holds a choice of them is no record itself.
+    std::vector<sdb::tag_ordinal> records_that_test() const
+    {
+        const sdb::tag_table& relation = database_.children();
+        std::vector<sdb::tag_ordinal> records = relation.lists_around(tag::matching_file);
+        for (const std::uint16_t holder :
+             {tag::pick_one, tag::match_plugin, tag::contains_file, tag::contains_hwid}) {
+            if (!database_.ordinals_by_tag(holder).empty()) {
+                const std::vector<sdb::tag_ordinal> more = relation.lists_around(holder);
+                records.insert(records.end(), more.begin(), more.end());
+            }
+        }
+        std::erase_if(records,
+                      [this](sdb::tag_ordinal one) { return is_test(database_.tag_at(one)); });
+        std::ranges::sort(records);
+        records.erase(std::unique(records.begin(), records.end()), records.end());
         return records;
     }
 

@@ -281,15 +281,44 @@ private:
             shortened(model::name_of_list(candidate_.database, list, longest_name)) + " = unknown");
     }
 
-    // The list of several in which one of a record's lists stands; 0 for none.
-    std::uint32_t choice_around(const model::looked_at_list& one) const
+    // Which of a record's lists stand in a choice.
+    void note_choices(std::uint32_t record)
     {
-        std::uint32_t around = 0;
-        const bool stands_deeper =
-            one.list != one.record &&
-            candidate_.database.find_enclosing_list(around, one.list, true) &&
-            around != one.record && model::is_test(candidate_.database.tag_from(around));
-        return stands_deeper ? around : 0;
+        struct open_list {
+            sdb::tag_ordinal end;
+            std::uint32_t choice; // 0 for what is none
+        };
+        choices_.clear();
+        choices_of_ = record;
+        const sdb::sdb_database& database = candidate_.database;
+        const sdb::tag_table& relation = database.children();
+        const auto ordinal = database.ordinal_of(record);
+        if (!ordinal) {
+            return;
+        }
+        std::vector<open_list> open;
+        for (const sdb::tag_table::list_row& row :
+             relation.lists_in(ordinal->next(), relation.end(*ordinal))) {
+            while (!open.empty() && open.back().end <= row.ordinal) {
+                open.pop_back();
+            }
+            const std::uint32_t offset = database.offset_at(row.ordinal);
+            if (row.tag == tag::matching_file && !open.empty() && open.back().choice != 0) {
+                choices_.push_back({offset, open.back().choice});
+            }
+            const bool is_choice = row.tag != tag::matching_file && model::is_test(row.tag);
+            open.push_back({row.end(), is_choice ? offset : 0});
+        }
+    }
+
+    // The list of several in which one of a record's lists stands; 0 for none.
+    std::uint32_t choice_around(const model::looked_at_list& one)
+    {
+        if (choices_of_ != one.record) {
+            note_choices(one.record);
+        }
+        const auto found = std::ranges::lower_bound(choices_, one.list, {}, &chosen_list::list);
+        return found != choices_.end() && found->list == one.list ? found->choice : 0;
     }
 
     // Whether the name that a list asks for is that of the program, whatever its case.
@@ -399,12 +428,19 @@ private:
         work_.form.entry_row("caught", cells, lines);
     }
 
+    struct chosen_list {
+        std::uint32_t list;
+        std::uint32_t choice;
+    };
+
     const job& work_;
     const model::matchable_database& candidate_;
     std::span<const model::named_record> named_; // of the program's name
     std::size_t told_named_ = 0;
     model::looked_at_list list_;
-    std::uint32_t choice_ = 0; // around it
+    std::uint32_t choice_ = 0;         // around it
+    std::vector<chosen_list> choices_; // of the record below, ascending
+    std::uint32_t choices_of_ = 0;
     std::vector<std::string> facts_;
     std::vector<kept_list> kept_; // of one record
     bool is_named_otherwise_ = false;
