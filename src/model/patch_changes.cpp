@@ -75,7 +75,8 @@ void look_up(patch_change& change, const matched_bytes& matches)
 
 } // namespace
 
-void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act)
+void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act,
+                     bool with_matches)
 {
     std::map<std::string, matched_bytes> matches; // by module
     bool was_any_bare = false;                    // matches that are not kept
@@ -88,7 +89,10 @@ void for_each_change(uni::byte_view value, const std::function<bool(const patch_
         if ((op.opcode & match_bit) != 0) {
             was_any_bare = was_any_bare || is_bare;
             if (!is_bare) {
-                add_match(matches[std::move(module)], op.address, op.data);
+                matched_bytes& of_module = matches[std::move(module)];
+                if (with_matches) {
+                    add_match(of_module, op.address, op.data);
+                }
             }
             return true;
         }
@@ -102,7 +106,7 @@ void for_each_change(uni::byte_view value, const std::function<bool(const patch_
         change.shares_bytes = is_bare;
         const auto of_module = matches.find(module);
         change.is_blind = of_module == matches.end() && !was_any_bare;
-        if (of_module != matches.end() && !is_bare) {
+        if (with_matches && of_module != matches.end() && !is_bare) {
             look_up(change, of_module->second);
         }
         return act(change);
@@ -188,14 +192,15 @@ bool begins_with_branch(uni::byte_view bytes)
 patch_summary summarize_patch(uni::byte_view value)
 {
     patch_summary made;
-    for_each_change(value, [&](const patch_change& change) {
+    const auto take = [&](const patch_change& change) {
         ++made.changes;
         made.writes_blindly = made.writes_blindly || change.is_blind;
         made.writes_long_run = made.writes_long_run || change.after.size() >= long_run;
         made.writes_branch =
             made.writes_branch || (!change.shares_bytes && begins_with_branch(change.after));
         return true;
-    });
+    };
+    for_each_change(value, take, false);
     return made;
 }
 
@@ -204,7 +209,7 @@ std::string patched_modules(uni::byte_view value)
     constexpr std::size_t most = 8;
     std::vector<std::string> modules;
     bool has_more = false;
-    for_each_change(value, [&](const patch_change& change) {
+    const auto take = [&](const patch_change& change) {
         std::string module;
         uni::utf16_to_text(change.module, module);
         if (std::ranges::find(modules, module) == modules.end()) {
@@ -214,7 +219,8 @@ std::string patched_modules(uni::byte_view value)
             }
         }
         return !has_more;
-    });
+    };
+    for_each_change(value, take, false);
     sdb::patch_op first;
     if (modules.empty() && sdb::decode_patch_op(first, value, 0)) {
         uni::utf16_to_text(first.module_name, modules.emplace_back());

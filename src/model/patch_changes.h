@@ -28,8 +28,10 @@ struct patch_change {
     bool shares_bytes = false; // it is told without its bytes, as operations overlap without end
 };
 
-// Calls `act` for each replacement in a patch value, until it answers false.
-void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act);
+// Calls `act` for each replacement in a patch value, until it answers false; without its matches if they are not
+// asked for.
+void for_each_change(uni::byte_view value, const std::function<bool(const patch_change&)>& act,
+                     bool with_matches = true);
 
 // All bytes that stood where a change writes its own; nothing unless all were matched.
 std::vector<std::uint8_t> all_matched(const patch_change& change);

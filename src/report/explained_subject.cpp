@@ -41,6 +41,9 @@ void explained_subject::tell(form::fact_taker& to) const
         to.end();
     }
     to.end();
+    if (database.tag_from(seen_.record) == tag::patch) {
+        tell_changes(to, seen_.record);
+    }
     to.fact("complete", form::truth{seen_.is_whole});
 }
 
