@@ -174,8 +174,8 @@ TEST(findings, are_raised_by_what_they_name_and_not_by_what_is_near_it)
              "40 00 00 00 \"PE\" 00 00",
          "library|  file|    name = f|    file_bits = 4d 5a " + digits(58) +
              "40 00 00 00 \"PX\" 00 00"},
-        {"data.payload", exe_with("a.exe", "Own", "PowerShell -x"),
-         exe_with("powershell.exe", "Own", "PowerShell Studio")},
+        {"data.payload", exe_with("a.exe", "Own", "PowerShell -x y"),
+         exe_with("powershell.exe", "Own", "PowerShell - Studio")},
         {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+Q"),
          exe_with("a.exe", "Own", base64 + "Qz4")},
         {"data.payload", exe_with("a.exe", "Own", base64 + "Qz4+"),

@@ -154,12 +154,14 @@ std::uint64_t payload_search::begin_of_mark(uni::byte_view bytes, std::uint64_t 
 payload payload_search::find_script(uni::byte_view bytes) const
 {
     // What follows a mark in a path or a name of a file, and no blank before it ends.
-    const auto goes_on_as_name = [bytes](std::uint64_t at) {
+    const auto goes_on_as_name = [bytes](std::uint64_t at, std::uint8_t last) {
         while (bytes.contains(at, 1) && bytes.u8(at) == 0) {
             ++at;
         }
         const auto next = bytes.contains(at, 1) ? static_cast<char>(bytes.u8(at)) : '\0';
-        return next == '_' || next == '\\' || next == '/';
+        // An option of a command has a letter behind its sign.
+        const bool is_no_option = (last == '-' || last == '/') && !uni::is_letter_or_digit(next);
+        return is_no_option || next == '_' || next == '\\' || next == '/';
     };
     uni::text_set::state state = uni::text_set::start;
     std::uint64_t at = 0;
@@ -167,7 +169,7 @@ payload payload_search::find_script(uni::byte_view bytes) const
         ++at;
         if (byte != 0) {
             state = scripts_.next(state, uni::lower_ascii(static_cast<char>(byte)));
-            if (scripts_.is_found(state) && !goes_on_as_name(at)) {
+            if (scripts_.is_found(state) && !goes_on_as_name(at, byte)) {
                 return {payload_kind::script, begin_of_mark(bytes, at), 0};
             }
         }

@@ -53,6 +53,42 @@ std::string severity_words(std::uint32_t level)
     return words.empty() ? hexadecimal(level) : words;
 }
 
+// Whether what stands in a record is told by other words than its tag and its values.
+bool is_told_elsewhere(std::uint16_t record, std::uint16_t own)
+{
+    switch (own) {
+    case tag::name:
+    case tag::wildcard_name:
+    case tag::app_name:
+    case tag::vendor:
+    case tag::exe_id:
+    case tag::app_id:
+    case tag::fix_id:
+    case tag::msi_package_id:
+    case tag::match_mode:
+    case tag::layer_tagid:
+    // Of a definition.
+    case tag::command_line:
+    case tag::dllfile:
+    case tag::module:
+    case tag::description:
+    case tag::patch_bits:
+    case tag::inexclude:
+    case tag::kdata:
+    // Subjects themselves.
+    case tag::exe:
+    case tag::msi_package:
+    case tag::kdriver:
+    case tag::shim:
+    case tag::patch:
+        return true;
+    default:
+        return model::is_fix_reference(own) || model::is_test(own) ||
+               model::is_test_of_system(own) ||
+               (record == tag::kdriver && model::is_fact_of_program(own));
+    }
+}
+
 } // namespace
 
 effect_words::list_words effect_words::read(std::uint32_t list) const
@@ -135,12 +171,25 @@ std::string effect_words::words_of_unknown(const model::fix_use& use,
         return definition.patch;
     }
     if (own == tag::layer) {
-        return "A mode that this database defines.";
+        const std::uint32_t shown =
+            model::child_of(database_, use.definition, tag::layer_displayname);
+        return "A mode that this database defines" +
+               (shown == 0 ? std::string()
+                           : ", shown as " + quoted(stored_text(database_, shown))) +
+               '.';
     }
     std::string words = "Not a known name";
     for (const std::uint32_t file : {definition.dllfile, definition.module}) {
         words += file == 0 ? "" : "; module " + stored_text(database_, file);
     }
+    database_.for_each_child(use.definition, [&](std::uint32_t offset, std::uint16_t child) {
+        // What other kinds of definitions say, such as the masks of a flag.
+        const bool is_reference = child == tag::tagid || sdb::is_expanded_dword_tag(child);
+        if (sdb::tag_type(child) != type::list && !is_reference && !is_told_elsewhere(own, child) &&
+            words.size() < longest_list) {
+            words += "; " + words_of_tag(child) + ' ' + scalar_text(database_, offset, style_);
+        }
+    });
     return words + '.';
 }
 
@@ -207,50 +256,21 @@ std::string words_of_message(const sdb::sdb_database& database, std::uint32_t me
     const std::uint32_t help = model::child_of(database, message, tag::htmlhelpid);
     std::string words = "a message of the system";
     words += severity == 0 ? "" : ": " + severity_words(database.word_behind(severity));
-    words += help == 0 ? "" : ", text " + scalar_text(database, help, style);
+    words += help == 0 ? "" : ", text number " + scalar_text(database, help, style);
     if (words_at != 0) {
         for (const std::uint16_t own : {tag::apphelp_title, tag::apphelp_details}) {
             const std::uint32_t text = model::child_of(database, words_at, own);
             words += text == 0 ? "" : ", " + quoted(stored_text(database, text));
         }
+        database.for_each_child(words_at, [&](std::uint32_t link, std::uint16_t own) {
+            const std::uint32_t address =
+                own == tag::link ? model::child_of(database, link, tag::link_url) : 0;
+            if (address != 0 && words.size() < longest_list) {
+                words += ", link " + quoted(stored_text(database, address));
+            }
+        });
     }
     return words;
-}
-
-// Whether what stands in a record is told by other words than its tag and its values.
-bool is_told_elsewhere(std::uint16_t record, std::uint16_t own)
-{
-    switch (own) {
-    case tag::name:
-    case tag::wildcard_name:
-    case tag::app_name:
-    case tag::vendor:
-    case tag::exe_id:
-    case tag::app_id:
-    case tag::fix_id:
-    case tag::msi_package_id:
-    case tag::match_mode:
-    case tag::layer_tagid:
-    // Of a definition.
-    case tag::command_line:
-    case tag::dllfile:
-    case tag::module:
-    case tag::description:
-    case tag::patch_bits:
-    case tag::inexclude:
-    case tag::kdata:
-    // Subjects themselves.
-    case tag::exe:
-    case tag::msi_package:
-    case tag::kdriver:
-    case tag::shim:
-    case tag::patch:
-        return true;
-    default:
-        return model::is_fix_reference(own) || model::is_test(own) ||
-               model::is_test_of_system(own) ||
-               (record == tag::kdriver && model::is_fact_of_program(own));
-    }
 }
 
 } // namespace

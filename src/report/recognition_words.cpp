@@ -281,7 +281,7 @@ const word_lines& recognition_words::of(std::uint32_t record)
         own_.add(" more lists");
     }
     if (application != 0 || vendor != 0) {
-        to.literal("listed");
+        to.text(application != 0 ? "listed" : "listed as one");
         for (const auto& [words, offset] : {std::pair(" as ", application), {" of ", vendor}}) {
             if (offset != 0) {
                 to.text(words);

@@ -38,16 +38,21 @@ std::size_t end_of_part(std::string_view text)
     return end;
 }
 
+// What is looked at of a stored text.
+uni::byte_view stored_beginning(const sdb::sdb_database& database, std::uint32_t offset)
+{
+    const bool is_reference = sdb::tag_type(database.tag_from(offset)) == type::stringref;
+    return uni::beginning_of(is_reference ? database.string_bytes(database.word_behind(offset))
+                                          : database.payload_at(offset),
+                             longest_part);
+}
+
 } // namespace
 
 void write_stored_words(uni::text_buffer& to, const sdb::sdb_database& database,
                         std::uint32_t offset)
 {
-    const bool is_reference = sdb::tag_type(database.tag_from(offset)) == type::stringref;
-    const uni::byte_view stored =
-        uni::beginning_of(is_reference ? database.string_bytes(database.word_behind(offset))
-                                       : database.payload_at(offset),
-                          longest_part);
+    const uni::byte_view stored = stored_beginning(database, offset);
     char* const text = to.room(uni::stored_text_room((longest_part + 1) * 2));
     const std::string_view made(text, uni::put_stored_utf16(text, stored));
     if (made.size() <= longest_part) {
@@ -69,7 +74,7 @@ std::string shortened(std::string text)
 
 std::string quoted(const std::string& text)
 {
-    return '"' + text + '"';
+    return '"' + uni::replace_all(text, "\"", "\"\"") + '"';
 }
 
 std::string grouped(std::uint64_t number)
@@ -147,6 +152,11 @@ void write_scalar(uni::text_buffer& to, const sdb::sdb_database& database, std::
 {
     const std::uint16_t own = database.tag_from(offset);
     if (sdb::tag_type(own) == type::stringref || sdb::tag_type(own) == type::string) {
+        const std::span<const std::uint8_t> stored = stored_beginning(database, offset).bytes();
+        if (std::ranges::find(stored, std::uint8_t{'"'}) != stored.end()) {
+            to.text(quoted(stored_text(database, offset)));
+            return;
+        }
         to.character('"');
         write_stored_words(to, database, offset);
         to.character('"');

@@ -21,6 +21,7 @@ inline constexpr std::uint64_t most_bytes_shown = 16;
 // A text of that length at the most; what is left out shows as "...".
 std::string shortened(std::string text);
 
+// In quotes, those in it doubled.
 std::string quoted(const std::string& text);
 // With a comma behind each thousand.
 std::string grouped(std::uint64_t number);
