@@ -94,6 +94,9 @@ bool is_told_elsewhere(std::uint16_t record, std::uint16_t own)
 effect_words::list_words effect_words::read(std::uint32_t list) const
 {
     constexpr std::size_t most = 500; // of what is told of modules and of data
+    const std::uint16_t kind = database_.tag_from(list);
+    const bool tells_others =
+        kind != tag::patch && kind != tag::layer && !model::is_fix_reference(kind);
     list_words made;
     std::string included;
     std::string excluded;
@@ -131,10 +134,17 @@ effect_words::list_words effect_words::read(std::uint32_t list) const
             note(data, words_of_datum(database_, offset, style_));
             break;
         default:
+            // What other kinds of definitions say, such as the masks of a flag.
+            if (tells_others && sdb::tag_type(own) != type::list && own != tag::tagid &&
+                !sdb::is_expanded_dword_tag(own) && made.others.size() < longest_list &&
+                !is_told_elsewhere(kind, own)) {
+                made.others +=
+                    "; " + words_of_tag(own) + ' ' + scalar_text(database_, offset, style_);
+            }
             break;
         }
     });
-    if (database_.tag_from(list) == tag::patch) {
+    if (kind == tag::patch) {
         made.patch = words_of_patch(database_, made.patch_bits);
     }
     made.more += included.empty() ? "" : "; for calls of " + included;
@@ -182,15 +192,7 @@ std::string effect_words::words_of_unknown(const model::fix_use& use,
     for (const std::uint32_t file : {definition.dllfile, definition.module}) {
         words += file == 0 ? "" : "; module " + stored_text(database_, file);
     }
-    database_.for_each_child(use.definition, [&](std::uint32_t offset, std::uint16_t child) {
-        // What other kinds of definitions say, such as the masks of a flag.
-        const bool is_reference = child == tag::tagid || sdb::is_expanded_dword_tag(child);
-        if (sdb::tag_type(child) != type::list && !is_reference && !is_told_elsewhere(own, child) &&
-            words.size() < longest_list) {
-            words += "; " + words_of_tag(child) + ' ' + scalar_text(database_, offset, style_);
-        }
-    });
-    return words + '.';
+    return words + definition.others + '.';
 }
 
 const std::string& effect_words::of(const model::fix_use& use, model::subject_judge& judge)
@@ -246,34 +248,43 @@ std::string effect_words::make(const model::fix_use& use, const list_words& refe
     return words + (more.empty() ? "" : " [" + more.substr(2) + "]");
 }
 
-namespace {
-
-// How severe a message is, which one it is, and what it says in `words_at`, which is 0 for nothing.
-std::string words_of_message(const sdb::sdb_database& database, std::uint32_t message,
-                             std::uint32_t words_at, const request::cmd_params& style)
+// What a message says, and where it leads.
+std::string effect_words::said_by(std::uint32_t message)
 {
-    const std::uint32_t severity = model::child_of(database, message, tag::problemseverity);
-    const std::uint32_t help = model::child_of(database, message, tag::htmlhelpid);
-    std::string words = "a message of the system";
-    words += severity == 0 ? "" : ": " + severity_words(database.word_behind(severity));
-    words += help == 0 ? "" : ", text number " + scalar_text(database, help, style);
-    if (words_at != 0) {
-        for (const std::uint16_t own : {tag::apphelp_title, tag::apphelp_details}) {
-            const std::uint32_t text = model::child_of(database, words_at, own);
-            words += text == 0 ? "" : ", " + quoted(stored_text(database, text));
+    constexpr std::uint32_t short_list = 1024; // bytes
+    const bool is_long = database_.list_size_from(message) > short_list;
+    if (is_long) {
+        if (const auto kept = said_.find(message); kept != said_.end()) {
+            return kept->second;
         }
-        database.for_each_child(words_at, [&](std::uint32_t link, std::uint16_t own) {
-            const std::uint32_t address =
-                own == tag::link ? model::child_of(database, link, tag::link_url) : 0;
-            if (address != 0 && words.size() < longest_list) {
-                words += ", link " + quoted(stored_text(database, address));
-            }
-        });
+    }
+    std::string words;
+    for (const std::uint16_t own : {tag::apphelp_title, tag::apphelp_details}) {
+        const std::uint32_t text = model::child_of(database_, message, own);
+        words += text == 0 ? "" : ", " + quoted(stored_text(database_, text));
+    }
+    database_.for_each_child(message, [&](std::uint32_t link, std::uint16_t own) {
+        const std::uint32_t address = own == tag::link && words.size() < longest_list
+                                          ? model::child_of(database_, link, tag::link_url)
+                                          : 0;
+        words += address == 0 ? "" : ", link " + quoted(stored_text(database_, address));
+    });
+    if (is_long) {
+        said_.emplace(message, words);
     }
     return words;
 }
 
-} // namespace
+// How severe a message is, which one it is, and what it says in `words_at`, which is 0 for nothing.
+std::string effect_words::words_of_message(std::uint32_t message, std::uint32_t words_at)
+{
+    const std::uint32_t severity = model::child_of(database_, message, tag::problemseverity);
+    const std::uint32_t help = model::child_of(database_, message, tag::htmlhelpid);
+    std::string words = "a message of the system";
+    words += severity == 0 ? "" : ": " + severity_words(database_.word_behind(severity));
+    words += help == 0 ? "" : ", text number " + scalar_text(database_, help, style_);
+    return words_at == 0 ? words : words + said_by(words_at);
+}
 
 std::vector<own_effect> effect_words::own(std::uint32_t record,
                                           const model::record_groupings& groupings,
@@ -297,8 +308,7 @@ std::vector<own_effect> effect_words::own(std::uint32_t record,
         if (made.size() == most_lines) {
             first_more = more++ == 0 ? offset : first_more;
         } else if (own == tag::apphelp) {
-            made.push_back(
-                {offset, words_of_message(database_, offset, groupings.words_of(offset), style_)});
+            made.push_back({offset, words_of_message(offset, groupings.words_of(offset))});
         } else if (sdb::tag_type(own) == type::null_) {
             made.push_back({offset, sdb::tag_name(own) + " is set"});
         } else if (sdb::tag_type(own) == type::list) {

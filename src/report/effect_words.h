@@ -47,20 +47,24 @@ private:
         std::uint32_t module = 0;
         std::uint32_t description = 0;
         std::uint32_t patch_bits = 0;
-        std::string patch; // what one does
-        std::string more;  // modules and data
+        std::string patch;  // what one does
+        std::string more;   // modules and data
+        std::string others; // what else it holds
     };
     list_words read(std::uint32_t list) const;
     const list_words& words_of(std::uint32_t definition);
     std::string make(const model::fix_use& use, const list_words& reference,
                      const model::known_fix* known);
+    std::string said_by(std::uint32_t message);
+    std::string words_of_message(std::uint32_t message, std::uint32_t words_at);
     std::string words_of_unknown(const model::fix_use& use, const list_words& definition) const;
 
     const sdb::sdb_database& database_;
     const request::cmd_params& style_;
     std::string made_;
     std::unordered_map<std::uint32_t, list_words> kept_;
-    list_words last_; // of a short one
+    list_words last_;                                     // of a short one
+    std::unordered_map<std::uint32_t, std::string> said_; // by long messages
     // Whole words, by the definition and the name in the reference, where that has nothing else to tell.
     std::unordered_map<std::uint64_t, std::string> whole_;
     std::size_t whole_bytes_ = 0;
