@@ -11,7 +11,7 @@ namespace model {
 
 namespace {
 
-// One of the parts of a candidate, whose number is that in file order.
+// One of the parts of a candidate, which have their numbers as they stand in the file.
 struct part {
     content_digest digest;
     std::uint32_t number;
