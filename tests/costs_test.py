@@ -16,7 +16,7 @@ import zlib
 from support.whole_runs import ARGUMENTS, FAILED, Runs, main
 
 MIB = 1 << 20
-EXE, SHIM, PATCH, MATCHING, SHIM_REF = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009
+EXE, SHIM, PATCH, MATCHING, SHIM_REF, PICK_ONE = 0x7007, 0x7004, 0x7005, 0x7008, 0x7009, 0x7037
 NAME, VENDOR, COMPILER, REFERENCE = 0x6001, 0x6005, 0x6022, 0x4005
 BITS, EXE_ID, NULL = 0x9002, 0x9004, 0x1001
 LEFT, ENDED = "not all are followed", "its report ends at tag"
@@ -40,9 +40,9 @@ def image(*contents, strings=("a",)):
     return struct.pack("<II4s", 2, 1, b"sdbf") + tag(0x7001, *contents) + tag(0x7801, table)
 
 
-def nested(count, innermost=NAMED):
+def nested(count, innermost=NAMED, number=EXE):
     sizes = range((count - 1) * 6 + len(innermost), len(innermost) - 6, -6)
-    return b"".join(struct.pack("<HI", EXE, size) for size in sizes) + innermost
+    return b"".join(struct.pack("<HI", number, size) for size in sizes) + innermost
 
 
 def unsound():
@@ -172,6 +172,9 @@ ROWS = {
     "empty lists, explained": (lambda n: image(tag(EXE) * n), 400_000, "-explain -only high"),
     "empty patches, explained": (lambda n: image(tag(PATCH) * n), 200_000, "-explain -csv -only low"),
     "operations, explained": (lambda n: image(operations(n)), 1_200_000, "-explain"),
+    "choices in choices, explained": (
+        lambda n: image(tag(EXE, NAMED, nested(n, tag(MATCHING, dword(NAME, 6)), PICK_ONE))),
+        200_000, "-explain"),
     "layers in layers, explained in a page": (lambda n: image(layers(n)), 20_000, "-explain -html"),
     "nested lists, compared": (lambda n: image(nested(n)), 100_000, "-diff examples/sample.sdb"),
     "alike in name, compared": (lambda n: image(*(tag(EXE, NAMED, dword(0x4001, i)) for i in range(n))),

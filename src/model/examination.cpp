@@ -76,22 +76,25 @@ constexpr std::uint64_t worth[] = {0, 1, 3, 9}; // of weights, in the sum that o
 constexpr std::size_t in_a_stretch = 512;       // subjects that one thread ranks at a time
 constexpr std::size_t most_helpers = 3;
 
-// Whether anything in a list refers to a fix, or tests a file.
+// Whether anything in a list refers to a fix, or tests a file. Of a list of applications, whose
+// records are subjects themselves, only what stands in it directly.
 bool has_reference(const sdb::sdb_database& database, std::uint32_t list)
 {
     const auto ordinal = database.ordinal_of(list);
-    bool has = false;
-    if (ordinal) {
-        const sdb::tag_table& relation = database.children();
-        const auto rows = relation.lists_in(ordinal->next(), relation.end(*ordinal));
-        const bool is_group = database.tag_from(list) == tag::app; // of records of their own
-        has = !is_group && std::ranges::any_of(rows, [](const sdb::tag_table::list_row& row) {
-            return is_fix_reference(row.tag) || is_test(row.tag);
-        });
-        relation.for_each_list_in(*ordinal, [&](const sdb::tag_table::list_row& row) {
-            has = has || is_fix_reference(row.tag) || is_test(row.tag);
-        });
+    if (!ordinal) {
+        return false;
     }
+    const auto is_either = [](const sdb::tag_table::list_row& row) {
+        return is_fix_reference(row.tag) || is_test(row.tag);
+    };
+    const sdb::tag_table& relation = database.children();
+    if (database.tag_from(list) != tag::app) {
+        return std::ranges::any_of(relation.lists_in(ordinal->next(), relation.end(*ordinal)),
+                                   is_either);
+    }
+    bool has = false;
+    relation.for_each_list_in(
+        *ordinal, [&](const sdb::tag_table::list_row& row) { has = has || is_either(row); });
     return has;
 }
 

@@ -168,11 +168,18 @@ public:
     template <typename action>
     void for_each_list_in(tag_ordinal list, action&& act) const
     {
-        tag_ordinal behind = list.next();
-        for (const list_row& child : lists_in(behind, end(list))) {
-            if (child.ordinal >= behind) {
-                act(child);
-                behind = child.end();
+        const list_row* const around = this->list(list);
+        if (around == nullptr) {
+            return;
+        }
+        const list_row* const last = lists_.data() + lists_.size();
+        const tag_ordinal behind = around->end();
+        for (const list_row* child = around + 1; child != last && child->ordinal < behind;) {
+            act(*child);
+            const tag_ordinal end = child->end();
+            ++child;
+            if (child != last && child->ordinal < end) { // lists in it
+                child = lists_.data() + lists_before(end);
             }
         }
     }
