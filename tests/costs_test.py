@@ -175,6 +175,10 @@ ROWS = {
     "choices in choices, explained": (
         lambda n: image(tag(EXE, NAMED, nested(n, tag(MATCHING, dword(NAME, 6)), PICK_ONE))),
         200_000, "-explain"),
+    "facts of a list, explained": (
+        lambda n: image(tag(EXE, NAMED, tag(MATCHING, dword(NAME, 6), dword(VENDOR, 6) * n)),
+                        strings=["tool.exe", "a"]),
+        400_000, "-match -explain -pe PROGRAM"),
     "layers in layers, explained in a page": (lambda n: image(layers(n)), 20_000, "-explain -html"),
     "nested lists, compared": (lambda n: image(nested(n)), 100_000, "-diff examples/sample.sdb"),
     "alike in name, compared": (lambda n: image(*(tag(EXE, NAMED, dword(0x4001, i)) for i in range(n))),

@@ -56,6 +56,37 @@ std::string text_of(const model::pe_property& found, const request::cmd_params& 
     return std::string(text.view());
 }
 
+// The facts that were compared for a record. Of very many only so much is kept, but what speaks against
+// the program has room of its own.
+class fact_list {
+public:
+    template <typename maker>
+    void add(maker&& make, bool speaks_against = false)
+    {
+        constexpr std::size_t most = 1'000;
+        constexpr std::size_t most_with_those_against = 1'100;
+        if (texts_.size() < (speaks_against ? most_with_those_against : most)) {
+            texts_.push_back(make());
+        } else {
+            ++more_;
+        }
+    }
+    void add_in_front(std::string fact) { texts_.insert(texts_.begin(), std::move(fact)); }
+
+    // All that are kept, and how many more there were.
+    std::vector<std::string> take()
+    {
+        if (more_ != 0) {
+            texts_.push_back("and " + grouped(std::exchange(more_, 0)) + " more");
+        }
+        return std::exchange(texts_, {});
+    }
+
+private:
+    std::vector<std::string> texts_;
+    std::uint64_t more_ = 0;
+};
+
 // Tells the lists that catch a program, and with explanations those that nearly do.
 class caught_teller : public model::comparison_listener {
 public:
@@ -66,9 +97,13 @@ public:
 
     bool begin_list(const model::looked_at_list& list) override
     {
+        // All of a record's lists must hold; those of one record follow each other.
+        if (!kept_.empty() && kept_.front().list.record != list.record) {
+            tell_record(kept_.front().list);
+        }
+        tell_named(list.record);
         list_ = list;
         choice_ = choice_around(list);
-        facts_.clear();
         failed_ = tested_ = unknown_ = 0;
         is_named_otherwise_ = false;
         is_negated_ = model::child_of(candidate_.database, list.list, tag::match_logic_not) != 0;
@@ -92,20 +127,7 @@ public:
         if (!work_.options.explain || one.tag == tag::match_logic_not) {
             return work_.form.goes_on();
         }
-        std::string fact(choice_ != 0 ? "one of: " : "");
-        fact += is_negated_ ? "unless " : "";
-        fact += sdb::tag_name(one.tag);
-        fact += ' ' + value_words(candidate_.database, one.offset, work_.options);
-        const std::string_view sign = sign_of(one.tag);
-        fact += sign;
-        if (!is_known) {
-            fact += "unknown";
-        } else if (sign != " = ") {
-            fact += text_of(*one.found, work_.options) + (agrees ? " ok" : " no");
-        } else {
-            fact += agrees ? "ok" : text_of(*one.found, work_.options) + " no";
-        }
-        facts_.push_back(std::move(fact));
+        facts_.add([&] { return fact_of(one); }, is_known && !agrees);
         return work_.form.goes_on();
     }
 
@@ -115,7 +137,7 @@ public:
         const model::agreement verdict = failed_ != 0 || is_named_otherwise_ ? no
                                          : unknown_ != 0                     ? unknown
                                                                              : yes;
-        kept_list made{list_, choice_, std::move(facts_), verdict, 0, 0};
+        kept_list made{list_, choice_, verdict, 0, 0};
         if (!is_negated_) {
             made.failed = is_named_otherwise_ ? 2 : failed_; // which is near to nothing
             made.tested = tested_;
@@ -123,12 +145,7 @@ public:
             made.verdict = failed_ != 0 ? yes : unknown_ != 0 ? unknown : no;
             made.failed = made.verdict == no ? 2 : 0;
         }
-        // All of a record's lists must hold; those of one record follow each other.
-        if (!kept_.empty() && kept_.front().list.record != made.list.record) {
-            tell_record(kept_.front().list);
-        }
-        tell_named(made.list.record);
-        kept_.push_back(std::move(made));
+        kept_.push_back(made);
     }
     void finish()
     {
@@ -146,11 +163,29 @@ private:
     struct kept_list {
         model::looked_at_list list;
         std::uint32_t choice; // the list of several that it is one of; 0 for none
-        std::vector<std::string> facts;
         model::agreement verdict;
         std::uint64_t failed; // facts
         std::uint64_t tested; // facts that are known
     };
+
+    std::string fact_of(const model::compared_property& one) const
+    {
+        const bool agrees = one.agrees == model::agreement::yes;
+        std::string fact(choice_ != 0 ? "one of: " : "");
+        fact += is_negated_ ? "unless " : "";
+        fact += sdb::tag_name(one.tag);
+        fact += ' ' + value_words(candidate_.database, one.offset, work_.options);
+        const std::string_view sign = sign_of(one.tag);
+        fact += sign;
+        if (one.agrees == model::agreement::unknown) {
+            fact += "unknown";
+        } else if (sign != " = ") {
+            fact += text_of(*one.found, work_.options) + (agrees ? " ok" : " no");
+        } else {
+            fact += agrees ? "ok" : text_of(*one.found, work_.options) + " no";
+        }
+        return fact;
+    }
 
     // The names of the fixes that the record gives.
     std::vector<std::string> fixes() const
@@ -243,42 +278,44 @@ private:
     // What the record tests beside the file, of which nothing is known here.
     void count_other_tests(tally& all)
     {
-        candidate_.database.for_each_child(
-            list_.record, [&](std::uint32_t offset, std::uint16_t own) {
-                constexpr std::size_t most = 100;
-                const bool is_of_system = model::is_test_of_system(own);
-                if (own == tag::pick_one) {
-                    count_choice(all, offset);
-                } else if ((is_of_system || is_asking(offset, own)) && !is_kept(offset)) {
-                    all.is_known = false;
-                } else {
-                    return;
-                }
-                if (!work_.options.explain || facts_.size() >= most) {
-                    return;
-                }
-                if (is_of_system) {
-                    facts_.push_back(sdb::tag_name(own) + ' ' +
-                                     value_words(candidate_.database, offset, work_.options) +
-                                     " = unknown");
-                } else if (own != tag::pick_one) {
-                    add_unknown(offset, "");
-                } else {
-                    candidate_.database.for_each_child(
-                        offset, [&](std::uint32_t inner, std::uint16_t kind) {
-                            if (is_asking(inner, kind) && !is_kept(inner) && facts_.size() < most) {
-                                add_unknown(inner, "one of: ");
-                            }
-                        });
-                }
-            });
+        candidate_.database.for_each_child(list_.record, [&](std::uint32_t offset,
+                                                             std::uint16_t own) {
+            const bool is_of_system = model::is_test_of_system(own);
+            if (own == tag::pick_one) {
+                count_choice(all, offset);
+            } else if ((is_of_system || is_asking(offset, own)) && !is_kept(offset)) {
+                all.is_known = false;
+            } else {
+                return;
+            }
+            if (!work_.options.explain) {
+                return;
+            }
+            if (is_of_system) {
+                facts_.add([&] {
+                    return sdb::tag_name(own) + ' ' +
+                           value_words(candidate_.database, offset, work_.options) + " = unknown";
+                });
+            } else if (own != tag::pick_one) {
+                add_unknown(offset, "");
+            } else {
+                candidate_.database.for_each_child(
+                    offset, [&](std::uint32_t inner, std::uint16_t kind) {
+                        if (is_asking(inner, kind) && !is_kept(inner)) {
+                            add_unknown(inner, "one of: ");
+                        }
+                    });
+            }
+        });
     }
 
     void add_unknown(std::uint32_t list, std::string_view in_front)
     {
-        facts_.push_back(
-            std::string(in_front) + sdb::tag_name(candidate_.database.tag_from(list)) + ' ' +
-            shortened(model::name_of_list(candidate_.database, list, longest_name)) + " = unknown");
+        facts_.add([&] {
+            return std::string(in_front) + sdb::tag_name(candidate_.database.tag_from(list)) + ' ' +
+                   shortened(model::name_of_list(candidate_.database, list, longest_name)) +
+                   " = unknown";
+        });
     }
 
     // Which of a record's lists stand in a choice.
@@ -358,13 +395,9 @@ private:
     void tell_record(const model::looked_at_list& list)
     {
         list_ = list;
-        facts_.clear();
         const model::named_record* const named = named_of(list.record);
         if (work_.options.explain && named != nullptr && (named->is_pattern || kept_.empty())) {
-            facts_.push_back(fact_of_name(*named));
-        }
-        for (kept_list& each : kept_) {
-            std::ranges::move(each.facts, std::back_inserter(facts_));
+            facts_.add_in_front(fact_of_name(*named));
         }
         tally all;
         for (const kept_list& each : kept_) {
@@ -377,12 +410,14 @@ private:
             work_.options.explain && all.failed_facts == 1 && all.tested_facts >= 2;
         const bool has_failed = all.failed_tests != 0;
         const bool is_beside = named == nullptr && is_about_another();
+        const std::vector<std::string> facts = facts_.take();
         if (is_beside && !has_failed) {
-            tell(verdict_on_program::beside);
+            tell(verdict_on_program::beside, facts);
         } else if (!is_beside && (!has_failed || is_near)) {
             tell(has_failed     ? verdict_on_program::nearly_caught
                  : all.is_known ? verdict_on_program::caught
-                                : verdict_on_program::perhaps_caught);
+                                : verdict_on_program::perhaps_caught,
+                 facts);
         }
         kept_.clear();
     }
@@ -395,7 +430,7 @@ private:
                !model::text_in(candidate_.database, list_.record, tag::name, longest_name).empty();
     }
 
-    void tell(verdict_on_program what)
+    void tell(verdict_on_program what, const std::vector<std::string>& facts)
     {
         using enum verdict_on_program;
         const sdb::sdb_database& database = candidate_.database;
@@ -416,7 +451,7 @@ private:
                    (what == beside ? " beside that program" : ": " + fixes_text) + "  tag 0x");
         words.hex(list_.record, 8);
         std::vector<std::string> lines = {heading_line(work_.path, words.view())};
-        for (const std::string& fact : facts_) {
+        for (const std::string& fact : facts) {
             lines.push_back("    " + fact);
         }
         const auto cells = form::cells_of_table(
@@ -424,7 +459,7 @@ private:
             {work_.path, candidate_.path, verdict, record, form::hex_number{list_.record},
              list_.list == 0 ? form::value() : form::value(form::hex_number{list_.list}),
              what == beside ? form::value() : form::value(names),
-             work_.options.explain ? form::value(form::texts{facts_, "; "}) : form::value()});
+             work_.options.explain ? form::value(form::texts{facts, "; "}) : form::value()});
         work_.form.entry_row("caught", cells, lines);
     }
 
@@ -441,7 +476,7 @@ private:
     std::uint32_t choice_ = 0;         // around it
     std::vector<chosen_list> choices_; // of the record below, ascending
     std::uint32_t choices_of_ = 0;
-    std::vector<std::string> facts_;
+    fact_list facts_;             // of that record
     std::vector<kept_list> kept_; // of one record
     bool is_named_otherwise_ = false;
     bool is_negated_ = false;
