@@ -78,6 +78,7 @@ TEST(effects, of_a_patch_show_what_was_matched_in_each_place)
          "+0x00000010  ?? ?? -> 90 90   (not matched there)"},
         {"match 16 b = 11/replace 16 a = 90",
          "+0x00000010  ?? -> 90   (nothing was matched before)"},
+        {"match 16 a = 11/replace 16 a = \"\"", "+0x00000010  no bytes"},
         {"match 16 a = \"abcd\"/replace 16 a = \"efg4\"", "+0x00000010  \"abcd\" -> \"efg4\""},
         {"match 16 a = \"abcd\" 00/replace 16 a = \"abcde\"", "+0x00000010  \"abcd\" -> \"abcde\""},
         {"match 16 a = u\"abcd\"/replace 16 a = \"abcd\" 00 00 00 00",

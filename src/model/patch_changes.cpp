@@ -193,6 +193,9 @@ patch_summary summarize_patch(uni::byte_view value)
 {
     patch_summary made;
     const auto take = [&](const patch_change& change) {
+        if (change.after.size() == 0) {
+            return true;
+        }
         ++made.changes;
         made.writes_blindly = made.writes_blindly || change.is_blind;
         made.writes_long_run = made.writes_long_run || change.after.size() >= long_run;
@@ -212,7 +215,7 @@ std::string patched_modules(uni::byte_view value)
     const auto take = [&](const patch_change& change) {
         std::string module;
         uni::utf16_to_text(change.module, module);
-        if (std::ranges::find(modules, module) == modules.end()) {
+        if (change.after.size() != 0 && std::ranges::find(modules, module) == modules.end()) {
             has_more = modules.size() == most;
             if (!has_more) {
                 modules.push_back(std::move(module));

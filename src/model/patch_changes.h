@@ -44,7 +44,7 @@ bool begins_with_branch(uni::byte_view bytes);
 // any other bytes.
 std::string text_spelt(uni::byte_view bytes);
 
-// What a patch value does as a whole.
+// What a patch value does as a whole; a replacement by no bytes changes nothing.
 struct patch_summary {
     std::uint64_t changes = 0;
     bool writes_branch = false;

@@ -355,6 +355,9 @@ std::string change_line(const model::patch_change& change)
     if (change.shares_bytes) {
         return line + grouped(change.after.size()) + " bytes, which other operations use as well";
     }
+    if (change.after.size() == 0) {
+        return line + "no bytes";
+    }
     const std::string after = model::text_spelt(change.after);
     const std::vector<std::uint8_t> bytes_before =
         after.empty() ? std::vector<std::uint8_t>() : model::all_matched(change);
