@@ -258,8 +258,9 @@ def compare(folder, pairs, place, files):
                   (listing(kind, "-explain"), f"{report}-explained"), (["md5sum", xml[kind][1]],), 1.0)
     other = os.path.join(place, "other.sdb")
     Run(["cp", databases[16], other])
-    table.row("-diff, 16 and 16 / load of both", (listing(16, "-diff", other),),
-              (shell(" && ".join([" ".join(load[16][0])] * 2)),), 4.0)
+    for name, one, two, path in (("16 and 16", 16, 16, other), ("shared and 16", "shared", 16, other)):
+        table.row(f"-diff, {name} / load of both", (listing(one, "-diff", path), report),
+                  (shell(" && ".join(" ".join(load[kind][0]) for kind in (one, two))),), 4.0)
     table.row("load, 16 MiB / 1 MiB", load[16], load[1], 20)
     table.row("-apps, 16 MiB / 1 MiB", xml[16], xml[1], 20)
     compare_finding(table, maker, place, quilt, databases["shared"], load["shared"],

@@ -24,7 +24,7 @@ bool is_reference(std::uint16_t tag)
     return sdb::tag_type(tag) == type::dword && sdb::is_expanded_dword_tag(tag);
 }
 
-// SipHash, of 128 bits.
+// SipHash with one round a word and three at the end.
 struct sip_state {
     explicit sip_state(const content_key& key) noexcept
         : v0(key[0] ^ 0x736f6d6570736575), v1(key[1] ^ 0x646f72616e646f6d ^ 0xee),
@@ -52,21 +52,14 @@ struct sip_state {
         round();
         v0 ^= word;
     }
-    std::uint64_t end() noexcept
-    {
-        round();
-        round();
-        round();
-        return v0 ^ v1 ^ v2 ^ v3;
-    }
+    // Both halves of one end: since nobody gets to see a digest, no second end is needed to hide the state.
     content_digest digest() noexcept
     {
         v2 ^= 0xee;
-        content_digest made;
-        made.low = end();
-        v1 ^= 0xdd;
-        made.high = end();
-        return made;
+        round();
+        round();
+        round();
+        return {v0 ^ v1, v2 ^ v3};
     }
 };
 
@@ -82,16 +75,14 @@ content_key random_content_key()
 content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes)
 {
     sip_state state(key);
-    if (bytes.size() <= 4 && kind < 0x1000000) { // all in one word, as most are
+    if (bytes.size() <= 4) { // all in one word, as most are
         state.take(kind << 40 | bytes.size() << 32 | bytes.u32(0));
         return state.digest();
     }
-    state.take(kind);
-    std::uint64_t at = 0;
-    for (; at + 8 <= bytes.size(); at += 8) {
-        state.take(bytes.u64(at));
+    state.take(kind << 40 | bytes.size()); // in front, so that no value begins like another
+    for (std::uint64_t at = 0; at < bytes.size(); at += 8) {
+        state.take(bytes.u64(at)); // missing bytes are zeros
     }
-    state.take(bytes.u64(at) | bytes.size() << 56); // missing bytes are zeros
     return state.digest();
 }
 
@@ -267,7 +258,7 @@ void record_contents::digest_all(const std::vector<bool>& which)
             const std::uint32_t offset = database_.offset_at(child);
             const std::uint16_t own = database_.tag_from(offset);
             const bool is_list = sdb::tag_type(own) == type::list;
-            content_digest one = is_list ? lists_[number_of(child)] : of_scalar(offset);
+            content_digest one = is_list ? lists_[number_of(child)] : of_scalar(own, offset);
             // Of tags that repeat it matters which comes first.
             if (!is_list || is_taken_in_order(own)) {
                 place_of_tag& place = places_[own];
@@ -322,8 +313,8 @@ content_digest record_contents::digest_of_reference(std::uint32_t target)
         const auto [place, is_new] = scalar_targets_.try_emplace(target);
         if (is_new) {
             const std::uint16_t tag = database_.tag_from(target);
-            place->second =
-                digest_of(tag | of_named, is_reference(tag) ? content_digest() : of_value(target));
+            place->second = digest_of(tag | of_named,
+                                      is_reference(tag) ? content_digest() : of_value(tag, target));
         }
         return place->second;
     }
@@ -363,20 +354,23 @@ content_digest record_contents::digest_of(std::uint64_t kind, const content_dige
 
 content_digest record_contents::of_scalar(std::uint32_t offset)
 {
-    const std::uint16_t tag = database_.tag_from(offset);
+    return of_scalar(database_.tag_from(offset), offset);
+}
+
+content_digest record_contents::of_scalar(std::uint16_t tag, std::uint32_t offset)
+{
     if (is_reference(tag)) {
         return of_tag(tag, digest_of_reference(database_.word_behind(offset)));
     }
-    return of_value(offset);
+    return of_value(tag, offset);
 }
 
 // Of a scalar that is not a reference to a tag.
-content_digest record_contents::of_value(std::uint32_t offset)
+content_digest record_contents::of_value(std::uint16_t tag, std::uint32_t offset)
 {
-    const std::uint16_t tag = database_.tag_from(offset);
     return sdb::tag_type(tag) == type::stringref
                ? of_tag(tag, of_text(offset))
-               : keyed_digest(key_, tag, database_.item_from(offset).value);
+               : keyed_digest(key_, tag, database_.value_from(offset));
 }
 
 // What a digest that nobody can foresee becomes under a tag: times a factor that nobody can foresee either,

@@ -31,7 +31,7 @@ struct content_digest {
     }
 };
 
-// SipHash with one and three rounds and 128 bits.
+// SipHash with one and three rounds, of 128 bits. Kinds have 24 bits, sizes 32.
 content_digest keyed_digest(const content_key& key, std::uint64_t kind, uni::byte_view bytes);
 // How references are seen: by the kind and the name of what they lead to, or also by all that it says.
 enum class references_seen { by_name, by_content };
@@ -81,7 +81,8 @@ private:
     content_digest digest_of_reference(std::uint32_t target);
     content_digest digest_of_number(std::uint32_t target) const;
     content_digest digest_of_name(std::uint32_t list);
-    content_digest of_value(std::uint32_t offset);
+    content_digest of_scalar(std::uint16_t tag, std::uint32_t offset);
+    content_digest of_value(std::uint16_t tag, std::uint32_t offset);
     content_digest digest_of(std::uint64_t kind, const content_digest& value) const;
     content_digest of_tag(std::uint16_t tag, const content_digest& value);
 

@@ -12,9 +12,9 @@ index_sums::index_sums(const sdb::sdb_database& database, const content_key& key
         const std::uint64_t kind = std::uint64_t{index.index_tag} << 48 |
                                    std::uint64_t{index.index_key} << 32 | index.index_flags;
         for (const auto& entry : index.entries) {
-            const std::array<std::uint8_t, 8> bytes =
-                std::bit_cast<std::array<std::uint8_t, 8>>(entry.key);
-            entries_.emplace_back(entry.tag_offset, keyed_digest(key, kind, uni::byte_view(bytes)));
+            const auto bytes = std::bit_cast<std::array<std::uint8_t, 16>>(
+                std::array<std::uint64_t, 2>{kind, entry.key});
+            entries_.emplace_back(entry.tag_offset, keyed_digest(key, 0, uni::byte_view(bytes)));
         }
     }
     std::ranges::stable_sort(entries_, {}, &entry_digest::first);

@@ -197,6 +197,15 @@ public:
     {
         return image().slice(offset + tag_header, word_behind(offset));
     }
+    // The value of the tag at `offset`, as far as it exists: the payload of a string or binary.
+    uni::byte_view value_from(std::uint32_t offset) const noexcept
+    {
+        const std::uint16_t tag = tag_from(offset);
+        const std::uint16_t type_bits = tag_type(tag);
+        return type_bits == type::string || type_bits == type::binary_
+                   ? payload_at(offset)
+                   : image().slice(std::uint64_t{offset} + 2, bytes_to_next[tag >> 12] - 2u);
+    }
     // Whether the tag that stands at an offset is recorded.
     bool is_recorded(std::uint64_t offset) const noexcept
     {
@@ -209,7 +218,7 @@ public:
     // stands there. Empty when none does, or when its value is.
     uni::byte_view string_bytes(std::uint32_t reference) const
     {
-        return has_string(reference) ? value_at(std::uint64_t{string_table_offset_} + reference)
+        return has_string(reference) ? value_from(string_table_offset_ + reference)
                                      : uni::byte_view();
     }
     // Whether a tag stands there.
@@ -280,29 +289,16 @@ private:
     void note_list(std::uint64_t position, std::uint16_t tag);
     sdb_tag_item decode(std::uint64_t position) const
     {
-        const uni::byte_view bytes = image();
         sdb_tag_item item;
         item.offset = static_cast<std::uint32_t>(position);
-        item.tag = bytes.u16(position);
-        item.valid = is_known_type(tag_type(item.tag));
+        item.tag = tag_from(item.offset);
         const std::uint16_t type_bits = tag_type(item.tag);
-        if (type_bits == type::string || type_bits == type::binary_) {
-            item.size = bytes.u32(position + 2);
-            item.value = bytes.slice(position + tag_header, item.size);
-            return item;
+        item.valid = is_known_type(type_bits);
+        if (type_bits >= type::stringref && type_bits <= type::binary_) {
+            item.size = word_behind(item.offset);
         }
-        if (type_bits == type::stringref || type_bits == type::list) {
-            item.size = bytes.u32(position + 2);
-        }
-        item.value = bytes.slice(position + 2, bytes_to_next[item.tag >> 12] - 2u);
+        item.value = value_from(item.offset);
         return item;
-    }
-    uni::byte_view value_at(std::uint64_t position) const
-    {
-        const uni::byte_view bytes = image();
-        return tag_type(bytes.u16(position)) == type::string
-                   ? bytes.slice(position + tag_header, bytes.u32(position + 2))
-                   : decode(position).value;
     }
     std::vector<std::uint32_t> read_string_table() const;
 
