@@ -66,6 +66,12 @@ def overlapping(count, contents=NAMED):
     return b"".join(tag(EXE, contents, size=(count - i) * one - 6) for i in range(count))
 
 
+def layer_of_lists(count):
+    """Programs that share a layer in which there are many lists, of which none is a fix."""
+    layer = tag(0x700b, NAMED, tag(0x7018, dword(NAME, 6)) * count)
+    return layer + tag(EXE, dword(NAME, 6), tag(0x700b, dword(NAME, 6), dword(0x401a, FIRST))) * count
+
+
 def operations(size):
     """Patch operations of 12 bytes each, whose data are half of the value."""
     return tag(PATCH, dword(NAME, 6), dword(NAME, 6),
@@ -175,6 +181,10 @@ ROWS = {
     "choices in choices, explained": (
         lambda n: image(tag(EXE, NAMED, nested(n, tag(MATCHING, dword(NAME, 6)), PICK_ONE))),
         200_000, "-explain"),
+    "a layer of many lists, explained": (lambda n: image(layer_of_lists(n)), 50_000, "-explain -xml"),
+    "a layer of many lists, matched": (
+        lambda n: image(layer_of_lists(n), strings=["tool.exe", "a"]), 50_000,
+        "-match -explain -csv -pe PROGRAM"),
     "facts of a list, explained": (
         lambda n: image(tag(EXE, NAMED, tag(MATCHING, dword(NAME, 6), dword(VENDOR, 6) * n)),
                         strings=["tool.exe", "a"]),
@@ -216,6 +226,8 @@ BEYOND = {
             tag(EXE, NAMED, tag(EXE_ID, struct.pack("<QQ", i, i)), size=(10_000 - i) * 40 - 6)
             for i in range(10_000))), "-guids", "not all names are exact"),
     "fan of references": (lambda: image(fan(5_000)), "-exes", ENDED),
+    "a layer of many lists": (lambda: image(layer_of_lists(50_000)), "-explain -xml",
+                              "not all fixes of its records could be looked at, from tag"),
     "lists that catch again": (lambda: caught_again_and_again(10_000), "-match -pe PROGRAM",
                                "Not all nested records could be matched"),
     "scalars behind an empty list": (

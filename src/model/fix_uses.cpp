@@ -70,7 +70,8 @@ bool use_gatherer::gather(std::vector<fix_use>& uses, std::uint32_t record)
     deep_.clear();
     bool is_whole = true;
     const std::size_t begin = references_.size();
-    find_references(record);
+    std::uint64_t own_tags = own;
+    find_references(record, own_tags);
     const std::size_t end = references_.size();
     for (std::size_t i = begin; i < end; ++i) {
         is_whole &= take(references_[i]);
@@ -83,39 +84,63 @@ bool use_gatherer::gather(std::vector<fix_use>& uses, std::uint32_t record)
     return is_whole;
 }
 
-// Appends those that stand in a list, or in lists of it that refer to nothing themselves.
-void use_gatherer::find_references(std::uint32_t list)
+void use_gatherer::gather_own(std::vector<fix_use>& uses, std::uint32_t record)
 {
+    std::uint64_t all_tags = database_.tag_count();
+    references_.clear();
+    find_references(record, all_tags);
+    for (const sdb::tag_ordinal reference : references_) {
+        uses.push_back(
+            read(reference, database_.offset_at(reference), database_.tag_at(reference)));
+    }
+}
+
+// Appends those that stand in a list, or in lists of it that refer to nothing themselves, which are taken from
+// what is left. False if there is more than is left of either.
+bool use_gatherer::find_references(std::uint32_t list, std::uint64_t& tags_left)
+{
+    const auto whole = database_.ordinal_of(list);
+    if (!whole) {
+        return true;
+    }
     const std::size_t begin = references_.size();
+    bool is_whole = true;
     const auto look_at = [&](sdb::tag_ordinal around) {
-        database_.children().for_each_list_in(around, [&](const sdb::tag_table::list_row& row) {
-            if (is_fix_reference(row.tag)) {
-                references_.push_back(row.ordinal);
-            } else if (row.has_children() && may_hold_references(row.tag)) {
-                left_.push_back(row.ordinal);
-            }
-        });
+        is_whole =
+            database_.children().find_list_in(around, [&](const sdb::tag_table::list_row& row) {
+                if (references_.size() - begin >= tags_left) {
+                    return true;
+                }
+                if (is_fix_reference(row.tag)) {
+                    references_.push_back(row.ordinal);
+                    return false;
+                }
+                --tags_left;
+                if (row.has_children() && may_hold_references(row.tag)) {
+                    left_.push_back(row.ordinal);
+                }
+                return false;
+            }) == nullptr;
     };
-    if (const auto whole = database_.ordinal_of(list)) {
-        look_at(*whole);
-    }
+    look_at(*whole);
     if (left_.empty()) {
-        return;
+        return is_whole;
     }
-    while (!left_.empty()) {
+    while (is_whole && !left_.empty()) {
         const sdb::tag_ordinal around = left_.back();
         left_.pop_back();
         look_at(around);
     }
+    left_.clear();
     std::sort(references_.begin() + static_cast<std::ptrdiff_t>(begin), references_.end());
+    return is_whole;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion) ; as deep as layers may be
 bool use_gatherer::open(std::uint32_t list)
 {
-    bool is_whole = true;
     const std::size_t begin = references_.size();
-    find_references(list);
+    bool is_whole = find_references(list, tags_left_);
     const std::size_t end = references_.size();
     for (std::size_t i = begin; i < end; ++i) {
         const sdb::tag_ordinal reference = references_[i];

@@ -38,9 +38,11 @@ public:
     // it, once. False if some were left out: layers are opened up as long as that takes no more tags than the
     // bounds allow for as many as the record has, and some.
     bool gather(std::vector<fix_use>& uses, std::uint32_t record);
+    // Appends those alone to which it refers itself: no layer is opened.
+    void gather_own(std::vector<fix_use>& uses, std::uint32_t record);
 
 private:
-    void find_references(std::uint32_t list);
+    bool find_references(std::uint32_t list, std::uint64_t& tags_left);
     bool open(std::uint32_t list);
     bool open_once(std::uint32_t list);
     bool take(sdb::tag_ordinal reference);

@@ -192,13 +192,11 @@ private:
     {
         constexpr std::uint64_t most = 50;
         std::vector<model::fix_use> uses;
-        model::use_gatherer(candidate_.database, work_.options.bounds).gather(uses, list_.record);
+        model::use_gatherer(candidate_.database, work_.options.bounds)
+            .gather_own(uses, list_.record);
         std::vector<std::string> names;
         std::uint64_t more = 0;
         for (const model::fix_use& use : uses) {
-            if (use.depth != 0) {
-                continue;
-            }
             if (names.size() == most) {
                 ++more;
             } else {

@@ -168,20 +168,33 @@ public:
     template <typename action>
     void for_each_list_in(tag_ordinal list, action&& act) const
     {
+        find_list_in(list, [&](const list_row& child) {
+            act(child);
+            return false;
+        });
+    }
+
+    // The first of them that `is_it` answers true for; null if there is none.
+    template <typename predicate>
+    const list_row* find_list_in(tag_ordinal list, predicate&& is_it) const
+    {
         const list_row* const around = this->list(list);
         if (around == nullptr) {
-            return;
+            return nullptr;
         }
         const list_row* const last = lists_.data() + lists_.size();
         const tag_ordinal behind = around->end();
         for (const list_row* child = around + 1; child != last && child->ordinal < behind;) {
-            act(*child);
+            if (is_it(*child)) {
+                return child;
+            }
             const tag_ordinal end = child->end();
             ++child;
             if (child != last && child->ordinal < end) { // lists in it
                 child = lists_.data() + lists_before(end);
             }
         }
+        return nullptr;
     }
 
     // The last list with children whose ordinal lies below the given one.
