@@ -680,6 +680,25 @@ TEST(findings, come_from_tables_that_can_be_added_to)
     EXPECT_EQ(tables.of(model::signal::target_loose).weighs, model::weight::high);
 }
 
+TEST(findings, in_a_layer_that_is_too_much_for_its_users_are_told_by_itself)
+{
+    std::string padding;
+    for (int i = 0; i < 2'000; ++i) {
+        padding += "|  data|    name = d";
+    }
+    const std::string text = "layer @l|  name = L" + padding +
+                             "|  shim_ref|    name = InjectDll|    command_line = a.dll"
+                             "|exe|  name = a.exe|  layer|    name = L|    layer_tagid = @l";
+    const loaded_database loaded(database_of(text));
+    request::sdb_opts options = test_support::row_options("plain");
+    options.explain = true;
+    const std::string told = test_support::explained_report(loaded.database, options).text;
+    for (const char* part :
+         {"\nL (layer)", "inject.module", "a.exe  ", "which was not looked at"}) {
+        EXPECT_NE(told.find(part), std::string::npos) << part;
+    }
+}
+
 TEST(findings, of_ten_thousand_harmless_programs_are_not_high)
 {
     namespace tag = sdb::tag;

@@ -293,7 +293,8 @@ const word_lines& recognition_words::of(std::uint32_t record)
     return own_;
 }
 
-void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record)
+void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record,
+                 bool are_definitions_unused)
 {
     const std::uint16_t own = database.tag_from(record);
     write_name_of_list(to, database, record);
@@ -311,7 +312,7 @@ void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::u
     case tag::patch:
         to.literal(" (");
         to.text(sdb::tag_name(own));
-        to.literal(" that no record uses)");
+        to.text(are_definitions_unused ? " that no record uses)" : ")");
         break;
     default:
         to.literal(" (");

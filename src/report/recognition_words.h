@@ -11,7 +11,8 @@
 namespace report {
 
 // What a subject is called, and what it is where it is no program.
-void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record);
+void write_title(uni::text_buffer& to, const sdb::sdb_database& database, std::uint32_t record,
+                 bool are_definitions_unused);
 
 // How subjects are recognised, one after the other.
 class recognition_words {

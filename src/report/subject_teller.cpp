@@ -81,7 +81,8 @@ void subject_teller::tell_recognition()
 {
     const word_lines& lines = recognition_.of(seen_.record);
     title_.clear();
-    write_title(title_, *work_.database, seen_.record);
+    // Once a record is cut, definitions that records use come by themselves too.
+    write_title(title_, *work_.database, seen_.record, all_.cut_at() == 0);
     work_.form.line({});
     work_.form.title(
         heading_line(line_, title_.view(), lines.size() == 0 ? std::string_view() : lines[0]));
