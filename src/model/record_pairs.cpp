@@ -11,7 +11,7 @@ namespace model {
 
 namespace {
 
-// One of the parts of a candidate, which have their numbers as they stand in the file.
+// A part of a candidate; parts have their numbers as they stand in the file.
 struct part {
     content_digest digest;
     std::uint32_t number;
